@@ -1,0 +1,251 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+
+#include "imaging/image.h"
+#include "support/test_support.h"
+
+namespace {
+
+void Put32(std::vector<uint8_t>& b, size_t at, uint32_t v)
+{
+    for (int i = 0; i < 4; ++i) b[at + i] = uint8_t(v >> (8 * i));
+}
+
+uint32_t Get32(const std::vector<uint8_t>& b, size_t at)
+{
+    return b[at] | b[at + 1] << 8 | b[at + 2] << 16 | uint32_t(b[at + 3]) << 24;
+}
+
+// A header as other programs write it, with palette and rows to be appended by the caller.
+std::vector<uint8_t> Header(int32_t width, int32_t height, int bits)
+{
+    std::vector<uint8_t> b(54, 0);
+    b[0] = 'B';
+    b[1] = 'M';
+    Put32(b, 10, 54);
+    Put32(b, 14, 40);
+    Put32(b, 18, uint32_t(width));
+    Put32(b, 22, uint32_t(height));
+    b[26] = 1;
+    b[28] = uint8_t(bits);
+    return b;
+}
+
+void AppendPalette(std::vector<uint8_t>& b, int entries)
+{
+    // Entry i is (blue i, green 2i, red 255 - i).
+    for (int i = 0; i < entries; ++i) {
+        b.push_back(uint8_t(i));
+        b.push_back(uint8_t(2 * i));
+        b.push_back(uint8_t(255 - i));
+        b.push_back(0);
+    }
+}
+
+} // namespace
+
+TEST(Bmp, WriterLayoutIsExact)
+{
+    vmtest::TempDir dir;
+    COLImage img;
+    img.Create(3, 2);   // stride 12 (9 bytes padded)
+    img.PutPixel(0, 0, CPixel::Make(1, 2, 3));
+    img.PutPixel(1, 0, CPixel::Make(4, 5, 6));
+    img.PutPixel(2, 0, CPixel::Make(7, 8, 9));
+    img.PutPixel(0, 1, CPixel::Make(10, 11, 12));
+    img.PutPixel(1, 1, CPixel::Make(13, 14, 15));
+    img.PutPixel(2, 1, CPixel::Make(16, 17, 18));
+    ASSERT_EQ(img.SaveToFile(dir.File("a.bmp").c_str()), kOk);
+    const std::vector<uint8_t> f = vmtest::ReadAll(dir.File("a.bmp"));
+    ASSERT_EQ(f.size(), 54u + 24u);
+    EXPECT_EQ(f[0], 'B');
+    EXPECT_EQ(f[1], 'M');
+    EXPECT_EQ(Get32(f, 2), (12u * 2 + 18) * 3);
+    EXPECT_EQ(Get32(f, 6), 0u);
+    EXPECT_EQ(Get32(f, 10), 54u);
+    EXPECT_EQ(Get32(f, 14), 40u);
+    EXPECT_EQ(Get32(f, 18), 3u);
+    EXPECT_EQ(Get32(f, 22), 2u);
+    EXPECT_EQ(f[26] | f[27] << 8, 1);
+    EXPECT_EQ(f[28] | f[29] << 8, 24);
+    EXPECT_EQ(Get32(f, 30), 0u);
+    EXPECT_EQ(Get32(f, 34), 12u * 2 * 3);
+    EXPECT_EQ(Get32(f, 38), 4730u);
+    EXPECT_EQ(Get32(f, 42), 0u);
+    EXPECT_EQ(Get32(f, 46), 0u);
+    EXPECT_EQ(Get32(f, 50), 0u);
+    // Image row 0 first, blue green red, zero padding.
+    const uint8_t rows[24] = {3, 2, 1, 6, 5, 4, 9, 8, 7, 0, 0, 0, 12, 11, 10, 15, 14, 13, 18, 17, 16, 0, 0, 0};
+    EXPECT_EQ(0, std::memcmp(f.data() + 54, rows, 24));
+}
+
+TEST(Bmp, RoundTripFlipsVerticallyAndKeepsAlpha)
+{
+    vmtest::TempDir dir;
+    COLImage img;
+    vmtest::FillNoise(img, 17, 9, 31);
+    ASSERT_EQ(img.SaveToFile(dir.File("n.bmp").c_str()), kOk);
+    COLImage back;
+    back.Create(17, 9);
+    for (size_t i = 0; i < back.GetPixelCount(); ++i) back.GetBuffer()[i].alpha = 0x5A;
+    ASSERT_EQ(back.LoadFromFile(dir.File("n.bmp").c_str()), kOk);
+    for (uint32_t y = 0; y < 9; ++y)
+        for (uint32_t x = 0; x < 17; ++x) {
+            EXPECT_TRUE(back.GetPixel2(x, 8 - y) == img.GetPixel2(x, y));
+            EXPECT_EQ(back.GetPixel2(x, y).alpha, 0x5A);   // the reader leaves alpha alone
+        }
+}
+
+TEST(Bmp, PalettedRowsOfOneFourAndEightBits)
+{
+    vmtest::TempDir dir;
+    // 1 bit, width 33: rows of 8 bytes; bits from the most significant end.
+    std::vector<uint8_t> f = Header(33, 2, 1);
+    AppendPalette(f, 2);
+    const uint8_t bottom[8] = {0x80, 0, 0, 0, 0x80, 0, 0, 0};   // x = 0 and x = 32 set
+    const uint8_t top[8] = {0x40, 0, 0, 0, 0, 0, 0, 0};         // x = 1 set
+    f.insert(f.end(), bottom, bottom + 8);
+    f.insert(f.end(), top, top + 8);
+    vmtest::WriteAll(dir.File("1.bmp"), f);
+    COLImage img;
+    ASSERT_EQ(img.LoadFromFile(dir.File("1.bmp").c_str()), kOk);
+    EXPECT_EQ(img.GetWidth(), 33u);
+    EXPECT_EQ(img.GetPixel2(0, 1).red, 254);   // palette entry 1
+    EXPECT_EQ(img.GetPixel2(32, 1).green, 2);
+    EXPECT_EQ(img.GetPixel2(1, 1).red, 255);   // entry 0
+    EXPECT_EQ(img.GetPixel2(1, 0).blue, 1);
+    EXPECT_EQ(img.GetPixel2(0, 0).blue, 0);
+
+    // 1 bit, width 32: rows of exactly 4 bytes, so a second row follows at once.
+    f = Header(32, 2, 1);
+    AppendPalette(f, 2);
+    const uint8_t rows32[8] = {0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF};
+    f.insert(f.end(), rows32, rows32 + 8);
+    vmtest::WriteAll(dir.File("1b.bmp"), f);
+    ASSERT_EQ(img.LoadFromFile(dir.File("1b.bmp").c_str()), kOk);
+    EXPECT_EQ(img.GetPixel2(31, 1).blue, 1);
+    EXPECT_EQ(img.GetPixel2(30, 1).blue, 0);
+    EXPECT_EQ(img.GetPixel2(0, 0).blue, 1);
+
+    // 4 bit, width 3: high nibble first, rows padded to 4.
+    f = Header(3, 1, 4);
+    AppendPalette(f, 16);
+    const uint8_t row4[4] = {0x5A, 0xF0, 0, 0};
+    f.insert(f.end(), row4, row4 + 4);
+    vmtest::WriteAll(dir.File("4.bmp"), f);
+    ASSERT_EQ(img.LoadFromFile(dir.File("4.bmp").c_str()), kOk);
+    EXPECT_EQ(img.GetPixel2(0, 0).blue, 5);
+    EXPECT_EQ(img.GetPixel2(1, 0).blue, 10);
+    EXPECT_EQ(img.GetPixel2(2, 0).green, 30);
+
+    // 8 bit, width 5: rows of 8 bytes.
+    f = Header(5, 2, 8);
+    AppendPalette(f, 256);
+    const uint8_t row8[16] = {200, 1, 2, 3, 4, 9, 9, 9, 10, 11, 12, 13, 14, 9, 9, 9};
+    f.insert(f.end(), row8, row8 + 16);
+    vmtest::WriteAll(dir.File("8.bmp"), f);
+    ASSERT_EQ(img.LoadFromFile(dir.File("8.bmp").c_str()), kOk);
+    EXPECT_EQ(img.GetPixel2(0, 1).blue, 200);
+    EXPECT_EQ(img.GetPixel2(0, 1).red, 55);
+    EXPECT_EQ(img.GetPixel2(4, 0).blue, 14);
+}
+
+TEST(Bmp, ResultCodesForBadFiles)
+{
+    vmtest::TempDir dir;
+    COLImage img;
+    EXPECT_EQ(img.LoadFromFile(dir.File("missing.bmp").c_str()), kBmpCannotOpen);
+
+    std::vector<uint8_t> f = Header(2, 2, 24);
+    f[0] = 'X';
+    vmtest::WriteAll(dir.File("x.bmp"), f);
+    EXPECT_EQ(img.LoadFromFile(dir.File("x.bmp").c_str()), kBmpBadData);
+
+    // Only the first byte is tested: "BX" is accepted.
+    f = Header(2, 2, 24);
+    f[1] = 'X';
+    f.resize(54 + 16, 0x40);
+    vmtest::WriteAll(dir.File("bx.bmp"), f);
+    EXPECT_EQ(img.LoadFromFile(dir.File("bx.bmp").c_str()), kOk);
+
+    // A header cut short.
+    f.resize(30);
+    vmtest::WriteAll(dir.File("short.bmp"), f);
+    EXPECT_EQ(img.LoadFromFile(dir.File("short.bmp").c_str()), kBmpBadData);
+}
+
+TEST(Bmp, TruncatedRowsKeepWhatWasRead)
+{
+    vmtest::TempDir dir;
+    std::vector<uint8_t> f = Header(2, 3, 24);
+    const uint8_t row[8] = {1, 2, 3, 4, 5, 6, 0, 0};
+    f.insert(f.end(), row, row + 8);   // bottom row only, then the file ends inside the second
+    f.push_back(7);
+    vmtest::WriteAll(dir.File("t.bmp"), f);
+    COLImage img;
+    EXPECT_EQ(img.LoadFromFile(dir.File("t.bmp").c_str()), kBmpBadData);
+    ASSERT_FALSE(img.IsEmpty());
+    EXPECT_EQ(img.GetPixel2(0, 2).blue, 1);
+    EXPECT_EQ(img.GetPixel2(1, 2).red, 6);
+}
+
+TEST(Bmp, AbsurdSizesAreRefusedBeforeAllocating)
+{
+    vmtest::TempDir dir;
+    COLImage img;
+    for (auto [w, h] : {std::pair{20001, 10}, {10, 20001}, {0, 5}, {-4, 5}, {0x7FFFFFFF, 0x7FFFFFFF}}) {
+        std::vector<uint8_t> f = Header(w, h, 24);
+        f.resize(200, 0);
+        vmtest::WriteAll(dir.File("big.bmp"), f);
+        EXPECT_EQ(img.LoadFromFile(dir.File("big.bmp").c_str()), kBmpBadData) << w << "x" << h;
+        EXPECT_TRUE(img.IsEmpty());
+    }
+}
+
+TEST(Bmp, UndecodedDepthsGiveABlankPictureOfTheFileSize)
+{
+    vmtest::TempDir dir;
+    std::vector<uint8_t> f = Header(4, 3, 32);
+    f.resize(54 + 48, 0xEE);
+    vmtest::WriteAll(dir.File("32.bmp"), f);
+    COLImage img;
+    EXPECT_EQ(img.LoadFromFile(dir.File("32.bmp").c_str()), kOk);
+    EXPECT_EQ(img.GetWidth(), 4u);
+    EXPECT_EQ(img.GetHeight(), 3u);
+}
+
+TEST(Bmp, ReadsAPhotoWrittenByAnotherProgram)
+{
+    // sample-small.bmp was written by ImageMagick (BMP3, 24 bit, bottom-up).
+    COLImage img;
+    ASSERT_EQ(img.LoadFromFile(vmtest::AssetPath("samples/sample-small.bmp").c_str()), kOk);
+    EXPECT_EQ(img.GetWidth(), 160u);
+    EXPECT_EQ(img.GetHeight(), 107u);
+    // The file's last pixel data (top-right of the picture, as stored last) must land in row 0.
+    const std::vector<uint8_t> f = vmtest::ReadAll(vmtest::AssetPath("samples/sample-small.bmp"));
+    const uint32_t offset = Get32(f, 10), stride = (160 * 3 + 3) / 4 * 4;
+    const size_t topRight = offset + size_t(106) * stride + 159 * 3;
+    EXPECT_EQ(img.GetPixel2(159, 0).blue, f[topRight]);
+    EXPECT_EQ(img.GetPixel2(159, 0).red, f[topRight + 2]);
+    const size_t bottomLeft = offset;
+    EXPECT_EQ(img.GetPixel2(0, 106).green, f[bottomLeft + 1]);
+}
+
+TEST(Bmp, FailedWriteKeepsTheOldFile)
+{
+    vmtest::TempDir dir;
+    const std::string path = dir.File("keep.bmp");
+    vmtest::WriteAll(path, {1, 2, 3});
+    COLImage empty;
+    EXPECT_NE(empty.SaveToFile(path.c_str()), kOk);
+    EXPECT_EQ(vmtest::ReadAll(path).size(), 3u);
+    COLImage img;
+    vmtest::FillNoise(img, 2, 2, 1);
+    EXPECT_EQ(img.SaveToFile((dir.File("no/such/folder.bmp")).c_str()), kBmpCannotOpen);
+    // No temporary files are left beside the target.
+    int files = 0;
+    for (auto& e : std::filesystem::directory_iterator(dir.Path())) files += e.is_regular_file();
+    EXPECT_EQ(files, 1);
+}

@@ -1,0 +1,99 @@
+#include "support/test_support.h"
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <sys/wait.h>
+#include <random>
+#include <stdexcept>
+
+namespace vmtest {
+
+TempDir::TempDir()
+{
+    std::random_device rd;
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        auto candidate = std::filesystem::temp_directory_path() / ("vmtest-" + std::to_string(rd()));
+        if (std::filesystem::create_directory(candidate)) {
+            m_path = candidate;
+            return;
+        }
+    }
+    throw std::runtime_error("cannot make a temporary folder");
+}
+
+TempDir::~TempDir()
+{
+    std::error_code ec;
+    std::filesystem::remove_all(m_path, ec);
+}
+
+std::vector<uint8_t> ReadAll(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<uint8_t>(std::istreambuf_iterator<char>(in), {});
+}
+
+void WriteAll(const std::string& path, const std::vector<uint8_t>& bytes)
+{
+    std::ofstream out(path, std::ios::binary);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+void FillNoise(COLImage& image, uint32_t width, uint32_t height, uint32_t seed)
+{
+    image.Create(width, height);
+    std::mt19937 rng(seed);
+    CPixel* p = image.GetBuffer();
+    for (size_t i = 0; i < image.GetPixelCount(); ++i) p[i] = CPixel::FromWord(rng());
+}
+
+void FillNoise(COLChannel& channel, uint32_t width, uint32_t height, uint32_t seed)
+{
+    channel.Create(width, height);
+    std::mt19937 rng(seed);
+    uint8_t* p = channel.GetBuffer();
+    for (uint32_t i = 0; i < channel.GetAreaByteSize(); ++i) p[i] = static_cast<uint8_t>(rng());
+}
+
+bool SameColours(const COLImage& a, const COLImage& b)
+{
+    if (a.IsEmpty() || b.IsEmpty() || a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) return false;
+    for (size_t i = 0; i < a.GetPixelCount(); ++i)
+        if (!(a.GetBuffer()[i] == b.GetBuffer()[i])) return false;
+    return true;
+}
+
+bool SamePixels(const COLImage& a, const COLImage& b)
+{
+    if (!SameColours(a, b)) return false;
+    for (size_t i = 0; i < a.GetPixelCount(); ++i)
+        if (a.GetBuffer()[i].alpha != b.GetBuffer()[i].alpha) return false;
+    return true;
+}
+
+CliResult RunCli(const std::string& arguments)
+{
+    const std::string command = std::string(VM_CLI_PATH) + " " + arguments + " 2>&1";
+    CliResult r{-1, {}};
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return r;
+    std::array<char, 4096> buf{};
+    size_t n;
+    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) r.output.append(buf.data(), n);
+    const int status = pclose(pipe);
+    r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return r;
+}
+
+std::string Quote(const std::string& text)
+{
+    std::string q = "'";
+    for (char c : text) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return q + "'";
+}
+
+std::string AssetPath(const std::string& relative) { return std::string(VM_ASSETS_DIR) + "/" + relative; }
+std::string DataPath(const std::string& relative) { return std::string(VM_TEST_DATA_DIR) + "/" + relative; }
+
+} // namespace vmtest

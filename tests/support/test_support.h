@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "imaging/channel.h"
+#include "imaging/image.h"
+
+namespace vmtest {
+
+// A fresh folder under the system temporary folder, removed with everything in it at the end of the test.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    const std::filesystem::path& Path() const { return m_path; }
+    std::string File(const std::string& name) const { return (m_path / name).string(); }
+
+private:
+    std::filesystem::path m_path;
+};
+
+std::vector<uint8_t> ReadAll(const std::string& path);
+void WriteAll(const std::string& path, const std::vector<uint8_t>& bytes);
+
+// Deterministic pseudo-random picture (fixed seed), alpha included.
+void FillNoise(COLImage& image, uint32_t width, uint32_t height, uint32_t seed);
+void FillNoise(COLChannel& channel, uint32_t width, uint32_t height, uint32_t seed);
+bool SameColours(const COLImage& a, const COLImage& b);   // size and RGB of every pixel
+bool SamePixels(const COLImage& a, const COLImage& b);    // size and all four bytes
+
+// Runs velmorando-cli with the given (shell-quoted) arguments; stdout and stderr together.
+struct CliResult {
+    int exitCode;
+    std::string output;
+};
+CliResult RunCli(const std::string& arguments);
+std::string Quote(const std::string& text);   // single-quoted for the shell
+
+std::string AssetPath(const std::string& relative);   // under assets/
+std::string DataPath(const std::string& relative);    // under tests/data/
+
+} // namespace vmtest
