@@ -1,0 +1,50 @@
+#include "shell/file_filter.h"
+
+std::vector<FileFilterEntry> ParseFileFilter(const std::string& filter)
+{
+    std::vector<std::string> parts;
+    size_t start = 0;
+    while (start < filter.size()) {
+        size_t bar = filter.find('|', start);
+        if (bar == std::string::npos) bar = filter.size();
+        parts.push_back(filter.substr(start, bar - start));
+        start = bar + 1;
+    }
+    std::vector<FileFilterEntry> entries;
+    for (size_t i = 0; i + 1 < parts.size(); i += 2) {
+        if (parts[i].empty()) break; // the closing "||"
+        FileFilterEntry e{parts[i], {}};
+        const std::string& list = parts[i + 1];
+        size_t p = 0;
+        while (p < list.size()) {
+            size_t semi = list.find(';', p);
+            if (semi == std::string::npos) semi = list.size();
+            std::string pattern = list.substr(p, semi - p);
+            if (!pattern.empty()) e.patterns.push_back(pattern);
+            p = semi + 1;
+        }
+        entries.push_back(std::move(e));
+    }
+    return entries;
+}
+
+std::string ToDialogFilter(const std::string& filter)
+{
+    std::string out;
+    for (const FileFilterEntry& e : ParseFileFilter(filter)) {
+        if (!out.empty()) out += ";;";
+        out += e.name + " (";
+        for (size_t i = 0; i < e.patterns.size(); ++i) out += (i ? " " : "") + e.patterns[i];
+        out += ")";
+    }
+    return out;
+}
+
+std::string DefaultExtension(const std::string& filter)
+{
+    std::vector<FileFilterEntry> entries = ParseFileFilter(filter);
+    if (entries.empty() || entries[0].patterns.empty()) return {};
+    const std::string& p = entries[0].patterns[0];
+    if (p.size() > 2 && p.compare(0, 2, "*.") == 0 && p.find('*', 2) == std::string::npos) return p.substr(2);
+    return {};
+}

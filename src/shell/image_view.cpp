@@ -1,0 +1,444 @@
+#include "shell/image_view.h"
+
+#include <QApplication>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QScrollBar>
+#include <QWheelEvent>
+#include <algorithm>
+#include <cstring>
+
+#include "shell/key_translate.h"
+#include "shell/navigator.h"
+
+namespace {
+
+// Lines of the overlay: white in difference mode inverts what lies under them, and a second pass restores it.
+class CPainterOverlayDC : public IOverlayDC {
+public:
+    explicit CPainterOverlayDC(QPainter& p) : m_painter(p) {}
+    void DrawLine(int x0, int y0, int x1, int y1) override { m_painter.drawLine(x0, y0, x1, y1); }
+
+private:
+    QPainter& m_painter;
+};
+
+QColor FromRgb(uint32_t rgb) { return QColor((rgb >> 16) & 0xFF, (rgb >> 8) & 0xFF, rgb & 0xFF); }
+
+} // namespace
+
+CImageView::CImageView(QWidget* parent)
+    : QWidget(parent),
+      m_pHBar(new QScrollBar(Qt::Horizontal, this)),
+      m_pVBar(new QScrollBar(Qt::Vertical, this)),
+      m_pNavigator(new CNavigator(this))
+{
+    setMouseTracking(true);
+    setFocusPolicy(Qt::StrongFocus);
+    setAttribute(Qt::WA_OpaquePaintEvent);
+    setMinimumSize(120, 120);
+    m_pHBar->hide();
+    m_pVBar->hide();
+    m_pNavigator->hide();
+    connect(m_pHBar, &QScrollBar::actionTriggered, this, [this](int action) { OnBarAction(true, action); });
+    connect(m_pVBar, &QScrollBar::actionTriggered, this, [this](int action) { OnBarAction(false, action); });
+    connect(&m_timer, &QTimer::timeout, this, &CImageView::OnTimer);
+    m_timer.start(100);
+}
+
+CImageView::~CImageView()
+{
+    if (m_pSource) m_pSource->SetView(nullptr);
+}
+
+void CImageView::SetSource(ICanvasSource* source)
+{
+    m_pSource = source;
+    m_rendered = false;
+    m_display.Free();
+    m_screen = QImage();
+    m_ants.clear();
+    m_antsCount = 0;
+    if (!source) {
+        m_geo.SetImageSize(0, 0);
+        Layout();
+        m_pNavigator->hide();
+        update();
+        Q_EMIT ViewChanged();
+        return;
+    }
+    source->SetView(this);
+    Refresh();
+}
+
+void CImageView::SetSink(IViewSink* sink)
+{
+    m_pSink = sink;
+    if (sink) sink->SetView(this);
+}
+
+void CImageView::Layout()
+{
+    int w = 0, h = 0;
+    if (m_pSource) m_pSource->GetSize(w, h);
+    m_geo.SetImageSize(w, h);
+    m_geo.SetClientSize(width(), height());
+    m_geo.Layout();
+    UpdateBars();
+}
+
+void CImageView::UpdateBars()
+{
+    const ScrollBarLayout bars[2] = {m_geo.HBar(), m_geo.VBar()};
+    QScrollBar* widgets[2] = {m_pHBar, m_pVBar};
+    for (int i = 0; i < 2; ++i) {
+        const ScrollBarLayout& b = bars[i];
+        QScrollBar* bar = widgets[i];
+        if (!b.visible || !m_pSource) {
+            bar->hide();
+            continue;
+        }
+        bar->setGeometry(b.rect.left, b.rect.top, b.rect.Width(), b.rect.Height());
+        const QSignalBlocker block(bar);
+        bar->setRange(0, std::max(0, b.maximum + 1 - b.page));
+        bar->setPageStep(std::max(1, b.page));
+        bar->setSingleStep(1);
+        bar->setValue(b.position);
+        bar->show();
+    }
+    m_pNavigator->PlaceIn(width(), height());
+}
+
+void CImageView::Refresh()
+{
+    Layout();
+    Render(true);
+    m_pNavigator->ContentChanged();
+    Redraw();
+}
+
+void CImageView::PostRefresh()
+{
+    // Called by the merge thread: coalesce, and let the interface thread do the work.
+    if (!m_pendingRefresh.exchange(true)) QMetaObject::invokeMethod(this, [this] {
+        if (m_pendingRefresh.exchange(false)) Refresh();
+    }, Qt::QueuedConnection);
+}
+
+int CImageView::Render(bool force)
+{
+    const VRect& r = m_geo.GetImageRect();
+    if (!m_pSource || !m_geo.IsLaidOut() || r.Width() <= 0 || r.Height() <= 0) return 0;
+    if (m_rendered && !force && m_lastZoom == m_geo.GetZoom() && m_lastOrigin == m_geo.GetOrigin()) return 1;
+    if (m_display.Create(uint32_t(r.Width()), uint32_t(r.Height())) != kOk) return 0;
+    m_lastZoom = m_geo.GetZoom();
+    m_lastOrigin = m_geo.GetOrigin();
+    m_rendered = true;
+    m_pSource->Render(&m_display);
+    if (m_pSink) m_pSink->OnFrameDone();
+    BuildAnts();
+    UpdateScreenCopy();
+    DrawAnts();
+    return 1;
+}
+
+void CImageView::UpdateScreenCopy()
+{
+    const int w = int(m_display.GetWidth()), h = int(m_display.GetHeight());
+    if (m_screen.width() != w || m_screen.height() != h) m_screen = QImage(w, h, QImage::Format_RGB32);
+    if (m_screen.isNull()) return;
+    // The alpha byte of the display buffer is the selection; the screen copy is opaque.
+    for (int y = 0; y < h; ++y) {
+        const CPixel* src = m_display.GetBuffer(0, uint32_t(y));
+        auto* dst = reinterpret_cast<uint32_t*>(m_screen.scanLine(y));
+        for (int x = 0; x < w; ++x) dst[x] = src[x].Word() | 0xFF000000u;
+    }
+}
+
+void CImageView::Redraw()
+{
+    if (m_pSource && m_geo.IsLaidOut()) Render(false);
+    update();
+    Q_EMIT ViewChanged();
+}
+
+void CImageView::DrawOverlayNow()
+{
+    // Painting happens in paintEvent; the overlay is drawn there after the picture.
+    update(m_geo.GetImageRect().left, m_geo.GetImageRect().top, m_geo.GetImageRect().Width(),
+           m_geo.GetImageRect().Height());
+}
+
+long CImageView::SetZoom(double zoom, bool redraw)
+{
+    m_geo.SetClientSize(width(), height());
+    const bool ok = m_geo.SetZoom(zoom);
+    UpdateBars();
+    if (redraw) Redraw();
+    return ok ? kOk : kFail;
+}
+
+long CImageView::SetOrigin(VPoint* out, int x, int y, bool redraw)
+{
+    m_geo.SetClientSize(width(), height());
+    const VPoint o = m_geo.SetOrigin(x, y);
+    UpdateBars();
+    if (out) *out = o;
+    if (redraw) Redraw();
+    return m_geo.IsLaidOut() ? kOk : kFail;
+}
+
+void CImageView::ZoomStep(bool in, int x, int y)
+{
+    if (!m_pSource) return;
+    const CViewGeometry::ZoomStepResult step = m_geo.ComputeZoomStep(in, x, y);
+    if (step.recentre) {
+        SetZoom(step.zoom, false);
+        SetOrigin(nullptr, step.origin.x, step.origin.y, true);
+    } else {
+        SetZoom(step.zoom, true);
+    }
+}
+
+double CImageView::FitZoom(double maxZoom) const
+{
+    int w = 0, h = 0;
+    if (m_pSource) m_pSource->GetSize(w, h);
+    if (w <= 0 || h <= 0) return 1.0;
+    // Room for the picture without either bar: the bars appear at (area - 16).
+    const double roomW = width() - 2 - kScrollBarSize - 1.0, roomH = height() - 2 - kScrollBarSize - 1.0;
+    const double z = std::min(roomW / w, roomH / h);
+    return std::clamp(z, 0.01, maxZoom);
+}
+
+void CImageView::ZoomFit()
+{
+    if (!m_pSource) return;
+    m_geo.SetOrigin(0, 0);
+    SetZoom(FitZoom(kMaxZoom), true);
+}
+
+void CImageView::OnBarAction(bool horizontal, int action)
+{
+    QScrollBar* bar = horizontal ? m_pHBar : m_pVBar;
+    EScrollKind kind;
+    switch (action) {
+    case QAbstractSlider::SliderSingleStepSub: kind = EScrollKind::kLineUp; break;
+    case QAbstractSlider::SliderSingleStepAdd: kind = EScrollKind::kLineDown; break;
+    case QAbstractSlider::SliderPageStepSub: kind = EScrollKind::kPageUp; break;
+    case QAbstractSlider::SliderPageStepAdd: kind = EScrollKind::kPageDown; break;
+    case QAbstractSlider::SliderMove: kind = EScrollKind::kTrack; break;
+    case QAbstractSlider::SliderToMinimum: kind = EScrollKind::kTrack; break;
+    case QAbstractSlider::SliderToMaximum: kind = EScrollKind::kTrack; break;
+    default: return;
+    }
+    const int v = m_geo.ScrollTarget(horizontal, kind, bar->sliderPosition());
+    const VPoint o = m_geo.GetOrigin();
+    SetOrigin(nullptr, horizontal ? v : o.x, horizontal ? o.y : v, true);
+    // Our arithmetic decides the position, not the bar's own.
+    bar->setSliderPosition(horizontal ? m_geo.GetOrigin().x : m_geo.GetOrigin().y);
+}
+
+void CImageView::BuildAnts()
+{
+    m_ants.clear();
+    m_antsCount = 0;
+    const int w = int(m_display.GetWidth()), h = int(m_display.GetHeight());
+    if (w <= 0 || h <= 0) return;
+    const double z = m_geo.GetZoom();
+    const VPoint o = m_geo.GetOrigin();
+    const int iw = m_geo.ImageWidth(), ih = m_geo.ImageHeight();
+    // A border of the buffer is an outline only where it is also a border of the image.
+    const bool leftIsEdge = o.x == 0, topIsEdge = o.y == 0;
+    const bool rightIsEdge = TruncToInt((w - 1) / z) + o.x >= iw - 1;
+    const bool bottomIsEdge = TruncToInt((h - 1) / z) + o.y >= ih - 1;
+    for (int y = 0; y < h; ++y) {
+        const CPixel* row = m_display.GetBuffer(0, uint32_t(y));
+        for (int x = 0; x < w; ++x) {
+            if (row[x].alpha < 127) continue;
+            bool edge;
+            if (x == 0 || y == 0 || x == w - 1 || y == h - 1) {
+                edge = (x == 0 && leftIsEdge) || (y == 0 && topIsEdge) || (x == w - 1 && rightIsEdge) ||
+                       (y == h - 1 && bottomIsEdge);
+            } else {
+                edge = row[x - 1].alpha <= 127 || row[x + 1].alpha <= 127 ||
+                       m_display.GetBuffer(uint32_t(x), uint32_t(y - 1))->alpha <= 127 ||
+                       m_display.GetBuffer(uint32_t(x), uint32_t(y + 1))->alpha <= 127;
+            }
+            if (edge) m_ants.push_back(uint32_t(y) * uint32_t(w) + uint32_t(x));
+        }
+    }
+    m_antsCount = int(m_ants.size());
+}
+
+void CImageView::DrawAnts()
+{
+    if (!m_antsCount || m_screen.isNull()) return;
+    ++m_antsFrame;
+    const uint32_t t = m_antsFrame;
+    const int w = m_screen.width();
+    for (uint32_t index : m_ants) {
+        const int x = int(index % uint32_t(w)), y = int(index / uint32_t(w));
+        const bool black = ((x + y + int(t % 4)) / 4) % 2 == int((t / 4) % 2);
+        reinterpret_cast<uint32_t*>(m_screen.scanLine(y))[x] = black ? 0xFF000000u : 0xFFFFFFFFu;
+    }
+}
+
+void CImageView::OnTimer()
+{
+    ++m_tick;
+    const bool captured = QApplication::mouseButtons() != Qt::NoButton &&
+                          (underMouse() || m_pNavigator->IsDragging());
+    if (m_tick % 4 == 0 && m_antsCount && !captured) {
+        DrawAnts();
+        DrawOverlayNow();
+    }
+    if (m_pSink) m_pSink->OnTimer();
+}
+
+void CImageView::paintEvent(QPaintEvent*)
+{
+    QPainter p(this);
+    if (!m_pSource) {
+        p.fillRect(rect(), Qt::black);
+        return;
+    }
+    const VRect& r = m_geo.GetImageRect();
+    const QRect imageRect(r.left, r.top, std::max(0, r.Width()), std::max(0, r.Height()));
+    // Everything around the picture in the back colour.
+    const QRegion around = QRegion(rect()).subtracted(QRegion(imageRect));
+    for (const QRect& part : around) p.fillRect(part, FromRgb(m_backColor));
+
+    if (m_pOverride && !m_pOverride->IsEmpty()) {
+        QImage copy(int(m_pOverride->GetWidth()), int(m_pOverride->GetHeight()), QImage::Format_RGB32);
+        for (int y = 0; y < copy.height(); ++y) {
+            const CPixel* src = m_pOverride->GetBuffer(0, uint32_t(y));
+            auto* dst = reinterpret_cast<uint32_t*>(copy.scanLine(y));
+            for (int x = 0; x < copy.width(); ++x) dst[x] = src[x].Word() | 0xFF000000u;
+        }
+        p.drawImage(imageRect, copy);
+    } else if (!m_screen.isNull()) {
+        p.drawImage(imageRect.topLeft(), m_screen);
+    }
+
+    // The zoom label beside the horizontal bar.
+    const VRect label = m_geo.ZoomLabelRect();
+    const QRect labelRect(label.left, label.top, label.Width(), label.Height());
+    p.fillRect(labelRect, FromRgb(m_backColor));
+    p.setPen(FromRgb(0x5A5A5A));
+    p.drawRect(labelRect.adjusted(0, 0, -1, -1));
+    QFont font(QStringLiteral("Arial"));
+    font.setPixelSize(12);
+    p.setFont(font);
+    p.setPen(FromRgb(0x8C8C8C));
+    p.drawText(labelRect, Qt::AlignCenter, QString::asprintf("%.1f%%", m_geo.GetZoom() * 100.0));
+
+    if (m_pOverlay) {
+        p.setClipRect(imageRect);
+        p.setCompositionMode(QPainter::CompositionMode_Difference);
+        p.setPen(QPen(Qt::white, 1));
+        p.setRenderHint(QPainter::Antialiasing, false);
+        CPainterOverlayDC dc(p);
+        m_pOverlay->DrawOverlay(dc, true);
+    }
+}
+
+void CImageView::resizeEvent(QResizeEvent*)
+{
+    Layout();
+    if (m_pSource) Render(true);
+    update();
+    Q_EMIT ViewChanged();
+}
+
+uint32_t CImageView::MouseFlags(Qt::MouseButtons buttons, Qt::KeyboardModifiers modifiers) const
+{
+    uint32_t f = 0;
+    if (buttons & Qt::LeftButton) f |= kMkLButton;
+    if (buttons & Qt::RightButton) f |= kMkRButton;
+    if (buttons & Qt::MiddleButton) f |= kMkMButton;
+    if (modifiers & Qt::ShiftModifier) f |= kMkShift;
+    if (modifiers & Qt::ControlModifier) f |= kMkControl;
+    return f;
+}
+
+void CImageView::mousePressEvent(QMouseEvent* event)
+{
+    const int x = int(event->position().x()), y = int(event->position().y());
+    const uint32_t flags = MouseFlags(event->buttons(), event->modifiers());
+    if (event->button() == Qt::LeftButton) {
+        const VRect corner = m_geo.CornerBox();
+        if (corner.Contains(x, y) && (m_geo.HasHBar() || m_geo.HasVBar()) && m_pSource) {
+            m_pNavigator->setVisible(!m_pNavigator->isVisible());
+            if (m_pNavigator->isVisible()) m_pNavigator->ContentChanged();
+            return;
+        }
+        if (m_pSink && m_geo.GetImageRect().Contains(x, y)) m_pSink->OnLButtonDown(flags, x, y);
+    } else if (event->button() == Qt::RightButton) {
+        if (m_pSink) m_pSink->OnRButtonDown(flags, x, y);
+    }
+}
+
+void CImageView::mouseReleaseEvent(QMouseEvent* event)
+{
+    const int x = int(event->position().x()), y = int(event->position().y());
+    const uint32_t flags = MouseFlags(event->buttons(), event->modifiers());
+    if (!m_pSink) return;
+    if (event->button() == Qt::LeftButton) m_pSink->OnLButtonUp(flags, x, y);
+    if (event->button() == Qt::RightButton) m_pSink->OnRButtonUp(flags, x, y);
+}
+
+void CImageView::mouseMoveEvent(QMouseEvent* event)
+{
+    // Keys then reach the tool without a click.
+    if (!hasFocus() && isActiveWindow()) setFocus(Qt::MouseFocusReason);
+    const int x = int(event->position().x()), y = int(event->position().y());
+    if (!m_pSink) {
+        unsetCursor();
+        return;
+    }
+    m_pSink->OnMouseMove(MouseFlags(event->buttons(), event->modifiers()), x, y);
+    const VRect& area = m_geo.GetImageArea();
+    if (m_geo.GetImageRect().Contains(x, y) &&
+        m_pSink->OnSetCursor(area.left, area.top, area.right, area.bottom, x, y) == 0)
+        unsetCursor();
+}
+
+void CImageView::mouseDoubleClickEvent(QMouseEvent* event)
+{
+    const int x = int(event->position().x()), y = int(event->position().y());
+    if (m_pSink && event->button() == Qt::LeftButton)
+        m_pSink->OnLButtonDblClk(MouseFlags(event->buttons(), event->modifiers()), x, y);
+}
+
+void CImageView::wheelEvent(QWheelEvent* event)
+{
+    const int x = int(event->position().x()), y = int(event->position().y());
+    const int delta = event->angleDelta().y();
+    if (m_pSink && m_pSink->OnMouseWheel(MouseFlags(event->buttons(), event->modifiers()), delta, x, y)) return;
+    if (!m_pSource || delta == 0) return;
+    // A notch is 120; touchpads send small steps that add up to one.
+    m_wheelRemainder += delta;
+    while (m_wheelRemainder >= 120 || m_wheelRemainder <= -120) {
+        const bool in = m_wheelRemainder > 0;
+        m_wheelRemainder += in ? -120 : 120;
+        ZoomStep(in, x, y);
+    }
+}
+
+void CImageView::keyPressEvent(QKeyEvent* event)
+{
+    if (m_pSink && m_pSink->OnKeyDown(VirtualKeyOf(event), event->isAutoRepeat() ? 0x40000000u : 0u)) return;
+    QWidget::keyPressEvent(event);
+}
+
+void CImageView::keyReleaseEvent(QKeyEvent* event)
+{
+    if (m_pSink && m_pSink->OnKeyUp(VirtualKeyOf(event), 0xC0000000u)) return;
+    QWidget::keyReleaseEvent(event);
+}
+
+void CImageView::leaveEvent(QEvent*) { m_wheelRemainder = 0; }
+
+bool CImageView::IsNavigatorVisible() const { return m_pNavigator->isVisible(); }

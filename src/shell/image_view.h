@@ -1,0 +1,113 @@
+#pragma once
+
+#include <QImage>
+#include <QTimer>
+#include <QWidget>
+#include <atomic>
+#include <cstdint>
+#include <vector>
+
+#include "imaging/image.h"
+#include "shell/canvas_view.h"
+#include "shell/view_geometry.h"
+
+class QScrollBar;
+class CNavigator;
+
+// The canvas: shows a source at a zoom with scroll bars, a zoom label and a navigator, animates the selection
+// outline, draws the current tool's overlay after the picture, and hands all input to the current tool.
+// The picture on screen is one buffer of the visible size, rebuilt only when zoom, origin or content changed.
+class CImageView : public QWidget, public ICanvasView {
+    Q_OBJECT
+public:
+    explicit CImageView(QWidget* parent = nullptr);
+    ~CImageView() override;
+
+    // ICanvasView
+    void SetSource(ICanvasSource* source) override;
+    ICanvasSource* GetSource() override { return m_pSource; }
+    void SetSink(IViewSink* sink) override;
+    void SetOverlay(IOverlayDrawer* overlay) override { m_pOverlay = overlay; }
+    void Redraw() override;
+    void DrawOverlayNow() override;
+    long SetZoom(double zoom, bool redraw) override;
+    double GetZoom() override { return m_geo.GetZoom(); }
+    long SetOrigin(VPoint* out, int x, int y, bool redraw) override;
+    VPoint GetOrigin() override { return m_geo.GetOrigin(); }
+    VPoint GetViewSize() override { return {m_geo.GetImageRect().Width(), m_geo.GetImageRect().Height()}; }
+    VRect GetImageRect() override { return m_geo.GetImageRect(); }
+    VPoint ClientToImage(int x, int y) override { return m_geo.ClientToImage(x, y); }
+    VPoint ImageToClient(int x, int y) override { return m_geo.ImageToClient(x, y); }
+    void* GetWindowHandle() override { return static_cast<QWidget*>(this); }
+    void Refresh() override;
+    COLImage* GetDisplayBuffer() override { return &m_display; }
+    void SetDisplayOverride(COLImage* image) override { m_pOverride = image; }
+    void PostRefresh() override;
+    void ZoomIn() override { ZoomStep(true, width() / 2, height() / 2); }
+    void ZoomOut() override { ZoomStep(false, width() / 2, height() / 2); }
+    void ZoomFit() override;
+
+    // One zoom stop in or out about a client point; only with a source.
+    void ZoomStep(bool in, int x, int y);
+    // The largest zoom that shows the whole picture without scroll bars (capped at maxZoom).
+    double FitZoom(double maxZoom) const;
+
+    // Builds the visible picture again when zoom or origin changed, or always with force. 0 when there is nothing
+    // to show or the buffer cannot be made (the old picture then stays), 1 otherwise.
+    int Render(bool force);
+
+    const CViewGeometry& Geometry() const { return m_geo; }
+    int AntsCount() const { return m_antsCount; }
+    bool IsNavigatorVisible() const;
+    QScrollBar* HorizontalBar() const { return m_pHBar; }
+    QScrollBar* VerticalBar() const { return m_pVBar; }
+    uint32_t BackColor() const { return m_backColor; }
+
+Q_SIGNALS:
+    // The zoom or the visible part changed (for the navigator and the status bar).
+    void ViewChanged();
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseDoubleClickEvent(QMouseEvent* event) override;
+    void wheelEvent(QWheelEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void keyReleaseEvent(QKeyEvent* event) override;
+    void leaveEvent(QEvent* event) override;
+
+private:
+    void Layout();
+    void UpdateBars();
+    void OnBarAction(bool horizontal, int action);
+    void OnTimer();
+    void BuildAnts();
+    void DrawAnts();
+    void UpdateScreenCopy();
+    uint32_t MouseFlags(Qt::MouseButtons buttons, Qt::KeyboardModifiers modifiers) const;
+
+    ICanvasSource* m_pSource = nullptr;
+    IViewSink* m_pSink = nullptr;
+    IOverlayDrawer* m_pOverlay = nullptr;
+    CViewGeometry m_geo;
+    COLImage m_display;          // the source's rendering, alpha = selection at screen size
+    QImage m_screen;             // the same, opaque, with the outline drawn in
+    COLImage* m_pOverride = nullptr;
+    std::vector<uint32_t> m_ants; // indices of outline pixels in the display buffer
+    int m_antsCount = 0;
+    uint32_t m_antsFrame = 0;
+    int m_tick = 0;
+    bool m_rendered = false;
+    double m_lastZoom = 0;
+    VPoint m_lastOrigin{-1, -1};
+    std::atomic<bool> m_pendingRefresh{false};
+    int m_wheelRemainder = 0;
+    QScrollBar* m_pHBar;
+    QScrollBar* m_pVBar;
+    CNavigator* m_pNavigator;
+    QTimer m_timer;
+    uint32_t m_backColor = 0x404040; // 0xRRGGBB, grey either way
+};

@@ -1,0 +1,256 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "shell/command_line.h"
+#include "shell/file_filter.h"
+#include "shell/key_map.h"
+#include "shell/menu_table.h"
+#include "support/test_support.h"
+
+TEST(CommandLine, PathsQuotesAndPluginSwitch)
+{
+    ShellCommandLine c = ParseCommandLine("   /home/u/a.jpg");
+    EXPECT_FALSE(c.pluginMode);
+    EXPECT_EQ(c.path, "/home/u/a.jpg");
+
+    c = ParseCommandLine("\"/home/u/my photo.jpg\" ignored");
+    EXPECT_EQ(c.path, "/home/u/my photo.jpg");
+    // A quoted path without its closing quote runs to the end of the text.
+    c = ParseCommandLine("\"/home/u/my photo.jpg");
+    EXPECT_EQ(c.path, "/home/u/my photo.jpg");
+
+    c = ParseCommandLine("-i0 /tmp/x.raw");
+    EXPECT_TRUE(c.pluginMode);
+    EXPECT_EQ(c.methodDigit, 0);
+    EXPECT_EQ(c.path, "/tmp/x.raw");
+    c = ParseCommandLine("  -I1   \"/tmp/a b.raw\"");
+    EXPECT_TRUE(c.pluginMode); // capitals too
+    EXPECT_EQ(c.methodDigit, 1);
+    EXPECT_EQ(c.path, "/tmp/a b.raw");
+
+    // Nothing to open: plug-in mode off.
+    c = ParseCommandLine("-i0   ");
+    EXPECT_FALSE(c.pluginMode);
+    EXPECT_TRUE(c.path.empty());
+    c = ParseCommandLine("");
+    EXPECT_FALSE(c.pluginMode);
+    EXPECT_TRUE(c.path.empty());
+    c = ParseCommandLine("\"\"");
+    EXPECT_TRUE(c.path.empty());
+}
+
+TEST(CommandLine, ArgumentsBecomeTheCommandText)
+{
+    EXPECT_EQ(JoinArguments({}), "");
+    EXPECT_EQ(JoinArguments({"/a/b c.jpg", "/second.jpg"}), "\"/a/b c.jpg\"");
+    EXPECT_EQ(JoinArguments({"-i0", "/t/x y.raw"}), "-i0 \"/t/x y.raw\"");
+    EXPECT_EQ(JoinArguments({"-i1/t/x.raw"}), "-i1 /t/x.raw");
+    ShellCommandLine c = ParseCommandLine(JoinArguments({"-i1", "/t/with space.raw"}));
+    EXPECT_TRUE(c.pluginMode);
+    EXPECT_EQ(c.methodDigit, 1);
+    EXPECT_EQ(c.path, "/t/with space.raw");
+}
+
+namespace {
+
+std::vector<uint8_t> HostFile(uint32_t w, uint32_t h, int bytesPerPixel, size_t rows)
+{
+    std::vector<uint8_t> b;
+    for (uint32_t v : {w, h})
+        for (int k = 0; k < 4; ++k) b.push_back(uint8_t(v >> (8 * k)));
+    for (size_t y = 0; y < rows; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            b.push_back(uint8_t(10 * x + y));     // R
+            b.push_back(uint8_t(100 + x));        // G
+            b.push_back(uint8_t(200 + y));        // B
+            if (bytesPerPixel == 4) b.push_back(7); // skipped
+        }
+    return b;
+}
+
+} // namespace
+
+TEST(HostImage, ThreeAndFourBytesPerPixel)
+{
+    vmtest::TempDir dir;
+    for (int bpp : {3, 4}) {
+        const std::string path = dir.File("host" + std::to_string(bpp));
+        vmtest::WriteAll(path, HostFile(5, 3, bpp, 3));
+        COLImage img;
+        uint32_t got = 0;
+        ASSERT_TRUE(ReadHostImage(path, img, 0xFF000000u, got));
+        EXPECT_EQ(got, uint32_t(bpp));
+        ASSERT_EQ(img.GetWidth(), 5u);
+        ASSERT_EQ(img.GetHeight(), 3u);
+        for (uint32_t y = 0; y < 3; ++y)
+            for (uint32_t x = 0; x < 5; ++x)
+                EXPECT_EQ(img.GetPixel(x, y), CPixel::Make(uint8_t(10 * x + y), uint8_t(100 + x), uint8_t(200 + y)).Word());
+    }
+}
+
+TEST(HostImage, ShortFileKeepsTheFillAndBadHeadersFail)
+{
+    vmtest::TempDir dir;
+    std::vector<uint8_t> bytes = HostFile(4, 4, 3, 2);
+    bytes.resize(bytes.size() + 5); // half a third row
+    vmtest::WriteAll(dir.File("short"), bytes);
+    COLImage img;
+    uint32_t bpp = 0;
+    ASSERT_TRUE(ReadHostImage(dir.File("short"), img, 0xFF336699u, bpp));
+    EXPECT_EQ(img.GetPixel(0, 1), CPixel::Make(1, 100, 201).Word());
+    EXPECT_EQ(img.GetPixel(0, 2), 0xFF336699u); // the short row is not used
+    EXPECT_EQ(img.GetPixel(3, 3), 0xFF336699u);
+
+    vmtest::WriteAll(dir.File("tiny"), {1, 0, 0});
+    EXPECT_FALSE(ReadHostImage(dir.File("tiny"), img, 0, bpp));
+    vmtest::WriteAll(dir.File("zero"), HostFile(0, 5, 3, 0));
+    EXPECT_FALSE(ReadHostImage(dir.File("zero"), img, 0, bpp));
+    vmtest::WriteAll(dir.File("huge"), HostFile(20001, 1, 3, 0));
+    EXPECT_FALSE(ReadHostImage(dir.File("huge"), img, 0, bpp));
+    std::vector<uint8_t> negative = HostFile(2, 2, 3, 2);
+    negative[7] = 0x80; // a negative height
+    vmtest::WriteAll(dir.File("negative"), negative);
+    EXPECT_FALSE(ReadHostImage(dir.File("negative"), img, 0, bpp));
+    EXPECT_FALSE(ReadHostImage(dir.File("missing"), img, 0, bpp));
+}
+
+TEST(Shortcuts, ComposeModeTable)
+{
+    auto cmd = [](int key, bool ctrl, bool shift) { return MapShortcut(key, ctrl, shift, false).command; };
+    EXPECT_EQ(cmd(vmkey::kDelete, true, false), "Doc_DelectInv");
+    EXPECT_EQ(cmd('0', true, false), "UI_ZoomFit");
+    EXPECT_EQ(cmd('A', true, false), "Doc_SelectAll");
+    EXPECT_EQ(cmd('C', true, false), "UI_Copy");
+    EXPECT_EQ(cmd('D', true, false), "Doc_SelectNone");
+    EXPECT_EQ(cmd('I', true, true), "Doc_SelectInverse");
+    EXPECT_EQ(MapShortcut('I', true, false, false).action, EKeyAction::kNone); // Ctrl+I alone is the tool's
+    EXPECT_EQ(cmd('V', true, false), "Doc_Paste");
+    EXPECT_EQ(cmd('X', true, false), "Doc_Cut");
+    EXPECT_EQ(cmd('Y', true, false), "UI_HistoryForward");
+    EXPECT_EQ(cmd('Z', true, false), "UI_HistoryBackward");
+    EXPECT_EQ(cmd('Z', true, true), "UI_HistoryForward");
+    EXPECT_EQ(cmd(vmkey::kEqual, true, false), "UI_ZoomIn");
+    EXPECT_EQ(cmd(vmkey::kPlus, true, true), "UI_ZoomIn");
+    EXPECT_EQ(cmd(vmkey::kMinus, true, false), "UI_ZoomOut");
+    EXPECT_EQ(cmd(vmkey::kDelete, false, false), "Doc_Delect");
+    EXPECT_EQ(cmd('3', false, true), "Doc_SelectLayer('3')");
+    EXPECT_EQ(cmd('#', false, true), "Doc_SelectLayer('3')"); // Shift+3 on a US keyboard
+    EXPECT_EQ(cmd(')', false, true), "Doc_SelectLayer('0')");
+    EXPECT_EQ(MapShortcut('3', false, false, false).action, EKeyAction::kNone); // a plain digit is the tool's
+    EXPECT_EQ(MapShortcut('O', true, false, false).action, EKeyAction::kOpen);
+    EXPECT_EQ(MapShortcut('P', true, false, false).action, EKeyAction::kPrint);
+    EXPECT_EQ(MapShortcut('S', true, false, false).action, EKeyAction::kSave);
+    EXPECT_EQ(MapShortcut('W', true, false, false).action, EKeyAction::kClose);
+    EXPECT_EQ(MapShortcut(vmkey::kEscape, false, false, false).action, EKeyAction::kCancelTool);
+    EXPECT_EQ(MapShortcut('Q', true, false, false).action, EKeyAction::kNone);
+    EXPECT_EQ(MapShortcut('A', false, false, false).action, EKeyAction::kNone);
+}
+
+TEST(Shortcuts, SelectionModeKeepsOnlyHistoryAndZoom)
+{
+    for (int key : {int('0'), int('Y'), int('Z'), vmkey::kEqual, vmkey::kMinus})
+        EXPECT_EQ(MapShortcut(key, true, false, true).action, EKeyAction::kCommand) << key;
+    for (int key : {int('A'), int('C'), int('D'), int('V'), int('X'), int('O'), int('S'), int('W'), vmkey::kDelete})
+        EXPECT_EQ(MapShortcut(key, true, false, true).action, EKeyAction::kNone) << key;
+    EXPECT_EQ(MapShortcut(vmkey::kDelete, false, false, true).action, EKeyAction::kNone);
+    EXPECT_EQ(MapShortcut(vmkey::kEscape, false, false, true).action, EKeyAction::kNone);
+    EXPECT_EQ(MapShortcut('2', false, true, true).action, EKeyAction::kNone);
+}
+
+TEST(MenuRules, EnablingFollowsLayersSelectionAndModalEdits)
+{
+    FrameState none;
+    FrameState one;
+    one.layerCount = 1;
+    FrameState upper;
+    upper.layerCount = 3;
+    upper.currentIndex = 2;
+    FrameState masked = upper;
+    masked.hasMask = true;
+    FrameState modal = masked;
+    modal.modalEdit = true;
+
+    EXPECT_FALSE(IsCommandEnabled(cmd::kOpenProject, upper)); // never
+    EXPECT_TRUE(IsCommandEnabled(cmd::kOpen, none));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kOpen, modal));
+    FrameState selecting = one;
+    selecting.selectionMode = true;
+    EXPECT_FALSE(IsCommandEnabled(cmd::kOpen, selecting));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kSave, none));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kSave, one));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kSave, modal));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kClose, modal));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kClose, none));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kUndo, none));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kCopy, upper));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kCopy, masked));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kCut, modal));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kPaste, masked));
+    FrameState clip = none;
+    clip.clipboardHasImage = true;
+    EXPECT_TRUE(IsCommandEnabled(cmd::kPaste, clip));
+    // Rotation of the base layer would change the document's size: only upper layers turn.
+    EXPECT_FALSE(IsCommandEnabled(cmd::kRotateLeft, one));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kRotateRight, upper));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kRotateRight, modal));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kFlipH, none));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kLensBlur, one));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kLensBlur, upper));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kMergeDown, one));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kMergeDown, upper));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kFlatten, one));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kFlatten, upper));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kNewLayer, none));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kNewLayer, one));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kDeleteLayer, one));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kDeleteLayer, upper));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kSelectNone, upper));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kSelectNone, modal));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kSelectAll, none));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kFill, modal));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kFill, masked));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kInpaint, masked)); // the base layer only
+    FrameState maskedBase = one;
+    maskedBase.hasMask = true;
+    EXPECT_TRUE(IsCommandEnabled(cmd::kInpaint, maskedBase));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kDeleteSelection, masked));
+    FrameState shown = one;
+    shown.documentShown = true;
+    EXPECT_FALSE(IsCommandEnabled(cmd::kCompanion, shown));
+    shown.currentVisible = true;
+    EXPECT_TRUE(IsCommandEnabled(cmd::kCompanion, shown));
+}
+
+TEST(MenuRules, CommandTextsCarryTheLayer)
+{
+    EXPECT_EQ(CommandTextFor(cmd::kMergeDown, 2), "Doc_MergeDownLayer('2')");
+    EXPECT_EQ(CommandTextFor(cmd::kNewLayer, 0), "Doc_NewLayer('0')");
+    EXPECT_EQ(CommandTextFor(cmd::kDeleteLayer, 3), "Doc_DeleteLayer('3')");
+    EXPECT_EQ(CommandTextFor(cmd::kOpenLayer, 2), "Doc_OpenLayer('3')"); // the new layer goes above the current
+    EXPECT_EQ(CommandTextFor(cmd::kUndo, 5), "UI_HistoryBackward");
+    EXPECT_EQ(CommandTextFor(cmd::kDeleteSelection, 0), "Doc_Delect");
+    EXPECT_EQ(CommandTextFor(cmd::kDeleteOutside, 0), "Doc_DelectInv");
+    EXPECT_EQ(CommandTextFor(cmd::kFlatten, 1), "Doc_FlatImage");
+    EXPECT_EQ(CommandTextFor(cmd::kSave, 1), "");
+    // Every item of both menu bars has a text in both languages, and accelerators are shown after a tab.
+    for (const auto* bar : {&ComposeMenus(), &EmptyMenus()})
+        for (const MenuDef& menu : *bar)
+            for (int id : menu.items) {
+                if (id <= 0) continue;
+                EXPECT_FALSE(MenuItemText(id, ETextLanguage::kChinese).empty()) << id;
+                EXPECT_FALSE(MenuItemText(id, ETextLanguage::kEnglish).empty()) << id;
+            }
+    EXPECT_EQ(MenuItemText(cmd::kOpen, ETextLanguage::kChinese), "打开文件(&O)...\tCtrl+O");
+}
+
+TEST(FileFilters, TableFiltersBecomeDialogFilters)
+{
+    EXPECT_EQ(ToDialogFilter("工程文件格式(*.vmpd)|*.vmpd||"), "工程文件格式(*.vmpd) (*.vmpd)");
+    EXPECT_EQ(ToDialogFilter("所有支持格式|*.bmp;*.jpg;*.tga;||"), "所有支持格式 (*.bmp *.jpg *.tga)");
+    EXPECT_EQ(ToDialogFilter("A|*.a|B|*.b;*.c||"), "A (*.a);;B (*.b *.c)");
+    EXPECT_EQ(DefaultExtension("工程文件格式(*.vmpd)|*.vmpd||"), "vmpd");
+    EXPECT_EQ(DefaultExtension("All|*.*||"), "");
+    EXPECT_TRUE(ParseFileFilter("").empty());
+}
