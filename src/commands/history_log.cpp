@@ -166,7 +166,7 @@ int CHistoryLog::AppendStep(int32_t kind, int32_t arg, const char* label, const 
     }
     // Replay never reads much more than one snapshot's worth of deltas: once they outgrow the last snapshot,
     // the document is stored whole again, whatever was asked.
-    if (m_bytesSinceSnapshot > m_snapshotSize && m_snapshotSize != 0) kind = kStepSnapshot;
+    if (m_bytesSinceSnapshot > m_snapshotSize && m_snapshotSize != 0) kind = kStepWholeDocument;
 
     const uint32_t start = m_writePosition;
     bool ok = write(f, kind);
@@ -181,12 +181,12 @@ int CHistoryLog::AppendStep(int32_t kind, int32_t arg, const char* label, const 
         OnPayloadFailed();
         // Offsets in records are 32-bit. When the log is full, it starts over with the whole document: older
         // steps are lost, but the edit that is being recorded is not.
-        if (full && start != 0 && Reset()) return AppendStep(kStepSnapshot, arg, label, write);
+        if (full && start != 0 && Reset()) return AppendStep(kStepWholeDocument, arg, label, write);
         if (full) Reset();
         return m_currentStep;
     }
     const uint32_t bytes = m_writePosition - start;
-    if (kind == kStepSnapshot) {
+    if (kind == kStepWholeDocument) {
         m_bytesSinceSnapshot = 0;
         m_snapshotSize = bytes;
     } else {
@@ -213,7 +213,7 @@ int CHistoryLog::JumpTo(int step)
     if (step < m_currentStep) {
         start = -1;
         for (int i = step - 1; i >= 0; --i) {
-            if (m_records[static_cast<size_t>(i)].kind == kStepSnapshot) {
+            if (m_records[static_cast<size_t>(i)].kind == kStepWholeDocument) {
                 start = i;
                 break;
             }
@@ -312,7 +312,7 @@ void CHistoryLog::RecountAfterLoad(uint64_t logBytes)
     m_bytesSinceSnapshot = 0;
     m_snapshotSize = 0;
     for (size_t i = m_records.size(); i-- > 0;) {
-        if (m_records[i].kind != kStepSnapshot) continue;
+        if (m_records[i].kind != kStepWholeDocument) continue;
         const uint64_t begin = m_records[i].offset;
         uint64_t end = logBytes;
         for (const CHistoryRecord& r : m_records)

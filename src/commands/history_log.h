@@ -3,10 +3,13 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
+#include <string>
 #include <vector>
 
+#include "commands/history_sink.h"
 #include "commands/region_tracker.h"
 
+class CLayerStack;
 class COLChannel;
 class COLImage;
 
@@ -18,22 +21,6 @@ struct CHistoryRecord {
     int32_t arg = 0;
 };
 inline constexpr size_t kHistoryRecordBytes = 44;
-
-// Step kinds shared by both logs.
-enum HistoryKind : int32_t {
-    kStepCurrentLayer = 1,
-    kStepLayerHeader = 2,
-    kStepLayerRegion = 3,
-    kStepLayerHeaderAndRegion = 4,
-    kStepChannel = 5,
-    kStepRemoveLayer = 6,
-    kStepNewLayer = 8,
-    kStepNewChannel = 9,
-    kStepRemoveChannel = 10,
-    kStepNewLayerWithContent = 104,
-    kStepMoveLayer = 105,
-    kStepSnapshot = 255,
-};
 
 // A forward-only undo log on disk. Going back never inverts an edit: it reloads the nearest whole snapshot
 // before the target and replays the logged changes up to it, so no pixels of old steps are held in memory.
@@ -151,4 +138,65 @@ private:
 
     ISelectionHistorySource* m_pDocument = nullptr;
     CRegionTracker m_trackers[kTrackCount];
+};
+
+// The undo log of the composition document. Commands add their steps through IHistorySink; layer and channel
+// steps store only the rectangle that changed since the plane was last recorded, and a whole-document step is
+// taken whenever the deltas since the last one outgrow it, which bounds the work of any jump.
+class CComposeHistory : public CHistoryLog, public IHistorySink {
+public:
+    static constexpr int kTrackedPlanes = 32;
+
+    CComposeHistory() = default;
+    ~CComposeHistory() override = default;
+
+    int AddStep(CLayerStack* document, int kind, int arg, const char* label) override;
+    int Reset() override { return CHistoryLog::Reset(); }
+    int Forward() override { return CHistoryLog::Forward(); }
+    int Backward() override { return CHistoryLog::Backward(); }
+    int JumpTo(int step) override { return CHistoryLog::JumpTo(step); }
+
+    int ApplyRecord(CHistoryRecord record, FILE* stream) override;
+    const char* GetPrefix() const override { return "C"; }
+
+    void SetDocument(CLayerStack* document) { m_pDocument = document; }
+    CLayerStack* GetDocument() const { return m_pDocument; }
+    // Takes fresh sums of every layer, channel and the mask, as they now stand.
+    void RebuildTrackers();
+
+    // Commands name their steps by string key; this turns a key into the text the record stores (the user's
+    // language, GBK). Without one the key itself is stored.
+    void SetLabelSource(std::function<std::string(const char* key)> source) { m_labelSource = std::move(source); }
+
+protected:
+    void AfterJump() override { RebuildTrackers(); }
+    void OnPayloadFailed() override;
+
+private:
+    // A tracker remembers which layer or plane its sums belong to, so that sums of a layer that has since moved
+    // or been replaced are never compared with another one's pixels.
+    struct Follow {
+        CRegionTracker tracker;
+        const void* owner = nullptr;
+    };
+
+    bool WritePayload(FILE* stream, int32_t kind, int32_t arg);
+    bool WriteLayerHeader(FILE* stream, int index);
+    bool WriteLayerRegion(FILE* stream, int index);
+    bool WriteChannelRegion(FILE* stream, int index);
+    void AfterStructureStep(int32_t kind, int32_t arg);
+
+    int ApplyLayerHeader(FILE* stream, int index);
+    int ApplyLayerRegion(FILE* stream, int index);
+    int ApplyChannelRegion(FILE* stream, int index);
+    int ApplySnapshot(FILE* stream);
+
+    Follow* LayerFollow(int index);
+    Follow* ChannelFollow(int index);
+
+    CLayerStack* m_pDocument = nullptr;
+    Follow m_layers[kTrackedPlanes];
+    Follow m_channels[kTrackedPlanes];
+    Follow m_mask;
+    std::function<std::string(const char*)> m_labelSource;
 };

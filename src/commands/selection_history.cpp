@@ -66,12 +66,12 @@ int CSelectionHistory::AddStep(ISelectionHistorySource* document, int32_t kind, 
     if (document != m_pDocument) {
         m_pDocument = document;
         RebuildTrackers();
-        kind = kStepSnapshot;
+        kind = kStepWholeDocument;
     }
     if (!m_pDocument) return -1;
     return AppendStep(kind, arg, label, [this, arg](FILE* stream, int32_t storedKind) {
         uint32_t planes = 0;
-        if (storedKind == kStepSnapshot) {
+        if (storedKind == kStepWholeDocument) {
             planes = kPlaneAll;
             // A snapshot must stand on its own: every plane is stored whole, not as its change since the
             // previous step, so the trackers are forgotten first and rebuilt by the capture.

@@ -26,7 +26,7 @@ public:
     int Add(int32_t kind, int32_t index, const char* label = "step")
     {
         return AppendStep(kind, index, label, [this, index](FILE* f, int32_t k) {
-            if (k == kStepSnapshot) {
+            if (k == kStepWholeDocument) {
                 if (!vmio::WriteU32(f, static_cast<uint32_t>(doc.size()))) return false;
                 for (int32_t v : doc)
                     if (!vmio::WriteU32(f, static_cast<uint32_t>(v))) return false;
@@ -46,7 +46,7 @@ public:
     {
         ++applied;
         uint32_t a = 0, b = 0;
-        if (r.kind == kStepSnapshot) {
+        if (r.kind == kStepWholeDocument) {
             if (!vmio::ReadU32(f, a) || a > 64) return 0;
             std::vector<int32_t> next(a);
             for (int32_t& v : next) {
@@ -102,7 +102,7 @@ TEST_F(HistoryLogTest, InitFailsInAMissingFolder)
     setenv("TMPDIR", m_tmp.File("no/such/folder").c_str(), 1);
     NumberLog log;
     EXPECT_EQ(log.Init(), 0);
-    EXPECT_EQ(log.Add(kStepSnapshot, 0), -1);
+    EXPECT_EQ(log.Add(kStepWholeDocument, 0), -1);
 }
 
 TEST_F(HistoryLogTest, StaleLogsAreThoseBeforeTodayInAnyField)
@@ -149,7 +149,7 @@ TEST_F(HistoryLogTest, UndoRedoAndJumpsReplayFromTheNearestSnapshot)
 {
     NumberLog log;
     ASSERT_EQ(log.Init(), 1);
-    EXPECT_EQ(log.Add(kStepSnapshot, 0, "open"), 1);
+    EXPECT_EQ(log.Add(kStepWholeDocument, 0, "open"), 1);
     EXPECT_EQ(log.CanBackward(), 0);
     EXPECT_EQ(log.CanForward(), 0);
     std::vector<std::vector<int32_t>> states{log.doc};
@@ -187,7 +187,7 @@ TEST_F(HistoryLogTest, ANewStepAfterUndoDropsTheRedoTailButNotItsBytes)
 {
     NumberLog log;
     ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepSnapshot, 0);
+    log.Add(kStepWholeDocument, 0);
     log.Set(1, 5);
     log.Set(2, 6);
     const uint32_t end = log.GetWritePosition();
@@ -207,14 +207,14 @@ TEST_F(HistoryLogTest, DeltasThatOutgrowTheSnapshotForceTheNextSnapshot)
 {
     NumberLog log;
     ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepSnapshot, 0);
+    log.Add(kStepWholeDocument, 0);
     EXPECT_EQ(log.GetSnapshotSize(), 36u);   // count and eight numbers
     // Each delta is 8 bytes: after five of them (40 > 36) the next step is stored whole.
     for (int i = 0; i < 5; ++i) log.Set(i, i + 1);
     EXPECT_EQ(log.GetBytesSinceSnapshot(), 40u);
     log.Set(6, 99);
     const CHistoryRecord* r = log.GetRecord(6);
-    EXPECT_EQ(r->kind, kStepSnapshot);
+    EXPECT_EQ(r->kind, kStepWholeDocument);
     EXPECT_EQ(r->arg, 6);
     EXPECT_EQ(log.GetBytesSinceSnapshot(), 0u);
 
@@ -233,7 +233,7 @@ TEST_F(HistoryLogTest, AFailedReplayKeepsTheStepCount)
 {
     NumberLog log;
     ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepSnapshot, 0);
+    log.Add(kStepWholeDocument, 0);
     log.Set(0, 1);
     log.Set(1, 2);
     const uint32_t cut = log.GetRecord(2)->offset + 4;   // inside the last payload
@@ -247,7 +247,7 @@ TEST_F(HistoryLogTest, AFailedPayloadAddsNoRecord)
 {
     NumberLog log;
     ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepSnapshot, 0);
+    log.Add(kStepWholeDocument, 0);
     EXPECT_EQ(log.Add(42, 0), 1);   // unknown kind: the writer refuses it
     EXPECT_EQ(log.GetCount(), 1);
 }
@@ -256,13 +256,13 @@ TEST_F(HistoryLogTest, LabelsAreCutByBytesWithoutSplittingATwoByteCharacter)
 {
     NumberLog log;
     ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepSnapshot, 0, "0123456789012345678901234567890123456789");
+    log.Add(kStepWholeDocument, 0, "0123456789012345678901234567890123456789");
     EXPECT_STREQ(log.GetRecord(0)->label, "0123456789012345678901234567890");
     // 30 single bytes, then a two-byte character that would need bytes 31 and 32: it is left out.
     log.Set(0, 1);
-    log.Add(kStepSnapshot, 0, "012345678901234567890123456789\xB1\xB3");
+    log.Add(kStepWholeDocument, 0, "012345678901234567890123456789\xB1\xB3");
     EXPECT_STREQ(log.GetRecord(2)->label, "012345678901234567890123456789");
-    log.Add(kStepSnapshot, 0, "01234567890123456789012345678\xB1\xB3x");
+    log.Add(kStepWholeDocument, 0, "01234567890123456789012345678\xB1\xB3x");
     EXPECT_STREQ(log.GetRecord(3)->label, "01234567890123456789012345678\xB1\xB3");
 }
 
@@ -270,7 +270,7 @@ TEST_F(HistoryLogTest, SavedHistoryLoadsAndContinuesWithoutOverwritingOldPayload
 {
     NumberLog log;
     ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepSnapshot, 0);
+    log.Add(kStepWholeDocument, 0);
     log.Set(0, 1);
     log.Set(1, 2);
     log.Set(2, 3);
@@ -341,12 +341,12 @@ TEST_F(HistoryLogTest, AFullLogStartsOverWithTheWholeDocument)
     NumberLog log;
     ASSERT_EQ(log.Init(), 1);
     log.SetLogLimit(70);
-    log.Add(kStepSnapshot, 0);   // 36 bytes
+    log.Add(kStepWholeDocument, 0);   // 36 bytes
     for (int i = 0; i < 4; ++i) log.Set(i, i + 1);   // 8 bytes each, up to 68
     EXPECT_EQ(log.GetCount(), 5);
     log.Set(4, 5);   // would end at 76: the log starts over with this state as its snapshot
     EXPECT_EQ(log.GetCount(), 1);
-    EXPECT_EQ(log.GetRecord(0)->kind, kStepSnapshot);
+    EXPECT_EQ(log.GetRecord(0)->kind, kStepWholeDocument);
     EXPECT_EQ(log.GetRecord(0)->offset, 0u);
     EXPECT_EQ(log.GetWritePosition(), 36u);
     log.Set(5, 6);

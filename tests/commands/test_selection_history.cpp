@@ -64,7 +64,7 @@ protected:
 TEST_F(SelectionHistoryTest, TheFirstStepAndANewDocumentAreSnapshots)
 {
     EXPECT_EQ(m_log.AddStep(&m_doc, kStepChannel, kPlaneResult, "createsel"), 1);
-    EXPECT_EQ(m_log.GetRecord(0)->kind, kStepSnapshot);
+    EXPECT_EQ(m_log.GetRecord(0)->kind, kStepWholeDocument);
     // Three absent masks (16 bytes each) and the whole working image.
     EXPECT_EQ(LastPayload(), 12u + 3 * 16 + 16 + 37 * 23 * 4);
 
@@ -74,13 +74,13 @@ TEST_F(SelectionHistoryTest, TheFirstStepAndANewDocumentAreSnapshots)
     FakeSelection other;
     vmtest::FillNoise(other.working, 4, 4, 1);
     EXPECT_EQ(m_log.AddStep(&other, kStepLayerRegion, 0, "paint"), 3);
-    EXPECT_EQ(m_log.GetRecord(2)->kind, kStepSnapshot);
+    EXPECT_EQ(m_log.GetRecord(2)->kind, kStepWholeDocument);
 }
 
 TEST_F(SelectionHistoryTest, MaskStepsStoreOnlyTheirChangedRectangle)
 {
     vmtest::FillNoise(m_doc.result, 37, 23, 9);
-    m_log.AddStep(&m_doc, kStepSnapshot, 0, "createsel");
+    m_log.AddStep(&m_doc, kStepWholeDocument, 0, "createsel");
     m_doc.result.SetValue(20, 11, static_cast<uint8_t>(m_doc.result.GetValue(20, 11) + 1));
     m_log.AddStep(&m_doc, kStepChannel, kPlaneResult, "brush");
     EXPECT_EQ(m_log.GetRecord(1)->kind, kStepChannel);
@@ -93,7 +93,7 @@ TEST_F(SelectionHistoryTest, MaskStepsStoreOnlyTheirChangedRectangle)
 TEST_F(SelectionHistoryTest, UndoAndRedoRestoreEveryPlaneExactly)
 {
     std::vector<Saved> states;
-    m_log.AddStep(&m_doc, kStepSnapshot, 0, "createsel");
+    m_log.AddStep(&m_doc, kStepWholeDocument, 0, "createsel");
     states.emplace_back(m_doc);
 
     vmtest::FillNoise(m_doc.inner, 37, 23, 1);   // a new plane is stored whole
@@ -134,7 +134,7 @@ TEST_F(SelectionHistoryTest, AStepAfterUndoCapturesAgainstTheRestoredState)
 {
     vmtest::FillNoise(m_doc.result, 37, 23, 4);
     m_doc.working.ChannelFrom(&m_doc.result, 3);   // selection mode keeps the mask in the working alpha
-    m_log.AddStep(&m_doc, kStepSnapshot, 0, "createsel");
+    m_log.AddStep(&m_doc, kStepWholeDocument, 0, "createsel");
     Saved first(m_doc);
     for (uint32_t x = 0; x < 37; ++x) m_doc.result.SetValue(x, 5, 0);
     m_doc.working.ChannelFrom(&m_doc.result, 3);
@@ -156,7 +156,7 @@ TEST_F(SelectionHistoryTest, ForcedSnapshotsStoreMasksWhole)
 {
     vmtest::FillNoise(m_doc.result, 37, 23, 4);
     m_doc.working.ChannelFrom(&m_doc.result, 3);
-    m_log.AddStep(&m_doc, kStepSnapshot, 0, "createsel");
+    m_log.AddStep(&m_doc, kStepWholeDocument, 0, "createsel");
     // Deltas of the working image soon outgrow the first snapshot and force a second one.
     int snapshot = -1;
     for (int i = 0; i < 4 && snapshot < 0; ++i) {
@@ -164,7 +164,7 @@ TEST_F(SelectionHistoryTest, ForcedSnapshotsStoreMasksWhole)
         p.alpha = m_doc.result.GetValue(1, 1);
         m_doc.working.PutPixel(1, 1, p);
         m_log.AddStep(&m_doc, kStepLayerRegion, 0, "paint");
-        if (m_log.GetRecord(m_log.GetCount() - 1)->kind == kStepSnapshot) snapshot = m_log.GetCount();
+        if (m_log.GetRecord(m_log.GetCount() - 1)->kind == kStepWholeDocument) snapshot = m_log.GetCount();
     }
     ASSERT_GT(snapshot, 1);
     Saved atSnapshot(m_doc);
@@ -179,7 +179,7 @@ TEST_F(SelectionHistoryTest, ForcedSnapshotsStoreMasksWhole)
 
 TEST_F(SelectionHistoryTest, AStepWithoutAWorkingImageFails)
 {
-    m_log.AddStep(&m_doc, kStepSnapshot, 0, "createsel");
+    m_log.AddStep(&m_doc, kStepWholeDocument, 0, "createsel");
     m_doc.working.Free();
     EXPECT_EQ(m_log.AddStep(&m_doc, kStepLayerRegion, 0, "paint"), 1);
     EXPECT_EQ(m_log.GetCount(), 1);
@@ -187,7 +187,7 @@ TEST_F(SelectionHistoryTest, AStepWithoutAWorkingImageFails)
 
 TEST_F(SelectionHistoryTest, DamagedPayloadsFailWithoutHugeAllocations)
 {
-    m_log.AddStep(&m_doc, kStepSnapshot, 0, "createsel");
+    m_log.AddStep(&m_doc, kStepWholeDocument, 0, "createsel");
     m_log.AddStep(&m_doc, kStepLayerRegion, 0, "paint");
     // Rewrite the working image's rectangle of the second step as 20000 x 20000 pixels.
     const uint32_t at = m_log.GetRecord(1)->offset + 12;
