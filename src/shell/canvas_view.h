@@ -3,13 +3,11 @@
 #include <cstdint>
 #include <string>
 
+#include "document/canvas_source.h"
 #include "imaging/image.h"
-#include "shell/view_geometry.h"
 
-// What the canvas, its picture sources and the tools say to each other. No window library here: tools and
-// documents include this header without depending on the toolkit.
-
-class ICanvasView;
+// What the canvas and the tools say to each other (the canvas itself is ICanvasView, beside the picture sources in
+// document/canvas_source.h). No window library here: tools include this header without depending on the toolkit.
 
 // Key-state flags passed with pointer events.
 inline constexpr uint32_t kMkLButton = 0x0001;
@@ -61,49 +59,4 @@ public:
     virtual int OnLButtonDblClk(uint32_t, int, int) { return 0; }
     virtual int OnRButtonDblClk(uint32_t, int, int) { return 0; }
     virtual int OnFrameDone() { return 0; }
-};
-
-// What the canvas paints from: a document renders the visible part of its picture at the canvas's zoom and origin.
-class ICanvasSource {
-public:
-    virtual int SetView(ICanvasView* view) = 0;
-    // Fills target (already sized to the visible rectangle) from the view's origin at its zoom.
-    virtual int Render(COLImage* target) = 0;
-    virtual void GetSize(int& width, int& height) = 0;
-    // The whole picture scaled into target at width x height, for thumbnails.
-    virtual int RenderWhole(COLImage* target, int width, int height) = 0;
-    virtual ~ICanvasSource() = default;
-};
-
-// The canvas as the rest of the program sees it.
-class ICanvasView {
-public:
-    virtual ~ICanvasView() = default;
-    virtual void SetSource(ICanvasSource* source) = 0;
-    virtual ICanvasSource* GetSource() = 0;
-    virtual void SetSink(IViewSink* sink) = 0;
-    virtual void SetOverlay(IOverlayDrawer* overlay) = 0;
-    virtual void Redraw() = 0;
-    virtual void DrawOverlayNow() = 0;
-    // kOk, or kFail when the layout has no room.
-    virtual long SetZoom(double zoom, bool redraw) = 0;
-    virtual double GetZoom() = 0;
-    // Stores the image point shown at the top-left corner; out gets the origin after clamping.
-    virtual long SetOrigin(VPoint* out, int x, int y, bool redraw) = 0;
-    virtual VPoint GetOrigin() = 0;
-    virtual VPoint GetViewSize() = 0;
-    virtual VRect GetImageRect() = 0;
-    virtual VPoint ClientToImage(int x, int y) = 0;
-    virtual VPoint ImageToClient(int x, int y) = 0;
-    // The window that takes the pointer during a drag (an opaque handle).
-    virtual void* GetWindowHandle() = 0;
-    virtual void Refresh() = 0;
-    virtual COLImage* GetDisplayBuffer() = 0;
-    virtual void SetDisplayOverride(COLImage* image) = 0;
-    // Safe from any thread: asks for a Refresh on the interface thread (a finished merge uses it).
-    virtual void PostRefresh() = 0;
-    // Zoom commands of the view: one stop in or out about the middle, or fit the picture.
-    virtual void ZoomIn() = 0;
-    virtual void ZoomOut() = 0;
-    virtual void ZoomFit() = 0;
 };

@@ -118,7 +118,7 @@ void CImageView::Refresh()
     Redraw();
 }
 
-void CImageView::PostRefresh()
+void CImageView::PostMergeDone()
 {
     // Called by the merge thread: coalesce, and let the interface thread do the work.
     if (!m_pendingRefresh.exchange(true)) QMetaObject::invokeMethod(this, [this] {

@@ -31,9 +31,9 @@ public:
     void Redraw() override;
     void DrawOverlayNow() override;
     long SetZoom(double zoom, bool redraw) override;
-    double GetZoom() override { return m_geo.GetZoom(); }
+    double GetZoom() const override { return m_geo.GetZoom(); }
     long SetOrigin(VPoint* out, int x, int y, bool redraw) override;
-    VPoint GetOrigin() override { return m_geo.GetOrigin(); }
+    VPoint GetOrigin() const override { return m_geo.GetOrigin(); }
     VPoint GetViewSize() override { return {m_geo.GetImageRect().Width(), m_geo.GetImageRect().Height()}; }
     VRect GetImageRect() override { return m_geo.GetImageRect(); }
     VPoint ClientToImage(int x, int y) override { return m_geo.ClientToImage(x, y); }
@@ -42,10 +42,12 @@ public:
     void Refresh() override;
     COLImage* GetDisplayBuffer() override { return &m_display; }
     void SetDisplayOverride(COLImage* image) override { m_pOverride = image; }
-    void PostRefresh() override;
-    void ZoomIn() override { ZoomStep(true, width() / 2, height() / 2); }
-    void ZoomOut() override { ZoomStep(false, width() / 2, height() / 2); }
-    void ZoomFit() override;
+    // From the merge thread: a Refresh is queued to the interface thread; many in a row make one.
+    void PostMergeDone() override;
+    // The zoom commands: one stop in or out about the middle of the client area, or fit the picture.
+    void ZoomIn() { ZoomStep(true, width() / 2, height() / 2); }
+    void ZoomOut() { ZoomStep(false, width() / 2, height() / 2); }
+    void ZoomFit();
 
     // One zoom stop in or out about a client point; only with a source.
     void ZoomStep(bool in, int x, int y);

@@ -3,22 +3,13 @@
 // The arithmetic of the canvas: zoom stops, where the picture sits in the client area, which part of the image is
 // visible, scroll bars and the two coordinate conversions. No window here, so all of it is tested directly.
 
-struct VRect {
-    int left = -1;
-    int top = -1;
-    int right = -1;
-    int bottom = -1;
-    int Width() const { return right - left; }
-    int Height() const { return bottom - top; }
-    bool Contains(int x, int y) const { return x >= left && x < right && y >= top && y < bottom; }
-    bool operator==(const VRect& o) const = default;
-};
+#include "document/canvas_source.h"
+#include "imaging/rect.h"
 
-struct VPoint {
-    int x = 0;
-    int y = 0;
-    bool operator==(const VPoint& o) const = default;
-};
+// Rectangles are left/top inclusive, right/bottom exclusive; points are pixel positions.
+using VRect = CRect;
+using VPoint = CViewPoint;
+inline bool operator==(const CViewPoint& a, const CViewPoint& b) { return a.x == b.x && a.y == b.y; }
 
 inline constexpr int kZoomStopCount = 16;
 extern const double kZoomStops[kZoomStopCount];
@@ -102,7 +93,7 @@ private:
     int m_height = 0;
     int m_imageWidth = 0;
     int m_imageHeight = 0;
-    VRect m_area;
+    VRect m_area{-1, -1, -1, -1};
     VRect m_imageRect;
     bool m_hBar = false;
     bool m_vBar = false;
