@@ -3,6 +3,8 @@
 #include <cstring>
 #include <strings.h>
 
+#include "imaging/codec.h"
+#include "imaging/gbk_text.h"
 #include "shell/app_paths.h"
 
 namespace {
@@ -39,11 +41,20 @@ int ProfileIntDefault(const std::string& key)
 
 std::string GetString(const std::string& key) { return g_pApp ? g_pApp->GetString(key) : std::string(); }
 
-CAppGlobals::CAppGlobals() { g_pApp = this; }
+CAppGlobals::CAppGlobals()
+{
+    g_pApp = this;
+    m_commandContext.document = &m_composeDocument;
+}
 
 CAppGlobals::~CAppGlobals()
 {
     if (m_initialised) SetProfileInt("ForeColor", static_cast<int>(m_foreColor.Word() & 0xFFFFFF));
+    // The logs delete their files; then the document stops its merge thread as it goes.
+    m_commandContext.history = nullptr;
+    m_composeHistory.reset();
+    m_selectionHistory.reset();
+    m_composeDocument.SetView(nullptr);
     if (g_pApp == this) g_pApp = nullptr;
 }
 
@@ -75,7 +86,30 @@ int CAppGlobals::Init(const AppInitOptions& options)
 
     m_foreColor = CPixel::FromWord(static_cast<uint32_t>(GetProfileInt("ForeColor")));
     m_foreColor.alpha = 255;
+    m_commandContext.foreground = m_foreColor.Word();
     NoteStep("forecolor");
+
+    // The two undo logs; each deletes logs of earlier days as it starts. Without one the program still runs, but
+    // cannot undo in that mode.
+    m_composeHistory = std::make_unique<CComposeHistory>();
+    if (m_composeHistory->Init()) {
+        m_composeHistory->SetDocument(&m_composeDocument);
+        m_composeHistory->SetLabelSource([this](const char* key) {
+            std::string gbk;
+            return Utf8ToGbk(GetString(key), gbk) ? gbk : std::string(key);
+        });
+        m_commandContext.history = m_composeHistory.get();
+    } else {
+        m_composeHistory.reset();
+        result = 0;
+    }
+    NoteStep("composelog");
+    m_selectionHistory = std::make_unique<CSelectionHistory>();
+    if (!m_selectionHistory->Init()) {
+        m_selectionHistory.reset();
+        result = 0;
+    }
+    NoteStep("selectionlog");
 
     // The companion photo editor: a path in the profile, else the program on PATH.
     m_companionExe = FindOnPath(GetProfileStr("OmbraLens", "ombralens"));
@@ -86,6 +120,17 @@ int CAppGlobals::Init(const AppInitOptions& options)
         result = 0;
     }
     NoteStep("buttonstates");
+
+    // Shared skin pictures; a missing one leaves its part with a plain fill.
+    COLImageCodec codec;
+    COLImage* pictures[] = {&m_panelBack, &m_sliderThumb, &m_sliderBar};
+    const char* names[] = {"panelbk.png", "slider.png", "sliderbar.png"};
+    for (int i = 0; i < 3; ++i)
+        if (!codec.LoadFile(GetSkinPath(names[i]).c_str(), pictures[i])) {
+            pictures[i]->Free();
+            result = 0;
+        }
+    NoteStep("skinpictures");
 
     m_initialised = true;
     return result;

@@ -1,9 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "commands/command.h"
+#include "commands/history_log.h"
+#include "document/compose_document.h"
 #include "imaging/image.h"
 #include "imaging/pixel.h"
 #include "shell/profile.h"
@@ -54,6 +58,13 @@ public:
     ETextLanguage GetLanguage() const { return m_language; }
     const std::vector<StringRow>& GetStringTable() const { return m_stringTable; }
 
+    CComposeDocument& Document() { return m_composeDocument; }
+    // Null when the log could not be made: the program then runs without undo.
+    CComposeHistory* ComposeHistory() { return m_composeHistory.get(); }
+    CSelectionHistory* SelectionHistory() { return m_selectionHistory.get(); }
+    // What commands work on: the document, the compose history, and the host the main frame provides.
+    CCommandContext& CommandContext() { return m_commandContext; }
+
     // The steps Init went through, in order, for the diagnostics and the start-up test.
     const std::vector<std::string>& GetInitSteps() const { return m_initSteps; }
     void NoteStep(const std::string& step) { m_initSteps.push_back(step); }
@@ -68,6 +79,10 @@ public:
     COLImage m_panelBack, m_sliderThumb, m_sliderBar;
 
 private:
+    CComposeDocument m_composeDocument{1};
+    std::unique_ptr<CComposeHistory> m_composeHistory;
+    std::unique_ptr<CSelectionHistory> m_selectionHistory;
+    CCommandContext m_commandContext;
     CProfile m_profile;
     ETextLanguage m_language = ETextLanguage::kChinese;
     std::vector<std::string> m_initSteps;

@@ -1,0 +1,139 @@
+#pragma once
+
+#include <QMainWindow>
+#include <functional>
+#include <map>
+#include <string>
+
+#include "commands/command.h"
+#include "shell/menu_table.h"
+#include "shell/ui_services.h"
+
+class CAppGlobals;
+class CImageView;
+class CLayersPanel;
+class CHistoryPanel;
+class QLabel;
+class QProgressBar;
+class QTextBrowser;
+class QToolBar;
+class QToolButton;
+class QWidget;
+
+// The one top-level window: menus, the top bar, the tool strip, the canvas and the side panels, the status bar.
+// It turns menu items and keys into command texts, serves what commands ask of the application (dialogs,
+// messages, zoom), and opens files from the menu, the command line and drops.
+class CMainFrame : public QMainWindow, public ICommandHost {
+    Q_OBJECT
+public:
+    // services may be null: the real dialogs are used.
+    CMainFrame(CAppGlobals& app, IUiServices* services = nullptr);
+    ~CMainFrame() override;
+
+    // ICommandHost
+    bool CopyToClipboard(CComposeDocument& document) override;
+    bool PasteFromClipboard(CComposeDocument& document, IHistorySink* history) override;
+    bool AskOpenPath(bool documentFilter, std::string& path) override;
+    bool RunFillDialog() override { return false; }
+    bool RunInpaintDialog() override { return false; }
+    void ShowMessage(const char* key) override;
+    bool Zoom(int direction) override;
+    void CancelTool() override;
+    bool IsSelectionMode() override;
+    IHistoryNavigator* GetSelectionHistory() override { return nullptr; }
+    void RefreshSelectionDocument() override {}
+    void UpdatePanels() override;
+
+    // What the rest of the program calls.
+    void AfterOpen();
+    void UpdateBars();
+    // 1 when the document may be replaced: nothing to lose, or the user agreed to lose it.
+    int CheckDiscard();
+    // Opens a picture or a project as the document (no discard question here). False after the "can't open"
+    // message; the old document is then gone only when a picture file failed half way.
+    bool OpenDocumentAt(const std::string& path);
+    // The host plug-in's exchange file as the document ("-i" on the command line).
+    bool LoadHostImage(const std::string& path);
+
+    // A menu item or button by its command number.
+    void OnCommand(int id);
+    // Runs a command text as a menu item or key does: a refused document command shows "except" unless its
+    // handler already said why. Returns the executor's result.
+    int RunCommand(const std::string& text);
+    // A key of the shortcut table; false when it is not one (the key then goes to the focused window).
+    bool HandleShortcut(int key, bool ctrl, bool shift);
+
+    FrameState CurrentState();
+    bool IsCommandAvailable(int id); // enabled now, and built
+    bool IsModified();
+    void MarkUnmodified();
+
+    CImageView* View() const { return m_pView; }
+    CLayersPanel* LayersPanel() const { return m_pLayers; }
+    CHistoryPanel* HistoryPanel() const { return m_pHistory; }
+    QAction* Action(int id) const;
+    QString StatusText() const;
+    QString HelpText() const;
+    bool IsShowingComposeMenus() const { return m_composeMenus; }
+    IUiServices& Services() { return *m_pServices; }
+    const std::string& DocumentPath() const;
+
+    // Tests replace the executor to see the command texts; by default the command strings run on the document.
+    void SetExecutor(std::function<int(const std::string&)> execute) { m_execute = std::move(execute); }
+    // The plug-in mode of a host editor's start.
+    void SetHostMode(bool host) { m_hostMode = host; }
+    bool IsHostMode() const { return m_hostMode; }
+    // Reports whether the worker is busy, for the key filter; nothing runs on it yet.
+    bool IsWorkerBusy() const { return false; }
+
+    void SetTip(const QString& text);
+    void ShowTopBar(bool show);
+    bool IsTopBarShown() const;
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+
+private:
+    void BuildMenus(bool compose);
+    void BuildTopBar();
+    void BuildSidePanels();
+    void UpdateMenuState();
+    void UpdateTitle();
+    void OnOpen();
+    void OnSave();
+    void OnClose();
+    void OnNewPicture();
+    void OnExportLayer();
+    void OnSettings();
+    void OnAbout();
+    void OnCompanion();
+    void OnOpenLayer();
+    bool SaveProjectTo(const std::string& path, bool withHistory);
+    bool ExportComposite(const std::string& path, bool jpeg);
+
+    CAppGlobals& m_app;
+    std::unique_ptr<IUiServices> m_ownServices;
+    IUiServices* m_pServices;
+    std::function<int(const std::string&)> m_execute;
+    CImageView* m_pView;
+    CLayersPanel* m_pLayers = nullptr;
+    CHistoryPanel* m_pHistory = nullptr;
+    QTextBrowser* m_pHelp = nullptr;
+    QWidget* m_pSide = nullptr;
+    QWidget* m_pToolStrip = nullptr;
+    QToolButton* m_pCreateSel = nullptr;
+    QToolBar* m_pTopBar = nullptr;
+    QAction* m_pSaveButton = nullptr;
+    QLabel* m_pTip = nullptr;
+    QProgressBar* m_pProgress = nullptr;
+    std::map<int, QAction*> m_actions;
+    bool m_composeMenus = false;
+    bool m_hostMode = false;
+    bool m_messageShown = false;
+    std::string m_presetOpenPath;
+    // The history state at the last open or save: the current step and where its record's payload lies.
+    int m_markStep = 0;
+    uint32_t m_markOffset = 0;
+};

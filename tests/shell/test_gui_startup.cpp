@@ -1,0 +1,242 @@
+#include <gtest/gtest.h>
+
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QMenuBar>
+#include <QMimeData>
+#include <QSignalSpy>
+#include <QUrl>
+#include <filesystem>
+
+#include "document/layer.h"
+#include "imaging/codec.h"
+#include "shell/image_view.h"
+#include "shell/main_frame.h"
+#include "shell/shell_app.h"
+#include "shell/skin.h"
+#include "shell/splash.h"
+#include "gui_support.h"
+
+using namespace vmtest;
+
+namespace {
+
+// A picture file of the given size whose first pixel names it.
+std::string MakePicture(const TempDir& dir, const std::string& name, uint32_t w, uint32_t h, uint8_t tag)
+{
+    COLImage img;
+    img.Create(w, h);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) img.PutPixel(x, y, CPixel::Make(tag, uint8_t(x), uint8_t(y), 255));
+    const std::string path = dir.File(name);
+    COLImageCodec codec;
+    EXPECT_NE(codec.SaveFileWithAlpha(path.c_str(), &img), 0);
+    return path;
+}
+
+std::vector<std::string> MenuTitles(QMainWindow& w)
+{
+    std::vector<std::string> titles;
+    for (QAction* a : w.menuBar()->actions()) titles.push_back(a->text().toStdString());
+    return titles;
+}
+
+class StartUp : public ::testing::Test {
+protected:
+    TempDir m_dir;
+    CFakeServices m_services;
+    CAppGlobals m_app;
+};
+
+} // namespace
+
+TEST_F(StartUp, StepsRunInOrderAndTheSplashShowsOnlyWithoutAFile)
+{
+    CShellApp shell(m_app, &m_services);
+    EXPECT_EQ(shell.Start("", TestOptions(m_dir), 150), 1);
+    ASSERT_NE(shell.Frame(), nullptr);
+    EXPECT_TRUE(shell.Frame()->isVisible());
+    EXPECT_TRUE(shell.Splash()->isVisible()); // nothing to open: the splash stays until the timer
+    EXPECT_FALSE(shell.CommandLineHandled());
+    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
+    EXPECT_FALSE(shell.Splash()->isVisible());
+    const std::vector<std::string> expected = {"profile",      "strings",      "forecolor", "composelog",
+                                               "selectionlog", "companion",    "buttonstates", "skinpictures",
+                                               "splash",       "frame",        "commandline", "splashhidden"};
+    EXPECT_EQ(m_app.GetInitSteps(), expected);
+    // No document: the short menu bar, no picture, nothing said.
+    EXPECT_FALSE(shell.Frame()->IsShowingComposeMenus());
+    EXPECT_EQ(MenuTitles(*shell.Frame()).size(), 3u);
+    EXPECT_EQ(shell.Frame()->View()->GetSource(), nullptr);
+    EXPECT_TRUE(m_services.messages.empty());
+    EXPECT_GE(shell.Frame()->minimumWidth(), 640);
+    EXPECT_GE(shell.Frame()->minimumHeight(), 500);
+    // Both undo logs exist in the temporary folder while the program runs.
+    ASSERT_NE(m_app.ComposeHistory(), nullptr);
+    EXPECT_TRUE(std::filesystem::exists(m_app.ComposeHistory()->GetLogPath()));
+    EXPECT_TRUE(std::filesystem::exists(m_app.SelectionHistory()->GetLogPath()));
+}
+
+TEST_F(StartUp, CommandLineOpensAPictureWithASpaceInItsName)
+{
+    std::filesystem::create_directories(m_dir.File("my photos"));
+    const std::string path = MakePicture(m_dir, "my photos/cat one.png", 120, 80, 7);
+    CShellApp shell(m_app, &m_services);
+    shell.Start(JoinArguments({path, "/ignored/second.png"}), TestOptions(m_dir), 0);
+    EXPECT_FALSE(shell.Splash()->isVisible());
+    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
+    CComposeDocument& doc = m_app.Document();
+    ASSERT_EQ(doc.GetLayerCount(), 1);
+    EXPECT_EQ(doc.GetWidth(), 120);
+    EXPECT_EQ(doc.GetHeight(), 80);
+    EXPECT_EQ(doc.GetLayer(0)->m_image.GetPixel2(0, 0).red, 7);
+    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), 1); // the log starts with the opening
+    EXPECT_TRUE(shell.Frame()->IsShowingComposeMenus());
+    EXPECT_EQ(shell.Frame()->View()->GetSource(), &doc);
+    EXPECT_EQ(shell.Frame()->windowTitle().toStdString(), "Velmorando - cat one.png");
+    EXPECT_EQ(shell.Frame()->HelpText().toStdString(), m_app.GetString("afteropen"));
+    EXPECT_TRUE(m_services.messages.empty());
+}
+
+TEST_F(StartUp, UnreadableFileSaysSoAndTheEditorCarriesOn)
+{
+    vmtest::WriteAll(m_dir.File("broken.jpg"), {0xFF, 0xD8, 0xFF, 0xE0, 1, 2, 3});
+    CShellApp shell(m_app, &m_services);
+    QSignalSpy exits(&shell, &CShellApp::ExitRequested);
+    shell.Start("\"" + m_dir.File("broken.jpg") + "\"", TestOptions(m_dir), 0);
+    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
+    ASSERT_EQ(m_services.messages.size(), 1u);
+    EXPECT_EQ(m_services.messages[0], "不能打开文件");
+    EXPECT_EQ(m_app.Document().GetLayerCount(), 0);
+    EXPECT_EQ(exits.count(), 0);
+    EXPECT_EQ(shell.ExitCode(), 0);
+    EXPECT_FALSE(shell.Frame()->IsShowingComposeMenus());
+}
+
+TEST_F(StartUp, HostPluginFileBecomesTheDocumentAndIsRemoved)
+{
+    // Width 3, height 2, three bytes a pixel.
+    std::vector<uint8_t> bytes = {3, 0, 0, 0, 2, 0, 0, 0};
+    for (int i = 0; i < 6; ++i) bytes.insert(bytes.end(), {uint8_t(10 * i), 20, 30});
+    const std::string path = m_dir.File("host.raw");
+    vmtest::WriteAll(path, bytes);
+    CShellApp shell(m_app, &m_services);
+    shell.Start("-I0 " + path, TestOptions(m_dir), 0);
+    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
+    EXPECT_TRUE(shell.CommandLine().pluginMode);
+    EXPECT_TRUE(shell.Frame()->IsHostMode());
+    CComposeDocument& doc = m_app.Document();
+    ASSERT_EQ(doc.GetLayerCount(), 1);
+    EXPECT_EQ(doc.GetWidth(), 3);
+    EXPECT_EQ(doc.GetHeight(), 2);
+    EXPECT_EQ(doc.GetLayer(0)->m_image.GetPixel(2, 1), CPixel::Make(50, 20, 30, 255).Word());
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_FALSE(shell.Frame()->IsTopBarShown());
+    EXPECT_TRUE(m_services.messages.empty());
+}
+
+TEST_F(StartUp, BrokenHostFileEndsTheProgramWithMinusOne)
+{
+    const std::string path = m_dir.File("host.raw");
+    vmtest::WriteAll(path, {1, 2, 3});
+    CShellApp shell(m_app, &m_services);
+    QSignalSpy exits(&shell, &CShellApp::ExitRequested);
+    shell.Start("-i1 \"" + path + "\"", TestOptions(m_dir), 0);
+    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
+    ASSERT_EQ(exits.count(), 1);
+    EXPECT_EQ(exits.front().front().toInt(), -1);
+    EXPECT_EQ(m_services.messages, std::vector<std::string>{"不能打开文件"});
+    EXPECT_FALSE(std::filesystem::exists(path)); // removed whatever happened
+}
+
+TEST_F(StartUp, EmptyProfileGivesTheDefaultsAndTheColourIsWrittenAtTheEnd)
+{
+    const std::string ini = m_dir.File("config/Velmorando.ini");
+    {
+        CAppGlobals app;
+        CShellApp shell(app, &m_services);
+        shell.Start("", TestOptions(m_dir), 0);
+        ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
+        EXPECT_EQ(app.GetProfileInt("AfterOpenWizard"), 1);
+        EXPECT_EQ(app.GetProfileInt("bkcolor"), -8355712);
+        CSkin skin;
+        skin.Load();
+        EXPECT_EQ(skin.m_backColor, QColor(0xD2, 0xD2, 0xD2));
+        EXPECT_EQ(skin.m_backLightColor, QColor(0xF0, 0xF0, 0xF0));
+        EXPECT_EQ(skin.m_lightColor, QColor(255, 255, 255));
+        EXPECT_FALSE(std::filesystem::exists(ini)); // nothing written yet
+        app.m_foreColor = CPixel::Make(1, 2, 3);
+    }
+    const std::vector<uint8_t> bytes = vmtest::ReadAll(ini);
+    const std::string text(bytes.begin(), bytes.end());
+    EXPECT_NE(text.find("[Int]"), std::string::npos);
+    EXPECT_NE(text.find("ForeColor=" + std::to_string(0x010203)), std::string::npos);
+}
+
+TEST_F(StartUp, SkinColoursComeFromTheProfileAsBgr)
+{
+    std::filesystem::create_directories(m_dir.File("config"));
+    vmtest::WriteAll(m_dir.File("config/Velmorando.ini"),
+                     std::vector<uint8_t>{'[', 'I', 'n', 't', ']', '\n', 'B', 'a', 'c', 'k', 'C', 'o', 'l', 'o', 'r',
+                                          '=', '2', '5', '5', '\n'});
+    m_app.Init(TestOptions(m_dir));
+    CSkin skin;
+    skin.Load();
+    EXPECT_EQ(skin.m_backColor, QColor(255, 0, 0)); // 0x0000FF is red in the profile's byte order
+}
+
+TEST_F(StartUp, DropOfThreeFilesOpensTheFirstOnly)
+{
+    const std::string a = MakePicture(m_dir, "a.png", 40, 30, 1);
+    const std::string b = MakePicture(m_dir, "b.png", 50, 20, 2);
+    const std::string c = MakePicture(m_dir, "c.png", 60, 10, 3);
+    CShellApp shell(m_app, &m_services);
+    shell.Start("", TestOptions(m_dir), 0);
+    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
+    CMainFrame* frame = shell.Frame();
+
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(QString::fromStdString(a)), QUrl::fromLocalFile(QString::fromStdString(b)),
+                  QUrl::fromLocalFile(QString::fromStdString(c))});
+    const QPoint at(frame->width() / 2, frame->height() / 2);
+    QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(frame, &enter);
+    ASSERT_TRUE(enter.isAccepted());
+    QDropEvent drop(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(frame, &drop);
+    ASSERT_TRUE(WaitFor([&] { return m_app.Document().GetLayerCount() == 1; }));
+    EXPECT_EQ(m_app.Document().GetWidth(), 40);
+    EXPECT_EQ(m_app.Document().GetHeight(), 30);
+    EXPECT_EQ(frame->DocumentPath(), a);
+
+    // A drop of something that is not a file is refused.
+    QMimeData text;
+    text.setText(QStringLiteral("hello"));
+    QDragEnterEvent refused(at, Qt::CopyAction, &text, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(frame, &refused);
+    EXPECT_FALSE(refused.isAccepted());
+}
+
+TEST_F(StartUp, DropOnAChangedDocumentAsksFirstAndNoKeepsIt)
+{
+    const std::string a = MakePicture(m_dir, "a.png", 40, 30, 1);
+    const std::string b = MakePicture(m_dir, "b.png", 50, 20, 2);
+    CShellApp shell(m_app, &m_services);
+    shell.Start(a, TestOptions(m_dir), 0);
+    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
+    CMainFrame* frame = shell.Frame();
+    ASSERT_EQ(frame->RunCommand("Doc_FlipH"), 0);
+    ASSERT_TRUE(frame->IsModified());
+
+    m_services.answers.push_back(EMsgResult::kNo);
+    QMimeData data;
+    data.setUrls({QUrl::fromLocalFile(QString::fromStdString(b))});
+    QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(frame, &enter);
+    QDropEvent drop(QPointF(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(frame, &drop);
+    ASSERT_TRUE(WaitFor([&] { return !m_services.messages.empty(); }));
+    EXPECT_EQ(m_services.messages.back(), "此操作将放弃现在的编辑结果，继续吗？");
+    QApplication::processEvents();
+    EXPECT_EQ(m_app.Document().GetWidth(), 40); // still the first picture
+}
