@@ -1,0 +1,314 @@
+#include <gtest/gtest.h>
+
+#include <QCheckBox>
+#include <QDialog>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTimer>
+#include <QTest>
+#include <filesystem>
+
+#include "commands/project_stream.h"
+#include "document/layer.h"
+#include "imaging/codec.h"
+#include "imaging/gbk_text.h"
+#include "shell/image_view.h"
+#include "shell/main_frame.h"
+#include "shell/panels.h"
+#include "shell/shell_app.h"
+#include "gui_support.h"
+
+using namespace vmtest;
+
+namespace {
+
+class Frame : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
+        m_shell->Start("", TestOptions(m_dir), 0);
+        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
+        m_frame = m_shell->Frame();
+    }
+
+    std::string Picture(const std::string& name, uint32_t w, uint32_t h)
+    {
+        COLImage img;
+        img.Create(w, h);
+        for (uint32_t y = 0; y < h; ++y)
+            for (uint32_t x = 0; x < w; ++x) img.PutPixel(x, y, CPixel::Make(uint8_t(x * 3), uint8_t(y * 5), 90, 255));
+        const std::string path = m_dir.File(name);
+        COLImageCodec codec;
+        EXPECT_NE(codec.SaveFileWithAlpha(path.c_str(), &img), 0);
+        return path;
+    }
+
+    void Open(const std::string& path)
+    {
+        m_services.openPaths.push_back(path);
+        m_frame->OnCommand(cmd::kOpen);
+        ASSERT_EQ(m_app.Document().GetLayerCount(), 1) << path;
+    }
+
+    // Sends a key to the canvas as the user would type it.
+    void Key(Qt::Key key, Qt::KeyboardModifiers mods = Qt::NoModifier)
+    {
+        m_frame->View()->setFocus();
+        QTest::keyClick(m_frame->View(), key, mods);
+    }
+
+    CComposeDocument& Doc() { return m_app.Document(); }
+
+    TempDir m_dir;
+    CFakeServices m_services;
+    CAppGlobals m_app;
+    std::unique_ptr<CShellApp> m_shell;
+    CMainFrame* m_frame = nullptr;
+};
+
+} // namespace
+
+TEST_F(Frame, KeysBecomeCommandTexts)
+{
+    Open(Picture("p.png", 64, 48));
+    std::vector<std::string> sent;
+    m_frame->SetExecutor([&](const std::string& text) {
+        sent.push_back(text);
+        return 0;
+    });
+    Key(Qt::Key_Z, Qt::ControlModifier);
+    Key(Qt::Key_Y, Qt::ControlModifier);
+    Key(Qt::Key_A, Qt::ControlModifier);
+    Key(Qt::Key_0, Qt::ControlModifier);
+    Key(Qt::Key_Equal, Qt::ControlModifier);
+    Key(Qt::Key_Minus, Qt::ControlModifier);
+    Key(Qt::Key_2, Qt::ShiftModifier);
+    Key(Qt::Key_D, Qt::ControlModifier); // no selection: the item is grey, so the key does nothing
+    Key(Qt::Key_Delete);
+    EXPECT_EQ(sent, (std::vector<std::string>{"UI_HistoryBackward", "UI_HistoryForward", "Doc_SelectAll",
+                                              "UI_ZoomFit", "UI_ZoomIn", "UI_ZoomOut", "Doc_SelectLayer('2')"}));
+
+    // With a selection the selection keys act.
+    Doc().GetSelectionMask().Create(64, 48);
+    sent.clear();
+    Key(Qt::Key_D, Qt::ControlModifier);
+    Key(Qt::Key_I, Qt::ControlModifier | Qt::ShiftModifier);
+    Key(Qt::Key_Delete);
+    Key(Qt::Key_Delete, Qt::ControlModifier);
+    EXPECT_EQ(sent, (std::vector<std::string>{"Doc_SelectNone", "Doc_SelectInverse", "Doc_Delect", "Doc_DelectInv"}));
+
+    // A text field keeps its keys.
+    sent.clear();
+    auto* field = new QLineEdit(m_frame);
+    field->show();
+    field->setFocus();
+    QTest::keyClick(field, Qt::Key_A, Qt::ControlModifier);
+    QTest::keyClick(field, Qt::Key_Delete);
+    EXPECT_TRUE(sent.empty());
+    delete field;
+}
+
+TEST_F(Frame, CtrlOAsksForAFileAndCtrlWClosesIt)
+{
+    m_services.openPaths.push_back(Picture("p.png", 30, 20));
+    Key(Qt::Key_O, Qt::ControlModifier);
+    ASSERT_EQ(Doc().GetLayerCount(), 1);
+    ASSERT_FALSE(m_services.filters.empty());
+    EXPECT_EQ(m_services.filters.back(), m_app.GetString("openfiletype"));
+    Key(Qt::Key_W, Qt::ControlModifier);
+    EXPECT_EQ(Doc().GetLayerCount(), 0);
+    EXPECT_EQ(m_frame->View()->GetSource(), nullptr);
+    EXPECT_FALSE(m_frame->IsShowingComposeMenus());
+    EXPECT_EQ(m_frame->windowTitle().toStdString(), "Velmorando");
+    EXPECT_TRUE(m_services.messages.empty()); // nothing had changed: no question
+}
+
+TEST_F(Frame, LayerMenuEditsTheDocumentAndUndoRedoWalkTheHistory)
+{
+    Open(Picture("p.png", 64, 48));
+    const CPixel corner = Doc().GetLayer(0)->m_image.GetPixel2(63, 0);
+    m_frame->OnCommand(cmd::kNewLayer);
+    ASSERT_EQ(Doc().GetLayerCount(), 2);
+    EXPECT_EQ(FromGbk(Doc().GetLayer(1)->m_name).toStdString(), "图层1");
+    EXPECT_EQ(m_frame->LayersPanel()->List()->count(), 2);
+    EXPECT_EQ(m_frame->LayersPanel()->List()->item(0)->text().toStdString(), "图层1"); // top layer first
+
+    // The new layer lies above the current one, which stays the base: the flip acts on the base.
+    ASSERT_EQ(Doc().GetCurrentIndex(), 0);
+    EXPECT_EQ(m_frame->LayersPanel()->List()->currentRow(), 1);
+    m_frame->OnCommand(cmd::kFlipH);
+    EXPECT_EQ(Doc().GetLayer(0)->m_image.GetPixel2(0, 0).Word(), corner.Word());
+    EXPECT_FALSE(m_frame->IsCommandAvailable(cmd::kRotateLeft)); // not on the base
+
+    // History: open, new layer, flip.
+    ASSERT_NE(m_app.ComposeHistory(), nullptr);
+    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), 3);
+    EXPECT_EQ(m_frame->HistoryPanel()->List()->count(), 3);
+    EXPECT_EQ(m_frame->HistoryPanel()->List()->item(2)->text().toStdString(), "水平翻转");
+
+    Key(Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_NE(Doc().GetLayer(0)->m_image.GetPixel2(0, 0).Word(), corner.Word()); // the flip undone
+    Key(Qt::Key_Y, Qt::ControlModifier);
+    EXPECT_EQ(Doc().GetLayer(0)->m_image.GetPixel2(0, 0).Word(), corner.Word());
+
+    // Rotate, merge and delete act on the upper layer.
+    m_frame->LayersPanel()->List()->setCurrentRow(0);
+    ASSERT_EQ(Doc().GetCurrentIndex(), 1);
+    m_frame->OnCommand(cmd::kRotateRight);
+    m_frame->OnCommand(cmd::kNewLayer);
+    ASSERT_EQ(Doc().GetLayerCount(), 3);
+    Doc().SetCurrentIndex(2);
+    m_frame->OnCommand(cmd::kDeleteLayer);
+    EXPECT_EQ(Doc().GetLayerCount(), 2);
+    Doc().SetCurrentIndex(1);
+    m_frame->OnCommand(cmd::kMergeDown);
+    EXPECT_EQ(Doc().GetLayerCount(), 1);
+    EXPECT_EQ(Doc().GetCurrentIndex(), 0);
+    EXPECT_FALSE(m_frame->IsCommandAvailable(cmd::kMergeDown));
+    EXPECT_FALSE(m_frame->IsCommandAvailable(cmd::kDeleteLayer));
+
+    // Undo all the way back to the opened picture.
+    int presses = 0;
+    for (; presses < 200 && m_app.ComposeHistory()->CanBackward(); ++presses) Key(Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_EQ(presses, 7);
+    EXPECT_FALSE(m_app.ComposeHistory()->CanBackward());
+    EXPECT_EQ(Doc().GetLayerCount(), 1);
+    EXPECT_NE(Doc().GetLayer(0)->m_image.GetPixel2(0, 0).Word(), corner.Word());
+    EXPECT_TRUE(m_services.messages.empty());
+}
+
+TEST_F(Frame, ARefusedEditShowsTheExceptionTextAndChangesNothing)
+{
+    Open(Picture("p.png", 16, 16));
+    m_frame->SetExecutor([](const std::string&) { return kCommandRefused; });
+    m_frame->OnCommand(cmd::kFlipV);
+    ASSERT_EQ(m_services.messages.size(), 1u);
+    EXPECT_EQ(m_services.messages[0], "发生异常，操作失败");
+    // Undo at the first step is refused too, but that is no failure to report.
+    m_frame->OnCommand(cmd::kUndo);
+    EXPECT_EQ(m_services.messages.size(), 1u);
+}
+
+TEST_F(Frame, OpenToNewLayerAndACancelledDialogSaysNothing)
+{
+    Open(Picture("p.png", 40, 30));
+    m_frame->OnCommand(cmd::kOpenLayer); // no path queued: cancelled
+    EXPECT_EQ(Doc().GetLayerCount(), 1);
+    EXPECT_TRUE(m_services.messages.empty());
+    m_services.openPaths.push_back(Picture("q.png", 10, 10));
+    m_frame->OnCommand(cmd::kOpenLayer);
+    ASSERT_EQ(Doc().GetLayerCount(), 2);
+    EXPECT_EQ(Doc().GetCurrentIndex(), 1);
+    EXPECT_EQ(Doc().GetLayer(1)->m_image.GetWidth(), 10u);
+    EXPECT_EQ(m_services.filters.back(), m_app.GetString("openflatfiletype"));
+    m_services.openPaths.push_back(m_dir.File("missing.png"));
+    m_frame->OnCommand(cmd::kOpenLayer);
+    EXPECT_EQ(m_services.messages, std::vector<std::string>{"不能打开文件"});
+    EXPECT_EQ(Doc().GetLayerCount(), 2);
+}
+
+TEST_F(Frame, UnreadableFileLeavesTheOpenDocument)
+{
+    Open(Picture("p.png", 40, 30));
+    vmtest::WriteAll(m_dir.File("bad.png"), {0x89, 'P', 'N', 'G', 13, 10, 26, 10, 0, 0});
+    m_services.openPaths.push_back(m_dir.File("bad.png"));
+    m_frame->OnCommand(cmd::kOpen);
+    EXPECT_EQ(m_services.messages, std::vector<std::string>{"不能打开文件"});
+    ASSERT_EQ(Doc().GetLayerCount(), 1);
+    EXPECT_EQ(Doc().GetWidth(), 40);
+}
+
+TEST_F(Frame, ProjectSavesAndOpensAgainWithItsLayersAndHistory)
+{
+    Open(Picture("p.png", 50, 40));
+    m_frame->OnCommand(cmd::kNewLayer);
+    m_frame->OnCommand(cmd::kFlipV);
+    ASSERT_TRUE(m_frame->IsModified());
+    const std::string project = m_dir.File("work.vmpd");
+    m_services.savePaths.push_back(project);
+    // The save dialog is modal: press its project button once it is up.
+    QTimer::singleShot(0, [&] {
+        for (QWidget* w : QApplication::topLevelWidgets())
+            if (auto* dialog = qobject_cast<QDialog*>(w); dialog && dialog->isVisible())
+                for (QPushButton* b : dialog->findChildren<QPushButton*>())
+                    if (b->text().startsWith(QStringLiteral("工程文件"))) {
+                        dialog->findChild<QCheckBox*>()->setChecked(true);
+                        b->click();
+                        return;
+                    }
+    });
+    m_frame->OnCommand(cmd::kSave);
+    ASSERT_TRUE(std::filesystem::exists(project));
+    EXPECT_FALSE(m_frame->IsModified());
+    EXPECT_EQ(m_services.filters.back(), m_app.GetString("vmdoc"));
+
+    Key(Qt::Key_W, Qt::ControlModifier); // saved: closes without a question
+    EXPECT_TRUE(m_services.messages.empty());
+    ASSERT_EQ(Doc().GetLayerCount(), 0);
+
+    m_services.openPaths.push_back(project);
+    m_frame->OnCommand(cmd::kOpen);
+    ASSERT_EQ(Doc().GetLayerCount(), 2);
+    EXPECT_EQ(Doc().GetWidth(), 50);
+    EXPECT_EQ(FromGbk(Doc().GetLayer(1)->m_name).toStdString(), "图层1");
+    EXPECT_EQ(m_frame->windowTitle().toStdString(), "Velmorando - work.vmpd");
+    // The history came along: three steps, and undo goes on where it was.
+    ASSERT_EQ(m_app.ComposeHistory()->GetCount(), 3);
+    EXPECT_FALSE(m_frame->IsModified());
+    const uint32_t flipped = Doc().GetLayer(0)->m_image.GetPixel(0, 0);
+    Key(Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_NE(Doc().GetLayer(0)->m_image.GetPixel(0, 0), flipped);
+    EXPECT_TRUE(m_services.messages.empty());
+}
+
+TEST_F(Frame, CloseAsksAboutChangesAndNoKeepsTheWindow)
+{
+    Open(Picture("p.png", 20, 20));
+    m_frame->OnCommand(cmd::kFlipH);
+    m_services.answers.push_back(EMsgResult::kNo);
+    EXPECT_FALSE(m_frame->close());
+    EXPECT_TRUE(m_frame->isVisible());
+    EXPECT_EQ(m_services.messages.back(), "此操作将放弃现在的编辑结果，继续吗？");
+    // Undoing the change makes the document what was opened: no question any more.
+    m_frame->OnCommand(cmd::kUndo);
+    EXPECT_FALSE(m_frame->IsModified());
+    const size_t asked = m_services.messages.size();
+    EXPECT_TRUE(m_frame->close());
+    EXPECT_EQ(m_services.messages.size(), asked);
+}
+
+TEST_F(Frame, AStepAfterAnUndoIsAChangeEvenWithTheSameStepCount)
+{
+    Open(Picture("p.png", 20, 20));
+    m_frame->OnCommand(cmd::kFlipH);
+    m_frame->MarkUnmodified();
+    m_frame->OnCommand(cmd::kUndo);
+    m_frame->OnCommand(cmd::kFlipV); // same number of steps as at the mark, another picture
+    EXPECT_TRUE(m_frame->IsModified());
+}
+
+TEST_F(Frame, MenusFollowTheDocument)
+{
+    EXPECT_NE(m_frame->Action(cmd::kOpen), nullptr);
+    EXPECT_EQ(m_frame->Action(cmd::kFlipH), nullptr); // no document: the short menu bar
+    Open(Picture("p.png", 20, 20));
+    ASSERT_NE(m_frame->Action(cmd::kOpenProject), nullptr);
+    EXPECT_FALSE(m_frame->IsCommandAvailable(cmd::kOpenProject));
+    EXPECT_TRUE(m_frame->IsCommandAvailable(cmd::kSave));
+    EXPECT_FALSE(m_frame->IsCommandAvailable(cmd::kFlatten)); // one layer
+    m_frame->OnCommand(cmd::kNewLayer);
+    EXPECT_TRUE(m_frame->IsCommandAvailable(cmd::kFlatten));
+    m_frame->OnCommand(cmd::kFlatten);
+    EXPECT_EQ(Doc().GetLayerCount(), 1);
+    // Help items open the pages of the table.
+    m_frame->OnCommand(cmd::kTutorialBlue);
+    m_frame->OnCommand(cmd::kHelpFile);
+    EXPECT_EQ(m_services.addresses, (std::vector<std::string>{"help/tutorial_blue.htm", "help/index.htm"}));
+    // The companion editor is not installed here: the question, then its page.
+    m_app.m_companionExe.clear();
+    m_frame->OnCommand(cmd::kCompanion);
+    EXPECT_EQ(m_services.messages.back(), m_app.GetString("olnotfound"));
+    EXPECT_EQ(m_services.addresses.back(), "help/companion.htm");
+}
