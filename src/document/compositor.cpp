@@ -196,6 +196,23 @@ void CopyColoursRow(CPixel* d, const CPixel* s, size_t n)
     }
 }
 
+// Colours of the base with alpha from the mask bytes (the first `fromMask` pixels), 0 for the rest.
+void CopyColoursWithAlphaRow(CPixel* d, const CPixel* s, const uint8_t* mask, size_t fromMask, size_t n)
+{
+    for (size_t i = 0; i < fromMask; ++i) {
+        uint32_t sw;
+        std::memcpy(&sw, s + i, 4);
+        sw = (sw & 0x00FFFFFFu) | static_cast<uint32_t>(mask[i]) << 24;
+        std::memcpy(d + i, &sw, 4);
+    }
+    for (size_t i = fromMask; i < n; ++i) {
+        uint32_t sw;
+        std::memcpy(&sw, s + i, 4);
+        sw &= 0x00FFFFFFu;
+        std::memcpy(d + i, &sw, 4);
+    }
+}
+
 // Blends the rows y0..y1 (destination coordinates) of one layer.
 void BlendLayerRows(COLImage* dst, const CLayer* layer, int y0, int y1, BlendRowFn blendRow)
 {
@@ -295,20 +312,20 @@ int MergeLayers(const CLayerStack* stack, COLImage* destination, int maskFlag)
     RunBands(static_cast<int>(h), size_t(w) * h * static_cast<size_t>(count), [&](int y0, int y1) {
         for (int s0 = y0; s0 < y1; s0 += stripRows) {
             const int s1 = std::min(y1, s0 + stripRows);
-            for (int y = s0; y < s1; ++y)
-                CopyColoursRow(destination->GetBuffer(0, static_cast<uint32_t>(y)),
-                               base->m_image.GetBuffer(0, static_cast<uint32_t>(y)), w);
-            for (int i = 1; i < count; ++i) BlendLayerRows(destination, stack->GetLayer(i), s0, s1, blendRow);
-            if (maskFlag != 1) continue;
-            // The composite's alpha carries the selection: the mask's bytes in order, 0 where there are none.
             for (int y = s0; y < s1; ++y) {
                 CPixel* row = destination->GetBuffer(0, static_cast<uint32_t>(y));
-                const size_t first = size_t(y) * w;
-                for (uint32_t x = 0; x < w; ++x) {
-                    const size_t k = first + x;
-                    row[x].alpha = k < maskBytes ? mask.GetBuffer()[k] : 0;
+                const CPixel* baseRow = base->m_image.GetBuffer(0, static_cast<uint32_t>(y));
+                if (maskFlag != 1) {
+                    CopyColoursRow(row, baseRow, w);
+                    continue;
                 }
+                // The composite's alpha carries the selection: the mask's bytes in order, 0 where there are none.
+                // Blending never touches alpha, so it is set together with the base's colours.
+                const size_t first = size_t(y) * w;
+                const size_t fromMask = first >= maskBytes ? 0 : std::min<size_t>(w, maskBytes - first);
+                CopyColoursWithAlphaRow(row, baseRow, fromMask ? mask.GetBuffer() + first : nullptr, fromMask, w);
             }
+            for (int i = 1; i < count; ++i) BlendLayerRows(destination, stack->GetLayer(i), s0, s1, blendRow);
         }
     });
     return 1;
