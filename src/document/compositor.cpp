@@ -233,6 +233,37 @@ void BlendLayerRows(COLImage* dst, const CLayer* layer, int y0, int y1, BlendRow
                  static_cast<size_t>(x1 - x0), opacity, mode);
 }
 
+// The preview blend of one layer: rows y from sy below ey in steps, `cols` samples per row from sx, written to
+// the preview at (sx / step + k, y / step). Shifts stand in for the divisions: it is only a preview.
+template <int Mode>
+void PreviewLayerT(COLImage& dst, const CLayer& layer, int l, int t, int sx, int sy, int ey, int step, int cols)
+{
+    const uint32_t opacity = layer.m_opacity;
+    for (int y = sy; y < ey; y += step) {
+        CPixel* d = dst.GetBuffer(static_cast<uint32_t>(sx / step), static_cast<uint32_t>(y / step));
+        const CPixel* s = layer.m_image.GetBuffer(static_cast<uint32_t>(sx - l), static_cast<uint32_t>(y - t));
+        for (int k = 0; k < cols; ++k, ++d, s += step) {
+            const uint32_t a = (s->alpha * opacity + 127) >> 8;
+            const uint32_t ia = 255 - a;
+            d->blue = static_cast<uint8_t>((ModeColour<Mode>(d->blue, s->blue) * a + d->blue * ia) >> 8);
+            d->green = static_cast<uint8_t>((ModeColour<Mode>(d->green, s->green) * a + d->green * ia) >> 8);
+            d->red = static_cast<uint8_t>((ModeColour<Mode>(d->red, s->red) * a + d->red * ia) >> 8);
+        }
+    }
+}
+
+void PreviewLayer(COLImage& dst, const CLayer& layer, int l, int t, int sx, int sy, int ey, int step, int cols)
+{
+    switch (EffectiveMode(layer.m_blendMode)) {
+    case kBlendDarken: PreviewLayerT<kBlendDarken>(dst, layer, l, t, sx, sy, ey, step, cols); break;
+    case kBlendLighten: PreviewLayerT<kBlendLighten>(dst, layer, l, t, sx, sy, ey, step, cols); break;
+    case kBlendMultiply: PreviewLayerT<kBlendMultiply>(dst, layer, l, t, sx, sy, ey, step, cols); break;
+    case kBlendScreen: PreviewLayerT<kBlendScreen>(dst, layer, l, t, sx, sy, ey, step, cols); break;
+    case kBlendDifference: PreviewLayerT<kBlendDifference>(dst, layer, l, t, sx, sy, ey, step, cols); break;
+    default: PreviewLayerT<kBlendNormal>(dst, layer, l, t, sx, sy, ey, step, cols); break;
+    }
+}
+
 // Runs fn(y0, y1) over 0..height, split in two bands on two cores when the picture is large enough to gain.
 template <class Fn>
 void RunBands(int height, size_t pixels, Fn fn)
@@ -375,22 +406,10 @@ int MergeFast(const CLayerStack* stack, COLImage* destination, CRect rect, int s
         const int sx = std::max(l, 0), sy = std::max(t, 0);
         const int ex = std::min({l + lw, rw, ow * step + sx});
         const int ey = std::min({t + lh, rh, oh * step + sy});
-        const int mode = layer->m_blendMode;
-        const uint32_t opacity = layer->m_opacity;
-        for (int y = sy; y < ey; y += step) {
-            const int row = y / step;
-            if (row >= oh) break;   // a start off the sampling grid can reach one row past the preview
-            for (int x = sx, col = sx / step; x < ex && col < ow; x += step, ++col) {
-                CPixel* d = destination->GetBuffer(static_cast<uint32_t>(col), static_cast<uint32_t>(row));
-                const CPixel s = layer->m_image.GetPixel2(static_cast<uint32_t>(x - l), static_cast<uint32_t>(y - t));
-                CPixel res = *d;
-                BlendPixel(*d, s, &res, mode);
-                const uint32_t a = (s.alpha * opacity + 127) >> 8;
-                d->blue = static_cast<uint8_t>((res.blue * a + d->blue * (255 - a)) >> 8);
-                d->green = static_cast<uint8_t>((res.green * a + d->green * (255 - a)) >> 8);
-                d->red = static_cast<uint8_t>((res.red * a + d->red * (255 - a)) >> 8);
-            }
-        }
+        if (sx >= ex || sy >= ey) continue;
+        const int last = std::min(oh - 1, (ey - 1) / step);   // a start off the sampling grid can reach one
+        const int cols = std::min(ow - sx / step, (ex - sx + step - 1) / step);   // row or column past the preview
+        PreviewLayer(*destination, *layer, l, t, sx, sy, std::min(ey, last * step + step), step, cols);
     }
     return 1;
 }

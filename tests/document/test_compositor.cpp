@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 
@@ -228,6 +229,29 @@ TEST(Compositor, MergeFastSamplesDrawsBaseOnWhiteAndShifts)
 
     ASSERT_EQ(MergeFast(&stack, &out, CRect{0, 0, 1, 6}, 2), 1);
     EXPECT_TRUE(out.IsEmpty()) << "a rectangle narrower than the step frees the destination";
+}
+
+TEST(Compositor, MergeFastMatchesTheSampledArithmetic)
+{
+    CLayerStack stack;
+    BuildRandomStack(stack, 97, 61, 5);
+    std::mt19937 rng(3);
+    for (int round = 0; round < 60; ++round) {
+        const int step = 1 + int(rng() % 5);
+        const int l = int(rng() % 110) - 5, t = int(rng() % 70) - 5, r = int(rng() % 110) - 5, b = int(rng() % 70) - 5;
+        COLImage fast, slow;
+        ASSERT_EQ(MergeFast(&stack, &fast, CRect{l, t, r, b}, step), 1);
+        CRect n{l, t, r, b};
+        n.Normalize();
+        const int rw = std::clamp(n.right, 0, 97) - std::clamp(n.left, 0, 97);
+        const int rh = std::clamp(n.bottom, 0, 61) - std::clamp(n.top, 0, 61);
+        if (rw < step || rh < step) {
+            EXPECT_TRUE(fast.IsEmpty());
+            continue;
+        }
+        reftest::MergeFast(stack, slow, n.left, n.top, n.right, n.bottom, step);
+        ASSERT_TRUE(vmtest::SamePixels(fast, slow)) << "round " << round << " step " << step;
+    }
 }
 
 TEST(Compositor, MergeFastStaysInsideThePreviewForOffGridLayers)
