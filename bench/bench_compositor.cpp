@@ -1,6 +1,5 @@
 // Merging layers against a plain copy of the same number of bytes.
 #include <benchmark/benchmark.h>
-
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -66,31 +65,47 @@ void Baseline_Memcpy(benchmark::State& state)
 }
 BENCHMARK(Baseline_Memcpy)->Arg(1)->Arg(kLayers)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-template <bool Simd, bool Threads, bool CutOut>
-void MergeLayers(benchmark::State& state)
+template <bool Simd, bool Threads, bool CutOut> void MergeLayers(benchmark::State& state)
 {
     SetCompositorAcceleration(Simd, Threads);
     const CLayerStack& stack = Stack(CutOut);
     COLImage composite;
     MergeLayers(&stack, &composite, 1);
-    for (auto _ : state) MergeLayers(&stack, &composite, 1);
+    for (auto _ : state)
+        MergeLayers(&stack, &composite, 1);
     SetCompositorAcceleration(true, true);
 }
-BENCHMARK(MergeLayers<true, true, false>)->Name("MergeLayers_AllAlpha_Fast")->Arg(kLayers)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(MergeLayers<true, false, false>)->Name("MergeLayers_AllAlpha_OneCore")->Arg(kLayers)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(MergeLayers<false, false, false>)->Name("MergeLayers_AllAlpha_Plain")->Arg(kLayers)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(MergeLayers<true, true, true>)->Name("MergeLayers_CutOut_Fast")->Arg(kLayers)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(MergeLayers<true, true, false>)
+    ->Name("MergeLayers_AllAlpha_Fast")
+    ->Arg(kLayers)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(MergeLayers<true, false, false>)
+    ->Name("MergeLayers_AllAlpha_OneCore")
+    ->Arg(kLayers)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(MergeLayers<false, false, false>)
+    ->Name("MergeLayers_AllAlpha_Plain")
+    ->Arg(kLayers)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(MergeLayers<true, true, true>)
+    ->Name("MergeLayers_CutOut_Fast")
+    ->Arg(kLayers)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 
 // One normal layer of every alpha onto a 12-megapixel picture, against one copy of the picture.
-template <bool Simd, bool Threads>
-void BlendOneLayer(benchmark::State& state)
+template <bool Simd, bool Threads> void BlendOneLayer(benchmark::State& state)
 {
     SetCompositorAcceleration(Simd, Threads);
     const CLayerStack& stack = Stack(false);
     const CLayer* layer = stack.GetLayer(1);
     COLImage target;
     target.DuplicateFrom(&stack.GetLayer(0)->m_image);
-    for (auto _ : state) BlendLayer(&target, layer);
+    for (auto _ : state)
+        BlendLayer(&target, layer);
     SetCompositorAcceleration(true, true);
 }
 BENCHMARK(BlendOneLayer<true, true>)->Name("BlendLayer_Fast")->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -109,4 +124,7 @@ BENCHMARK(MergeFastStep2)->Arg(kLayers)->Unit(benchmark::kMillisecond)->UseRealT
 
 } // namespace
 
-int main(int argc, char** argv) { return vmbench::RunWithRatios(argc, argv, "Baseline_"); }
+int main(int argc, char** argv)
+{
+    return vmbench::RunWithRatios(argc, argv, "Baseline_");
+}

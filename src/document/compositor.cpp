@@ -47,19 +47,23 @@ int EffectiveMode(int mode)
 
 // ---- plain path -------------------------------------------------------------------------------------------
 
-template <int Mode>
-inline uint32_t ModeColour(uint32_t d, uint32_t s)
+template <int Mode> inline uint32_t ModeColour(uint32_t d, uint32_t s)
 {
-    if constexpr (Mode == kBlendDarken) return d < s ? d : s;
-    else if constexpr (Mode == kBlendLighten) return d > s ? d : s;
-    else if constexpr (Mode == kBlendMultiply) return Div255(d * s + 127);
-    else if constexpr (Mode == kBlendScreen) return 255 - Div255((255 - d) * (255 - s) + 127);
-    else if constexpr (Mode == kBlendDifference) return d > s ? d - s : s - d;
-    else return s;
+    if constexpr (Mode == kBlendDarken)
+        return d < s ? d : s;
+    else if constexpr (Mode == kBlendLighten)
+        return d > s ? d : s;
+    else if constexpr (Mode == kBlendMultiply)
+        return Div255(d * s + 127);
+    else if constexpr (Mode == kBlendScreen)
+        return 255 - Div255((255 - d) * (255 - s) + 127);
+    else if constexpr (Mode == kBlendDifference)
+        return d > s ? d - s : s - d;
+    else
+        return s;
 }
 
-template <int Mode>
-void BlendRowPlain(CPixel* d, const CPixel* s, size_t n, uint32_t opacity)
+template <int Mode> void BlendRowPlain(CPixel* d, const CPixel* s, size_t n, uint32_t opacity)
 {
     for (size_t i = 0; i < n; ++i) {
         const uint32_t a = Div255(s[i].alpha * opacity + 127);
@@ -74,12 +78,24 @@ void BlendRowPlain(CPixel* d, const CPixel* s, size_t n, uint32_t opacity)
 void BlendRowPlainAny(CPixel* d, const CPixel* s, size_t n, uint32_t opacity, int mode)
 {
     switch (mode) {
-    case kBlendDarken: BlendRowPlain<kBlendDarken>(d, s, n, opacity); break;
-    case kBlendLighten: BlendRowPlain<kBlendLighten>(d, s, n, opacity); break;
-    case kBlendMultiply: BlendRowPlain<kBlendMultiply>(d, s, n, opacity); break;
-    case kBlendScreen: BlendRowPlain<kBlendScreen>(d, s, n, opacity); break;
-    case kBlendDifference: BlendRowPlain<kBlendDifference>(d, s, n, opacity); break;
-    default: BlendRowPlain<kBlendNormal>(d, s, n, opacity); break;
+    case kBlendDarken:
+        BlendRowPlain<kBlendDarken>(d, s, n, opacity);
+        break;
+    case kBlendLighten:
+        BlendRowPlain<kBlendLighten>(d, s, n, opacity);
+        break;
+    case kBlendMultiply:
+        BlendRowPlain<kBlendMultiply>(d, s, n, opacity);
+        break;
+    case kBlendScreen:
+        BlendRowPlain<kBlendScreen>(d, s, n, opacity);
+        break;
+    case kBlendDifference:
+        BlendRowPlain<kBlendDifference>(d, s, n, opacity);
+        break;
+    default:
+        BlendRowPlain<kBlendNormal>(d, s, n, opacity);
+        break;
     }
 }
 
@@ -113,17 +129,20 @@ VM_AVX2 inline void ModeColours(__m256i d, __m256i s, __m256i dl, __m256i dh, __
         }
     } else {
         __m256i r8;
-        if constexpr (Mode == kBlendDarken) r8 = _mm256_min_epu8(d, s);
-        else if constexpr (Mode == kBlendLighten) r8 = _mm256_max_epu8(d, s);
-        else if constexpr (Mode == kBlendDifference) r8 = _mm256_or_si256(_mm256_subs_epu8(d, s), _mm256_subs_epu8(s, d));
-        else r8 = s;
+        if constexpr (Mode == kBlendDarken)
+            r8 = _mm256_min_epu8(d, s);
+        else if constexpr (Mode == kBlendLighten)
+            r8 = _mm256_max_epu8(d, s);
+        else if constexpr (Mode == kBlendDifference)
+            r8 = _mm256_or_si256(_mm256_subs_epu8(d, s), _mm256_subs_epu8(s, d));
+        else
+            r8 = s;
         rl = _mm256_unpacklo_epi8(r8, z);
         rh = _mm256_unpackhi_epi8(r8, z);
     }
 }
 
-template <int Mode>
-VM_AVX2 void BlendRowAvx2(CPixel* dst, const CPixel* src, size_t n, uint32_t opacity)
+template <int Mode> VM_AVX2 void BlendRowAvx2(CPixel* dst, const CPixel* src, size_t n, uint32_t opacity)
 {
     const __m256i z = _mm256_setzero_si256();
     const __m256i alphaBytes = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
@@ -135,7 +154,7 @@ VM_AVX2 void BlendRowAvx2(CPixel* dst, const CPixel* src, size_t n, uint32_t opa
     for (; i + 8 <= n; i += 8) {
         __m256i* pd = reinterpret_cast<__m256i*>(dst + i);
         const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i));
-        if (_mm256_testz_si256(s, alphaBytes)) continue;   // all transparent: a is 0, nothing changes
+        if (_mm256_testz_si256(s, alphaBytes)) continue; // all transparent: a is 0, nothing changes
         const __m256i d = _mm256_loadu_si256(pd);
         if (Mode == kBlendNormal && opacity == 255 && _mm256_testc_si256(s, alphaBytes)) {
             // all opaque at full opacity: a is 255 and the colour is the layer's
@@ -152,10 +171,10 @@ VM_AVX2 void BlendRowAvx2(CPixel* dst, const CPixel* src, size_t n, uint32_t opa
         __m256i rl, rh;
         ModeColours<Mode>(d, s, dl, dh, rl, rh);
         // d * (255 - a) + res * a + 127 <= 65152: exact in unsigned 16-bit lanes.
-        const __m256i ol = Div255x16(
-            _mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(dl, il), _mm256_mullo_epi16(rl, al)), c127));
-        const __m256i oh = Div255x16(
-            _mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(dh, ih), _mm256_mullo_epi16(rh, ah)), c127));
+        const __m256i ol =
+            Div255x16(_mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(dl, il), _mm256_mullo_epi16(rl, al)), c127));
+        const __m256i oh =
+            Div255x16(_mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(dh, ih), _mm256_mullo_epi16(rh, ah)), c127));
         _mm256_storeu_si256(pd, _mm256_blendv_epi8(_mm256_packus_epi16(ol, oh), d, alphaBytes));
     }
     if (i < n) BlendRowPlain<Mode>(dst + i, src + i, n - i, opacity);
@@ -164,12 +183,24 @@ VM_AVX2 void BlendRowAvx2(CPixel* dst, const CPixel* src, size_t n, uint32_t opa
 void BlendRowAvx2Any(CPixel* d, const CPixel* s, size_t n, uint32_t opacity, int mode)
 {
     switch (mode) {
-    case kBlendDarken: BlendRowAvx2<kBlendDarken>(d, s, n, opacity); break;
-    case kBlendLighten: BlendRowAvx2<kBlendLighten>(d, s, n, opacity); break;
-    case kBlendMultiply: BlendRowAvx2<kBlendMultiply>(d, s, n, opacity); break;
-    case kBlendScreen: BlendRowAvx2<kBlendScreen>(d, s, n, opacity); break;
-    case kBlendDifference: BlendRowAvx2<kBlendDifference>(d, s, n, opacity); break;
-    default: BlendRowAvx2<kBlendNormal>(d, s, n, opacity); break;
+    case kBlendDarken:
+        BlendRowAvx2<kBlendDarken>(d, s, n, opacity);
+        break;
+    case kBlendLighten:
+        BlendRowAvx2<kBlendLighten>(d, s, n, opacity);
+        break;
+    case kBlendMultiply:
+        BlendRowAvx2<kBlendMultiply>(d, s, n, opacity);
+        break;
+    case kBlendScreen:
+        BlendRowAvx2<kBlendScreen>(d, s, n, opacity);
+        break;
+    case kBlendDifference:
+        BlendRowAvx2<kBlendDifference>(d, s, n, opacity);
+        break;
+    default:
+        BlendRowAvx2<kBlendNormal>(d, s, n, opacity);
+        break;
     }
 }
 #endif
@@ -226,7 +257,7 @@ void BlendLayerRows(COLImage* dst, const CLayer* layer, int y0, int y1, BlendRow
     if (x0 >= x1 || ya >= yb) return;
     const int mode = EffectiveMode(layer->m_blendMode);
     const uint32_t opacity = layer->m_opacity;
-    if (opacity == 0) return;   // a is 0 everywhere: nothing changes
+    if (opacity == 0) return; // a is 0 everywhere: nothing changes
     for (long long y = ya; y < yb; ++y)
         blendRow(dst->GetBuffer(static_cast<uint32_t>(x0), static_cast<uint32_t>(y)),
                  layer->m_image.GetBuffer(static_cast<uint32_t>(x0 - lx), static_cast<uint32_t>(y - ly)),
@@ -255,18 +286,29 @@ void PreviewLayerT(COLImage& dst, const CLayer& layer, int l, int t, int sx, int
 void PreviewLayer(COLImage& dst, const CLayer& layer, int l, int t, int sx, int sy, int ey, int step, int cols)
 {
     switch (EffectiveMode(layer.m_blendMode)) {
-    case kBlendDarken: PreviewLayerT<kBlendDarken>(dst, layer, l, t, sx, sy, ey, step, cols); break;
-    case kBlendLighten: PreviewLayerT<kBlendLighten>(dst, layer, l, t, sx, sy, ey, step, cols); break;
-    case kBlendMultiply: PreviewLayerT<kBlendMultiply>(dst, layer, l, t, sx, sy, ey, step, cols); break;
-    case kBlendScreen: PreviewLayerT<kBlendScreen>(dst, layer, l, t, sx, sy, ey, step, cols); break;
-    case kBlendDifference: PreviewLayerT<kBlendDifference>(dst, layer, l, t, sx, sy, ey, step, cols); break;
-    default: PreviewLayerT<kBlendNormal>(dst, layer, l, t, sx, sy, ey, step, cols); break;
+    case kBlendDarken:
+        PreviewLayerT<kBlendDarken>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
+    case kBlendLighten:
+        PreviewLayerT<kBlendLighten>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
+    case kBlendMultiply:
+        PreviewLayerT<kBlendMultiply>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
+    case kBlendScreen:
+        PreviewLayerT<kBlendScreen>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
+    case kBlendDifference:
+        PreviewLayerT<kBlendDifference>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
+    default:
+        PreviewLayerT<kBlendNormal>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
     }
 }
 
 // Runs fn(y0, y1) over 0..height, split in two bands on two cores when the picture is large enough to gain.
-template <class Fn>
-void RunBands(int height, size_t pixels, Fn fn)
+template <class Fn> void RunBands(int height, size_t pixels, Fn fn)
 {
     const bool split = g_useThreads.load(std::memory_order_relaxed) && height >= 2 && pixels >= (size_t(1) << 18) &&
                        std::thread::hardware_concurrency() >= 2;
@@ -289,12 +331,18 @@ void RunBands(int height, size_t pixels, Fn fn)
 const char* BlendModeKey(int mode)
 {
     switch (mode) {
-    case kBlendDarken: return "bm_darken";
-    case kBlendLighten: return "bm_lighten";
-    case kBlendMultiply: return "bm_mul";
-    case kBlendScreen: return "bm_screen";
-    case kBlendDifference: return "bm_dif";
-    default: return "bm_normal";
+    case kBlendDarken:
+        return "bm_darken";
+    case kBlendLighten:
+        return "bm_lighten";
+    case kBlendMultiply:
+        return "bm_mul";
+    case kBlendScreen:
+        return "bm_screen";
+    case kBlendDifference:
+        return "bm_dif";
+    default:
+        return "bm_normal";
     }
 }
 
@@ -306,12 +354,24 @@ void BlendPixel(CPixel d, CPixel s, CPixel* out, int mode)
         out->red = static_cast<uint8_t>(f(d.red, s.red));
     };
     switch (EffectiveMode(mode)) {
-    case kBlendDarken: each([](int a, int b) { return std::min(a, b); }); break;
-    case kBlendLighten: each([](int a, int b) { return std::max(a, b); }); break;
-    case kBlendMultiply: each([](int a, int b) { return (a * b + 127) / 255; }); break;
-    case kBlendScreen: each([](int a, int b) { return 255 - ((255 - a) * (255 - b) + 127) / 255; }); break;
-    case kBlendDifference: each([](int a, int b) { return a > b ? a - b : b - a; }); break;
-    default: *out = s; break;
+    case kBlendDarken:
+        each([](int a, int b) { return std::min(a, b); });
+        break;
+    case kBlendLighten:
+        each([](int a, int b) { return std::max(a, b); });
+        break;
+    case kBlendMultiply:
+        each([](int a, int b) { return (a * b + 127) / 255; });
+        break;
+    case kBlendScreen:
+        each([](int a, int b) { return 255 - ((255 - a) * (255 - b) + 127) / 255; });
+        break;
+    case kBlendDifference:
+        each([](int a, int b) { return a > b ? a - b : b - a; });
+        break;
+    default:
+        *out = s;
+        break;
     }
 }
 
@@ -356,7 +416,8 @@ int MergeLayers(const CLayerStack* stack, COLImage* destination, int maskFlag)
                 const size_t fromMask = first >= maskBytes ? 0 : std::min<size_t>(w, maskBytes - first);
                 CopyColoursWithAlphaRow(row, baseRow, fromMask ? mask.GetBuffer() + first : nullptr, fromMask, w);
             }
-            for (int i = 1; i < count; ++i) BlendLayerRows(destination, stack->GetLayer(i), s0, s1, blendRow);
+            for (int i = 1; i < count; ++i)
+                BlendLayerRows(destination, stack->GetLayer(i), s0, s1, blendRow);
         }
     });
     return 1;
@@ -407,8 +468,8 @@ int MergeFast(const CLayerStack* stack, COLImage* destination, CRect rect, int s
         const int ex = std::min({l + lw, rw, ow * step + sx});
         const int ey = std::min({t + lh, rh, oh * step + sy});
         if (sx >= ex || sy >= ey) continue;
-        const int last = std::min(oh - 1, (ey - 1) / step);   // a start off the sampling grid can reach one
-        const int cols = std::min(ow - sx / step, (ex - sx + step - 1) / step);   // row or column past the preview
+        const int last = std::min(oh - 1, (ey - 1) / step); // a start off the sampling grid can reach one
+        const int cols = std::min(ow - sx / step, (ex - sx + step - 1) / step); // row or column past the preview
         PreviewLayer(*destination, *layer, l, t, sx, sy, std::min(ey, last * step + step), step, cols);
     }
     return 1;
@@ -420,4 +481,7 @@ void SetCompositorAcceleration(bool simd, bool threads)
     g_useThreads.store(threads, std::memory_order_relaxed);
 }
 
-bool CompositorHasSimd() { return CpuHasAvx2(); }
+bool CompositorHasSimd()
+{
+    return CpuHasAvx2();
+}

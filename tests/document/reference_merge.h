@@ -16,12 +16,18 @@ namespace reftest {
 inline int ModeColour(int mode, int d, int s)
 {
     switch (mode) {
-    case 1: return std::min(d, s);
-    case 2: return std::max(d, s);
-    case 5: return (d * s + 127) / 255;
-    case 6: return 255 - ((255 - d) * (255 - s) + 127) / 255;
-    case 10: return std::abs(d - s);
-    default: return s;
+    case 1:
+        return std::min(d, s);
+    case 2:
+        return std::max(d, s);
+    case 5:
+        return (d * s + 127) / 255;
+    case 6:
+        return 255 - ((255 - d) * (255 - s) + 127) / 255;
+    case 10:
+        return std::abs(d - s);
+    default:
+        return s;
     }
 }
 
@@ -60,7 +66,8 @@ inline void Merge(const CLayerStack& stack, COLImage& dst, int maskFlag)
         d.green = base.GetBuffer()[i].green;
         d.red = base.GetBuffer()[i].red;
     }
-    for (int i = 1; i < stack.GetLayerCount(); ++i) BlendOnto(dst, *stack.GetLayer(i));
+    for (int i = 1; i < stack.GetLayerCount(); ++i)
+        BlendOnto(dst, *stack.GetLayer(i));
     if (maskFlag != 1) return;
     const COLChannel& mask = stack.GetSelectionMask();
     for (size_t i = 0; i < dst.GetPixelCount(); ++i)
