@@ -17,15 +17,9 @@ namespace {
 
 CCommandContext* g_context = nullptr;
 
-bool IsBlank(char c)
-{
-    return c == ' ' || c == '\t';
-}
+bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
-bool Is(const CCommand& command, const char* name)
-{
-    return strcasecmp(command.name.c_str(), name) == 0;
-}
+bool Is(const CCommand& command, const char* name) { return strcasecmp(command.name.c_str(), name) == 0; }
 
 bool ArgInt(const CCommand& command, size_t index, int& value)
 {
@@ -205,7 +199,7 @@ bool OpenLayer(CCommandContext& context, const CCommand& command)
     CComposeDocument& doc = *context.document;
     if (n < 1 || n > doc.GetLayerCount()) return false;
     std::string path;
-    if (!context.host->AskOpenPath(false, path)) return false; // a cancelled dialog counts as failure
+    if (!context.host->AskOpenPath(false, path)) return false;   // a cancelled dialog counts as failure
     int loaded = -1;
     if (!doc.LoadLayerFile(path.c_str(), n - 1, &loaded)) {
         context.host->ShowMessage("can't open");
@@ -240,7 +234,7 @@ bool History(CCommandContext& context, const CCommand& command)
     const bool jump = Is(command, "UI_HistoryJumpTo");
     if (!forward && !backward && !jump) return true;
     ICommandHost* host = context.host;
-    if (host) host->CancelTool(); // a half-made edit must not enter the log
+    if (host) host->CancelTool();   // a half-made edit must not enter the log
     const bool selectionMode = host && host->IsSelectionMode();
     IHistoryNavigator* history = selectionMode ? host->GetSelectionHistory() : context.history;
     if (!history) return false;
@@ -299,16 +293,13 @@ bool ParseCommand(const char* text, CCommand& command)
     if (open[1] == '\0') return false;
     const char* p = open + 2;
     for (;;) {
-        while (IsBlank(*p))
-            ++p;
+        while (IsBlank(*p)) ++p;
         std::string arg;
-        while (*p && *p != '\'' && arg.size() < kCommandArgLimit)
-            arg += *p++;
-        if (*p != '\'') return false; // too long, or never closed
+        while (*p && *p != '\'' && arg.size() < kCommandArgLimit) arg += *p++;
+        if (*p != '\'') return false;   // too long, or never closed
         command.args.push_back(std::move(arg));
         ++p;
-        while (IsBlank(*p))
-            ++p;
+        while (IsBlank(*p)) ++p;
         if (*p == ')') return true;
         if (*p == '\0') return false;
         if (*p == ',') ++p;
@@ -322,8 +313,7 @@ bool ParseIntField(const char* text, int& out)
 {
     if (!text) return false;
     const char* p = text;
-    while (*p && !(*p >= '0' && *p <= '9'))
-        ++p;
+    while (*p && !(*p >= '0' && *p <= '9')) ++p;
     if (!*p) return false;
     const bool negative = p > text && p[-1] == '-';
     long long value = 0;
@@ -346,9 +336,7 @@ int DispatchDocCommand(CCommandContext& context, const CCommand& command)
     bool ok = true;
     // Every row of a letter is compared; a match does not end the comparisons.
     switch (letter) {
-    case 'C':
-        ok = Cut(context);
-        break; // any name with this fifth letter cuts
+    case 'C': ok = Cut(context); break;   // any name with this fifth letter cuts
     case 'D':
         if (Is(command, "Doc_Delect")) ok &= DeleteSelection(context, false, "His_delete");
         if (Is(command, "Doc_DelectInv")) ok &= DeleteSelection(context, true, "His_deleteinv");
@@ -374,7 +362,7 @@ int DispatchDocCommand(CCommandContext& context, const CCommand& command)
         if (Is(command, "Doc_Open")) ok &= Open(context);
         if (Is(command, "Doc_OpenLayer")) ok &= OpenLayer(context, command);
         break;
-    case 'P': // any name with this fifth letter pastes
+    case 'P':   // any name with this fifth letter pastes
         ok = context.host && context.document && context.host->PasteFromClipboard(*context.document, context.history);
         break;
     case 'R':
@@ -390,8 +378,7 @@ int DispatchDocCommand(CCommandContext& context, const CCommand& command)
         // Shrinking the selection to whole segments needs the segmentation, which is not in the tree yet.
         if (Is(command, "Doc_SelectSegmentDeflate")) ok = false;
         break;
-    default:
-        break;
+    default: break;
     }
     return ok ? kCommandDone : kCommandRefused;
 }
@@ -402,17 +389,10 @@ int DispatchUiCommand(CCommandContext& context, const CCommand& command)
     if (name.size() < 4) return kCommandDone;
     bool ok = true;
     switch (name[3]) {
-    case 'C':
-        ok = CopyCurrentLayer(context);
-        break; // any name with this fourth letter copies
-    case 'H':
-        ok = History(context, command);
-        break;
-    case 'Z':
-        ok = ZoomCommand(context, command);
-        break;
-    default:
-        break;
+    case 'C': ok = CopyCurrentLayer(context); break;   // any name with this fourth letter copies
+    case 'H': ok = History(context, command); break;
+    case 'Z': ok = ZoomCommand(context, command); break;
+    default: break;
     }
     return ok ? kCommandDone : kCommandRefused;
 }
@@ -423,18 +403,14 @@ int ExecuteCommand(CCommandContext& context, const char* text, int reserved1, in
     if (!ParseCommand(text, command)) return kCommandUnparsable;
     command.reserved[0] = reserved1;
     command.reserved[1] = reserved2;
-    for (char& c : command.name)
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    for (char& c : command.name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     int result = kCommandDone;
     if (strncasecmp(command.name.c_str(), "Doc", 3) == 0) result = DispatchDocCommand(context, command);
     if (strncasecmp(command.name.c_str(), "UI", 2) == 0) result = DispatchUiCommand(context, command);
     return result;
 }
 
-void SetCommandContext(CCommandContext* context)
-{
-    g_context = context;
-}
+void SetCommandContext(CCommandContext* context) { g_context = context; }
 
 int ExecuteCommand(const char* text, int reserved1, int reserved2)
 {

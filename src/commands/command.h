@@ -9,13 +9,13 @@ class IHistorySink;
 class IHistoryNavigator;
 
 // Results of ExecuteCommand.
-inline constexpr int kCommandDone = 0; // executed, or a well-formed name that matched nothing
+inline constexpr int kCommandDone = 0;         // executed, or a well-formed name that matched nothing
 inline constexpr int kCommandUnparsable = -1;
 inline constexpr int kCommandRefused = static_cast<int>(0x80004005u);
 
-inline constexpr size_t kCommandTextLimit = 512; // texts must be shorter
-inline constexpr size_t kCommandNameLimit = 63;  // bytes of the name
-inline constexpr size_t kCommandArgLimit = 32;   // characters of one argument
+inline constexpr size_t kCommandTextLimit = 512;   // texts must be shorter
+inline constexpr size_t kCommandNameLimit = 63;    // bytes of the name
+inline constexpr size_t kCommandArgLimit = 32;     // characters of one argument
 
 // A command text parsed: "Name('arg1','arg2')". The name is upper-cased by ExecuteCommand.
 struct CCommand {
@@ -67,8 +67,8 @@ struct CCommandContext {
     CComposeDocument* document = nullptr;
     IHistorySink* history = nullptr;
     ICommandHost* host = nullptr;
-    uint32_t foreground = 0xFF000000; // the application's foreground colour, used by the delete commands
-    std::string documentPath;         // the path of the open document, set by OpenDocumentFile
+    uint32_t foreground = 0xFF000000;   // the application's foreground colour, used by the delete commands
+    std::string documentPath;           // the path of the open document, set by OpenDocumentFile
 };
 
 // Runs one command text: 0 done (or nothing matched), -1 unparsable, kCommandRefused when a handler failed.

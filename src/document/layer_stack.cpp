@@ -12,18 +12,14 @@
 
 namespace {
 
-bool LegalSide(int v)
-{
-    return v >= 1 && v <= static_cast<int>(kMaxImageSide);
-}
+bool LegalSide(int v) { return v >= 1 && v <= static_cast<int>(kMaxImageSide); }
 
 void FillWords(COLImage& image, uint32_t word)
 {
     const CPixel p = CPixel::FromWord(word);
     CPixel* b = image.GetBuffer();
     const size_t n = image.GetPixelCount();
-    for (size_t i = 0; i < n; ++i)
-        b[i] = p;
+    for (size_t i = 0; i < n; ++i) b[i] = p;
 }
 
 bool Inside(const COLImage& image, long long x, long long y)
@@ -33,15 +29,9 @@ bool Inside(const COLImage& image, long long x, long long y)
 
 } // namespace
 
-CLayerStack::~CLayerStack()
-{
-    Clear();
-}
+CLayerStack::~CLayerStack() { Clear(); }
 
-int CLayerStack::Refresh()
-{
-    return static_cast<int>(++m_modificationCount);
-}
+int CLayerStack::Refresh() { return static_cast<int>(++m_modificationCount); }
 
 int CLayerStack::Serialize(FILE* stream, int load)
 {
@@ -59,10 +49,7 @@ CLayer* CLayerStack::GetLayer(int index) const
     return m_layers[static_cast<size_t>(index)];
 }
 
-CLayer* CLayerStack::GetCurrentLayer() const
-{
-    return GetLayer(m_currentLayer);
-}
+CLayer* CLayerStack::GetCurrentLayer() const { return GetLayer(m_currentLayer); }
 
 int CLayerStack::IndexOfLayer(const CLayer* layer) const
 {
@@ -131,7 +118,7 @@ int CLayerStack::DuplicateLayer(int index)
 {
     const CLayer* source = GetLayer(index);
     if (!source || GetLayerCount() >= kMaxLayers) return 0;
-    auto copy = std::make_unique<CLayer>(); // a text layer's copy is a plain raster layer
+    auto copy = std::make_unique<CLayer>();   // a text layer's copy is a plain raster layer
     if (!copy->m_image.DuplicateFrom(&source->m_image)) return 0;
     copy->m_x = source->m_x;
     copy->m_y = source->m_y;
@@ -151,10 +138,7 @@ void CLayerStack::RemoveLayer(int index)
     if (m_currentLayer >= index) --m_currentLayer;
 }
 
-void CLayerStack::RemoveLayerPtr(CLayer* layer)
-{
-    RemoveLayer(IndexOfLayer(layer));
-}
+void CLayerStack::RemoveLayerPtr(CLayer* layer) { RemoveLayer(IndexOfLayer(layer)); }
 
 bool CLayerStack::MoveLayer(int from, int to)
 {
@@ -197,8 +181,8 @@ int CLayerStack::MergeDown(int index)
         } else if (hasL) {
             rect = shifted(boxL, lx, ly);
         } else {
-            rect =
-                CRect{static_cast<int>(lx), static_cast<int>(ly), static_cast<int>(lx) + 1, static_cast<int>(ly) + 1};
+            const int x = static_cast<int>(lx), y = static_cast<int>(ly);
+            rect = CRect{x, y, x + 1, y + 1};
         }
     }
     if (rect.IsEmpty() || !LegalSide(rect.Width()) || !LegalSide(rect.Height())) return 0;
@@ -231,7 +215,7 @@ int CLayerStack::MergeDown(int index)
                 continue;
             }
             if (!inL) {
-                *out = pu; // the upper layer's opacity is not applied where nothing lies below
+                *out = pu;   // the upper layer's opacity is not applied where nothing lies below
                 continue;
             }
             CPixel res = pl;
@@ -266,8 +250,7 @@ int CLayerStack::FlattenAll()
     if (!MergeLayers(this, &flat->m_image, 0)) return 0;
     // The merge leaves alpha as allocated; a base is drawn opaque anyway, so make it say so.
     CPixel* p = flat->m_image.GetBuffer();
-    for (size_t i = 0, n = flat->m_image.GetPixelCount(); i < n; ++i)
-        p[i].alpha = 255;
+    for (size_t i = 0, n = flat->m_image.GetPixelCount(); i < n; ++i) p[i].alpha = 255;
     MakeDefaultName(flat->m_name);
     CStackLock lock(*this);
     Clear();
@@ -415,11 +398,9 @@ void CLayerStack::RemoveChannel(COLChannel* channel)
 void CLayerStack::Clear()
 {
     CStackLock lock(*this);
-    for (CLayer* layer : m_layers)
-        delete layer;
+    for (CLayer* layer : m_layers) delete layer;
     m_layers.clear();
-    for (COLChannel* channel : m_channels)
-        delete channel;
+    for (COLChannel* channel : m_channels) delete channel;
     m_channels.clear();
     m_selectionMask.Free();
     m_currentLayer = 0;

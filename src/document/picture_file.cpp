@@ -21,10 +21,7 @@ bool ReadHead(const char* path, uint8_t* head, size_t size, size_t& got)
     return true;
 }
 
-uint32_t Le32(const uint8_t* p)
-{
-    return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24;
-}
+uint32_t Le32(const uint8_t* p) { return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24; }
 
 bool EndsWithNoCase(const std::string& s, const char* suffix)
 {
@@ -60,15 +57,15 @@ int LoadPictureFile(const char* path, COLImage* image)
     const int32_t w = static_cast<int32_t>(Le32(head + 18));
     int32_t h = static_cast<int32_t>(Le32(head + 22));
     if (h < 0) h = -h;
-    if (w < 1 || h < 1 || w > static_cast<int32_t>(kMaxImageSide) || h > static_cast<int32_t>(kMaxImageSide)) return 0;
+    if (w < 1 || h < 1 || w > static_cast<int32_t>(kMaxImageSide) || h > static_cast<int32_t>(kMaxImageSide))
+        return 0;
     if (image->LoadFromFile(path) != kOk) {
         image->Free();
         return 0;
     }
     const size_t n = image->GetPixelCount();
     CPixel* p = image->GetBuffer();
-    for (size_t i = 0; i < n; ++i)
-        p[i].alpha = 255;
+    for (size_t i = 0; i < n; ++i) p[i].alpha = 255;
     return 1;
 }
 

@@ -26,8 +26,7 @@ int ScaleForRender(const COLImage* src, COLImage* dst, int dstWidth, int dstHeig
         const int sy = srcY + static_cast<int>(static_cast<long long>(y) * srcHeight / dstHeight);
         const CPixel* row = src->GetBuffer(0, static_cast<uint32_t>(sy));
         CPixel* out = dst->GetBuffer(0, static_cast<uint32_t>(y));
-        for (int x = 0; x < dstWidth; ++x)
-            out[x] = row[srcX + static_cast<int>(static_cast<long long>(x) * srcWidth / dstWidth)];
+        for (int x = 0; x < dstWidth; ++x) out[x] = row[srcX + static_cast<int>(static_cast<long long>(x) * srcWidth / dstWidth)];
     }
     return 1;
 }
