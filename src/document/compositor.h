@@ -46,8 +46,9 @@ int MergeLayers(const CLayerStack* stack, COLImage* destination, int maskFlag);
 // A rectangle smaller than step frees the destination (result 1). step must be at least 1.
 int MergeFast(const CLayerStack* stack, COLImage* destination, CRect rect, int step);
 
-// Exact division by 255 for 0 <= x <= 65535, as used by the merge.
-inline uint32_t Div255(uint32_t x) { return (x + (x >> 8) + 1) >> 8; }
+// Exact division by 255 for 0 <= x <= 65535 (the merge never exceeds 255 * 255 + 127): the same multiply and
+// shift that the vector path does in 16-bit lanes.
+inline uint32_t Div255(uint32_t x) { return (x * 0x8081u) >> 23; }
 
 // The compositor may use vector instructions chosen at run time and a second core; results are the same either
 // way. Tests turn both off to compare against the plain path.

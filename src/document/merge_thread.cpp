@@ -53,6 +53,12 @@ bool CMergeThread::IsBusy() const
     return m_pending || m_running;
 }
 
+bool CMergeThread::IsMerging() const
+{
+    std::lock_guard<std::mutex> state(m_stateMutex);
+    return m_running;
+}
+
 bool CMergeThread::WaitIdle(std::chrono::milliseconds timeout) const
 {
     std::unique_lock<std::mutex> state(m_stateMutex);

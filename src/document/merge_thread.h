@@ -35,6 +35,8 @@ public:
 
     // True while a merge runs or waits.
     bool IsBusy() const;
+    // True while a merge runs (it may be waiting for the document lock).
+    bool IsMerging() const;
     // Waits until nothing runs or waits; false on timeout.
     bool WaitIdle(std::chrono::milliseconds timeout) const;
     // Merges finished since the start.
