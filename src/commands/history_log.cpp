@@ -260,16 +260,11 @@ int CHistoryLog::SaveTo(FILE* stream)
     return ok ? 1 : 0;
 }
 
-int CHistoryLog::LoadFrom(FILE* stream)
+bool CHistoryLog::ReadRecordBlock(FILE* stream, std::vector<CHistoryRecord>& records, int32_t& current)
 {
-    if (!stream || !Reset()) return 0;
-    FILE* log = std::fopen(m_logPath, "wb");
-    if (!log) return 0;
-
     // Records are read one at a time, so a damaged count cannot ask for a huge block: the stream runs out first.
-    std::vector<CHistoryRecord> records;
+    records.clear();
     uint32_t count = 0;
-    int32_t current = 0;
     bool ok = vmio::ReadU32(stream, count) && vmio::ReadI32(stream, current);
     uint8_t encoded[kHistoryRecordBytes];
     for (uint32_t i = 0; ok && i < count; ++i) {
@@ -280,7 +275,18 @@ int CHistoryLog::LoadFrom(FILE* stream)
             records.push_back(r);
         }
     }
-    ok = ok && current >= 0 && static_cast<uint32_t>(current) <= count;
+    return ok && current >= 0 && static_cast<uint32_t>(current) <= count;
+}
+
+int CHistoryLog::LoadFrom(FILE* stream)
+{
+    if (!stream || !Reset()) return 0;
+    FILE* log = std::fopen(m_logPath, "wb");
+    if (!log) return 0;
+
+    std::vector<CHistoryRecord> records;
+    int32_t current = 0;
+    bool ok = ReadRecordBlock(stream, records, current);
 
     uint64_t logBytes = 0;
     std::vector<uint8_t> block(kCopyBlock);

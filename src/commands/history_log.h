@@ -51,6 +51,9 @@ public:
     // stands. LoadFrom reads the same from the stream's position to its end.
     int SaveTo(FILE* stream);
     int LoadFrom(FILE* stream);
+    // Reads the count, current step and records at the start of a history block; false when they are
+    // incomplete or the current step lies outside the records.
+    static bool ReadRecordBlock(FILE* stream, std::vector<CHistoryRecord>& records, int32_t& current);
 
     // Replays one record from a stream placed at its payload; 0 stops the replay.
     virtual int ApplyRecord(CHistoryRecord record, FILE* stream) = 0;

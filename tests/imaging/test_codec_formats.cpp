@@ -222,48 +222,6 @@ TEST(CodecJpeg, QualityChromaAndDensity)
     for (size_t i = 0; i < back.GetPixelCount(); ++i) ASSERT_EQ(back.GetBuffer()[i].alpha, 255);
 }
 
-// Inserts an APP1 Exif segment holding only an orientation tag right after SOI.
-Bytes WithOrientation(const Bytes& jpeg, int orientation, bool bigEndian)
-{
-    Bytes tiff;
-    auto p16 = [&](uint32_t v) {
-        if (bigEndian) {
-            tiff.push_back(uint8_t(v >> 8));
-            tiff.push_back(uint8_t(v));
-        } else {
-            tiff.push_back(uint8_t(v));
-            tiff.push_back(uint8_t(v >> 8));
-        }
-    };
-    auto p32 = [&](uint32_t v) {
-        if (bigEndian) {
-            p16(v >> 16);
-            p16(v & 0xFFFF);
-        } else {
-            p16(v & 0xFFFF);
-            p16(v >> 16);
-        }
-    };
-    tiff.push_back(bigEndian ? 'M' : 'I');
-    tiff.push_back(bigEndian ? 'M' : 'I');
-    p16(42);
-    p32(8);
-    p16(2);                          // two entries: a resolution unit first, then the orientation
-    p16(0x0128), p16(3), p32(1), p16(2), p16(0);
-    p16(0x0112), p16(3), p32(1), p16(uint32_t(orientation)), p16(0);
-    p32(0);
-    Bytes seg = {0xFF, 0xE1};
-    const size_t len = 2 + 6 + tiff.size();
-    seg.push_back(uint8_t(len >> 8));
-    seg.push_back(uint8_t(len));
-    for (char c : std::string("Exif\0\0", 6)) seg.push_back(uint8_t(c));
-    seg.insert(seg.end(), tiff.begin(), tiff.end());
-    Bytes out(jpeg.begin(), jpeg.begin() + 2);
-    out.insert(out.end(), seg.begin(), seg.end());
-    out.insert(out.end(), jpeg.begin() + 2, jpeg.end());
-    return out;
-}
-
 // The eight EXIF orientations, built from their definitions: mirror left-right, then turn clockwise.
 COLImage Oriented(const COLImage& s, int orientation)
 {
@@ -306,12 +264,12 @@ TEST(CodecJpeg, ExifOrientationTurnsThePhotoUpright)
     for (int o = 1; o <= 8; ++o)
         for (bool big : {false, true}) {
             SCOPED_TRACE("orientation " + std::to_string(o) + (big ? " MM" : " II"));
-            const COLImage got = LoadBytes(dir, WithOrientation(jpeg, o, big), "o.jpg");
+            const COLImage got = LoadBytes(dir, codectest::WithOrientation(jpeg, o, big), "o.jpg");
             const COLImage want = Oriented(plain, o);
             EXPECT_TRUE(vmtest::SamePixels(got, want));
         }
     // An orientation out of range is ignored.
-    EXPECT_TRUE(vmtest::SamePixels(LoadBytes(dir, WithOrientation(jpeg, 9, false), "o.jpg"), plain));
+    EXPECT_TRUE(vmtest::SamePixels(LoadBytes(dir, codectest::WithOrientation(jpeg, 9, false), "o.jpg"), plain));
 }
 
 TEST(CodecBmp, VariantsBuiltByHand)
