@@ -74,6 +74,25 @@ TEST(CodecImageMagick, ReadsWhatWeWrite)
     }
 }
 
+TEST(CodecImageMagick, ReadsALargePngWrittenInBands)
+{
+    REQUIRE_IMAGEMAGICK();
+    vmtest::TempDir dir;
+    COLImage src;
+    vmtest::FillNoise(src, 900, 1300, 17);
+    ASSERT_EQ(COLImageCodec().SaveFileWithAlpha(dir.File("big.png").c_str(), &src), 1);
+    std::string out;
+    ASSERT_EQ(codectest::Run("/usr/bin/convert " + vmtest::Quote(dir.File("big.png")) + " -depth 8 " +
+                                 vmtest::Quote(dir.File("big.pam")),
+                             out),
+              0)
+        << out;
+    EXPECT_EQ(out, "");   // no warnings either
+    COLImage seen;
+    ASSERT_TRUE(codectest::ReadPam(dir.File("big.pam"), seen));
+    EXPECT_TRUE(vmtest::SamePixels(src, seen));
+}
+
 TEST(CodecImageMagick, JpegResolutionIs72Dpi)
 {
     REQUIRE_IMAGEMAGICK();
