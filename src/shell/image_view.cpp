@@ -54,6 +54,8 @@ CImageView::~CImageView()
 
 void CImageView::SetSource(ICanvasSource* source)
 {
+    // The old source must stop telling this view about merges before it is forgotten.
+    if (m_pSource && m_pSource != source) m_pSource->SetView(nullptr);
     m_pSource = source;
     m_rendered = false;
     m_display.Free();

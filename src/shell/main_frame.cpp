@@ -439,27 +439,18 @@ bool CMainFrame::OpenDocumentAt(const std::string& path)
     CComposeDocument& doc = m_app.Document();
     CCommandContext& context = m_app.CommandContext();
     const uint32_t type = GetPictureFileType(path.c_str());
-    bool ok;
     m_messageShown = false;
-    if (type == kFileTypeProject) {
-        // The project reader checks the whole file before it replaces the document.
-        ok = OpenProject(doc, m_app.ComposeHistory(), path.c_str()) == 1;
-        if (ok) {
-            context.documentPath = path;
-            doc.Refresh();
-        } else {
-            ShowMessage("can't open");
-        }
-    } else {
-        // Opening clears the document first; a picture that turns out unreadable must not cost the open one.
+    // Opening a picture clears the document first; a picture that turns out unreadable must not cost the open
+    // one. (The project reader checks the whole file before it replaces anything.)
+    if (type != kFileTypeProject && doc.GetLayerCount() > 0) {
         COLImage probe;
-        if (doc.GetLayerCount() > 0 && !LoadPictureFile(path.c_str(), &probe)) {
+        if (!LoadPictureFile(path.c_str(), &probe)) {
             ShowMessage("can't open");
             return false;
         }
-        probe.Free();
-        ok = OpenDocumentFile(context, path.c_str()) == kCommandDone;
     }
+    const bool ok = OpenDocumentFile(context, path.c_str()) == kCommandDone;
+    if (ok) context.documentPath = path;
     if (!ok) {
         if (doc.GetLayerCount() == 0) {
             m_pView->SetSource(nullptr);
