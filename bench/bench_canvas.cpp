@@ -1,0 +1,128 @@
+// Repainting the canvas on a 20-megapixel photo, at fit and at 100 %, against copying the visible pixels once.
+#include <QApplication>
+#include <QImage>
+#include <benchmark/benchmark.h>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "bench_support.h"
+#include "document/compose_document.h"
+#include "document/layer.h"
+#include "shell/image_view.h"
+
+namespace {
+
+// 5472 x 3648, a 20-megapixel camera's picture, in a canvas the size of a maximised window on a 1920 x 1080 screen.
+constexpr int kWidth = 5472, kHeight = 3648;
+constexpr int kCanvasWidth = 1600, kCanvasHeight = 1000;
+
+struct Scene {
+    CComposeDocument doc{0};
+    std::unique_ptr<CImageView> view;
+    QImage screen{kCanvasWidth, kCanvasHeight, QImage::Format_RGB32};
+};
+
+Scene& GetScene()
+{
+    static std::unique_ptr<Scene> s;
+    if (s) return *s;
+    s = std::make_unique<Scene>();
+    s->doc.NewDocument(kWidth, kHeight, 0xFF000000);
+    vmbench::MakePhoto(s->doc.GetLayer(0)->m_image, kWidth, kHeight, 7);
+    s->doc.MergeNow();
+    s->view = std::make_unique<CImageView>();
+    s->view->resize(kCanvasWidth, kCanvasHeight);
+    s->view->SetSource(&s->doc);
+    return *s;
+}
+
+// 0: fit, 1: 100 % in the middle of the picture.
+void Place(Scene& s, int mode)
+{
+    if (mode == 0) {
+        s.view->SetOrigin(nullptr, 0, 0, false);
+        s.view->SetZoom(s.view->FitZoom(10.0), false);
+    } else {
+        s.view->SetZoom(1.0, false);
+        s.view->SetOrigin(nullptr, kWidth / 2 - kCanvasWidth / 2, kHeight / 2 - kCanvasHeight / 2, false);
+    }
+    s.view->Render(true);
+}
+
+// The floor of any repaint: one copy of the visible pixels.
+void Baseline_CopyVisible(benchmark::State& state)
+{
+    Scene& s = GetScene();
+    Place(s, int(state.range(0)));
+    const COLImage* shown = s.view->GetDisplayBuffer();
+    std::vector<uint8_t> copy(shown->GetAreaByteSize());
+    for (auto _ : state) {
+        std::memcpy(copy.data(), shown->GetBuffer(), copy.size());
+        benchmark::DoNotOptimize(copy.data());
+        benchmark::ClobberMemory();
+    }
+    state.counters["visible_Mpx"] = double(shown->GetPixelCount()) / 1e6;
+}
+
+// A full repaint after the picture changed: the source renders the visible part, then the widget paints it.
+void BM_Repaint(benchmark::State& state)
+{
+    Scene& s = GetScene();
+    Place(s, int(state.range(0)));
+    for (auto _ : state) {
+        s.view->Render(true);
+        s.view->render(&s.screen);
+        benchmark::DoNotOptimize(s.screen.constBits());
+    }
+    state.counters["zoom"] = s.view->GetZoom();
+}
+
+// Panning: the origin moves by a scroll-bar line (1/50 of the picture) each time, so every frame is rendered.
+void BM_Pan(benchmark::State& state)
+{
+    Scene& s = GetScene();
+    Place(s, int(state.range(0)));
+    int step = 1;
+    for (auto _ : state) {
+        const CViewPoint o = s.view->GetOrigin();
+        int x = o.x + step * kWidth / 50;
+        if (x < 0 || x + s.view->Geometry().VisibleWidth() > kWidth) {
+            step = -step;
+            x = o.x + step * kWidth / 50;
+        }
+        s.view->SetOrigin(nullptr, x, o.y, false);
+        s.view->Render(false);
+        s.view->render(&s.screen);
+        benchmark::DoNotOptimize(s.screen.constBits());
+    }
+}
+
+// Painting what is already rendered (an exposed window, the selection outline's tick).
+void BM_PaintOnly(benchmark::State& state)
+{
+    Scene& s = GetScene();
+    Place(s, int(state.range(0)));
+    for (auto _ : state) {
+        s.view->render(&s.screen);
+        benchmark::DoNotOptimize(s.screen.constBits());
+    }
+}
+
+BENCHMARK(Baseline_CopyVisible)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Repaint)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+// At fit the whole picture is visible and there is nothing to pan.
+BENCHMARK(BM_Pan)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_PaintOnly)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (!std::getenv("QT_QPA_PLATFORM")) setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    int qtArgc = 1;
+    char* qtArgv[] = {argv[0], nullptr};
+    QApplication app(qtArgc, qtArgv);
+    return vmbench::RunWithRatios(argc, argv, "Baseline_");
+}
