@@ -186,7 +186,10 @@ void CHistoryPanel::Rebuild(const CComposeHistory* history)
             const CHistoryRecord* r = history->GetRecord(i);
             char label[33] = {};
             std::memcpy(label, r->label, 32);
-            auto* item = new QListWidgetItem(FromGbk(label));
+            // A log written without texts (by the command line front end) holds the keys themselves.
+            const std::string text = GetString(label);
+            auto* item = new QListWidgetItem(text.empty() || label[0] == 0 ? FromGbk(label)
+                                                                           : QString::fromStdString(text));
             // Steps after the current one are the redo tail: shown greyed.
             if (i >= history->GetCurrentStep()) item->setForeground(QColor(0x90, 0x90, 0x90));
             m_pList->addItem(item);

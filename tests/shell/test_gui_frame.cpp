@@ -312,3 +312,16 @@ TEST_F(Frame, MenusFollowTheDocument)
     EXPECT_EQ(m_services.messages.back(), m_app.GetString("olnotfound"));
     EXPECT_EQ(m_services.addresses.back(), "help/companion.htm");
 }
+
+TEST_F(Frame, HistoryWrittenWithKeysShowsTheirTexts)
+{
+    // The command line front end has no texts: its logs carry the keys.
+    const std::string project = m_dir.File("cli.vmpd");
+    const CliResult r = RunCli("run " + Quote(Picture("p.png", 30, 20)) + " Doc_FlipH -o " + Quote(project));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    m_services.openPaths.push_back(project);
+    m_frame->OnCommand(cmd::kOpen);
+    ASSERT_EQ(m_frame->HistoryPanel()->List()->count(), 2);
+    EXPECT_EQ(m_frame->HistoryPanel()->List()->item(0)->text().toStdString(), "打开");
+    EXPECT_EQ(m_frame->HistoryPanel()->List()->item(1)->text().toStdString(), "水平翻转");
+}
