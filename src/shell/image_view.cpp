@@ -331,7 +331,7 @@ void CImageView::paintEvent(QPaintEvent*)
     p.setPen(FromRgb(0x5A5A5A));
     p.drawRect(labelRect.adjusted(0, 0, -1, -1));
     QFont font(QStringLiteral("Arial"));
-    font.setPixelSize(12);
+    font.setPixelSize(14);
     p.setFont(font);
     p.setPen(FromRgb(0x8C8C8C));
     p.drawText(labelRect, Qt::AlignCenter, QString::asprintf("%.1f%%", m_geo.GetZoom() * 100.0));

@@ -240,3 +240,24 @@ TEST_F(StartUp, DropOnAChangedDocumentAsksFirstAndNoKeepsIt)
     QApplication::processEvents();
     EXPECT_EQ(m_app.Document().GetWidth(), 40); // still the first picture
 }
+
+TEST(StartUpEnd, ACleanEndRemovesBothLogs)
+{
+    TempDir dir;
+    CFakeServices services;
+    std::string composeLog, selectionLog;
+    {
+        CAppGlobals app;
+        CShellApp shell(app, &services);
+        shell.Start("", TestOptions(dir), 0);
+        ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
+        ASSERT_NE(app.ComposeHistory(), nullptr);
+        composeLog = app.ComposeHistory()->GetLogPath();
+        selectionLog = app.SelectionHistory()->GetLogPath();
+        EXPECT_TRUE(std::filesystem::exists(composeLog));
+        EXPECT_TRUE(std::filesystem::exists(selectionLog));
+        EXPECT_NE(composeLog, selectionLog);
+    }
+    EXPECT_FALSE(std::filesystem::exists(composeLog));
+    EXPECT_FALSE(std::filesystem::exists(selectionLog));
+}
