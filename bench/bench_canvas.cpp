@@ -79,6 +79,18 @@ void BM_Repaint(benchmark::State& state)
     state.counters["zoom"] = s.view->GetZoom();
 }
 
+// The source's part of a repaint alone: the document stretches the visible part into the display buffer.
+void BM_SourceRender(benchmark::State& state)
+{
+    Scene& s = GetScene();
+    Place(s, int(state.range(0)));
+    COLImage* target = s.view->GetDisplayBuffer();
+    for (auto _ : state) {
+        s.doc.Render(target);
+        benchmark::DoNotOptimize(target->GetBuffer());
+    }
+}
+
 // Panning: the origin moves by a scroll-bar line (1/50 of the picture) each time, so every frame is rendered.
 void BM_Pan(benchmark::State& state)
 {
@@ -112,6 +124,7 @@ void BM_PaintOnly(benchmark::State& state)
 
 BENCHMARK(Baseline_CopyVisible)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Repaint)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SourceRender)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 // At fit the whole picture is visible and there is nothing to pan.
 BENCHMARK(BM_Pan)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_PaintOnly)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);

@@ -139,23 +139,35 @@ int CImageView::Render(bool force)
     m_rendered = true;
     m_pSource->Render(&m_display);
     if (m_pSink) m_pSink->OnFrameDone();
-    BuildAnts();
-    UpdateScreenCopy();
+    // Most pictures have no selection: the copy notices that, and the outline search is skipped.
+    if (UpdateScreenCopy()) {
+        BuildAnts();
+    } else {
+        m_ants.clear();
+        m_antsCount = 0;
+    }
     DrawAnts();
     return 1;
 }
 
-void CImageView::UpdateScreenCopy()
+bool CImageView::UpdateScreenCopy()
 {
     const int w = int(m_display.GetWidth()), h = int(m_display.GetHeight());
     if (m_screen.width() != w || m_screen.height() != h) m_screen = QImage(w, h, QImage::Format_RGB32);
-    if (m_screen.isNull()) return;
+    if (m_screen.isNull()) return false;
     // The alpha byte of the display buffer is the selection; the screen copy is opaque.
+    uint32_t selected = 0;
     for (int y = 0; y < h; ++y) {
         const CPixel* src = m_display.GetBuffer(0, uint32_t(y));
         auto* dst = reinterpret_cast<uint32_t*>(m_screen.scanLine(y));
-        for (int x = 0; x < w; ++x) dst[x] = src[x].Word() | 0xFF000000u;
+        for (int x = 0; x < w; ++x) {
+            const uint32_t word = src[x].Word();
+            // Bit 7 of alpha: a value of 128 or more; 127 itself is caught by the +1.
+            selected |= (word >> 24) + 1;
+            dst[x] = word | 0xFF000000u;
+        }
     }
+    return (selected & 0x180) != 0;
 }
 
 void CImageView::Redraw()

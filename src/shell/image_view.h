@@ -88,7 +88,8 @@ private:
     void OnTimer();
     void BuildAnts();
     void DrawAnts();
-    void UpdateScreenCopy();
+    // Copies the display buffer to the screen picture; true when any pixel is selected (alpha of 127 or more).
+    bool UpdateScreenCopy();
     uint32_t MouseFlags(Qt::MouseButtons buttons, Qt::KeyboardModifiers modifiers) const;
 
     ICanvasSource* m_pSource = nullptr;
