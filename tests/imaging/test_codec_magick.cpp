@@ -93,18 +93,6 @@ TEST(CodecImageMagick, ReadsALargePngWrittenInBands)
     EXPECT_TRUE(vmtest::SamePixels(src, seen));
 }
 
-TEST(CodecImageMagick, JpegResolutionIs72Dpi)
-{
-    REQUIRE_IMAGEMAGICK();
-    vmtest::TempDir dir;
-    COLImage src;
-    codectest::MakePattern(src, 16, 16, false);
-    ASSERT_EQ(COLImageCodec().SaveJpegFile(dir.File("a.jpg").c_str(), &src, 80, 72), 1);
-    std::string out;
-    ASSERT_EQ(codectest::Run("/usr/bin/identify -format '%x %y %U' " + vmtest::Quote(dir.File("a.jpg")), out), 0);
-    EXPECT_EQ(out, "72 72 PixelsPerInch");
-}
-
 // Our EXIF handling agrees with ImageMagick's -auto-orient on all eight orientations.
 TEST(CodecImageMagick, ExifOrientationAgrees)
 {
