@@ -11,16 +11,26 @@
 const char* FileTypeName(uint32_t type)
 {
     switch (type) {
-    case kFileBmp: return "BMP";
-    case kFileJpeg: return "JPEG";
-    case kFileGif: return "GIF";
-    case kFilePcx: return "PCX";
-    case kFileTiff: return "TIFF";
-    case kFileTga: return "TGA";
-    case kFilePng: return "PNG";
-    case kFileProject: return "Velmorando project";
-    case kFilePsd: return "PSD";
-    default: return "unusable";
+    case kFileBmp:
+        return "BMP";
+    case kFileJpeg:
+        return "JPEG";
+    case kFileGif:
+        return "GIF";
+    case kFilePcx:
+        return "PCX";
+    case kFileTiff:
+        return "TIFF";
+    case kFileTga:
+        return "TGA";
+    case kFilePng:
+        return "PNG";
+    case kFileProject:
+        return "Velmorando project";
+    case kFilePsd:
+        return "PSD";
+    default:
+        return "unusable";
     }
 }
 
@@ -64,12 +74,18 @@ bool LoadByTypeOrThrow(const char* path, uint32_t type, COLImage& image)
     codec::CMappedFile file;
     if (!file.Open(path)) return false;
     switch (type) {
-    case kFilePng: return codec::LoadPng(file.Data(), file.Size(), image);
-    case kFileJpeg: return codec::LoadJpeg(file.Data(), file.Size(), image);
-    case kFileBmp: return codec::LoadBmp(file.Data(), file.Size(), image);
-    case kFileTga: return codec::LoadTga(file.Data(), file.Size(), image);
-    case kFilePcx: return codec::LoadPcx(file.Data(), file.Size(), image);
-    default: return false;
+    case kFilePng:
+        return codec::LoadPng(file.Data(), file.Size(), image);
+    case kFileJpeg:
+        return codec::LoadJpeg(file.Data(), file.Size(), image);
+    case kFileBmp:
+        return codec::LoadBmp(file.Data(), file.Size(), image);
+    case kFileTga:
+        return codec::LoadTga(file.Data(), file.Size(), image);
+    case kFilePcx:
+        return codec::LoadPcx(file.Data(), file.Size(), image);
+    default:
+        return false;
     }
 }
 
@@ -124,12 +140,15 @@ int COLImageCodec::SaveFile(const char* path, const COLImage* image)
     const std::string ext = codec::Extension(path);
     return Guarded([&] {
         if (ext == "bmp" || ext == "dib") return codec::SaveBmp(path, *image);
-        if (ext == "jpg" || ext == "jpeg" || ext == "jpe" || ext == "jfif") return codec::SaveJpeg(path, *image, 90, false, 72);
+        if (ext == "jpg" || ext == "jpeg" || ext == "jpe" || ext == "jfif")
+            return codec::SaveJpeg(path, *image, 90, false, 72);
         if (ext == "png") return codec::SavePng(path, *image, false);
         if (ext == "tif" || ext == "tiff") return codec::SaveTiff(path, *image);
         if (ext == "tga") return codec::SaveTga(path, *image);
         return false;
-    }) ? 1 : 0;
+    })
+               ? 1
+               : 0;
 }
 
 int COLImageCodec::SaveFileWithAlpha(const char* path, const COLImage* image)
@@ -147,8 +166,7 @@ int COLImageCodec::SaveJpegFile(const char* path, const COLImage* image, int qua
     return Guarded([&] { return codec::SaveJpeg(path, *image, quality, fullChroma, dpi); }) ? 1 : 0;
 }
 
-int COLImageCodec::CreateThumbnail(const char* path, COLImage* image, int maxSide, int& width, int& height,
-                                   int square)
+int COLImageCodec::CreateThumbnail(const char* path, COLImage* image, int maxSide, int& width, int& height, int square)
 {
     width = height = 0;
     if (!image || maxSide < 1 || maxSide > int(kMaxImageSide)) return 0;

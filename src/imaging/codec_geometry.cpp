@@ -16,11 +16,11 @@ namespace {
 
 constexpr int kWeightBits = 14;
 constexpr int kOne = 1 << kWeightBits;
-constexpr int kMidBits = 6;   // extra precision kept between the passes
+constexpr int kMidBits = 6; // extra precision kept between the passes
 
 struct Taps {
-    std::vector<uint32_t> start;    // first source index of each output
-    std::vector<uint32_t> offset;   // where each output's weights begin in weights
+    std::vector<uint32_t> start;  // first source index of each output
+    std::vector<uint32_t> offset; // where each output's weights begin in weights
     std::vector<int32_t> weights;
 };
 
@@ -38,7 +38,7 @@ Taps MakeTaps(uint32_t src, uint32_t dst)
         raw.clear();
         int64_t total;
         if (dst <= src) {
-            const uint64_t lo = uint64_t(i) * src, hi = uint64_t(i + 1) * src;   // in units of 1 / dst
+            const uint64_t lo = uint64_t(i) * src, hi = uint64_t(i + 1) * src; // in units of 1 / dst
             const uint32_t first = static_cast<uint32_t>(lo / dst);
             const uint32_t last = static_cast<uint32_t>((hi - 1) / dst);
             t.start[i] = first;
@@ -94,8 +94,10 @@ template <class Body> void ForRows(uint32_t count, size_t workPerRow, Body body)
         // No thread to be had: this one does the rest.
     }
     body(0u, std::min(count, chunk));
-    for (unsigned c = started; c < cores; ++c) body(std::min(count, c * chunk), std::min(count, (c + 1) * chunk));
-    for (std::thread& th : threads) th.join();
+    for (unsigned c = started; c < cores; ++c)
+        body(std::min(count, c * chunk), std::min(count, (c + 1) * chunk));
+    for (std::thread& th : threads)
+        th.join();
 }
 
 } // namespace
@@ -147,11 +149,13 @@ int ResampleOrThrow(const COLImage* source, COLImage* destination, int width, in
             const uint16_t* s = mid.data() + size_t(ty.start[y]) * dw * 4;
             for (uint32_t k = ty.offset[y]; k < ty.offset[y + 1]; ++k, s += size_t(dw) * 4) {
                 const int32_t w = ty.weights[k];
-                for (size_t i = 0; i < acc.size(); ++i) acc[i] += w * s[i];
+                for (size_t i = 0; i < acc.size(); ++i)
+                    acc[i] += w * s[i];
             }
             uint8_t* out = reinterpret_cast<uint8_t*>(result.GetBuffer(0, y));
             constexpr int shift = kWeightBits + kMidBits, round = 1 << (shift - 1);
-            for (size_t i = 0; i < acc.size(); ++i) out[i] = static_cast<uint8_t>((acc[i] + round) >> shift);
+            for (size_t i = 0; i < acc.size(); ++i)
+                out[i] = static_cast<uint8_t>((acc[i] + round) >> shift);
         }
     });
     *destination = std::move(result);
@@ -164,7 +168,7 @@ int COLImageCodec::Resample(const COLImage* source, COLImage* destination, int w
 {
     try {
         return ResampleOrThrow(source, destination, width, height, method);
-    } catch (const std::exception&) {   // out of memory: a failed resample, not an exception for the caller
+    } catch (const std::exception&) { // out of memory: a failed resample, not an exception for the caller
         return 0;
     }
 }
@@ -180,7 +184,7 @@ int COLImageCodec::Rotate(const COLImage* source, COLImage* destination, float a
     const double quarter = a / 90.0;
     const double nearest = std::round(quarter);
     if (std::fabs(quarter - nearest) < 1e-9) {
-        static const int kOrientation[4] = {1, 6, 3, 8};   // none, 90, 180, 270 degrees clockwise
+        static const int kOrientation[4] = {1, 6, 3, 8}; // none, 90, 180, 270 degrees clockwise
         if (result.DuplicateFrom(source) == 0) return 0;
         if (!codec::ApplyOrientation(result, kOrientation[int(nearest) % 4])) return 0;
         *destination = std::move(result);

@@ -19,13 +19,13 @@ CMappedFile::~CMappedFile()
 bool CMappedFile::Open(const char* path)
 {
     if (!path) return false;
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);   // a FIFO must not block the open
+    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK); // a FIFO must not block the open
     if (fd < 0) return false;
     struct stat st {};
     bool ok = false;
     if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode)) {
         if (st.st_size == 0) {
-            ok = true;   // an empty file: nothing to map, every reader refuses it
+            ok = true; // an empty file: nothing to map, every reader refuses it
         } else if (static_cast<uint64_t>(st.st_size) <= SIZE_MAX) {
             m_size = static_cast<size_t>(st.st_size);
             void* p = mmap(nullptr, m_size, PROT_READ, MAP_PRIVATE, fd, 0);
@@ -51,7 +51,8 @@ std::string Extension(const char* path)
     const char* dot = std::strrchr(name, '.');
     if (!dot || dot == name) return {};
     std::string ext(dot + 1);
-    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : ext)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return ext;
 }
 
@@ -62,7 +63,8 @@ void OpaqueIfAllClear(COLImage& image)
     const size_t n = image.GetPixelCount();
     for (size_t i = 0; i < n; ++i)
         if (p[i].alpha != 0) return;
-    for (size_t i = 0; i < n; ++i) p[i].alpha = 255;
+    for (size_t i = 0; i < n; ++i)
+        p[i].alpha = 255;
 }
 
 } // namespace codec
