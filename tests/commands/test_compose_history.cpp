@@ -101,23 +101,6 @@ TEST_F(ComposeHistoryTest, APaintStepStoresOnlyItsChange)
     ExpectJumpsRestore({1, 2, 3});
 }
 
-TEST_F(ComposeHistoryTest, DeltasPastTheSnapshotSizeForceASnapshot)
-{
-    Step(kStepWholeDocument, 0);
-    // Each step changes opposite corners: its rectangle is the whole layer.
-    for (int i = 0; i < 2; ++i) {
-        m_doc.GetLayer(0)->m_image.PutPixel(0, 0, CPixel::FromWord(0x01010101u * uint32_t(i + 1)));
-        m_doc.GetLayer(0)->m_image.PutPixel(29, 19, CPixel::FromWord(0x02020202u * uint32_t(i + 1)));
-        Step(kStepLayerRegion, 0);
-        EXPECT_EQ(LastKind(), kStepLayerRegion);
-    }
-    m_doc.GetLayer(0)->m_image.PutPixel(3, 3, CPixel::FromWord(0x7));
-    Step(kStepLayerRegion, 0, "asked for a region");
-    EXPECT_EQ(LastKind(), kStepWholeDocument);
-    EXPECT_STREQ(m_log.GetRecord(3)->label, "asked for a region");
-    ExpectJumpsRestore({2, 4, 1, 3});
-}
-
 TEST_F(ComposeHistoryTest, UndoRedoAndJumpsRestoreEveryEditExactly)
 {
     CLayerStack& doc = m_doc;
