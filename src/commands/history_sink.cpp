@@ -18,9 +18,15 @@ int CRecordingHistory::Reset()
     return 1;
 }
 
-int CRecordingHistory::Forward() { return m_current < static_cast<int>(m_steps.size()) ? JumpTo(m_current + 1) : 0; }
+int CRecordingHistory::Forward()
+{
+    return m_current < static_cast<int>(m_steps.size()) ? JumpTo(m_current + 1) : 0;
+}
 
-int CRecordingHistory::Backward() { return m_current > 1 ? JumpTo(m_current - 1) : 0; }
+int CRecordingHistory::Backward()
+{
+    return m_current > 1 ? JumpTo(m_current - 1) : 0;
+}
 
 int CRecordingHistory::JumpTo(int step)
 {

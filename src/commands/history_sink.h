@@ -7,13 +7,13 @@ class CLayerStack;
 
 // Step kinds of the compose history.
 enum : int {
-    kStepCurrentLayer = 1,          // arg unused
-    kStepLayerHeader = 2,           // arg: layer (low 16 bits)
-    kStepLayerRegion = 3,           // arg: layer
-    kStepLayerHeaderRegion = 4,     // arg: layer (low 16 bits)
-    kStepChannel = 5,               // arg: channel, -1 for the selection mask
-    kStepRemoveLayer = 6,           // arg: layer
-    kStepNewLayer = 8,              // arg: layer after which it was added; high 16 bits: kind
+    kStepCurrentLayer = 1,      // arg unused
+    kStepLayerHeader = 2,       // arg: layer (low 16 bits)
+    kStepLayerRegion = 3,       // arg: layer
+    kStepLayerHeaderRegion = 4, // arg: layer (low 16 bits)
+    kStepChannel = 5,           // arg: channel, -1 for the selection mask
+    kStepRemoveLayer = 6,       // arg: layer
+    kStepNewLayer = 8,          // arg: layer after which it was added; high 16 bits: kind
     kStepAddChannel = 9,
     kStepRemoveChannel = 10,        // arg: channel
     kStepNewLayerWithContent = 104, // arg: new layer (low 16 bits), kind (high 16 bits)
@@ -55,7 +55,7 @@ public:
         int kind;
         int arg;
         std::string label;
-        int layerCount;   // of the document when the step was added
+        int layerCount; // of the document when the step was added
     };
 
     int AddStep(CLayerStack* document, int kind, int arg, const char* label) override;

@@ -18,13 +18,16 @@ void Record(CCommandContext& context, int kind, int arg, const char* label)
 bool EnsureMask(CComposeDocument& doc, bool& created)
 {
     COLChannel& mask = doc.GetSelectionMask();
-    created = mask.IsNull() || mask.GetWidth() != uint32_t(doc.GetWidth()) ||
-              mask.GetHeight() != uint32_t(doc.GetHeight());
+    created =
+        mask.IsNull() || mask.GetWidth() != uint32_t(doc.GetWidth()) || mask.GetHeight() != uint32_t(doc.GetHeight());
     if (!created) return true;
     return mask.Create(uint32_t(doc.GetWidth()), uint32_t(doc.GetHeight())) == kOk;
 }
 
-uint8_t Mix(uint32_t a, uint32_t b, uint32_t m) { return static_cast<uint8_t>((a * m + (255 - m) * b) / 255); }
+uint8_t Mix(uint32_t a, uint32_t b, uint32_t m)
+{
+    return static_cast<uint8_t>((a * m + (255 - m) * b) / 255);
+}
 
 } // namespace
 
@@ -68,7 +71,7 @@ bool SelectInverse(CCommandContext& context)
         COLChannel& mask = doc->GetSelectionMask();
         uint8_t* p = mask.GetBuffer();
         const uint32_t n = mask.GetAreaByteSize();
-        if (created) std::memset(p, 0, n);   // a new mask's content counts as nothing selected
+        if (created) std::memset(p, 0, n); // a new mask's content counts as nothing selected
         bool anySelectedAfter = false;
         for (uint32_t i = 0; i < n; ++i) {
             p[i] = static_cast<uint8_t>(255 - p[i]);

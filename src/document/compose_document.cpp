@@ -126,7 +126,7 @@ int CComposeDocument::MergeRect(int left, int top, int right, int bottom, int st
                 for (int x = rect.left; x < right; ++x) {
                     const CPixel p = preview.GetPixel2(static_cast<uint32_t>(std::min((x - rect.left) / step, tw - 1)),
                                                        static_cast<uint32_t>(sy));
-                    out[x].red = p.red;   // alpha holds the selection and stays
+                    out[x].red = p.red; // alpha holds the selection and stays
                     out[x].green = p.green;
                     out[x].blue = p.blue;
                 }

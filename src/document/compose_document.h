@@ -13,6 +13,7 @@ public:
     ~CComposeDocument() override;
 
     // Stores the view; on a threaded document a view hands the document to the merge thread and wakes it.
+    // A view detaches (SetView(nullptr)) before it goes away; after that call it is never called again.
     int SetView(ICanvasView* view) override;
     // Stretches the part of the composite that the view shows to the whole target. White before any merge.
     int Render(COLImage* target) override;

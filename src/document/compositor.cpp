@@ -47,19 +47,23 @@ int EffectiveMode(int mode)
 
 // ---- plain path -------------------------------------------------------------------------------------------
 
-template <int Mode>
-inline uint32_t ModeColour(uint32_t d, uint32_t s)
+template <int Mode> inline uint32_t ModeColour(uint32_t d, uint32_t s)
 {
-    if constexpr (Mode == kBlendDarken) return d < s ? d : s;
-    else if constexpr (Mode == kBlendLighten) return d > s ? d : s;
-    else if constexpr (Mode == kBlendMultiply) return Div255(d * s + 127);
-    else if constexpr (Mode == kBlendScreen) return 255 - Div255((255 - d) * (255 - s) + 127);
-    else if constexpr (Mode == kBlendDifference) return d > s ? d - s : s - d;
-    else return s;
+    if constexpr (Mode == kBlendDarken)
+        return d < s ? d : s;
+    else if constexpr (Mode == kBlendLighten)
+        return d > s ? d : s;
+    else if constexpr (Mode == kBlendMultiply)
+        return Div255(d * s + 127);
+    else if constexpr (Mode == kBlendScreen)
+        return 255 - Div255((255 - d) * (255 - s) + 127);
+    else if constexpr (Mode == kBlendDifference)
+        return d > s ? d - s : s - d;
+    else
+        return s;
 }
 
-template <int Mode>
-void BlendRowPlain(CPixel* d, const CPixel* s, size_t n, uint32_t opacity)
+template <int Mode> void BlendRowPlain(CPixel* d, const CPixel* s, size_t n, uint32_t opacity)
 {
     for (size_t i = 0; i < n; ++i) {
         const uint32_t a = Div255(s[i].alpha * opacity + 127);
@@ -74,12 +78,24 @@ void BlendRowPlain(CPixel* d, const CPixel* s, size_t n, uint32_t opacity)
 void BlendRowPlainAny(CPixel* d, const CPixel* s, size_t n, uint32_t opacity, int mode)
 {
     switch (mode) {
-    case kBlendDarken: BlendRowPlain<kBlendDarken>(d, s, n, opacity); break;
-    case kBlendLighten: BlendRowPlain<kBlendLighten>(d, s, n, opacity); break;
-    case kBlendMultiply: BlendRowPlain<kBlendMultiply>(d, s, n, opacity); break;
-    case kBlendScreen: BlendRowPlain<kBlendScreen>(d, s, n, opacity); break;
-    case kBlendDifference: BlendRowPlain<kBlendDifference>(d, s, n, opacity); break;
-    default: BlendRowPlain<kBlendNormal>(d, s, n, opacity); break;
+    case kBlendDarken:
+        BlendRowPlain<kBlendDarken>(d, s, n, opacity);
+        break;
+    case kBlendLighten:
+        BlendRowPlain<kBlendLighten>(d, s, n, opacity);
+        break;
+    case kBlendMultiply:
+        BlendRowPlain<kBlendMultiply>(d, s, n, opacity);
+        break;
+    case kBlendScreen:
+        BlendRowPlain<kBlendScreen>(d, s, n, opacity);
+        break;
+    case kBlendDifference:
+        BlendRowPlain<kBlendDifference>(d, s, n, opacity);
+        break;
+    default:
+        BlendRowPlain<kBlendNormal>(d, s, n, opacity);
+        break;
     }
 }
 
@@ -113,17 +129,20 @@ VM_AVX2 inline void ModeColours(__m256i d, __m256i s, __m256i dl, __m256i dh, __
         }
     } else {
         __m256i r8;
-        if constexpr (Mode == kBlendDarken) r8 = _mm256_min_epu8(d, s);
-        else if constexpr (Mode == kBlendLighten) r8 = _mm256_max_epu8(d, s);
-        else if constexpr (Mode == kBlendDifference) r8 = _mm256_or_si256(_mm256_subs_epu8(d, s), _mm256_subs_epu8(s, d));
-        else r8 = s;
+        if constexpr (Mode == kBlendDarken)
+            r8 = _mm256_min_epu8(d, s);
+        else if constexpr (Mode == kBlendLighten)
+            r8 = _mm256_max_epu8(d, s);
+        else if constexpr (Mode == kBlendDifference)
+            r8 = _mm256_or_si256(_mm256_subs_epu8(d, s), _mm256_subs_epu8(s, d));
+        else
+            r8 = s;
         rl = _mm256_unpacklo_epi8(r8, z);
         rh = _mm256_unpackhi_epi8(r8, z);
     }
 }
 
-template <int Mode>
-VM_AVX2 void BlendRowAvx2(CPixel* dst, const CPixel* src, size_t n, uint32_t opacity)
+template <int Mode> VM_AVX2 void BlendRowAvx2(CPixel* dst, const CPixel* src, size_t n, uint32_t opacity)
 {
     const __m256i z = _mm256_setzero_si256();
     const __m256i alphaBytes = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
@@ -135,7 +154,7 @@ VM_AVX2 void BlendRowAvx2(CPixel* dst, const CPixel* src, size_t n, uint32_t opa
     for (; i + 8 <= n; i += 8) {
         __m256i* pd = reinterpret_cast<__m256i*>(dst + i);
         const __m256i s = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i));
-        if (_mm256_testz_si256(s, alphaBytes)) continue;   // all transparent: a is 0, nothing changes
+        if (_mm256_testz_si256(s, alphaBytes)) continue; // all transparent: a is 0, nothing changes
         const __m256i d = _mm256_loadu_si256(pd);
         if (Mode == kBlendNormal && opacity == 255 && _mm256_testc_si256(s, alphaBytes)) {
             // all opaque at full opacity: a is 255 and the colour is the layer's
@@ -152,10 +171,10 @@ VM_AVX2 void BlendRowAvx2(CPixel* dst, const CPixel* src, size_t n, uint32_t opa
         __m256i rl, rh;
         ModeColours<Mode>(d, s, dl, dh, rl, rh);
         // d * (255 - a) + res * a + 127 <= 65152: exact in unsigned 16-bit lanes.
-        const __m256i ol = Div255x16(
-            _mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(dl, il), _mm256_mullo_epi16(rl, al)), c127));
-        const __m256i oh = Div255x16(
-            _mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(dh, ih), _mm256_mullo_epi16(rh, ah)), c127));
+        const __m256i ol =
+            Div255x16(_mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(dl, il), _mm256_mullo_epi16(rl, al)), c127));
+        const __m256i oh =
+            Div255x16(_mm256_add_epi16(_mm256_add_epi16(_mm256_mullo_epi16(dh, ih), _mm256_mullo_epi16(rh, ah)), c127));
         _mm256_storeu_si256(pd, _mm256_blendv_epi8(_mm256_packus_epi16(ol, oh), d, alphaBytes));
     }
     if (i < n) BlendRowPlain<Mode>(dst + i, src + i, n - i, opacity);
@@ -164,12 +183,24 @@ VM_AVX2 void BlendRowAvx2(CPixel* dst, const CPixel* src, size_t n, uint32_t opa
 void BlendRowAvx2Any(CPixel* d, const CPixel* s, size_t n, uint32_t opacity, int mode)
 {
     switch (mode) {
-    case kBlendDarken: BlendRowAvx2<kBlendDarken>(d, s, n, opacity); break;
-    case kBlendLighten: BlendRowAvx2<kBlendLighten>(d, s, n, opacity); break;
-    case kBlendMultiply: BlendRowAvx2<kBlendMultiply>(d, s, n, opacity); break;
-    case kBlendScreen: BlendRowAvx2<kBlendScreen>(d, s, n, opacity); break;
-    case kBlendDifference: BlendRowAvx2<kBlendDifference>(d, s, n, opacity); break;
-    default: BlendRowAvx2<kBlendNormal>(d, s, n, opacity); break;
+    case kBlendDarken:
+        BlendRowAvx2<kBlendDarken>(d, s, n, opacity);
+        break;
+    case kBlendLighten:
+        BlendRowAvx2<kBlendLighten>(d, s, n, opacity);
+        break;
+    case kBlendMultiply:
+        BlendRowAvx2<kBlendMultiply>(d, s, n, opacity);
+        break;
+    case kBlendScreen:
+        BlendRowAvx2<kBlendScreen>(d, s, n, opacity);
+        break;
+    case kBlendDifference:
+        BlendRowAvx2<kBlendDifference>(d, s, n, opacity);
+        break;
+    default:
+        BlendRowAvx2<kBlendNormal>(d, s, n, opacity);
+        break;
     }
 }
 #endif
@@ -196,6 +227,23 @@ void CopyColoursRow(CPixel* d, const CPixel* s, size_t n)
     }
 }
 
+// Colours of the base with alpha from the mask bytes (the first `fromMask` pixels), 0 for the rest.
+void CopyColoursWithAlphaRow(CPixel* d, const CPixel* s, const uint8_t* mask, size_t fromMask, size_t n)
+{
+    for (size_t i = 0; i < fromMask; ++i) {
+        uint32_t sw;
+        std::memcpy(&sw, s + i, 4);
+        sw = (sw & 0x00FFFFFFu) | static_cast<uint32_t>(mask[i]) << 24;
+        std::memcpy(d + i, &sw, 4);
+    }
+    for (size_t i = fromMask; i < n; ++i) {
+        uint32_t sw;
+        std::memcpy(&sw, s + i, 4);
+        sw &= 0x00FFFFFFu;
+        std::memcpy(d + i, &sw, 4);
+    }
+}
+
 // Blends the rows y0..y1 (destination coordinates) of one layer.
 void BlendLayerRows(COLImage* dst, const CLayer* layer, int y0, int y1, BlendRowFn blendRow)
 {
@@ -209,16 +257,58 @@ void BlendLayerRows(COLImage* dst, const CLayer* layer, int y0, int y1, BlendRow
     if (x0 >= x1 || ya >= yb) return;
     const int mode = EffectiveMode(layer->m_blendMode);
     const uint32_t opacity = layer->m_opacity;
-    if (opacity == 0) return;   // a is 0 everywhere: nothing changes
+    if (opacity == 0) return; // a is 0 everywhere: nothing changes
     for (long long y = ya; y < yb; ++y)
         blendRow(dst->GetBuffer(static_cast<uint32_t>(x0), static_cast<uint32_t>(y)),
                  layer->m_image.GetBuffer(static_cast<uint32_t>(x0 - lx), static_cast<uint32_t>(y - ly)),
                  static_cast<size_t>(x1 - x0), opacity, mode);
 }
 
+// The preview blend of one layer: rows y from sy below ey in steps, `cols` samples per row from sx, written to
+// the preview at (sx / step + k, y / step). Shifts stand in for the divisions: it is only a preview.
+template <int Mode>
+void PreviewLayerT(COLImage& dst, const CLayer& layer, int l, int t, int sx, int sy, int ey, int step, int cols)
+{
+    const uint32_t opacity = layer.m_opacity;
+    for (int y = sy; y < ey; y += step) {
+        CPixel* d = dst.GetBuffer(static_cast<uint32_t>(sx / step), static_cast<uint32_t>(y / step));
+        const CPixel* s = layer.m_image.GetBuffer(static_cast<uint32_t>(sx - l), static_cast<uint32_t>(y - t));
+        for (int k = 0; k < cols; ++k, ++d, s += step) {
+            const uint32_t a = (s->alpha * opacity + 127) >> 8;
+            const uint32_t ia = 255 - a;
+            d->blue = static_cast<uint8_t>((ModeColour<Mode>(d->blue, s->blue) * a + d->blue * ia) >> 8);
+            d->green = static_cast<uint8_t>((ModeColour<Mode>(d->green, s->green) * a + d->green * ia) >> 8);
+            d->red = static_cast<uint8_t>((ModeColour<Mode>(d->red, s->red) * a + d->red * ia) >> 8);
+        }
+    }
+}
+
+void PreviewLayer(COLImage& dst, const CLayer& layer, int l, int t, int sx, int sy, int ey, int step, int cols)
+{
+    switch (EffectiveMode(layer.m_blendMode)) {
+    case kBlendDarken:
+        PreviewLayerT<kBlendDarken>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
+    case kBlendLighten:
+        PreviewLayerT<kBlendLighten>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
+    case kBlendMultiply:
+        PreviewLayerT<kBlendMultiply>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
+    case kBlendScreen:
+        PreviewLayerT<kBlendScreen>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
+    case kBlendDifference:
+        PreviewLayerT<kBlendDifference>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
+    default:
+        PreviewLayerT<kBlendNormal>(dst, layer, l, t, sx, sy, ey, step, cols);
+        break;
+    }
+}
+
 // Runs fn(y0, y1) over 0..height, split in two bands on two cores when the picture is large enough to gain.
-template <class Fn>
-void RunBands(int height, size_t pixels, Fn fn)
+template <class Fn> void RunBands(int height, size_t pixels, Fn fn)
 {
     const bool split = g_useThreads.load(std::memory_order_relaxed) && height >= 2 && pixels >= (size_t(1) << 18) &&
                        std::thread::hardware_concurrency() >= 2;
@@ -241,12 +331,18 @@ void RunBands(int height, size_t pixels, Fn fn)
 const char* BlendModeKey(int mode)
 {
     switch (mode) {
-    case kBlendDarken: return "bm_darken";
-    case kBlendLighten: return "bm_lighten";
-    case kBlendMultiply: return "bm_mul";
-    case kBlendScreen: return "bm_screen";
-    case kBlendDifference: return "bm_dif";
-    default: return "bm_normal";
+    case kBlendDarken:
+        return "bm_darken";
+    case kBlendLighten:
+        return "bm_lighten";
+    case kBlendMultiply:
+        return "bm_mul";
+    case kBlendScreen:
+        return "bm_screen";
+    case kBlendDifference:
+        return "bm_dif";
+    default:
+        return "bm_normal";
     }
 }
 
@@ -258,12 +354,24 @@ void BlendPixel(CPixel d, CPixel s, CPixel* out, int mode)
         out->red = static_cast<uint8_t>(f(d.red, s.red));
     };
     switch (EffectiveMode(mode)) {
-    case kBlendDarken: each([](int a, int b) { return std::min(a, b); }); break;
-    case kBlendLighten: each([](int a, int b) { return std::max(a, b); }); break;
-    case kBlendMultiply: each([](int a, int b) { return (a * b + 127) / 255; }); break;
-    case kBlendScreen: each([](int a, int b) { return 255 - ((255 - a) * (255 - b) + 127) / 255; }); break;
-    case kBlendDifference: each([](int a, int b) { return a > b ? a - b : b - a; }); break;
-    default: *out = s; break;
+    case kBlendDarken:
+        each([](int a, int b) { return std::min(a, b); });
+        break;
+    case kBlendLighten:
+        each([](int a, int b) { return std::max(a, b); });
+        break;
+    case kBlendMultiply:
+        each([](int a, int b) { return (a * b + 127) / 255; });
+        break;
+    case kBlendScreen:
+        each([](int a, int b) { return 255 - ((255 - a) * (255 - b) + 127) / 255; });
+        break;
+    case kBlendDifference:
+        each([](int a, int b) { return a > b ? a - b : b - a; });
+        break;
+    default:
+        *out = s;
+        break;
     }
 }
 
@@ -295,20 +403,21 @@ int MergeLayers(const CLayerStack* stack, COLImage* destination, int maskFlag)
     RunBands(static_cast<int>(h), size_t(w) * h * static_cast<size_t>(count), [&](int y0, int y1) {
         for (int s0 = y0; s0 < y1; s0 += stripRows) {
             const int s1 = std::min(y1, s0 + stripRows);
-            for (int y = s0; y < s1; ++y)
-                CopyColoursRow(destination->GetBuffer(0, static_cast<uint32_t>(y)),
-                               base->m_image.GetBuffer(0, static_cast<uint32_t>(y)), w);
-            for (int i = 1; i < count; ++i) BlendLayerRows(destination, stack->GetLayer(i), s0, s1, blendRow);
-            if (maskFlag != 1) continue;
-            // The composite's alpha carries the selection: the mask's bytes in order, 0 where there are none.
             for (int y = s0; y < s1; ++y) {
                 CPixel* row = destination->GetBuffer(0, static_cast<uint32_t>(y));
-                const size_t first = size_t(y) * w;
-                for (uint32_t x = 0; x < w; ++x) {
-                    const size_t k = first + x;
-                    row[x].alpha = k < maskBytes ? mask.GetBuffer()[k] : 0;
+                const CPixel* baseRow = base->m_image.GetBuffer(0, static_cast<uint32_t>(y));
+                if (maskFlag != 1) {
+                    CopyColoursRow(row, baseRow, w);
+                    continue;
                 }
+                // The composite's alpha carries the selection: the mask's bytes in order, 0 where there are none.
+                // Blending never touches alpha, so it is set together with the base's colours.
+                const size_t first = size_t(y) * w;
+                const size_t fromMask = first >= maskBytes ? 0 : std::min<size_t>(w, maskBytes - first);
+                CopyColoursWithAlphaRow(row, baseRow, fromMask ? mask.GetBuffer() + first : nullptr, fromMask, w);
             }
+            for (int i = 1; i < count; ++i)
+                BlendLayerRows(destination, stack->GetLayer(i), s0, s1, blendRow);
         }
     });
     return 1;
@@ -358,22 +467,10 @@ int MergeFast(const CLayerStack* stack, COLImage* destination, CRect rect, int s
         const int sx = std::max(l, 0), sy = std::max(t, 0);
         const int ex = std::min({l + lw, rw, ow * step + sx});
         const int ey = std::min({t + lh, rh, oh * step + sy});
-        const int mode = layer->m_blendMode;
-        const uint32_t opacity = layer->m_opacity;
-        for (int y = sy; y < ey; y += step) {
-            const int row = y / step;
-            if (row >= oh) break;   // a start off the sampling grid can reach one row past the preview
-            for (int x = sx, col = sx / step; x < ex && col < ow; x += step, ++col) {
-                CPixel* d = destination->GetBuffer(static_cast<uint32_t>(col), static_cast<uint32_t>(row));
-                const CPixel s = layer->m_image.GetPixel2(static_cast<uint32_t>(x - l), static_cast<uint32_t>(y - t));
-                CPixel res = *d;
-                BlendPixel(*d, s, &res, mode);
-                const uint32_t a = (s.alpha * opacity + 127) >> 8;
-                d->blue = static_cast<uint8_t>((res.blue * a + d->blue * (255 - a)) >> 8);
-                d->green = static_cast<uint8_t>((res.green * a + d->green * (255 - a)) >> 8);
-                d->red = static_cast<uint8_t>((res.red * a + d->red * (255 - a)) >> 8);
-            }
-        }
+        if (sx >= ex || sy >= ey) continue;
+        const int last = std::min(oh - 1, (ey - 1) / step); // a start off the sampling grid can reach one
+        const int cols = std::min(ow - sx / step, (ex - sx + step - 1) / step); // row or column past the preview
+        PreviewLayer(*destination, *layer, l, t, sx, sy, std::min(ey, last * step + step), step, cols);
     }
     return 1;
 }
@@ -384,4 +481,7 @@ void SetCompositorAcceleration(bool simd, bool threads)
     g_useThreads.store(threads, std::memory_order_relaxed);
 }
 
-bool CompositorHasSimd() { return CpuHasAvx2(); }
+bool CompositorHasSimd()
+{
+    return CpuHasAvx2();
+}

@@ -48,7 +48,10 @@ int MergeFast(const CLayerStack* stack, COLImage* destination, CRect rect, int s
 
 // Exact division by 255 for 0 <= x <= 65535 (the merge never exceeds 255 * 255 + 127): the same multiply and
 // shift that the vector path does in 16-bit lanes.
-inline uint32_t Div255(uint32_t x) { return (x * 0x8081u) >> 23; }
+inline uint32_t Div255(uint32_t x)
+{
+    return (x * 0x8081u) >> 23;
+}
 
 // The compositor may use vector instructions chosen at run time and a second core; results are the same either
 // way. Tests turn both off to compare against the plain path.

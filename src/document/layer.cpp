@@ -103,13 +103,16 @@ int CLayer::TrimToContent()
     if (cropped.Create(boxW, boxH) != kOk) return 0;
     for (uint32_t y = 0; y < boxH; ++y)
         std::memcpy(cropped.GetBuffer(0, y), m_image.GetBuffer(l, t + y), size_t(boxW) * 4);
-    m_image = std::move(cropped);   // gives the large block back rather than keeping it as spare capacity
+    m_image = std::move(cropped); // gives the large block back rather than keeping it as spare capacity
     m_x += static_cast<int>(l);
     m_y += static_cast<int>(t);
     return 1;
 }
 
-CTextLayer::CTextLayer() : m_pText(m_text) { m_kind = kLayerKindText; }
+CTextLayer::CTextLayer() : m_pText(m_text)
+{
+    m_kind = kLayerKindText;
+}
 
 int CTextLayer::GetExtraData(uint32_t& size, std::vector<uint8_t>* data) const
 {
@@ -119,11 +122,12 @@ int CTextLayer::GetExtraData(uint32_t& size, std::vector<uint8_t>* data) const
     uint8_t* p = data->data();
     PutWord(p + 0, static_cast<uint32_t>(m_kind));
     PutWord(p + 4, m_textColour);
-    for (int i = 0; i < 6; ++i) PutWord(p + 8 + 4 * i, static_cast<uint32_t>(m_style[i]));
+    for (int i = 0; i < 6; ++i)
+        PutWord(p + 8 + 4 * i, static_cast<uint32_t>(m_style[i]));
     std::memcpy(p + 32, m_fontName, sizeof m_fontName);
     PutWord(p + 64, static_cast<uint32_t>(m_attributes));
     PutWord(p + 68, static_cast<uint32_t>(m_fontSize));
-    PutWord(p + 72, 0);   // the text pointer has no meaning outside this process
+    PutWord(p + 72, 0); // the text pointer has no meaning outside this process
     const size_t n = strnlen(m_text, sizeof m_text - 1);
     std::memcpy(p + 76, m_text, n);
     return 1;
@@ -133,7 +137,8 @@ bool CTextLayer::ReadExtraData(const uint8_t* data, size_t size)
 {
     if (!data || size < kTextExtraBytes || GetWord(data) != kLayerKindText) return false;
     m_textColour = GetWord(data + 4);
-    for (int i = 0; i < 6; ++i) m_style[i] = static_cast<int32_t>(GetWord(data + 8 + 4 * i));
+    for (int i = 0; i < 6; ++i)
+        m_style[i] = static_cast<int32_t>(GetWord(data + 8 + 4 * i));
     std::memcpy(m_fontName, data + 32, sizeof m_fontName);
     m_fontName[sizeof m_fontName - 1] = '\0';
     m_attributes = static_cast<int32_t>(GetWord(data + 64));

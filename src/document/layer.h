@@ -13,10 +13,10 @@ class COLChannel;
 inline constexpr int kLayerKindRaster = 0;
 inline constexpr int kLayerKindText = 1;
 
-inline constexpr int kLayerNameBytes = 32;          // GBK text with its NUL
-inline constexpr uint32_t kRasterExtraBytes = 4;    // the kind word
-inline constexpr uint32_t kTextExtraBytes = 1100;   // kind word, 18 attribute words, 1,024 bytes of text
-inline constexpr int kLayerHeaderBytes = 56;        // the fixed part of a stored layer record
+inline constexpr int kLayerNameBytes = 32;        // GBK text with its NUL
+inline constexpr uint32_t kRasterExtraBytes = 4;  // the kind word
+inline constexpr uint32_t kTextExtraBytes = 1100; // kind word, 18 attribute words, 1,024 bytes of text
+inline constexpr int kLayerHeaderBytes = 56;      // the fixed part of a stored layer record
 
 // One layer: an image placed at (x, y) in document pixels, with name, opacity and blend mode.
 // Colour is straight, alpha is coverage. Layers are owned by their CLayerStack.
@@ -47,8 +47,8 @@ public:
 
     int m_x = 0;
     int m_y = 0;
-    COLChannel* m_pChannel = nullptr;   // link into the stack's channel list, not owned
-    char m_name[kLayerNameBytes] = {};  // GBK
+    COLChannel* m_pChannel = nullptr;  // link into the stack's channel list, not owned
+    char m_name[kLayerNameBytes] = {}; // GBK
     uint8_t m_opacity = 255;
     uint8_t m_blendMode = 0;
     COLImage m_image;
@@ -70,6 +70,6 @@ public:
     char m_fontName[32] = "Arial";
     int32_t m_attributes = 0;
     int32_t m_fontSize = 16;
-    char* m_pText;              // always the layer's own text field
-    char m_text[1024] = {};     // GBK, NUL-terminated
+    char* m_pText;          // always the layer's own text field
+    char m_text[1024] = {}; // GBK, NUL-terminated
 };

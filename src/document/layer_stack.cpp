@@ -175,7 +175,8 @@ int CLayerStack::MergeDown(int index)
         } else if (hasL) {
             rect = shifted(boxL, lx, ly);
         } else {
-            rect = CRect{static_cast<int>(lx), static_cast<int>(ly), static_cast<int>(lx) + 1, static_cast<int>(ly) + 1};
+            const int x = static_cast<int>(lx), y = static_cast<int>(ly);
+            rect = CRect{x, y, x + 1, y + 1};
         }
     }
     if (rect.IsEmpty() || !LegalSide(rect.Width()) || !LegalSide(rect.Height())) return 0;
@@ -199,10 +200,10 @@ int CLayerStack::MergeDown(int index)
                 *out = CPixel{0, 0, 0, 0};
                 continue;
             }
-            const CPixel pl = inL ? lower->m_image.GetPixel2(static_cast<uint32_t>(x - lx), static_cast<uint32_t>(y - ly))
-                                  : CPixel{};
-            const CPixel pu = inU ? upper->m_image.GetPixel2(static_cast<uint32_t>(x - ux), static_cast<uint32_t>(y - uy))
-                                  : CPixel{};
+            const CPixel pl =
+                inL ? lower->m_image.GetPixel2(static_cast<uint32_t>(x - lx), static_cast<uint32_t>(y - ly)) : CPixel{};
+            const CPixel pu =
+                inU ? upper->m_image.GetPixel2(static_cast<uint32_t>(x - ux), static_cast<uint32_t>(y - uy)) : CPixel{};
             if (!inU) {
                 *out = pl;
                 continue;

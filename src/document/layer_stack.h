@@ -102,9 +102,9 @@ public:
     uint32_t HitTest(int x, int y) const;
 
 protected:
-    std::vector<CLayer*> m_layers;   // owned; index 0 is the base
-    COLChannel m_selectionMask;      // document-sized when it has a buffer; no buffer means no selection
-    std::vector<COLChannel*> m_channels;   // owned
+    std::vector<CLayer*> m_layers;       // owned; index 0 is the base
+    COLChannel m_selectionMask;          // document-sized when it has a buffer; no buffer means no selection
+    std::vector<COLChannel*> m_channels; // owned
     int m_width = 0;
     int m_height = 0;
     int m_currentLayer = 0;

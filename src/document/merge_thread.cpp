@@ -4,7 +4,10 @@
 #include "document/compositor.h"
 #include "document/layer_stack.h"
 
-CMergeThread::~CMergeThread() { Stop(); }
+CMergeThread::~CMergeThread()
+{
+    Stop();
+}
 
 void CMergeThread::Start()
 {

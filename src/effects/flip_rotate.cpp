@@ -10,7 +10,8 @@ void FlipImage(COLImage& image, bool horizontal)
     if (image.IsEmpty()) return;
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
     if (horizontal) {
-        for (uint32_t y = 0; y < h; ++y) std::reverse(image.GetBuffer(0, y), image.GetBuffer(0, y) + w);
+        for (uint32_t y = 0; y < h; ++y)
+            std::reverse(image.GetBuffer(0, y), image.GetBuffer(0, y) + w);
         return;
     }
     for (uint32_t top = 0, bottom = h ? h - 1 : 0; top < bottom; ++top, --bottom)
@@ -26,9 +27,11 @@ int RotateImageQuarter(const COLImage& source, COLImage& destination, bool left)
     for (uint32_t r = 0; r < w; ++r) {
         CPixel* out = destination.GetBuffer(0, r);
         if (left)
-            for (uint32_t c = 0; c < h; ++c) out[c] = source.GetPixel2(w - 1 - r, c);
+            for (uint32_t c = 0; c < h; ++c)
+                out[c] = source.GetPixel2(w - 1 - r, c);
         else
-            for (uint32_t c = 0; c < h; ++c) out[c] = source.GetPixel2(r, h - 1 - c);
+            for (uint32_t c = 0; c < h; ++c)
+                out[c] = source.GetPixel2(r, h - 1 - c);
     }
     return 1;
 }

@@ -27,7 +27,7 @@ bool Convert(const char* to, const char* from, std::string_view in, std::string&
             result.resize(result.size() * 2);
             continue;
         }
-        ok = false;   // EILSEQ or EINVAL: not text of the source encoding
+        ok = false; // EILSEQ or EINVAL: not text of the source encoding
         break;
     }
     iconv_close(cd);
@@ -39,9 +39,15 @@ bool Convert(const char* to, const char* from, std::string_view in, std::string&
 
 } // namespace
 
-bool Utf8ToGbk(std::string_view utf8, std::string& gbk) { return Convert("GBK", "UTF-8", utf8, gbk); }
+bool Utf8ToGbk(std::string_view utf8, std::string& gbk)
+{
+    return Convert("GBK", "UTF-8", utf8, gbk);
+}
 
-bool GbkToUtf8(std::string_view gbk, std::string& utf8) { return Convert("UTF-8", "GBK", gbk, utf8); }
+bool GbkToUtf8(std::string_view gbk, std::string& utf8)
+{
+    return Convert("UTF-8", "GBK", gbk, utf8);
+}
 
 std::string GbkForDisplay(std::string_view gbk)
 {

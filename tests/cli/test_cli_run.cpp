@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-
 #include <string>
 
 #include "document/picture_file.h"
@@ -28,8 +27,8 @@ TEST(CliRun, RunsCommandsAndWritesTheComposite)
     vmtest::FillNoise(picture, 31, 17, 4);
     const std::string in = dir.File("in.bmp"), out = dir.File("out.bmp");
     ASSERT_NE(SavePictureFile(in.c_str(), &picture), 0);
-    CliResult r = RunCli("run " + Quote(in) + " " + Quote("Doc_NewLayer('0')") + " " + Quote("Doc_FlipH") + " -o " +
-                         Quote(out));
+    CliResult r =
+        RunCli("run " + Quote(in) + " " + Quote("Doc_NewLayer('0')") + " " + Quote("Doc_FlipH") + " -o " + Quote(out));
     ASSERT_EQ(r.exitCode, 0) << r.output;
     const COLImage written = Load(out);
     ASSERT_EQ(written.GetWidth(), 31u);
@@ -40,7 +39,8 @@ TEST(CliRun, RunsCommandsAndWritesTheComposite)
     // A second picture on a new layer, moved and at half opacity, then everything flattened.
     COLImage white;
     white.Create(4, 4);
-    for (size_t i = 0; i < 16; ++i) white.GetBuffer()[i] = CPixel::Make(255, 255, 255);
+    for (size_t i = 0; i < 16; ++i)
+        white.GetBuffer()[i] = CPixel::Make(255, 255, 255);
     ASSERT_NE(SavePictureFile(dir.File("w.bmp").c_str(), &white), 0);
     r = RunCli("run " + Quote(in) + " --file " + Quote(dir.File("w.bmp")) + " " + Quote("Doc_OpenLayer('1')") + " " +
                Quote("Doc_LayerPropertyChange('1','0','2,3')") + " " + Quote("Doc_LayerPropertyChange('1','3','128')") +

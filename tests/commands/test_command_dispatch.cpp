@@ -1,7 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <chrono>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 #include <thread>
 
@@ -84,7 +83,8 @@ void SelectRect(CLayerStack& doc, int x0, int y0, int x1, int y1, uint8_t value)
     mask.Create(uint32_t(doc.GetWidth()), uint32_t(doc.GetHeight()));
     std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
     for (int y = y0; y < y1; ++y)
-        for (int x = x0; x < x1; ++x) mask.SetValue(uint32_t(x), uint32_t(y), value);
+        for (int x = x0; x < x1; ++x)
+            mask.SetValue(uint32_t(x), uint32_t(y), value);
 }
 
 } // namespace
@@ -114,7 +114,8 @@ TEST_F(Commands, NamesIgnoreCaseAndSelectAllRecordsEachTime)
     EXPECT_EQ(LastStep().label, "His_select");
     const COLChannel& mask = doc.GetSelectionMask();
     ASSERT_EQ(mask.GetWidth(), 20u);
-    for (uint32_t i = 0; i < mask.GetAreaByteSize(); ++i) ASSERT_EQ(mask.GetBuffer()[i], 255);
+    for (uint32_t i = 0; i < mask.GetAreaByteSize(); ++i)
+        ASSERT_EQ(mask.GetBuffer()[i], 255);
     EXPECT_GE(doc.GetModificationCount(), 2u);
 }
 
@@ -368,7 +369,7 @@ TEST_F(Commands, DeleteOnTheBasePaintsTheForeground)
 TEST_F(Commands, DeleteOnUpperLayersTakesCoverage)
 {
     CLayer* layer = doc.GetLayer(1);
-    layer->m_x = 15;   // hangs 15 pixels past the right edge
+    layer->m_x = 15; // hangs 15 pixels past the right edge
     layer->m_y = 0;
     doc.SetCurrentIndex(1);
     COLImage before;

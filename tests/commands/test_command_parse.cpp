@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-
 #include <string>
 
 #include "commands/command.h"
@@ -63,7 +62,8 @@ TEST(CommandParse, MalformedTextsFail)
     EXPECT_FALSE(Parses(std::string(64, 'N').c_str()));
     EXPECT_FALSE(Parses((std::string(64, 'N') + "('1')").c_str()));
     std::string longText = "X(";
-    while (longText.size() < 500) longText += "'1',";
+    while (longText.size() < 500)
+        longText += "'1',";
     EXPECT_TRUE(Parses((longText + "'1')").c_str()));
     longText += std::string(20, ' ');
     EXPECT_FALSE(Parses((longText + "'1')").c_str())) << "texts of 512 bytes or more";

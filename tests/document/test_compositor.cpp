@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
-
+#include <algorithm>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <random>
 
 #include "document/compositor.h"
@@ -38,9 +38,10 @@ void BuildRandomStack(CLayerStack& stack, uint32_t w, uint32_t h, uint32_t seed)
         layer->m_blendMode = uint8_t(rng() % 13);
         layer->m_opacity = uint8_t(i == 0 ? 255 : rng());
         layer->m_visible = i == 3 ? 0 : 1;
-        if (i == 1) {   // whole runs of opaque and transparent pixels take the shortcuts of the vector path
+        if (i == 1) { // whole runs of opaque and transparent pixels take the shortcuts of the vector path
             CPixel* p = layer->m_image.GetBuffer();
-            for (size_t k = 0; k < layer->m_image.GetPixelCount(); ++k) p[k].alpha = (k / 64) % 2 ? 255 : 0;
+            for (size_t k = 0; k < layer->m_image.GetPixelCount(); ++k)
+                p[k].alpha = (k / 64) % 2 ? 255 : 0;
         }
     }
 }
@@ -49,7 +50,8 @@ void BuildRandomStack(CLayerStack& stack, uint32_t w, uint32_t h, uint32_t seed)
 
 TEST(Compositor, Div255IsExactOverSixteenBits)
 {
-    for (uint32_t x = 0; x <= 65535; ++x) ASSERT_EQ(Div255(x), x / 255) << x;
+    for (uint32_t x = 0; x <= 65535; ++x)
+        ASSERT_EQ(Div255(x), x / 255) << x;
 }
 
 TEST(Compositor, BlendPixelFormulasForEveryPair)
@@ -105,7 +107,8 @@ TEST(Compositor, BlendLayerMatchesTheArithmeticForAllAlphaAndOpacity)
     CLayer layer;
     vmtest::FillNoise(layer.m_image, 256, 24, 6);
     for (uint32_t y = 0; y < 24; ++y)
-        for (uint32_t x = 0; x < 256; ++x) layer.m_image.GetBuffer(x, y)->alpha = uint8_t(x);
+        for (uint32_t x = 0; x < 256; ++x)
+            layer.m_image.GetBuffer(x, y)->alpha = uint8_t(x);
     for (bool simd : {false, true}) {
         SetCompositorAcceleration(simd, false);
         for (int mode : {0, 1, 2, 5, 6, 10}) {
@@ -117,8 +120,8 @@ TEST(Compositor, BlendLayerMatchesTheArithmeticForAllAlphaAndOpacity)
                 slow.DuplicateFrom(&below);
                 ASSERT_EQ(BlendLayer(&fast, &layer), 1);
                 reftest::BlendOnto(slow, layer);
-                ASSERT_TRUE(vmtest::SamePixels(fast, slow)) << "simd " << simd << " mode " << mode << " opacity "
-                                                            << opacity;
+                ASSERT_TRUE(vmtest::SamePixels(fast, slow))
+                    << "simd " << simd << " mode " << mode << " opacity " << opacity;
             }
         }
     }
@@ -133,7 +136,7 @@ TEST(Compositor, MergeLayersMatchesReferenceOnEveryPath)
     vmtest::FillNoise(stack.GetSelectionMask(), 701, 409, 9);
     for (int maskFlag : {0, 1}) {
         COLImage expected;
-        vmtest::FillNoise(expected, 701, 409, 77);   // alpha that flag 0 must leave alone
+        vmtest::FillNoise(expected, 701, 409, 77); // alpha that flag 0 must leave alone
         reftest::Merge(stack, expected, maskFlag);
         for (bool simd : {false, true})
             for (bool threads : {false, true}) {
@@ -150,7 +153,7 @@ TEST(Compositor, MergeLayersMatchesReferenceOnEveryPath)
 TEST(Compositor, BaseIsOpaqueAtTheOriginWhateverItsSettings)
 {
     CLayerStack stack;
-    ASSERT_EQ(stack.NewDocument(5, 4, 0x00102030), 1);   // alpha 0 everywhere
+    ASSERT_EQ(stack.NewDocument(5, 4, 0x00102030), 1); // alpha 0 everywhere
     CLayer* base = stack.GetLayer(0);
     base->m_opacity = 0;
     base->m_visible = 0;
@@ -173,7 +176,8 @@ TEST(Compositor, OpacityAndPlacementCases)
     ASSERT_EQ(stack.NewDocument(4, 4, 0xFF000000), 1);
     CLayer* top = stack.AddLayer(0, 0);
     ASSERT_NE(top, nullptr);
-    for (size_t i = 0; i < 16; ++i) top->m_image.GetBuffer()[i] = CPixel::Make(255, 255, 255, 255);
+    for (size_t i = 0; i < 16; ++i)
+        top->m_image.GetBuffer()[i] = CPixel::Make(255, 255, 255, 255);
     top->m_opacity = 128;
     COLImage out;
     ASSERT_EQ(MergeLayers(&stack, &out, 0), 1);
@@ -187,11 +191,11 @@ TEST(Compositor, OpacityAndPlacementCases)
         EXPECT_EQ(out.GetPixel2(1, 1).Word() & 0xFFFFFF, 0u) << "opacity 0 changes nothing, mode " << mode;
     }
     top->m_opacity = 255;
-    top->m_x = 4;   // wholly outside to the right
+    top->m_x = 4; // wholly outside to the right
     ASSERT_EQ(MergeLayers(&stack, &out, 0), 1);
     EXPECT_EQ(out.GetPixel2(3, 3).Word() & 0xFFFFFF, 0u);
     top->m_x = -3;
-    top->m_y = 3;   // only its top-right pixel covers the document's (0, 3)
+    top->m_y = 3; // only its top-right pixel covers the document's (0, 3)
     ASSERT_EQ(MergeLayers(&stack, &out, 0), 1);
     EXPECT_EQ(out.GetPixel2(0, 3).Word() & 0xFFFFFF, 0xFFFFFFu);
     EXPECT_EQ(out.GetPixel2(1, 3).Word() & 0xFFFFFF, 0u);
@@ -203,15 +207,15 @@ TEST(Compositor, OpacityAndPlacementCases)
 TEST(Compositor, MergeFastSamplesDrawsBaseOnWhiteAndShifts)
 {
     CLayerStack stack;
-    ASSERT_EQ(stack.NewDocument(10, 6, 0x00000000), 1);   // black, alpha 0: white in the preview
+    ASSERT_EQ(stack.NewDocument(10, 6, 0x00000000), 1); // black, alpha 0: white in the preview
     CLayer* base = stack.GetLayer(0);
     base->m_image.PutPixel(2, 2, CPixel::Make(100, 50, 0, 128));
     base->m_image.PutPixel(4, 0, CPixel::Make(9, 8, 7, 255));
     COLImage out;
-    ASSERT_EQ(MergeFast(&stack, &out, CRect{10, 6, 0, 0}, 2), 1);   // swapped sides are normalised
-    EXPECT_EQ(out.GetWidth(), 5u);   // 10 / 2 + 1 = 6, and 6 * 2 > 10
+    ASSERT_EQ(MergeFast(&stack, &out, CRect{10, 6, 0, 0}, 2), 1); // swapped sides are normalised
+    EXPECT_EQ(out.GetWidth(), 5u);                                // 10 / 2 + 1 = 6, and 6 * 2 > 10
     EXPECT_EQ(out.GetHeight(), 3u);
-    EXPECT_EQ(out.GetPixel2(0, 0).Word(), 0xFFFEFEFEu);   // ((0 - 255) * 0 + 65025) >> 8 = 254
+    EXPECT_EQ(out.GetPixel2(0, 0).Word(), 0xFFFEFEFEu); // ((0 - 255) * 0 + 65025) >> 8 = 254
     EXPECT_EQ(out.GetPixel2(2, 0).Word(), CPixel::Make(9, 8, 7, 255).Word());
     const CPixel half = out.GetPixel2(1, 1);
     EXPECT_EQ(half.red, ((100 - 255) * 128 + 65025) >> 8);
@@ -219,7 +223,8 @@ TEST(Compositor, MergeFastSamplesDrawsBaseOnWhiteAndShifts)
     EXPECT_EQ(half.alpha, 255);
 
     CLayer* top = stack.AddLayer(0, 0);
-    for (size_t i = 0; i < top->m_image.GetPixelCount(); ++i) top->m_image.GetBuffer()[i] = CPixel::Make(0, 0, 200, 255);
+    for (size_t i = 0; i < top->m_image.GetPixelCount(); ++i)
+        top->m_image.GetBuffer()[i] = CPixel::Make(0, 0, 200, 255);
     top->m_opacity = 255;
     ASSERT_EQ(MergeFast(&stack, &out, CRect{0, 0, 10, 6}, 2), 1);
     // a = (255 * 255 + 127) >> 8 = 254; blue = (200 * 254 + 254 * 1) >> 8
@@ -230,14 +235,41 @@ TEST(Compositor, MergeFastSamplesDrawsBaseOnWhiteAndShifts)
     EXPECT_TRUE(out.IsEmpty()) << "a rectangle narrower than the step frees the destination";
 }
 
+TEST(Compositor, MergeFastMatchesTheSampledArithmetic)
+{
+    CLayerStack stack;
+    BuildRandomStack(stack, 97, 61, 5);
+    std::mt19937 rng(3);
+    for (int round = 0; round < 60; ++round) {
+        const int step = 1 + int(rng() % 5);
+        const int l = int(rng() % 110) - 5, t = int(rng() % 70) - 5, r = int(rng() % 110) - 5, b = int(rng() % 70) - 5;
+        COLImage fast, slow;
+        ASSERT_EQ(MergeFast(&stack, &fast, CRect{l, t, r, b}, step), 1);
+        CRect n{l, t, r, b};
+        n.Normalize();
+        const int rw = std::clamp(n.right, 0, 97) - std::clamp(n.left, 0, 97);
+        const int rh = std::clamp(n.bottom, 0, 61) - std::clamp(n.top, 0, 61);
+        if (rw < step || rh < step) {
+            EXPECT_TRUE(fast.IsEmpty());
+            continue;
+        }
+        reftest::MergeFast(stack, slow, n.left, n.top, n.right, n.bottom, step);
+        ASSERT_TRUE(vmtest::SamePixels(fast, slow)) << "round " << round << " step " << step;
+    }
+}
+
 TEST(Compositor, MergeFastStaysInsideThePreviewForOffGridLayers)
 {
-    // 11 wide at step 2 gives 5 columns, yet a layer from column 0 is sampled at 0, 2, ... 10: a sixth column
-    // that must not be written (the sanitizer build catches a write past the preview).
+    // 11 pixels at step 2 give 5 preview columns (0, 2, ... 8). A layer from column 2 is sampled at 2, 4, ... 10
+    // into preview columns 1 to 5: the sixth must not be written (the sanitizer build catches a write past the
+    // preview). The same holds for rows.
     CLayerStack stack;
     ASSERT_EQ(stack.NewDocument(11, 11, 0xFF000000), 1);
     CLayer* red = stack.AddLayer(0, 0);
-    for (size_t i = 0; i < red->m_image.GetPixelCount(); ++i) red->m_image.GetBuffer()[i] = CPixel::Make(255, 0, 0, 255);
+    for (size_t i = 0; i < red->m_image.GetPixelCount(); ++i)
+        red->m_image.GetBuffer()[i] = CPixel::Make(255, 0, 0, 255);
+    red->m_x = 2;
+    red->m_y = 2;
     CLayer* blue = AddNoiseLayer(stack, 4, 4, 3, 3, 1);
     for (size_t i = 0; i < 16; ++i) blue->m_image.GetBuffer()[i] = CPixel::Make(0, 0, 255, 255);
     COLImage out;
@@ -246,7 +278,9 @@ TEST(Compositor, MergeFastStaysInsideThePreviewForOffGridLayers)
     ASSERT_EQ(out.GetHeight(), 5u);
     // a = (255 * 255 + 127) >> 8 = 254, red = (255 * 254 + 0 * 1) >> 8 = 253
     EXPECT_EQ(out.GetPixel2(4, 4).red, 253);
-    EXPECT_EQ(out.GetPixel2(0, 0).red, 253);
+    EXPECT_EQ(out.GetPixel2(1, 3).red, 253);
+    EXPECT_EQ(out.GetPixel2(0, 0).red, 0);
+    EXPECT_EQ(out.GetPixel2(4, 0).red, 0);
     // The blue layer starts at column 3: its first sample lands in preview column 3 / 2 = 1.
     EXPECT_EQ(out.GetPixel2(0, 1).blue, 0);
     EXPECT_GT(out.GetPixel2(1, 1).blue, 200);

@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <random>
 #include <string>
 
@@ -24,7 +23,8 @@ std::string Utf8Name(const CLayer* layer)
 void Fill(COLImage& image, uint32_t w, uint32_t h, CPixel p)
 {
     image.Create(w, h);
-    for (size_t i = 0; i < image.GetPixelCount(); ++i) image.GetBuffer()[i] = p;
+    for (size_t i = 0; i < image.GetPixelCount(); ++i)
+        image.GetBuffer()[i] = p;
 }
 
 // The combination of two overlapping pixels as the merge-down arithmetic states it, with true divisions.
@@ -76,7 +76,8 @@ TEST(LayerStack, AddLayerRules)
     ASSERT_NE(text, nullptr);
     EXPECT_EQ(text->m_kind, 1);
     EXPECT_NE(dynamic_cast<CTextLayer*>(text), nullptr);
-    while (stack.GetLayerCount() < kMaxLayers) ASSERT_NE(stack.AddLayer(0, 0), nullptr);
+    while (stack.GetLayerCount() < kMaxLayers)
+        ASSERT_NE(stack.AddLayer(0, 0), nullptr);
     EXPECT_EQ(stack.AddLayer(0, 0), nullptr) << "the design limit";
     EXPECT_EQ(stack.DuplicateLayer(1), 0);
     EXPECT_EQ(stack.NewDocument(2, 2, 0), 0);
@@ -89,7 +90,8 @@ TEST(LayerStack, RemoveLayerMovesTheCurrentIndex)
 {
     CLayerStack stack;
     ASSERT_EQ(stack.NewDocument(4, 4, 0), 1);
-    for (int i = 0; i < 3; ++i) ASSERT_NE(stack.AddLayer(i, 0), nullptr);
+    for (int i = 0; i < 3; ++i)
+        ASSERT_NE(stack.AddLayer(i, 0), nullptr);
     stack.SetCurrentIndex(2);
     stack.RemoveLayer(3);
     EXPECT_EQ(stack.GetCurrentIndex(), 2) << "a layer above the current one";
@@ -164,7 +166,7 @@ TEST(LayerStack, TrimToContent)
     EXPECT_EQ(wide.m_y, 1);
 
     CLayerStack stack;
-    ASSERT_EQ(stack.NewDocument(10, 10, 0), 1);   // the base is never trimmed, although it is transparent
+    ASSERT_EQ(stack.NewDocument(10, 10, 0), 1); // the base is never trimmed, although it is transparent
     CLayer* upper = stack.AddLayer(0, 0);
     upper->m_image.PutPixel(3, 4, CPixel::Make(0, 0, 0, 9));
     ASSERT_EQ(stack.TrimAllLayers(), 1);
@@ -181,8 +183,10 @@ TEST(LayerStack, MergeDownArithmeticOverTheUnionOfContent)
     vmtest::FillNoise(lower->m_image, 30, 20, 11);
     vmtest::FillNoise(upper->m_image, 25, 26, 12);
     // Transparent borders around both, so the content boxes are smaller than the images.
-    for (uint32_t x = 0; x < 30; ++x) lower->m_image.GetBuffer(x, 0)->alpha = 0;
-    for (uint32_t y = 0; y < 26; ++y) upper->m_image.GetBuffer(24, y)->alpha = 0;
+    for (uint32_t x = 0; x < 30; ++x)
+        lower->m_image.GetBuffer(x, 0)->alpha = 0;
+    for (uint32_t y = 0; y < 26; ++y)
+        upper->m_image.GetBuffer(24, y)->alpha = 0;
     lower->m_x = 5, lower->m_y = 8, lower->m_opacity = 200, lower->m_blendMode = 2;
     upper->m_x = 20, upper->m_y = -3, upper->m_opacity = 150, upper->m_blendMode = 5;
     std::memcpy(lower->m_name, "low", 4);
@@ -207,9 +211,12 @@ TEST(LayerStack, MergeDownArithmeticOverTheUnionOfContent)
             const CPixel pl = inL ? lowerCopy.GetPixel2(uint32_t(x - 5), uint32_t(y - 8)) : CPixel{};
             const CPixel pu = inU ? upperCopy.GetPixel2(uint32_t(x - 20), uint32_t(y + 3)) : CPixel{};
             CPixel want{};
-            if (inL && inU) want = MergeDownPixel(pl, pu, 200, 150, 5);
-            else if (inL) want = pl;
-            else if (inU) want = pu;   // the upper opacity is not applied over nothing
+            if (inL && inU)
+                want = MergeDownPixel(pl, pu, 200, 150, 5);
+            else if (inL)
+                want = pl;
+            else if (inU)
+                want = pu; // the upper opacity is not applied over nothing
             ASSERT_EQ(merged->m_image.GetPixel(uint32_t(x - 5), uint32_t(y + 3)), want.Word()) << x << "," << y;
         }
 }
@@ -220,7 +227,7 @@ TEST(LayerStack, MergeDownOntoTheBaseKeepsItsSize)
     ASSERT_EQ(stack.NewDocument(8, 6, 0xFF204060), 1);
     CLayer* upper = stack.AddLayer(0, 0);
     vmtest::FillNoise(upper->m_image, 8, 6, 3);
-    upper->m_x = 5;   // hangs over the right edge
+    upper->m_x = 5; // hangs over the right edge
     const CPixel pu = upper->m_image.GetPixel2(0, 2);
     ASSERT_EQ(stack.MergeDown(1), 1);
     ASSERT_EQ(stack.GetLayerCount(), 1);
@@ -289,7 +296,7 @@ TEST(LayerStack, CanvasChanges)
     top->m_x = 1;
     stack.GetSelectionMask().Create(4, 3);
     stack.GetLayer(0)->m_image.PutPixel(0, 0, CPixel::FromWord(0xFF112233));
-    ASSERT_EQ(stack.ResizeCanvas(7, 6, 0xFFABCDEF, 1, 2), 1);   // offsets 3 / 2 = 1 and 3
+    ASSERT_EQ(stack.ResizeCanvas(7, 6, 0xFFABCDEF, 1, 2), 1); // offsets 3 / 2 = 1 and 3
     EXPECT_EQ(stack.GetWidth(), 7);
     EXPECT_EQ(stack.GetHeight(), 6);
     const COLImage& base = stack.GetLayer(0)->m_image;
@@ -301,7 +308,7 @@ TEST(LayerStack, CanvasChanges)
     EXPECT_EQ(top->m_y, 3);
     EXPECT_TRUE(stack.GetSelectionMask().IsNull());
 
-    ASSERT_EQ(stack.ChangeCanvas(2, 2, -1, -3, 0), 1);   // negative offsets crop
+    ASSERT_EQ(stack.ChangeCanvas(2, 2, -1, -3, 0), 1); // negative offsets crop
     EXPECT_EQ(stack.GetLayer(0)->m_image.GetPixel(0, 0), 0xFF112233u);
 
     EXPECT_EQ(stack.ResizeCanvas(20001, 5, 0, 0, 0), 0);
@@ -406,7 +413,8 @@ TEST(LayerStack, ChannelsAndClear)
     EXPECT_EQ(stack.GetChannelCount(), 1);
     EXPECT_EQ(stack.GetChannel(0), second);
     EXPECT_EQ(stack.GetLayer(0)->m_pChannel, nullptr) << "no dangling link";
-    while (stack.GetChannelCount() < kMaxChannels) ASSERT_NE(stack.AddChannel(), nullptr);
+    while (stack.GetChannelCount() < kMaxChannels)
+        ASSERT_NE(stack.AddChannel(), nullptr);
     EXPECT_EQ(stack.AddChannel(), nullptr);
     stack.SetCurrentIndex(0);
     stack.GetSelectionMask().Create(3, 3);
@@ -455,7 +463,7 @@ TEST(Layer, ExtraDataAndRecord)
     std::fclose(f);
     const std::vector<uint8_t> bytes = vmtest::ReadAll(dir.File("r"));
     ASSERT_EQ(bytes.size(), 56u + 4u + 24u);
-    EXPECT_EQ(bytes[0], 0xFB);   // -5
+    EXPECT_EQ(bytes[0], 0xFB); // -5
     EXPECT_EQ(bytes[3], 0xFF);
     EXPECT_EQ(bytes[8], 1);
     EXPECT_EQ(bytes[9], 'n');

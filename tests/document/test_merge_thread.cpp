@@ -1,7 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
+#include <gtest/gtest.h>
 #include <thread>
 
 #include "document/compose_document.h"
@@ -26,7 +25,8 @@ public:
 // Waits (bounded) until the thread has taken a request and is merging.
 bool WaitMerging(CMergeThread& thread)
 {
-    for (int i = 0; i < 2000 && !thread.IsMerging(); ++i) std::this_thread::sleep_for(1ms);
+    for (int i = 0; i < 2000 && !thread.IsMerging(); ++i)
+        std::this_thread::sleep_for(1ms);
     return thread.IsMerging();
 }
 
@@ -78,7 +78,8 @@ TEST(MergeThread, ManyRequestsDuringAMergeGiveOneMore)
         CStackLock lock(doc);
         doc.Refresh();
         ASSERT_TRUE(WaitMerging(doc.GetMergeThread()));
-        for (int i = 0; i < 100; ++i) doc.Refresh();
+        for (int i = 0; i < 100; ++i)
+            doc.Refresh();
         EXPECT_TRUE(doc.GetMergeThread().IsBusy());
     }
     ASSERT_TRUE(doc.GetMergeThread().WaitIdle(10s));
@@ -127,7 +128,8 @@ TEST(MergeThread, StopsCleanlyWithWorkPending)
         ASSERT_EQ(doc.NewDocument(300, 200, 0xFF000000), 1);
         ASSERT_NE(doc.AddLayer(0, 0), nullptr);
         doc.SetView(&view);
-        for (int i = 0; i < 5; ++i) doc.Refresh();
+        for (int i = 0; i < 5; ++i)
+            doc.Refresh();
         // the document goes out of scope while merges run or wait
     }
     SUCCEED();
@@ -152,8 +154,12 @@ TEST(MergeThread, EditsUnderTheLockRaceFreeWithMerges)
             }
             break;
         }
-        case 1: doc.DuplicateLayer(doc.GetLayerCount() - 1); break;
-        case 2: doc.MergeDown(doc.GetLayerCount() - 1); break;
+        case 1:
+            doc.DuplicateLayer(doc.GetLayerCount() - 1);
+            break;
+        case 2:
+            doc.MergeDown(doc.GetLayerCount() - 1);
+            break;
         case 3: {
             CStackLock lock(doc);
             if (doc.GetSelectionMask().IsNull()) {
@@ -164,7 +170,9 @@ TEST(MergeThread, EditsUnderTheLockRaceFreeWithMerges)
             }
             break;
         }
-        default: doc.RemoveLayer(doc.GetLayerCount() - 1); break;
+        default:
+            doc.RemoveLayer(doc.GetLayerCount() - 1);
+            break;
         }
         doc.Refresh();
     }

@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 
 #include "imaging/gbk_text.h"
@@ -9,7 +8,8 @@ TEST(GbkText, RoundTripAndRejects)
 {
     std::string gbk, back;
     ASSERT_TRUE(Utf8ToGbk("图层12 ok", gbk));
-    EXPECT_EQ(gbk, "\xCD\xBC\xB2\xE3" "12 ok");
+    EXPECT_EQ(gbk, "\xCD\xBC\xB2\xE3"
+                   "12 ok");
     ASSERT_TRUE(GbkToUtf8(gbk, back));
     EXPECT_EQ(back, "图层12 ok");
     std::string untouched = "keep";
