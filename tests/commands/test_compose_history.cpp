@@ -166,6 +166,9 @@ TEST_F(ComposeHistoryTest, UndoRedoAndJumpsRestoreEveryEditExactly)
 
     const int count = m_log.GetCount();
     ASSERT_EQ(count, int(m_states.size()));
+    int snapshots = 0;
+    for (int i = 0; i < count; ++i) snapshots += m_log.GetRecord(i)->kind == kStepWholeDocument;
+    EXPECT_GE(snapshots, 2) << "the walk should cross a snapshot taken by the size rule";
     // Walk back one step at a time, forward again, then jump about.
     for (int s = count - 1; s >= 1; --s) ExpectJumpsRestore({s});
     for (int s = 2; s <= count; ++s) ExpectJumpsRestore({s});
