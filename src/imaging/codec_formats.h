@@ -12,7 +12,7 @@
 
 namespace codec {
 
-// A whole file, read-only, mapped into memory (or read, for files that cannot be mapped).
+// A whole regular file, read-only, mapped into memory.
 class CMappedFile {
 public:
     CMappedFile() = default;
@@ -27,7 +27,6 @@ private:
     const uint8_t* m_pData = nullptr;
     size_t m_size = 0;
     void* m_pMapped = nullptr;
-    uint8_t* m_pOwned = nullptr;
 };
 
 inline bool SidesOk(uint64_t width, uint64_t height)

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -83,17 +84,25 @@ template <class Body> void ForRows(uint32_t count, size_t workPerRow, Body body)
     }
     std::vector<std::thread> threads;
     const uint32_t chunk = (count + cores - 1) / cores;
-    for (unsigned c = 1; c < cores; ++c) {
-        const uint32_t b = std::min(count, c * chunk), e = std::min(count, (c + 1) * chunk);
-        if (b < e) threads.emplace_back(body, b, e);
+    unsigned started = 1;
+    try {
+        for (; started < cores; ++started) {
+            const uint32_t b = std::min(count, started * chunk), e = std::min(count, (started + 1) * chunk);
+            if (b < e) threads.emplace_back(body, b, e);
+        }
+    } catch (const std::system_error&) {
+        // No thread to be had: this one does the rest.
     }
     body(0u, std::min(count, chunk));
+    for (unsigned c = started; c < cores; ++c) body(std::min(count, c * chunk), std::min(count, (c + 1) * chunk));
     for (std::thread& th : threads) th.join();
 }
 
 } // namespace
 
-int COLImageCodec::Resample(const COLImage* source, COLImage* destination, int width, int height, int method)
+namespace {
+
+int ResampleOrThrow(const COLImage* source, COLImage* destination, int width, int height, int method)
 {
     if (!source || !destination || source->IsEmpty() || method != 1) return 0;
     if (width < 1 || height < 1 || uint32_t(width) > kMaxImageSide || uint32_t(height) > kMaxImageSide) return 0;
@@ -102,12 +111,7 @@ int COLImageCodec::Resample(const COLImage* source, COLImage* destination, int w
     const Taps tx = MakeTaps(sw, dw), ty = MakeTaps(sh, dh);
 
     // Horizontal pass into 16-bit samples with kMidBits extra bits.
-    std::vector<uint16_t> mid;
-    try {
-        mid.resize(size_t(dw) * sh * 4);
-    } catch (const std::bad_alloc&) {
-        return 0;
-    }
+    std::vector<uint16_t> mid(size_t(dw) * sh * 4);
     const size_t hWork = tx.weights.size() * 4;
     ForRows(sh, hWork, [&](uint32_t y0, uint32_t y1) {
         for (uint32_t y = y0; y < y1; ++y) {
@@ -152,6 +156,17 @@ int COLImageCodec::Resample(const COLImage* source, COLImage* destination, int w
     });
     *destination = std::move(result);
     return 1;
+}
+
+} // namespace
+
+int COLImageCodec::Resample(const COLImage* source, COLImage* destination, int width, int height, int method)
+{
+    try {
+        return ResampleOrThrow(source, destination, width, height, method);
+    } catch (const std::exception&) {   // out of memory: a failed resample, not an exception for the caller
+        return 0;
+    }
 }
 
 int COLImageCodec::Rotate(const COLImage* source, COLImage* destination, float angle)

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <new>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -55,7 +57,7 @@ void PackRow(const COLImage& image, uint32_t y, bool alpha, uint8_t* out)
     }
 }
 
-void CompressBand(const COLImage& image, bool alpha, bool last, Band& band)
+void CompressBandRows(const COLImage& image, bool alpha, bool last, Band& band)
 {
     const size_t bpp = alpha ? 4 : 3, rowBytes = size_t(image.GetWidth()) * bpp;
     std::vector<uint8_t> prev(rowBytes, 0), cur(rowBytes), filtered(rowBytes + 1);
@@ -86,6 +88,16 @@ void CompressBand(const COLImage& image, bool alpha, bool last, Band& band)
     band.data.resize(band.data.size() - z.avail_out);
     deflateEnd(&z);
     band.ok = ok;
+}
+
+// Runs on helper threads: nothing may escape it.
+void CompressBand(const COLImage& image, bool alpha, bool last, Band& band)
+{
+    try {
+        CompressBandRows(image, alpha, last, band);
+    } catch (const std::bad_alloc&) {
+        band.ok = false;
+    }
 }
 
 void Put32Be(uint8_t* p, uint32_t v)

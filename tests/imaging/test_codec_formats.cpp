@@ -8,6 +8,7 @@
 #include <random>
 #include <string>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <vector>
 
 #include "codec_test_util.h"
@@ -492,6 +493,10 @@ TEST(CodecFileType, ContentFirstThenExtension)
     EXPECT_EQ(COLImageCodec::GetFileType(dir.File("missing.png").c_str()), kFileUnusable);
     EXPECT_EQ(COLImageCodec::GetFileType(dir.Path().c_str()), kFileUnusable);
     EXPECT_EQ(COLImageCodec::GetFileType(nullptr), kFileUnusable);
+    // A FIFO with no writer must not hang the caller.
+    ASSERT_EQ(mkfifo(dir.File("pipe.png").c_str(), 0600), 0);
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("pipe.png").c_str()), kFileUnusable);
+    EXPECT_EQ(codec.LoadFile(dir.File("pipe.png").c_str(), &img), 0);
 
     // TGA: a version 2 file is known by its footer; an old one only by its name and a sound header.
     ASSERT_EQ(codec.SaveFile(dir.File("t.tga").c_str(), &src), 1);
