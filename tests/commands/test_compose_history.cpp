@@ -176,6 +176,28 @@ TEST_F(ComposeHistoryTest, UndoRedoAndJumpsRestoreEveryEditExactly)
     EXPECT_EQ(m_doc.depth, 0);
 }
 
+TEST_F(ComposeHistoryTest, ChannelsAndLayerMovesReplayExactly)
+{
+    vmtest::FillNoise(m_doc.AddLayer(0, kLayerKindRaster)->m_image, 30, 20, 40);
+    vmtest::FillNoise(m_doc.AddLayer(1, kLayerKindRaster)->m_image, 30, 20, 41);
+    Step(kStepWholeDocument, 0);
+    ASSERT_NE(m_doc.AddChannel(), nullptr);
+    Step(kStepAddChannel, 0);
+    vmtest::FillNoise(*m_doc.GetChannel(0), 30, 20, 42);   // first pixels: stored whole, as new
+    Step(kStepChannel, 0);
+    m_doc.GetChannel(0)->SetValue(7, 8, static_cast<uint8_t>(m_doc.GetChannel(0)->GetValue(7, 8) + 1));
+    Step(kStepChannel, 0);
+    EXPECT_EQ(LastPayload(), 20u + 1);
+    ASSERT_TRUE(m_doc.MoveLayer(1, 2));
+    Step(kStepMoveLayer, 1 | (2 << 16));
+    m_doc.GetLayer(2)->m_image.PutPixel(0, 0, CPixel::FromWord(0x01020304));
+    Step(kStepLayerRegion, 2);
+    EXPECT_EQ(LastPayload(), 24u + 4) << "the tracker moved with its layer";
+    m_doc.RemoveChannel(m_doc.GetChannel(0));
+    Step(kStepRemoveChannel, 0);
+    ExpectJumpsRestore({4, 1, 7, 3, 6, 2, 5, 7});
+}
+
 TEST_F(ComposeHistoryTest, TrackersFollowLayersAcrossRemovalAndInsertion)
 {
     for (int i = 0; i < 2; ++i) {
