@@ -13,7 +13,8 @@ std::string LowerExtension(const std::string& path)
     const size_t dot = path.find_last_of('.');
     if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return {};
     std::string ext = path.substr(dot + 1);
-    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : ext)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return ext;
 }
 
@@ -47,10 +48,14 @@ int RunConvert(const std::vector<std::string>& args)
     }
     const uint32_t width = image.GetWidth(), height = image.GetHeight();
     int ok;
-    if (ext == "vmpd") ok = cli::SavePictureAsProject(out, image);   // one layer, the picture as it is
-    else if (ext == "png") ok = codec.SaveFileWithAlpha(out.c_str(), &image);   // PNG keeps the alpha
-    else if (jpeg) ok = codec.SaveJpegFile(out.c_str(), &image, int(quality), 72);
-    else ok = codec.SaveFile(out.c_str(), &image);
+    if (ext == "vmpd")
+        ok = cli::SavePictureAsProject(out, image); // one layer, the picture as it is
+    else if (ext == "png")
+        ok = codec.SaveFileWithAlpha(out.c_str(), &image); // PNG keeps the alpha
+    else if (jpeg)
+        ok = codec.SaveJpegFile(out.c_str(), &image, int(quality), 72);
+    else
+        ok = codec.SaveFile(out.c_str(), &image);
     if (!ok) return cli::Fail("cannot write " + out + " (folder missing, no permission or disk full)");
     std::printf("%s -> %s, %u x %u\n", in.c_str(), out.c_str(), width, height);
     return cli::kExitOk;

@@ -121,8 +121,12 @@ enum SelectionPlaneBit : uint32_t {
 
 // The undo log of selection mode. Kind 255 stores every plane, kind 3 the working image, kind 5 the planes named
 // by the bits in arg. The working image is always stored whole; masks store their changed rectangle.
-class CSelectionHistory : public CHistoryLog {
+class CSelectionHistory : public CHistoryLog, public IHistoryNavigator {
 public:
+    int Forward() override { return CHistoryLog::Forward(); }
+    int Backward() override { return CHistoryLog::Backward(); }
+    int JumpTo(int step) override { return CHistoryLog::JumpTo(step); }
+
     int AddStep(ISelectionHistorySource* document, int32_t kind, int32_t arg, const char* label);
     int ApplyRecord(CHistoryRecord record, FILE* stream) override;
     const char* GetPrefix() const override { return "S"; }

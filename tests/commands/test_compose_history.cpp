@@ -101,23 +101,6 @@ TEST_F(ComposeHistoryTest, APaintStepStoresOnlyItsChange)
     ExpectJumpsRestore({1, 2, 3});
 }
 
-TEST_F(ComposeHistoryTest, DeltasPastTheSnapshotSizeForceASnapshot)
-{
-    Step(kStepWholeDocument, 0);
-    // Each step changes opposite corners: its rectangle is the whole layer.
-    for (int i = 0; i < 2; ++i) {
-        m_doc.GetLayer(0)->m_image.PutPixel(0, 0, CPixel::FromWord(0x01010101u * uint32_t(i + 1)));
-        m_doc.GetLayer(0)->m_image.PutPixel(29, 19, CPixel::FromWord(0x02020202u * uint32_t(i + 1)));
-        Step(kStepLayerRegion, 0);
-        EXPECT_EQ(LastKind(), kStepLayerRegion);
-    }
-    m_doc.GetLayer(0)->m_image.PutPixel(3, 3, CPixel::FromWord(0x7));
-    Step(kStepLayerRegion, 0, "asked for a region");
-    EXPECT_EQ(LastKind(), kStepWholeDocument);
-    EXPECT_STREQ(m_log.GetRecord(3)->label, "asked for a region");
-    ExpectJumpsRestore({2, 4, 1, 3});
-}
-
 TEST_F(ComposeHistoryTest, UndoRedoAndJumpsRestoreEveryEditExactly)
 {
     CLayerStack& doc = m_doc;
@@ -183,11 +166,36 @@ TEST_F(ComposeHistoryTest, UndoRedoAndJumpsRestoreEveryEditExactly)
 
     const int count = m_log.GetCount();
     ASSERT_EQ(count, int(m_states.size()));
+    int snapshots = 0;
+    for (int i = 0; i < count; ++i) snapshots += m_log.GetRecord(i)->kind == kStepWholeDocument;
+    EXPECT_GE(snapshots, 2) << "the walk should cross a snapshot taken by the size rule";
     // Walk back one step at a time, forward again, then jump about.
     for (int s = count - 1; s >= 1; --s) ExpectJumpsRestore({s});
     for (int s = 2; s <= count; ++s) ExpectJumpsRestore({s});
     ExpectJumpsRestore({3, 12, 7, 15, 1, 9, 16, 5, 10, 2, 14, 6, 11, 8, 4, 13});
     EXPECT_EQ(m_doc.depth, 0);
+}
+
+TEST_F(ComposeHistoryTest, ChannelsAndLayerMovesReplayExactly)
+{
+    vmtest::FillNoise(m_doc.AddLayer(0, kLayerKindRaster)->m_image, 30, 20, 40);
+    vmtest::FillNoise(m_doc.AddLayer(1, kLayerKindRaster)->m_image, 30, 20, 41);
+    Step(kStepWholeDocument, 0);
+    ASSERT_NE(m_doc.AddChannel(), nullptr);
+    Step(kStepAddChannel, 0);
+    vmtest::FillNoise(*m_doc.GetChannel(0), 30, 20, 42);   // first pixels: stored whole, as new
+    Step(kStepChannel, 0);
+    m_doc.GetChannel(0)->SetValue(7, 8, static_cast<uint8_t>(m_doc.GetChannel(0)->GetValue(7, 8) + 1));
+    Step(kStepChannel, 0);
+    EXPECT_EQ(LastPayload(), 20u + 1);
+    ASSERT_TRUE(m_doc.MoveLayer(1, 2));
+    Step(kStepMoveLayer, 1 | (2 << 16));
+    m_doc.GetLayer(2)->m_image.PutPixel(0, 0, CPixel::FromWord(0x01020304));
+    Step(kStepLayerRegion, 2);
+    EXPECT_EQ(LastPayload(), 24u + 4) << "the tracker moved with its layer";
+    m_doc.RemoveChannel(m_doc.GetChannel(0));
+    Step(kStepRemoveChannel, 0);
+    ExpectJumpsRestore({4, 1, 7, 3, 6, 2, 5, 7});
 }
 
 TEST_F(ComposeHistoryTest, TrackersFollowLayersAcrossRemovalAndInsertion)

@@ -229,29 +229,6 @@ TEST_F(HistoryLogTest, DeltasThatOutgrowTheSnapshotForceTheNextSnapshot)
     EXPECT_EQ(log.doc, state);
 }
 
-TEST_F(HistoryLogTest, AFailedReplayKeepsTheStepCount)
-{
-    NumberLog log;
-    ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepWholeDocument, 0);
-    log.Set(0, 1);
-    log.Set(1, 2);
-    const uint32_t cut = log.GetRecord(2)->offset + 4;   // inside the last payload
-    fs::resize_file(log.GetLogPath(), cut);
-    ASSERT_EQ(log.JumpTo(1), 1);
-    EXPECT_EQ(log.JumpTo(3), 0);
-    EXPECT_EQ(log.GetCurrentStep(), 1);
-}
-
-TEST_F(HistoryLogTest, AFailedPayloadAddsNoRecord)
-{
-    NumberLog log;
-    ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepWholeDocument, 0);
-    EXPECT_EQ(log.Add(42, 0), 1);   // unknown kind: the writer refuses it
-    EXPECT_EQ(log.GetCount(), 1);
-}
-
 TEST_F(HistoryLogTest, LabelsAreCutByBytesWithoutSplittingATwoByteCharacter)
 {
     NumberLog log;
@@ -264,49 +241,6 @@ TEST_F(HistoryLogTest, LabelsAreCutByBytesWithoutSplittingATwoByteCharacter)
     EXPECT_STREQ(log.GetRecord(2)->label, "012345678901234567890123456789");
     log.Add(kStepWholeDocument, 0, "01234567890123456789012345678\xB1\xB3x");
     EXPECT_STREQ(log.GetRecord(3)->label, "01234567890123456789012345678\xB1\xB3");
-}
-
-TEST_F(HistoryLogTest, SavedHistoryLoadsAndContinuesWithoutOverwritingOldPayloads)
-{
-    NumberLog log;
-    ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepWholeDocument, 0);
-    log.Set(0, 1);
-    log.Set(1, 2);
-    log.Set(2, 3);
-    ASSERT_EQ(log.Backward(), 1);
-    const auto atSave = log.doc;
-
-    const std::string path = m_tmp.File("history.bin");
-    FILE* f = std::fopen(path.c_str(), "wb");
-    ASSERT_EQ(log.SaveTo(f), 1);
-    std::fclose(f);
-    const auto bytes = vmtest::ReadAll(path);
-    ASSERT_EQ(bytes.size(), 8 + 4 * 44 + fs::file_size(log.GetLogPath()));
-    EXPECT_EQ(vmio::GetU32(bytes.data()), 4u);
-    EXPECT_EQ(vmio::GetU32(bytes.data() + 4), 3u);
-
-    NumberLog reopened;
-    ASSERT_EQ(reopened.Init(), 1);
-    reopened.doc = atSave;
-    f = std::fopen(path.c_str(), "rb");
-    ASSERT_EQ(reopened.LoadFrom(f), 1);
-    std::fclose(f);
-    EXPECT_EQ(reopened.GetCount(), 4);
-    EXPECT_EQ(reopened.GetCurrentStep(), 3);
-    EXPECT_EQ(vmtest::ReadAll(reopened.GetLogPath()), vmtest::ReadAll(log.GetLogPath()));
-
-    // Redo and undo work on the loaded log...
-    ASSERT_EQ(reopened.Forward(), 1);
-    EXPECT_EQ(reopened.doc, (std::vector<int32_t>{1, 2, 3, 0, 0, 0, 0, 0}));
-    ASSERT_EQ(reopened.JumpTo(3), 1);
-    // ...and a new step goes behind the loaded payloads, so undo across the reopening still replays them.
-    reopened.Set(5, 9);
-    EXPECT_EQ(reopened.GetRecord(3)->offset, fs::file_size(log.GetLogPath()));
-    ASSERT_EQ(reopened.JumpTo(2), 1);
-    EXPECT_EQ(reopened.doc, (std::vector<int32_t>{1, 0, 0, 0, 0, 0, 0, 0}));
-    ASSERT_EQ(reopened.JumpTo(4), 1);
-    EXPECT_EQ(reopened.doc, (std::vector<int32_t>{1, 2, 0, 0, 0, 9, 0, 0}));
 }
 
 TEST_F(HistoryLogTest, DamagedHistoryBlocksAreRefused)

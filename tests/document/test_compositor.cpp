@@ -260,23 +260,27 @@ TEST(Compositor, MergeFastMatchesTheSampledArithmetic)
 
 TEST(Compositor, MergeFastStaysInsideThePreviewForOffGridLayers)
 {
-    // 11 wide at step 2 gives 5 columns, yet a layer from column 0 is sampled at 0, 2, ... 10: a sixth column
-    // that must not be written (the sanitizer build catches a write past the preview).
+    // 11 pixels at step 2 give 5 preview columns (0, 2, ... 8). A layer from column 2 is sampled at 2, 4, ... 10
+    // into preview columns 1 to 5: the sixth must not be written (the sanitizer build catches a write past the
+    // preview). The same holds for rows.
     CLayerStack stack;
     ASSERT_EQ(stack.NewDocument(11, 11, 0xFF000000), 1);
     CLayer* red = stack.AddLayer(0, 0);
     for (size_t i = 0; i < red->m_image.GetPixelCount(); ++i)
         red->m_image.GetBuffer()[i] = CPixel::Make(255, 0, 0, 255);
+    red->m_x = 2;
+    red->m_y = 2;
     CLayer* blue = AddNoiseLayer(stack, 4, 4, 3, 3, 1);
-    for (size_t i = 0; i < 16; ++i)
-        blue->m_image.GetBuffer()[i] = CPixel::Make(0, 0, 255, 255);
+    for (size_t i = 0; i < 16; ++i) blue->m_image.GetBuffer()[i] = CPixel::Make(0, 0, 255, 255);
     COLImage out;
     ASSERT_EQ(MergeFast(&stack, &out, CRect{0, 0, 11, 11}, 2), 1);
     ASSERT_EQ(out.GetWidth(), 5u);
     ASSERT_EQ(out.GetHeight(), 5u);
     // a = (255 * 255 + 127) >> 8 = 254, red = (255 * 254 + 0 * 1) >> 8 = 253
     EXPECT_EQ(out.GetPixel2(4, 4).red, 253);
-    EXPECT_EQ(out.GetPixel2(0, 0).red, 253);
+    EXPECT_EQ(out.GetPixel2(1, 3).red, 253);
+    EXPECT_EQ(out.GetPixel2(0, 0).red, 0);
+    EXPECT_EQ(out.GetPixel2(4, 0).red, 0);
     // The blue layer starts at column 3: its first sample lands in preview column 3 / 2 = 1.
     EXPECT_EQ(out.GetPixel2(0, 1).blue, 0);
     EXPECT_GT(out.GetPixel2(1, 1).blue, 200);
