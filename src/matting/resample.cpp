@@ -200,12 +200,12 @@ void ImageRowHSse2(const uint8_t* row, const ImageColumns& c, uint16_t* out, siz
     const __m128i zero = _mm_setzero_si128();
     const uint32_t* pos = c.pos.data();
     const uint16_t* weights = c.weights.data();
-    const size_t lastByte = size_t(pos[dw - 1]) * 4;
     size_t i = 0;
     for (; i + 2 <= dw; i += 2) {
         const uint8_t* pa = row + size_t(pos[i]) * 4;
-        // The source row streams in from memory: ask for it a few cache lines ahead.
-        _mm_prefetch(reinterpret_cast<const char*>(row + std::min(size_t(pos[i]) * 4 + 512, lastByte)), _MM_HINT_T0);
+        // The source streams in from memory: ask for it a few cache lines ahead (running on into the next row is
+        // what a shrink reads next; a prefetch never faults).
+        if (i % 8 == 0) _mm_prefetch(reinterpret_cast<const char*>(pa + 2048), _MM_HINT_T0);
         __m128i a = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(pa)), zero);
         __m128i b = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(row + size_t(pos[i + 1]) * 4)), zero);
         a = _mm_srli_epi16(_mm_mullo_epi16(a, _mm_loadu_si128(reinterpret_cast<const __m128i*>(weights + i * 8))), 9);
