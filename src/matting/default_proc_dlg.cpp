@@ -1,5 +1,7 @@
 #include "matting/default_proc_dlg.h"
 
+DefaultProcDlg::~DefaultProcDlg() { m_thread.WaitDone(); }
+
 void DefaultProcDlg::PostProcessEvent(uint32_t first, int32_t second)
 {
     m_ui.Post([this, first, second] { OnProcessEvent(first, second); });

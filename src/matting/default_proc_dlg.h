@@ -16,7 +16,8 @@ public:
     static constexpr const char* kName = "DefaultProcDlg";
 
     DefaultProcDlg(CProcessThread& thread, IUiPoster& ui) : m_thread(thread), m_ui(ui) {}
-    ~DefaultProcDlg() override = default;
+    // Waits until the worker has no more to tell this dialog.
+    ~DefaultProcDlg() override;
 
     // From the worker: hands the event to the user-interface thread.
     void PostProcessEvent(uint32_t first, int32_t second) override;

@@ -79,11 +79,26 @@ void CProcessThread::WaitIdle() const
     m_cv.wait(lock, [&] { return m_busy.load(std::memory_order_relaxed) == 0; });
 }
 
+void CProcessThread::WaitDone() const
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_cv.wait(lock, [&] { return m_queue.empty() && !m_handling; });
+}
+
 void CProcessThread::SetIdle()
 {
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_busy.store(0, std::memory_order_release);
+    }
+    m_cv.notify_all();
+}
+
+void CProcessThread::Handled()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_handling = false;
     }
     m_cv.notify_all();
 }
@@ -107,16 +122,19 @@ void CProcessThread::WorkerLoop()
             if (m_queue.empty()) return;   // stopping, and nothing was left to run
             job = m_queue.front();
             m_queue.pop_front();
+            m_handling = true;
             if (m_stop) {
                 // Shutting down: a queued run is not started, but nobody may be left waiting for it.
                 lock.unlock();
                 SetIdle();
                 m_waitDlg.OnCloseWait(job.run);
                 ReleaseSlot();
+                Handled();
                 continue;
             }
         }
         HandleStart(job);
+        Handled();
     }
 }
 

@@ -63,6 +63,9 @@ public:
     void CancelRunning();
     // Blocks until the worker is idle: what callers do before they touch the images a process was given.
     void WaitIdle() const;
+    // Blocks until everything queued has run and its completion has gone out to window and listener: after this
+    // the worker no longer holds on to any of them.
+    void WaitDone() const;
 
     CProcessWaitDlg& GetWaitDialog() { return m_waitDlg; }
 
@@ -85,6 +88,7 @@ private:
     void HandleStart(const Job& job);
     void SetIdle();
     void ReleaseSlot();
+    void Handled();
     static void ThreadProgress(void* self, uint32_t code, int32_t value);
 
     std::atomic<IProcessNotify*> m_hNotify{nullptr};
@@ -103,6 +107,7 @@ private:
     // Taken by a start and given back once its run's wait dialog has been closed; IsBusy ends a little earlier,
     // when the process returns.
     bool m_slotTaken = false;
+    bool m_handling = false;   // a job has left the queue and its completion is not yet out
     bool m_stop = false;
 
     CProcessWaitDlg m_waitDlg;

@@ -225,16 +225,21 @@ TEST(ExactDivider, MatchesDivisionAtEveryQuotientBoundary)
     }
 }
 
-TEST(ExactDivider, MatchesDivisionForEveryDividendOfTheBlursDivisors)
+TEST(ExactDivider, MatchesDivisionForEveryDividendOfTheInteriorDivisors)
 {
-    // Every divisor a blur can meet, whole kernel or cut at a border, for the sigmas a blur works with.
+    // The divisors of whole kernels (what the inner loops divide by) for the sigmas a blur works with, and those of
+    // the kernels cut at a border for sigma 1 and 2. The test above covers every other divisor.
     std::set<uint32_t> divisors;
     for (int s100 = 1; s100 <= 250; ++s100) {
         const GaussianKernel k = GaussianKernel::Make(s100 / 100.0);
+        divisors.insert(k.Sum(1 - k.taps, k.taps));
+    }
+    for (int s = 3; s <= 40; ++s) divisors.insert(GaussianKernel::Make(s).Sum(-15, 16));
+    for (double sigma : {1.0, 2.0}) {
+        const GaussianKernel k = GaussianKernel::Make(sigma);
         for (int lo = 1 - k.taps; lo <= 0; ++lo)
             for (int hi = 1; hi <= k.taps; ++hi) divisors.insert(k.Sum(lo, hi));
     }
-    for (int s = 3; s <= 40; ++s) divisors.insert(GaussianKernel::Make(s).Sum(-15, 16));
     for (uint32_t d : divisors) {
         ASSERT_GE(d, 2u);
         ASSERT_LE(d, ExactDivider::kMaxDivisor);

@@ -291,9 +291,7 @@ TEST(ProcessThread, CompletionReachesWindowAndListenerOncePerRun)
 
     // A second run without a listener: the window hears of it, the old listener does not.
     EXPECT_EQ(thread.StartImageProcess(&window, &process, &code, 43, 0, 100, 1), 1);
-    thread.WaitIdle();
-    ASSERT_TRUE(ui.RunUntil([&] { return window.Count(1) == 2; }, kTimeout));
-    std::this_thread::sleep_for(kSettle);
+    thread.WaitDone();   // everything the worker will ever post is in the queue now
     ui.RunPending();
     EXPECT_EQ(window.Count(1), 2);
     EXPECT_EQ(window.events.back(), (std::pair<uint32_t, int32_t>{1, 43}));
@@ -581,8 +579,7 @@ TEST(DefaultProcDlg, ChangesDuringARunEndInExactlyOneMoreRun)
     // The first run's end starts the second.
     process.Open();
     ASSERT_TRUE(ui.RunUntil([&] { return dlg.finished.size() == 2; }, kTimeout));
-    thread.WaitIdle();
-    std::this_thread::sleep_for(kSettle);
+    thread.WaitDone();
     ui.RunPending();
     EXPECT_EQ(dlg.starts, 2);
     ASSERT_EQ(dlg.finished.size(), 2u);
@@ -606,8 +603,7 @@ TEST(DefaultProcDlg, ARunCancelledByAChangeEndsInOneRunWithTheLatestValues)
     ASSERT_TRUE(ui.RunUntil([&] { return dlg.starts == 2; }, kTimeout));
     process.Open();
     ASSERT_TRUE(ui.RunUntil([&] { return dlg.finished.size() == 2; }, kTimeout));
-    thread.WaitIdle();
-    std::this_thread::sleep_for(kSettle);
+    thread.WaitDone();
     ui.RunPending();
     EXPECT_EQ(dlg.starts, 2);
     EXPECT_EQ(dlg.finished[0].second, kFail);
