@@ -197,22 +197,6 @@ TEST(ResampleImage, HandComputedEnlargement)
         }
 }
 
-TEST(ResampleImage, WhiteComesOutNearWhiteAndFullAlphaNear252)
-{
-    COLImage src, dst;
-    src.Create(7, 5);
-    for (size_t i = 0; i < src.GetPixelCount(); ++i) src.GetBuffer()[i] = CPixel::FromWord(0xFFFFFFFF);
-    for (auto [w, h] : {std::pair{19, 11}, std::pair{3, 2}}) {
-        ASSERT_EQ(ResampleImage(&src, &dst, w, h), 1);
-        for (size_t i = 0; i < dst.GetPixelCount(); ++i) {
-            const CPixel p = dst.GetBuffer()[i];
-            ASSERT_GE(p.red, 252);
-            ASSERT_LE(p.alpha, 252);
-            ASSERT_GE(p.alpha, 248);
-        }
-    }
-}
-
 TEST(ResampleImage, TheSaturationStepsCanNeverTrigger)
 {
     // The bilinear pass leaves out the saturation at 255 because it cannot happen: check over every input.
