@@ -2,7 +2,7 @@
 JOBS ?= $(shell nproc)
 GEN := $(shell command -v ninja >/dev/null 2>&1 && echo "-G Ninja")
 
-.PHONY: run test deps build-release build-test asan tsan bench clean
+.PHONY: run test deps deps-bench build-release build-test asan tsan bench clean
 
 run: deps build-release
 	BUILD=build-release scripts/run.sh
@@ -12,6 +12,10 @@ test: deps build-test
 
 deps:
 	@scripts/install-deps.sh
+
+# The benchmarks compare with OpenCV where it is installed; only they pull it in.
+deps-bench:
+	@scripts/install-deps.sh --bench
 
 build-release:
 	cmake -S . -B build-release $(GEN) -DCMAKE_BUILD_TYPE=Release -DVM_BUILD_TESTS=OFF -DVM_BUILD_BENCH=OFF
@@ -32,7 +36,7 @@ tsan: deps
 	cmake --build build-tsan -j $(JOBS)
 	cd build-tsan && ctest --output-on-failure -j $(JOBS)
 
-bench: deps
+bench: deps-bench
 	cmake -S . -B build-bench $(GEN) -DCMAKE_BUILD_TYPE=Release -DVM_BUILD_TESTS=OFF
 	cmake --build build-bench -j $(JOBS)
 	@echo "Benchmarks are in build-bench/bench/: run each bench_* program."

@@ -41,7 +41,7 @@ void Gaussian(benchmark::State& state)
     const double sigma = double(state.range(0));
     for (auto _ : state) benchmark::DoNotOptimize(g.Process(&sigma));
 }
-BENCHMARK(Gaussian)->Arg(1)->Arg(2)->Arg(17)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(Gaussian)->Arg(1)->Arg(2)->Arg(17)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
 
 // The plane mode has no OpenCV counterpart here; its ratios are to the image baselines of the same sigma.
 void GaussianPlane(benchmark::State& state)
@@ -52,7 +52,7 @@ void GaussianPlane(benchmark::State& state)
     const double sigma = double(state.range(0));
     for (auto _ : state) benchmark::DoNotOptimize(g.ProcessChannel(&sigma));
 }
-BENCHMARK(GaussianPlane)->Arg(1)->Arg(2)->Arg(17)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(GaussianPlane)->Arg(1)->Arg(2)->Arg(17)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
 
 void ResampleImage(benchmark::State& state)
 {
@@ -60,7 +60,7 @@ void ResampleImage(benchmark::State& state)
     const int w = Percent(vmbench::kPhotoWidth, state.range(0)), h = Percent(vmbench::kPhotoHeight, state.range(0));
     for (auto _ : state) benchmark::DoNotOptimize(ResampleImage(&Photo(), &dst, w, h));
 }
-BENCHMARK(ResampleImage)->Arg(50)->Arg(200)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(ResampleImage)->Arg(50)->Arg(200)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
 
 void ShrinkImageArea(benchmark::State& state)
 {
@@ -68,7 +68,7 @@ void ShrinkImageArea(benchmark::State& state)
     const int w = Percent(vmbench::kPhotoWidth, state.range(0)), h = Percent(vmbench::kPhotoHeight, state.range(0));
     for (auto _ : state) benchmark::DoNotOptimize(ShrinkImageArea(&Photo(), &dst, w, h));
 }
-BENCHMARK(ShrinkImageArea)->Arg(25)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(ShrinkImageArea)->Arg(25)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
 
 #ifdef VM_HAVE_OPENCV
 cv::Mat PhotoMat() { return cv::Mat(int(vmbench::kPhotoHeight), int(vmbench::kPhotoWidth), CV_8UC4, Photo().GetBuffer()); }
@@ -80,7 +80,7 @@ void OpenCV_GaussianBlur(benchmark::State& state)
     const double sigma = double(state.range(0));
     for (auto _ : state) cv::GaussianBlur(src, dst, cv::Size(0, 0), sigma);
 }
-BENCHMARK(OpenCV_GaussianBlur)->Arg(1)->Arg(2)->Arg(17)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(OpenCV_GaussianBlur)->Arg(1)->Arg(2)->Arg(17)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
 
 void OpenCV_ResizeLinear(benchmark::State& state)
 {
@@ -89,7 +89,7 @@ void OpenCV_ResizeLinear(benchmark::State& state)
     const cv::Size size(Percent(vmbench::kPhotoWidth, state.range(0)), Percent(vmbench::kPhotoHeight, state.range(0)));
     for (auto _ : state) cv::resize(src, dst, size, 0, 0, cv::INTER_LINEAR);
 }
-BENCHMARK(OpenCV_ResizeLinear)->Arg(50)->Arg(200)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(OpenCV_ResizeLinear)->Arg(50)->Arg(200)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
 
 void OpenCV_ResizeArea(benchmark::State& state)
 {
@@ -98,7 +98,7 @@ void OpenCV_ResizeArea(benchmark::State& state)
     const cv::Size size(Percent(vmbench::kPhotoWidth, state.range(0)), Percent(vmbench::kPhotoHeight, state.range(0)));
     for (auto _ : state) cv::resize(src, dst, size, 0, 0, cv::INTER_AREA);
 }
-BENCHMARK(OpenCV_ResizeArea)->Arg(25)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(OpenCV_ResizeArea)->Arg(25)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
 #endif
 
 } // namespace

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Installs what Velmorando needs from Debian's packages, and nothing when all is there.
+# --bench also installs OpenCV, which only the benchmarks use as a baseline to compare with.
 set -euo pipefail
 
 PACKAGES=(
@@ -9,6 +10,13 @@ PACKAGES=(
   libgtest-dev libgmock-dev libbenchmark-dev
   fonts-wqy-zenhei xvfb xauth xdotool imagemagick
 )
+
+for arg in "$@"; do
+  case "$arg" in
+    --bench) PACKAGES+=(libopencv-dev) ;;
+    *) echo "install-deps: unknown option $arg (known: --bench)" >&2; exit 2 ;;
+  esac
+done
 
 missing=()
 for p in "${PACKAGES[@]}"; do

@@ -200,12 +200,12 @@ void ImageRowHSse2(const uint8_t* row, const ImageColumns& c, uint16_t* out, siz
     const __m128i zero = _mm_setzero_si128();
     const uint32_t* pos = c.pos.data();
     const uint16_t* weights = c.weights.data();
-    const size_t lastByte = size_t(pos[dw - 1]) * 4;
     size_t i = 0;
     for (; i + 2 <= dw; i += 2) {
         const uint8_t* pa = row + size_t(pos[i]) * 4;
-        // The source row streams in from memory: ask for it a few cache lines ahead.
-        _mm_prefetch(reinterpret_cast<const char*>(row + std::min(size_t(pos[i]) * 4 + 512, lastByte)), _MM_HINT_T0);
+        // The source streams in from memory: ask for it a few cache lines ahead (running on into the next row is
+        // what a shrink reads next; a prefetch never faults).
+        if (i % 8 == 0) _mm_prefetch(reinterpret_cast<const char*>(pa + 2048), _MM_HINT_T0);
         __m128i a = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(pa)), zero);
         __m128i b = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(row + size_t(pos[i + 1]) * 4)), zero);
         a = _mm_srli_epi16(_mm_mullo_epi16(a, _mm_loadu_si128(reinterpret_cast<const __m128i*>(weights + i * 8))), 9);
@@ -346,11 +346,42 @@ AreaAxis MakeAreaAxis(uint32_t s, uint32_t d, float ratio)
     return a;
 }
 
+// Whole ratios on both axes: every weight is 1024, no share is ever cut, so each cell's sum is its block's plain
+// sum times 1024. Summing the block's rows first keeps the loops contiguous.
+template <int Bpp, typename Picture>
+void AreaShrinkWhole(const Picture& src, const Rect& r, Picture& dst, uint32_t dw, uint32_t dh, uint64_t divisor)
+{
+    const uint32_t fx = r.w / dw, fy = r.h / dh;
+    const size_t srcStride = size_t(src.GetWidth()) * Bpp;
+    const uint8_t* base = BytesOf(src) + size_t(r.y) * srcStride + size_t(r.x) * Bpp;
+    const size_t used = size_t(r.w) * Bpp;
+    vmpar::ParallelFor(dh, MinRowsPerPart(used * fy), [&](size_t j0, size_t j1, unsigned) {
+        std::vector<uint32_t> columns(used);
+        for (size_t j = j0; j < j1; ++j) {
+            std::fill(columns.begin(), columns.end(), 0u);
+            for (uint32_t k = 0; k < fy; ++k) {
+                const uint8_t* row = base + (j * fy + k) * srcStride;
+                uint32_t* c = columns.data();
+                for (size_t i = 0; i < used; ++i) c[i] += row[i];
+            }
+            uint8_t* out = BytesOf(dst) + j * size_t(dw) * Bpp;
+            for (uint32_t i = 0; i < dw; ++i) {
+                uint64_t sum[Bpp] = {};
+                const uint32_t* c = columns.data() + size_t(i) * fx * Bpp;
+                for (uint32_t x = 0; x < fx; ++x)
+                    for (int b = 0; b < Bpp; ++b) sum[b] += c[size_t(x) * Bpp + b];
+                for (int b = 0; b < Bpp; ++b) out[size_t(i) * Bpp + b] = uint8_t(std::min<uint64_t>((sum[b] << 10) / divisor, 255));
+            }
+        }
+    });
+}
+
 template <int Bpp, typename Picture>
 void AreaShrink(const Picture& src, const Rect& r, Picture& dst, uint32_t dw, uint32_t dh)
 {
     const float rx = float(r.w) / float(dw), ry = float(r.h) / float(dh);
     const uint64_t divisor = std::max<uint64_t>(1, uint64_t(rx * ry * 1024.0f));
+    if (r.w % dw == 0 && r.h % dh == 0) return AreaShrinkWhole<Bpp>(src, r, dst, dw, dh, divisor);
     const AreaAxis ax = MakeAreaAxis(r.w, dw, rx), ay = MakeAreaAxis(r.h, dh, ry);
     const size_t srcStride = size_t(src.GetWidth()) * Bpp;
     const uint8_t* base = BytesOf(src) + size_t(r.y) * srcStride + size_t(r.x) * Bpp;
@@ -362,9 +393,13 @@ void AreaShrink(const Picture& src, const Rect& r, Picture& dst, uint32_t dw, ui
         if (ay.toNext[y] && ay.cell[y] + 1 < dh) firstRow[ay.cell[y] + 1] = y;
     }
     for (uint32_t j = dh; j-- > 0;) firstRow[j] = std::min(firstRow[j], firstRow[j + 1]);
+    // First source column that starts in each destination column.
+    std::vector<uint32_t> cellStart(dw + 1, r.w);
+    for (uint32_t x = r.w; x-- > 0;) cellStart[ax.cell[x]] = x;
+    for (uint32_t i = dw; i-- > 0;) cellStart[i] = std::min(cellStart[i], cellStart[i + 1]);
 
     vmpar::ParallelFor(dh, MinRowsPerPart(size_t(r.w) * Bpp * size_t(std::ceil(ry))), [&](size_t j0, size_t j1, unsigned) {
-        std::vector<uint64_t> rowSum(values + Bpp), cur(values), next(values);
+        std::vector<uint64_t> rowSum(values), cur(values), next(values);
         size_t j = j0;
         auto finish = [&]() {
             uint8_t* out = BytesOf(dst) + j * values;
@@ -377,21 +412,25 @@ void AreaShrink(const Picture& src, const Rect& r, Picture& dst, uint32_t dw, ui
             const uint32_t cell = ay.cell[y];
             while (j < cell && j < j1) finish();
             if (j >= j1) break;
-            // The row's own sums across each cell, weighted in x.
-            std::fill(rowSum.begin(), rowSum.end(), 0);
+            // The row's own sums across each cell, weighted in x: the pixels that start in the cell, and the one
+            // that straddles into it from the left.
             const uint8_t* row = base + y * srcStride;
-            for (uint32_t x = 0; x < r.w; ++x) {
-                const uint64_t wa = ax.inCell[x], wb = ax.toNext[x];
-                uint64_t* s = rowSum.data() + size_t(ax.cell[x]) * Bpp;
-                for (int b = 0; b < Bpp; ++b) {
-                    const uint64_t v = row[size_t(x) * Bpp + b];
-                    s[b] += v * wa;
-                    s[Bpp + b] += v * wb;
+            for (uint32_t i = 0; i < dw; ++i) {
+                uint64_t sum[Bpp] = {};
+                const uint32_t x0 = cellStart[i], x1 = cellStart[i + 1];
+                if (x0 > 0 && ax.toNext[x0 - 1] && ax.cell[x0 - 1] + 1 == i)
+                    for (int b = 0; b < Bpp; ++b) sum[b] += uint64_t(row[size_t(x0 - 1) * Bpp + b]) * ax.toNext[x0 - 1];
+                for (uint32_t x = x0; x < x1; ++x) {
+                    const uint32_t w = ax.inCell[x];
+                    for (int b = 0; b < Bpp; ++b) sum[b] += uint32_t(row[size_t(x) * Bpp + b]) * w;
                 }
+                for (int b = 0; b < Bpp; ++b) rowSum[size_t(i) * Bpp + b] = sum[b];
             }
             // Then weighted in y: a row inside one cell adds unsplit, a straddling one splits 1024-based.
             const uint64_t wa = ay.inCell[y], wb = ay.toNext[y];
-            if (cell == j) {
+            if (cell == j && wa == 1024) {
+                for (size_t i = 0; i < values; ++i) cur[i] += rowSum[i];
+            } else if (cell == j) {
                 for (size_t i = 0; i < values; ++i) cur[i] += (rowSum[i] * wa) >> 10;
                 if (wb)
                     for (size_t i = 0; i < values; ++i) next[i] += (rowSum[i] * wb) >> 10;

@@ -1,0 +1,125 @@
+#include <cctype>
+#include <cstdio>
+
+#include "cli/cli.h"
+#include "imaging/channel.h"
+#include "imaging/codec.h"
+#include "imaging/image.h"
+#include "matting/gaussian.h"
+#include "matting/process_thread.h"
+
+namespace {
+
+std::string LowerExtension(const std::string& path)
+{
+    const size_t slash = path.find_last_of('/');
+    const size_t dot = path.find_last_of('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return {};
+    std::string ext = path.substr(dot + 1);
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return ext;
+}
+
+bool WritableExtension(const std::string& ext)
+{
+    return ext == "png" || ext == "jpg" || ext == "jpeg" || ext == "bmp" || ext == "tif" || ext == "tiff" ||
+           ext == "tga";
+}
+
+std::string LoadPicture(const std::string& path, COLImage& image)
+{
+    COLImageCodec codec;
+    if (codec.LoadFile(path.c_str(), &image)) return {};
+    const uint32_t type = COLImageCodec::GetFileType(path.c_str());
+    if (type == kFileUnusable) return "cannot read " + path + ": missing, or not a picture";
+    return "cannot read " + path + ": damaged, too large or unsupported " + FileTypeName(type) + " file";
+}
+
+std::string SavePicture(const std::string& path, const COLImage& image)
+{
+    COLImageCodec codec;
+    const std::string ext = LowerExtension(path);
+    int ok;
+    if (ext == "png") ok = codec.SaveFileWithAlpha(path.c_str(), &image);   // PNG keeps the (blurred) alpha
+    else if (ext == "jpg" || ext == "jpeg") ok = codec.SaveJpegFile(path.c_str(), &image, 90, 72);
+    else ok = codec.SaveFile(path.c_str(), &image);
+    return ok ? std::string() : "cannot write " + path + " (folder missing, no permission or disk full)";
+}
+
+// Shows the worker's progress; events come on the worker thread while the command waits.
+class ProgressListener : public IProcessListener {
+public:
+    explicit ProgressListener(cli::Progress& progress) : m_progress(progress) {}
+    void OnProcessEvent(uint32_t event, int32_t value) override
+    {
+        if (event == 0) m_progress.Update(value);
+    }
+
+private:
+    cli::Progress& m_progress;
+};
+
+int RunBlur(const std::vector<std::string>& args)
+{
+    cli::Args a(args, {"--sigma", "-o"}, {"--channel"});
+    if (!a.Ok()) return cli::Usage("blur", a.Error());
+    if (a.Positional().size() != 1) return cli::Usage("blur", "expects one input file");
+    const auto sigmaText = a.Value("--sigma");
+    const auto out = a.Value("-o");
+    if (!sigmaText) return cli::Usage("blur", "needs --sigma");
+    if (!out) return cli::Usage("blur", "needs -o OUT");
+    double sigma = 0;
+    if (!cli::ParseDouble(*sigmaText, 0.0, 1000.0, sigma)) return cli::Usage("blur", "--sigma takes a number from 0 to 1000");
+    if (!WritableExtension(LowerExtension(*out)))
+        return cli::Fail("cannot write '" + LowerExtension(*out) + "' files; use .png, .jpg, .bmp, .tif or .tga");
+    const std::string& in = a.Positional()[0];
+
+    COLImage image, result;
+    if (std::string error = LoadPicture(in, image); !error.empty()) return cli::Fail(error);
+    bool opaque = true;
+    for (size_t i = 0; i < image.GetPixelCount() && opaque; ++i) opaque = image.GetBuffer()[i].alpha == 255;
+
+    cli::Progress progress("blur");
+    ProgressListener listener(progress);
+    CGaussianProcess gauss;
+    COLChannel plane, blurred;
+    long r;
+    {
+        CProcessThread worker;
+        worker.SetListener(&listener);
+        if (a.Has("--channel")) {
+            // One plane: the picture's gray value, which is the picture itself when it is gray.
+            if (plane.Create(image.GetWidth(), image.GetHeight()) != kOk) return cli::Fail("out of memory");
+            for (size_t i = 0; i < image.GetPixelCount(); ++i) plane.GetBuffer()[i] = image.GetBuffer()[i].GetGray2();
+            gauss.SetChannels(&plane, &blurred);
+            worker.StartChannelProcess(nullptr, &gauss, &sigma, 0, 0, 100, 0);
+        } else {
+            gauss.SetImages(&image, &result);
+            worker.StartImageProcess(nullptr, &gauss, &sigma, 0, 0, 100, 0);
+        }
+        r = worker.GetLastResult();
+    }
+    progress.Done();
+    if (r != kOk) return cli::Fail("the blur failed (out of memory?)");
+    if (a.Has("--channel")) {
+        if (result.Create(blurred.GetWidth(), blurred.GetHeight()) != kOk) return cli::Fail("out of memory");
+        for (size_t i = 0; i < result.GetPixelCount(); ++i) {
+            const uint8_t v = blurred.GetBuffer()[i];
+            result.GetBuffer()[i] = CPixel::Make(v, v, v, 255);
+        }
+    } else if (opaque) {
+        // Alpha is blurred like colour, and the reduced-size path brings full alpha down to about 252: a picture
+        // that had no transparency should not gain some.
+        for (size_t i = 0; i < result.GetPixelCount(); ++i) result.GetBuffer()[i].alpha = 255;
+    }
+    if (std::string error = SavePicture(*out, result); !error.empty()) return cli::Fail(error);
+    std::printf("%s -> %s, %u x %u, sigma %g", in.c_str(), out->c_str(), result.GetWidth(), result.GetHeight(), sigma);
+    if (gauss.GetScale() > 1) std::printf(" (worked as %g at 1/%d size)", gauss.GetWorkSigma(), gauss.GetScale());
+    std::printf("\n");
+    return cli::kExitOk;
+}
+
+cli::CliRegistrar reg("blur", "blur IN --sigma S -o OUT [--channel]",
+                      "Gaussian blur of a picture, alpha included; --channel blurs its gray plane alone", RunBlur);
+
+} // namespace

@@ -1,0 +1,93 @@
+#include <cctype>
+#include <cstdio>
+
+#include "cli/cli.h"
+#include "imaging/codec.h"
+#include "imaging/image.h"
+#include "matting/resample.h"
+
+namespace {
+
+std::string LowerExtension(const std::string& path)
+{
+    const size_t slash = path.find_last_of('/');
+    const size_t dot = path.find_last_of('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return {};
+    std::string ext = path.substr(dot + 1);
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return ext;
+}
+
+bool WritableExtension(const std::string& ext)
+{
+    return ext == "png" || ext == "jpg" || ext == "jpeg" || ext == "bmp" || ext == "tif" || ext == "tiff" ||
+           ext == "tga";
+}
+
+std::string LoadPicture(const std::string& path, COLImage& image)
+{
+    COLImageCodec codec;
+    if (codec.LoadFile(path.c_str(), &image)) return {};
+    const uint32_t type = COLImageCodec::GetFileType(path.c_str());
+    if (type == kFileUnusable) return "cannot read " + path + ": missing, or not a picture";
+    return "cannot read " + path + ": damaged, too large or unsupported " + FileTypeName(type) + " file";
+}
+
+std::string SavePicture(const std::string& path, const COLImage& image)
+{
+    COLImageCodec codec;
+    const std::string ext = LowerExtension(path);
+    int ok;
+    if (ext == "png") ok = codec.SaveFileWithAlpha(path.c_str(), &image);
+    else if (ext == "jpg" || ext == "jpeg") ok = codec.SaveJpegFile(path.c_str(), &image, 90, 72);
+    else ok = codec.SaveFile(path.c_str(), &image);
+    return ok ? std::string() : "cannot write " + path + " (folder missing, no permission or disk full)";
+}
+
+// "640x480": both sides 1..kMaxImageSide.
+bool ParseSize(const std::string& text, long& w, long& h)
+{
+    const size_t x = text.find_first_of("xX");
+    if (x == std::string::npos) return false;
+    return cli::ParseInt(text.substr(0, x), 1, long(kMaxImageSide), w) &&
+           cli::ParseInt(text.substr(x + 1), 1, long(kMaxImageSide), h);
+}
+
+int RunResample(const std::vector<std::string>& args)
+{
+    cli::Args a(args, {"-o", "--method"});
+    if (!a.Ok()) return cli::Usage("resample", a.Error());
+    if (a.Positional().size() != 2) return cli::Usage("resample", "expects an input file and a size WxH");
+    const auto out = a.Value("-o");
+    if (!out) return cli::Usage("resample", "needs -o OUT");
+    long w = 0, h = 0;
+    if (!ParseSize(a.Positional()[1], w, h))
+        return cli::Usage("resample", "the size is WxH, each side 1 to " + std::to_string(kMaxImageSide));
+    const std::string method = a.Value("--method").value_or("bilinear");
+    if (method != "bilinear" && method != "area" && method != "twopoint")
+        return cli::Usage("resample", "--method is bilinear, area or twopoint");
+    if (!WritableExtension(LowerExtension(*out)))
+        return cli::Fail("cannot write '" + LowerExtension(*out) + "' files; use .png, .jpg, .bmp, .tif or .tga");
+    const std::string& in = a.Positional()[0];
+
+    COLImage image, result;
+    if (std::string error = LoadPicture(in, image); !error.empty()) return cli::Fail(error);
+    cli::Progress progress("resample");
+    progress.Update(0);
+    int ok;
+    if (method == "area") ok = ShrinkImageArea(&image, &result, int(w), int(h));
+    else if (method == "twopoint") ok = SampleImageTwoPoint(&image, &result, int(w), int(h));
+    else ok = ResampleImage(&image, &result, int(w), int(h));
+    progress.Update(100);
+    progress.Done();
+    if (!ok) return cli::Fail("out of memory");
+    if (std::string error = SavePicture(*out, result); !error.empty()) return cli::Fail(error);
+    std::printf("%s -> %s, %u x %u -> %ld x %ld (%s)\n", in.c_str(), out->c_str(), image.GetWidth(), image.GetHeight(),
+                w, h, method.c_str());
+    return cli::kExitOk;
+}
+
+cli::CliRegistrar reg("resample", "resample IN WxH -o OUT [--method bilinear|area|twopoint]",
+                      "scale a picture; area averages when shrinking (bilinear where a side grows)", RunResample);
+
+} // namespace

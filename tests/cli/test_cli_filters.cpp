@@ -1,0 +1,143 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "imaging/channel.h"
+#include "imaging/codec.h"
+#include "matting/gaussian.h"
+#include "matting/resample.h"
+#include "support/test_support.h"
+
+using vmtest::CliResult;
+using vmtest::Quote;
+using vmtest::RunCli;
+
+namespace {
+
+COLImage Load(const std::string& path)
+{
+    COLImage img;
+    COLImageCodec codec;
+    EXPECT_TRUE(codec.LoadFile(path.c_str(), &img)) << path;
+    return img;
+}
+
+} // namespace
+
+TEST(CliFilters, BlurWritesWhatTheProcessComputes)
+{
+    vmtest::TempDir dir;
+    COLImage src;
+    vmtest::FillNoise(src, 41, 29, 6);
+    for (size_t i = 0; i < 100; ++i) src.GetBuffer()[i].alpha = 0;   // some transparency, kept and blurred
+    COLImageCodec codec;
+    ASSERT_TRUE(codec.SaveFileWithAlpha(dir.File("in.png").c_str(), &src));
+    for (const char* sigma : {"1.5", "4"}) {
+        CliResult r = RunCli("blur " + Quote(dir.File("in.png")) + " --sigma " + sigma + " -o " + Quote(dir.File("out.png")));
+        ASSERT_EQ(r.exitCode, 0) << r.output;
+        EXPECT_NE(r.output.find("blur: 100%"), std::string::npos) << r.output;
+        const double s = std::stod(sigma);
+        COLImage expected;
+        CGaussianProcess g;
+        g.SetImages(&src, &expected);
+        ASSERT_EQ(g.Process(&s), kOk);
+        EXPECT_TRUE(vmtest::SamePixels(Load(dir.File("out.png")), expected)) << sigma;
+    }
+}
+
+TEST(CliFilters, BlurKeepsAnOpaquePictureOpaque)
+{
+    vmtest::TempDir dir;
+    const std::string out = dir.File("cat.png");
+    CliResult r = RunCli("blur " + Quote(vmtest::AssetPath("samples/chelsea.png")) + " --sigma 17 -o " + Quote(out));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("worked as 2 at 1/6 size"), std::string::npos) << r.output;
+    const COLImage img = Load(out);
+    ASSERT_EQ(img.GetWidth(), 451u);
+    for (size_t i = 0; i < img.GetPixelCount(); ++i) ASSERT_EQ(img.GetBuffer()[i].alpha, 255) << i;
+}
+
+TEST(CliFilters, BlurOfTheGrayPlane)
+{
+    vmtest::TempDir dir;
+    COLChannel plane;
+    vmtest::FillNoise(plane, 33, 20, 4);
+    COLImage gray;
+    gray.Create(33, 20);
+    for (size_t i = 0; i < gray.GetPixelCount(); ++i) {
+        const uint8_t v = plane.GetBuffer()[i];
+        gray.GetBuffer()[i] = CPixel::Make(v, v, v, 255);
+    }
+    COLImageCodec codec;
+    ASSERT_TRUE(codec.SaveFile(dir.File("gray.bmp").c_str(), &gray));
+    CliResult r = RunCli("blur " + Quote(dir.File("gray.bmp")) + " --channel --sigma=2 -o " + Quote(dir.File("out.bmp")));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    COLChannel expected;
+    CGaussianProcess g;
+    g.SetChannels(&plane, &expected);
+    const double sigma = 2.0;
+    ASSERT_EQ(g.ProcessChannel(&sigma), kOk);
+    const COLImage out = Load(dir.File("out.bmp"));
+    ASSERT_EQ(out.GetPixelCount(), size_t(33 * 20));
+    for (size_t i = 0; i < out.GetPixelCount(); ++i) {
+        ASSERT_EQ(out.GetBuffer()[i].red, expected.GetBuffer()[i]) << i;
+        ASSERT_EQ(out.GetBuffer()[i].blue, expected.GetBuffer()[i]) << i;
+    }
+}
+
+TEST(CliFilters, ResampleToAGivenSize)
+{
+    vmtest::TempDir dir;
+    const COLImage src = Load(vmtest::AssetPath("samples/coffee.png"));
+    struct Case {
+        const char* size;
+        const char* method;
+        int w, h;
+    } cases[] = {{"150x100", "", 150, 100}, {"1000X700", "", 1000, 700}, {"77x51", " --method area", 77, 51},
+                 {"77x51", " --method twopoint", 77, 51}};
+    for (const Case& c : cases) {
+        const std::string out = dir.File("out.png");
+        CliResult r = RunCli("resample " + Quote(vmtest::AssetPath("samples/coffee.png")) + " " + c.size + c.method +
+                             " -o " + Quote(out));
+        ASSERT_EQ(r.exitCode, 0) << r.output;
+        COLImage expected;
+        const std::string m = c.method;
+        if (m.find("area") != std::string::npos) ShrinkImageArea(&src, &expected, c.w, c.h);
+        else if (m.find("twopoint") != std::string::npos) SampleImageTwoPoint(&src, &expected, c.w, c.h);
+        else ResampleImage(&src, &expected, c.w, c.h);
+        const COLImage got = Load(out);
+        EXPECT_TRUE(vmtest::SamePixels(got, expected)) << c.size << c.method;
+    }
+}
+
+TEST(CliFilters, BadRequestsFailClearlyAndWriteNothing)
+{
+    vmtest::TempDir dir;
+    const std::string in = Quote(vmtest::AssetPath("samples/sample.jpg"));
+    const std::string out = dir.File("out.png");
+    struct Case {
+        std::string args;
+        int exitCode;
+        const char* message;
+    } cases[] = {
+        {"blur " + in + " -o " + Quote(out), 2, "needs --sigma"},
+        {"blur " + in + " --sigma 2", 2, "needs -o"},
+        {"blur " + in + " --sigma lots -o " + Quote(out), 2, "--sigma takes"},
+        {"blur " + in + " --sigma -1 -o " + Quote(out), 2, "--sigma takes"},
+        {"blur " + Quote(dir.File("missing.png")) + " --sigma 2 -o " + Quote(out), 1, "cannot read"},
+        {"blur " + in + " --sigma 2 -o " + Quote(dir.File("out.xyz")), 1, "cannot write 'xyz'"},
+        {"blur " + in + " --sigma 2 -o " + Quote(dir.File("no/such/folder/out.png")), 1, "cannot write"},
+        {"resample " + in + " 0x10 -o " + Quote(out), 2, "WxH"},
+        {"resample " + in + " 20001x10 -o " + Quote(out), 2, "WxH"},
+        {"resample " + in + " 10by10 -o " + Quote(out), 2, "WxH"},
+        {"resample " + in + " 10x10", 2, "needs -o"},
+        {"resample " + in + " 10x10 --method cubic -o " + Quote(out), 2, "--method"},
+    };
+    for (const Case& c : cases) {
+        CliResult r = RunCli(c.args);
+        EXPECT_EQ(r.exitCode, c.exitCode) << c.args << "\n" << r.output;
+        EXPECT_NE(r.output.find(c.message), std::string::npos) << c.args << "\n" << r.output;
+    }
+    EXPECT_FALSE(std::filesystem::exists(out));
+    EXPECT_FALSE(std::filesystem::exists(dir.File("out.xyz")));
+}
