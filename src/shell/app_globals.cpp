@@ -50,6 +50,8 @@ CAppGlobals::CAppGlobals()
 CAppGlobals::~CAppGlobals()
 {
     if (m_initialised) SetProfileInt("ForeColor", static_cast<int>(m_foreColor.Word() & 0xFFFFFF));
+    // A process still running is asked to stop and its thread ends before anything it may use goes.
+    m_worker.reset();
     // The logs delete their files; then the document stops its merge thread as it goes.
     m_commandContext.history = nullptr;
     m_composeHistory.reset();
@@ -83,6 +85,10 @@ int CAppGlobals::Init(const AppInitOptions& options)
     m_language = ChooseLanguage(choice, CurrentMessageLocale());
     FillStringTable(m_stringTable, m_language);
     NoteStep("strings");
+
+    // The worker thread exists from here to the end.
+    if (!m_worker) m_worker = std::make_unique<CProcessThread>();
+    NoteStep("worker");
 
     m_foreColor = CPixel::FromWord(static_cast<uint32_t>(GetProfileInt("ForeColor")));
     m_foreColor.alpha = 255;

@@ -10,6 +10,7 @@
 #include "document/compose_document.h"
 #include "imaging/image.h"
 #include "imaging/pixel.h"
+#include "matting/process_thread.h"
 #include "shell/profile.h"
 #include "shell/string_table.h"
 
@@ -62,6 +63,8 @@ public:
     // Null when the log could not be made: the program then runs without undo.
     CComposeHistory* ComposeHistory() { return m_composeHistory.get(); }
     CSelectionHistory* SelectionHistory() { return m_selectionHistory.get(); }
+    // The worker that runs long pixel work, one process at a time; null before Init.
+    CProcessThread* Worker() { return m_worker.get(); }
     // What commands work on: the document, the compose history, and the host the main frame provides.
     CCommandContext& CommandContext() { return m_commandContext; }
 
@@ -80,6 +83,7 @@ public:
 
 private:
     CComposeDocument m_composeDocument{1};
+    std::unique_ptr<CProcessThread> m_worker;
     std::unique_ptr<CComposeHistory> m_composeHistory;
     std::unique_ptr<CSelectionHistory> m_selectionHistory;
     CCommandContext m_commandContext;

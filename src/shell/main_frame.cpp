@@ -133,11 +133,13 @@ CMainFrame::CMainFrame(CAppGlobals& app, IUiServices* services) : m_app(app), m_
         if (m_pView->GetSource())
             m_pProgress->setToolTip(QString::asprintf("%.1f%%", m_pView->GetZoom() * 100.0));
     });
+    if (CProcessThread* worker = m_app.Worker()) worker->SetStatusProgress(this);
     UpdatePanels();
 }
 
 CMainFrame::~CMainFrame()
 {
+    if (CProcessThread* worker = m_app.Worker()) worker->SetStatusProgress(nullptr);
     if (m_app.CommandContext().host == this) m_app.CommandContext().host = nullptr;
     m_pView->SetSource(nullptr);
 }
@@ -278,6 +280,23 @@ void CMainFrame::SetTip(const QString& text)
     m_pTip->setText(text);
     m_pHelp->setPlainText(text.isEmpty() ? Text("nohelp") : text);
 }
+
+bool CMainFrame::IsWorkerBusy() const
+{
+    const CProcessThread* worker = m_app.Worker();
+    return worker && worker->IsBusy();
+}
+
+void CMainFrame::PostStatusProgress(int percent)
+{
+    // From the worker thread: the bar is changed on the interface thread.
+    QMetaObject::invokeMethod(this, [this, percent] {
+        m_pProgress->setValue(percent);
+        m_pProgress->setVisible(percent > 0 && percent < 100);
+    }, Qt::QueuedConnection);
+}
+
+int CMainFrame::ProgressShown() const { return m_pProgress->isVisible() ? m_pProgress->value() : -1; }
 
 void CMainFrame::ShowTopBar(bool show) { m_pTopBar->setVisible(show); }
 bool CMainFrame::IsTopBarShown() const { return m_pTopBar->isVisible(); }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "commands/command.h"
+#include "matting/process_thread.h"
 #include "shell/menu_table.h"
 #include "shell/ui_services.h"
 
@@ -23,7 +24,7 @@ class QWidget;
 // The one top-level window: menus, the top bar, the tool strip, the canvas and the side panels, the status bar.
 // It turns menu items and keys into command texts, serves what commands ask of the application (dialogs,
 // messages, zoom), and opens files from the menu, the command line and drops.
-class CMainFrame : public QMainWindow, public ICommandHost {
+class CMainFrame : public QMainWindow, public ICommandHost, public IStatusProgress {
     Q_OBJECT
 public:
     // services may be null: the real dialogs are used.
@@ -83,8 +84,11 @@ public:
     // The plug-in mode of a host editor's start.
     void SetHostMode(bool host) { m_hostMode = host; }
     bool IsHostMode() const { return m_hostMode; }
-    // Reports whether the worker is busy, for the key filter; nothing runs on it yet.
-    bool IsWorkerBusy() const { return false; }
+    // Shortcuts wait while the worker runs a process.
+    bool IsWorkerBusy() const;
+    // IStatusProgress: the worker's progress, from its thread, shown in the status bar.
+    void PostStatusProgress(int percent) override;
+    int ProgressShown() const; // -1 while the bar is hidden
 
     void SetTip(const QString& text);
     void ShowTopBar(bool show);

@@ -7,7 +7,9 @@
 #include <QPushButton>
 #include <QTimer>
 #include <QTest>
+#include <condition_variable>
 #include <filesystem>
+#include <mutex>
 
 #include "commands/project_stream.h"
 #include "document/layer.h"
@@ -324,4 +326,60 @@ TEST_F(Frame, HistoryWrittenWithKeysShowsTheirTexts)
     ASSERT_EQ(m_frame->HistoryPanel()->List()->count(), 2);
     EXPECT_EQ(m_frame->HistoryPanel()->List()->item(0)->text().toStdString(), "打开");
     EXPECT_EQ(m_frame->HistoryPanel()->List()->item(1)->text().toStdString(), "水平翻转");
+}
+
+namespace {
+
+// A process that reports half way and then waits until it is let go.
+class HeldProcess : public CImageProcess {
+public:
+    long Process(const void*) override
+    {
+        ReportProgress(50);
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_cv.wait(lock, [this] { return m_release; });
+        ReportProgress(100); // done: the bar goes away
+        return kOk;
+    }
+    void Release()
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_release = true;
+        m_cv.notify_all();
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_cv;
+    bool m_release = false;
+};
+
+} // namespace
+
+TEST_F(Frame, ShortcutsWaitWhileTheWorkerRunsAndItsProgressShows)
+{
+    Open(Picture("p.png", 20, 20));
+    std::vector<std::string> sent;
+    m_frame->SetExecutor([&](const std::string& text) {
+        sent.push_back(text);
+        return 0;
+    });
+    ASSERT_NE(m_app.Worker(), nullptr);
+    HeldProcess process;
+    COLImage src, dst;
+    src.Create(4, 4);
+    process.SetImages(&src, &dst);
+    struct : IProcessNotify {
+        void PostProcessEvent(uint32_t, int32_t) override {}
+    } window; // a run needs someone to report to
+    m_app.Worker()->StartImageProcess(&window, &process, nullptr, 0, 0, 100, 1);
+    ASSERT_TRUE(WaitFor([&] { return m_frame->ProgressShown() == 50; }));
+    EXPECT_TRUE(m_frame->IsWorkerBusy());
+    Key(Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_TRUE(sent.empty());
+    process.Release();
+    m_app.Worker()->WaitDone();
+    ASSERT_TRUE(WaitFor([&] { return m_frame->ProgressShown() == -1; }));
+    Key(Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_EQ(sent, std::vector<std::string>{"UI_HistoryBackward"});
 }

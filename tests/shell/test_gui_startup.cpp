@@ -60,7 +60,7 @@ TEST_F(StartUp, StepsRunInOrderAndTheSplashShowsOnlyWithoutAFile)
     EXPECT_FALSE(shell.CommandLineHandled());
     ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
     EXPECT_FALSE(shell.Splash()->isVisible());
-    const std::vector<std::string> expected = {"profile",      "strings",      "forecolor", "composelog",
+    const std::vector<std::string> expected = {"profile",      "strings",      "worker", "forecolor", "composelog",
                                                "selectionlog", "companion",    "buttonstates", "skinpictures",
                                                "splash",       "frame",        "commandline", "splashhidden"};
     EXPECT_EQ(m_app.GetInitSteps(), expected);
