@@ -122,12 +122,12 @@ void BM_PaintOnly(benchmark::State& state)
     }
 }
 
-BENCHMARK(Baseline_CopyVisible)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Repaint)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_SourceRender)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(Baseline_CopyVisible)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+BENCHMARK(BM_Repaint)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+BENCHMARK(BM_SourceRender)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 // At fit the whole picture is visible and there is nothing to pan.
-BENCHMARK(BM_Pan)->Arg(1)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PaintOnly)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Pan)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+BENCHMARK(BM_PaintOnly)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 
 } // namespace
 
