@@ -13,7 +13,10 @@ const char* const kIntSection = "Int";
 const char* const kStrSection = "Str";
 } // namespace
 
-CAppGlobals* AppGlobals() { return g_pApp; }
+CAppGlobals* AppGlobals()
+{
+    return g_pApp;
+}
 
 int ProfileIntDefault(const std::string& key)
 {
@@ -22,9 +25,18 @@ int ProfileIntDefault(const std::string& key)
         int value;
     };
     static const Default kDefaults[] = {
-        {"ForeColor", 0},       {"AfterOpenWizard", 1},   {"PureBk", 1},           {"DbSel", 1},
-        {"Check Result", 1},    {"bkcolor", -8355712},    {"bkblocktype", 1},      {"DarkColor", 0},
-        {"LightColor", 0xFFFFFF}, {"FontColor", 0},       {"BackColor", 0xD2D2D2}, {"BackLightColor", 0xF0F0F0},
+        {"ForeColor", 0},
+        {"AfterOpenWizard", 1},
+        {"PureBk", 1},
+        {"DbSel", 1},
+        {"Check Result", 1},
+        {"bkcolor", -8355712},
+        {"bkblocktype", 1},
+        {"DarkColor", 0},
+        {"LightColor", 0xFFFFFF},
+        {"FontColor", 0},
+        {"BackColor", 0xD2D2D2},
+        {"BackLightColor", 0xF0F0F0},
         {"BackDarkColor", 0x808080},
     };
     for (const Default& d : kDefaults)
@@ -39,7 +51,10 @@ int ProfileIntDefault(const std::string& key)
     return 0; // "HisColor0" to "HisColor5" and anything else
 }
 
-std::string GetString(const std::string& key) { return g_pApp ? g_pApp->GetString(key) : std::string(); }
+std::string GetString(const std::string& key)
+{
+    return g_pApp ? g_pApp->GetString(key) : std::string();
+}
 
 CAppGlobals::CAppGlobals()
 {
@@ -81,7 +96,8 @@ int CAppGlobals::Init(const AppInitOptions& options)
     NoteStep("profile");
 
     // Texts.
-    const std::string choice = options.language.empty() ? m_profile.GetStr(kStrSection, "Language", "") : options.language;
+    const std::string choice =
+        options.language.empty() ? m_profile.GetStr(kStrSection, "Language", "") : options.language;
     m_language = ChooseLanguage(choice, CurrentMessageLocale());
     FillStringTable(m_stringTable, m_language);
     NoteStep("strings");
@@ -155,7 +171,10 @@ int CAppGlobals::GetProfileInt(const std::string& key, int defaultValue) const
     return m_profile.GetInt(kIntSection, key, defaultValue);
 }
 
-bool CAppGlobals::SetProfileInt(const std::string& key, int value) { return m_profile.SetInt(kIntSection, key, value); }
+bool CAppGlobals::SetProfileInt(const std::string& key, int value)
+{
+    return m_profile.SetInt(kIntSection, key, value);
+}
 
 std::string CAppGlobals::GetProfileStr(const std::string& key, const std::string& defaultValue) const
 {

@@ -78,7 +78,7 @@ public:
     std::string m_companionExe; // the companion photo editor, empty when not installed
     uint32_t m_modalEdit = 0;   // 1 while the crop, transform or text tool holds an edit open
     CPixel m_foreColor{0, 0, 0, 255};
-    COLImage m_buttonStates;    // "btnst.bmp"
+    COLImage m_buttonStates; // "btnst.bmp"
     COLImage m_panelBack, m_sliderThumb, m_sliderBar;
 
 private:

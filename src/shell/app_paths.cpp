@@ -50,7 +50,10 @@ std::string ConfigDirectory()
     return h + "/.config";
 }
 
-std::string DefaultProfilePath() { return ConfigDirectory() + "/velmorando/Velmorando.ini"; }
+std::string DefaultProfilePath()
+{
+    return ConfigDirectory() + "/velmorando/Velmorando.ini";
+}
 
 std::string FindOnPath(const std::string& name)
 {

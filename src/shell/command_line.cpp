@@ -5,17 +5,18 @@
 #include <sys/stat.h>
 #include <vector>
 
-
 ShellCommandLine ParseCommandLine(const std::string& text)
 {
     ShellCommandLine r;
     size_t i = 0;
-    while (i < text.size() && text[i] == ' ') ++i;
+    while (i < text.size() && text[i] == ' ')
+        ++i;
     if (i + 1 < text.size() && text[i] == '-' && (text[i + 1] == 'i' || text[i + 1] == 'I')) {
         r.pluginMode = true;
         r.methodDigit = (i + 2 < text.size()) ? text[i + 2] - '0' : -'0';
         i = std::min(text.size(), i + 3);
-        while (i < text.size() && text[i] == ' ') ++i;
+        while (i < text.size() && text[i] == ' ')
+            ++i;
     }
     std::string rest = text.substr(i);
     if (!rest.empty() && rest[0] == '"') {
@@ -47,7 +48,10 @@ namespace {
 struct FileCloser {
     void operator()(FILE* f) const { std::fclose(f); }
 };
-uint32_t ReadLe32(const uint8_t* p) { return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24; }
+uint32_t ReadLe32(const uint8_t* p)
+{
+    return p[0] | p[1] << 8 | p[2] << 16 | uint32_t(p[3]) << 24;
+}
 } // namespace
 
 bool ReadHostImage(const std::string& path, COLImage& image, uint32_t fill, uint32_t& bytesPerPixel)
@@ -65,7 +69,8 @@ bool ReadHostImage(const std::string& path, COLImage& image, uint32_t fill, uint
     bytesPerPixel = payload > uint64_t(width) * uint64_t(height) * 3 ? 4 : 3;
     if (image.Create(uint32_t(width), uint32_t(height)) != kOk) return false;
     const CPixel fillPixel = CPixel::FromWord(fill);
-    for (size_t i = 0; i < image.GetPixelCount(); ++i) image.GetBuffer()[i] = fillPixel;
+    for (size_t i = 0; i < image.GetPixelCount(); ++i)
+        image.GetBuffer()[i] = fillPixel;
     std::vector<uint8_t> row(size_t(width) * bytesPerPixel);
     for (int32_t y = 0; y < height; ++y) {
         if (std::fread(row.data(), 1, row.size(), f.get()) != row.size()) break;

@@ -34,7 +34,8 @@ std::string ToDialogFilter(const std::string& filter)
     for (const FileFilterEntry& e : ParseFileFilter(filter)) {
         if (!out.empty()) out += ";;";
         out += e.name + " (";
-        for (size_t i = 0; i < e.patterns.size(); ++i) out += (i ? " " : "") + e.patterns[i];
+        for (size_t i = 0; i < e.patterns.size(); ++i)
+            out += (i ? " " : "") + e.patterns[i];
         out += ")";
     }
     return out;

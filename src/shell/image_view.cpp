@@ -24,14 +24,15 @@ private:
     QPainter& m_painter;
 };
 
-QColor FromRgb(uint32_t rgb) { return QColor((rgb >> 16) & 0xFF, (rgb >> 8) & 0xFF, rgb & 0xFF); }
+QColor FromRgb(uint32_t rgb)
+{
+    return QColor((rgb >> 16) & 0xFF, (rgb >> 8) & 0xFF, rgb & 0xFF);
+}
 
 } // namespace
 
 CImageView::CImageView(QWidget* parent)
-    : QWidget(parent),
-      m_pHBar(new QScrollBar(Qt::Horizontal, this)),
-      m_pVBar(new QScrollBar(Qt::Vertical, this)),
+    : QWidget(parent), m_pHBar(new QScrollBar(Qt::Horizontal, this)), m_pVBar(new QScrollBar(Qt::Vertical, this)),
       m_pNavigator(new CNavigator(this))
 {
     setMouseTracking(true);
@@ -123,9 +124,13 @@ void CImageView::Refresh()
 void CImageView::PostMergeDone()
 {
     // Called by the merge thread: coalesce, and let the interface thread do the work.
-    if (!m_pendingRefresh.exchange(true)) QMetaObject::invokeMethod(this, [this] {
-        if (m_pendingRefresh.exchange(false)) Refresh();
-    }, Qt::QueuedConnection);
+    if (!m_pendingRefresh.exchange(true))
+        QMetaObject::invokeMethod(
+            this,
+            [this] {
+                if (m_pendingRefresh.exchange(false)) Refresh();
+            },
+            Qt::QueuedConnection);
 }
 
 int CImageView::Render(bool force)
@@ -238,14 +243,29 @@ void CImageView::OnBarAction(bool horizontal, int action)
     QScrollBar* bar = horizontal ? m_pHBar : m_pVBar;
     EScrollKind kind;
     switch (action) {
-    case QAbstractSlider::SliderSingleStepSub: kind = EScrollKind::kLineUp; break;
-    case QAbstractSlider::SliderSingleStepAdd: kind = EScrollKind::kLineDown; break;
-    case QAbstractSlider::SliderPageStepSub: kind = EScrollKind::kPageUp; break;
-    case QAbstractSlider::SliderPageStepAdd: kind = EScrollKind::kPageDown; break;
-    case QAbstractSlider::SliderMove: kind = EScrollKind::kTrack; break;
-    case QAbstractSlider::SliderToMinimum: kind = EScrollKind::kTrack; break;
-    case QAbstractSlider::SliderToMaximum: kind = EScrollKind::kTrack; break;
-    default: return;
+    case QAbstractSlider::SliderSingleStepSub:
+        kind = EScrollKind::kLineUp;
+        break;
+    case QAbstractSlider::SliderSingleStepAdd:
+        kind = EScrollKind::kLineDown;
+        break;
+    case QAbstractSlider::SliderPageStepSub:
+        kind = EScrollKind::kPageUp;
+        break;
+    case QAbstractSlider::SliderPageStepAdd:
+        kind = EScrollKind::kPageDown;
+        break;
+    case QAbstractSlider::SliderMove:
+        kind = EScrollKind::kTrack;
+        break;
+    case QAbstractSlider::SliderToMinimum:
+        kind = EScrollKind::kTrack;
+        break;
+    case QAbstractSlider::SliderToMaximum:
+        kind = EScrollKind::kTrack;
+        break;
+    default:
+        return;
     }
     const int v = m_geo.ScrollTarget(horizontal, kind, bar->sliderPosition());
     const VPoint o = m_geo.GetOrigin();
@@ -302,8 +322,7 @@ void CImageView::DrawAnts()
 void CImageView::OnTimer()
 {
     ++m_tick;
-    const bool captured = QApplication::mouseButtons() != Qt::NoButton &&
-                          (underMouse() || m_pNavigator->IsDragging());
+    const bool captured = QApplication::mouseButtons() != Qt::NoButton && (underMouse() || m_pNavigator->IsDragging());
     if (m_tick % 4 == 0 && m_antsCount && !captured) {
         DrawAnts();
         DrawOverlayNow();
@@ -322,14 +341,16 @@ void CImageView::paintEvent(QPaintEvent*)
     const QRect imageRect(r.left, r.top, std::max(0, r.Width()), std::max(0, r.Height()));
     // Everything around the picture in the back colour.
     const QRegion around = QRegion(rect()).subtracted(QRegion(imageRect));
-    for (const QRect& part : around) p.fillRect(part, FromRgb(m_backColor));
+    for (const QRect& part : around)
+        p.fillRect(part, FromRgb(m_backColor));
 
     if (m_pOverride && !m_pOverride->IsEmpty()) {
         QImage copy(int(m_pOverride->GetWidth()), int(m_pOverride->GetHeight()), QImage::Format_RGB32);
         for (int y = 0; y < copy.height(); ++y) {
             const CPixel* src = m_pOverride->GetBuffer(0, uint32_t(y));
             auto* dst = reinterpret_cast<uint32_t*>(copy.scanLine(y));
-            for (int x = 0; x < copy.width(); ++x) dst[x] = src[x].Word() | 0xFF000000u;
+            for (int x = 0; x < copy.width(); ++x)
+                dst[x] = src[x].Word() | 0xFF000000u;
         }
         p.drawImage(imageRect, copy);
     } else if (!m_screen.isNull()) {
@@ -453,6 +474,12 @@ void CImageView::keyReleaseEvent(QKeyEvent* event)
     QWidget::keyReleaseEvent(event);
 }
 
-void CImageView::leaveEvent(QEvent*) { m_wheelRemainder = 0; }
+void CImageView::leaveEvent(QEvent*)
+{
+    m_wheelRemainder = 0;
+}
 
-bool CImageView::IsNavigatorVisible() const { return m_pNavigator->isVisible(); }
+bool CImageView::IsNavigatorVisible() const
+{
+    return m_pNavigator->isVisible();
+}

@@ -96,8 +96,8 @@ private:
     IViewSink* m_pSink = nullptr;
     IOverlayDrawer* m_pOverlay = nullptr;
     CViewGeometry m_geo;
-    COLImage m_display;          // the source's rendering, alpha = selection at screen size
-    QImage m_screen;             // the same, opaque, with the outline drawn in
+    COLImage m_display; // the source's rendering, alpha = selection at screen size
+    QImage m_screen;    // the same, opaque, with the outline drawn in
     COLImage* m_pOverride = nullptr;
     std::vector<uint32_t> m_ants; // indices of outline pixels in the display buffer
     int m_antsCount = 0;

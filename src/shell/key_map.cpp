@@ -16,30 +16,48 @@ KeyDecision MapShortcut(int key, bool ctrl, bool shift, bool selectionMode)
     if (ctrl) {
         // Keys of every mode.
         switch (key) {
-        case '0': return command("UI_ZoomFit");
-        case 'Y': return command("UI_HistoryForward");
+        case '0':
+            return command("UI_ZoomFit");
+        case 'Y':
+            return command("UI_HistoryForward");
         // Ctrl+Shift+Z redoes, as on every Linux desktop.
-        case 'Z': return command(shift ? "UI_HistoryForward" : "UI_HistoryBackward");
+        case 'Z':
+            return command(shift ? "UI_HistoryForward" : "UI_HistoryBackward");
         case vmkey::kEqual:
-        case vmkey::kPlus: return command("UI_ZoomIn");
+        case vmkey::kPlus:
+            return command("UI_ZoomIn");
         case vmkey::kMinus:
-        case vmkey::kUnderscore: return command("UI_ZoomOut");
-        default: break;
+        case vmkey::kUnderscore:
+            return command("UI_ZoomOut");
+        default:
+            break;
         }
         if (selectionMode) return {};
         switch (key) {
-        case vmkey::kDelete: return command("Doc_DelectInv");
-        case 'A': return command("Doc_SelectAll");
-        case 'C': return command("UI_Copy");
-        case 'D': return command("Doc_SelectNone");
-        case 'I': return shift ? command("Doc_SelectInverse") : KeyDecision{};
-        case 'V': return command("Doc_Paste");
-        case 'X': return command("Doc_Cut");
-        case 'O': return {EKeyAction::kOpen, {}};
-        case 'P': return {EKeyAction::kPrint, {}};
-        case 'S': return {EKeyAction::kSave, {}};
-        case 'W': return {EKeyAction::kClose, {}};
-        default: return {};
+        case vmkey::kDelete:
+            return command("Doc_DelectInv");
+        case 'A':
+            return command("Doc_SelectAll");
+        case 'C':
+            return command("UI_Copy");
+        case 'D':
+            return command("Doc_SelectNone");
+        case 'I':
+            return shift ? command("Doc_SelectInverse") : KeyDecision{};
+        case 'V':
+            return command("Doc_Paste");
+        case 'X':
+            return command("Doc_Cut");
+        case 'O':
+            return {EKeyAction::kOpen, {}};
+        case 'P':
+            return {EKeyAction::kPrint, {}};
+        case 'S':
+            return {EKeyAction::kSave, {}};
+        case 'W':
+            return {EKeyAction::kClose, {}};
+        default:
+            return {};
         }
     }
     if (selectionMode) return {};

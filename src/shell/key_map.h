@@ -18,9 +18,9 @@ inline constexpr int kZ = 0x5a;
 } // namespace vmkey
 
 enum class EKeyAction {
-    kNone,       // not a shortcut: the key goes on to the focused window (the canvas hands it to the tool)
-    kCommand,    // run the command text
-    kOpen,       // the frame's own handlers
+    kNone,    // not a shortcut: the key goes on to the focused window (the canvas hands it to the tool)
+    kCommand, // run the command text
+    kOpen,    // the frame's own handlers
     kPrint,
     kSave,
     kClose,

@@ -16,7 +16,8 @@ int main(int argc, char** argv)
         QApplication::setApplicationName(QStringLiteral("Velmorando"));
         std::vector<std::string> arguments;
         const QStringList list = QApplication::arguments();
-        for (int i = 1; i < list.size(); ++i) arguments.push_back(list[i].toStdString());
+        for (int i = 1; i < list.size(); ++i)
+            arguments.push_back(list[i].toStdString());
 
         CShellApp shell(globals);
         QObject::connect(&shell, &CShellApp::ExitRequested, &app, [](int c) { QApplication::exit(c); });

@@ -41,7 +41,10 @@
 
 namespace {
 
-QString Text(const char* key) { return QString::fromStdString(GetString(key)); }
+QString Text(const char* key)
+{
+    return QString::fromStdString(GetString(key));
+}
 
 // Menu items whose work belongs to parts of the program that are not in it yet: they stay grey.
 bool IsBuilt(int id)
@@ -59,12 +62,17 @@ bool IsBuilt(int id)
     case cmd::kShrink:
     case cmd::kFill:
     case cmd::kStroke:
-    case cmd::kInpaint: return false;
-    default: return true;
+    case cmd::kInpaint:
+        return false;
+    default:
+        return true;
     }
 }
 
-bool IsDocCommand(const std::string& text) { return text.size() >= 3 && strncasecmp(text.c_str(), "Doc", 3) == 0; }
+bool IsDocCommand(const std::string& text)
+{
+    return text.size() >= 3 && strncasecmp(text.c_str(), "Doc", 3) == 0;
+}
 
 QImage ComposeForExport(CComposeDocument& doc, COLImage& out)
 {
@@ -130,8 +138,7 @@ CMainFrame::CMainFrame(CAppGlobals& app, IUiServices* services) : m_app(app), m_
     BuildTopBar();
     BuildMenus(false);
     connect(m_pView, &CImageView::ViewChanged, this, [this] {
-        if (m_pView->GetSource())
-            m_pProgress->setToolTip(QString::asprintf("%.1f%%", m_pView->GetZoom() * 100.0));
+        if (m_pView->GetSource()) m_pProgress->setToolTip(QString::asprintf("%.1f%%", m_pView->GetZoom() * 100.0));
     });
     if (CProcessThread* worker = m_app.Worker()) worker->SetStatusProgress(this);
     UpdatePanels();
@@ -246,7 +253,8 @@ bool CMainFrame::IsCommandAvailable(int id)
 
 void CMainFrame::UpdateMenuState()
 {
-    for (auto& [id, action] : m_actions) action->setEnabled(IsCommandAvailable(id));
+    for (auto& [id, action] : m_actions)
+        action->setEnabled(IsCommandAvailable(id));
     if (QAction* a = Action(cmd::kStatusBar)) a->setChecked(statusBar()->isVisible());
     if (QAction* a = Action(cmd::kToolBar)) a->setChecked(m_pTopBar->isVisible());
 }
@@ -260,7 +268,10 @@ void CMainFrame::UpdateTitle()
         setWindowTitle(Text("Tittle"));
 }
 
-const std::string& CMainFrame::DocumentPath() const { return m_app.CommandContext().documentPath; }
+const std::string& CMainFrame::DocumentPath() const
+{
+    return m_app.CommandContext().documentPath;
+}
 
 void CMainFrame::UpdatePanels()
 {
@@ -273,7 +284,10 @@ void CMainFrame::UpdatePanels()
     UpdateTitle();
 }
 
-void CMainFrame::UpdateBars() { UpdatePanels(); }
+void CMainFrame::UpdateBars()
+{
+    UpdatePanels();
+}
 
 void CMainFrame::SetTip(const QString& text)
 {
@@ -290,24 +304,48 @@ bool CMainFrame::IsWorkerBusy() const
 void CMainFrame::PostStatusProgress(int percent)
 {
     // From the worker thread: the bar is changed on the interface thread.
-    QMetaObject::invokeMethod(this, [this, percent] {
-        m_pProgress->setValue(percent);
-        m_pProgress->setVisible(percent > 0 && percent < 100);
-    }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this,
+        [this, percent] {
+            m_pProgress->setValue(percent);
+            m_pProgress->setVisible(percent > 0 && percent < 100);
+        },
+        Qt::QueuedConnection);
 }
 
-int CMainFrame::ProgressShown() const { return m_pProgress->isVisible() ? m_pProgress->value() : -1; }
+int CMainFrame::ProgressShown() const
+{
+    return m_pProgress->isVisible() ? m_pProgress->value() : -1;
+}
 
-void CMainFrame::ShowTopBar(bool show) { m_pTopBar->setVisible(show); }
-bool CMainFrame::IsTopBarShown() const { return m_pTopBar->isVisible(); }
+void CMainFrame::ShowTopBar(bool show)
+{
+    m_pTopBar->setVisible(show);
+}
+bool CMainFrame::IsTopBarShown() const
+{
+    return m_pTopBar->isVisible();
+}
 
-QString CMainFrame::StatusText() const { return m_pTip->text(); }
-QString CMainFrame::HelpText() const { return m_pHelp->toPlainText(); }
+QString CMainFrame::StatusText() const
+{
+    return m_pTip->text();
+}
+QString CMainFrame::HelpText() const
+{
+    return m_pHelp->toPlainText();
+}
 
 // ---- ICommandHost -------------------------------------------------------------------------------------------
 
-bool CMainFrame::CopyToClipboard(CComposeDocument&) { return false; }
-bool CMainFrame::PasteFromClipboard(CComposeDocument&, IHistorySink*) { return false; }
+bool CMainFrame::CopyToClipboard(CComposeDocument&)
+{
+    return false;
+}
+bool CMainFrame::PasteFromClipboard(CComposeDocument&, IHistorySink*)
+{
+    return false;
+}
 
 bool CMainFrame::AskOpenPath(bool documentFilter, std::string& path)
 {
@@ -316,7 +354,8 @@ bool CMainFrame::AskOpenPath(bool documentFilter, std::string& path)
         m_presetOpenPath.clear();
         return true;
     }
-    const QString chosen = m_pServices->GetOpenFileName(GetString(documentFilter ? "openfiletype" : "openflatfiletype"));
+    const QString chosen =
+        m_pServices->GetOpenFileName(GetString(documentFilter ? "openfiletype" : "openflatfiletype"));
     if (chosen.isEmpty()) return false;
     path = chosen.toStdString();
     return true;
@@ -370,13 +409,25 @@ bool CMainFrame::HandleShortcut(int key, bool ctrl, bool shift)
 {
     const KeyDecision d = MapShortcut(key, ctrl, shift, IsSelectionMode());
     switch (d.action) {
-    case EKeyAction::kNone: return false;
-    case EKeyAction::kOpen: OnCommand(cmd::kOpen); return true;
-    case EKeyAction::kPrint: OnCommand(cmd::kPrint); return true;
-    case EKeyAction::kSave: OnCommand(cmd::kSave); return true;
-    case EKeyAction::kClose: OnCommand(cmd::kClose); return true;
-    case EKeyAction::kCancelTool: CancelTool(); return true;
-    case EKeyAction::kCommand: break;
+    case EKeyAction::kNone:
+        return false;
+    case EKeyAction::kOpen:
+        OnCommand(cmd::kOpen);
+        return true;
+    case EKeyAction::kPrint:
+        OnCommand(cmd::kPrint);
+        return true;
+    case EKeyAction::kSave:
+        OnCommand(cmd::kSave);
+        return true;
+    case EKeyAction::kClose:
+        OnCommand(cmd::kClose);
+        return true;
+    case EKeyAction::kCancelTool:
+        CancelTool();
+        return true;
+    case EKeyAction::kCommand:
+        break;
     }
     // A key whose menu item is grey does nothing, as the item would.
     const int current = m_app.Document().GetCurrentIndex();
@@ -392,25 +443,53 @@ void CMainFrame::OnCommand(int id)
 {
     if (!IsCommandAvailable(id)) return;
     switch (id) {
-    case cmd::kNew: OnNewPicture(); break;
-    case cmd::kOpen: OnOpen(); break;
-    case cmd::kSave: OnSave(); break;
-    case cmd::kClose: OnClose(); break;
-    case cmd::kExit: close(); break;
-    case cmd::kOpenLayer: OnOpenLayer(); break;
-    case cmd::kExportLayer: OnExportLayer(); break;
-    case cmd::kStatusBar: statusBar()->setVisible(!statusBar()->isVisible()); break;
-    case cmd::kToolBar: m_pTopBar->setVisible(!m_pTopBar->isVisible()); break;
-    case cmd::kSettings: OnSettings(); break;
-    case cmd::kHelpFile: m_pServices->OpenAddress(QStringLiteral("help/index.htm")); break;
-    case cmd::kAbout: OnAbout(); break;
-    case cmd::kCompanion: OnCompanion(); break;
+    case cmd::kNew:
+        OnNewPicture();
+        break;
+    case cmd::kOpen:
+        OnOpen();
+        break;
+    case cmd::kSave:
+        OnSave();
+        break;
+    case cmd::kClose:
+        OnClose();
+        break;
+    case cmd::kExit:
+        close();
+        break;
+    case cmd::kOpenLayer:
+        OnOpenLayer();
+        break;
+    case cmd::kExportLayer:
+        OnExportLayer();
+        break;
+    case cmd::kStatusBar:
+        statusBar()->setVisible(!statusBar()->isVisible());
+        break;
+    case cmd::kToolBar:
+        m_pTopBar->setVisible(!m_pTopBar->isVisible());
+        break;
+    case cmd::kSettings:
+        OnSettings();
+        break;
+    case cmd::kHelpFile:
+        m_pServices->OpenAddress(QStringLiteral("help/index.htm"));
+        break;
+    case cmd::kAbout:
+        OnAbout();
+        break;
+    case cmd::kCompanion:
+        OnCompanion();
+        break;
     case cmd::kTutorialCompose:
     case cmd::kTutorialBlue:
     case cmd::kTutorialInout:
     case cmd::kTutorialLensBlur:
     case cmd::kTutorialSmartErase:
-    case cmd::kHomeSite: m_pServices->OpenAddress(Text(TutorialKey(id))); break;
+    case cmd::kHomeSite:
+        m_pServices->OpenAddress(Text(TutorialKey(id)));
+        break;
     default: {
         const std::string text = CommandTextFor(id, m_app.Document().GetCurrentIndex());
         if (!text.empty()) RunCommand(text);
@@ -494,8 +573,7 @@ bool CMainFrame::LoadHostImage(const std::string& path)
     {
         CStackLock lock(doc);
         doc.Clear();
-        if (!doc.NewDocument(int(picture.GetWidth()), int(picture.GetHeight()), m_app.m_foreColor.Word()))
-            return false;
+        if (!doc.NewDocument(int(picture.GetWidth()), int(picture.GetHeight()), m_app.m_foreColor.Word())) return false;
         doc.GetLayer(0)->m_image = std::move(picture);
         doc.SyncSizeToBase();
     }
@@ -575,7 +653,8 @@ void CMainFrame::OnNewPicture()
     auto* form = new QFormLayout(&dialog);
     auto* w = new QSpinBox(&dialog);
     auto* h = new QSpinBox(&dialog);
-    for (QSpinBox* s : {w, h}) s->setRange(1, int(kMaxImageSide));
+    for (QSpinBox* s : {w, h})
+        s->setRange(1, int(kMaxImageSide));
     w->setValue(800);
     h->setValue(600);
     form->addRow(zh ? QStringLiteral("宽度") : QStringLiteral("Width"), w);
@@ -630,7 +709,8 @@ bool CMainFrame::ExportComposite(const std::string& path, bool jpeg)
     }
     COLImageCodec codec;
     // The quality the JPEG dialog starts with, in full colour.
-    const int ok = jpeg ? codec.SaveJpegFile(path.c_str(), &composite, 180, 72) : codec.SaveFile(path.c_str(), &composite);
+    const int ok =
+        jpeg ? codec.SaveJpegFile(path.c_str(), &composite, 180, 72) : codec.SaveFile(path.c_str(), &composite);
     if (!ok) {
         ShowMessage("saveerr");
         return false;
@@ -647,10 +727,12 @@ void CMainFrame::OnSave()
     dialog.setWindowTitle(zh ? QStringLiteral("存储和导出") : QStringLiteral("Save and export"));
     auto* col = new QVBoxLayout(&dialog);
 
-    auto* project = new QGroupBox(zh ? QStringLiteral("工程文件，以后可以继续编辑") : QStringLiteral("Project, to go on later"), &dialog);
+    auto* project = new QGroupBox(
+        zh ? QStringLiteral("工程文件，以后可以继续编辑") : QStringLiteral("Project, to go on later"), &dialog);
     auto* projectRow = new QHBoxLayout(project);
     auto* projectButton = new QPushButton(zh ? QStringLiteral("工程文件...") : QStringLiteral("Project..."), project);
-    auto* withHistory = new QCheckBox(zh ? QStringLiteral("包含历史纪录") : QStringLiteral("Include the history"), project);
+    auto* withHistory =
+        new QCheckBox(zh ? QStringLiteral("包含历史纪录") : QStringLiteral("Include the history"), project);
     projectRow->addWidget(projectButton);
     projectRow->addWidget(withHistory);
     projectRow->addStretch(1);
@@ -679,7 +761,8 @@ void CMainFrame::OnSave()
     }
     col->addWidget(flat);
 
-    auto* layer = new QGroupBox(zh ? QStringLiteral("当前图层，带透明度") : QStringLiteral("The current layer, with transparency"), &dialog);
+    auto* layer = new QGroupBox(
+        zh ? QStringLiteral("当前图层，带透明度") : QStringLiteral("The current layer, with transparency"), &dialog);
     auto* layerRow = new QHBoxLayout(layer);
     auto* png = new QPushButton(QStringLiteral("PNG..."), layer);
     layerRow->addWidget(png);
@@ -745,7 +828,8 @@ void CMainFrame::OnSettings()
     connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
     col->addWidget(buttons);
     if (dialog.exec() != QDialog::Accepted) return;
-    for (size_t i = 0; i < boxes.size(); ++i) m_app.SetProfileInt(options[i].key, boxes[i]->isChecked() ? 1 : 0);
+    for (size_t i = 0; i < boxes.size(); ++i)
+        m_app.SetProfileInt(options[i].key, boxes[i]->isChecked() ? 1 : 0);
 }
 
 void CMainFrame::OnAbout()

@@ -59,10 +59,10 @@ const MenuItemDef kItems[] = {
 
 constexpr int kTutorialSubMenu = -1;
 
-const MenuDef kTutorials = {"教程(&T)",
-                            "&Tutorials",
-                            {cmd::kTutorialCompose, cmd::kTutorialBlue, cmd::kTutorialInout, cmd::kTutorialLensBlur,
-                             cmd::kTutorialSmartErase}};
+const MenuDef kTutorials = {
+    "教程(&T)",
+    "&Tutorials",
+    {cmd::kTutorialCompose, cmd::kTutorialBlue, cmd::kTutorialInout, cmd::kTutorialLensBlur, cmd::kTutorialSmartErase}};
 
 } // namespace
 
@@ -95,17 +95,16 @@ const std::vector<MenuDef>& ComposeMenus()
         {"编辑(&E)", "&Edit", {cmd::kUndo, cmd::kRedo, kSeparator, cmd::kCut, cmd::kCopy, cmd::kPaste}},
         {"图像(&I)",
          "&Image",
-         {cmd::kImageSize, cmd::kCanvasSize, kSeparator, cmd::kRotateLeft, cmd::kRotateRight, cmd::kFlipH,
-          cmd::kFlipV, kSeparator, cmd::kLensBlur, cmd::kCompanion}},
+         {cmd::kImageSize, cmd::kCanvasSize, kSeparator, cmd::kRotateLeft, cmd::kRotateRight, cmd::kFlipH, cmd::kFlipV,
+          kSeparator, cmd::kLensBlur, cmd::kCompanion}},
         {"图层(&L)",
          "&Layer",
          {cmd::kNewLayer, cmd::kOpenLayer, cmd::kExportLayer, cmd::kDeleteLayer, kSeparator, cmd::kMergeDown,
           cmd::kFlatten}},
         {"选择(&S)",
          "&Select",
-         {cmd::kSelectAll, cmd::kSelectNone, cmd::kSelectInverse, kSeparator, cmd::kFeather, cmd::kExpand,
-          cmd::kShrink, kSeparator, cmd::kFill, cmd::kStroke, cmd::kInpaint, kSeparator, cmd::kDeleteSelection,
-          cmd::kDeleteOutside}},
+         {cmd::kSelectAll, cmd::kSelectNone, cmd::kSelectInverse, kSeparator, cmd::kFeather, cmd::kExpand, cmd::kShrink,
+          kSeparator, cmd::kFill, cmd::kStroke, cmd::kInpaint, kSeparator, cmd::kDeleteSelection, cmd::kDeleteOutside}},
         {"查看(&V)", "&View", {cmd::kStatusBar, cmd::kSettings}},
         {"帮助(&H)", "&Help", {kTutorialSubMenu, cmd::kHelpFile, cmd::kHomeSite, kSeparator, cmd::kAbout}},
     };
@@ -122,32 +121,49 @@ const std::vector<MenuDef>& EmptyMenus()
     return menus;
 }
 
-const MenuDef& SubMenu(int) { return kTutorials; }
+const MenuDef& SubMenu(int)
+{
+    return kTutorials;
+}
 
 bool IsCommandEnabled(int id, const FrameState& s)
 {
     const int L = s.layerCount, I = s.currentIndex;
     const bool M = s.hasMask, E = s.modalEdit;
     switch (id) {
-    case cmd::kOpen: return !s.selectionMode && !E;
-    case cmd::kOpenProject: return false;
-    case cmd::kSave: return L > 0 && !E;
+    case cmd::kOpen:
+        return !s.selectionMode && !E;
+    case cmd::kOpenProject:
+        return false;
+    case cmd::kSave:
+        return L > 0 && !E;
     case cmd::kClose:
-    case cmd::kPrint: return L > 0;
+    case cmd::kPrint:
+        return L > 0;
     case cmd::kCut:
-    case cmd::kCopy: return M && !E;
-    case cmd::kPaste: return s.clipboardHasImage;
+    case cmd::kCopy:
+        return M && !E;
+    case cmd::kPaste:
+        return s.clipboardHasImage;
     case cmd::kImageSize:
-    case cmd::kCanvasSize: return L > 0 && !E;
+    case cmd::kCanvasSize:
+        return L > 0 && !E;
     case cmd::kRotateLeft:
-    case cmd::kRotateRight: return I != 0 && !E;
-    case cmd::kLensBlur: return I == 0;
-    case cmd::kCompanion: return s.documentShown && s.currentVisible;
-    case cmd::kMergeDown: return I > 0 && !E;
-    case cmd::kFlatten: return L > 1 && !E;
+    case cmd::kRotateRight:
+        return I != 0 && !E;
+    case cmd::kLensBlur:
+        return I == 0;
+    case cmd::kCompanion:
+        return s.documentShown && s.currentVisible;
+    case cmd::kMergeDown:
+        return I > 0 && !E;
+    case cmd::kFlatten:
+        return L > 1 && !E;
     case cmd::kNewLayer:
-    case cmd::kOpenLayer: return L > 0 && !E;
-    case cmd::kDeleteLayer: return I > 0 && !E;
+    case cmd::kOpenLayer:
+        return L > 0 && !E;
+    case cmd::kDeleteLayer:
+        return I > 0 && !E;
     case cmd::kSelectNone:
     case cmd::kSelectInverse:
     case cmd::kFeather:
@@ -155,10 +171,14 @@ bool IsCommandEnabled(int id, const FrameState& s)
     case cmd::kShrink:
     case cmd::kStroke:
     case cmd::kDeleteSelection:
-    case cmd::kDeleteOutside: return M;
-    case cmd::kFill: return M && !E;
-    case cmd::kInpaint: return M && I == 0;
-    default: return true; // new, exit, undo, redo, flips, export, select all, view, settings and help items
+    case cmd::kDeleteOutside:
+        return M;
+    case cmd::kFill:
+        return M && !E;
+    case cmd::kInpaint:
+        return M && I == 0;
+    default:
+        return true; // new, exit, undo, redo, flips, export, select all, view, settings and help items
     }
 }
 
@@ -178,12 +198,19 @@ std::string CommandTextFor(int id, int currentIndex)
 const char* TutorialKey(int id)
 {
     switch (id) {
-    case cmd::kTutorialCompose: return "tutorial_compose";
-    case cmd::kTutorialBlue: return "tutorial_blue";
-    case cmd::kTutorialInout: return "tutorial_inout";
-    case cmd::kTutorialLensBlur: return "tutorial_lensblur";
-    case cmd::kTutorialSmartErase: return "tutorial_smarterase";
-    case cmd::kHomeSite: return "homesite";
-    default: return "";
+    case cmd::kTutorialCompose:
+        return "tutorial_compose";
+    case cmd::kTutorialBlue:
+        return "tutorial_blue";
+    case cmd::kTutorialInout:
+        return "tutorial_inout";
+    case cmd::kTutorialLensBlur:
+        return "tutorial_lensblur";
+    case cmd::kTutorialSmartErase:
+        return "tutorial_smarterase";
+    case cmd::kHomeSite:
+        return "homesite";
+    default:
+        return "";
     }
 }

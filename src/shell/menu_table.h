@@ -60,10 +60,10 @@ inline constexpr int kSeparator = 0;
 
 // What the enabling rules look at.
 struct FrameState {
-    int layerCount = 0;        // L
-    int currentIndex = 0;      // I
-    bool hasMask = false;      // M: the document has a selection mask
-    bool modalEdit = false;    // E: a tool holds an edit open
+    int layerCount = 0;     // L
+    int currentIndex = 0;   // I
+    bool hasMask = false;   // M: the document has a selection mask
+    bool modalEdit = false; // E: a tool holds an edit open
     bool selectionMode = false;
     bool clipboardHasImage = false;
     bool documentShown = false;

@@ -16,7 +16,10 @@ CNavigator::CNavigator(CImageView* view) : QWidget(view), m_pView(view)
     });
 }
 
-void CNavigator::PlaceIn(int viewWidth, int viewHeight) { move(viewWidth - 117, viewHeight - 137); }
+void CNavigator::PlaceIn(int viewWidth, int viewHeight)
+{
+    move(viewWidth - 117, viewHeight - 137);
+}
 
 void CNavigator::ContentChanged()
 {
@@ -46,8 +49,8 @@ QRect CNavigator::VisibleRect() const
     const CViewGeometry& g = m_pView->Geometry();
     const double sx = double(pic.width()) / w, sy = double(pic.height()) / h;
     const int vw = std::min(w, g.VisibleWidth()), vh = std::min(h, g.VisibleHeight());
-    return {pic.left() + int(g.GetOrigin().x * sx), pic.top() + int(g.GetOrigin().y * sy),
-            std::max(2, int(vw * sx)), std::max(2, int(vh * sy))};
+    return {pic.left() + int(g.GetOrigin().x * sx), pic.top() + int(g.GetOrigin().y * sy), std::max(2, int(vw * sx)),
+            std::max(2, int(vh * sy))};
 }
 
 int CNavigator::StopX(int stop) const
@@ -78,7 +81,8 @@ void CNavigator::MakeThumbnail()
     for (int y = 0; y < m_thumb.height(); ++y) {
         const CPixel* src = m_thumbPixels.GetBuffer(0, uint32_t(y));
         auto* dst = reinterpret_cast<uint32_t*>(m_thumb.scanLine(y));
-        for (int x = 0; x < m_thumb.width(); ++x) dst[x] = src[x].Word() | 0xFF000000u;
+        for (int x = 0; x < m_thumb.width(); ++x)
+            dst[x] = src[x].Word() | 0xFF000000u;
     }
 }
 
@@ -176,4 +180,7 @@ void CNavigator::mouseMoveEvent(QMouseEvent* event)
     }
 }
 
-void CNavigator::mouseReleaseEvent(QMouseEvent*) { m_drag = EDrag::kNone; }
+void CNavigator::mouseReleaseEvent(QMouseEvent*)
+{
+    m_drag = EDrag::kNone;
+}

@@ -21,11 +21,11 @@ public:
 
     // Where things are, in the navigator's own pixels.
     QRect ThumbnailFrame() const { return {4, 4, 92, 92}; }
-    QRect PictureRect() const;  // the thumbnail inside its frame
-    QRect VisibleRect() const;  // the canvas's visible part on the thumbnail
+    QRect PictureRect() const; // the thumbnail inside its frame
+    QRect VisibleRect() const; // the canvas's visible part on the thumbnail
     QRect SliderRect() const { return {4, 100, 92, 16}; }
-    int StopAt(int x) const;    // the zoom stop under a point of the strip
-    int StopX(int stop) const;  // and back
+    int StopAt(int x) const;   // the zoom stop under a point of the strip
+    int StopX(int stop) const; // and back
 
 protected:
     void paintEvent(QPaintEvent* event) override;

@@ -1,11 +1,11 @@
 #include "shell/panels.h"
 
 #include <QHBoxLayout>
-#include <cstring>
 #include <QListWidget>
 #include <QPainter>
 #include <QToolButton>
 #include <QVBoxLayout>
+#include <cstring>
 
 #include "commands/history_log.h"
 #include "document/compose_document.h"
@@ -25,7 +25,10 @@ QString FromGbk(const char* gbk)
 
 namespace {
 
-QString Text(const char* key) { return QString::fromStdString(GetString(key)); }
+QString Text(const char* key)
+{
+    return QString::fromStdString(GetString(key));
+}
 
 // A small picture of a layer on a checkerboard, the base layer drawn opaque as the compositor draws it.
 QIcon LayerThumbnail(const CLayer& layer, bool base, int docWidth, int docHeight)
@@ -47,8 +50,7 @@ QIcon LayerThumbnail(const CLayer& layer, bool base, int docWidth, int docHeight
         COLImage small;
         if (ResampleImage(&layer.m_image, &small, lw, lh)) {
             p.setClipRect(doc);
-            p.drawImage(QPoint(doc.left() + int(layer.m_x * s), doc.top() + int(layer.m_y * s)),
-                        ToQImage(small, base));
+            p.drawImage(QPoint(doc.left() + int(layer.m_x * s), doc.top() + int(layer.m_y * s)), ToQImage(small, base));
         }
     }
     p.end();
@@ -101,7 +103,8 @@ CLayersPanel::CLayersPanel(QWidget* parent) : QWidget(parent), m_pList(new QList
     m_pOpen = MakeButton(this, QStringLiteral("\u2026"), "TL_open");
     m_pMerge = MakeButton(this, QStringLiteral("\u2193"), "TL_mergedown");
     m_pDelete = MakeButton(this, QStringLiteral("\u2715"), "TL_delete");
-    for (QToolButton* b : {m_pNew, m_pOpen, m_pMerge, m_pDelete}) buttons->addWidget(b);
+    for (QToolButton* b : {m_pNew, m_pOpen, m_pMerge, m_pDelete})
+        buttons->addWidget(b);
     buttons->addStretch(1);
     layout->addLayout(buttons);
 
@@ -119,8 +122,14 @@ CLayersPanel::CLayersPanel(QWidget* parent) : QWidget(parent), m_pList(new QList
             [this] { Q_EMIT Command(QStringLiteral("Doc_DeleteLayer('%1')").arg(m_currentIndex)); });
 }
 
-int CLayersPanel::RowOfLayer(int index) const { return m_layerCount - 1 - index; }
-int CLayersPanel::LayerOfRow(int row) const { return m_layerCount - 1 - row; }
+int CLayersPanel::RowOfLayer(int index) const
+{
+    return m_layerCount - 1 - index;
+}
+int CLayersPanel::LayerOfRow(int row) const
+{
+    return m_layerCount - 1 - row;
+}
 
 void CLayersPanel::Rebuild(const CComposeDocument& document)
 {
@@ -188,8 +197,8 @@ void CHistoryPanel::Rebuild(const CComposeHistory* history)
             std::memcpy(label, r->label, 32);
             // A log written without texts (by the command line front end) holds the keys themselves.
             const std::string text = GetString(label);
-            auto* item = new QListWidgetItem(text.empty() || label[0] == 0 ? FromGbk(label)
-                                                                           : QString::fromStdString(text));
+            auto* item =
+                new QListWidgetItem(text.empty() || label[0] == 0 ? FromGbk(label) : QString::fromStdString(text));
             // Steps after the current one are the redo tail: shown greyed.
             if (i >= history->GetCurrentStep()) item->setForeground(QColor(0x90, 0x90, 0x90));
             m_pList->addItem(item);

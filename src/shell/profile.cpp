@@ -15,12 +15,17 @@ namespace {
 std::string Trim(const std::string& s)
 {
     size_t b = 0, e = s.size();
-    while (b < e && (s[b] == ' ' || s[b] == '\t' || s[b] == '\r')) ++b;
-    while (e > b && (s[e - 1] == ' ' || s[e - 1] == '\t' || s[e - 1] == '\r')) --e;
+    while (b < e && (s[b] == ' ' || s[b] == '\t' || s[b] == '\r'))
+        ++b;
+    while (e > b && (s[e - 1] == ' ' || s[e - 1] == '\t' || s[e - 1] == '\r'))
+        --e;
     return s.substr(b, e - b);
 }
 
-bool SameKey(const std::string& a, const std::string& b) { return strcasecmp(a.c_str(), b.c_str()) == 0; }
+bool SameKey(const std::string& a, const std::string& b)
+{
+    return strcasecmp(a.c_str(), b.c_str()) == 0;
+}
 
 // A line break inside a value would split it into a second line on reading.
 std::string OneLine(const std::string& s)
@@ -90,7 +95,10 @@ const CProfile::Entry* CProfile::Find(const std::string& section, const std::str
     return nullptr;
 }
 
-bool CProfile::Has(const std::string& section, const std::string& key) const { return Find(section, key) != nullptr; }
+bool CProfile::Has(const std::string& section, const std::string& key) const
+{
+    return Find(section, key) != nullptr;
+}
 
 bool CProfile::ParseInt(const std::string& text, int& value)
 {
@@ -163,7 +171,8 @@ std::string CProfile::Format() const
         if (!firstSection) out << '\n';
         firstSection = false;
         out << '[' << s.name << "]\n";
-        for (const Entry& e : s.entries) out << e.key << '=' << e.value << '\n';
+        for (const Entry& e : s.entries)
+            out << e.key << '=' << e.value << '\n';
     }
     return out.str();
 }

@@ -15,7 +15,8 @@ QImage ToQImage(const COLImage& image, bool opaque)
     for (int y = 0; y < out.height(); ++y) {
         const CPixel* src = image.GetBuffer(0, uint32_t(y));
         auto* dst = reinterpret_cast<uint32_t*>(out.scanLine(y));
-        for (int x = 0; x < out.width(); ++x) dst[x] = opaque ? (src[x].Word() | 0xFF000000u) : src[x].Word();
+        for (int x = 0; x < out.width(); ++x)
+            dst[x] = opaque ? (src[x].Word() | 0xFF000000u) : src[x].Word();
     }
     return out;
 }

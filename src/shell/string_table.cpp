@@ -153,7 +153,8 @@ const TextRow kRows[] = {
      "Click where the picture is surely foreground to add those points to the inner contour."},
     {"injecterr", "请先画出内轮廓。", "Draw an inner contour first."},
     {"smartadjtip", "智能调整", "Smart adjust"},
-    {"smartadjhelp", "先选取前景和背景的参考颜色，再在过渡带上涂抹，程序按颜色修正透明度。\n按住Shift只增加，按住Ctrl只减少。",
+    {"smartadjhelp",
+     "先选取前景和背景的参考颜色，再在过渡带上涂抹，程序按颜色修正透明度。\n按住Shift只增加，按住Ctrl只减少。",
      "Pick a foreground and a background reference colour, then paint over the band to correct the transparency by "
      "colour.\nHold Shift to raise only, Ctrl to lower only."},
     {"smartadjerr", "请先选取前景和背景的参考颜色。", "Pick the foreground and background reference colours first."},
@@ -161,9 +162,9 @@ const TextRow kRows[] = {
     {"forepainthelp", "在误删的前景上涂抹，把原图的像素找回来。",
      "Paint over foreground that was lost to bring the original pixels back."},
     {"fill", "填充选区", "Fill selection"},
-    {"cantsel", "需要创建复杂选区的图层，不能带有透明度信息",
-     "The layer to cut out must not have any transparency."},
-    {"isbktip", "背景已经打开。请在新图层中调入前景图片。", "The background is open. A new layer now takes the foreground picture."},
+    {"cantsel", "需要创建复杂选区的图层，不能带有透明度信息", "The layer to cut out must not have any transparency."},
+    {"isbktip", "背景已经打开。请在新图层中调入前景图片。",
+     "The background is open. A new layer now takes the foreground picture."},
     {"isforetip", "接下来请选择抠图的方法。", "Now choose how to cut the foreground out."},
     {"olnotfound", "没有找到 Ombra Lens。要查看如何获得它吗？",
      "Ombra Lens was not found. Do you want to see how to get it?"},
@@ -189,7 +190,8 @@ const TextRow kRows[] = {
     {"desattip", "去色", "Desaturate"},
     {"inpaint", "智能修补", "Smart inpaint"},
     {"inpainterr",
-     "修补错误，可能选区太靠近边界，或者无法找到足够修补样本。\n如果靠近边界，建议用画布尺寸功能事先扩展，处理后再裁剪回原样。",
+     "修补错误，可能选区太靠近边界，或者无法找到足够修补样本。\n如果靠近边界，建议用画布尺寸功能事先扩展，处理后再裁剪"
+     "回原样。",
      "Inpainting failed: the selection may lie too close to the border, or no good samples were found.\nNear the "
      "border, enlarge the canvas first and crop it back afterwards."},
     {"savewar", "此操作将放弃现在的编辑结果，继续吗？", "This will discard your current edits. Continue?"},
@@ -217,8 +219,10 @@ const TextRow kRows[] = {
     {"batnext", "下一张 >", "Next >"},
     {"oldplugin", "图像编辑器中的插件版本太旧，请重新安装插件。",
      "The plug-in in the image editor is too old; please install it again."},
-    {"oldplugindetect", "发现旧版本的插件，现在安装新版本。", "An old plug-in was found; the new one will be installed now."},
-    {"normalseltip", "按住Shift:加入到现有选择，按Ctrl:从现有选择减去，按空格:放大视图便于选择。用方向键盘可以微调选区位置。",
+    {"oldplugindetect", "发现旧版本的插件，现在安装新版本。",
+     "An old plug-in was found; the new one will be installed now."},
+    {"normalseltip",
+     "按住Shift:加入到现有选择，按Ctrl:从现有选择减去，按空格:放大视图便于选择。用方向键盘可以微调选区位置。",
      "Shift adds to the selection, Ctrl subtracts from it, Space zooms in while you select. Arrow keys nudge the "
      "selection."},
     {"changebkimg", "更换背景图片", "Change the background picture"},
@@ -248,7 +252,10 @@ const StringRow kEnglishOnly[] = {
 
 } // namespace
 
-size_t SharedStringRowCount() { return sizeof(kRows) / sizeof(kRows[0]); }
+size_t SharedStringRowCount()
+{
+    return sizeof(kRows) / sizeof(kRows[0]);
+}
 
 void FillStringTable(std::vector<StringRow>& rows, ETextLanguage language)
 {
@@ -257,7 +264,8 @@ void FillStringTable(std::vector<StringRow>& rows, ETextLanguage language)
     for (const TextRow& r : kRows)
         rows.push_back({r.key, language == ETextLanguage::kChinese ? r.chinese : r.english});
     if (language == ETextLanguage::kEnglish)
-        for (const StringRow& r : kEnglishOnly) rows.push_back(r);
+        for (const StringRow& r : kEnglishOnly)
+            rows.push_back(r);
 }
 
 const StringRow* FindStringRow(const std::vector<StringRow>& rows, const std::string& key)

@@ -23,10 +23,14 @@ EMsgResult CQtUiServices::MessageBox(const QString& text, EMsgButtons buttons, E
                                                   : QMessageBox::Information,
                     title.isEmpty() ? QString::fromStdString(GetString("Tittle")) : title, text, set, m_pParent);
     switch (box.exec()) {
-    case QMessageBox::Yes: return EMsgResult::kYes;
-    case QMessageBox::No: return EMsgResult::kNo;
-    case QMessageBox::Cancel: return EMsgResult::kCancel;
-    default: return buttons == EMsgButtons::kOk ? EMsgResult::kOk : EMsgResult::kCancel;
+    case QMessageBox::Yes:
+        return EMsgResult::kYes;
+    case QMessageBox::No:
+        return EMsgResult::kNo;
+    case QMessageBox::Cancel:
+        return EMsgResult::kCancel;
+    default:
+        return buttons == EMsgButtons::kOk ? EMsgResult::kOk : EMsgResult::kCancel;
     }
 }
 
@@ -57,8 +61,7 @@ bool CQtUiServices::OpenAddress(const QString& address)
         return QDesktopServices::openUrl(url);
     // A page of our own: relative to the work folder.
     QString path = url.isLocalFile() ? url.toLocalFile() : address;
-    if (QFileInfo(path).isRelative() && AppGlobals())
-        path = QString::fromStdString(AppGlobals()->GetWorkDir()) + path;
+    if (QFileInfo(path).isRelative() && AppGlobals()) path = QString::fromStdString(AppGlobals()->GetWorkDir()) + path;
     if (!QFileInfo::exists(path)) return false;
     ShowHelpPage(m_pParent, path, QString::fromStdString(GetString("help")));
     return true;

@@ -45,8 +45,14 @@ int CViewGeometry::VisibleAlong(int areaSize, bool barPresent) const
     return TruncToInt(size / m_zoom + 0.5);
 }
 
-int CViewGeometry::VisibleWidth() const { return VisibleAlong(m_area.Width(), m_hBar); }
-int CViewGeometry::VisibleHeight() const { return VisibleAlong(m_area.Height(), m_vBar); }
+int CViewGeometry::VisibleWidth() const
+{
+    return VisibleAlong(m_area.Width(), m_hBar);
+}
+int CViewGeometry::VisibleHeight() const
+{
+    return VisibleAlong(m_area.Height(), m_vBar);
+}
 
 bool CViewGeometry::Layout()
 {
@@ -150,11 +156,21 @@ int CViewGeometry::ScrollTarget(bool horizontal, EScrollKind kind, int trackPosi
     const int step = std::max(1, TruncToInt(size * 0.02));
     int v = origin;
     switch (kind) {
-    case EScrollKind::kLineUp: v = origin - step; break;
-    case EScrollKind::kLineDown: v = origin + step; break;
-    case EScrollKind::kPageUp: v = origin - page; break;
-    case EScrollKind::kPageDown: v = origin + page; break;
-    case EScrollKind::kTrack: v = trackPosition; break;
+    case EScrollKind::kLineUp:
+        v = origin - step;
+        break;
+    case EScrollKind::kLineDown:
+        v = origin + step;
+        break;
+    case EScrollKind::kPageUp:
+        v = origin - page;
+        break;
+    case EScrollKind::kPageDown:
+        v = origin + page;
+        break;
+    case EScrollKind::kTrack:
+        v = trackPosition;
+        break;
     }
     if (v < 0) v = 0;
     if (v > 0 && v + page > size) v = size - page;

@@ -9,7 +9,10 @@
 // Rectangles are left/top inclusive, right/bottom exclusive; points are pixel positions.
 using VRect = CRect;
 using VPoint = CViewPoint;
-inline bool operator==(const CViewPoint& a, const CViewPoint& b) { return a.x == b.x && a.y == b.y; }
+inline bool operator==(const CViewPoint& a, const CViewPoint& b)
+{
+    return a.x == b.x && a.y == b.y;
+}
 
 inline constexpr int kZoomStopCount = 16;
 extern const double kZoomStops[kZoomStopCount];

@@ -1,7 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <filesystem>
+#include <gtest/gtest.h>
 
 #include "imaging/image.h"
 #include "shell/string_table.h"
@@ -11,11 +10,32 @@ namespace fs = std::filesystem;
 
 TEST(Assets, EverySkinPictureTheProgramNamesIsThere)
 {
-    for (const char* name :
-         {"btnst.bmp", "start.lgb", "panelbk.png", "slider.png", "sliderbar.png", "bar.png", "helptittle.png",
-          "open.png", "save.png", "help.png", "bkimage.png", "bkmask.png", "progress.png", "bluesel.png",
-          "inoutsel.png", "batchblue.png", "difsel.png", "chbk.png", "blur.png", "delbk.png", "dupsel.png",
-          "mask.png", "sepbk.png", "lenblur.png", "icons/createsel.png", "icons/velmorando.png"})
+    for (const char* name : {"btnst.bmp",
+                             "start.lgb",
+                             "panelbk.png",
+                             "slider.png",
+                             "sliderbar.png",
+                             "bar.png",
+                             "helptittle.png",
+                             "open.png",
+                             "save.png",
+                             "help.png",
+                             "bkimage.png",
+                             "bkmask.png",
+                             "progress.png",
+                             "bluesel.png",
+                             "inoutsel.png",
+                             "batchblue.png",
+                             "difsel.png",
+                             "chbk.png",
+                             "blur.png",
+                             "delbk.png",
+                             "dupsel.png",
+                             "mask.png",
+                             "sepbk.png",
+                             "lenblur.png",
+                             "icons/createsel.png",
+                             "icons/velmorando.png"})
         EXPECT_TRUE(fs::is_regular_file(vmtest::AssetPath("skin/" + std::string(name)))) << name;
 }
 

@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <vector>
 
 #include "shell/command_line.h"
@@ -59,12 +58,13 @@ std::vector<uint8_t> HostFile(uint32_t w, uint32_t h, int bytesPerPixel, size_t 
 {
     std::vector<uint8_t> b;
     for (uint32_t v : {w, h})
-        for (int k = 0; k < 4; ++k) b.push_back(uint8_t(v >> (8 * k)));
+        for (int k = 0; k < 4; ++k)
+            b.push_back(uint8_t(v >> (8 * k)));
     for (size_t y = 0; y < rows; ++y)
         for (uint32_t x = 0; x < w; ++x) {
-            b.push_back(uint8_t(10 * x + y));     // R
-            b.push_back(uint8_t(100 + x));        // G
-            b.push_back(uint8_t(200 + y));        // B
+            b.push_back(uint8_t(10 * x + y));       // R
+            b.push_back(uint8_t(100 + x));          // G
+            b.push_back(uint8_t(200 + y));          // B
             if (bytesPerPixel == 4) b.push_back(7); // skipped
         }
     return b;
@@ -86,7 +86,8 @@ TEST(HostImage, ThreeAndFourBytesPerPixel)
         ASSERT_EQ(img.GetHeight(), 3u);
         for (uint32_t y = 0; y < 3; ++y)
             for (uint32_t x = 0; x < 5; ++x)
-                EXPECT_EQ(img.GetPixel(x, y), CPixel::Make(uint8_t(10 * x + y), uint8_t(100 + x), uint8_t(200 + y)).Word());
+                EXPECT_EQ(img.GetPixel(x, y),
+                          CPixel::Make(uint8_t(10 * x + y), uint8_t(100 + x), uint8_t(200 + y)).Word());
     }
 }
 

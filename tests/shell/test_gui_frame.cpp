@@ -1,25 +1,24 @@
-#include <gtest/gtest.h>
-
 #include <QCheckBox>
 #include <QDialog>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
-#include <QTimer>
 #include <QTest>
+#include <QTimer>
 #include <condition_variable>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <mutex>
 
 #include "commands/project_stream.h"
 #include "document/layer.h"
+#include "gui_support.h"
 #include "imaging/codec.h"
 #include "imaging/gbk_text.h"
 #include "shell/image_view.h"
 #include "shell/main_frame.h"
 #include "shell/panels.h"
 #include "shell/shell_app.h"
-#include "gui_support.h"
 
 using namespace vmtest;
 
@@ -40,7 +39,8 @@ protected:
         COLImage img;
         img.Create(w, h);
         for (uint32_t y = 0; y < h; ++y)
-            for (uint32_t x = 0; x < w; ++x) img.PutPixel(x, y, CPixel::Make(uint8_t(x * 3), uint8_t(y * 5), 90, 255));
+            for (uint32_t x = 0; x < w; ++x)
+                img.PutPixel(x, y, CPixel::Make(uint8_t(x * 3), uint8_t(y * 5), 90, 255));
         const std::string path = m_dir.File(name);
         COLImageCodec codec;
         EXPECT_NE(codec.SaveFileWithAlpha(path.c_str(), &img), 0);
@@ -89,8 +89,8 @@ TEST_F(Frame, KeysBecomeCommandTexts)
     Key(Qt::Key_2, Qt::ShiftModifier);
     Key(Qt::Key_D, Qt::ControlModifier); // no selection: the item is grey, so the key does nothing
     Key(Qt::Key_Delete);
-    EXPECT_EQ(sent, (std::vector<std::string>{"UI_HistoryBackward", "UI_HistoryForward", "Doc_SelectAll",
-                                              "UI_ZoomFit", "UI_ZoomIn", "UI_ZoomOut", "Doc_SelectLayer('2')"}));
+    EXPECT_EQ(sent, (std::vector<std::string>{"UI_HistoryBackward", "UI_HistoryForward", "Doc_SelectAll", "UI_ZoomFit",
+                                              "UI_ZoomIn", "UI_ZoomOut", "Doc_SelectLayer('2')"}));
 
     // With a selection the selection keys act.
     Doc().GetSelectionMask().Create(64, 48);
@@ -173,7 +173,8 @@ TEST_F(Frame, LayerMenuEditsTheDocumentAndUndoRedoWalkTheHistory)
 
     // Undo all the way back to the opened picture.
     int presses = 0;
-    for (; presses < 200 && m_app.ComposeHistory()->CanBackward(); ++presses) Key(Qt::Key_Z, Qt::ControlModifier);
+    for (; presses < 200 && m_app.ComposeHistory()->CanBackward(); ++presses)
+        Key(Qt::Key_Z, Qt::ControlModifier);
     EXPECT_EQ(presses, 7);
     EXPECT_FALSE(m_app.ComposeHistory()->CanBackward());
     EXPECT_EQ(Doc().GetLayerCount(), 1);

@@ -1,5 +1,3 @@
-#include <gtest/gtest.h>
-
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QMenuBar>
@@ -7,15 +5,16 @@
 #include <QSignalSpy>
 #include <QUrl>
 #include <filesystem>
+#include <gtest/gtest.h>
 
 #include "document/layer.h"
+#include "gui_support.h"
 #include "imaging/codec.h"
 #include "shell/image_view.h"
 #include "shell/main_frame.h"
 #include "shell/shell_app.h"
 #include "shell/skin.h"
 #include "shell/splash.h"
-#include "gui_support.h"
 
 using namespace vmtest;
 
@@ -27,7 +26,8 @@ std::string MakePicture(const TempDir& dir, const std::string& name, uint32_t w,
     COLImage img;
     img.Create(w, h);
     for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x) img.PutPixel(x, y, CPixel::Make(tag, uint8_t(x), uint8_t(y), 255));
+        for (uint32_t x = 0; x < w; ++x)
+            img.PutPixel(x, y, CPixel::Make(tag, uint8_t(x), uint8_t(y), 255));
     const std::string path = dir.File(name);
     COLImageCodec codec;
     EXPECT_NE(codec.SaveFileWithAlpha(path.c_str(), &img), 0);
@@ -37,7 +37,8 @@ std::string MakePicture(const TempDir& dir, const std::string& name, uint32_t w,
 std::vector<std::string> MenuTitles(QMainWindow& w)
 {
     std::vector<std::string> titles;
-    for (QAction* a : w.menuBar()->actions()) titles.push_back(a->text().toStdString());
+    for (QAction* a : w.menuBar()->actions())
+        titles.push_back(a->text().toStdString());
     return titles;
 }
 
@@ -60,9 +61,9 @@ TEST_F(StartUp, StepsRunInOrderAndTheSplashShowsOnlyWithoutAFile)
     EXPECT_FALSE(shell.CommandLineHandled());
     ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
     EXPECT_FALSE(shell.Splash()->isVisible());
-    const std::vector<std::string> expected = {"profile",      "strings",      "worker", "forecolor", "composelog",
-                                               "selectionlog", "companion",    "buttonstates", "skinpictures",
-                                               "splash",       "frame",        "commandline", "splashhidden"};
+    const std::vector<std::string> expected = {
+        "profile",      "strings",      "worker", "forecolor", "composelog",  "selectionlog", "companion",
+        "buttonstates", "skinpictures", "splash", "frame",     "commandline", "splashhidden"};
     EXPECT_EQ(m_app.GetInitSteps(), expected);
     // No document: the short menu bar, no picture, nothing said.
     EXPECT_FALSE(shell.Frame()->IsShowingComposeMenus());
@@ -117,7 +118,8 @@ TEST_F(StartUp, HostPluginFileBecomesTheDocumentAndIsRemoved)
 {
     // Width 3, height 2, three bytes a pixel.
     std::vector<uint8_t> bytes = {3, 0, 0, 0, 2, 0, 0, 0};
-    for (int i = 0; i < 6; ++i) bytes.insert(bytes.end(), {uint8_t(10 * i), 20, 30});
+    for (int i = 0; i < 6; ++i)
+        bytes.insert(bytes.end(), {uint8_t(10 * i), 20, 30});
     const std::string path = m_dir.File("host.raw");
     vmtest::WriteAll(path, bytes);
     CShellApp shell(m_app, &m_services);
@@ -177,8 +179,8 @@ TEST_F(StartUp, SkinColoursComeFromTheProfileAsBgr)
 {
     std::filesystem::create_directories(m_dir.File("config"));
     vmtest::WriteAll(m_dir.File("config/Velmorando.ini"),
-                     std::vector<uint8_t>{'[', 'I', 'n', 't', ']', '\n', 'B', 'a', 'c', 'k', 'C', 'o', 'l', 'o', 'r',
-                                          '=', '2', '5', '5', '\n'});
+                     std::vector<uint8_t>{'[', 'I', 'n', 't', ']', '\n', 'B', 'a', 'c', 'k',
+                                          'C', 'o', 'l', 'o', 'r', '=',  '2', '5', '5', '\n'});
     m_app.Init(TestOptions(m_dir));
     CSkin skin;
     skin.Load();

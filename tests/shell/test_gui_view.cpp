@@ -1,15 +1,14 @@
-#include <gtest/gtest.h>
-
 #include <QScrollBar>
 #include <QTest>
 #include <QWheelEvent>
+#include <gtest/gtest.h>
 #include <thread>
 
 #include "document/compose_document.h"
 #include "document/layer.h"
+#include "gui_support.h"
 #include "shell/canvas_view.h"
 #include "shell/image_view.h"
-#include "gui_support.h"
 
 using namespace vmtest;
 
@@ -21,15 +20,19 @@ void FillDocument(CComposeDocument& doc, int w, int h)
     ASSERT_EQ(doc.NewDocument(w, h, 0xFF000000), 1);
     COLImage& img = doc.GetLayer(0)->m_image;
     for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) img.PutPixel(uint32_t(x), uint32_t(y), CPixel::Make(uint8_t(x), uint8_t(y), uint8_t(x + y), 255));
+        for (int x = 0; x < w; ++x)
+            img.PutPixel(uint32_t(x), uint32_t(y), CPixel::Make(uint8_t(x), uint8_t(y), uint8_t(x + y), 255));
 }
 
-QRgb GrabPixel(QWidget& w, int x, int y) { return w.grab().toImage().pixel(x, y); }
+QRgb GrabPixel(QWidget& w, int x, int y)
+{
+    return w.grab().toImage().pixel(x, y);
+}
 
 void Wheel(QWidget& w, int x, int y, int delta)
 {
-    QWheelEvent e(QPointF(x, y), w.mapToGlobal(QPointF(x, y)), QPoint(), QPoint(0, delta), Qt::NoButton,
-                  Qt::NoModifier, Qt::NoScrollPhase, false);
+    QWheelEvent e(QPointF(x, y), w.mapToGlobal(QPointF(x, y)), QPoint(), QPoint(0, delta), Qt::NoButton, Qt::NoModifier,
+                  Qt::NoScrollPhase, false);
     QApplication::sendEvent(&w, &e);
 }
 
@@ -147,7 +150,8 @@ TEST_F(View, WheelStepsThroughTheStopsAboutThePointer)
     EXPECT_EQ(m_view.GetZoom(), 1.5);
     Wheel(m_view, 120, 90, 60);
     EXPECT_EQ(m_view.GetZoom(), 2.0);
-    for (int i = 0; i < 30; ++i) Wheel(m_view, 120, 90, -120);
+    for (int i = 0; i < 30; ++i)
+        Wheel(m_view, 120, 90, -120);
     EXPECT_EQ(m_view.GetZoom(), 0.1); // stays at the smallest stop
     m_view.ZoomFit();
     EXPECT_FALSE(m_view.HorizontalBar()->isVisible());
@@ -162,7 +166,8 @@ TEST_F(View, ScrollBarStepsByAFiftiethAndStopsAtTheEnd)
     EXPECT_EQ(m_view.GetOrigin().x, 20);
     m_view.VerticalBar()->triggerAction(QAbstractSlider::SliderSingleStepAdd);
     EXPECT_EQ(m_view.GetOrigin().y, 16);
-    for (int i = 0; i < 10; ++i) m_view.HorizontalBar()->triggerAction(QAbstractSlider::SliderPageStepAdd);
+    for (int i = 0; i < 10; ++i)
+        m_view.HorizontalBar()->triggerAction(QAbstractSlider::SliderPageStepAdd);
     EXPECT_EQ(m_view.GetOrigin().x, 1000 - m_view.Geometry().VisibleWidth());
     EXPECT_EQ(m_view.HorizontalBar()->value(), m_view.GetOrigin().x);
 }
@@ -174,7 +179,8 @@ TEST_F(View, SelectionOutlineIsTheBorderOfTheMask)
     mask.Create(200, 150);
     std::fill_n(mask.GetBuffer(), 200 * 150, uint8_t(0));
     for (int y = 10; y < 20; ++y)
-        for (int x = 10; x < 30; ++x) mask.GetBuffer()[y * 200 + x] = 255;
+        for (int x = 10; x < 30; ++x)
+            mask.GetBuffer()[y * 200 + x] = 255;
     ASSERT_EQ(m_doc.MergeNow(), 1);
     m_view.SetSource(&m_doc);
     EXPECT_EQ(m_view.AntsCount(), 2 * 20 + 2 * 10 - 4);
@@ -197,7 +203,7 @@ TEST_F(View, InputReachesTheToolOnlyOnThePicture)
     const VRect r = m_view.GetImageRect();
     QTest::mousePress(&m_view, Qt::LeftButton, Qt::NoModifier, QPoint(r.left + 5, r.top + 5));
     QTest::mouseRelease(&m_view, Qt::LeftButton, Qt::NoModifier, QPoint(2, 2)); // released outside
-    QTest::mousePress(&m_view, Qt::LeftButton, Qt::NoModifier, QPoint(2, 2));  // pressed outside
+    QTest::mousePress(&m_view, Qt::LeftButton, Qt::NoModifier, QPoint(2, 2));   // pressed outside
     QTest::mouseRelease(&m_view, Qt::LeftButton, Qt::NoModifier, QPoint(2, 2));
     ASSERT_EQ(sink.downs.size(), 1u);
     EXPECT_EQ(sink.downs[0].x, r.left + 5);

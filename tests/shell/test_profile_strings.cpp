@@ -1,7 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <set>
 #include <sstream>
 #include <strings.h>
@@ -94,7 +93,7 @@ TEST(Profile, HandWrittenFileWithSpacesCommentsAndCase)
     EXPECT_EQ(p.GetInt("Int", "DarkColor", 0), 0x102030);
     EXPECT_EQ(p.GetInt("Int", "bkcolor", 0), -8355712); // the first of two wins
     EXPECT_EQ(p.GetInt("Int", "Check Result", 1), 0);
-    EXPECT_EQ(p.GetInt("Int", "broken", 42), 42);       // not a number: the default
+    EXPECT_EQ(p.GetInt("Int", "broken", 42), 42); // not a number: the default
     EXPECT_EQ(p.GetStr("Str", "font", ""), "Noto Sans");
 
     // A write keeps what was there and changes only its own key.
@@ -141,7 +140,8 @@ TEST(Profile, ValueWithLineBreakStaysOneEntry)
 TEST(ProfileDefaults, EveryKeyOfTheProgram)
 {
     EXPECT_EQ(ProfileIntDefault("ForeColor"), 0);
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(ProfileIntDefault("HisColor" + std::to_string(i)), 0);
+    for (int i = 0; i < 6; ++i)
+        EXPECT_EQ(ProfileIntDefault("HisColor" + std::to_string(i)), 0);
     EXPECT_EQ(ProfileIntDefault("AfterOpenWizard"), 1);
     EXPECT_EQ(ProfileIntDefault("PureBk"), 1);
     EXPECT_EQ(ProfileIntDefault("DbSel"), 1);
@@ -169,7 +169,8 @@ TEST(StringTable, ChineseTableHasEveryKeyInOrder)
     ASSERT_EQ(keys.size(), 168u);
     ASSERT_EQ(rows.size(), keys.size());
     EXPECT_EQ(SharedStringRowCount(), keys.size());
-    for (size_t i = 0; i < keys.size(); ++i) EXPECT_EQ(rows[i].m_key, keys[i]) << "row " << i;
+    for (size_t i = 0; i < keys.size(); ++i)
+        EXPECT_EQ(rows[i].m_key, keys[i]) << "row " << i;
 }
 
 TEST(StringTable, EnglishTableKeepsTheKeysAndAddsTheMissingOnes)
@@ -178,7 +179,8 @@ TEST(StringTable, EnglishTableKeepsTheKeysAndAddsTheMissingOnes)
     FillStringTable(zh, ETextLanguage::kChinese);
     FillStringTable(en, ETextLanguage::kEnglish);
     ASSERT_GT(en.size(), zh.size());
-    for (size_t i = 0; i < zh.size(); ++i) EXPECT_EQ(en[i].m_key, zh[i].m_key);
+    for (size_t i = 0; i < zh.size(); ++i)
+        EXPECT_EQ(en[i].m_key, zh[i].m_key);
     for (const char* key : {"expect", "inoutoptimize", "afterinoutoptimize", "smartin"}) {
         EXPECT_EQ(FindStringRow(zh, key), nullptr) << key;
         ASSERT_NE(FindStringRow(en, key), nullptr) << key;
@@ -198,7 +200,8 @@ TEST(StringTable, RowsFitTheirFieldsAndKeysAreUnique)
             EXPECT_LE(r.m_text.size(), kMaxStringText) << r.m_key;
             EXPECT_FALSE(r.m_text.empty()) << r.m_key;
             std::string lower = r.m_key;
-            for (char& c : lower) c = char(tolower(c));
+            for (char& c : lower)
+                c = char(tolower(c));
             EXPECT_TRUE(seen.insert(lower).second) << "a second row would never be reached: " << r.m_key;
         }
     }
@@ -261,7 +264,8 @@ TEST_F(AppGlobalsTest, GetStringLooksUpSpecialKeysTableThenProfile)
     EXPECT_EQ(&m_app, AppGlobals());
     EXPECT_EQ(m_app.GetString("TITTLE"), "Velmorando");
     EXPECT_EQ(m_app.GetString("tittle"), "Velmorando");
-    for (const char* k : {"Workdir", "workdir", "WorkDir"}) EXPECT_EQ(m_app.GetString(k), m_app.GetWorkDir());
+    for (const char* k : {"Workdir", "workdir", "WorkDir"})
+        EXPECT_EQ(m_app.GetString(k), m_app.GetWorkDir());
     EXPECT_EQ(m_app.GetWorkDir().back(), '/');
     EXPECT_EQ(m_app.GetString("profile"), m_dir.File("cfg/Velmorando.ini"));
     EXPECT_EQ(m_app.GetString("myown"), "from the profile");

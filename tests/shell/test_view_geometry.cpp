@@ -1,7 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstdlib>
+#include <gtest/gtest.h>
 
 #include "shell/view_geometry.h"
 
@@ -27,7 +26,7 @@ TEST(ZoomStops, StepsAndEnds)
     EXPECT_EQ(NextZoomStop(1, false), 2.0 / 3.0);
     EXPECT_EQ(NextZoomStop(0.5, false), 1.0 / 3.0);
     EXPECT_EQ(NextZoomStop(1.0 / 3.0, true), 0.5);
-    EXPECT_EQ(NextZoomStop(4.0, true), 5.0);  // a stop goes to its neighbour
+    EXPECT_EQ(NextZoomStop(4.0, true), 5.0); // a stop goes to its neighbour
     EXPECT_EQ(NextZoomStop(4.0, false), 3.0);
     EXPECT_EQ(NextZoomStop(1.23, true), 1.5); // not a stop: the next one above or below
     EXPECT_EQ(NextZoomStop(1.23, false), 1.0);
@@ -132,7 +131,8 @@ TEST(ViewCoordinates, RoundTripIsExactAtWholeZoomsAndWithinOnePixelBelowOne)
         }
         // From the image side the trip is exact at every zoom of at least 1.
         if (z >= 1.0) {
-            for (int ix = 123; ix < 200; ++ix) EXPECT_EQ(g.ClientToImage(g.ImageToClient(ix, 80).x, 10).x, ix);
+            for (int ix = 123; ix < 200; ++ix)
+                EXPECT_EQ(g.ClientToImage(g.ImageToClient(ix, 80).x, 10).x, ix);
         }
     }
 }
@@ -172,7 +172,7 @@ TEST(ViewScroll, LinePageAndTrack)
     EXPECT_EQ(g.ScrollTarget(true, EScrollKind::kLineDown, 0), 500 + 80); // 4000 / 50
     EXPECT_EQ(g.ScrollTarget(false, EScrollKind::kLineUp, 0), 500 - 60);  // 3000 / 50
     EXPECT_EQ(g.ScrollTarget(true, EScrollKind::kPageDown, 0), 500 + 780);
-    EXPECT_EQ(g.ScrollTarget(true, EScrollKind::kPageUp, 0), 0);          // clamped at 0
+    EXPECT_EQ(g.ScrollTarget(true, EScrollKind::kPageUp, 0), 0);            // clamped at 0
     EXPECT_EQ(g.ScrollTarget(true, EScrollKind::kTrack, 3900), 4000 - 780); // clamped at the end
     EXPECT_EQ(g.ScrollTarget(true, EScrollKind::kTrack, 1234), 1234);
     // A small picture scrolls by at least one pixel.
