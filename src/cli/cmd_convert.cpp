@@ -1,0 +1,54 @@
+#include <cstdio>
+
+#include "cli/cli.h"
+#include "imaging/codec.h"
+#include "imaging/image.h"
+
+namespace {
+
+std::string LowerExtension(const std::string& path)
+{
+    const size_t slash = path.find_last_of('/');
+    const size_t dot = path.find_last_of('.');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return {};
+    std::string ext = path.substr(dot + 1);
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return ext;
+}
+
+int RunConvert(const std::vector<std::string>& args)
+{
+    cli::Args a(args, {"--quality"});
+    if (!a.Ok()) return cli::Usage("convert", a.Error());
+    if (a.Positional().size() != 2) return cli::Usage("convert", "expects an input and an output file");
+    const std::string& in = a.Positional()[0];
+    const std::string& out = a.Positional()[1];
+    long quality = 90;
+    if (auto q = a.Value("--quality"); q && !cli::ParseInt(*q, 1, 200, quality))
+        return cli::Usage("convert", "--quality takes 1..100, or 101..200 for full-resolution colour");
+
+    const std::string ext = LowerExtension(out);
+    const bool jpeg = ext == "jpg" || ext == "jpeg" || ext == "jpe" || ext == "jfif";
+    if (!jpeg && ext != "png" && ext != "bmp" && ext != "dib" && ext != "tif" && ext != "tiff" && ext != "tga")
+        return cli::Fail("cannot write '" + ext + "' files; use .png, .jpg, .bmp, .tif or .tga");
+
+    COLImageCodec codec;
+    COLImage image;
+    if (!codec.LoadFile(in.c_str(), &image)) {
+        const uint32_t type = COLImageCodec::GetFileType(in.c_str());
+        if (type == kFileUnusable) return cli::Fail("cannot read " + in + ": missing, or not a picture");
+        return cli::Fail("cannot read " + in + ": damaged or unsupported " + FileTypeName(type) + " file");
+    }
+    int ok;
+    if (ext == "png") ok = codec.SaveFileWithAlpha(out.c_str(), &image);   // PNG keeps the alpha
+    else if (jpeg) ok = codec.SaveJpegFile(out.c_str(), &image, int(quality), 72);
+    else ok = codec.SaveFile(out.c_str(), &image);
+    if (!ok) return cli::Fail("cannot write " + out + " (folder missing, no permission or disk full)");
+    std::printf("%s -> %s, %u x %u\n", in.c_str(), out.c_str(), image.GetWidth(), image.GetHeight());
+    return cli::kExitOk;
+}
+
+cli::CliRegistrar reg("convert", "convert IN OUT [--quality Q]",
+                      "convert a picture; the writer follows OUT's extension (.png keeps alpha)", RunConvert);
+
+} // namespace

@@ -1,0 +1,175 @@
+#include "imaging/codec.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "imaging/codec_formats.h"
+
+const char* FileTypeName(uint32_t type)
+{
+    switch (type) {
+    case kFileBmp: return "BMP";
+    case kFileJpeg: return "JPEG";
+    case kFileGif: return "GIF";
+    case kFilePcx: return "PCX";
+    case kFileTiff: return "TIFF";
+    case kFileTga: return "TGA";
+    case kFilePng: return "PNG";
+    case kFileProject: return "Velmorando project";
+    case kFilePsd: return "PSD";
+    default: return "unusable";
+    }
+}
+
+namespace {
+
+uint32_t TypeFromContent(const uint8_t* h, size_t n)
+{
+    auto starts = [&](const char* sig, size_t len) { return n >= len && std::memcmp(h, sig, len) == 0; };
+    if (starts("VMPD", 4)) return kFileProject;
+    if (starts("8BPS", 4)) return kFilePsd;
+    if (starts("\x89PNG\r\n\x1a\n", 8)) return kFilePng;
+    if (n >= 3 && h[0] == 0xFF && h[1] == 0xD8 && h[2] == 0xFF) return kFileJpeg;
+    if (starts("GIF87a", 6) || starts("GIF89a", 6)) return kFileGif;
+    if (starts("II*\0", 4) || starts("MM\0*", 4) || starts("II+\0", 4) || starts("MM\0+", 4)) return kFileTiff;
+    if (starts("BM", 2) && n >= 18) {
+        const uint32_t header = codec::Le32(h + 14);
+        if (header == 12 || header == 40 || header == 52 || header == 56 || header == 64 || header == 108 ||
+            header == 124)
+            return kFileBmp;
+    }
+    // PCX has only a weak signature: maker byte 10, a known version, encoding 0 or 1, known depth and planes.
+    if (n >= 128 && h[0] == 0x0A && (h[1] <= 5 && h[1] != 1) && h[2] <= 1 &&
+        (h[3] == 1 || h[3] == 2 || h[3] == 4 || h[3] == 8) && h[65] >= 1 && h[65] <= 4)
+        return kFilePcx;
+    return kFileUnusable;
+}
+
+bool PlausibleTga(const uint8_t* h, size_t n)
+{
+    if (n < 18 || h[1] > 1) return false;
+    const uint8_t type = h[2] & ~8;
+    const uint8_t depth = h[16];
+    return type >= 1 && type <= 3 && codec::Le16(h + 12) > 0 && codec::Le16(h + 14) > 0 &&
+           (depth == 8 || depth == 15 || depth == 16 || depth == 24 || depth == 32);
+}
+
+bool LoadByType(const char* path, uint32_t type, COLImage& image)
+{
+    if (type == kFileTiff) return codec::LoadTiff(path, image);
+    if (type == kFileGif) return codec::LoadGif(path, image);
+    codec::CMappedFile file;
+    if (!file.Open(path)) return false;
+    switch (type) {
+    case kFilePng: return codec::LoadPng(file.Data(), file.Size(), image);
+    case kFileJpeg: return codec::LoadJpeg(file.Data(), file.Size(), image);
+    case kFileBmp: return codec::LoadBmp(file.Data(), file.Size(), image);
+    case kFileTga: return codec::LoadTga(file.Data(), file.Size(), image);
+    case kFilePcx: return codec::LoadPcx(file.Data(), file.Size(), image);
+    default: return false;
+    }
+}
+
+} // namespace
+
+uint32_t COLImageCodec::GetFileType(const char* path)
+{
+    if (!path) return kFileUnusable;
+    codec::CMappedFile file;
+    if (!file.Open(path) || file.Size() == 0) return kFileUnusable;
+    const uint32_t byContent = TypeFromContent(file.Data(), file.Size());
+    if (byContent != kFileUnusable) return byContent;
+    // TGA has no signature at its start; a version 2 file ends with one, an older one only has its name.
+    if (codec::IsTgaFooter(file.Data(), file.Size())) return kFileTga;
+    const std::string ext = codec::Extension(path);
+    if ((ext == "tga" || ext == "vda" || ext == "icb" || ext == "vst") && PlausibleTga(file.Data(), file.Size()))
+        return kFileTga;
+    return kFileUnusable;
+}
+
+int COLImageCodec::LoadFile(const char* path, COLImage* image)
+{
+    if (!image) return 0;
+    COLImage loaded;
+    const uint32_t type = path ? GetFileType(path) : kFileUnusable;
+    if (!LoadByType(path, type, loaded) || loaded.IsEmpty()) {
+        image->Free();
+        return 0;
+    }
+    *image = std::move(loaded);
+    return 1;
+}
+
+int COLImageCodec::SaveFile(const char* path, const COLImage* image)
+{
+    if (!path || !image || image->IsEmpty()) return 0;
+    const std::string ext = codec::Extension(path);
+    bool ok = false;
+    if (ext == "bmp" || ext == "dib") ok = codec::SaveBmp(path, *image);
+    else if (ext == "jpg" || ext == "jpeg" || ext == "jpe" || ext == "jfif") ok = codec::SaveJpeg(path, *image, 90, false, 72);
+    else if (ext == "png") ok = codec::SavePng(path, *image, false, codec::DefaultPngSettings());
+    else if (ext == "tif" || ext == "tiff") ok = codec::SaveTiff(path, *image);
+    else if (ext == "tga") ok = codec::SaveTga(path, *image);
+    return ok ? 1 : 0;
+}
+
+int COLImageCodec::SaveFileWithAlpha(const char* path, const COLImage* image)
+{
+    if (!path || !image || image->IsEmpty()) return 0;
+    return codec::SavePng(path, *image, true, codec::DefaultPngSettings()) ? 1 : 0;
+}
+
+int COLImageCodec::SaveJpegFile(const char* path, const COLImage* image, int quality, int dpi)
+{
+    if (!path || !image || image->IsEmpty()) return 0;
+    // Above 100 the caller asks for the same quality without chroma subsampling.
+    const bool fullChroma = quality > 100;
+    if (fullChroma) quality -= 100;
+    return codec::SaveJpeg(path, *image, quality, fullChroma, dpi) ? 1 : 0;
+}
+
+int COLImageCodec::CreateThumbnail(const char* path, COLImage* image, int maxSide, int& width, int& height,
+                                   int square)
+{
+    width = height = 0;
+    if (!image || maxSide < 1 || maxSide > int(kMaxImageSide)) return 0;
+    COLImage picture;
+    if (!LoadFile(path, &picture)) {
+        image->Free();
+        return 0;
+    }
+    width = int(picture.GetWidth());
+    height = int(picture.GetHeight());
+    int tw = width, th = height;
+    if (tw > maxSide || th > maxSide) {
+        if (tw >= th) {
+            th = std::max(1, int(int64_t(th) * maxSide / tw));
+            tw = maxSide;
+        } else {
+            tw = std::max(1, int(int64_t(tw) * maxSide / th));
+            th = maxSide;
+        }
+    }
+    COLImage reduced;
+    if (!Resample(&picture, &reduced, tw, th, 1)) {
+        image->Free();
+        return 0;
+    }
+    if (!square) {
+        *image = std::move(reduced);
+        return 1;
+    }
+    COLImage framed;
+    if (framed.Create(uint32_t(maxSide), uint32_t(maxSide)) != kOk) {
+        image->Free();
+        return 0;
+    }
+    std::fill(framed.GetBuffer(), framed.GetBuffer() + framed.GetPixelCount(), CPixel{0, 0, 0, 0});
+    const uint32_t ox = uint32_t(maxSide - tw) / 2, oy = uint32_t(maxSide - th) / 2;
+    for (uint32_t y = 0; y < uint32_t(th); ++y)
+        std::memcpy(framed.GetBuffer(ox, oy + y), reduced.GetBuffer(0, y), size_t(tw) * 4);
+    *image = std::move(framed);
+    return 1;
+}

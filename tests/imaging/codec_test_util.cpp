@@ -1,0 +1,105 @@
+#include "codec_test_util.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <sys/wait.h>
+
+namespace codectest {
+
+bool ReadPam(const std::string& path, COLImage& image)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::string line;
+    if (!std::getline(in, line) || line != "P7") return false;
+    uint32_t w = 0, h = 0, depth = 0, maxval = 0;
+    while (std::getline(in, line) && line != "ENDHDR") {
+        std::istringstream s(line);
+        std::string key;
+        s >> key;
+        if (key == "WIDTH") s >> w;
+        else if (key == "HEIGHT") s >> h;
+        else if (key == "DEPTH") s >> depth;
+        else if (key == "MAXVAL") s >> maxval;
+    }
+    if (!w || !h || depth < 1 || depth > 4 || (maxval != 255 && maxval != 65535)) return false;
+    std::vector<uint8_t> raw(size_t(w) * h * depth);
+    if (maxval == 255) {
+        if (!in.read(reinterpret_cast<char*>(raw.data()), std::streamsize(raw.size()))) return false;
+    } else {
+        // 16-bit samples, big-endian, rounded to the nearest 8-bit value.
+        std::vector<uint8_t> wide(raw.size() * 2);
+        if (!in.read(reinterpret_cast<char*>(wide.data()), std::streamsize(wide.size()))) return false;
+        for (size_t i = 0; i < raw.size(); ++i)
+            raw[i] = uint8_t(((wide[2 * i] << 8 | wide[2 * i + 1]) * 255 + 32767) / 65535);
+    }
+    if (image.Create(w, h) != kOk) return false;
+    for (size_t i = 0; i < size_t(w) * h; ++i) {
+        const uint8_t* p = raw.data() + i * depth;
+        CPixel& o = image.GetBuffer()[i];
+        if (depth <= 2) o = CPixel::Make(p[0], p[0], p[0], depth == 2 ? p[1] : 255);
+        else o = CPixel::Make(p[0], p[1], p[2], depth == 4 ? p[3] : 255);
+    }
+    return true;
+}
+
+int MaxColourDifference(const COLImage& expected, const COLImage& actual, bool onlyVisible)
+{
+    if (expected.IsEmpty() || actual.IsEmpty() || expected.GetWidth() != actual.GetWidth() ||
+        expected.GetHeight() != actual.GetHeight())
+        return -1;
+    int worst = 0;
+    for (size_t i = 0; i < expected.GetPixelCount(); ++i) {
+        const CPixel e = expected.GetBuffer()[i], a = actual.GetBuffer()[i];
+        if (onlyVisible && e.alpha == 0) continue;
+        worst = std::max({worst, std::abs(e.red - a.red), std::abs(e.green - a.green), std::abs(e.blue - a.blue)});
+    }
+    return worst;
+}
+
+int MaxAlphaDifference(const COLImage& expected, const COLImage& actual)
+{
+    if (expected.IsEmpty() || actual.IsEmpty() || expected.GetWidth() != actual.GetWidth() ||
+        expected.GetHeight() != actual.GetHeight())
+        return -1;
+    int worst = 0;
+    for (size_t i = 0; i < expected.GetPixelCount(); ++i)
+        worst = std::max(worst, std::abs(expected.GetBuffer()[i].alpha - actual.GetBuffer()[i].alpha));
+    return worst;
+}
+
+void MakePattern(COLImage& image, uint32_t width, uint32_t height, bool withAlpha)
+{
+    image.Create(width, height);
+    for (uint32_t y = 0; y < height; ++y)
+        for (uint32_t x = 0; x < width; ++x) {
+            const uint8_t r = uint8_t(x * 255 / std::max(1u, width - 1));
+            const uint8_t g = uint8_t(y * 255 / std::max(1u, height - 1));
+            const uint8_t b = uint8_t(((x / 4 + y / 3) & 1) ? 200 : 30);
+            const uint8_t a = withAlpha ? uint8_t((x + 2 * y) * 255 / std::max(1u, width + 2 * height - 3)) : 255;
+            image.PutPixel(x, y, CPixel::Make(r, g, b, a));
+        }
+}
+
+int Run(const std::string& command, std::string& output)
+{
+    output.clear();
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    if (!pipe) return -1;
+    std::array<char, 4096> buf{};
+    size_t n;
+    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) output.append(buf.data(), n);
+    const int status = pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool HaveImageMagick()
+{
+    std::string out;
+    return Run("/usr/bin/identify -version", out) == 0 && out.find("ImageMagick") != std::string::npos;
+}
+
+} // namespace codectest

@@ -1,0 +1,29 @@
+#pragma once
+
+// Helpers shared by the codec tests.
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "imaging/image.h"
+
+namespace codectest {
+
+// Reads a binary PAM (8-bit; GRAYSCALE, GRAYSCALE_ALPHA, RGB or RGB_ALPHA) as written by ImageMagick.
+bool ReadPam(const std::string& path, COLImage& image);
+
+// Largest difference of any colour byte between two pictures of the same size, counting only pixels whose
+// alpha in `expected` is not 0 when onlyVisible is set; -1 when the sizes differ or an image is missing.
+int MaxColourDifference(const COLImage& expected, const COLImage& actual, bool onlyVisible);
+int MaxAlphaDifference(const COLImage& expected, const COLImage& actual);
+
+// A picture with smooth areas, edges and a soft alpha ramp: enough structure to notice flips, channel swaps
+// and shifted rows.
+void MakePattern(COLImage& image, uint32_t width, uint32_t height, bool withAlpha);
+
+// Runs a shell command, returning its exit status and output (stdout and stderr).
+int Run(const std::string& command, std::string& output);
+bool HaveImageMagick();
+
+} // namespace codectest
