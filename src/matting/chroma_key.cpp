@@ -76,9 +76,12 @@ long CChromaKeyProcess::RunLumaPath(const COLImage& source)
     if (m_params.featherSelection) {
         COLChannel blurred;
         if (BlurPlane(m_alpha, blurred, 1.0) != kOk) return kFail;
-        uint8_t* a = m_alpha.GetBuffer();
-        const uint8_t* b = blurred.GetBuffer();
-        for (uint32_t i = 0; i < m_alpha.GetAreaByteSize(); ++i) a[i] = std::min(a[i], b[i]);
+        const uint32_t w = m_alpha.GetWidth();
+        keyrows::ForRows(0, int(m_alpha.GetHeight()), w, [&](int y0, int y1) {
+            uint8_t* a = m_alpha.GetBuffer(0, uint32_t(y0));
+            const uint8_t* b = blurred.GetBuffer(0, uint32_t(y0));
+            for (size_t i = 0, n = size_t(y1 - y0) * w; i < n; ++i) a[i] = std::min(a[i], b[i]);
+        });
     }
     MixColours(source);
     ApplyAlphaLevels(*m_pDstImage, m_params.levelLow, m_params.levelHigh);
@@ -133,9 +136,9 @@ void CChromaKeyProcess::MixColours(const COLImage& source)
                         continue;
                     }
                     if (recover) {
-                        d[x].red = static_cast<uint8_t>(keymath::RecoverChannel(s[x].red, bd.red, a));
-                        d[x].green = static_cast<uint8_t>(keymath::RecoverChannel(s[x].green, bd.green, a));
-                        d[x].blue = static_cast<uint8_t>(keymath::RecoverChannel(s[x].blue, bd.blue, a));
+                        d[x].red = static_cast<uint8_t>(keymath::RecoverChannelFast(s[x].red, bd.red, a));
+                        d[x].green = static_cast<uint8_t>(keymath::RecoverChannelFast(s[x].green, bd.green, a));
+                        d[x].blue = static_cast<uint8_t>(keymath::RecoverChannelFast(s[x].blue, bd.blue, a));
                     }
                     plane[x] = m_alphaMap[a];
                     d[x].alpha = m_alphaMap[a];

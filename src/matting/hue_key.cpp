@@ -60,9 +60,12 @@ long CHueKeyProcess::Process(const void* params)
     if (m_params.featherSelection) {
         COLChannel blurred;
         if (BlurPlane(m_keyChannel, blurred, 1.5) != kOk) return kFail;
-        uint8_t* k = m_keyChannel.GetBuffer();
-        const uint8_t* b = blurred.GetBuffer();
-        for (uint32_t i = 0; i < m_keyChannel.GetAreaByteSize(); ++i) k[i] = std::min(k[i], b[i]);
+        const uint32_t w = m_keyChannel.GetWidth();
+        keyrows::ForRows(0, int(m_keyChannel.GetHeight()), w, [&](int y0, int y1) {
+            uint8_t* k = m_keyChannel.GetBuffer(0, uint32_t(y0));
+            const uint8_t* b = blurred.GetBuffer(0, uint32_t(y0));
+            for (size_t i = 0, n = size_t(y1 - y0) * w; i < n; ++i) k[i] = std::min(k[i], b[i]);
+        });
     }
     ReportProgress(45);
 
@@ -82,12 +85,42 @@ long CHueKeyProcess::Process(const void* params)
 
 long CHueKeyProcess::SmoothChroma()
 {
-    if (!m_smoothed.DuplicateFrom(m_pSrcImage)) return kFail;
-    COLImageCodec codec;
-    if (!codec.RGBToYUV(&m_smoothed)) return kFail;
+    const COLImage& src = *m_pSrcImage;
+    const uint32_t w = src.GetWidth(), h = src.GetHeight();
+    if (m_smoothed.Create(w, h) != kOk) return kFail;
+    // The codec's conversions work pixel by pixel; they run here on bands of rows, each through a small
+    // picture of its own, so that the cores share them.
+    constexpr int kChunk = 32;
+    bool failed = false;
+    std::mutex failLock;
+    auto convert = [&](bool toYuv) {
+        keyrows::ForRows(0, int(h), w, [&](int y0, int y1) {
+            COLImageCodec codec;
+            COLImage band;
+            for (int y = y0; y < y1; y += kChunk) {
+                const int rows = std::min(kChunk, y1 - y);
+                if (band.Create(w, uint32_t(rows)) != kOk) {
+                    std::lock_guard<std::mutex> guard(failLock);
+                    failed = true;
+                    return;
+                }
+                const CPixel* from = toYuv ? src.GetBuffer(0, uint32_t(y)) : m_smoothed.GetBuffer(0, uint32_t(y));
+                std::memcpy(band.GetBuffer(), from, size_t(rows) * w * sizeof(CPixel));
+                const int ok = toYuv ? codec.RGBToYUV(&band) : codec.YUVToRGB(&band);
+                if (!ok) {
+                    std::lock_guard<std::mutex> guard(failLock);
+                    failed = true;
+                    return;
+                }
+                std::memcpy(m_smoothed.GetBuffer(0, uint32_t(y)), band.GetBuffer(), size_t(rows) * w * sizeof(CPixel));
+            }
+        });
+    };
+    convert(true);
+    if (failed) return kFail;
     InterpolateChroma(m_smoothed);
-    if (!codec.YUVToRGB(&m_smoothed)) return kFail;
-    return kOk;
+    convert(false);
+    return failed ? kFail : kOk;
 }
 
 void CHueKeyProcess::InterpolateChroma(COLImage& yuv)
@@ -139,7 +172,7 @@ long CHueKeyProcess::BuildKey(const COLImage& source)
                 uint8_t* key = m_keyChannel.GetBuffer(0, y);
                 for (uint32_t x = 0; x < w; ++x) {
                     const int r = s[x].red, g = s[x].green, b = s[x].blue;
-                    const uint8_t hv = keymath::KeyHue(r, g, b);
+                    const uint8_t hv = keymath::KeyHueFast(r, g, b);
                     hue[x] = hv;
                     const int wt = m_hueWeight[CircularDiff(hv, hb)];
                     int mx = std::max(r, std::max(g, b)), mn = std::min(r, std::min(g, b));
@@ -185,7 +218,9 @@ void CHueKeyProcess::MixColours(const COLImage& source)
     const CPixel bd = m_params.backdrop;
     const int hb = m_backdropHSB.red;
     const bool recover = m_params.recoverColour != 0;
-    const int strength = m_params.strength;
+    // Spill weight by the pixel's own hue.
+    int spill[256];
+    for (int v = 0; v < 256; ++v) spill[v] = keymath::SpillWeight(CircularDiff(v, hb), m_params.strength);
 
     keyrows::ForBands(static_cast<int>(h), kBandRows, w,
         [&](int y0, int y1) {
@@ -201,12 +236,11 @@ void CHueKeyProcess::MixColours(const COLImage& source)
                         continue;
                     }
                     if (recover) {
-                        const int fr = keymath::RecoverChannel(s[x].red, bd.red, a);
-                        const int fg = keymath::RecoverChannel(s[x].green, bd.green, a);
-                        const int fb = keymath::RecoverChannel(s[x].blue, bd.blue, a);
+                        const int fr = keymath::RecoverChannelFast(s[x].red, bd.red, a);
+                        const int fg = keymath::RecoverChannelFast(s[x].green, bd.green, a);
+                        const int fb = keymath::RecoverChannelFast(s[x].blue, bd.blue, a);
                         const int gray = keymath::Luma(fr, fg, fb);
-                        int sw = keymath::SpillWeight(CircularDiff(hue[x], hb), strength);
-                        sw = sw * a / 255;
+                        const int sw = spill[hue[x]] * a / 255;
                         d[x].red = static_cast<uint8_t>((sw * fr + (255 - sw) * gray) / 255);
                         d[x].green = static_cast<uint8_t>((sw * fg + (255 - sw) * gray) / 255);
                         d[x].blue = static_cast<uint8_t>((sw * fb + (255 - sw) * gray) / 255);
@@ -257,6 +291,7 @@ long CHueKeyProcess::BuildEdgeMask(const COLImage& source, COLChannel& mask)
             const CPixel* s = source.GetBuffer(0, y);
             uint8_t* m = mask.GetBuffer(0, y);
             for (int x = 1; x < w - 1; ++x) {
+                if (m[x] == 0) continue;   // stays 0 whatever q is
                 const int a = CircularDiff(up[x - 1], down[x - 1]) + CircularDiff(up[x], down[x]) +
                               CircularDiff(up[x + 1], down[x + 1]);
                 const int c = CircularDiff(up[x - 1], up[x + 1]) + CircularDiff(mid[x - 1], mid[x + 1]) +
@@ -271,9 +306,12 @@ long CHueKeyProcess::BuildEdgeMask(const COLImage& source, COLChannel& mask)
 
     COLChannel blurred;
     if (BlurPlane(mask, blurred, 0.5) != kOk) return kFail;
-    uint8_t* m = mask.GetBuffer();
-    const uint8_t* b = blurred.GetBuffer();
-    for (uint32_t i = 0; i < mask.GetAreaByteSize(); ++i) m[i] = static_cast<uint8_t>(std::min(255, 2 * b[i]));
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        uint8_t* m = mask.GetBuffer(0, uint32_t(y0));
+        const uint8_t* b = blurred.GetBuffer(0, uint32_t(y0));
+        for (size_t i = 0, n = size_t(y1 - y0) * size_t(w); i < n; ++i)
+            m[i] = static_cast<uint8_t>(std::min(255, 2 * b[i]));
+    });
     ReportProgress(75);
     return kOk;
 }

@@ -1,8 +1,55 @@
 #include "matting/key_math.h"
 
+#include <algorithm>
+
 #include <cmath>
 
+namespace {
+
+// quotient[spread][difference + 255] = difference * 255 / (6 * spread), truncated toward zero.
+struct HueQuotients {
+    int8_t q[256][511];
+    HueQuotients()
+    {
+        for (int spread = 1; spread < 256; ++spread)
+            for (int diff = -spread; diff <= spread; ++diff) q[spread][diff + 255] = int8_t(diff * 255 / (6 * spread));
+    }
+};
+
+// ceil(2^32 / a): (n * m) >> 32 equals n / a for 0 <= n <= 255 * 255, since n (m a - 2^32) < 2^32 there.
+struct Reciprocals {
+    uint64_t m[256];
+    Reciprocals()
+    {
+        m[0] = 0;
+        for (uint64_t a = 1; a < 256; ++a) m[a] = ((uint64_t(1) << 32) + a - 1) / a;
+    }
+};
+
+const HueQuotients g_hueQuotients;
+const Reciprocals g_reciprocals;
+
+} // namespace
+
 namespace keymath {
+
+uint8_t KeyHueFast(int r, int g, int b)
+{
+    const int mx = std::max(r, std::max(g, b)), mn = std::min(r, std::min(g, b));
+    if (mx == mn) return 0;
+    const int8_t* q = g_hueQuotients.q[mx - mn] + 255;
+    if (r == mx) return static_cast<uint8_t>(q[g - b]);
+    if (g == mx) return static_cast<uint8_t>(q[b - r] + 85);
+    return static_cast<uint8_t>(q[r - g] - 86);
+}
+
+int RecoverChannelFast(int i, int b, int a)
+{
+    const int n = i * 255 - b * (255 - a);
+    if (n <= 0) return 0;
+    const int f = static_cast<int>((uint64_t(n) * g_reciprocals.m[a]) >> 32);
+    return f > 255 ? 255 : f;
+}
 
 void BuildAlphaMap(uint8_t map[256])
 {

@@ -36,6 +36,13 @@ inline uint8_t KeyHue(int r, int g, int b)
     return static_cast<uint8_t>(h);
 }
 
+// KeyHue without a division per pixel: the quotient (g - b) * 255 / (6 * (mx - mn)) and its kin come from a
+// table of every spread and difference. Gives KeyHue's byte for every colour.
+uint8_t KeyHueFast(int r, int g, int b);
+
+// RecoverChannel with the division by alpha done as a multiply by a 64-bit reciprocal, exact for every input.
+int RecoverChannelFast(int i, int b, int a);
+
 // Lifts the middle of the alpha range; 0 and 255 stay.
 void BuildAlphaMap(uint8_t map[256]);
 

@@ -158,3 +158,21 @@ TEST(KeyMath, RecoverChannelUndoesTheMix)
     EXPECT_EQ(RecoverChannel(255, 0, 10), 255);   // would be far above 255
     EXPECT_EQ(RecoverChannel(77, 200, 255), 77);  // opaque: the colour itself
 }
+
+TEST(KeyMath, FastHueMatchesThePlainFormulaForEveryColour)
+{
+    int mismatches = 0;
+    for (int r = 0; r < 256; ++r)
+        for (int g = 0; g < 256; ++g)
+            for (int b = 0; b < 256; ++b) mismatches += KeyHueFast(r, g, b) != KeyHue(r, g, b);
+    EXPECT_EQ(mismatches, 0);
+}
+
+TEST(KeyMath, FastRecoveryMatchesThePlainDivisionEverywhere)
+{
+    int mismatches = 0;
+    for (int a = 1; a < 256; ++a)
+        for (int i = 0; i < 256; ++i)
+            for (int b = 0; b < 256; ++b) mismatches += RecoverChannelFast(i, b, a) != RecoverChannel(i, b, a);
+    EXPECT_EQ(mismatches, 0);
+}
