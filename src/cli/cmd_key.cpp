@@ -155,8 +155,8 @@ int RunBatchKey(const std::vector<std::string>& args)
     } else if (suffix) {
         settings.affix = *suffix;
     }
-    for (const std::string& s : {settings.affix})
-        if (s.find('/') != std::string::npos) return cli::Usage(cmd, "the prefix or suffix may not hold a '/'");
+    if (settings.affix.find('/') != std::string::npos)
+        return cli::Usage(cmd, "the prefix or suffix may not hold a '/'");
 
     std::vector<std::string> files;
     for (const std::string& p : a.Positional()) {
