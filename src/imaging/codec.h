@@ -35,7 +35,7 @@ public:
     // the source does not cover are transparent. Multiples of 90 degrees are exact.
     virtual int Rotate(const COLImage* source, COLImage* destination, float angle) = 0;
     // HSB form in place: blue byte brightness, green byte saturation, red byte hue (the colour circle on
-    // 0..255); alpha untouched.
+    // 0..255, 255 being a full turn); alpha untouched.
     virtual void RGB2HSB(CPixel* pixels, int count) = 0;
     virtual void HSB2RGB(CPixel* pixels, int count) = 0;
     // Creates the destination at width x height. Method 1: area average where a side shrinks, bilinear

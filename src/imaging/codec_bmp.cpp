@@ -28,8 +28,10 @@ struct Field {
         if (!bits) return 0;
         const uint32_t x = (v & mask) >> shift;
         if (bits >= 8) return static_cast<uint8_t>(x >> (bits - 8));
-        const uint32_t top = (1u << bits) - 1;
-        return static_cast<uint8_t>((std::min(x, top) * 255 + top / 2) / top);
+        // Repeat the bits downwards (5 bits abcde give abcdeabc), as other readers do.
+        uint32_t rep = 0;
+        for (int filled = 0; filled < 8; filled += bits) rep = (rep << bits) | x;
+        return static_cast<uint8_t>(rep >> (((8 + bits - 1) / bits) * bits - 8));
     }
 };
 

@@ -4,7 +4,8 @@
 
 // Colour forms of the codec, all integer and table-free so that they can be called per pixel from any thread.
 // HSB: the hexagon model; brightness is the largest component, saturation the spread relative to it, and the
-// colour circle of 360 degrees is mapped onto 0..255 (red 0, yellow about 43, green 85, blue 171).
+// colour circle of 360 degrees is mapped onto 0..255 with 255 a full turn (red 0, green 85, blue 170, red again at
+// 255), so that the primaries are exact and a strip of 256 columns shows the whole circle, red at both ends.
 // YUV: BT.601 luma with full-range chroma offset by 128, as JPEG uses it; 16-bit fixed point, rounded.
 
 namespace {
@@ -17,12 +18,12 @@ inline void ToHsb(CPixel& p)
     const int mx = std::max({r, g, b}), mn = std::min({r, g, b}), d = mx - mn;
     int hue = 0;
     if (d > 0) {
-        // Position on the hexagon in units of d, 0 .. 6d, then scaled to 256 per turn with rounding.
+        // Position on the hexagon in units of d, 0 .. 6d, then scaled to 255 per turn with rounding.
         int pos;
         if (mx == r) pos = g - b < 0 ? g - b + 6 * d : g - b;
         else if (mx == g) pos = 2 * d + b - r;
         else pos = 4 * d + r - g;
-        hue = ((pos * 512 + 6 * d) / (12 * d)) & 255;
+        hue = (pos * 510 + 6 * d) / (12 * d);
     }
     p.blue = static_cast<uint8_t>(mx);
     p.green = static_cast<uint8_t>(mx ? (255 * d + mx / 2) / mx : 0);
@@ -33,7 +34,8 @@ inline void FromHsb(CPixel& p)
 {
     const int hue = p.red, s = p.green, v = p.blue;
     const int chroma = (v * s + 127) / 255, mn = v - chroma;
-    const int h6 = hue * 6, sextant = h6 >> 8, f = h6 & 255;
+    const int h6 = (hue * 1536 + 127) / 255;   // six sextants of 256 steps
+    const int sextant = (h6 >> 8) % 6, f = h6 & 255;
     const int step = (chroma * f + 128) >> 8;
     const int rise = mn + step, fall = v - step;
     int r, g, b;

@@ -16,6 +16,7 @@ constexpr char kFooterSignature[18] = {'T', 'R', 'U', 'E', 'V', 'I', 'S', 'I', '
 // One stored value (index, gray or colour) of the given depth turned into a pixel.
 CPixel Colour(const uint8_t* p, int depth, bool gray)
 {
+    if (gray) return CPixel{p[0], p[0], p[0], depth == 16 ? p[1] : uint8_t(255)};   // 16 bits: gray, alpha
     switch (depth) {
     case 8: return CPixel{p[0], p[0], p[0], 255};
     case 15:
@@ -26,9 +27,7 @@ CPixel Colour(const uint8_t* p, int depth, bool gray)
                       static_cast<uint8_t>(depth == 16 && (v & 0x8000) ? 255 : 0)};
     }
     case 24: return CPixel{p[0], p[1], p[2], 255};
-    default:
-        if (gray) return CPixel{p[0], p[0], p[0], p[1]};   // 16-bit gray with alpha
-        return CPixel{p[0], p[1], p[2], p[3]};
+    default: return CPixel{p[0], p[1], p[2], p[3]};
     }
 }
 

@@ -80,9 +80,9 @@ void StoreRow(const Layout& l, const uint8_t* raw, int perPixel, int firstSample
             } else if (s == 0 && l.photometric == PHOTOMETRIC_PALETTE) {
                 const uint32_t n = 1u << l.bits;
                 const uint32_t idx = v < n ? v : 0;
-                p.red = static_cast<uint8_t>(l.map16 ? l.map[0][idx] >> 8 : l.map[0][idx]);
-                p.green = static_cast<uint8_t>(l.map16 ? l.map[1][idx] >> 8 : l.map[1][idx]);
-                p.blue = static_cast<uint8_t>(l.map16 ? l.map[2][idx] >> 8 : l.map[2][idx]);
+                p.red = l.map16 ? To8(l.map[0][idx], 16) : static_cast<uint8_t>(l.map[0][idx]);
+                p.green = l.map16 ? To8(l.map[1][idx], 16) : static_cast<uint8_t>(l.map[1][idx]);
+                p.blue = l.map16 ? To8(l.map[2][idx], 16) : static_cast<uint8_t>(l.map[2][idx]);
             } else if (s == 0 && l.photometric != PHOTOMETRIC_RGB) {
                 uint8_t g = To8(v, l.bits);
                 if (l.photometric == PHOTOMETRIC_MINISWHITE) g = static_cast<uint8_t>(255 - g);

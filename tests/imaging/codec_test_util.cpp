@@ -96,6 +96,48 @@ int Run(const std::string& command, std::string& output)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Inserts an APP1 Exif segment holding only an orientation tag right after SOI.
+std::vector<uint8_t> WithOrientation(const std::vector<uint8_t>& jpeg, int orientation, bool bigEndian)
+{
+    std::vector<uint8_t> tiff;
+    auto p16 = [&](uint32_t v) {
+        if (bigEndian) {
+            tiff.push_back(uint8_t(v >> 8));
+            tiff.push_back(uint8_t(v));
+        } else {
+            tiff.push_back(uint8_t(v));
+            tiff.push_back(uint8_t(v >> 8));
+        }
+    };
+    auto p32 = [&](uint32_t v) {
+        if (bigEndian) {
+            p16(v >> 16);
+            p16(v & 0xFFFF);
+        } else {
+            p16(v & 0xFFFF);
+            p16(v >> 16);
+        }
+    };
+    tiff.push_back(bigEndian ? 'M' : 'I');
+    tiff.push_back(bigEndian ? 'M' : 'I');
+    p16(42);
+    p32(8);
+    p16(2);                          // two entries: a resolution unit first, then the orientation
+    p16(0x0128), p16(3), p32(1), p16(2), p16(0);
+    p16(0x0112), p16(3), p32(1), p16(uint32_t(orientation)), p16(0);
+    p32(0);
+    std::vector<uint8_t> seg = {0xFF, 0xE1};
+    const size_t len = 2 + 6 + tiff.size();
+    seg.push_back(uint8_t(len >> 8));
+    seg.push_back(uint8_t(len));
+    for (char c : std::string("Exif\0\0", 6)) seg.push_back(uint8_t(c));
+    seg.insert(seg.end(), tiff.begin(), tiff.end());
+    std::vector<uint8_t> out(jpeg.begin(), jpeg.begin() + 2);
+    out.insert(out.end(), seg.begin(), seg.end());
+    out.insert(out.end(), jpeg.begin() + 2, jpeg.end());
+    return out;
+}
+
 bool HaveImageMagick()
 {
     std::string out;

@@ -22,6 +22,9 @@ int MaxAlphaDifference(const COLImage& expected, const COLImage& actual);
 // and shifted rows.
 void MakePattern(COLImage& image, uint32_t width, uint32_t height, bool withAlpha);
 
+// A copy of a JPEG with an APP1 Exif segment, holding an orientation tag, right after SOI.
+std::vector<uint8_t> WithOrientation(const std::vector<uint8_t>& jpeg, int orientation, bool bigEndian);
+
 // Runs a shell command, returning its exit status and output (stdout and stderr).
 int Run(const std::string& command, std::string& output);
 bool HaveImageMagick();

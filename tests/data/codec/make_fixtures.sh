@@ -56,8 +56,14 @@ $IM "$tmp/rgb.ppm" BMP2:bmp-os2.bmp
 # colour map; the tests round them to 8), colour separations turned into RGB.
 for f in *.png *.jpg *.tif *.tga *.pcx *.gif *.bmp; do
   case "$f" in
+    gif-offset.gif|gif-anim.gif) continue ;;
     png16-*|tiff-deflate16.tif|tiff-palette.tif) $IM "$f" -auto-orient -depth 16 "$f.pam" ;;
     jpeg-cmyk.jpg) $IM "$f" -auto-orient -colorspace sRGB -depth 8 "$f.pam" ;;
     *) $IM "$f" -auto-orient -depth 8 "$f.pam" ;;
   esac
 done
+
+# GIF cases checked against explicit expectations (ImageMagick's PAM keeps only the frame, not the screen):
+# a 10 x 8 red frame at (5, 6) on a 32 x 24 screen, and a two-frame animation whose first frame is blue.
+$IM -size 10x8 xc:red -repage 32x24+5+6 gif-offset.gif
+$IM -size 32x24 xc:blue xc:red -loop 0 gif-anim.gif

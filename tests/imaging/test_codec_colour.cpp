@@ -1,0 +1,380 @@
+// Colour forms, resampling, rotation and thumbnails of the codec.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "codec_test_util.h"
+#include "imaging/codec.h"
+#include "support/test_support.h"
+
+namespace {
+
+CPixel Hsb(CPixel p)
+{
+    COLImageCodec().RGB2HSB(&p, 1);
+    return p;
+}
+
+TEST(CodecColour, HsbBytesOfKnownColours)
+{
+    // Byte layout: blue = brightness, green = saturation, red = hue; alpha untouched.
+    CPixel p = Hsb(CPixel::Make(255, 0, 0, 17));
+    EXPECT_EQ(p.red, 0);
+    EXPECT_EQ(p.green, 255);
+    EXPECT_EQ(p.blue, 255);
+    EXPECT_EQ(p.alpha, 17);
+    EXPECT_EQ(Hsb(CPixel::Make(0, 255, 0)).red, 85);    // 120 degrees
+    EXPECT_EQ(Hsb(CPixel::Make(0, 0, 255)).red, 170);   // 240 degrees
+    EXPECT_EQ(Hsb(CPixel::Make(255, 255, 0)).red, 43);  // 60 degrees is 42.5
+    EXPECT_EQ(Hsb(CPixel::Make(255, 0, 128)).red, 234);   // 330 degrees
+    EXPECT_EQ(Hsb(CPixel::Make(255, 0, 1)).red, 255);     // just short of a full turn
+    p = Hsb(CPixel::Make(100, 100, 100));
+    EXPECT_EQ(p.red, 0);
+    EXPECT_EQ(p.green, 0);
+    EXPECT_EQ(p.blue, 100);
+    p = Hsb(CPixel::Make(200, 100, 100));   // half saturated
+    EXPECT_EQ(p.green, 128);
+    EXPECT_EQ(p.blue, 200);
+}
+
+TEST(CodecColour, HsbRoundTripStaysWithinTheHueStep)
+{
+    COLImageCodec codec;
+    std::mt19937 rng(99);
+    int worst = 0;
+    for (int i = 0; i < 50000; ++i) {
+        const CPixel orig = CPixel::FromWord(rng());
+        CPixel p = orig;
+        codec.RGB2HSB(&p, 1);
+        codec.HSB2RGB(&p, 1);
+        ASSERT_EQ(p.alpha, orig.alpha);
+        worst = std::max(worst, orig - p == 0 ? 0 : std::max({std::abs(orig.red - p.red),
+                                                              std::abs(orig.green - p.green),
+                                                              std::abs(orig.blue - p.blue)}));
+    }
+    // A hue step is 360/256 degrees: at most about 3 levels of a fully saturated colour.
+    EXPECT_LE(worst, 3);
+    for (CPixel pure : {CPixel::Make(255, 0, 0), CPixel::Make(0, 255, 0), CPixel::Make(0, 0, 255),
+                        CPixel::Make(0, 0, 0), CPixel::Make(255, 255, 255)}) {
+        CPixel p = pure;
+        codec.RGB2HSB(&p, 1);
+        codec.HSB2RGB(&p, 1);
+        EXPECT_EQ(pure - p, 0);
+    }
+}
+
+TEST(CodecColour, HueStripShowsTheWholeCircle)
+{
+    // 256 columns of hue x, saturation 255, brightness 128, converted in one call.
+    std::vector<CPixel> strip(256);
+    for (int x = 0; x < 256; ++x) strip[size_t(x)] = CPixel{128, 255, uint8_t(x), 9};
+    COLImageCodec().HSB2RGB(strip.data(), 256);
+    EXPECT_TRUE(strip[0] == CPixel::Make(128, 0, 0));
+    EXPECT_TRUE(strip[85] == CPixel::Make(0, 128, 0));
+    EXPECT_TRUE(strip[170] == CPixel::Make(0, 0, 128));
+    EXPECT_TRUE(strip[255] == CPixel::Make(128, 0, 0));   // the circle closes
+    for (int x = 0; x < 256; ++x) {
+        const CPixel& c = strip[size_t(x)];
+        EXPECT_EQ(std::max({c.red, c.green, c.blue}), 128) << x;
+        EXPECT_EQ(std::min({c.red, c.green, c.blue}), 0) << x;
+        EXPECT_EQ(c.alpha, 9);
+        const CPixel& n = strip[size_t((x + 1) % 256)];   // continuous, across the wrap too
+        EXPECT_LE(c - n, 4) << x;
+    }
+    // Back to HSB, each column finds its own hue.
+    COLImageCodec().RGB2HSB(strip.data(), 256);
+    for (int x = 0; x < 256; ++x) {
+        const int d = std::abs(strip[size_t(x)].red - x);
+        EXPECT_LE(std::min(d, 255 - d), 1) << x;   // 0 and 255 are the same hue
+    }
+}
+
+TEST(CodecColour, YuvBytesAndRoundTrip)
+{
+    COLImageCodec codec;
+    auto yuv = [&](CPixel p) {
+        codec.RGB2YUV(&p, 1);
+        return p;
+    };
+    // Red byte Y, blue byte Cb, green byte Cr, BT.601 full range.
+    CPixel p = yuv(CPixel::Make(255, 255, 255, 3));
+    EXPECT_EQ(p.red, 255);
+    EXPECT_EQ(p.blue, 128);
+    EXPECT_EQ(p.green, 128);
+    EXPECT_EQ(p.alpha, 3);
+    p = yuv(CPixel::Make(255, 0, 0));
+    EXPECT_EQ(p.red, 76);     // 0.299 * 255
+    EXPECT_EQ(p.blue, 85);    // 128 - 0.1687 * 255
+    EXPECT_EQ(p.green, 255);  // 128 + 0.5 * 255, clamped
+    p = yuv(CPixel::Make(0, 0, 255));
+    EXPECT_EQ(p.red, 29);
+    EXPECT_EQ(p.blue, 255);
+    EXPECT_EQ(p.green, 107);
+    p = yuv(CPixel::Make(0, 255, 0));
+    EXPECT_EQ(p.red, 150);
+
+    COLImage img;
+    vmtest::FillNoise(img, 64, 64, 4);
+    COLImage orig;
+    orig.DuplicateFrom(&img);
+    ASSERT_EQ(codec.RGBToYUV(&img), 1);
+    // The whole-image form equals the pixel form.
+    for (size_t i = 0; i < img.GetPixelCount(); ++i) {
+        CPixel q = orig.GetBuffer()[i];
+        codec.RGB2YUV(&q, 1);
+        ASSERT_EQ(q.Word(), img.GetBuffer()[i].Word());
+    }
+    ASSERT_EQ(codec.YUVToRGB(&img), 1);
+    int worst = 0;
+    for (size_t i = 0; i < img.GetPixelCount(); ++i) {
+        const CPixel a = orig.GetBuffer()[i], b = img.GetBuffer()[i];
+        ASSERT_EQ(a.alpha, b.alpha);
+        // Saturated colours lose what the clamped chroma cannot hold; the rest comes back within rounding.
+        CPixel y = a;
+        codec.RGB2YUV(&y, 1);
+        if (y.blue == 0 || y.blue == 255 || y.green == 0 || y.green == 255) continue;
+        worst = std::max({worst, std::abs(a.red - b.red), std::abs(a.green - b.green), std::abs(a.blue - b.blue)});
+    }
+    EXPECT_LE(worst, 2);
+    COLImage empty;
+    EXPECT_EQ(codec.RGBToYUV(&empty), 0);
+    EXPECT_EQ(codec.YUVToRGB(nullptr), 0);
+}
+
+// A plain floating-point model of method 1, sample by sample, to hold the fixed-point tables against.
+double ModelAxisWeight(uint32_t src, uint32_t dst, uint32_t out, uint32_t in)
+{
+    if (dst <= src) {
+        const double lo = double(out) * src / dst, hi = double(out + 1) * src / dst;
+        const double overlap = std::min(hi, double(in + 1)) - std::max(lo, double(in));
+        return overlap > 0 ? overlap / (double(src) / dst) : 0;
+    }
+    double pos = (out + 0.5) * src / dst - 0.5;
+    pos = std::clamp(pos, 0.0, double(src - 1));
+    const double j = std::floor(pos), f = pos - j;
+    if (in == uint32_t(j)) return 1 - f;
+    if (in == uint32_t(j) + 1) return f;
+    return 0;
+}
+
+COLImage ModelResample(const COLImage& s, uint32_t dw, uint32_t dh)
+{
+    const uint32_t sw = s.GetWidth(), sh = s.GetHeight();
+    std::vector<std::vector<double>> wx(dw, std::vector<double>(sw)), wy(dh, std::vector<double>(sh));
+    for (uint32_t o = 0; o < dw; ++o)
+        for (uint32_t i = 0; i < sw; ++i) wx[o][i] = ModelAxisWeight(sw, dw, o, i);
+    for (uint32_t o = 0; o < dh; ++o)
+        for (uint32_t i = 0; i < sh; ++i) wy[o][i] = ModelAxisWeight(sh, dh, o, i);
+    COLImage d;
+    d.Create(dw, dh);
+    for (uint32_t y = 0; y < dh; ++y)
+        for (uint32_t x = 0; x < dw; ++x) {
+            double acc[4] = {0, 0, 0, 0};
+            for (uint32_t j = 0; j < sh; ++j) {
+                if (wy[y][j] == 0) continue;
+                for (uint32_t i = 0; i < sw; ++i) {
+                    const double w = wx[x][i] * wy[y][j];
+                    if (w == 0) continue;
+                    const uint8_t* p = reinterpret_cast<const uint8_t*>(s.GetBuffer(i, j));
+                    for (int c = 0; c < 4; ++c) acc[c] += w * p[c];
+                }
+            }
+            uint8_t* o = reinterpret_cast<uint8_t*>(d.GetBuffer(x, y));
+            for (int c = 0; c < 4; ++c) o[c] = uint8_t(std::lround(std::clamp(acc[c], 0.0, 255.0)));
+        }
+    return d;
+}
+
+int MaxByteDifference(const COLImage& a, const COLImage& b)
+{
+    int worst = 0;
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(a.GetBuffer());
+    const uint8_t* q = reinterpret_cast<const uint8_t*>(b.GetBuffer());
+    for (size_t i = 0; i < a.GetPixelCount() * 4; ++i) worst = std::max(worst, std::abs(p[i] - q[i]));
+    return worst;
+}
+
+TEST(CodecResample, MatchesTheAreaAndBilinearModel)
+{
+    COLImageCodec codec;
+    COLImage src;
+    vmtest::FillNoise(src, 53, 41, 8);
+    const std::pair<int, int> sizes[] = {{53, 41}, {17, 13}, {13, 40}, {100, 20}, {120, 97}, {1, 1}, {4, 41}};
+    for (auto [w, h] : sizes) {
+        SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+        COLImage dst;
+        ASSERT_EQ(codec.Resample(&src, &dst, w, h, 1), 1);
+        ASSERT_EQ(dst.GetWidth(), uint32_t(w));
+        ASSERT_EQ(dst.GetHeight(), uint32_t(h));
+        EXPECT_LE(MaxByteDifference(dst, ModelResample(src, uint32_t(w), uint32_t(h))), 1);
+    }
+}
+
+TEST(CodecResample, ExactCases)
+{
+    COLImageCodec codec;
+    COLImage src;
+    vmtest::FillNoise(src, 31, 17, 2);
+    COLImage same;
+    ASSERT_EQ(codec.Resample(&src, &same, 31, 17, 1), 1);
+    EXPECT_TRUE(vmtest::SamePixels(src, same));
+
+    // 2 x 2 -> 1 x 1 is the mean of the four, rounded.
+    COLImage four;
+    four.Create(2, 2);
+    const uint8_t v[4] = {0, 100, 200, 255};
+    for (int i = 0; i < 4; ++i) four.GetBuffer()[i] = CPixel{v[i], v[i], v[i], v[i]};
+    COLImage one;
+    ASSERT_EQ(codec.Resample(&four, &one, 1, 1, 1), 1);
+    EXPECT_EQ(one.GetPixel(0, 0), 0x8B8B8B8Bu);   // 555 / 4 = 138.75
+
+    // 2 x 1 -> 4 x 1 is bilinear with centres aligned and the ends held.
+    COLImage two;
+    two.Create(2, 1);
+    two.PutPixel(0, 0, CPixel{0, 0, 0, 0});
+    two.PutPixel(1, 0, CPixel{255, 255, 255, 255});
+    COLImage wide;
+    ASSERT_EQ(codec.Resample(&two, &wide, 4, 1, 1), 1);
+    const uint8_t expect[4] = {0, 64, 191, 255};
+    for (uint32_t x = 0; x < 4; ++x) EXPECT_EQ(wide.GetPixel2(x, 0).red, expect[x]) << x;
+
+    // A flat picture stays exactly flat at any size.
+    COLImage flat;
+    flat.Create(37, 23);
+    std::fill(flat.GetBuffer(), flat.GetBuffer() + flat.GetPixelCount(), CPixel::Make(13, 200, 77, 140));
+    for (auto [w, h] : {std::pair{11, 7}, std::pair{100, 61}, std::pair{5, 90}}) {
+        COLImage out;
+        ASSERT_EQ(codec.Resample(&flat, &out, w, h, 1), 1);
+        for (size_t i = 0; i < out.GetPixelCount(); ++i) ASSERT_EQ(out.GetBuffer()[i].Word(), flat.GetBuffer()[0].Word());
+    }
+}
+
+TEST(CodecResample, FourTimesSmallerDoesNotAlias)
+{
+    // A one-pixel checkerboard reduced 4x becomes an even gray, not a pattern.
+    COLImage board;
+    board.Create(400, 300);
+    for (uint32_t y = 0; y < 300; ++y)
+        for (uint32_t x = 0; x < 400; ++x) {
+            const uint8_t v = ((x + y) & 1) ? 255 : 0;
+            board.PutPixel(x, y, CPixel{v, v, v, 255});
+        }
+    COLImageCodec codec;
+    COLImage small;
+    ASSERT_EQ(codec.Resample(&board, &small, 100, 75, 1), 1);
+    for (size_t i = 0; i < small.GetPixelCount(); ++i) {
+        ASSERT_GE(small.GetBuffer()[i].red, 127);
+        ASSERT_LE(small.GetBuffer()[i].red, 128);
+    }
+}
+
+TEST(CodecResample, LargePicturesSplitAcrossThreadsGiveTheModelsResult)
+{
+    COLImage src;
+    vmtest::FillNoise(src, 1500, 1000, 6);
+    COLImageCodec codec;
+    COLImage dst;
+    ASSERT_EQ(codec.Resample(&src, &dst, 97, 1400, 1), 1);
+    EXPECT_LE(MaxByteDifference(dst, ModelResample(src, 97, 1400)), 1);
+}
+
+TEST(CodecResample, InPlaceAndRefusals)
+{
+    COLImageCodec codec;
+    COLImage img, copy;
+    vmtest::FillNoise(img, 20, 10, 1);
+    copy.DuplicateFrom(&img);
+    COLImage expected;
+    ASSERT_EQ(codec.Resample(&copy, &expected, 7, 3, 1), 1);
+    ASSERT_EQ(codec.Resample(&img, &img, 7, 3, 1), 1);
+    EXPECT_TRUE(vmtest::SamePixels(img, expected));
+
+    COLImage out, empty;
+    EXPECT_EQ(codec.Resample(&copy, &out, 7, 3, 0), 0);
+    EXPECT_EQ(codec.Resample(&copy, &out, 7, 3, 2), 0);
+    EXPECT_EQ(codec.Resample(&copy, &out, 0, 3, 1), 0);
+    EXPECT_EQ(codec.Resample(&copy, &out, 7, int(kMaxImageSide) + 1, 1), 0);
+    EXPECT_EQ(codec.Resample(&empty, &out, 7, 3, 1), 0);
+    EXPECT_EQ(codec.Resample(nullptr, &out, 7, 3, 1), 0);
+}
+
+TEST(CodecRotate, QuarterTurnsAreExact)
+{
+    COLImageCodec codec;
+    COLImage src;
+    vmtest::FillNoise(src, 5, 3, 7);
+    COLImage r90;
+    ASSERT_EQ(codec.Rotate(&src, &r90, 90.0f), 1);
+    ASSERT_EQ(r90.GetWidth(), 3u);
+    ASSERT_EQ(r90.GetHeight(), 5u);
+    // Clockwise: the bottom-left corner goes to the top-left.
+    EXPECT_EQ(r90.GetPixel(0, 0), src.GetPixel(0, 2));
+    EXPECT_EQ(r90.GetPixel(2, 0), src.GetPixel(0, 0));
+    EXPECT_EQ(r90.GetPixel(2, 4), src.GetPixel(4, 0));
+    COLImage back;
+    ASSERT_EQ(codec.Rotate(&r90, &back, -90.0f), 1);
+    EXPECT_TRUE(vmtest::SamePixels(src, back));
+    COLImage r180a, r180b;
+    ASSERT_EQ(codec.Rotate(&src, &r180a, 180.0f), 1);
+    ASSERT_EQ(codec.Rotate(&src, &r180b, -540.0f), 1);
+    EXPECT_TRUE(vmtest::SamePixels(r180a, r180b));
+    EXPECT_EQ(r180a.GetPixel(0, 0), src.GetPixel(4, 2));
+    COLImage full;
+    ASSERT_EQ(codec.Rotate(&src, &full, 360.0f), 1);
+    EXPECT_TRUE(vmtest::SamePixels(src, full));
+}
+
+TEST(CodecRotate, FreeAngleHoldsTheWholePicture)
+{
+    COLImageCodec codec;
+    COLImage src;
+    src.Create(20, 20);
+    std::fill(src.GetBuffer(), src.GetBuffer() + src.GetPixelCount(), CPixel::Make(200, 40, 10));
+    COLImage out;
+    ASSERT_EQ(codec.Rotate(&src, &out, 45.0f), 1);
+    EXPECT_EQ(out.GetWidth(), 29u);   // 20 * sqrt(2) = 28.3
+    EXPECT_EQ(out.GetHeight(), 29u);
+    EXPECT_EQ(out.GetPixel2(0, 0).alpha, 0);    // corners lie outside the turned square
+    EXPECT_EQ(out.GetPixel2(28, 28).alpha, 0);
+    const CPixel centre = out.GetPixel2(14, 14);
+    EXPECT_TRUE(centre == CPixel::Make(200, 40, 10));
+    EXPECT_EQ(centre.alpha, 255);
+    // Edge pixels keep their colour; only their coverage falls off.
+    for (size_t i = 0; i < out.GetPixelCount(); ++i)
+        if (out.GetBuffer()[i].alpha > 0) {
+            ASSERT_LE(out.GetBuffer()[i] - CPixel::Make(200, 40, 10), 1);
+        }
+    EXPECT_EQ(codec.Rotate(&src, &out, std::nanf("")), 0);
+}
+
+TEST(CodecThumbnail, FitsKeepsProportionsAndReportsTheSize)
+{
+    vmtest::TempDir dir;
+    COLImageCodec codec;
+    COLImage src;
+    codectest::MakePattern(src, 400, 300, false);
+    ASSERT_EQ(codec.SaveFile(dir.File("p.png").c_str(), &src), 1);
+    COLImage thumb;
+    int w = 0, h = 0;
+    ASSERT_EQ(codec.CreateThumbnail(dir.File("p.png").c_str(), &thumb, 100, w, h, 0), 1);
+    EXPECT_EQ(w, 400);
+    EXPECT_EQ(h, 300);
+    EXPECT_EQ(thumb.GetWidth(), 100u);
+    EXPECT_EQ(thumb.GetHeight(), 75u);
+    ASSERT_EQ(codec.CreateThumbnail(dir.File("p.png").c_str(), &thumb, 100, w, h, 1), 1);
+    ASSERT_EQ(thumb.GetWidth(), 100u);
+    ASSERT_EQ(thumb.GetHeight(), 100u);
+    EXPECT_EQ(thumb.GetPixel2(50, 11).alpha, 0);   // margins of 12 rows above and 13 below
+    EXPECT_EQ(thumb.GetPixel2(50, 12).alpha, 255);
+    EXPECT_EQ(thumb.GetPixel2(50, 86).alpha, 255);
+    EXPECT_EQ(thumb.GetPixel2(50, 87).alpha, 0);
+    ASSERT_EQ(codec.CreateThumbnail(dir.File("p.png").c_str(), &thumb, 1000, w, h, 0), 1);
+    EXPECT_EQ(thumb.GetWidth(), 400u);   // never enlarged
+    EXPECT_EQ(codec.CreateThumbnail(dir.File("none.png").c_str(), &thumb, 100, w, h, 0), 0);
+    EXPECT_TRUE(thumb.IsEmpty());
+    EXPECT_EQ(w, 0);
+}
+
+} // namespace

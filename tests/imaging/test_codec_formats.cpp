@@ -1,0 +1,639 @@
+// Reading and writing picture files: round trips, variants built byte by byte, JPEG details, file typing,
+// damaged and oversized files, failed writes.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <sys/resource.h>
+#include <vector>
+
+#include "codec_test_util.h"
+#include "imaging/codec.h"
+#include "imaging/codec_formats.h"
+#include "support/test_support.h"
+
+using codectest::MakePattern;
+using codectest::MaxColourDifference;
+using vmtest::ReadAll;
+using vmtest::TempDir;
+using vmtest::WriteAll;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+void Put16(Bytes& b, uint32_t v)
+{
+    b.push_back(uint8_t(v));
+    b.push_back(uint8_t(v >> 8));
+}
+void Put32(Bytes& b, uint32_t v)
+{
+    Put16(b, v & 0xFFFF);
+    Put16(b, v >> 16);
+}
+
+// BMP file header and a header of the given size (40 or 108), without palette or pixels.
+Bytes BmpHeader(int32_t width, int32_t height, uint16_t bits, uint32_t compression, uint32_t headerSize,
+                uint32_t dataOffset, uint32_t colours = 0)
+{
+    Bytes b = {'B', 'M'};
+    Put32(b, 0);
+    Put32(b, 0);
+    Put32(b, dataOffset);
+    Put32(b, headerSize);
+    Put32(b, uint32_t(width));
+    Put32(b, uint32_t(height));
+    Put16(b, 1);
+    Put16(b, bits);
+    Put32(b, compression);
+    Put32(b, 0);
+    Put32(b, 2835);
+    Put32(b, 2835);
+    Put32(b, colours);
+    Put32(b, 0);
+    return b;
+}
+
+COLImage Load(const std::string& path)
+{
+    COLImage img;
+    COLImageCodec codec;
+    if (!codec.LoadFile(path.c_str(), &img)) img.Free();
+    return img;
+}
+
+COLImage LoadBytes(const TempDir& dir, const Bytes& bytes, const std::string& name)
+{
+    WriteAll(dir.File(name), bytes);
+    return Load(dir.File(name));
+}
+
+CPixel At(const COLImage& img, uint32_t x, uint32_t y) { return img.GetPixel2(x, y); }
+
+bool Is(const CPixel& p, int r, int g, int b, int a)
+{
+    return p.red == r && p.green == g && p.blue == b && p.alpha == a;
+}
+
+TEST(CodecWrite, LosslessFormatsRoundTrip)
+{
+    TempDir dir;
+    COLImage src;
+    MakePattern(src, 37, 23, true);
+    COLImageCodec codec;
+    for (const char* name : {"a.png", "a.bmp", "a.tga", "a.tif", "a.TIFF"}) {
+        SCOPED_TRACE(name);
+        ASSERT_EQ(codec.SaveFile(dir.File(name).c_str(), &src), 1);
+        COLImage back = Load(dir.File(name));
+        ASSERT_FALSE(back.IsEmpty());
+        EXPECT_EQ(MaxColourDifference(src, back, false), 0);
+        for (size_t i = 0; i < back.GetPixelCount(); ++i) ASSERT_EQ(back.GetBuffer()[i].alpha, 255);
+    }
+    ASSERT_EQ(codec.SaveFileWithAlpha(dir.File("alpha.png").c_str(), &src), 1);
+    EXPECT_TRUE(vmtest::SamePixels(src, Load(dir.File("alpha.png"))));
+    // The alpha writer makes a PNG whatever the name says.
+    ASSERT_EQ(codec.SaveFileWithAlpha(dir.File("named.bmp").c_str(), &src), 1);
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("named.bmp").c_str()), kFilePng);
+}
+
+TEST(CodecWrite, BmpAndTgaAreBottomUpWithHonestHeaders)
+{
+    TempDir dir;
+    COLImage src;
+    MakePattern(src, 5, 3, false);
+    COLImageCodec codec;
+    ASSERT_EQ(codec.SaveFile(dir.File("a.bmp").c_str(), &src), 1);
+    Bytes b = ReadAll(dir.File("a.bmp"));
+    ASSERT_EQ(b.size(), 54u + 16 * 3);
+    EXPECT_EQ(codec::Le32(b.data() + 2), b.size());
+    EXPECT_EQ(int32_t(codec::Le32(b.data() + 22)), 3);
+    // First stored row is the bottom one.
+    const CPixel bottom = At(src, 0, 2);
+    EXPECT_EQ(b[54], bottom.blue);
+    EXPECT_EQ(b[56], bottom.red);
+
+    ASSERT_EQ(codec.SaveFile(dir.File("a.tga").c_str(), &src), 1);
+    Bytes t = ReadAll(dir.File("a.tga"));
+    EXPECT_EQ(t[2], 2);
+    EXPECT_EQ(t[16], 24);
+    EXPECT_EQ(t[17] & 0x30, 0);   // bottom-left origin
+    EXPECT_EQ(t[18], bottom.blue);
+    EXPECT_EQ(t.size(), 18u + 5 * 3 * 3 + 26);
+}
+
+TEST(CodecWrite, EmptyImagesUnknownExtensionsAndMissingFoldersFail)
+{
+    TempDir dir;
+    COLImageCodec codec;
+    COLImage empty, src;
+    MakePattern(src, 4, 4, false);
+    EXPECT_EQ(codec.SaveFile(dir.File("a.png").c_str(), &empty), 0);
+    EXPECT_EQ(codec.SaveFileWithAlpha(dir.File("a.png").c_str(), &empty), 0);
+    EXPECT_EQ(codec.SaveJpegFile(dir.File("a.jpg").c_str(), &empty, 80, 72), 0);
+    EXPECT_EQ(codec.SaveFile(dir.File("a.gif").c_str(), &src), 0);
+    EXPECT_EQ(codec.SaveFile(dir.File("noextension").c_str(), &src), 0);
+    EXPECT_EQ(codec.SaveFile(dir.File("missing/a.png").c_str(), &src), 0);
+    EXPECT_EQ(codec.SaveJpegFile(dir.File("missing/a.jpg").c_str(), &src, 80, 72), 0);
+    EXPECT_TRUE(std::filesystem::is_empty(dir.Path()));
+}
+
+// A full disk, simulated with a file size limit: every writer must fail and leave the old file as it was.
+TEST(CodecWrite, FailedWriteKeepsTheOldFile)
+{
+    TempDir dir;
+    COLImage big;
+    vmtest::FillNoise(big, 300, 200, 5);   // noise does not compress below the limit
+    COLImageCodec codec;
+    const Bytes good = {'g', 'o', 'o', 'd'};
+    rlimit old{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
+    auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit small = old;
+    small.rlim_cur = 20000;
+    for (const char* name : {"a.png", "b.png", "a.jpg", "a.bmp", "a.tga", "a.tif"}) {
+        SCOPED_TRACE(name);
+        WriteAll(dir.File(name), good);
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+        int r;
+        if (std::string(name) == "b.png") r = codec.SaveFileWithAlpha(dir.File(name).c_str(), &big);
+        else if (std::string(name) == "a.jpg") r = codec.SaveJpegFile(dir.File(name).c_str(), &big, 200, 72);
+        else r = codec.SaveFile(dir.File(name).c_str(), &big);
+        setrlimit(RLIMIT_FSIZE, &old);
+        EXPECT_EQ(r, 0);
+        EXPECT_EQ(ReadAll(dir.File(name)), good);
+    }
+    std::signal(SIGXFSZ, previous);
+    size_t files = 0;
+    for (auto& e : std::filesystem::directory_iterator(dir.Path())) {
+        (void)e;
+        ++files;
+    }
+    EXPECT_EQ(files, 6u);   // no temporaries left behind
+}
+
+// Finds a JPEG marker segment and returns the offset of its payload (after the length), or 0.
+size_t FindMarker(const Bytes& j, uint8_t marker)
+{
+    for (size_t i = 2; i + 4 <= j.size();) {
+        if (j[i] != 0xFF) return 0;
+        const size_t len = size_t(j[i + 2]) << 8 | j[i + 3];
+        if (j[i + 1] == marker) return i + 4;
+        i += 2 + len;
+    }
+    return 0;
+}
+
+TEST(CodecJpeg, QualityChromaAndDensity)
+{
+    TempDir dir;
+    COLImage src;
+    MakePattern(src, 64, 48, true);
+    COLImageCodec codec;
+    ASSERT_EQ(codec.SaveJpegFile(dir.File("q90.jpg").c_str(), &src, 90, 72), 1);
+    ASSERT_EQ(codec.SaveJpegFile(dir.File("q10.jpg").c_str(), &src, 10, 72), 1);
+    ASSERT_EQ(codec.SaveJpegFile(dir.File("q190.jpg").c_str(), &src, 190, 72), 1);
+    const Bytes q90 = ReadAll(dir.File("q90.jpg")), q10 = ReadAll(dir.File("q10.jpg"));
+    const Bytes q190 = ReadAll(dir.File("q190.jpg"));
+    EXPECT_LT(q10.size(), q90.size());
+    EXPECT_GT(q190.size(), q90.size());   // same quality, chroma at full resolution
+
+    // JFIF: units 1 (dots per inch), 72 x 72.
+    const size_t app0 = FindMarker(q90, 0xE0);
+    ASSERT_NE(app0, 0u);
+    EXPECT_EQ(std::memcmp(&q90[app0], "JFIF", 5), 0);
+    EXPECT_EQ(q90[app0 + 7], 1);
+    EXPECT_EQ(q90[app0 + 8] << 8 | q90[app0 + 9], 72);
+    EXPECT_EQ(q90[app0 + 10] << 8 | q90[app0 + 11], 72);
+
+    // Sampling factors of the luma component in the frame header: 2x2 normally, 1x1 above 100.
+    const size_t sof90 = FindMarker(q90, 0xC0), sof190 = FindMarker(q190, 0xC0);
+    ASSERT_NE(sof90, 0u);
+    ASSERT_NE(sof190, 0u);
+    EXPECT_EQ(q90[sof90 + 7], 0x22);
+    EXPECT_EQ(q190[sof190 + 7], 0x11);
+
+    COLImage back = Load(dir.File("q190.jpg"));
+    ASSERT_EQ(back.GetWidth(), 64u);
+    EXPECT_LE(MaxColourDifference(src, back, false), 24);
+    for (size_t i = 0; i < back.GetPixelCount(); ++i) ASSERT_EQ(back.GetBuffer()[i].alpha, 255);
+}
+
+// The eight EXIF orientations, built from their definitions: mirror left-right, then turn clockwise.
+COLImage Oriented(const COLImage& s, int orientation)
+{
+    static const int mirror[9] = {0, 0, 1, 0, 1, 1, 0, 1, 0};
+    static const int turns[9] = {0, 0, 0, 2, 2, 3, 1, 1, 3};
+    COLImage cur;
+    cur.DuplicateFrom(&s);
+    if (mirror[orientation]) {
+        COLImage m;
+        m.Create(cur.GetWidth(), cur.GetHeight());
+        for (uint32_t y = 0; y < cur.GetHeight(); ++y)
+            for (uint32_t x = 0; x < cur.GetWidth(); ++x) m.PutPixel(cur.GetWidth() - 1 - x, y, At(cur, x, y));
+        cur = std::move(m);
+    }
+    for (int t = 0; t < turns[orientation]; ++t) {
+        COLImage r;
+        r.Create(cur.GetHeight(), cur.GetWidth());
+        // Clockwise: the left column, read bottom to top, becomes the top row.
+        for (uint32_t y = 0; y < cur.GetHeight(); ++y)
+            for (uint32_t x = 0; x < cur.GetWidth(); ++x) r.PutPixel(cur.GetHeight() - 1 - y, x, At(cur, x, y));
+        cur = std::move(r);
+    }
+    return cur;
+}
+
+TEST(CodecJpeg, ExifOrientationTurnsThePhotoUpright)
+{
+    TempDir dir;
+    // Coloured 8 x 8 blocks on a 32 x 16 picture, so every flip and turn is visible through JPEG's loss.
+    COLImage src;
+    src.Create(32, 16);
+    const CPixel colours[4] = {CPixel::Make(250, 0, 0), CPixel::Make(0, 250, 0), CPixel::Make(0, 0, 250),
+                               CPixel::Make(250, 250, 0)};
+    for (uint32_t y = 0; y < 16; ++y)
+        for (uint32_t x = 0; x < 32; ++x) src.PutPixel(x, y, colours[(x / 8 + y / 8 * 3) % 4]);
+    COLImageCodec codec;
+    ASSERT_EQ(codec.SaveJpegFile(dir.File("plain.jpg").c_str(), &src, 195, 72), 1);
+    const COLImage plain = Load(dir.File("plain.jpg"));
+    const Bytes jpeg = ReadAll(dir.File("plain.jpg"));
+    for (int o = 1; o <= 8; ++o)
+        for (bool big : {false, true}) {
+            SCOPED_TRACE("orientation " + std::to_string(o) + (big ? " MM" : " II"));
+            const COLImage got = LoadBytes(dir, codectest::WithOrientation(jpeg, o, big), "o.jpg");
+            const COLImage want = Oriented(plain, o);
+            EXPECT_TRUE(vmtest::SamePixels(got, want));
+        }
+    // An orientation out of range is ignored.
+    EXPECT_TRUE(vmtest::SamePixels(LoadBytes(dir, codectest::WithOrientation(jpeg, 9, false), "o.jpg"), plain));
+}
+
+TEST(CodecBmp, VariantsBuiltByHand)
+{
+    TempDir dir;
+    // Top-down 24-bit, 2 x 2: rows are stored top first.
+    Bytes b = BmpHeader(2, -2, 24, 0, 40, 54);
+    const uint8_t rows[] = {1, 2, 3, 4, 5, 6, 0, 0, 7, 8, 9, 10, 11, 12, 0, 0};
+    b.insert(b.end(), rows, rows + sizeof rows);
+    COLImage img = LoadBytes(dir, b, "td.bmp");
+    ASSERT_EQ(img.GetHeight(), 2u);
+    EXPECT_TRUE(Is(At(img, 0, 0), 3, 2, 1, 255));
+    EXPECT_TRUE(Is(At(img, 1, 1), 12, 11, 10, 255));
+
+    // RLE4, 6 x 2 (bottom-up): a run, a literal run, end of line, a jump, end of picture.
+    b = BmpHeader(6, 2, 4, 2, 40, 54 + 16 * 4, 16);
+    for (int i = 0; i < 16; ++i) Put32(b, uint32_t(i * 0x101010));   // gray ramp palette
+    const uint8_t rle[] = {3, 0x12,   // 1 2 1
+                           0, 3, 0x34, 0x50,   // literal 3 4 5, padded to a word
+                           0, 0,               // end of line
+                           0, 2, 2, 0,         // jump right by 2
+                           2, 0xFF,            // 15 15
+                           0, 1};
+    b.insert(b.end(), rle, rle + sizeof rle);
+    img = LoadBytes(dir, b, "rle4.bmp");
+    ASSERT_EQ(img.GetWidth(), 6u);
+    const int bottom[6] = {1, 2, 1, 3, 4, 5};
+    for (int x = 0; x < 6; ++x) EXPECT_EQ(At(img, x, 1).red, bottom[x] * 16) << x;
+    EXPECT_EQ(At(img, 0, 0).alpha, 0);   // skipped by the jump: transparent
+    EXPECT_TRUE(Is(At(img, 2, 0), 240, 240, 240, 255));
+    EXPECT_TRUE(Is(At(img, 3, 0), 240, 240, 240, 255));
+    EXPECT_EQ(At(img, 4, 0).alpha, 0);
+
+    // 32-bit bit fields in a 40-byte header with an alpha mask after it (BI_ALPHABITFIELDS), 1 x 1.
+    b = BmpHeader(1, 1, 32, 6, 40, 54 + 16);
+    Put32(b, 0x0000FF00);   // red
+    Put32(b, 0x00FF0000);   // green
+    Put32(b, 0xFF000000);   // blue
+    Put32(b, 0x000000FF);   // alpha
+    Put32(b, 0x11223344);
+    img = LoadBytes(dir, b, "fields.bmp");
+    ASSERT_FALSE(img.IsEmpty());
+    EXPECT_TRUE(Is(At(img, 0, 0), 0x33, 0x22, 0x11, 0x44));
+
+    // Plain 32-bit data whose fourth byte is all zero is opaque; a non-zero fourth byte is alpha.
+    b = BmpHeader(2, 1, 32, 0, 40, 54);
+    Put32(b, 0x00102030);
+    Put32(b, 0x00405060);
+    img = LoadBytes(dir, b, "x32.bmp");
+    EXPECT_TRUE(Is(At(img, 0, 0), 0x10, 0x20, 0x30, 255));
+    b[54 + 3] = 0x80;
+    img = LoadBytes(dir, b, "a32.bmp");
+    EXPECT_EQ(At(img, 0, 0).alpha, 0x80);
+    EXPECT_EQ(At(img, 1, 0).alpha, 0);
+
+    // 16-bit plain data is 5-5-5; the top bit is not alpha.
+    b = BmpHeader(1, 1, 16, 0, 40, 54);
+    Put32(b, 0xFC00 | 0x001F);   // red 31, blue 31, top bit set
+    img = LoadBytes(dir, b, "x16.bmp");
+    EXPECT_TRUE(Is(At(img, 0, 0), 255, 0, 255, 255));
+}
+
+Bytes TgaHeader(uint8_t type, uint16_t w, uint16_t h, uint8_t depth, uint8_t descriptor, uint8_t mapType = 0,
+                uint16_t mapFirst = 0, uint16_t mapLength = 0, uint8_t mapDepth = 0)
+{
+    Bytes b = {0, mapType, type};
+    Put16(b, mapFirst);
+    Put16(b, mapLength);
+    b.push_back(mapDepth);
+    Put16(b, 0);
+    Put16(b, 0);
+    Put16(b, w);
+    Put16(b, h);
+    b.push_back(depth);
+    b.push_back(descriptor);
+    return b;
+}
+
+TEST(CodecTga, OriginsDepthsAndMaps)
+{
+    TempDir dir;
+    // 24-bit, top-right origin: stored first is the top row, right to left.
+    Bytes b = TgaHeader(2, 2, 2, 24, 0x30);
+    const uint8_t px[] = {1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4};
+    b.insert(b.end(), px, px + sizeof px);
+    COLImage img = LoadBytes(dir, b, "tr.tga");
+    ASSERT_FALSE(img.IsEmpty());
+    EXPECT_EQ(At(img, 1, 0).red, 1);
+    EXPECT_EQ(At(img, 0, 0).red, 2);
+    EXPECT_EQ(At(img, 1, 1).red, 3);
+
+    // 16-bit with one attribute bit: the bit is alpha. RLE packet repeating one pixel, then a raw one.
+    b = TgaHeader(10, 3, 1, 16, 0x21);
+    b.push_back(0x81);
+    Put16(b, 0x8000 | (31 << 10));   // opaque red, twice
+    b.push_back(0x00);
+    Put16(b, 31);                    // blue, attribute bit clear
+    img = LoadBytes(dir, b, "a16.tga");
+    ASSERT_FALSE(img.IsEmpty());
+    EXPECT_TRUE(Is(At(img, 0, 0), 255, 0, 0, 255));
+    EXPECT_TRUE(Is(At(img, 1, 0), 255, 0, 0, 255));
+    EXPECT_TRUE(Is(At(img, 2, 0), 0, 0, 255, 0));
+
+    // Colour-mapped with a map starting at index 5; indices outside the map are black.
+    b = TgaHeader(1, 3, 1, 8, 0x20, 1, 5, 2, 24);
+    const uint8_t map[] = {10, 20, 30, 40, 50, 60};
+    b.insert(b.end(), map, map + sizeof map);
+    b.push_back(5), b.push_back(6), b.push_back(2);
+    img = LoadBytes(dir, b, "map.tga");
+    ASSERT_FALSE(img.IsEmpty());
+    EXPECT_TRUE(Is(At(img, 0, 0), 30, 20, 10, 255));
+    EXPECT_TRUE(Is(At(img, 1, 0), 60, 50, 40, 255));
+    EXPECT_TRUE(Is(At(img, 2, 0), 0, 0, 0, 255));
+
+    // 16-bit gray with alpha.
+    b = TgaHeader(3, 1, 1, 16, 0x28);
+    b.push_back(90), b.push_back(128);
+    img = LoadBytes(dir, b, "ga.tga");
+    EXPECT_TRUE(Is(At(img, 0, 0), 90, 90, 90, 128));
+}
+
+Bytes PcxHeader(uint8_t bits, uint8_t planes, uint16_t w, uint16_t h, uint16_t lineBytes)
+{
+    Bytes b(128, 0);
+    b[0] = 0x0A, b[1] = 5, b[2] = 1, b[3] = bits;
+    b[8] = uint8_t(w - 1), b[9] = uint8_t((w - 1) >> 8);
+    b[10] = uint8_t(h - 1), b[11] = uint8_t((h - 1) >> 8);
+    b[65] = planes;
+    b[66] = uint8_t(lineBytes), b[67] = uint8_t(lineBytes >> 8);
+    return b;
+}
+
+TEST(CodecPcx, SixteenColourPlanesAndRunsAcrossLines)
+{
+    TempDir dir;
+    // 1 bit x 4 planes, 8 x 1: pixel x gets index x (plane k holds bit k).
+    Bytes b = PcxHeader(1, 4, 8, 1, 2);
+    for (int i = 0; i < 16; ++i) b[16 + 3 * i] = uint8_t(i * 16), b[17 + 3 * i] = 7, b[18 + 3 * i] = 9;
+    const uint8_t planes[4] = {0x55, 0x33, 0x0F, 0x00};
+    for (uint8_t p : planes) b.push_back(p), b.push_back(0);
+    COLImage img = LoadBytes(dir, b, "ega.pcx");
+    ASSERT_FALSE(img.IsEmpty());
+    for (uint32_t x = 0; x < 8; ++x) EXPECT_TRUE(Is(At(img, x, 0), int(x) * 16, 7, 9, 255)) << x;
+
+    // 8-bit gray (no palette at the end), 4 x 2, one run covering both lines.
+    b = PcxHeader(8, 1, 4, 2, 4);
+    b.push_back(0xC8), b.push_back(77);
+    img = LoadBytes(dir, b, "run.pcx");
+    ASSERT_FALSE(img.IsEmpty());
+    EXPECT_TRUE(Is(At(img, 3, 1), 77, 77, 77, 255));
+}
+
+TEST(CodecGif, FirstFrameOnItsScreen)
+{
+    COLImage img = Load(vmtest::DataPath("codec/gif-offset.gif"));
+    ASSERT_EQ(img.GetWidth(), 32u);
+    ASSERT_EQ(img.GetHeight(), 24u);
+    for (uint32_t y = 0; y < 24; ++y)
+        for (uint32_t x = 0; x < 32; ++x) {
+            const bool inside = x >= 5 && x < 15 && y >= 6 && y < 14;
+            ASSERT_EQ(At(img, x, y).alpha, inside ? 255 : 0) << x << "," << y;
+            if (inside) {
+                ASSERT_TRUE(Is(At(img, x, y), 255, 0, 0, 255));
+            }
+        }
+    img = Load(vmtest::DataPath("codec/gif-anim.gif"));
+    ASSERT_FALSE(img.IsEmpty());
+    for (size_t i = 0; i < img.GetPixelCount(); ++i) ASSERT_TRUE(Is(img.GetBuffer()[i], 0, 0, 255, 255));
+}
+
+TEST(CodecFileType, ContentFirstThenExtension)
+{
+    TempDir dir;
+    COLImage src;
+    MakePattern(src, 6, 4, false);
+    COLImageCodec codec;
+    ASSERT_EQ(codec.SaveFile(dir.File("p.png").c_str(), &src), 1);
+    std::filesystem::rename(dir.File("p.png"), dir.File("p.jpg"));
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("p.jpg").c_str()), kFilePng);
+    EXPECT_EQ(codec.LoadFile(dir.File("p.jpg").c_str(), &src), 1);
+
+    WriteAll(dir.File("doc.png"), {'V', 'M', 'P', 'D', 1, 0, 0, 0});
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("doc.png").c_str()), kFileProject);
+    WriteAll(dir.File("x.bmp"), {'8', 'B', 'P', 'S', 0, 1});
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("x.bmp").c_str()), kFilePsd);
+    COLImage img;
+    EXPECT_EQ(codec.LoadFile(dir.File("x.bmp").c_str(), &img), 0);   // a PSD is not a picture for LoadFile
+
+    WriteAll(dir.File("empty.png"), {});
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("empty.png").c_str()), kFileUnusable);
+    WriteAll(dir.File("text.png"), {'h', 'e', 'l', 'l', 'o'});
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("text.png").c_str()), kFileUnusable);
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("missing.png").c_str()), kFileUnusable);
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.Path().c_str()), kFileUnusable);
+    EXPECT_EQ(COLImageCodec::GetFileType(nullptr), kFileUnusable);
+
+    // TGA: a version 2 file is known by its footer; an old one only by its name and a sound header.
+    ASSERT_EQ(codec.SaveFile(dir.File("t.tga").c_str(), &src), 1);
+    std::filesystem::rename(dir.File("t.tga"), dir.File("t.dat"));
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("t.dat").c_str()), kFileTga);
+    Bytes old = TgaHeader(2, 1, 1, 24, 0);
+    old.push_back(1), old.push_back(2), old.push_back(3);
+    WriteAll(dir.File("old.TGA"), old);
+    WriteAll(dir.File("old.dat"), old);
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("old.TGA").c_str()), kFileTga);
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("old.dat").c_str()), kFileUnusable);
+    old[16] = 7;   // no such depth
+    WriteAll(dir.File("bad.tga"), old);
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("bad.tga").c_str()), kFileUnusable);
+}
+
+// Every fixture and every file we write, cut short and scrambled: never a crash, never a read out of bounds
+// (run under the sanitizers), and a result that agrees with the image.
+std::vector<std::string> SampleFiles(const TempDir& dir)
+{
+    std::vector<std::string> files;
+    for (auto& e : std::filesystem::directory_iterator(vmtest::DataPath("codec"))) {
+        const std::string p = e.path().string();
+        if (p.size() > 4 && p.substr(p.size() - 4) != ".pam" && p.substr(p.size() - 3) != ".md" &&
+            p.substr(p.size() - 3) != ".sh")
+            files.push_back(p);
+    }
+    COLImage src;
+    MakePattern(src, 40, 30, true);
+    COLImageCodec codec;
+    for (const char* name : {"w.png", "w.bmp", "w.tga", "w.tif"}) {
+        codec.SaveFile(dir.File(name).c_str(), &src);
+        files.push_back(dir.File(name));
+    }
+    codec.SaveJpegFile(dir.File("w.jpg").c_str(), &src, 80, 72);
+    files.push_back(dir.File("w.jpg"));
+    return files;
+}
+
+TEST(CodecDamage, TruncatedFilesAreRefused)
+{
+    TempDir dir;
+    COLImageCodec codec;
+    for (const std::string& path : SampleFiles(dir)) {
+        SCOPED_TRACE(path);
+        const Bytes whole = ReadAll(path);
+        ASSERT_GT(whole.size(), 40u);
+        const std::string ext = path.substr(path.find_last_of('.'));
+        const std::string cut = dir.File("cut" + ext);
+        for (size_t len = 0; len < whole.size(); len += (len < 64 ? 1 : 1 + whole.size() / 61)) {
+            WriteAll(cut, Bytes(whole.begin(), whole.begin() + std::ptrdiff_t(len)));
+            COLImage img;
+            MakePattern(img, 3, 3, false);   // a failed load must empty it
+            const int r = codec.LoadFile(cut.c_str(), &img);
+            ASSERT_EQ(r == 0, img.IsEmpty()) << len;
+            // Up to half the file nothing can be complete.
+            if (len <= whole.size() / 2) {
+                ASSERT_EQ(r, 0) << len;
+            }
+        }
+    }
+}
+
+TEST(CodecDamage, ScrambledFilesNeverCrash)
+{
+    TempDir dir;
+    COLImageCodec codec;
+    std::mt19937 rng(1234);
+    int loaded = 0, refused = 0;
+    for (const std::string& path : SampleFiles(dir)) {
+        SCOPED_TRACE(path);
+        const Bytes whole = ReadAll(path);
+        const std::string ext = path.substr(path.find_last_of('.'));
+        const std::string bad = dir.File("bad" + ext);
+        for (int round = 0; round < 60; ++round) {
+            Bytes b = whole;
+            const int changes = 1 + int(rng() % 8);
+            for (int k = 0; k < changes; ++k) {
+                // Mostly in the headers, where a wrong value does the most damage.
+                const size_t at = (rng() % 2 ? rng() % std::min<size_t>(b.size(), 200) : rng() % b.size());
+                b[at] = rng() % 3 == 0 ? uint8_t(0xFF) : uint8_t(rng());
+            }
+            WriteAll(bad, b);
+            COLImage img;
+            const int r = codec.LoadFile(bad.c_str(), &img);
+            ASSERT_EQ(r == 0, img.IsEmpty());
+            if (r) {
+                EXPECT_LE(img.GetWidth(), kMaxImageSide);
+                EXPECT_LE(img.GetHeight(), kMaxImageSide);
+                ++loaded;
+            } else {
+                ++refused;
+            }
+        }
+    }
+    EXPECT_GT(refused, 0);
+    EXPECT_GT(loaded, 0);
+}
+
+uint32_t Crc32(const uint8_t* p, size_t n)
+{
+    uint32_t c = 0xFFFFFFFF;
+    for (size_t i = 0; i < n; ++i) {
+        c ^= p[i];
+        for (int k = 0; k < 8; ++k) c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1)));
+    }
+    return ~c;
+}
+
+// A side of 20001 is refused, though such a picture of one row would be small: the check is on the side.
+TEST(CodecLimits, SidesAboveTheLimitAreRefused)
+{
+    TempDir dir;
+    COLImage src;
+    MakePattern(src, 8, 1, false);
+    COLImageCodec codec;
+    const uint32_t over = kMaxImageSide + 1;
+
+    ASSERT_EQ(codec.SaveFile(dir.File("a.png").c_str(), &src), 1);
+    Bytes png = ReadAll(dir.File("a.png"));
+    png[16] = uint8_t(over >> 24), png[17] = uint8_t(over >> 16), png[18] = uint8_t(over >> 8), png[19] = uint8_t(over);
+    const uint32_t crc = Crc32(&png[12], 17);
+    png[29] = uint8_t(crc >> 24), png[30] = uint8_t(crc >> 16), png[31] = uint8_t(crc >> 8), png[32] = uint8_t(crc);
+    EXPECT_TRUE(LoadBytes(dir, png, "big.png").IsEmpty());
+
+    ASSERT_EQ(codec.SaveJpegFile(dir.File("a.jpg").c_str(), &src, 80, 72), 1);
+    Bytes jpg = ReadAll(dir.File("a.jpg"));
+    const size_t sof = FindMarker(jpg, 0xC0);
+    ASSERT_NE(sof, 0u);
+    jpg[sof + 3] = uint8_t(over >> 8), jpg[sof + 4] = uint8_t(over);
+    EXPECT_TRUE(LoadBytes(dir, jpg, "big.jpg").IsEmpty());
+
+    ASSERT_EQ(codec.SaveFile(dir.File("a.bmp").c_str(), &src), 1);
+    Bytes bmp = ReadAll(dir.File("a.bmp"));
+    bmp[18] = uint8_t(over), bmp[19] = uint8_t(over >> 8);
+    EXPECT_TRUE(LoadBytes(dir, bmp, "big.bmp").IsEmpty());
+    bmp[18] = 8, bmp[19] = 0;
+    bmp[22] = 0xFF, bmp[23] = 0xFF, bmp[24] = 0xFF, bmp[25] = 0x7F;   // 2^31 - 1 rows
+    EXPECT_TRUE(LoadBytes(dir, bmp, "tall.bmp").IsEmpty());
+
+    ASSERT_EQ(codec.SaveFile(dir.File("a.tga").c_str(), &src), 1);
+    Bytes tga = ReadAll(dir.File("a.tga"));
+    tga[12] = uint8_t(over), tga[13] = uint8_t(over >> 8);
+    EXPECT_TRUE(LoadBytes(dir, tga, "big.tga").IsEmpty());
+
+    Bytes pcx = PcxHeader(8, 1, 8, 1, 8);
+    pcx[8] = uint8_t(over - 1), pcx[9] = uint8_t((over - 1) >> 8);
+    pcx.resize(pcx.size() + 64, 0x11);
+    EXPECT_TRUE(LoadBytes(dir, pcx, "big.pcx").IsEmpty());
+
+    Bytes gif = ReadAll(vmtest::DataPath("codec/gif-interlaced.gif"));
+    gif[6] = uint8_t(over), gif[7] = uint8_t(over >> 8);
+    EXPECT_TRUE(LoadBytes(dir, gif, "big.gif").IsEmpty());
+
+    // TIFF: find the ImageWidth entry of the first directory (little-endian, as libtiff writes here).
+    ASSERT_EQ(codec.SaveFile(dir.File("a.tif").c_str(), &src), 1);
+    Bytes tif = ReadAll(dir.File("a.tif"));
+    ASSERT_EQ(tif[0], 'I');
+    const uint32_t ifd = codec::Le32(&tif[4]);
+    bool patched = false;
+    for (uint32_t i = 0; i < codec::Le16(&tif[ifd]); ++i) {
+        uint8_t* e = &tif[ifd + 2 + 12 * i];
+        if (codec::Le16(e) != 256) continue;
+        ASSERT_EQ(codec::Le16(e + 2), 3);   // SHORT
+        e[8] = uint8_t(over), e[9] = uint8_t(over >> 8);
+        patched = true;
+    }
+    ASSERT_TRUE(patched);
+    EXPECT_TRUE(LoadBytes(dir, tif, "big.tif").IsEmpty());
+}
+
+} // namespace
