@@ -10,6 +10,14 @@
 #include "matting/exact_divider.h"
 #include "matting/parallel_for.h"
 #include "matting/resample.h"
+#include "matting/simd_level.h"
+
+#if defined(__GNUC__) && defined(__x86_64__)
+#define VM_X86_SIMD 1
+#include <immintrin.h>
+#else
+#define VM_X86_SIMD 0
+#endif
 
 // ---------------------------------------------------------------------------------------------------------------
 // Kernel
@@ -50,61 +58,131 @@ uint32_t GaussianKernel::Sum(int lo, int hi) const
 
 namespace {
 
-using HorizontalFn = void (*)(const uint8_t* in, uint8_t* out, size_t count, const uint16_t* weights,
-                              ExactDivider divide);
-using VerticalFn = void (*)(const uint8_t* const* rows, uint8_t* out, size_t count, const uint16_t* weights,
-                            ExactDivider divide);
+// Where the taps of one output run come from: a centre and, for the column pass, the rows k above and below;
+// the row pass finds them at a fixed byte stride from the centre instead.
+struct Taps {
+    const uint8_t* centre = nullptr;
+    const uint8_t* up[GaussianKernel::kMaxTaps] = {};
+    const uint8_t* down[GaussianKernel::kMaxTaps] = {};
+};
 
-// out[i] for i in [0, count): taps at in[i - stride k] and in[i + stride k], stride being the bytes per pixel.
+using InteriorFn = void (*)(const Taps& taps, uint8_t* out, size_t count, const uint16_t* weights, uint32_t magic);
+
+namespace plain {
+
 template <int N, int Stride>
-void HorizontalInterior(const uint8_t* __restrict in, uint8_t* __restrict out, size_t count,
-                        const uint16_t* weights, ExactDivider divide)
-{
-    uint16_t w[N];
-    for (int k = 0; k < N; ++k) w[k] = weights[k];
-    for (size_t i = 0; i < count; ++i) {
-        uint32_t acc = uint32_t(w[0]) * in[i];
-        for (int k = 1; k < N; ++k)
-            acc += uint32_t(w[k]) * uint32_t(uint16_t(in[i - Stride * k] + in[i + Stride * k]));
-        out[i] = static_cast<uint8_t>(divide(acc));
-    }
-}
-
-// rows[N - 1] is the centre row; rows[N - 1 - k] and rows[N - 1 + k] are k above and below.
-template <int N>
-void VerticalInterior(const uint8_t* const* rows, uint8_t* __restrict out, size_t count, const uint16_t* weights,
-                      ExactDivider divide)
+void Interior(const Taps& t, uint8_t* __restrict out, size_t count, const uint16_t* weights, uint32_t magic)
 {
     uint16_t w[N];
     const uint8_t* up[N];
     const uint8_t* down[N];
     for (int k = 0; k < N; ++k) {
         w[k] = weights[k];
-        up[k] = rows[N - 1 - k];
-        down[k] = rows[N - 1 + k];
+        up[k] = Stride ? t.centre - Stride * k : t.up[k];
+        down[k] = Stride ? t.centre + Stride * k : t.down[k];
     }
     for (size_t i = 0; i < count; ++i) {
-        uint32_t acc = uint32_t(w[0]) * up[0][i];
+        uint32_t acc = uint32_t(w[0]) * t.centre[i];
         for (int k = 1; k < N; ++k) acc += uint32_t(w[k]) * uint32_t(uint16_t(up[k][i] + down[k][i]));
-        out[i] = static_cast<uint8_t>(divide(acc));
+        out[i] = static_cast<uint8_t>((uint64_t(acc) * magic) >> 32);
     }
 }
 
 template <int Stride, size_t... I>
-constexpr std::array<HorizontalFn, GaussianKernel::kMaxTaps + 1> MakeHorizontalTable(std::index_sequence<I...>)
+constexpr std::array<InteriorFn, GaussianKernel::kMaxTaps + 1> MakeTable(std::index_sequence<I...>)
 {
-    return {nullptr, &HorizontalInterior<int(I) + 1, Stride>...};
+    return {nullptr, &Interior<int(I) + 1, Stride>...};
 }
 
-template <size_t... I>
-constexpr std::array<VerticalFn, GaussianKernel::kMaxTaps + 1> MakeVerticalTable(std::index_sequence<I...>)
-{
-    return {nullptr, &VerticalInterior<int(I) + 1>...};
-}
+constexpr auto kRows = MakeTable<0>(std::make_index_sequence<GaussianKernel::kMaxTaps>());
+constexpr auto kStride1 = MakeTable<1>(std::make_index_sequence<GaussianKernel::kMaxTaps>());
+constexpr auto kStride4 = MakeTable<4>(std::make_index_sequence<GaussianKernel::kMaxTaps>());
 
-constexpr auto kHorizontal1 = MakeHorizontalTable<1>(std::make_index_sequence<GaussianKernel::kMaxTaps>());
-constexpr auto kHorizontal4 = MakeHorizontalTable<4>(std::make_index_sequence<GaussianKernel::kMaxTaps>());
-constexpr auto kVertical = MakeVerticalTable(std::make_index_sequence<GaussianKernel::kMaxTaps>());
+} // namespace plain
+
+#if VM_X86_SIMD
+namespace sse2 {
+
+struct Isa {
+    using V = __m128i;
+    static constexpr size_t kStep = 8;
+    static V Zero() { return _mm_setzero_si128(); }
+    static V Set32(uint32_t v) { return _mm_set1_epi32(int(v)); }
+    static V Widen(const uint8_t* p) { return _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)), Zero()); }
+    static V Add16(V a, V b) { return _mm_add_epi16(a, b); }
+    static V Add32(V a, V b) { return _mm_add_epi32(a, b); }
+    static V UnpackLo16(V a, V b) { return _mm_unpacklo_epi16(a, b); }
+    static V UnpackHi16(V a, V b) { return _mm_unpackhi_epi16(a, b); }
+    static V MulAddPairs(V a, V b) { return _mm_madd_epi16(a, b); }
+    static V MulHigh32(V a, V m)
+    {
+        const V even = _mm_srli_epi64(_mm_mul_epu32(a, m), 32);
+        const V odd = _mm_mul_epu32(_mm_srli_epi64(a, 32), m);
+        return _mm_or_si128(even, _mm_and_si128(odd, _mm_set_epi32(-1, 0, -1, 0)));
+    }
+    // Lanes hold byte values already, so the signed packs cannot saturate.
+    static void StoreNarrow(uint8_t* out, V lo, V hi)
+    {
+        const V words = _mm_packs_epi32(lo, hi);
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_packus_epi16(words, words));
+    }
+};
+
+#include "matting/gaussian_simd.inl"
+
+} // namespace sse2
+
+#pragma GCC push_options
+#pragma GCC target("avx2")
+namespace avx2 {
+
+struct Isa {
+    using V = __m256i;
+    static constexpr size_t kStep = 16;
+    static V Zero() { return _mm256_setzero_si256(); }
+    static V Set32(uint32_t v) { return _mm256_set1_epi32(int(v)); }
+    static V Widen(const uint8_t* p) { return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))); }
+    static V Add16(V a, V b) { return _mm256_add_epi16(a, b); }
+    static V Add32(V a, V b) { return _mm256_add_epi32(a, b); }
+    // Unpacking and packing both work within 128-bit halves, so the pack at the end restores the order.
+    static V UnpackLo16(V a, V b) { return _mm256_unpacklo_epi16(a, b); }
+    static V UnpackHi16(V a, V b) { return _mm256_unpackhi_epi16(a, b); }
+    static V MulAddPairs(V a, V b) { return _mm256_madd_epi16(a, b); }
+    static V MulHigh32(V a, V m)
+    {
+        const V even = _mm256_srli_epi64(_mm256_mul_epu32(a, m), 32);
+        const V odd = _mm256_mul_epu32(_mm256_srli_epi64(a, 32), m);
+        return _mm256_blend_epi32(even, odd, 0xAA);
+    }
+    static void StoreNarrow(uint8_t* out, V lo, V hi)
+    {
+        const V words = _mm256_packs_epi32(lo, hi);
+        const V bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(words, words), 0x08);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm256_castsi256_si128(bytes));
+    }
+};
+
+#include "matting/gaussian_simd.inl"
+
+} // namespace avx2
+#pragma GCC pop_options
+#endif
+
+// The loop for a tap count and stride (0: rows given one by one) at the instruction set in use.
+InteriorFn PickInterior(int taps, int stride)
+{
+    const auto pick = [&](const auto& rows, const auto& s1, const auto& s4) {
+        return stride == 0 ? rows[taps] : stride == 1 ? s1[taps] : s4[taps];
+    };
+#if VM_X86_SIMD
+    switch (vmsimd::CurrentLevel()) {
+    case vmsimd::kAvx2: return pick(avx2::kRows, avx2::kStride1, avx2::kStride4);
+    case vmsimd::kSse2: return pick(sse2::kRows, sse2::kStride1, sse2::kStride4);
+    default: break;
+    }
+#endif
+    return pick(plain::kRows, plain::kStride1, plain::kStride4);
+}
 
 // Border pixels of a row: the kernel is cut at the line's ends and renormalised by what is left of it.
 void HorizontalBorderPixel(const uint8_t* in, uint8_t* out, uint32_t width, int bpp, const GaussianKernel& k,
@@ -128,8 +206,9 @@ void HorizontalRow(const uint8_t* in, uint8_t* out, uint32_t width, int bpp, con
         const ExactDivider divide(k.Sum(1 - int(n), int(n)));
         const size_t first = size_t(n - 1) * bpp;
         const size_t count = size_t(width - 2 * (n - 1)) * bpp;
-        const HorizontalFn fn = bpp == 4 ? kHorizontal4[n] : kHorizontal1[n];
-        fn(in + first, out + first, count, k.weight, divide);
+        Taps taps;
+        taps.centre = in + first;
+        PickInterior(int(n), bpp)(taps, out + first, count, k.weight, divide.magic);
         for (uint32_t i = 0; i < n - 1; ++i) HorizontalBorderPixel(in, out, width, bpp, k, i);
         for (uint32_t i = width - (n - 1); i < width; ++i) HorizontalBorderPixel(in, out, width, bpp, k, i);
     } else {
@@ -146,9 +225,13 @@ void VerticalRow(RowOf rowOf, uint8_t* out, size_t count, uint32_t height, uint3
     const int64_t lo = std::max<int64_t>(0, int64_t(y) - n + 1);
     const int64_t hi = std::min<int64_t>(height, int64_t(y) + n);
     if (lo == int64_t(y) - n + 1 && hi == int64_t(y) + n) {
-        const uint8_t* rows[2 * GaussianKernel::kMaxTaps - 1];
-        for (int64_t j = lo; j < hi; ++j) rows[j - lo] = rowOf(uint32_t(j));
-        kVertical[n](rows, out, count, k.weight, ExactDivider(k.Sum(1 - n, n)));
+        Taps taps;
+        taps.centre = rowOf(y);
+        for (int d = 0; d < n; ++d) {
+            taps.up[d] = rowOf(y - uint32_t(d));
+            taps.down[d] = rowOf(y + uint32_t(d));
+        }
+        PickInterior(n, 0)(taps, out, count, k.weight, ExactDivider(k.Sum(1 - n, n)).magic);
         return;
     }
     // A row near the top or bottom: the kernel is cut there and renormalised.

@@ -269,7 +269,6 @@ AreaAxis MakeAreaAxis(uint32_t s, uint32_t d, float ratio)
         const float b = boundary(c);
         uint32_t t = 0;
         if (float(x + 1) > b) t = std::min<uint32_t>(1024, uint32_t(std::max(0.0f, (float(x + 1) - b) * 1024.0f)));
-        if (c + 1 >= d) t = 0;   // nothing lies beyond the last cell
         a.cell[x] = c;
         a.inCell[x] = uint16_t(1024 - t);
         a.toNext[x] = uint16_t(t);

@@ -9,6 +9,7 @@
 #include "matting/gaussian.h"
 #include "matting/parallel_for.h"
 #include "matting/resample.h"
+#include "matting/simd_level.h"
 #include "support/test_support.h"
 
 namespace {
@@ -131,6 +132,19 @@ struct ThreadCount {
     ~ThreadCount() { vmpar::SetWorkerCount(0); }
 };
 
+struct SimdCap {
+    explicit SimdCap(int level) { vmsimd::LimitLevel(level); }
+    ~SimdCap() { vmsimd::LimitLevel(-1); }
+};
+
+// Every instruction set the filters can use on this processor.
+std::vector<int> SimdLevels()
+{
+    std::vector<int> levels;
+    for (int l = vmsimd::kPlain; l <= vmsimd::CurrentLevel(); ++l) levels.push_back(l);
+    return levels;
+}
+
 struct ProgressLog {
     std::vector<int> values;
     static void Record(void* self, uint32_t code, int32_t value)
@@ -236,6 +250,7 @@ TEST(Gaussian, WholeImagesMatchThePlainComputation)
     const double sigmas[] = {0.3, 0.5, 1.0, 1.7, 2.0, 2.4, 2.6, 3.0, 4.5, 6.0, 17.0};
     for (unsigned threads : {1u, 3u}) {
         ThreadCount tc(threads);
+        SimdCap cap(threads == 1 ? vmsimd::kPlain : -1);
         uint32_t seed = 1;
         for (auto& s : sizes)
             for (double sigma : sigmas) {
@@ -271,6 +286,7 @@ TEST(Gaussian, LargerPictureWithEverySplitOfRows)
         const auto expected = RefGaussian(Bytes(src), 203, 157, 4, sigma, scale);
         for (unsigned threads : {1u, 2u, 5u, 16u}) {
             ThreadCount tc(threads);
+            SimdCap cap(int(threads % 3));
             COLImage dst;
             CGaussianProcess g;
             g.SetImages(&src, &dst);
@@ -285,6 +301,8 @@ TEST(Gaussian, EveryTapCountAgainstThePlainComputation)
     // One sigma per kernel length, 1 to 16 taps a side, on a plane wider and taller than any kernel.
     COLChannel src;
     vmtest::FillNoise(src, 71, 45, 5);
+    for (int level : SimdLevels()) {
+    SimdCap cap(level);
     std::set<int> seen;
     for (double sigma = 0.01; sigma < 60 && seen.size() < 16; sigma *= 1.05) {
         const GaussianKernel k = GaussianKernel::Make(sigma);
@@ -294,9 +312,17 @@ TEST(Gaussian, EveryTapCountAgainstThePlainComputation)
         RefKernel rk;
         rk.n = k.taps;
         for (int i = 0; i < k.taps; ++i) rk.w.push_back(k.weight[i]);
-        ASSERT_EQ(Bytes(dst), RefBlur(Bytes(src), 71, 45, 1, rk)) << "taps " << k.taps;
+        ASSERT_EQ(Bytes(dst), RefBlur(Bytes(src), 71, 45, 1, rk)) << "taps " << k.taps << " level " << level;
+        // The same kernel on four-byte pixels.
+        COLImage img, out;
+        vmtest::FillNoise(img, 53, 37, uint32_t(k.taps));
+        out.Create(53, 37);
+        vmfilter::GaussianBlurBuffer(reinterpret_cast<const uint8_t*>(img.GetBuffer()),
+                                     reinterpret_cast<uint8_t*>(out.GetBuffer()), 53, 37, 4, k);
+        ASSERT_EQ(Bytes(out), RefBlur(Bytes(img), 53, 37, 4, rk)) << "taps " << k.taps << " level " << level;
     }
     EXPECT_EQ(seen.size(), 16u);
+    }
 }
 
 TEST(Gaussian, TinySigmaCopiesAndTheSmallestBlurStillRuns)

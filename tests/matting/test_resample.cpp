@@ -427,4 +427,29 @@ TEST(SampleImageTwoPoint, FollowsTheFootprintEnds)
     // A rectangle is honoured.
     ASSERT_EQ(SampleImageTwoPoint(&src, &dst, 2, 2, 4, 2, 4, 4), 1);
     EXPECT_EQ(dst.GetPixel(1, 1), src.GetPixel(6, 4));
+
+    // Every pixel of odd ratios, rectangle included, against the formula taken one pixel at a time.
+    const int cases[][8] = {{29, 23, 0, 0, 29, 23, 7, 3}, {29, 23, 4, 5, 20, 17, 9, 8}, {12, 9, 1, 1, 10, 7, 25, 20}};
+    for (auto& c : cases) {
+        vmtest::FillNoise(src, c[0], c[1], 12);
+        ASSERT_EQ(SampleImageTwoPoint(&src, &dst, c[6], c[7], c[2], c[3], c[4], c[5]), 1);
+        const double rx = double(c[4]) / c[6], ry = double(c[5]) / c[7];
+        for (int j = 0; j < c[7]; ++j)
+            for (int i = 0; i < c[6]; ++i) {
+                const double px0 = i * rx + c[2], px1 = (i + 1) * rx + c[2];
+                const double py0 = j * ry + c[3], py1 = (j + 1) * ry + c[3];
+                int x0 = int(px0), x1 = int(px1), w1 = int((px1 - x1) * 256);
+                if (x1 > c[2] + c[4] - 1) {
+                    x1 = c[2] + c[4] - 1;
+                    w1 = 0;
+                }
+                const int y0 = int(py0), y1 = std::min(int(py1), c[3] + c[5] - 1);
+                const int w0 = int((1 - (py0 - y0)) * 256);
+                for (int k = 0; k < 4; ++k) {
+                    const int t = (Byte(src, x0, y0, k) * (256 - w1) + Byte(src, x1, y0, k) * w1) >> 8;
+                    const int b = (Byte(src, x0, y1, k) * (256 - w1) + Byte(src, x1, y1, k) * w1) >> 8;
+                    ASSERT_EQ(Byte(dst, i, j, k), (b * (256 - w0) + t * w0) >> 8) << i << "," << j;
+                }
+            }
+    }
 }
