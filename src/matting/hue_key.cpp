@@ -1,6 +1,7 @@
 #include "matting/hue_key.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <mutex>
@@ -10,6 +11,7 @@
 #include "matting/gaussian.h"
 #include "matting/key_math.h"
 #include "matting/key_rows.h"
+#include "matting/parallel_for.h"
 
 namespace {
 
@@ -83,43 +85,60 @@ long CHueKeyProcess::Process(const void* params)
     return kOk;
 }
 
+namespace {
+
+// The odd chroma samples of the row pair starting at row0 (row2 is the next even row), rebuilt from the even ones.
+void InterpolatePair(CPixel* row0, CPixel* row1, const CPixel* row2, int w)
+{
+    for (int x = 0; x < w - 2; x += 2) {
+        for (uint8_t CPixel::*c : {&CPixel::blue, &CPixel::green}) {
+            const int pv = row0[x].*c, q = row0[x + 2].*c, r = row2[x].*c, s = row2[x + 2].*c;
+            row0[x + 1].*c = static_cast<uint8_t>((pv + q) >> 1);
+            row1[x].*c = static_cast<uint8_t>((pv + r) >> 1);
+            row1[x + 1].*c = static_cast<uint8_t>((pv + q + r + s) >> 2);
+        }
+    }
+}
+
+} // namespace
+
 long CHueKeyProcess::SmoothChroma()
 {
     const COLImage& src = *m_pSrcImage;
     const uint32_t w = src.GetWidth(), h = src.GetHeight();
     if (m_smoothed.Create(w, h) != kOk) return kFail;
-    // The codec's conversions work pixel by pixel; they run here on bands of rows, each through a small
-    // picture of its own, so that the cores share them.
-    constexpr int kChunk = 32;
-    bool failed = false;
-    std::mutex failLock;
-    auto convert = [&](bool toYuv) {
-        keyrows::ForRows(0, int(h), w, [&](int y0, int y1) {
-            COLImageCodec codec;
-            COLImage band;
-            for (int y = y0; y < y1; y += kChunk) {
-                const int rows = std::min(kChunk, y1 - y);
-                if (band.Create(w, uint32_t(rows)) != kOk) {
-                    std::lock_guard<std::mutex> guard(failLock);
-                    failed = true;
-                    return;
-                }
-                const CPixel* from = toYuv ? src.GetBuffer(0, uint32_t(y)) : m_smoothed.GetBuffer(0, uint32_t(y));
-                std::memcpy(band.GetBuffer(), from, size_t(rows) * w * sizeof(CPixel));
-                const int ok = toYuv ? codec.RGBToYUV(&band) : codec.YUVToRGB(&band);
-                if (!ok) {
-                    std::lock_guard<std::mutex> guard(failLock);
-                    failed = true;
-                    return;
-                }
-                std::memcpy(m_smoothed.GetBuffer(0, uint32_t(y)), band.GetBuffer(), size_t(rows) * w * sizeof(CPixel));
+    // Bands of 32 rows, each with the next even row as well, go to YUV, get their chroma rebuilt and go back,
+    // while they are in the cache. The codec converts pixel by pixel, so a band converts as the whole picture
+    // would; the extra row is only read.
+    constexpr uint32_t kBand = 32;
+    const size_t bands = (h + kBand - 1) / kBand;
+    std::atomic<bool> failed{false};
+    vmpar::ParallelFor(bands, std::max<size_t>(1, (size_t(1) << 16) / (size_t(w) * kBand + 1)),
+                       [&](size_t b0, size_t b1, unsigned) {
+        COLImageCodec codec;
+        COLImage band;
+        for (size_t b = b0; b < b1 && !failed; ++b) {
+            const uint32_t y0 = uint32_t(b) * kBand, y1 = std::min(h, y0 + kBand);
+            const uint32_t rows = std::min(h, y1 + 1) - y0;
+            if (band.Create(w, rows) != kOk) {
+                failed = true;
+                return;
             }
-        });
-    };
-    convert(true);
-    if (failed) return kFail;
-    InterpolateChroma(m_smoothed);
-    convert(false);
+            std::memcpy(band.GetBuffer(), src.GetBuffer(0, y0), size_t(rows) * w * sizeof(CPixel));
+            if (!codec.RGBToYUV(&band)) {
+                failed = true;
+                return;
+            }
+            for (uint32_t y = y0; y < y1 && y + 2 < h; y += 2)
+                InterpolatePair(band.GetBuffer(0, y - y0), band.GetBuffer(0, y - y0 + 1),
+                                band.GetBuffer(0, y - y0 + 2), int(w));
+            if (!codec.YUVToRGB(&band)) {
+                failed = true;
+                return;
+            }
+            std::memcpy(m_smoothed.GetBuffer(0, y0), band.GetBuffer(), size_t(y1 - y0) * w * sizeof(CPixel));
+        }
+    });
     return failed ? kFail : kOk;
 }
 
@@ -130,19 +149,9 @@ void CHueKeyProcess::InterpolateChroma(COLImage& yuv)
     // Every row pair reads even positions only and writes odd ones, so the pairs are independent.
     const int pairs = h > 2 ? (h - 1) / 2 : 0;
     keyrows::ForRows(0, pairs, size_t(w) * 2, [&](int p0, int p1) {
-        for (int p = p0; p < p1; ++p) {
-            CPixel* row0 = yuv.GetBuffer(0, uint32_t(2 * p));
-            CPixel* row1 = yuv.GetBuffer(0, uint32_t(2 * p + 1));
-            CPixel* row2 = yuv.GetBuffer(0, uint32_t(2 * p + 2));
-            for (int x = 0; x < w - 2; x += 2) {
-                for (uint8_t CPixel::*c : {&CPixel::blue, &CPixel::green}) {
-                    const int pv = row0[x].*c, q = row0[x + 2].*c, r = row2[x].*c, s = row2[x + 2].*c;
-                    row0[x + 1].*c = static_cast<uint8_t>((pv + q) >> 1);
-                    row1[x].*c = static_cast<uint8_t>((pv + r) >> 1);
-                    row1[x + 1].*c = static_cast<uint8_t>((pv + q + r + s) >> 2);
-                }
-            }
-        }
+        for (int p = p0; p < p1; ++p)
+            InterpolatePair(yuv.GetBuffer(0, uint32_t(2 * p)), yuv.GetBuffer(0, uint32_t(2 * p + 1)),
+                            yuv.GetBuffer(0, uint32_t(2 * p + 2)), w);
     });
 }
 
@@ -175,12 +184,15 @@ long CHueKeyProcess::BuildKey(const COLImage& source)
                     const uint8_t hv = keymath::KeyHueFast(r, g, b);
                     hue[x] = hv;
                     const int wt = m_hueWeight[CircularDiff(hv, hb)];
-                    int mx = std::max(r, std::max(g, b)), mn = std::min(r, std::min(g, b));
-                    const int l = (mx + mn) / 2;
-                    const int d2 = (r - l) * (r - l) + (g - l) * (g - l) + (b - l) * (b - l);
-                    const double dist = std::sqrt(static_cast<double>(d2));
-                    int k = 255 - static_cast<int>(dist * wt / 255.0);
-                    if (k < 0) k = 0;
+                    int k = 255;
+                    if (wt != 0) {   // a foreign hue keeps its full key without the square root
+                        const int mx = std::max(r, std::max(g, b)), mn = std::min(r, std::min(g, b));
+                        const int l = (mx + mn) / 2;
+                        const int d2 = (r - l) * (r - l) + (g - l) * (g - l) + (b - l) * (b - l);
+                        const double dist = std::sqrt(static_cast<double>(d2));
+                        k = 255 - static_cast<int>(dist * wt / 255.0);
+                        if (k < 0) k = 0;
+                    }
                     key[x] = static_cast<uint8_t>(k);
                     ++local[k];
                 }
@@ -263,21 +275,31 @@ long CHueKeyProcess::BuildEdgeMask(const COLImage& source, COLChannel& mask)
     std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
     const COLImage& dst = *m_pDstImage;
 
-    // Alpha gradient of the destination.
+    // Alpha gradient of the destination, from three rows of its alpha gathered into byte rows.
     keyrows::ForRows(1, h - 1, size_t(w), [&](int y0, int y1) {
+        std::vector<uint8_t> rows(size_t(w) * 3);
+        auto gather = [&](int y, uint8_t* to) {
+            const CPixel* p = dst.GetBuffer(0, uint32_t(y));
+            for (int x = 0; x < w; ++x) to[x] = p[x].alpha;
+        };
+        uint8_t* up = rows.data();
+        uint8_t* mid = up + w;
+        uint8_t* down = mid + w;
+        gather(y0 - 1, up);
+        gather(y0, mid);
         for (int y = y0; y < y1; ++y) {
-            const CPixel* up = dst.GetBuffer(0, y - 1);
-            const CPixel* mid = dst.GetBuffer(0, y);
-            const CPixel* down = dst.GetBuffer(0, y + 1);
-            uint8_t* m = mask.GetBuffer(0, y);
+            gather(y + 1, down);
+            uint8_t* m = mask.GetBuffer(0, uint32_t(y));
             for (int x = 1; x < w - 1; ++x) {
-                const int gy = up[x - 1].alpha + up[x].alpha + up[x + 1].alpha - down[x - 1].alpha -
-                               down[x].alpha - down[x + 1].alpha;
-                const int gx = up[x - 1].alpha + mid[x - 1].alpha + down[x - 1].alpha - up[x + 1].alpha -
-                               mid[x + 1].alpha - down[x + 1].alpha;
-                int v = std::max(std::abs(gx) / 2, std::abs(gy) / 2);
+                const int gy = up[x - 1] + up[x] + up[x + 1] - down[x - 1] - down[x] - down[x + 1];
+                const int gx = up[x - 1] + mid[x - 1] + down[x - 1] - up[x + 1] - mid[x + 1] - down[x + 1];
+                const int v = std::max(std::abs(gx), std::abs(gy)) / 2;   // max(|gx| / 2, |gy| / 2)
                 m[x] = static_cast<uint8_t>(v > 255 ? 255 : v);
             }
+            uint8_t* oldUp = up;
+            up = mid;
+            mid = down;
+            down = oldUp;
         }
     });
     ReportProgress(70);

@@ -6,6 +6,7 @@
 
 #include "imaging/codec.h"
 #include "matting/hue_key.h"
+#include "matting/parallel_for.h"
 #include "support/test_support.h"
 
 namespace {
@@ -135,6 +136,30 @@ TEST(HueKey, InterpolateChromaRebuildsOddSamples)
     EXPECT_EQ(at(yuv, 2, 3).green, (at(before, 2, 2).green + at(before, 2, 4).green) >> 1);
     EXPECT_EQ(at(yuv, 1, 1).blue,
               (at(before, 0, 0).blue + at(before, 2, 0).blue + at(before, 0, 2).blue + at(before, 2, 2).blue) >> 2);
+}
+
+TEST(HueKey, SmoothingInBandsEqualsTheWholePictureRoute)
+{
+    // Odd sizes, and band edges that fall on odd and even rows, on one core and several.
+    for (uint32_t h : {1u, 2u, 3u, 33u, 34u, 97u}) {
+        COLImage src;
+        vmtest::FillNoise(src, 131, h, h);
+        COLImage expected;
+        expected.DuplicateFrom(&src);
+        COLImageCodec codec;
+        ASSERT_TRUE(codec.RGBToYUV(&expected));
+        CHueKeyProcess::InterpolateChroma(expected);
+        ASSERT_TRUE(codec.YUVToRGB(&expected));
+        for (unsigned workers : {1u, 3u}) {
+            vmpar::SetWorkerCount(workers);
+            COLImage dst;
+            CHueKeyProcess hue;
+            hue.SetImages(&src, &dst);
+            ASSERT_EQ(hue.SmoothChroma(), kOk);
+            EXPECT_TRUE(vmtest::SamePixels(hue.GetSmoothed(), expected)) << h << " rows, " << workers;
+        }
+        vmpar::SetWorkerCount(0);
+    }
 }
 
 TEST(HueKey, SmoothedPicturesInteriorIsWhatComesOut)
