@@ -51,6 +51,11 @@ long CHueKeyProcess::Process(const void* params)
     SetParamsForSteps(*static_cast<const ChromaKeyParams*>(params));
 
     const COLImage* source = m_pSrcImage;
+    COLImage ownSource;   // keying in place would read pixels already keyed
+    if (m_pSrcImage == m_pDstImage && !m_params.jpegChroma) {
+        if (!ownSource.DuplicateFrom(m_pSrcImage)) return kFail;
+        source = &ownSource;
+    }
     if (m_params.jpegChroma) {
         if (SmoothChroma() != kOk) return kFail;
         source = &m_smoothed;

@@ -255,3 +255,19 @@ TEST(HueKey, RefinementPullsEdgeAlphaTowardTheMixingLine)
         EXPECT_NEAR(dst.GetPixel2(10, y).alpha, 128, 40) << y;
     }
 }
+
+TEST(HueKey, InPlaceEqualsApart)
+{
+    for (uint32_t smooth : {0u, 1u}) {
+        COLImage src = GreenScene(64, 48, 8), apart, inPlace;
+        inPlace.DuplicateFrom(&src);
+        ChromaKeyParams p = Green();
+        p.jpegChroma = smooth;
+        CHueKeyProcess hue;
+        hue.SetImages(&src, &apart);
+        ASSERT_EQ(hue.Process(&p), kOk);
+        hue.SetImages(&inPlace, &inPlace);
+        ASSERT_EQ(hue.Process(&p), kOk);
+        EXPECT_TRUE(vmtest::SamePixels(apart, inPlace)) << smooth;
+    }
+}
