@@ -7,6 +7,14 @@
 
 #include "imaging/result.h"
 #include "matting/parallel_for.h"
+#include "matting/simd_level.h"
+
+#if defined(__GNUC__) && defined(__x86_64__)
+#define VM_X86_SIMD 1
+#include <immintrin.h>
+#else
+#define VM_X86_SIMD 0
+#endif
 
 namespace {
 
@@ -144,29 +152,88 @@ private:
     int64_t m_key[2] = {-1, -1};
 };
 
-// Image: per byte h = 2 * (((a * g) >> 9) + ((b * f) >> 9)) with g = 255 - f; every product fits 16 bits.
-void ImageRowH(const uint8_t* row, const Axis& ax, uint16_t* out, uint32_t dw)
+// Image: per byte h = 2 * (((a * g) >> 9) + ((b * f) >> 9)) with g = 255 - f, a and b being the pixels at pos and
+// pos + 1. Every product fits 16 bits, so a pixel's four bytes go through 16-bit lanes of one word.
+struct ImageColumns {
+    std::vector<uint32_t> pos;
+    std::vector<uint16_t> weights;   // per column g, g, g, g, f, f, f, f: the lanes of the two pixels
+};
+
+ImageColumns MakeImageColumns(const Axis& ax)
 {
-    for (uint32_t i = 0; i < dw; ++i) {
-        const uint8_t* a = row + size_t(ax.pos[i]) * 4;
-        const uint16_t f = ax.frac[i], g = uint16_t(255 - f);
-        for (int c = 0; c < 4; ++c)
-            out[size_t(i) * 4 + c] = uint16_t(2 * (uint16_t(uint16_t(a[c] * g) >> 9) + uint16_t(uint16_t(a[4 + c] * f) >> 9)));
+    ImageColumns c;
+    c.pos = ax.pos;
+    c.weights.resize(ax.pos.size() * 8);
+    for (size_t i = 0; i < ax.pos.size(); ++i)
+        for (int k = 0; k < 4; ++k) {
+            c.weights[i * 8 + k] = uint16_t(255 - ax.frac[i]);
+            c.weights[i * 8 + 4 + k] = ax.frac[i];
+        }
+    return c;
+}
+
+// Spreads the four bytes of a pixel into the 16-bit lanes of a 64-bit word.
+inline uint64_t SpreadLanes(uint32_t p)
+{
+    uint64_t x = p;
+    x = (x | (x << 16)) & 0x0000FFFF0000FFFFull;
+    return (x | (x << 8)) & 0x00FF00FF00FF00FFull;
+}
+
+void ImageRowHPlain(const uint8_t* row, const ImageColumns& c, uint16_t* out, size_t first, size_t end)
+{
+    const uint64_t low7 = 0x007F007F007F007Full;   // what survives of each lane after >> 9
+    for (size_t i = first; i < end; ++i) {
+        uint32_t a, b;
+        std::memcpy(&a, row + size_t(c.pos[i]) * 4, 4);
+        std::memcpy(&b, row + size_t(c.pos[i]) * 4 + 4, 4);
+        const uint64_t g = c.weights[i * 8], f = c.weights[i * 8 + 4];
+        const uint64_t h = ((((SpreadLanes(a) * g) >> 9) & low7) + (((SpreadLanes(b) * f) >> 9) & low7)) << 1;
+        for (int k = 0; k < 4; ++k) out[i * 4 + k] = uint16_t(h >> (16 * k));
     }
 }
 
-// Then v = 2 * (((top * gy) >> 9) + ((bottom * fy) >> 9)), saturated, and blue, green and red get a saturating +2
-// to make up for the truncations; alpha doesn't.
-void ImageRowV(const uint16_t* __restrict top, const uint16_t* __restrict bottom, uint16_t fy, uint8_t* __restrict out,
-               size_t count)
+#if VM_X86_SIMD
+// Two destination pixels per step: each reads its pixel pair as eight bytes and weighs them lane by lane.
+void ImageRowHSse2(const uint8_t* row, const ImageColumns& c, uint16_t* out, size_t dw)
+{
+    const __m128i zero = _mm_setzero_si128();
+    const uint32_t* pos = c.pos.data();
+    const uint16_t* weights = c.weights.data();
+    const size_t lastByte = size_t(pos[dw - 1]) * 4;
+    size_t i = 0;
+    for (; i + 2 <= dw; i += 2) {
+        const uint8_t* pa = row + size_t(pos[i]) * 4;
+        // The source row streams in from memory: ask for it a few cache lines ahead.
+        _mm_prefetch(reinterpret_cast<const char*>(row + std::min(size_t(pos[i]) * 4 + 512, lastByte)), _MM_HINT_T0);
+        __m128i a = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(pa)), zero);
+        __m128i b = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(row + size_t(pos[i + 1]) * 4)), zero);
+        a = _mm_srli_epi16(_mm_mullo_epi16(a, _mm_loadu_si128(reinterpret_cast<const __m128i*>(weights + i * 8))), 9);
+        b = _mm_srli_epi16(_mm_mullo_epi16(b, _mm_loadu_si128(reinterpret_cast<const __m128i*>(weights + i * 8 + 8))), 9);
+        const __m128i sum = _mm_add_epi16(_mm_unpacklo_epi64(a, b), _mm_unpackhi_epi64(a, b));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i * 4), _mm_add_epi16(sum, sum));
+    }
+    ImageRowHPlain(row, c, out, i, dw);
+}
+#endif
+
+void ImageRowH(const uint8_t* row, const ImageColumns& c, uint16_t* out, uint32_t dw)
+{
+#if VM_X86_SIMD
+    if (vmsimd::CurrentLevel() >= vmsimd::kSse2) return ImageRowHSse2(row, c, out, dw);
+#endif
+    ImageRowHPlain(row, c, out, 0, dw);
+}
+
+// Then v = 2 * (((top * gy) >> 9) + ((bottom * fy) >> 9)), and blue, green and red get +2 to make up for the
+// truncations; alpha doesn't (bias holds 2, 2, 2, 0 per pixel). Both steps saturate at 255 in principle, but top
+// and bottom never exceed 254, so v never exceeds 252 and v + 2 fits a byte (tests check every input).
+void ImageRowV(const uint16_t* __restrict top, const uint16_t* __restrict bottom, const uint8_t* __restrict bias,
+               uint16_t fy, uint8_t* __restrict out, size_t count)
 {
     const uint16_t gy = uint16_t(255 - fy);
-    for (size_t i = 0; i < count; ++i) {
-        uint16_t v = uint16_t(2 * (uint16_t(uint16_t(top[i] * gy) >> 9) + uint16_t(uint16_t(bottom[i] * fy) >> 9)));
-        v = std::min<uint16_t>(v, 255);
-        v = std::min<uint16_t>(uint16_t(v + ((i & 3) == 3 ? 0 : 2)), 255);
-        out[i] = uint8_t(v);
-    }
+    for (size_t i = 0; i < count; ++i)
+        out[i] = uint8_t(2 * (uint16_t(uint16_t(top[i] * gy) >> 9) + uint16_t(uint16_t(bottom[i] * fy) >> 9)) + bias[i]);
 }
 
 // Plane: h = a * g + b * f (at most 255 * 255), v = ((top * gy) >> 16) + ((bottom * fy) >> 16).
@@ -192,16 +259,19 @@ template <int Bpp, typename Picture>
 void Bilinear(const Picture& src, const Rect& r, Picture& dst, uint32_t dw, uint32_t dh)
 {
     const Axis ax = MakeAxis(r.w, dw, Bpp == 4);
+    const ImageColumns columns = Bpp == 4 ? MakeImageColumns(ax) : ImageColumns{};
     // Rows reach the last source row; there (weight 0 below) the row beneath is not read.
     const Axis ay = MakeAxis(r.h, dh, false);
     const size_t srcStride = size_t(src.GetWidth()) * Bpp;
     const uint8_t* base = BytesOf(src) + size_t(r.y) * srcStride + size_t(r.x) * Bpp;
     const size_t values = size_t(dw) * Bpp;
+    std::vector<uint8_t> bias(Bpp == 4 ? values : 0);
+    for (size_t i = 0; i < bias.size(); ++i) bias[i] = i % 4 == 3 ? 0 : 2;
     vmpar::ParallelFor(dh, MinRowsPerPart(values), [&](size_t j0, size_t j1, unsigned) {
         RowCache cache(values);
         auto make = [&](uint32_t y, uint16_t* out) {
             if constexpr (Bpp == 4)
-                ImageRowH(base + y * srcStride, ax, out, dw);
+                ImageRowH(base + y * srcStride, columns, out, dw);
             else
                 ChannelRowH(base + y * srcStride, ax, out, dw, r.w);
         };
@@ -213,7 +283,7 @@ void Bilinear(const Picture& src, const Rect& r, Picture& dst, uint32_t dw, uint
             const uint16_t fy = lastRow ? 0 : ay.frac[j];
             uint8_t* out = BytesOf(dst) + j * values;
             if constexpr (Bpp == 4)
-                ImageRowV(top, bottom, fy, out, values);
+                ImageRowV(top, bottom, bias.data(), fy, out, values);
             else
                 ChannelRowV(top, bottom, fy, out, values);
         }

@@ -7,6 +7,7 @@
 
 #include "matting/parallel_for.h"
 #include "matting/resample.h"
+#include "matting/simd_level.h"
 #include "support/test_support.h"
 
 namespace {
@@ -19,6 +20,11 @@ uint8_t Byte(const COLImage& img, uint32_t x, uint32_t y, int c)
 struct ThreadCount {
     explicit ThreadCount(unsigned n) { vmpar::SetWorkerCount(n); }
     ~ThreadCount() { vmpar::SetWorkerCount(0); }
+};
+
+struct SimdCap {
+    explicit SimdCap(int level) { vmsimd::LimitLevel(level); }
+    ~SimdCap() { vmsimd::LimitLevel(-1); }
 };
 
 // Plain renderings, one destination pixel at a time, straight from the arithmetic the functions promise.
@@ -207,6 +213,22 @@ TEST(ResampleImage, WhiteComesOutNearWhiteAndFullAlphaNear252)
     }
 }
 
+TEST(ResampleImage, TheSaturationStepsCanNeverTrigger)
+{
+    // The bilinear pass leaves out the saturation at 255 because it cannot happen: check over every input.
+    int topMax = 0;
+    for (int f = 0; f < 256; ++f)
+        for (int a = 0; a < 256; ++a)
+            for (int b = 0; b < 256; ++b)
+                topMax = std::max(topMax, 2 * (((a * (255 - f)) >> 9) + ((b * f) >> 9)));
+    EXPECT_EQ(topMax, 254);
+    int vMax = 0;
+    for (int fy = 0; fy < 256; ++fy)
+        for (int t = 0; t <= topMax; ++t)
+            for (int b = 0; b <= topMax; ++b) vMax = std::max(vMax, 2 * (((t * (255 - fy)) >> 9) + ((b * fy) >> 9)));
+    EXPECT_LE(vMax + 2, 255);
+}
+
 TEST(ResampleImage, ZeroSideGivesOneWhitePixelWhateverTheSource)
 {
     COLImage src, dst;
@@ -250,13 +272,16 @@ TEST(ResampleImage, MatchesThePlainComputation)
     uint32_t seed = 100;
     for (unsigned threads : {1u, 3u}) {
         ThreadCount tc(threads);
+        for (int level = vmsimd::kPlain; level <= vmsimd::CurrentLevel(); ++level) {
+        SimdCap cap(level);
         for (auto& c : cases) {
             COLImage src, dst;
             vmtest::FillNoise(src, c[0], c[1], seed++);
             ASSERT_EQ(ResampleImage(&src, &dst, c[6], c[7], c[2], c[3], c[4], c[5]), 1);
             const int sw = c[4] == -1 ? c[0] - c[2] : c[4], sh = c[5] == -1 ? c[1] - c[3] : c[5];
             ASSERT_EQ(Bytes(dst), RefResampleImage(src, c[2], c[3], sw, sh, c[6], c[7]))
-                << c[0] << "x" << c[1] << " -> " << c[6] << "x" << c[7] << " threads " << threads;
+                << c[0] << "x" << c[1] << " -> " << c[6] << "x" << c[7] << " threads " << threads << " level " << level;
+        }
         }
     }
 }
