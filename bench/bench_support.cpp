@@ -55,21 +55,25 @@ public:
             if (r.run_type != Run::RT_Iteration || r.error_occurred) continue;
             m_order.push_back(r.benchmark_name());
             m_times[r.benchmark_name()] = r.GetAdjustedRealTime();
+            m_cpu[r.benchmark_name()] = r.GetAdjustedCPUTime();
         }
     }
     void PrintRatios() const
     {
-        std::map<std::string, double> baselines;
+        std::map<std::string, std::string> baselines;
         for (const std::string& name : m_order)
-            if (name.rfind(m_prefix, 0) == 0) baselines[Suffix(name)] = m_times.at(name);
+            if (name.rfind(m_prefix, 0) == 0) baselines[Suffix(name)] = name;
         if (baselines.empty()) return;
-        std::printf("\nRatios to %s* (measured in this run; below 1 is faster than the baseline):\n",
-                    m_prefix.c_str());
+        // CPU time too: on a shared machine the wall clock also measures the neighbours.
+        std::printf("\nRatios to %s* (measured in this run; below 1 is faster than the baseline):\n"
+                    "  %-60s %8s %8s\n",
+                    m_prefix.c_str(), "", "wall", "cpu");
         for (const std::string& name : m_order) {
             if (name.rfind(m_prefix, 0) == 0) continue;
             auto it = baselines.find(Suffix(name));
-            const double base = it != baselines.end() ? it->second : baselines.begin()->second;
-            std::printf("  %-60s %8.3f\n", name.c_str(), m_times.at(name) / base);
+            const std::string& base = it != baselines.end() ? it->second : baselines.begin()->second;
+            std::printf("  %-60s %8.3f %8.3f\n", name.c_str(), m_times.at(name) / m_times.at(base),
+                        m_cpu.at(name) / m_cpu.at(base));
         }
     }
 
@@ -82,6 +86,7 @@ private:
     std::string m_prefix;
     std::vector<std::string> m_order;
     std::map<std::string, double> m_times;
+    std::map<std::string, double> m_cpu;
 };
 
 } // namespace

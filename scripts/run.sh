@@ -6,8 +6,10 @@ cd "$(dirname "$0")/.."
 BUILD=${BUILD:-build-release}
 CLI="$BUILD/src/velmorando-cli"
 SAMPLE=assets/samples/sample.jpg
+# The help text is read once: grep -q stopping early must not break the pipe under pipefail.
+HELP=$("$CLI" --help)
 # Until the codec boundary reads JPEG, the command line front end works on the BMP copy.
-"$CLI" --help | grep -q '^  convert ' || SAMPLE=assets/samples/sample-small.bmp
+grep -q '^  convert ' <<<"$HELP" || SAMPLE=assets/samples/sample-small.bmp
 
 if [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] && [ -x "$BUILD/src/shell/velmorando" ]; then
   echo "Starting the editor on $SAMPLE"
@@ -19,11 +21,11 @@ mkdir -p "$OUT"
 echo "No display (or no editor yet): running velmorando-cli on $SAMPLE"
 echo "\$ velmorando-cli info $SAMPLE"
 "$CLI" info "$SAMPLE"
-if "$CLI" --help | grep -q '^  key '; then
+if grep -q '^  key ' <<<"$HELP"; then
   echo "\$ velmorando-cli key $SAMPLE -o $OUT/keyed.png"
   "$CLI" key "$SAMPLE" -o "$OUT/keyed.png"
   "$CLI" info "$OUT/keyed.png"
-elif "$CLI" --help | grep -q '^  convert '; then
+elif grep -q '^  convert ' <<<"$HELP"; then
   echo "\$ velmorando-cli convert $SAMPLE $OUT/sample.png"
   "$CLI" convert "$SAMPLE" "$OUT/sample.png"
   "$CLI" info "$OUT/sample.png"

@@ -109,7 +109,7 @@ int COLImageCodec::SaveFile(const char* path, const COLImage* image)
     bool ok = false;
     if (ext == "bmp" || ext == "dib") ok = codec::SaveBmp(path, *image);
     else if (ext == "jpg" || ext == "jpeg" || ext == "jpe" || ext == "jfif") ok = codec::SaveJpeg(path, *image, 90, false, 72);
-    else if (ext == "png") ok = codec::SavePng(path, *image, false, codec::DefaultPngSettings());
+    else if (ext == "png") ok = codec::SavePng(path, *image, false);
     else if (ext == "tif" || ext == "tiff") ok = codec::SaveTiff(path, *image);
     else if (ext == "tga") ok = codec::SaveTga(path, *image);
     return ok ? 1 : 0;
@@ -118,7 +118,7 @@ int COLImageCodec::SaveFile(const char* path, const COLImage* image)
 int COLImageCodec::SaveFileWithAlpha(const char* path, const COLImage* image)
 {
     if (!path || !image || image->IsEmpty()) return 0;
-    return codec::SavePng(path, *image, true, codec::DefaultPngSettings()) ? 1 : 0;
+    return codec::SavePng(path, *image, true) ? 1 : 0;
 }
 
 int COLImageCodec::SaveJpegFile(const char* path, const COLImage* image, int quality, int dpi)

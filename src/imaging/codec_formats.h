@@ -59,16 +59,8 @@ bool LoadGif(const char* path, COLImage& image);
 // True when a buffer ends with the footer of a version 2 TGA file.
 bool IsTgaFooter(const uint8_t* data, size_t size);
 
-// PNG compression settings: zlib level, libpng filter mask (PNG_FILTER_*), zlib strategy (Z_*).
-struct PngSettings {
-    int level;
-    int filters;
-    int strategy;
-};
-// What the codec uses: fast enough for a 12-megapixel photo in well under a second.
-PngSettings DefaultPngSettings();
-
-bool SavePng(const char* path, const COLImage& image, bool alpha, const PngSettings& settings);
+// RGBA or RGB, Paeth-filtered, run-length compressed in bands on all cores.
+bool SavePng(const char* path, const COLImage& image, bool alpha);
 bool SaveJpeg(const char* path, const COLImage& image, int quality, bool fullChroma, int dpi);
 bool SaveBmp(const char* path, const COLImage& image);
 bool SaveTga(const char* path, const COLImage& image);

@@ -55,7 +55,7 @@ uint8_t Mul255(int a, int b) { return static_cast<uint8_t>((a * b + 127) / 255);
 
 // Kept free of objects with destructors: a longjmp out of libjpeg lands here and returns false.
 bool DecodeRows(jpeg_decompress_struct& c, ErrorState& err, const uint8_t* data, size_t size, COLImage& image,
-                std::vector<uint8_t>& cmykRow, int& orientation)
+                std::vector<uint8_t>& cmykRow, std::vector<JSAMPROW>& rows, int& orientation)
 {
     if (setjmp(err.jump)) return false;
     jpeg_mem_src(&c, data, static_cast<unsigned long>(size));
@@ -71,16 +71,18 @@ bool DecodeRows(jpeg_decompress_struct& c, ErrorState& err, const uint8_t* data,
         c.output_height != c.image_height)
         return false;
     if (image.Create(c.output_width, c.output_height) != kOk) return false;
+    if (!cmyk) {
+        // Straight into the picture, as many rows per call as the decoder will give.
+        rows.resize(c.output_height);
+        for (JDIMENSION y = 0; y < c.output_height; ++y) rows[y] = reinterpret_cast<JSAMPROW>(image.GetBuffer(0, y));
+        while (c.output_scanline < c.output_height)
+            jpeg_read_scanlines(&c, rows.data() + c.output_scanline, c.output_height - c.output_scanline);
+    }
     if (cmyk) cmykRow.resize(size_t(c.output_width) * 4);
     // Photoshop and most other writers store CMYK inverted and say so with an Adobe marker.
     const bool inverted = c.saw_Adobe_marker;
     while (c.output_scanline < c.output_height) {
         const JDIMENSION y = c.output_scanline;
-        if (!cmyk) {
-            JSAMPROW row = reinterpret_cast<JSAMPROW>(image.GetBuffer(0, y));
-            jpeg_read_scanlines(&c, &row, 1);
-            continue;
-        }
         JSAMPROW row = cmykRow.data();
         jpeg_read_scanlines(&c, &row, 1);
         CPixel* out = image.GetBuffer(0, y);
@@ -201,8 +203,9 @@ bool LoadJpeg(const uint8_t* data, size_t size, COLImage& image)
     progress.progress_monitor = LimitScans;
     c.progress = &progress;
     std::vector<uint8_t> cmykRow;
+    std::vector<JSAMPROW> rows;
     int orientation = 1;
-    bool ok = DecodeRows(c, err, data, size, image, cmykRow, orientation);
+    bool ok = DecodeRows(c, err, data, size, image, cmykRow, rows, orientation);
     jpeg_destroy_decompress(&c);
     if (ok) ok = ApplyOrientation(image, orientation);
     return ok;

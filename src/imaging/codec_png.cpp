@@ -1,12 +1,10 @@
 #include <png.h>
-#include <zlib.h>
 
 #include <csetjmp>
 #include <cstring>
 #include <vector>
 
 #include "imaging/codec_formats.h"
-#include "imaging/safe_file.h"
 
 namespace codec {
 
@@ -57,38 +55,7 @@ bool DecodeRows(png_structp png, png_infop info, COLImage& image, std::vector<pn
     return true;
 }
 
-bool EncodeRows(png_structp png, png_infop info, FILE* out, const COLImage& image, bool alpha,
-                const PngSettings& s, std::vector<png_bytep>& rows)
-{
-    if (setjmp(png_jmpbuf(png))) return false;
-    png_init_io(png, out);
-    png_set_IHDR(png, info, image.GetWidth(), image.GetHeight(), 8,
-                 alpha ? PNG_COLOR_TYPE_RGB_ALPHA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
-                 PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    png_set_compression_level(png, s.level);
-    png_set_compression_strategy(png, s.strategy);
-    png_set_filter(png, PNG_FILTER_TYPE_BASE, s.filters);
-    png_set_compression_buffer_size(png, 1 << 17);
-    png_set_pHYs(png, info, 2835, 2835, PNG_RESOLUTION_METER);   // 72 dpi
-    png_write_info(png, info);
-    png_set_bgr(png);
-    if (!alpha) png_set_filler(png, 0, PNG_FILLER_AFTER);   // on writing, drops the fourth byte
-    rows.resize(image.GetHeight());
-    for (uint32_t y = 0; y < image.GetHeight(); ++y)
-        rows[y] = reinterpret_cast<png_bytep>(image.GetBuffer(0, y));
-    png_write_image(png, rows.data());
-    png_write_end(png, info);
-    return true;
-}
-
 } // namespace
-
-PngSettings DefaultPngSettings()
-{
-    // Measured on 12-megapixel photos (bench_codec): level 2 with the Up filter alone saves several times
-    // faster than libpng's defaults (level 6, adaptive filtering) for a file only a few per cent larger.
-    return PngSettings{2, PNG_FILTER_UP, Z_DEFAULT_STRATEGY};
-}
 
 bool LoadPng(const uint8_t* data, size_t size, COLImage& image)
 {
@@ -107,21 +74,6 @@ bool LoadPng(const uint8_t* data, size_t size, COLImage& image)
     const bool ok = DecodeRows(png, info, image, rows);
     png_destroy_read_struct(&png, &info, nullptr);
     return ok;
-}
-
-bool SavePng(const char* path, const COLImage& image, bool alpha, const PngSettings& settings)
-{
-    if (image.IsEmpty() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
-    CSafeFileWriter writer;
-    if (!writer.Open(path)) return false;
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, Fail, Ignore);
-    if (!png) return false;
-    png_infop info = png_create_info_struct(png);
-    std::vector<png_bytep> rows;
-    const bool ok = info && EncodeRows(png, info, writer.Stream(), image, alpha, settings, rows);
-    png_destroy_write_struct(&png, info ? &info : nullptr);
-    if (!ok) return false;
-    return writer.Commit();
 }
 
 } // namespace codec

@@ -74,16 +74,23 @@ TEST(CodecImageMagick, ReadsWhatWeWrite)
     }
 }
 
-TEST(CodecImageMagick, JpegResolutionIs72Dpi)
+TEST(CodecImageMagick, ReadsALargePngWrittenInBands)
 {
     REQUIRE_IMAGEMAGICK();
     vmtest::TempDir dir;
     COLImage src;
-    codectest::MakePattern(src, 16, 16, false);
-    ASSERT_EQ(COLImageCodec().SaveJpegFile(dir.File("a.jpg").c_str(), &src, 80, 72), 1);
+    vmtest::FillNoise(src, 900, 1300, 17);
+    ASSERT_EQ(COLImageCodec().SaveFileWithAlpha(dir.File("big.png").c_str(), &src), 1);
     std::string out;
-    ASSERT_EQ(codectest::Run("/usr/bin/identify -format '%x %y %U' " + vmtest::Quote(dir.File("a.jpg")), out), 0);
-    EXPECT_EQ(out, "72 72 PixelsPerInch");
+    ASSERT_EQ(codectest::Run("/usr/bin/convert " + vmtest::Quote(dir.File("big.png")) + " -depth 8 " +
+                                 vmtest::Quote(dir.File("big.pam")),
+                             out),
+              0)
+        << out;
+    EXPECT_EQ(out, "");   // no warnings either
+    COLImage seen;
+    ASSERT_TRUE(codectest::ReadPam(dir.File("big.pam"), seen));
+    EXPECT_TRUE(vmtest::SamePixels(src, seen));
 }
 
 // Our EXIF handling agrees with ImageMagick's -auto-orient on all eight orientations.
