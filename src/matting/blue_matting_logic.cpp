@@ -1,5 +1,8 @@
 #include "matting/blue_matting_logic.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include "imaging/codec.h"
 
 CBlueMattingLogic::CBlueMattingLogic()
@@ -90,4 +93,46 @@ void CBlueMattingLogic::DrawOverChecker(const COLImage& plain, const COLImage& k
             out.alpha = 255;
             picture.PutPixel(x, y, out);
         }
+}
+
+std::vector<int> CBlueMattingLogic::CleaningHistogram(const COLImage& result)
+{
+    std::vector<int> smoothed(256, 0);
+    if (result.IsEmpty()) return smoothed;
+    std::vector<int64_t> raw(256, 0);
+    const CPixel* p = result.GetBuffer();
+    for (size_t i = 0, n = result.GetPixelCount(); i < n; ++i) ++raw[p[i].alpha];
+    for (int x = 0; x < 256; ++x) {
+        int64_t sum = 0;
+        int count = 0;
+        for (int k = std::max(1, x - 2); k <= std::min(255, x + 2); ++k) {
+            sum += raw[size_t(k)];
+            ++count;
+        }
+        smoothed[size_t(x)] = count ? int(sum / count) : 0;
+    }
+    return smoothed;
+}
+
+int CBlueMattingLogic::BarHeight(int bin, int highest, int drawHeight)
+{
+    if (highest <= 0 || bin <= 0 || drawHeight <= 17) return 0;
+    return static_cast<int>(std::sqrt(double(bin) / highest) * (drawHeight - 17));
+}
+
+namespace {
+int HandleLevel(int x, int left, int right)
+{
+    return right > left ? (x - left) * 256 / (right - left) : 0;
+}
+} // namespace
+
+void CBlueMattingLogic::DragLowHandle(int x, int left, int right)
+{
+    levelLow = std::clamp(HandleLevel(x, left, right), 0, levelHigh - 1);
+}
+
+void CBlueMattingLogic::DragHighHandle(int x, int left, int right)
+{
+    levelHigh = std::clamp(HandleLevel(x, left, right), levelLow + 1, 255);
 }

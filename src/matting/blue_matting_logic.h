@@ -54,6 +54,17 @@ public:
     // Draws a keyed strip over the checkerboard (cells 10 wide, 5 high, white where x/10 + y/5 is even).
     static void DrawOverChecker(const COLImage& plain, const COLImage& keyed, COLImage& picture);
 
+    // The cleaning page's histogram of the result's alpha: 256 bins, each the mean (truncated) of those of the
+    // bins x - 2 .. x + 2 that lie in 1..255, so the flood of fully transparent pixels does not flatten the rest.
+    static std::vector<int> CleaningHistogram(const COLImage& result);
+    // Height of a bar: the square root of its share of the highest bin, times the drawing height less the
+    // 17 rows of the level strip below.
+    static int BarHeight(int bin, int highest, int drawHeight);
+    // Dragging a handle to x of a control spanning left..right: the level (x - left) * 256 / (right - left),
+    // the low one kept in 0..levelHigh - 1, the high one in levelLow + 1..255.
+    void DragLowHandle(int x, int left, int right);
+    void DragHighHandle(int x, int left, int right);
+
 private:
     ChromaKeyParams m_params;
     bool m_firstPick = true;

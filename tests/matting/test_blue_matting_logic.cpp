@@ -165,3 +165,40 @@ TEST(BlueMattingLogic, CheckerboardUnderTransparentHues)
     EXPECT_EQ(picture.GetPixel(1, 5), 0xFF643219u);
     EXPECT_EQ(picture.GetPixel(11, 5), 0xFFC86432u);   // opaque: the strip itself
 }
+
+TEST(BlueMattingLogic, CleaningHistogramLeavesOutTheTransparentFlood)
+{
+    COLImage result;
+    result.Create(100, 1);
+    for (uint32_t x = 0; x < 100; ++x) result.PutPixel(x, 0, CPixel{0, 0, 0, 0});
+    for (uint32_t x = 0; x < 10; ++x) result.GetBuffer(x, 0)->alpha = 10;   // ten pixels at 10
+    result.GetBuffer(50, 0)->alpha = 1;
+    result.GetBuffer(51, 0)->alpha = 255;
+    const std::vector<int> h = CBlueMattingLogic::CleaningHistogram(result);
+    ASSERT_EQ(h.size(), 256u);
+    EXPECT_EQ(h[0], 0);      // bins 1, 2 only: (1 + 0) / 2; the 89 transparent pixels take no part
+    EXPECT_EQ(h[1], 0);      // bins 1..3: 1 / 3
+    EXPECT_EQ(h[8], 2);      // bins 6..10: 10 / 5
+    EXPECT_EQ(h[10], 2);
+    EXPECT_EQ(h[12], 2);
+    EXPECT_EQ(h[13], 0);
+    EXPECT_EQ(h[255], 0);    // bins 253..255: 1 / 3
+    EXPECT_EQ(CBlueMattingLogic::BarHeight(25, 100, 117), 50);   // half of the 100 rows above the strip
+    EXPECT_EQ(CBlueMattingLogic::BarHeight(100, 100, 117), 100);
+    EXPECT_EQ(CBlueMattingLogic::BarHeight(5, 0, 117), 0);
+}
+
+TEST(BlueMattingLogic, HandlesKeepTheirOrder)
+{
+    CBlueMattingLogic logic;
+    logic.DragLowHandle(60, 10, 266);    // (50 * 256) / 256
+    EXPECT_EQ(logic.levelLow, 50);
+    logic.DragHighHandle(40, 10, 266);   // 30 is below the low handle: kept one above it
+    EXPECT_EQ(logic.levelHigh, 51);
+    logic.DragLowHandle(500, 10, 266);
+    EXPECT_EQ(logic.levelLow, 50);       // not past the high handle
+    logic.DragHighHandle(500, 10, 266);
+    EXPECT_EQ(logic.levelHigh, 255);
+    logic.DragLowHandle(-20, 10, 266);
+    EXPECT_EQ(logic.levelLow, 0);
+}
