@@ -1,0 +1,490 @@
+#include <chrono>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+
+#include "commands/command.h"
+#include "commands/history_sink.h"
+#include "document/compose_document.h"
+#include "document/layer.h"
+#include "document/picture_file.h"
+#include "imaging/gbk_text.h"
+#include "support/test_support.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+class FakeHost : public ICommandHost {
+public:
+    bool CopyToClipboard(CComposeDocument&) override
+    {
+        ++copies;
+        return copyWorks;
+    }
+    bool PasteFromClipboard(CComposeDocument&, IHistorySink*) override { return ++pastes, true; }
+    bool AskOpenPath(bool documentFilter, std::string& path) override
+    {
+        lastFilterWasDocument = documentFilter;
+        if (nextPath.empty()) return false;
+        path = nextPath;
+        return true;
+    }
+    bool RunFillDialog() override { return ++fills, true; }
+    bool RunInpaintDialog() override { return ++inpaints, false; }
+    void ShowMessage(const char* key) override { messages += std::string(key) + ";"; }
+    bool Zoom(int direction) override
+    {
+        zooms += std::to_string(direction) + ";";
+        return true;
+    }
+    void CancelTool() override { ++cancels; }
+    bool IsSelectionMode() override { return selectionMode; }
+    IHistoryNavigator* GetSelectionHistory() override { return &selectionHistory; }
+    void RefreshSelectionDocument() override { ++selectionRefreshes; }
+    void UpdatePanels() override { ++panelUpdates; }
+
+    bool copyWorks = true, selectionMode = false, lastFilterWasDocument = false;
+    int copies = 0, pastes = 0, fills = 0, inpaints = 0, cancels = 0, selectionRefreshes = 0, panelUpdates = 0;
+    std::string nextPath, messages, zooms;
+    CRecordingHistory selectionHistory;
+};
+
+// A 20 x 10 document with a base of noise and two upper layers; the context records into `history`.
+class Commands : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_EQ(doc.NewDocument(20, 10, 0xFF000000), 1);
+        vmtest::FillNoise(doc.GetLayer(0)->m_image, 20, 10, 1);
+        for (int i = 0; i < 2; ++i) {
+            CLayer* layer = doc.AddLayer(i, 0);
+            ASSERT_NE(layer, nullptr);
+            vmtest::FillNoise(layer->m_image, 20, 10, uint32_t(10 + i));
+        }
+        context.document = &doc;
+        context.history = &history;
+        context.host = &host;
+        context.foreground = 0xFF10E040;
+    }
+    int Run(const char* text) { return ExecuteCommand(context, text); }
+    const CRecordingHistory::Step& LastStep() const { return history.Steps().back(); }
+
+    CComposeDocument doc{0};
+    CRecordingHistory history;
+    FakeHost host;
+    CCommandContext context;
+};
+
+void SelectRect(CLayerStack& doc, int x0, int y0, int x1, int y1, uint8_t value)
+{
+    COLChannel& mask = doc.GetSelectionMask();
+    mask.Create(uint32_t(doc.GetWidth()), uint32_t(doc.GetHeight()));
+    std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
+    for (int y = y0; y < y1; ++y)
+        for (int x = x0; x < x1; ++x)
+            mask.SetValue(uint32_t(x), uint32_t(y), value);
+}
+
+} // namespace
+
+TEST_F(Commands, ResultCodes)
+{
+    EXPECT_EQ(kCommandRefused, static_cast<int>(0x80004005u));
+    EXPECT_EQ(Run("Doc_DeleteLayer('0')"), kCommandRefused);
+    EXPECT_EQ(Run("Doc_DeleteLayer("), kCommandUnparsable);
+    EXPECT_EQ(Run("Something_Else"), kCommandDone);
+    EXPECT_TRUE(history.Steps().empty());
+    SetCommandContext(nullptr);
+    EXPECT_EQ(ExecuteCommand("Doc_SelectAll", 0, 0), kCommandRefused);
+    SetCommandContext(&context);
+    EXPECT_EQ(ExecuteCommand("Doc_SelectAll", 0, 0), kCommandDone);
+    SetCommandContext(nullptr);
+    EXPECT_FALSE(doc.GetSelectionMask().IsNull());
+}
+
+TEST_F(Commands, NamesIgnoreCaseAndSelectAllRecordsEachTime)
+{
+    EXPECT_EQ(Run("doc_selectall"), kCommandDone);
+    EXPECT_EQ(Run("DOC_SELECTALL"), kCommandDone);
+    ASSERT_EQ(history.Steps().size(), 2u);
+    EXPECT_EQ(LastStep().kind, 5);
+    EXPECT_EQ(LastStep().arg, -1);
+    EXPECT_EQ(LastStep().label, "His_select");
+    const COLChannel& mask = doc.GetSelectionMask();
+    ASSERT_EQ(mask.GetWidth(), 20u);
+    for (uint32_t i = 0; i < mask.GetAreaByteSize(); ++i)
+        ASSERT_EQ(mask.GetBuffer()[i], 255);
+    EXPECT_GE(doc.GetModificationCount(), 2u);
+}
+
+TEST_F(Commands, DispatcherLetterRules)
+{
+    const uint32_t before = doc.GetModificationCount();
+    EXPECT_EQ(Run("Doc_SelectLayer('1')"), kCommandDone) << "no row carries the name";
+    EXPECT_EQ(Run("Doc_Apple"), kCommandDone) << "fifth letter below C";
+    EXPECT_EQ(Run("Doc_Zoom"), kCommandDone) << "fifth letter above S";
+    EXPECT_EQ(Run("Doc_Explode"), kCommandDone) << "a letter with no rows";
+    EXPECT_EQ(Run("Doc"), kCommandDone);
+    EXPECT_EQ(Run("UI_Whatever"), kCommandDone);
+    EXPECT_EQ(Run("UI_Hop"), kCommandDone) << "an H name that is no history command";
+    EXPECT_EQ(host.cancels, 0);
+    EXPECT_TRUE(history.Steps().empty());
+    EXPECT_EQ(doc.GetModificationCount(), before);
+    EXPECT_EQ(doc.GetLayerCount(), 3);
+
+    // Any fifth letter "C" cuts, whatever the fourth character: here the copy is refused, so nothing is deleted.
+    SelectRect(doc, 0, 0, 20, 10, 255);
+    host.copyWorks = false;
+    EXPECT_EQ(Run("DocXCopy"), kCommandRefused);
+    EXPECT_EQ(host.copies, 1);
+    EXPECT_TRUE(history.Steps().empty());
+    host.copyWorks = true;
+    doc.SetCurrentIndex(2);
+    EXPECT_EQ(Run("Doc_Copy"), kCommandDone) << "copies, then deletes the selection";
+    EXPECT_EQ(host.copies, 2);
+    EXPECT_EQ(doc.GetLayer(2)->m_image.GetPixel2(5, 5).alpha, 0);
+    ASSERT_EQ(history.Steps().size(), 1u);
+    EXPECT_EQ(LastStep().kind, 3);
+    EXPECT_EQ(LastStep().arg, 2);
+    EXPECT_EQ(LastStep().label, "His_delete");
+
+    EXPECT_EQ(Run("Doc_Pxyz"), kCommandDone);
+    EXPECT_EQ(host.pastes, 1) << "any fifth letter P pastes";
+}
+
+TEST_F(Commands, DeleteLayerAndSetCurLayer)
+{
+    EXPECT_EQ(Run("Doc_DeleteLayer('0')"), kCommandRefused) << "the base is not deletable";
+    EXPECT_EQ(Run("Doc_DeleteLayer('3')"), kCommandRefused);
+    EXPECT_EQ(Run("Doc_DeleteLayer"), kCommandRefused) << "missing argument";
+    CLayer* top = doc.GetLayer(2);
+    EXPECT_EQ(Run("Doc_DeleteLayer('1')"), kCommandDone);
+    EXPECT_EQ(doc.GetLayerCount(), 2);
+    EXPECT_EQ(doc.GetLayer(1), top);
+    EXPECT_EQ(LastStep().kind, 6);
+    EXPECT_EQ(LastStep().arg, 1);
+    EXPECT_EQ(LastStep().label, "His_deletelayer");
+
+    doc.SetCurrentIndex(1);
+    EXPECT_EQ(Run("Doc_SetCurLayer('1')"), kCommandRefused) << "already current";
+    EXPECT_EQ(Run("Doc_SetCurLayer('-1')"), kCommandRefused);
+    EXPECT_EQ(Run("Doc_SetCurLayer('2')"), kCommandRefused);
+    EXPECT_EQ(Run("Doc_SetCurLayer('0')"), kCommandDone);
+    EXPECT_EQ(doc.GetCurrentIndex(), 0);
+    EXPECT_EQ(LastStep().kind, 1);
+    EXPECT_EQ(LastStep().label, "His_curlayer");
+}
+
+TEST_F(Commands, LayerPropertyChange)
+{
+    EXPECT_EQ(Run("Doc_LayerPropertyChange('1','0','10,-5')"), kCommandDone);
+    EXPECT_EQ(doc.GetLayer(1)->m_x, 10);
+    EXPECT_EQ(doc.GetLayer(1)->m_y, -5);
+    EXPECT_EQ(LastStep().kind, 2);
+    EXPECT_EQ(LastStep().arg, 1);
+    EXPECT_EQ(LastStep().label, "His_layerpropertychange");
+    EXPECT_EQ(Run("Doc_LayerPropertyChange('2','1','0')"), kCommandDone);
+    EXPECT_EQ(doc.GetLayer(2)->m_visible, 0);
+    EXPECT_EQ(Run("Doc_LayerPropertyChange('2','3','300')"), kCommandDone);
+    EXPECT_EQ(doc.GetLayer(2)->m_opacity, 300 & 0xFF) << "low byte";
+    EXPECT_EQ(Run("Doc_LayerPropertyChange('0','4','6')"), kCommandDone);
+    EXPECT_EQ(doc.GetLayer(0)->m_blendMode, 6);
+
+    std::string gbk;
+    ASSERT_TRUE(Utf8ToGbk("前景人物", gbk));
+    EXPECT_EQ(Run(("Doc_LayerPropertyChange('1','2','" + gbk + "')").c_str()), kCommandDone);
+    EXPECT_EQ(std::string(doc.GetLayer(1)->m_name), gbk);
+    // 32 bytes do not fit the field with its NUL: cut to whole characters.
+    ASSERT_TRUE(Utf8ToGbk("一二三四五六七八九十一二三四五六", gbk));
+    ASSERT_EQ(gbk.size(), 32u);
+    EXPECT_EQ(Run(("Doc_LayerPropertyChange('1','2','" + gbk + "')").c_str()), kCommandDone);
+    EXPECT_EQ(std::string(doc.GetLayer(1)->m_name), gbk.substr(0, 30));
+
+    const size_t steps = history.Steps().size();
+    EXPECT_EQ(Run("Doc_LayerPropertyChange('3','1','1')"), kCommandRefused) << "no such layer";
+    EXPECT_EQ(Run("Doc_LayerPropertyChange('1','5','1')"), kCommandRefused) << "no such property";
+    EXPECT_EQ(Run("Doc_LayerPropertyChange('1','0','10')"), kCommandRefused) << "position without comma";
+    EXPECT_EQ(Run("Doc_LayerPropertyChange('1','3','none')"), kCommandRefused);
+    EXPECT_EQ(Run("Doc_LayerPropertyChange('1','3')"), kCommandRefused);
+    EXPECT_EQ(history.Steps().size(), steps);
+    EXPECT_EQ(doc.GetLayer(1)->m_x, 10);
+}
+
+TEST(CommandLock, RefusedPropertyChangeReleasesTheLock)
+{
+    CComposeDocument doc(1);
+    ASSERT_EQ(doc.NewDocument(8, 8, 0), 1);
+    CCommandContext context;
+    context.document = &doc;
+    EXPECT_EQ(ExecuteCommand(context, "Doc_LayerPropertyChange('0','3','x')"), kCommandRefused);
+    // The merge takes the lock on its own thread: it can only finish if the command let go.
+    std::thread other([&] { doc.Lock(1), doc.Lock(0); });
+    other.join();
+    EXPECT_EQ(ExecuteCommand(context, "Doc_LayerPropertyChange('0','0','1,2')"), kCommandDone);
+}
+
+TEST_F(Commands, LayerLocateChange)
+{
+    CLayer* one = doc.GetLayer(1);
+    CLayer* two = doc.GetLayer(2);
+    ASSERT_NE(doc.AddLayer(2, 0), nullptr);
+    CLayer* three = doc.GetLayer(3);
+    doc.SetCurrentIndex(2);
+    EXPECT_EQ(Run("Doc_LayerLocateChange('0','2')"), kCommandRefused) << "the base never moves";
+    EXPECT_EQ(Run("Doc_LayerLocateChange('2','0')"), kCommandRefused) << "nothing goes below it";
+    EXPECT_EQ(Run("Doc_LayerLocateChange('2','2')"), kCommandRefused);
+    EXPECT_EQ(Run("Doc_LayerLocateChange('1','4')"), kCommandRefused);
+    EXPECT_TRUE(history.Steps().empty());
+    EXPECT_EQ(Run("Doc_LayerLocateChange('3','1')"), kCommandDone);
+    EXPECT_EQ(doc.GetLayer(1), three);
+    EXPECT_EQ(doc.GetLayer(2), one);
+    EXPECT_EQ(doc.GetLayer(3), two);
+    EXPECT_EQ(doc.GetCurrentIndex(), 2) << "the current index stays";
+    EXPECT_EQ(LastStep().kind, 2);
+    EXPECT_EQ(LastStep().arg, 0);
+    EXPECT_EQ(LastStep().label, "His_layerlocatechange");
+}
+
+TEST_F(Commands, NewMergeDownAndFlatten)
+{
+    EXPECT_EQ(Run("Doc_NewLayer('0')"), kCommandDone);
+    EXPECT_EQ(doc.GetLayerCount(), 4);
+    EXPECT_EQ(doc.GetLayer(1)->m_image.GetPixel(3, 3), 0u);
+    EXPECT_EQ(LastStep().kind, 8);
+    EXPECT_EQ(LastStep().arg, 0);
+    EXPECT_EQ(LastStep().label, "His_newlayer");
+    EXPECT_EQ(Run("Doc_NewLayer('4')"), kCommandRefused);
+
+    EXPECT_EQ(Run("Doc_MergeDownLayer('0')"), kCommandRefused);
+    EXPECT_EQ(Run("Doc_MergeDownLayer('4')"), kCommandRefused);
+    doc.SetCurrentIndex(3);
+    EXPECT_EQ(Run("Doc_MergeDownLayer('3')"), kCommandDone);
+    EXPECT_EQ(doc.GetLayerCount(), 3);
+    EXPECT_EQ(doc.GetCurrentIndex(), 2);
+    EXPECT_EQ(LastStep().kind, 255);
+    EXPECT_EQ(LastStep().arg, 3);
+    EXPECT_EQ(LastStep().label, "His_mergedownlayer");
+
+    EXPECT_EQ(Run("Doc_FlatImage"), kCommandDone);
+    EXPECT_EQ(doc.GetLayerCount(), 1);
+    EXPECT_EQ(LastStep().kind, 255);
+    EXPECT_EQ(LastStep().label, "His_flatimage");
+    EXPECT_EQ(LastStep().layerCount, 1) << "recorded after the change";
+
+    CComposeDocument empty(0);
+    context.document = &empty;
+    EXPECT_EQ(Run("Doc_NewLayer('-1')"), kCommandRefused) << "commands need a document with layers";
+    EXPECT_EQ(Run("Doc_FlatImage"), kCommandRefused);
+    EXPECT_EQ(Run("Doc_FlipH"), kCommandDone) << "flips never fail";
+    EXPECT_EQ(Run("Doc_RotateLeft"), kCommandRefused);
+}
+
+TEST_F(Commands, FlipsAndRotations)
+{
+    CLayer* layer = doc.GetLayer(1);
+    layer->m_x = 3;
+    doc.SetCurrentIndex(1);
+    COLImage before;
+    before.DuplicateFrom(&layer->m_image);
+    EXPECT_EQ(Run("Doc_FlipH"), kCommandDone);
+    EXPECT_EQ(layer->m_image.GetPixel(0, 4), before.GetPixel(19, 4));
+    EXPECT_EQ(layer->m_image.GetPixel(12, 9), before.GetPixel(7, 9));
+    EXPECT_EQ(layer->m_x, 3);
+    EXPECT_EQ(LastStep().kind, 3);
+    EXPECT_EQ(LastStep().arg, 1);
+    EXPECT_EQ(LastStep().label, "His_FlipH");
+    EXPECT_EQ(Run("Doc_FlipH"), kCommandDone);
+    EXPECT_TRUE(vmtest::SamePixels(layer->m_image, before));
+    EXPECT_EQ(Run("Doc_FlipV"), kCommandDone);
+    EXPECT_EQ(layer->m_image.GetPixel(6, 0), before.GetPixel(6, 9));
+    EXPECT_EQ(LastStep().label, "His_FlipV");
+    EXPECT_EQ(Run("Doc_FlipV"), kCommandDone);
+
+    EXPECT_EQ(Run("Doc_RotateRight"), kCommandDone);
+    ASSERT_EQ(layer->m_image.GetWidth(), 10u);
+    ASSERT_EQ(layer->m_image.GetHeight(), 20u);
+    // Clockwise: the bottom-left corner goes to the top-left, the top-left to the top-right.
+    EXPECT_EQ(layer->m_image.GetPixel(0, 0), before.GetPixel(0, 9));
+    EXPECT_EQ(layer->m_image.GetPixel(9, 0), before.GetPixel(0, 0));
+    EXPECT_EQ(layer->m_image.GetPixel(9, 19), before.GetPixel(19, 0));
+    EXPECT_EQ(layer->m_x, 3);
+    EXPECT_EQ(LastStep().kind, 4);
+    EXPECT_EQ(LastStep().label, "His_RotateRight");
+    EXPECT_EQ(Run("Doc_RotateLeft"), kCommandDone);
+    EXPECT_TRUE(vmtest::SamePixels(layer->m_image, before));
+    EXPECT_EQ(LastStep().label, "His_RotateLeft");
+    EXPECT_EQ(Run("Doc_RotateLeft"), kCommandDone);
+    EXPECT_EQ(layer->m_image.GetPixel(0, 0), before.GetPixel(19, 0)) << "the right column comes to the top";
+}
+
+TEST_F(Commands, SelectionCommands)
+{
+    EXPECT_EQ(Run("Doc_SelectNone"), kCommandRefused) << "no selection to drop";
+    EXPECT_EQ(Run("Doc_SelectInverse"), kCommandDone);
+    ASSERT_FALSE(doc.GetSelectionMask().IsNull());
+    EXPECT_EQ(doc.GetSelectionMask().GetValue(19, 9), 255) << "inverse of nothing is everything";
+    EXPECT_EQ(Run("Doc_SelectInverse"), kCommandDone);
+    EXPECT_TRUE(doc.GetSelectionMask().IsNull()) << "inverse of everything leaves no mask";
+    SelectRect(doc, 2, 2, 5, 5, 100);
+    EXPECT_EQ(Run("Doc_SelectInverse"), kCommandDone);
+    EXPECT_EQ(doc.GetSelectionMask().GetValue(3, 3), 155);
+    EXPECT_EQ(doc.GetSelectionMask().GetValue(0, 0), 255);
+    EXPECT_EQ(LastStep().label, "His_select");
+    EXPECT_EQ(Run("Doc_SelectNone"), kCommandDone);
+    EXPECT_TRUE(doc.GetSelectionMask().IsNull());
+    EXPECT_EQ(LastStep().kind, 5);
+    EXPECT_EQ(LastStep().arg, -1);
+    EXPECT_EQ(LastStep().label, "His_selectnone");
+    EXPECT_EQ(Run("Doc_SelectSegmentDeflate"), kCommandRefused);
+}
+
+TEST_F(Commands, DeleteOnTheBasePaintsTheForeground)
+{
+    doc.SetCurrentIndex(0);
+    EXPECT_EQ(Run("Doc_Delect"), kCommandDone) << "without a selection nothing happens";
+    EXPECT_TRUE(history.Steps().empty());
+    COLImage before;
+    before.DuplicateFrom(&doc.GetLayer(0)->m_image);
+    SelectRect(doc, 0, 0, 10, 10, 255);
+    doc.GetSelectionMask().SetValue(1, 1, 100);
+    EXPECT_EQ(Run("Doc_Delect"), kCommandDone);
+    const COLImage& base = doc.GetLayer(0)->m_image;
+    EXPECT_EQ(base.GetPixel(0, 0) & 0xFFFFFF, 0x10E040u) << "m 255 paints the pure foreground";
+    EXPECT_EQ(base.GetPixel2(0, 0).alpha, before.GetPixel2(0, 0).alpha);
+    const CPixel was = before.GetPixel2(1, 1);
+    EXPECT_EQ(base.GetPixel2(1, 1).red, (0x10 * 100 + 155 * was.red) / 255);
+    EXPECT_EQ(base.GetPixel2(1, 1).green, (0xE0 * 100 + 155 * was.green) / 255);
+    EXPECT_EQ(base.GetPixel(15, 5), before.GetPixel(15, 5)) << "unselected";
+    EXPECT_EQ(LastStep().kind, 3);
+    EXPECT_EQ(LastStep().arg, 0);
+
+    EXPECT_EQ(Run("Doc_DelectInv"), kCommandDone);
+    EXPECT_EQ(base.GetPixel(15, 5) & 0xFFFFFF, 0x10E040u);
+    EXPECT_EQ(base.GetPixel(0, 0) & 0xFFFFFF, 0x10E040u);
+    EXPECT_EQ(LastStep().label, "His_deleteinv");
+}
+
+TEST_F(Commands, DeleteOnUpperLayersTakesCoverage)
+{
+    CLayer* layer = doc.GetLayer(1);
+    layer->m_x = 15; // hangs 15 pixels past the right edge
+    layer->m_y = 0;
+    doc.SetCurrentIndex(1);
+    COLImage before;
+    before.DuplicateFrom(&layer->m_image);
+    SelectRect(doc, 0, 0, 20, 10, 0);
+    doc.GetSelectionMask().SetValue(16, 2, 255);
+    doc.GetSelectionMask().SetValue(17, 2, 90);
+    EXPECT_EQ(Run("Doc_Delect"), kCommandDone);
+    EXPECT_EQ(layer->m_image.GetPixel2(1, 2).alpha, 0);
+    EXPECT_EQ(layer->m_image.GetPixel2(2, 2).alpha, (255 - 90) * before.GetPixel2(2, 2).alpha / 255);
+    EXPECT_EQ(layer->m_image.GetPixel2(10, 2).alpha, before.GetPixel2(10, 2).alpha) << "outside the document";
+    EXPECT_EQ(layer->m_image.GetPixel(3, 3), before.GetPixel(3, 3));
+
+    EXPECT_EQ(Run("Doc_DelectInv"), kCommandDone);
+    EXPECT_EQ(layer->m_image.GetPixel2(10, 2).alpha, 0) << "the part past the edge is cleared";
+    EXPECT_EQ(layer->m_image.GetPixel2(3, 3).alpha, 0);
+    EXPECT_EQ(layer->m_image.GetPixel2(2, 2).alpha, (255 - 90) * before.GetPixel2(2, 2).alpha / 255 * 90 / 255);
+    EXPECT_EQ(layer->m_image.GetPixel(2, 2) & 0xFFFFFF, before.GetPixel(2, 2) & 0xFFFFFF) << "colour stays";
+}
+
+TEST_F(Commands, DialogsAndClipboardNeedTheHost)
+{
+    EXPECT_EQ(Run("Doc_FillSelection"), kCommandDone);
+    EXPECT_EQ(host.fills, 1);
+    EXPECT_EQ(Run("Doc_SmartInpaint"), kCommandRefused) << "the dialog was cancelled";
+    EXPECT_EQ(host.inpaints, 1);
+    EXPECT_EQ(Run("UI_Copy"), kCommandDone);
+    EXPECT_EQ(host.copies, 1);
+    EXPECT_TRUE(history.Steps().empty()) << "a copy records nothing";
+    context.host = nullptr;
+    for (const char* text : {"Doc_FillSelection", "Doc_SmartInpaint", "Doc_Paste", "UI_Copy", "Doc_Cut", "Doc_Open",
+                             "Doc_OpenLayer('1')", "UI_ZoomIn"})
+        EXPECT_EQ(Run(text), kCommandRefused) << text;
+}
+
+TEST_F(Commands, OpenDocumentAndLayerFiles)
+{
+    vmtest::TempDir dir;
+    COLImage picture;
+    vmtest::FillNoise(picture, 7, 5, 2);
+    const std::string path = dir.File("p.bmp");
+    ASSERT_NE(SavePictureFile(path.c_str(), &picture), 0);
+    history.AddStep(&doc, 3, 0, "older");
+
+    EXPECT_EQ(Run("Doc_Open"), kCommandRefused) << "cancelled dialog";
+    host.nextPath = path;
+    EXPECT_EQ(Run("Doc_open"), kCommandDone);
+    EXPECT_TRUE(host.lastFilterWasDocument);
+    EXPECT_EQ(doc.GetLayerCount(), 1);
+    EXPECT_EQ(doc.GetWidth(), 7);
+    EXPECT_EQ(context.documentPath, path);
+    EXPECT_EQ(history.ResetCount(), 1);
+    ASSERT_EQ(history.Steps().size(), 1u);
+    EXPECT_EQ(LastStep().kind, 255);
+    EXPECT_EQ(LastStep().label, "His_open");
+
+    EXPECT_EQ(Run("Doc_OpenLayer('1')"), kCommandDone);
+    EXPECT_FALSE(host.lastFilterWasDocument);
+    EXPECT_EQ(doc.GetLayerCount(), 2);
+    EXPECT_EQ(doc.GetCurrentIndex(), 1);
+    EXPECT_EQ(LastStep().kind, 104);
+    EXPECT_EQ(LastStep().arg, 1);
+    EXPECT_EQ(LastStep().label, "His_openlayer");
+    // Into a wholly transparent layer: no layer is added and that layer becomes current.
+    ASSERT_EQ(Run("Doc_NewLayer('1')"), kCommandDone);
+    EXPECT_EQ(Run("Doc_OpenLayer('3')"), kCommandDone);
+    EXPECT_EQ(doc.GetLayerCount(), 3);
+    EXPECT_EQ(doc.GetCurrentIndex(), 2);
+    EXPECT_EQ(LastStep().kind, 4);
+    EXPECT_EQ(LastStep().arg, 2);
+    EXPECT_EQ(Run("Doc_OpenLayer('9')"), kCommandRefused);
+
+    host.nextPath = dir.File("missing.png");
+    EXPECT_EQ(Run("Doc_OpenLayer('1')"), kCommandRefused);
+    EXPECT_EQ(host.messages, "can't open;");
+    EXPECT_EQ(doc.GetLayerCount(), 3);
+    EXPECT_EQ(Run("Doc_Open"), kCommandRefused);
+    EXPECT_EQ(host.messages, "can't open;can't open;");
+    EXPECT_EQ(context.documentPath, "");
+    EXPECT_EQ(doc.GetLayerCount(), 0) << "a failed open has already cleared the document";
+}
+
+TEST_F(Commands, ZoomAndHistoryCommands)
+{
+    EXPECT_EQ(Run("UI_Zoomin"), kCommandDone);
+    EXPECT_EQ(Run("UI_ZoomIn"), kCommandDone);
+    EXPECT_EQ(Run("UI_ZoomOut"), kCommandDone);
+    EXPECT_EQ(Run("UI_ZoomFit"), kCommandDone);
+    EXPECT_EQ(host.zooms, "1;1;-1;0;");
+
+    history.AddStep(&doc, 255, 0, "His_open");
+    const uint32_t count = doc.GetModificationCount();
+    EXPECT_EQ(Run("UI_HistoryBackward"), kCommandRefused) << "the first step cannot be undone";
+    EXPECT_EQ(host.cancels, 1) << "the tool is cancelled first";
+    EXPECT_EQ(doc.GetModificationCount(), count) << "nothing is refreshed";
+    EXPECT_EQ(host.panelUpdates, 0);
+    history.AddStep(&doc, 3, 0, "His_FlipH");
+    EXPECT_EQ(Run("UI_HistoryBackward"), kCommandDone);
+    EXPECT_EQ(history.CurrentStep(), 1);
+    EXPECT_EQ(doc.GetModificationCount(), count + 1);
+    EXPECT_EQ(host.panelUpdates, 1);
+    EXPECT_EQ(Run("UI_HistoryForward"), kCommandDone);
+    EXPECT_EQ(history.CurrentStep(), 2);
+    EXPECT_EQ(Run("UI_HistoryForward"), kCommandRefused);
+    EXPECT_EQ(Run("UI_HistoryJumpTo('1')"), kCommandDone);
+    EXPECT_EQ(history.CurrentStep(), 1);
+    EXPECT_EQ(Run("UI_HistoryJumpTo('0')"), kCommandRefused);
+    EXPECT_EQ(Run("UI_HistoryJumpTo"), kCommandRefused);
+
+    // In selection mode the selection history moves and the selection document is refreshed.
+    host.selectionMode = true;
+    host.selectionHistory.AddStep(nullptr, 255, 0, "createsel");
+    host.selectionHistory.AddStep(nullptr, 5, 4, "brush");
+    EXPECT_EQ(Run("UI_HistoryBackward"), kCommandDone);
+    EXPECT_EQ(host.selectionHistory.CurrentStep(), 1);
+    EXPECT_EQ(history.CurrentStep(), 1);
+    EXPECT_EQ(host.selectionRefreshes, 1);
+}

@@ -1,0 +1,95 @@
+#include <gtest/gtest.h>
+
+#include "document/compose_document.h"
+#include "document/layer.h"
+#include "support/test_support.h"
+
+namespace {
+
+class FixedView : public ICanvasView {
+public:
+    double GetZoom() const override { return zoom; }
+    CViewPoint GetOrigin() const override { return origin; }
+    void Redraw() override { ++redraws; }
+    void PostMergeDone() override {}
+    double zoom = 1.0;
+    CViewPoint origin;
+    int redraws = 0;
+};
+
+} // namespace
+
+TEST(ComposeDocument, RenderPaintsWhiteBeforeAnyMerge)
+{
+    CComposeDocument doc(0);
+    COLImage target;
+    target.Create(7, 5);
+    EXPECT_EQ(doc.Render(&target), 0);
+    for (size_t i = 0; i < target.GetPixelCount(); ++i)
+        ASSERT_EQ(target.GetBuffer()[i].Word(), 0xFFFFFFFFu);
+    int w = -1, h = -1;
+    doc.GetSize(w, h);
+    EXPECT_EQ(w, 0);
+}
+
+TEST(ComposeDocument, RenderShowsThePartAtTheViewsOrigin)
+{
+    CComposeDocument doc(0);
+    ASSERT_EQ(doc.NewDocument(40, 20, 0xFFFF0000), 1); // red, with a blue right half
+    CLayer* base = doc.GetLayer(0);
+    for (uint32_t y = 0; y < 20; ++y)
+        for (uint32_t x = 20; x < 40; ++x)
+            base->m_image.PutPixel(x, y, CPixel::Make(0, 0, 255, 255));
+    ASSERT_EQ(doc.MergeNow(), 1);
+    FixedView view;
+    doc.SetView(&view);
+    COLImage target;
+    target.Create(8, 8);
+    view.origin = {24, 4};
+    doc.Render(&target);
+    for (size_t i = 0; i < target.GetPixelCount(); ++i) {
+        ASSERT_GE(target.GetBuffer()[i].blue, 250);
+        ASSERT_LE(target.GetBuffer()[i].red, 5);
+    }
+    view.origin = {0, 0};
+    view.zoom = 0.25; // 32 x 32 document pixels into 8 x 8: the red half on the left, blue on the right
+    doc.Render(&target);
+    EXPECT_GE(target.GetPixel2(0, 3).red, 250);
+    EXPECT_GE(target.GetPixel2(7, 3).blue, 250);
+
+    COLImage thumb;
+    ASSERT_EQ(doc.RenderWhole(&thumb, 4, 2), 1);
+    EXPECT_EQ(thumb.GetWidth(), 4u);
+    EXPECT_GE(thumb.GetPixel2(0, 0).red, 250);
+    EXPECT_GE(thumb.GetPixel2(3, 1).blue, 250);
+}
+
+TEST(ComposeDocument, MergeRectWritesBlocksAndKeepsTheSelection)
+{
+    CComposeDocument doc(0);
+    ASSERT_EQ(doc.NewDocument(12, 10, 0xFF000000), 1);
+    doc.GetSelectionMask().Create(12, 10);
+    std::fill_n(doc.GetSelectionMask().GetBuffer(), 120, uint8_t(99));
+    ASSERT_EQ(doc.MergeNow(), 1);
+    CLayer* top = doc.AddLayer(0, 0);
+    for (uint32_t y = 0; y < 10; ++y)
+        for (uint32_t x = 0; x < 12; ++x)
+            top->m_image.PutPixel(x, y, CPixel::Make(uint8_t(20 * x), 0, 0, 255));
+    FixedView view;
+    doc.SetView(&view);
+    ASSERT_EQ(doc.MergeRect(9, 8, 3, -5, 2), 1); // normalised and clamped to (3, 0, 9, 8)
+    EXPECT_EQ(view.redraws, 1);
+    const COLImage& c = *doc.GetComposite();
+    EXPECT_EQ(c.GetPixel2(2, 0).red, 0) << "left of the rectangle";
+    EXPECT_EQ(c.GetPixel2(9, 0).red, 0) << "right of the rectangle";
+    EXPECT_EQ(c.GetPixel2(3, 8).red, 0) << "below the rectangle";
+    // Samples at x 3, 5, 7 of the fast merge: (20 * x * 254) >> 8; pixel 4 repeats pixel 3's sample.
+    EXPECT_EQ(c.GetPixel2(3, 0).red, (60 * 254) >> 8);
+    EXPECT_EQ(c.GetPixel2(4, 0).red, (60 * 254) >> 8);
+    EXPECT_EQ(c.GetPixel2(5, 7).red, (100 * 254) >> 8);
+    EXPECT_EQ(c.GetPixel2(8, 7).red, (140 * 254) >> 8);
+    for (size_t i = 0; i < c.GetPixelCount(); ++i)
+        ASSERT_EQ(c.GetBuffer()[i].alpha, 99);
+    EXPECT_EQ(doc.MergeRect(0, 0, 5, 5, 0), 0);
+    EXPECT_EQ(doc.MergeRect(0, 0, 1, 1, 2), 1) << "a rectangle smaller than the step changes nothing";
+}

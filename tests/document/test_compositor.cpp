@@ -1,0 +1,289 @@
+#include <algorithm>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <random>
+
+#include "document/compositor.h"
+#include "document/layer.h"
+#include "document/layer_stack.h"
+#include "reference_merge.h"
+#include "support/test_support.h"
+
+namespace {
+
+// Every combination of acceleration must give the same bytes; each test restores the default at the end.
+struct AccelerationGuard {
+    ~AccelerationGuard() { SetCompositorAcceleration(true, true); }
+};
+
+CLayer* AddNoiseLayer(CLayerStack& stack, uint32_t w, uint32_t h, int x, int y, uint32_t seed)
+{
+    CLayer* layer = stack.AddLayer(stack.GetLayerCount() - 1, 0);
+    EXPECT_NE(layer, nullptr);
+    vmtest::FillNoise(layer->m_image, w, h, seed);
+    layer->m_x = x;
+    layer->m_y = y;
+    return layer;
+}
+
+// Random stack: a base and layers of assorted sizes and places (overhanging every edge), modes, opacities.
+void BuildRandomStack(CLayerStack& stack, uint32_t w, uint32_t h, uint32_t seed)
+{
+    std::mt19937 rng(seed);
+    ASSERT_EQ(stack.NewDocument(int(w), int(h), 0xFF808080), 1);
+    vmtest::FillNoise(stack.GetLayer(0)->m_image, w, h, seed);
+    for (int i = 0; i < 7; ++i) {
+        const uint32_t lw = 1 + rng() % (w + 40), lh = 1 + rng() % (h + 40);
+        CLayer* layer = AddNoiseLayer(stack, lw, lh, int(rng() % (w + 40)) - 30, int(rng() % (h + 40)) - 30, rng());
+        layer->m_blendMode = uint8_t(rng() % 13);
+        layer->m_opacity = uint8_t(i == 0 ? 255 : rng());
+        layer->m_visible = i == 3 ? 0 : 1;
+        if (i == 1) { // whole runs of opaque and transparent pixels take the shortcuts of the vector path
+            CPixel* p = layer->m_image.GetBuffer();
+            for (size_t k = 0; k < layer->m_image.GetPixelCount(); ++k)
+                p[k].alpha = (k / 64) % 2 ? 255 : 0;
+        }
+    }
+}
+
+} // namespace
+
+TEST(Compositor, Div255IsExactOverSixteenBits)
+{
+    for (uint32_t x = 0; x <= 65535; ++x)
+        ASSERT_EQ(Div255(x), x / 255) << x;
+}
+
+TEST(Compositor, BlendPixelFormulasForEveryPair)
+{
+    const CPixel marker = CPixel::Make(1, 2, 3, 77);
+    for (int d = 0; d < 256; ++d)
+        for (int s = 0; s < 256; ++s) {
+            const CPixel pd = CPixel::Make(uint8_t(d), uint8_t(255 - d), uint8_t(d / 2), 10);
+            const CPixel ps = CPixel::Make(uint8_t(s), uint8_t(s / 3), uint8_t(255 - s), 200);
+            for (int mode : {1, 2, 5, 6, 10}) {
+                CPixel out = marker;
+                BlendPixel(pd, ps, &out, mode);
+                ASSERT_EQ(out.red, reftest::ModeColour(mode, pd.red, ps.red)) << mode << " " << d << " " << s;
+                ASSERT_EQ(out.green, reftest::ModeColour(mode, pd.green, ps.green));
+                ASSERT_EQ(out.blue, reftest::ModeColour(mode, pd.blue, ps.blue));
+                ASSERT_EQ(out.alpha, 77) << "modes with a formula leave the alpha of out alone";
+            }
+            for (int mode : {0, 3, 4, 7, 8, 9, 11, 255}) {
+                CPixel out = marker;
+                BlendPixel(pd, ps, &out, mode);
+                ASSERT_EQ(out.Word(), ps.Word()) << "mode " << mode << " copies all four bytes of s";
+            }
+        }
+}
+
+TEST(Compositor, BlendModeCornerValues)
+{
+    CPixel out{};
+    BlendPixel(CPixel::Make(255, 255, 255), CPixel::Make(255, 255, 255), &out, kBlendMultiply);
+    EXPECT_EQ(out.red, 255);
+    BlendPixel(CPixel::Make(0, 0, 0), CPixel::Make(0, 0, 0), &out, kBlendScreen);
+    EXPECT_EQ(out.red, 0);
+    BlendPixel(CPixel::Make(255, 255, 255), CPixel::Make(17, 0, 200), &out, kBlendScreen);
+    EXPECT_EQ(out.red, 255);
+    EXPECT_EQ(out.green, 255);
+    CPixel a{}, b{};
+    BlendPixel(CPixel::Make(200, 10, 90), CPixel::Make(30, 250, 90), &a, kBlendDifference);
+    BlendPixel(CPixel::Make(30, 250, 90), CPixel::Make(200, 10, 90), &b, kBlendDifference);
+    EXPECT_EQ(a.Word() & 0xFFFFFF, b.Word() & 0xFFFFFF);
+    EXPECT_EQ(a.red, 170);
+    EXPECT_EQ(a.green, 240);
+    EXPECT_EQ(a.blue, 0);
+    EXPECT_STREQ(BlendModeKey(5), "bm_mul");
+    EXPECT_STREQ(BlendModeKey(7), "bm_normal");
+}
+
+// Every alpha against every opacity, for every mode, on the plain and the vector path.
+TEST(Compositor, BlendLayerMatchesTheArithmeticForAllAlphaAndOpacity)
+{
+    AccelerationGuard guard;
+    COLImage below;
+    vmtest::FillNoise(below, 256, 24, 5);
+    CLayer layer;
+    vmtest::FillNoise(layer.m_image, 256, 24, 6);
+    for (uint32_t y = 0; y < 24; ++y)
+        for (uint32_t x = 0; x < 256; ++x)
+            layer.m_image.GetBuffer(x, y)->alpha = uint8_t(x);
+    for (bool simd : {false, true}) {
+        SetCompositorAcceleration(simd, false);
+        for (int mode : {0, 1, 2, 5, 6, 10}) {
+            layer.m_blendMode = uint8_t(mode);
+            for (int opacity = 0; opacity < 256; ++opacity) {
+                layer.m_opacity = uint8_t(opacity);
+                COLImage fast, slow;
+                fast.DuplicateFrom(&below);
+                slow.DuplicateFrom(&below);
+                ASSERT_EQ(BlendLayer(&fast, &layer), 1);
+                reftest::BlendOnto(slow, layer);
+                ASSERT_TRUE(vmtest::SamePixels(fast, slow))
+                    << "simd " << simd << " mode " << mode << " opacity " << opacity;
+            }
+        }
+    }
+}
+
+TEST(Compositor, MergeLayersMatchesReferenceOnEveryPath)
+{
+    AccelerationGuard guard;
+    // Large enough to be split across two cores.
+    CLayerStack stack;
+    BuildRandomStack(stack, 701, 409, 42);
+    vmtest::FillNoise(stack.GetSelectionMask(), 701, 409, 9);
+    for (int maskFlag : {0, 1}) {
+        COLImage expected;
+        vmtest::FillNoise(expected, 701, 409, 77); // alpha that flag 0 must leave alone
+        reftest::Merge(stack, expected, maskFlag);
+        for (bool simd : {false, true})
+            for (bool threads : {false, true}) {
+                SetCompositorAcceleration(simd, threads);
+                COLImage out;
+                vmtest::FillNoise(out, 701, 409, 77);
+                ASSERT_EQ(MergeLayers(&stack, &out, maskFlag), 1);
+                EXPECT_TRUE(vmtest::SamePixels(out, expected))
+                    << "mask flag " << maskFlag << " simd " << simd << " threads " << threads;
+            }
+    }
+}
+
+TEST(Compositor, BaseIsOpaqueAtTheOriginWhateverItsSettings)
+{
+    CLayerStack stack;
+    ASSERT_EQ(stack.NewDocument(5, 4, 0x00102030), 1); // alpha 0 everywhere
+    CLayer* base = stack.GetLayer(0);
+    base->m_opacity = 0;
+    base->m_visible = 0;
+    base->m_blendMode = kBlendMultiply;
+    base->m_x = 3;
+    base->m_y = -2;
+    COLImage out;
+    ASSERT_EQ(MergeLayers(&stack, &out, 1), 1);
+    ASSERT_EQ(out.GetWidth(), 5u);
+    for (size_t i = 0; i < out.GetPixelCount(); ++i) {
+        EXPECT_EQ(out.GetBuffer()[i].Word(), 0x00102030u) << "colour of the base, alpha 0 without a selection";
+    }
+    CLayerStack empty;
+    EXPECT_EQ(MergeLayers(&empty, &out, 0), 0);
+}
+
+TEST(Compositor, OpacityAndPlacementCases)
+{
+    CLayerStack stack;
+    ASSERT_EQ(stack.NewDocument(4, 4, 0xFF000000), 1);
+    CLayer* top = stack.AddLayer(0, 0);
+    ASSERT_NE(top, nullptr);
+    for (size_t i = 0; i < 16; ++i)
+        top->m_image.GetBuffer()[i] = CPixel::Make(255, 255, 255, 255);
+    top->m_opacity = 128;
+    COLImage out;
+    ASSERT_EQ(MergeLayers(&stack, &out, 0), 1);
+    // a = (255 * 128 + 127) / 255 = 128, so 255 * 128 / 255 rounded: (0 * 127 + 255 * 128 + 127) / 255 = 128
+    EXPECT_EQ(out.GetPixel2(2, 2).red, 128);
+
+    top->m_opacity = 0;
+    for (int mode = 0; mode <= 11; ++mode) {
+        top->m_blendMode = uint8_t(mode);
+        ASSERT_EQ(MergeLayers(&stack, &out, 0), 1);
+        EXPECT_EQ(out.GetPixel2(1, 1).Word() & 0xFFFFFF, 0u) << "opacity 0 changes nothing, mode " << mode;
+    }
+    top->m_opacity = 255;
+    top->m_x = 4; // wholly outside to the right
+    ASSERT_EQ(MergeLayers(&stack, &out, 0), 1);
+    EXPECT_EQ(out.GetPixel2(3, 3).Word() & 0xFFFFFF, 0u);
+    top->m_x = -3;
+    top->m_y = 3; // only its top-right pixel covers the document's (0, 3)
+    ASSERT_EQ(MergeLayers(&stack, &out, 0), 1);
+    EXPECT_EQ(out.GetPixel2(0, 3).Word() & 0xFFFFFF, 0xFFFFFFu);
+    EXPECT_EQ(out.GetPixel2(1, 3).Word() & 0xFFFFFF, 0u);
+    EXPECT_EQ(BlendLayer(&out, top), 1);
+    top->m_visible = 0;
+    EXPECT_EQ(BlendLayer(&out, top), 0);
+}
+
+TEST(Compositor, MergeFastSamplesDrawsBaseOnWhiteAndShifts)
+{
+    CLayerStack stack;
+    ASSERT_EQ(stack.NewDocument(10, 6, 0x00000000), 1); // black, alpha 0: white in the preview
+    CLayer* base = stack.GetLayer(0);
+    base->m_image.PutPixel(2, 2, CPixel::Make(100, 50, 0, 128));
+    base->m_image.PutPixel(4, 0, CPixel::Make(9, 8, 7, 255));
+    COLImage out;
+    ASSERT_EQ(MergeFast(&stack, &out, CRect{10, 6, 0, 0}, 2), 1); // swapped sides are normalised
+    EXPECT_EQ(out.GetWidth(), 5u);                                // 10 / 2 + 1 = 6, and 6 * 2 > 10
+    EXPECT_EQ(out.GetHeight(), 3u);
+    EXPECT_EQ(out.GetPixel2(0, 0).Word(), 0xFFFEFEFEu); // ((0 - 255) * 0 + 65025) >> 8 = 254
+    EXPECT_EQ(out.GetPixel2(2, 0).Word(), CPixel::Make(9, 8, 7, 255).Word());
+    const CPixel half = out.GetPixel2(1, 1);
+    EXPECT_EQ(half.red, ((100 - 255) * 128 + 65025) >> 8);
+    EXPECT_EQ(half.green, ((50 - 255) * 128 + 65025) >> 8);
+    EXPECT_EQ(half.alpha, 255);
+
+    CLayer* top = stack.AddLayer(0, 0);
+    for (size_t i = 0; i < top->m_image.GetPixelCount(); ++i)
+        top->m_image.GetBuffer()[i] = CPixel::Make(0, 0, 200, 255);
+    top->m_opacity = 255;
+    ASSERT_EQ(MergeFast(&stack, &out, CRect{0, 0, 10, 6}, 2), 1);
+    // a = (255 * 255 + 127) >> 8 = 254; blue = (200 * 254 + 254 * 1) >> 8
+    EXPECT_EQ(out.GetPixel2(3, 1).blue, (200 * 254 + 254 * 1) >> 8);
+    EXPECT_EQ(out.GetPixel2(3, 1).red, (0 * 254 + 254 * 1) >> 8);
+
+    ASSERT_EQ(MergeFast(&stack, &out, CRect{0, 0, 1, 6}, 2), 1);
+    EXPECT_TRUE(out.IsEmpty()) << "a rectangle narrower than the step frees the destination";
+}
+
+TEST(Compositor, MergeFastMatchesTheSampledArithmetic)
+{
+    CLayerStack stack;
+    BuildRandomStack(stack, 97, 61, 5);
+    std::mt19937 rng(3);
+    for (int round = 0; round < 60; ++round) {
+        const int step = 1 + int(rng() % 5);
+        const int l = int(rng() % 110) - 5, t = int(rng() % 70) - 5, r = int(rng() % 110) - 5, b = int(rng() % 70) - 5;
+        COLImage fast, slow;
+        ASSERT_EQ(MergeFast(&stack, &fast, CRect{l, t, r, b}, step), 1);
+        CRect n{l, t, r, b};
+        n.Normalize();
+        const int rw = std::clamp(n.right, 0, 97) - std::clamp(n.left, 0, 97);
+        const int rh = std::clamp(n.bottom, 0, 61) - std::clamp(n.top, 0, 61);
+        if (rw < step || rh < step) {
+            EXPECT_TRUE(fast.IsEmpty());
+            continue;
+        }
+        reftest::MergeFast(stack, slow, n.left, n.top, n.right, n.bottom, step);
+        ASSERT_TRUE(vmtest::SamePixels(fast, slow)) << "round " << round << " step " << step;
+    }
+}
+
+TEST(Compositor, MergeFastStaysInsideThePreviewForOffGridLayers)
+{
+    // 11 pixels at step 2 give 5 preview columns (0, 2, ... 8). A layer from column 2 is sampled at 2, 4, ... 10
+    // into preview columns 1 to 5: the sixth must not be written (the sanitizer build catches a write past the
+    // preview). The same holds for rows.
+    CLayerStack stack;
+    ASSERT_EQ(stack.NewDocument(11, 11, 0xFF000000), 1);
+    CLayer* red = stack.AddLayer(0, 0);
+    for (size_t i = 0; i < red->m_image.GetPixelCount(); ++i)
+        red->m_image.GetBuffer()[i] = CPixel::Make(255, 0, 0, 255);
+    red->m_x = 2;
+    red->m_y = 2;
+    CLayer* blue = AddNoiseLayer(stack, 4, 4, 3, 3, 1);
+    for (size_t i = 0; i < 16; ++i) blue->m_image.GetBuffer()[i] = CPixel::Make(0, 0, 255, 255);
+    COLImage out;
+    ASSERT_EQ(MergeFast(&stack, &out, CRect{0, 0, 11, 11}, 2), 1);
+    ASSERT_EQ(out.GetWidth(), 5u);
+    ASSERT_EQ(out.GetHeight(), 5u);
+    // a = (255 * 255 + 127) >> 8 = 254, red = (255 * 254 + 0 * 1) >> 8 = 253
+    EXPECT_EQ(out.GetPixel2(4, 4).red, 253);
+    EXPECT_EQ(out.GetPixel2(1, 3).red, 253);
+    EXPECT_EQ(out.GetPixel2(0, 0).red, 0);
+    EXPECT_EQ(out.GetPixel2(4, 0).red, 0);
+    // The blue layer starts at column 3: its first sample lands in preview column 3 / 2 = 1.
+    EXPECT_EQ(out.GetPixel2(0, 1).blue, 0);
+    EXPECT_GT(out.GetPixel2(1, 1).blue, 200);
+    EXPECT_GT(out.GetPixel2(2, 2).blue, 200);
+    EXPECT_EQ(out.GetPixel2(4, 4).blue, 0);
+}
