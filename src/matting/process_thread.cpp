@@ -4,10 +4,11 @@ CProcessThread::CProcessThread() : m_waitDlg(*this), m_worker([this] { WorkerLoo
 
 CProcessThread::~CProcessThread()
 {
-    CancelRunning();
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_stop = true;
+        // Only the running process is sure to be alive still; processes of earlier runs may be gone.
+        if (const Job* job = m_pCurrent.load(std::memory_order_acquire)) job->process->RequestCancel();
     }
     m_cv.notify_all();
     m_worker.join();
@@ -130,9 +131,15 @@ void CProcessThread::HandleStart(const Job& job)
         return;
     }
     if (job.process && (job.mode == 0 || job.mode == 1)) {
-        m_pCurrent.store(&job, std::memory_order_release);
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_pCurrent.store(&job, std::memory_order_release);
+        }
         const long result = job.mode == 0 ? job.process->Process(job.params) : job.process->ProcessChannel(job.params);
-        m_pCurrent.store(nullptr, std::memory_order_release);
+        {
+            std::lock_guard<std::mutex> lock(m_mutex);
+            m_pCurrent.store(nullptr, std::memory_order_release);
+        }
         m_lastResult.store(result, std::memory_order_release);
     }
     SetIdle();

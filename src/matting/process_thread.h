@@ -36,7 +36,8 @@ public:
 class CProcessThread {
 public:
     CProcessThread();
-    // Asks a running process to stop, lets it return, and ends the thread.
+    // Asks a running process to stop, lets it return, and ends the thread. Whatever a run was given (process,
+    // notify window, listener) must outlive the thread or at least that run.
     ~CProcessThread();
     CProcessThread(const CProcessThread&) = delete;
     CProcessThread& operator=(const CProcessThread&) = delete;

@@ -270,10 +270,10 @@ TEST(ProcessThread, CompletionReachesWindowAndListenerOncePerRun)
     CUiQueue ui;
     QueueWindow window(ui);
     RecordingListener listener;
-    CProcessThread thread;
     GateProcess process;
     process.Open();
     const long code = 7;
+    CProcessThread thread;   // declared after what it is given, so it ends first
     thread.SetListener(&listener);
     EXPECT_EQ(thread.StartImageProcess(&window, &process, &code, 42, 20, 40, 1), 1);
     ASSERT_TRUE(listener.WaitDone());
@@ -304,13 +304,13 @@ TEST(ProcessThread, SecondStartWaitsForTheFirstRun)
 {
     CUiQueue ui;
     QueueWindow window(ui);
-    CProcessThread thread;
     GateProcess first, second;
     std::vector<std::string> order;
     first.SetName("A", &order);
     second.SetName("B", &order);
     second.Open();
     RecordingListener listener;
+    CProcessThread thread;   // declared after what it is given, so it ends first
     thread.SetListener(&listener);
     EXPECT_EQ(thread.StartImageProcess(&window, &first, nullptr, 1, 0, 100, 1), 1);
     ASSERT_TRUE(first.WaitStarted());
@@ -352,10 +352,10 @@ TEST(ProcessThread, SecondStartWaitsForTheFirstRun)
 
 TEST(ProcessThread, StartWithNeitherWindowNorListenerRunsNothing)
 {
-    CProcessThread thread;
     GateProcess process;
     process.Open();
     RecordingListener listener;
+    CProcessThread thread;   // declared after what it is given, so it ends first
     thread.SetListener(&listener);
     const long code = 5;
     thread.StartImageProcess(nullptr, &process, &code, 0, 0, 100, 1);
@@ -377,8 +377,8 @@ TEST(ProcessThread, WaitDialogEndsWithTheRun)
 {
     CUiQueue ui;
     QueueWindow window(ui);
-    CProcessThread thread;
     GateProcess process;
+    CProcessThread thread;   // declared after what it is given, so it ends first
     std::thread opener([&] {
         process.WaitStarted();
         process.Open();
@@ -396,9 +396,9 @@ TEST(ProcessThread, EscapeWaitsForAnEngineThatDoesNotLook)
 {
     CUiQueue ui;
     QueueWindow window(ui);
-    CProcessThread thread;
     GateProcess process(false);
     std::atomic<int> dialogResult{0};
+    CProcessThread thread;   // declared after what it is given, so it ends first
     std::thread caller([&] { dialogResult = int(thread.StartImageProcess(&window, &process, nullptr, 0, 0, 100, 0)); });
     ASSERT_TRUE(process.WaitStarted());
     std::atomic<bool> escapeReturned{false};
@@ -426,9 +426,9 @@ TEST(ProcessThread, EscapeStopsAnEngineThatLooks)
 {
     CUiQueue ui;
     QueueWindow window(ui);
-    CProcessThread thread;
     GateProcess process(true);
     std::atomic<int> dialogResult{0};
+    CProcessThread thread;   // declared after what it is given, so it ends first
     std::thread caller([&] { dialogResult = int(thread.StartImageProcess(&window, &process, nullptr, 0, 0, 100, 0)); });
     ASSERT_TRUE(process.WaitStarted());
     thread.GetWaitDialog().OnEscape();
@@ -446,10 +446,10 @@ TEST(ProcessThread, LeftoverCancelDoesNotStopTheNextRun)
 {
     CUiQueue ui;
     QueueWindow window(ui);
-    CProcessThread thread;
     GateProcess process(true);
     process.RequestCancel();
     RecordingListener listener;
+    CProcessThread thread;   // declared after what it is given, so it ends first
     thread.SetListener(&listener);
     const long code = 3;
     thread.StartImageProcess(&window, &process, &code, 0, 0, 100, 1);
@@ -465,10 +465,10 @@ TEST(ProcessThread, CancelReachesTheImageAndTheChannelProcess)
 {
     CUiQueue ui;
     QueueWindow window(ui);
-    CProcessThread thread;
     GateProcess image, channel;
     image.Open();
     channel.Open();
+    CProcessThread thread;   // declared after what it is given, so it ends first
     thread.StartImageProcess(&window, &image, nullptr, 0, 0, 100, 1);
     thread.StartChannelProcess(&window, &channel, nullptr, 0, 0, 100, 1);
     thread.WaitIdle();
@@ -482,10 +482,10 @@ TEST(ProcessThread, StatusBarShowsOutOfRangeValuesAsFull)
     CUiQueue ui;
     QueueWindow window(ui);
     RecordingStatus status;
-    CProcessThread thread;
-    thread.SetStatusProgress(&status);
     GateProcess process;
     process.Open();
+    CProcessThread thread;   // declared after what it is given, so it ends first
+    thread.SetStatusProgress(&status);
     // Range -2..102: the engine's 0, 50 and 100 become -2, 50 and 102.
     thread.StartImageProcess(&window, &process, nullptr, 0, -2, 102, 1);
     thread.WaitIdle();
@@ -513,8 +513,8 @@ TEST(ProcessThread, GaussianOnTheWorkerMatchesADirectCall)
     CGaussianProcess a, b;
     a.SetImages(&src, &direct);
     ASSERT_EQ(a.Process(&sigma), kOk);
-    CProcessThread thread;
     RecordingListener listener;
+    CProcessThread thread;   // declared after what it is given, so it ends first
     thread.SetListener(&listener);
     b.SetImages(&src, &threaded);
     EXPECT_EQ(thread.StartImageProcess(nullptr, &b, &sigma, 11, 0, 100, 0), CProcessWaitDlg::kEndedByRun);
@@ -568,8 +568,8 @@ private:
 TEST(DefaultProcDlg, ChangesDuringARunEndInExactlyOneMoreRun)
 {
     CUiQueue ui;
-    CProcessThread thread;
     GateProcess process(false);   // does not look at its flag: it stays busy through all the changes
+    CProcessThread thread;   // declared after what it is given, so it ends first
     GateDialog dlg(thread, ui, process);
     EXPECT_STREQ(DefaultProcDlg::kName, "DefaultProcDlg");
     dlg.Restart();
@@ -596,8 +596,8 @@ TEST(DefaultProcDlg, ChangesDuringARunEndInExactlyOneMoreRun)
 TEST(DefaultProcDlg, ARunCancelledByAChangeEndsInOneRunWithTheLatestValues)
 {
     CUiQueue ui;
-    CProcessThread thread;
     GateProcess process(true);   // returns as soon as it is cancelled
+    CProcessThread thread;   // declared after what it is given, so it ends first
     GateDialog dlg(thread, ui, process);
     dlg.Restart();
     ASSERT_TRUE(process.WaitStarted());
@@ -618,9 +618,9 @@ TEST(DefaultProcDlg, ARunCancelledByAChangeEndsInOneRunWithTheLatestValues)
 TEST(DefaultProcDlg, CloseWaitsAndPutsBackWhatWasSaved)
 {
     CUiQueue ui;
-    CProcessThread thread;
     GateProcess process;
     process.Open();
+    CProcessThread thread;   // declared after what it is given, so it ends first
     GateDialog dlg(thread, ui, process);
     COLImage layer, original;
     COLChannel plane, originalPlane;
