@@ -286,6 +286,7 @@ TEST(ChromaKey, InPlaceRunKeysTheOriginal)
     inPlace.DuplicateFrom(&src);
     CChromaKeyProcess process;
     ChromaKeyParams params = ParamsFor(green);
+    params.jpegChroma = 0;   // the refinement then reads the source itself, where keyed pixels would show
     process.SetImages(&src, &apart);
     ASSERT_EQ(process.Process(&params), kOk);
     process.SetImages(&inPlace, &inPlace);
@@ -342,4 +343,24 @@ TEST(ChromaKey, ProgressStaysInOrderAndEndsAtTheTop)
             EXPECT_NE(std::find(above80.begin(), above80.end(), 95), above80.end());
         }
     }
+}
+
+TEST(ChromaKey, TinyPicturesGoThroughEveryStep)
+{
+    // Sizes around the 3-pixel border of the refinement, the 3 x 3 neighbourhoods and the chroma pairs.
+    for (uint32_t w : {1u, 2u, 3u, 6u, 7u, 8u})
+        for (uint32_t h : {1u, 2u, 7u}) {
+            for (CPixel backdrop : {Rgb(46, 168, 72), Rgb(128, 128, 128)}) {
+                COLImage src, dst;
+                vmtest::FillNoise(src, w, h, w * 10 + h);
+                ChromaKeyParams params = ParamsFor(backdrop);
+                params.includeShadow = 0;
+                params.featherSelection = 1;
+                CChromaKeyProcess process;
+                process.SetImages(&src, &dst);
+                ASSERT_EQ(process.Process(&params), kOk) << w << " x " << h;
+                EXPECT_EQ(dst.GetWidth(), w);
+                EXPECT_EQ(dst.GetHeight(), h);
+            }
+        }
 }
