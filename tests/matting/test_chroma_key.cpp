@@ -259,6 +259,10 @@ TEST(ChromaKey, SameBytesOnOneCoreAndOnAll)
 {
     for (CPixel backdrop : {Rgb(46, 168, 72), Rgb(128, 128, 128)}) {
         COLImage src = Scene(backdrop, 601, 397, 11);
+        // A deep shadow with a ragged edge across the lower rows, so that the shadow pass has work everywhere.
+        for (uint32_t y = 300; y < 397; ++y)
+            for (uint32_t x = 0; x < 601; ++x)
+                if ((x * 7 + y * 3) % 11 < 6) src.PutPixel(x, y, Rgb(4, 12 + int(x % 5), 6));
         CChromaKeyProcess process;
         ChromaKeyParams params = ParamsFor(backdrop);
         params.includeShadow = 0;
