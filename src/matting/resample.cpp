@@ -1,0 +1,493 @@
+#include "matting/resample.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "imaging/result.h"
+#include "matting/parallel_for.h"
+#include "matting/simd_level.h"
+
+#if defined(__GNUC__) && defined(__x86_64__)
+#define VM_X86_SIMD 1
+#include <immintrin.h>
+#else
+#define VM_X86_SIMD 0
+#endif
+
+namespace {
+
+struct Rect {
+    uint32_t x, y, w, h;
+};
+
+template <typename Picture>
+bool IsEmptyPicture(const Picture& p)
+{
+    if constexpr (std::is_same_v<Picture, COLImage>)
+        return p.IsEmpty();
+    else
+        return p.IsNull();
+}
+
+template <typename Picture>
+uint8_t* BytesOf(const Picture& p)
+{
+    return reinterpret_cast<uint8_t*>(p.GetBuffer());
+}
+
+template <typename Picture>
+bool ResolveRect(const Picture* src, int srcX, int srcY, int srcWidth, int srcHeight, Rect& r)
+{
+    if (!src || IsEmptyPicture(*src)) return false;
+    const int64_t iw = src->GetWidth(), ih = src->GetHeight();
+    if (srcX < 0 || srcY < 0 || srcX >= iw || srcY >= ih) return false;
+    const int64_t w = srcWidth == -1 ? iw - srcX : srcWidth;
+    const int64_t h = srcHeight == -1 ? ih - srcY : srcHeight;
+    if (w < 1 || h < 1 || srcX + w > iw || srcY + h > ih) return false;
+    r = Rect{uint32_t(srcX), uint32_t(srcY), uint32_t(w), uint32_t(h)};
+    return true;
+}
+
+bool ValidSize(int w, int h) { return w >= 1 && h >= 1 && unsigned(w) <= kMaxImageSide && unsigned(h) <= kMaxImageSide; }
+
+// Runs fn(source) with a source that is not the destination, copying it first when the caller passed one object.
+template <typename Picture, typename Fn>
+int WithSeparateSource(const Picture* src, Picture* dst, Fn fn)
+{
+    if (src != dst) return fn(src);
+    Picture copy;
+    if (!copy.DuplicateFrom(src)) return 0;
+    return fn(static_cast<const Picture*>(&copy));
+}
+
+// Rows handed to one part of a parallel loop: enough work that a thread is worth starting.
+size_t MinRowsPerPart(size_t bytesPerRow) { return std::max<size_t>(4, (size_t(1) << 16) / std::max<size_t>(1, bytesPerRow)); }
+
+// ---------------------------------------------------------------------------------------------------------------
+// Box mean, used by the bilinear functions when a side is 1. Source index r of s touches destination cells
+// r * d / s up to (r * d + d) / s, at least one; each cell is the mean of everything that touched it.
+
+void BoxCells(uint32_t r, uint32_t s, uint32_t d, uint32_t& first, uint32_t& end)
+{
+    first = uint32_t(uint64_t(r) * d / s);
+    end = uint32_t((uint64_t(r) * d + d) / s);
+    if (end <= first) end = first + 1;
+}
+
+template <int Bpp, typename Picture>
+void BoxMean(const Picture& src, const Rect& r, Picture& dst, uint32_t dw, uint32_t dh)
+{
+    const uint32_t srcStride = src.GetWidth() * Bpp;
+    std::vector<uint32_t> colFirst(r.w), colEnd(r.w), rowFirst(r.h), rowEnd(r.h);
+    for (uint32_t c = 0; c < r.w; ++c) BoxCells(c, r.w, dw, colFirst[c], colEnd[c]);
+    for (uint32_t y = 0; y < r.h; ++y) BoxCells(y, r.h, dh, rowFirst[y], rowEnd[y]);
+    std::vector<uint64_t> sums(size_t(dw) * Bpp), counts(dw);
+    uint32_t firstRow = 0;   // first source row that can still touch the current destination row
+    for (uint32_t j = 0; j < dh; ++j) {
+        std::fill(sums.begin(), sums.end(), 0);
+        std::fill(counts.begin(), counts.end(), 0);
+        while (firstRow < r.h && rowEnd[firstRow] <= j) ++firstRow;
+        for (uint32_t y = firstRow; y < r.h && rowFirst[y] <= j; ++y) {
+            const uint8_t* row = BytesOf(src) + size_t(r.y + y) * srcStride + size_t(r.x) * Bpp;
+            for (uint32_t c = 0; c < r.w; ++c)
+                for (uint32_t cell = colFirst[c]; cell < colEnd[c]; ++cell) {
+                    for (int b = 0; b < Bpp; ++b) sums[size_t(cell) * Bpp + b] += row[size_t(c) * Bpp + b];
+                    ++counts[cell];
+                }
+        }
+        uint8_t* out = BytesOf(dst) + size_t(j) * dw * Bpp;
+        for (uint32_t i = 0; i < dw; ++i)
+            for (int b = 0; b < Bpp; ++b) out[size_t(i) * Bpp + b] = uint8_t(sums[size_t(i) * Bpp + b] / counts[i]);
+    }
+}
+
+// ---------------------------------------------------------------------------------------------------------------
+// Bilinear position tables: destination index i of d maps to i * (s - 1) / (d - 1) with the next 8 bits of the
+// same fraction as weight. The image variant pulls the last position in by one with weight 0.
+
+struct Axis {
+    std::vector<uint32_t> pos;
+    std::vector<uint16_t> frac;
+};
+
+Axis MakeAxis(uint32_t s, uint32_t d, bool pullInLast)
+{
+    Axis a;
+    a.pos.resize(d);
+    a.frac.resize(d);
+    for (uint32_t i = 0; i < d; ++i) {
+        const uint64_t num = uint64_t(i) * (s - 1);
+        uint32_t pos = uint32_t(num / (d - 1));
+        uint16_t f = uint16_t((num * 256 / (d - 1)) & 255);
+        if (pullInLast && pos == s - 1) {
+            pos = s - 2;
+            f = 0;
+        }
+        a.pos[i] = pos;
+        a.frac[i] = f;
+    }
+    return a;
+}
+
+// Two horizontally interpolated source rows held per part: consecutive destination rows share them.
+class RowCache {
+public:
+    explicit RowCache(size_t values) : m_rows{std::vector<uint16_t>(values), std::vector<uint16_t>(values)} {}
+
+    template <typename Make>
+    const uint16_t* Get(uint32_t row, uint32_t keep, Make make)
+    {
+        for (int s = 0; s < 2; ++s)
+            if (m_key[s] == int64_t(row)) return m_rows[s].data();
+        const int s = m_key[0] == int64_t(keep) ? 1 : 0;
+        make(row, m_rows[s].data());
+        m_key[s] = row;
+        return m_rows[s].data();
+    }
+
+private:
+    std::vector<uint16_t> m_rows[2];
+    int64_t m_key[2] = {-1, -1};
+};
+
+// Image: per byte h = 2 * (((a * g) >> 9) + ((b * f) >> 9)) with g = 255 - f, a and b being the pixels at pos and
+// pos + 1. Every product fits 16 bits, so a pixel's four bytes go through 16-bit lanes of one word.
+struct ImageColumns {
+    std::vector<uint32_t> pos;
+    std::vector<uint16_t> weights;   // per column g, g, g, g, f, f, f, f: the lanes of the two pixels
+};
+
+ImageColumns MakeImageColumns(const Axis& ax)
+{
+    ImageColumns c;
+    c.pos = ax.pos;
+    c.weights.resize(ax.pos.size() * 8);
+    for (size_t i = 0; i < ax.pos.size(); ++i)
+        for (int k = 0; k < 4; ++k) {
+            c.weights[i * 8 + k] = uint16_t(255 - ax.frac[i]);
+            c.weights[i * 8 + 4 + k] = ax.frac[i];
+        }
+    return c;
+}
+
+// Spreads the four bytes of a pixel into the 16-bit lanes of a 64-bit word.
+inline uint64_t SpreadLanes(uint32_t p)
+{
+    uint64_t x = p;
+    x = (x | (x << 16)) & 0x0000FFFF0000FFFFull;
+    return (x | (x << 8)) & 0x00FF00FF00FF00FFull;
+}
+
+void ImageRowHPlain(const uint8_t* row, const ImageColumns& c, uint16_t* out, size_t first, size_t end)
+{
+    const uint64_t low7 = 0x007F007F007F007Full;   // what survives of each lane after >> 9
+    for (size_t i = first; i < end; ++i) {
+        uint32_t a, b;
+        std::memcpy(&a, row + size_t(c.pos[i]) * 4, 4);
+        std::memcpy(&b, row + size_t(c.pos[i]) * 4 + 4, 4);
+        const uint64_t g = c.weights[i * 8], f = c.weights[i * 8 + 4];
+        const uint64_t h = ((((SpreadLanes(a) * g) >> 9) & low7) + (((SpreadLanes(b) * f) >> 9) & low7)) << 1;
+        for (int k = 0; k < 4; ++k) out[i * 4 + k] = uint16_t(h >> (16 * k));
+    }
+}
+
+#if VM_X86_SIMD
+// Two destination pixels per step: each reads its pixel pair as eight bytes and weighs them lane by lane.
+void ImageRowHSse2(const uint8_t* row, const ImageColumns& c, uint16_t* out, size_t dw)
+{
+    const __m128i zero = _mm_setzero_si128();
+    const uint32_t* pos = c.pos.data();
+    const uint16_t* weights = c.weights.data();
+    const size_t lastByte = size_t(pos[dw - 1]) * 4;
+    size_t i = 0;
+    for (; i + 2 <= dw; i += 2) {
+        const uint8_t* pa = row + size_t(pos[i]) * 4;
+        // The source row streams in from memory: ask for it a few cache lines ahead.
+        _mm_prefetch(reinterpret_cast<const char*>(row + std::min(size_t(pos[i]) * 4 + 512, lastByte)), _MM_HINT_T0);
+        __m128i a = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(pa)), zero);
+        __m128i b = _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(row + size_t(pos[i + 1]) * 4)), zero);
+        a = _mm_srli_epi16(_mm_mullo_epi16(a, _mm_loadu_si128(reinterpret_cast<const __m128i*>(weights + i * 8))), 9);
+        b = _mm_srli_epi16(_mm_mullo_epi16(b, _mm_loadu_si128(reinterpret_cast<const __m128i*>(weights + i * 8 + 8))), 9);
+        const __m128i sum = _mm_add_epi16(_mm_unpacklo_epi64(a, b), _mm_unpackhi_epi64(a, b));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i * 4), _mm_add_epi16(sum, sum));
+    }
+    ImageRowHPlain(row, c, out, i, dw);
+}
+#endif
+
+void ImageRowH(const uint8_t* row, const ImageColumns& c, uint16_t* out, uint32_t dw)
+{
+#if VM_X86_SIMD
+    if (vmsimd::CurrentLevel() >= vmsimd::kSse2) return ImageRowHSse2(row, c, out, dw);
+#endif
+    ImageRowHPlain(row, c, out, 0, dw);
+}
+
+// Then v = 2 * (((top * gy) >> 9) + ((bottom * fy) >> 9)), and blue, green and red get +2 to make up for the
+// truncations; alpha doesn't (bias holds 2, 2, 2, 0 per pixel). Both steps saturate at 255 in principle, but top
+// and bottom never exceed 254, so v never exceeds 252 and v + 2 fits a byte (tests check every input).
+void ImageRowV(const uint16_t* __restrict top, const uint16_t* __restrict bottom, const uint8_t* __restrict bias,
+               uint16_t fy, uint8_t* __restrict out, size_t count)
+{
+    const uint16_t gy = uint16_t(255 - fy);
+    for (size_t i = 0; i < count; ++i)
+        out[i] = uint8_t(2 * (uint16_t(uint16_t(top[i] * gy) >> 9) + uint16_t(uint16_t(bottom[i] * fy) >> 9)) + bias[i]);
+}
+
+// Plane: h = a * g + b * f (at most 255 * 255), v = ((top * gy) >> 16) + ((bottom * fy) >> 16).
+void ChannelRowH(const uint8_t* row, const Axis& ax, uint16_t* out, uint32_t dw, uint32_t sw)
+{
+    for (uint32_t i = 0; i < dw; ++i) {
+        const uint32_t p = ax.pos[i];
+        const uint16_t f = ax.frac[i], g = uint16_t(255 - f);
+        // At the last column f is 0 and the pixel to the right has no weight; it is not read.
+        const uint8_t b = p + 1 < sw ? row[p + 1] : 0;
+        out[i] = uint16_t(row[p] * g + b * f);
+    }
+}
+
+void ChannelRowV(const uint16_t* __restrict top, const uint16_t* __restrict bottom, uint16_t fy, uint8_t* __restrict out,
+                 size_t count)
+{
+    const uint32_t gy = 255u - fy;
+    for (size_t i = 0; i < count; ++i) out[i] = uint8_t(((top[i] * gy) >> 16) + ((bottom[i] * uint32_t(fy)) >> 16));
+}
+
+template <int Bpp, typename Picture>
+void Bilinear(const Picture& src, const Rect& r, Picture& dst, uint32_t dw, uint32_t dh)
+{
+    const Axis ax = MakeAxis(r.w, dw, Bpp == 4);
+    const ImageColumns columns = Bpp == 4 ? MakeImageColumns(ax) : ImageColumns{};
+    // Rows reach the last source row; there (weight 0 below) the row beneath is not read.
+    const Axis ay = MakeAxis(r.h, dh, false);
+    const size_t srcStride = size_t(src.GetWidth()) * Bpp;
+    const uint8_t* base = BytesOf(src) + size_t(r.y) * srcStride + size_t(r.x) * Bpp;
+    const size_t values = size_t(dw) * Bpp;
+    std::vector<uint8_t> bias(Bpp == 4 ? values : 0);
+    for (size_t i = 0; i < bias.size(); ++i) bias[i] = i % 4 == 3 ? 0 : 2;
+    vmpar::ParallelFor(dh, MinRowsPerPart(values), [&](size_t j0, size_t j1, unsigned) {
+        RowCache cache(values);
+        auto make = [&](uint32_t y, uint16_t* out) {
+            if constexpr (Bpp == 4)
+                ImageRowH(base + y * srcStride, columns, out, dw);
+            else
+                ChannelRowH(base + y * srcStride, ax, out, dw, r.w);
+        };
+        for (size_t j = j0; j < j1; ++j) {
+            const uint32_t p = ay.pos[j];
+            const bool lastRow = p + 1 >= r.h;
+            const uint16_t* top = cache.Get(p, lastRow ? p : p + 1, make);
+            const uint16_t* bottom = lastRow ? top : cache.Get(p + 1, p, make);
+            const uint16_t fy = lastRow ? 0 : ay.frac[j];
+            uint8_t* out = BytesOf(dst) + j * values;
+            if constexpr (Bpp == 4)
+                ImageRowV(top, bottom, bias.data(), fy, out, values);
+            else
+                ChannelRowV(top, bottom, fy, out, values);
+        }
+    });
+}
+
+template <int Bpp, typename Picture>
+int ResampleAny(const Picture* src, Picture* dst, int dstWidth, int dstHeight, int srcX, int srcY, int srcWidth,
+                int srcHeight)
+{
+    if (!dst) return 0;
+    if (dstWidth == 0 || dstHeight == 0) {
+        if (dst->Create(1, 1) != kOk) return 0;
+        std::memset(BytesOf(*dst), 0xFF, Bpp);
+        return 1;
+    }
+    Rect r;
+    if (!ValidSize(dstWidth, dstHeight) || !ResolveRect(src, srcX, srcY, srcWidth, srcHeight, r)) return 0;
+    return WithSeparateSource(src, dst, [&](const Picture* s) {
+        const uint32_t dw = uint32_t(dstWidth), dh = uint32_t(dstHeight);
+        if (dst->Create(dw, dh) != kOk) return 0;
+        // A shrinking pre-pass would be overwritten in full by the bilinear pass, so there is none. Images take
+        // the box mean for a side of 1 anywhere; planes only where the position tables would divide by zero.
+        if (dw == 1 || dh == 1 || (Bpp == 4 && (r.w == 1 || r.h == 1)))
+            BoxMean<Bpp>(*s, r, *dst, dw, dh);
+        else
+            Bilinear<Bpp>(*s, r, *dst, dw, dh);
+        return 1;
+    });
+}
+
+// ---------------------------------------------------------------------------------------------------------------
+// Area average. Cell i of an axis ends at (i + 1) * ratio (single precision; the last cell at the source's edge).
+// A source index that lies wholly in one cell weighs 1024 there; one that straddles a boundary gives
+// 1024 - t to its cell and t = trunc(overlap * 1024) to the next, the overlap being the part beyond the boundary.
+
+struct AreaAxis {
+    std::vector<uint32_t> cell;      // the cell each source index starts in
+    std::vector<uint16_t> inCell;    // its weight there
+    std::vector<uint16_t> toNext;    // its weight in the next cell (0 when it lies wholly inside)
+};
+
+AreaAxis MakeAreaAxis(uint32_t s, uint32_t d, float ratio)
+{
+    AreaAxis a;
+    a.cell.resize(s);
+    a.inCell.resize(s);
+    a.toNext.resize(s);
+    auto boundary = [&](uint32_t i) { return i + 1 >= d ? float(s) : float(i + 1) * ratio; };
+    uint32_t c = 0;
+    for (uint32_t x = 0; x < s; ++x) {
+        while (c + 1 < d && boundary(c) <= float(x)) ++c;
+        const float b = boundary(c);
+        uint32_t t = 0;
+        if (float(x + 1) > b) t = std::min<uint32_t>(1024, uint32_t(std::max(0.0f, (float(x + 1) - b) * 1024.0f)));
+        a.cell[x] = c;
+        a.inCell[x] = uint16_t(1024 - t);
+        a.toNext[x] = uint16_t(t);
+    }
+    return a;
+}
+
+template <int Bpp, typename Picture>
+void AreaShrink(const Picture& src, const Rect& r, Picture& dst, uint32_t dw, uint32_t dh)
+{
+    const float rx = float(r.w) / float(dw), ry = float(r.h) / float(dh);
+    const uint64_t divisor = std::max<uint64_t>(1, uint64_t(rx * ry * 1024.0f));
+    const AreaAxis ax = MakeAreaAxis(r.w, dw, rx), ay = MakeAreaAxis(r.h, dh, ry);
+    const size_t srcStride = size_t(src.GetWidth()) * Bpp;
+    const uint8_t* base = BytesOf(src) + size_t(r.y) * srcStride + size_t(r.x) * Bpp;
+    const size_t values = size_t(dw) * Bpp;
+    // First source row of each destination row: the one that starts in it or straddles into it from above.
+    std::vector<uint32_t> firstRow(dh + 1, r.h);
+    for (uint32_t y = r.h; y-- > 0;) {
+        firstRow[ay.cell[y]] = y;
+        if (ay.toNext[y] && ay.cell[y] + 1 < dh) firstRow[ay.cell[y] + 1] = y;
+    }
+    for (uint32_t j = dh; j-- > 0;) firstRow[j] = std::min(firstRow[j], firstRow[j + 1]);
+
+    vmpar::ParallelFor(dh, MinRowsPerPart(size_t(r.w) * Bpp * size_t(std::ceil(ry))), [&](size_t j0, size_t j1, unsigned) {
+        std::vector<uint64_t> rowSum(values + Bpp), cur(values), next(values);
+        size_t j = j0;
+        auto finish = [&]() {
+            uint8_t* out = BytesOf(dst) + j * values;
+            for (size_t i = 0; i < values; ++i) out[i] = uint8_t(std::min<uint64_t>(cur[i] / divisor, 255));
+            cur.swap(next);
+            std::fill(next.begin(), next.end(), 0);
+            ++j;
+        };
+        for (uint32_t y = firstRow[j0]; y < r.h && j < j1; ++y) {
+            const uint32_t cell = ay.cell[y];
+            while (j < cell && j < j1) finish();
+            if (j >= j1) break;
+            // The row's own sums across each cell, weighted in x.
+            std::fill(rowSum.begin(), rowSum.end(), 0);
+            const uint8_t* row = base + y * srcStride;
+            for (uint32_t x = 0; x < r.w; ++x) {
+                const uint64_t wa = ax.inCell[x], wb = ax.toNext[x];
+                uint64_t* s = rowSum.data() + size_t(ax.cell[x]) * Bpp;
+                for (int b = 0; b < Bpp; ++b) {
+                    const uint64_t v = row[size_t(x) * Bpp + b];
+                    s[b] += v * wa;
+                    s[Bpp + b] += v * wb;
+                }
+            }
+            // Then weighted in y: a row inside one cell adds unsplit, a straddling one splits 1024-based.
+            const uint64_t wa = ay.inCell[y], wb = ay.toNext[y];
+            if (cell == j) {
+                for (size_t i = 0; i < values; ++i) cur[i] += (rowSum[i] * wa) >> 10;
+                if (wb)
+                    for (size_t i = 0; i < values; ++i) next[i] += (rowSum[i] * wb) >> 10;
+            } else if (cell + 1 == j && wb) {
+                for (size_t i = 0; i < values; ++i) cur[i] += (rowSum[i] * wb) >> 10;
+            }
+        }
+        while (j < j1) finish();
+    });
+}
+
+template <int Bpp, typename Picture>
+int ShrinkAny(const Picture* src, Picture* dst, int dstWidth, int dstHeight, int srcX, int srcY, int srcWidth,
+              int srcHeight)
+{
+    Rect r;
+    if (!dst || !ValidSize(dstWidth, dstHeight) || !ResolveRect(src, srcX, srcY, srcWidth, srcHeight, r)) return 0;
+    if (uint32_t(dstWidth) > r.w || uint32_t(dstHeight) > r.h)
+        return ResampleAny<Bpp>(src, dst, dstWidth, dstHeight, srcX, srcY, srcWidth, srcHeight);
+    return WithSeparateSource(src, dst, [&](const Picture* s) {
+        if (dst->Create(uint32_t(dstWidth), uint32_t(dstHeight)) != kOk) return 0;
+        AreaShrink<Bpp>(*s, r, *dst, uint32_t(dstWidth), uint32_t(dstHeight));
+        return 1;
+    });
+}
+
+} // namespace
+
+int ResampleImage(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX, int srcY, int srcWidth,
+                  int srcHeight)
+{
+    return ResampleAny<4>(src, dst, dstWidth, dstHeight, srcX, srcY, srcWidth, srcHeight);
+}
+
+int ResampleChannel(const COLChannel* src, COLChannel* dst, int dstWidth, int dstHeight, int srcX, int srcY,
+                    int srcWidth, int srcHeight)
+{
+    return ResampleAny<1>(src, dst, dstWidth, dstHeight, srcX, srcY, srcWidth, srcHeight);
+}
+
+int ShrinkImageArea(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX, int srcY, int srcWidth,
+                    int srcHeight)
+{
+    return ShrinkAny<4>(src, dst, dstWidth, dstHeight, srcX, srcY, srcWidth, srcHeight);
+}
+
+int ShrinkChannelArea(const COLChannel* src, COLChannel* dst, int dstWidth, int dstHeight, int srcX, int srcY,
+                      int srcWidth, int srcHeight)
+{
+    return ShrinkAny<1>(src, dst, dstWidth, dstHeight, srcX, srcY, srcWidth, srcHeight);
+}
+
+int SampleImageTwoPoint(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX, int srcY,
+                        int srcWidth, int srcHeight)
+{
+    Rect r;
+    if (!dst || !ValidSize(dstWidth, dstHeight) || !ResolveRect(src, srcX, srcY, srcWidth, srcHeight, r)) return 0;
+    return WithSeparateSource(src, dst, [&](const COLImage* s) {
+        const uint32_t dw = uint32_t(dstWidth), dh = uint32_t(dstHeight);
+        if (dst->Create(dw, dh) != kOk) return 0;
+        const double rx = double(r.w) / dw, ry = double(r.h) / dh;
+        const uint32_t lastX = r.x + r.w - 1, lastY = r.y + r.h - 1;
+        // Columns: the right sample carries w1 = the fraction at the footprint's right end.
+        std::vector<uint32_t> x0(dw), x1(dw), w1(dw);
+        for (uint32_t i = 0; i < dw; ++i) {
+            const double p0 = i * rx + r.x, p1 = (i + 1) * rx + r.x;
+            x0[i] = uint32_t(p0);
+            x1[i] = uint32_t(p1);
+            w1[i] = uint32_t((p1 - x1[i]) * 256);
+            if (x1[i] > lastX) {
+                w1[i] = 0;
+                x1[i] = lastX;
+            }
+        }
+        for (uint32_t j = 0; j < dh; ++j) {
+            // Rows: the top sample carries w0 = what is left of the footprint's first row.
+            const double p0 = j * ry + r.y, p1 = (j + 1) * ry + r.y;
+            const uint32_t y0 = uint32_t(p0);
+            const uint32_t y1 = std::min(uint32_t(p1), lastY);
+            const uint32_t w0 = uint32_t((1 - (p0 - y0)) * 256);
+            const CPixel* top = s->GetBuffer(0, y0);
+            const CPixel* bottom = s->GetBuffer(0, y1);
+            CPixel* out = dst->GetBuffer(0, j);
+            for (uint32_t i = 0; i < dw; ++i) {
+                const uint8_t* a = reinterpret_cast<const uint8_t*>(top + x0[i]);
+                const uint8_t* b = reinterpret_cast<const uint8_t*>(top + x1[i]);
+                const uint8_t* c = reinterpret_cast<const uint8_t*>(bottom + x0[i]);
+                const uint8_t* d = reinterpret_cast<const uint8_t*>(bottom + x1[i]);
+                uint8_t* o = reinterpret_cast<uint8_t*>(out + i);
+                for (int k = 0; k < 4; ++k) {
+                    const uint32_t t = (a[k] * (256 - w1[i]) + b[k] * w1[i]) >> 8;
+                    const uint32_t u = (c[k] * (256 - w1[i]) + d[k] * w1[i]) >> 8;
+                    o[k] = uint8_t((u * (256 - w0) + t * w0) >> 8);
+                }
+            }
+        }
+        return 1;
+    });
+}

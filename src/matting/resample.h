@@ -1,0 +1,33 @@
+#pragma once
+
+#include "imaging/channel.h"
+#include "imaging/image.h"
+
+// Scaling of a rectangle of a picture into another size, in fixed-point arithmetic whose truncations are part of
+// what callers see. Every function takes (src, dst, dstWidth, dstHeight, srcX, srcY, srcWidth, srcHeight); a
+// srcWidth or srcHeight of -1 means up to the source's edge. The destination is (re)created at dstWidth x
+// dstHeight. Results: 1, or 0 when the destination cannot be made or the request makes no sense (no source, a
+// rectangle outside it, a side above kMaxImageSide). src and dst may be the same object.
+
+// Bilinear, four bytes of a pixel in 16-bit lanes. The last destination column takes its value from the
+// source's last-but-one column (the column position is pulled in by one), rows reach the last row. A side of 1
+// anywhere turns it into a box mean; a destination side of 0 gives a 1 x 1 white pixel.
+int ResampleImage(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX = 0, int srcY = 0,
+                  int srcWidth = -1, int srcHeight = -1);
+
+// Bilinear on a plane, without the image's column pull-in and without its +2 compensation (255 comes out near 253).
+// A destination side of 1 takes the box mean as images do (a source side of 1 stays bilinear); a side of 0
+// gives a 1 x 1 plane of 255.
+int ResampleChannel(const COLChannel* src, COLChannel* dst, int dstWidth, int dstHeight, int srcX = 0, int srcY = 0,
+                    int srcWidth = -1, int srcHeight = -1);
+
+// Area average with 10-bit weights for shrinking: a source pixel that straddles a cell boundary is split between
+// the two cells. Asked to enlarge along either axis, they resample bilinearly instead.
+int ShrinkImageArea(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX = 0, int srcY = 0,
+                    int srcWidth = -1, int srcHeight = -1);
+int ShrinkChannelArea(const COLChannel* src, COLChannel* dst, int dstWidth, int dstHeight, int srcX = 0,
+                      int srcY = 0, int srcWidth = -1, int srcHeight = -1);
+
+// Quick scaling from two samples per axis at the ends of each destination pixel's footprint, 8-bit weights.
+int SampleImageTwoPoint(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX = 0, int srcY = 0,
+                        int srcWidth = -1, int srcHeight = -1);

@@ -1,0 +1,417 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <set>
+#include <vector>
+
+#include "matting/exact_divider.h"
+#include "matting/gaussian.h"
+#include "matting/parallel_for.h"
+#include "matting/resample.h"
+#include "matting/simd_level.h"
+#include "support/test_support.h"
+
+namespace {
+
+// A plain, slow rendering of the blur: every output byte is its own loop and its own division.
+struct RefKernel {
+    int n = 0;
+    std::vector<int> w;
+};
+
+RefKernel RefMakeKernel(double sigma)
+{
+    RefKernel k;
+    std::vector<long> raw;
+    long sum = 0;
+    for (int i = 0; i < 16; ++i) {
+        long v = long(std::pow(2.7188282, -double(i * i) / (2 * sigma * sigma)) * 1024.0);
+        if (v == 0) break;
+        raw.push_back(v);
+        sum += i ? 2 * v : v;
+    }
+    k.n = int(raw.size());
+    for (long v : raw) k.w.push_back(int((v << 11) / sum));
+    return k;
+}
+
+std::vector<uint8_t> RefBlurLine(const std::vector<uint8_t>& p, const RefKernel& k)
+{
+    const int len = int(p.size());
+    std::vector<uint8_t> out(p.size());
+    for (int i = 0; i < len; ++i) {
+        long acc = 0, sum = 0;
+        for (int j = std::max(0, i - k.n + 1); j < std::min(len, i + k.n); ++j) {
+            acc += long(p[j]) * k.w[std::abs(j - i)];
+            sum += k.w[std::abs(j - i)];
+        }
+        out[i] = uint8_t(acc / sum);
+    }
+    return out;
+}
+
+// Planes of bytes: bpp interleaved bytes per pixel, each blurred separately.
+std::vector<uint8_t> RefBlur(const std::vector<uint8_t>& src, int w, int h, int bpp, const RefKernel& k)
+{
+    std::vector<uint8_t> dst(src.size());
+    for (int y = 0; y < h; ++y)
+        for (int c = 0; c < bpp; ++c) {
+            std::vector<uint8_t> line(w);
+            for (int x = 0; x < w; ++x) line[x] = src[(y * w + x) * bpp + c];
+            line = RefBlurLine(line, k);
+            for (int x = 0; x < w; ++x) dst[(y * w + x) * bpp + c] = line[x];
+        }
+    for (int x = 0; x < w; ++x)
+        for (int c = 0; c < bpp; ++c) {
+            std::vector<uint8_t> line(h);
+            for (int y = 0; y < h; ++y) line[y] = dst[(y * w + x) * bpp + c];
+            line = RefBlurLine(line, k);
+            for (int y = 0; y < h; ++y) dst[(y * w + x) * bpp + c] = line[y];
+        }
+    return dst;
+}
+
+// The whole process: the scale for large sigmas (never more than the shorter side), block means, blur, and the
+// library's own resampler back up (it has its own reference tests).
+std::vector<uint8_t> RefGaussian(const std::vector<uint8_t>& src, int w, int h, int bpp, double sigma, int& scale)
+{
+    scale = 1;
+    if (sigma < 0.01) return src;
+    if (sigma > 2.5) {
+        double c = std::floor(sigma);
+        while (c > 2.5 && scale < std::min(w, h)) {
+            ++scale;
+            c = std::floor(sigma / scale);
+        }
+        sigma = c;
+    }
+    const RefKernel k = RefMakeKernel(sigma);
+    if (scale == 1) return RefBlur(src, w, h, bpp, k);
+    const int sw = w / scale, sh = h / scale;
+    std::vector<uint8_t> small(size_t(sw) * sh * bpp);
+    for (int y = 0; y < sh; ++y)
+        for (int x = 0; x < sw; ++x)
+            for (int c = 0; c < bpp; ++c) {
+                long s = 0;
+                for (int v = 0; v < scale; ++v)
+                    for (int u = 0; u < scale; ++u) s += src[((y * scale + v) * w + x * scale + u) * bpp + c];
+                small[(y * sw + x) * bpp + c] = uint8_t(s / (scale * scale));
+            }
+    small = RefBlur(small, sw, sh, bpp, k);
+    std::vector<uint8_t> out(src.size());
+    if (bpp == 4) {
+        COLImage a, b;
+        a.Create(sw, sh);
+        std::memcpy(a.GetBuffer(), small.data(), small.size());
+        EXPECT_EQ(ResampleImage(&a, &b, w, h), 1);
+        std::memcpy(out.data(), b.GetBuffer(), out.size());
+    } else {
+        COLChannel a, b;
+        a.Create(sw, sh);
+        std::memcpy(a.GetBuffer(), small.data(), small.size());
+        EXPECT_EQ(ResampleChannel(&a, &b, w, h), 1);
+        std::memcpy(out.data(), b.GetBuffer(), out.size());
+    }
+    return out;
+}
+
+std::vector<uint8_t> Bytes(const COLImage& img)
+{
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(img.GetBuffer());
+    return std::vector<uint8_t>(p, p + img.GetPixelCount() * 4);
+}
+
+std::vector<uint8_t> Bytes(const COLChannel& ch)
+{
+    return std::vector<uint8_t>(ch.GetBuffer(), ch.GetBuffer() + ch.GetAreaByteSize());
+}
+
+struct ThreadCount {
+    explicit ThreadCount(unsigned n) { vmpar::SetWorkerCount(n); }
+    ~ThreadCount() { vmpar::SetWorkerCount(0); }
+};
+
+struct SimdCap {
+    explicit SimdCap(int level) { vmsimd::LimitLevel(level); }
+    ~SimdCap() { vmsimd::LimitLevel(-1); }
+};
+
+// Every instruction set the filters can use on this processor.
+std::vector<int> SimdLevels()
+{
+    std::vector<int> levels;
+    for (int l = vmsimd::kPlain; l <= vmsimd::CurrentLevel(); ++l) levels.push_back(l);
+    return levels;
+}
+
+struct ProgressLog {
+    std::vector<int> values;
+    static void Record(void* self, uint32_t code, int32_t value)
+    {
+        if (code == 1) static_cast<ProgressLog*>(self)->values.push_back(value);
+    }
+};
+
+} // namespace
+
+TEST(GaussianKernel, WeightsForTheListedSigmas)
+{
+    GaussianKernel k = GaussianKernel::Make(1.0);
+    ASSERT_EQ(k.taps, 4);
+    EXPECT_EQ(std::vector<uint32_t>(k.raw, k.raw + 4), (std::vector<uint32_t>{1024, 621, 138, 11}));
+    EXPECT_EQ(k.rawSum, 2564u);
+    // (w << 11) / 2564
+    EXPECT_EQ(std::vector<uint16_t>(k.weight, k.weight + 4), (std::vector<uint16_t>{817, 496, 110, 8}));
+
+    k = GaussianKernel::Make(0.5);
+    ASSERT_EQ(k.taps, 2);
+    EXPECT_EQ(k.raw[0], 1024u);
+    EXPECT_EQ(k.raw[1], 138u);
+
+    k = GaussianKernel::Make(2.0);
+    EXPECT_EQ(k.taps, 8);
+    EXPECT_GT(k.raw[7], 0u);
+
+    // A very small sigma keeps the centre alone, at full weight.
+    k = GaussianKernel::Make(0.01);
+    EXPECT_EQ(k.taps, 1);
+    EXPECT_EQ(k.weight[0], 2048);
+
+    // A sigma that never reaches a zero weight stops at 16 taps a side.
+    k = GaussianKernel::Make(40.0);
+    EXPECT_EQ(k.taps, 16);
+
+    // Against the independent construction over the whole range of sigmas a blur works with.
+    for (double s = 0.01; s <= 2.5; s += 0.01) {
+        const GaussianKernel a = GaussianKernel::Make(s);
+        const RefKernel b = RefMakeKernel(s);
+        ASSERT_EQ(a.taps, b.n) << s;
+        for (int i = 0; i < a.taps; ++i) ASSERT_EQ(a.weight[i], b.w[i]) << s << " " << i;
+    }
+}
+
+TEST(GaussianKernel, ScalePlanForLargeSigmas)
+{
+    double work = 0;
+    EXPECT_EQ(CGaussianProcess::PlanScale(3.0, 1000, work), 2);
+    EXPECT_EQ(work, 1.0);
+    EXPECT_EQ(CGaussianProcess::PlanScale(2.4, 1000, work), 1);
+    EXPECT_EQ(work, 2.4);
+    EXPECT_EQ(CGaussianProcess::PlanScale(6.0, 1000, work), 3);
+    EXPECT_EQ(work, 2.0);
+    EXPECT_EQ(CGaussianProcess::PlanScale(5.0, 1000, work), 2);
+    EXPECT_EQ(work, 2.0);
+    EXPECT_EQ(CGaussianProcess::PlanScale(17.0, 1000, work), 6);
+    EXPECT_EQ(work, 2.0);
+    // Above 2.5 the sigma is truncated even when no reduction follows.
+    EXPECT_EQ(CGaussianProcess::PlanScale(2.9, 1000, work), 1);
+    EXPECT_EQ(work, 2.0);
+    // The factor stops at the picture's shorter side.
+    EXPECT_EQ(CGaussianProcess::PlanScale(17.0, 4, work), 4);
+    EXPECT_EQ(work, 4.0);
+}
+
+TEST(ExactDivider, MatchesDivisionAtEveryQuotientBoundary)
+{
+    // The multiply-shift is monotone in x, so agreeing at both ends of every quotient's run of dividends means
+    // agreeing everywhere in [0, 256 d).
+    for (uint32_t d = 2; d <= ExactDivider::kMaxDivisor; ++d) {
+        const ExactDivider div(d);
+        for (uint32_t q = 0; q < 256; ++q) {
+            ASSERT_EQ(div(q * d), q) << d;
+            ASSERT_EQ(div(q * d + d - 1), q) << d;
+        }
+    }
+}
+
+TEST(ExactDivider, MatchesDivisionForEveryDividendOfTheBlursDivisors)
+{
+    // Every divisor a blur can meet, whole kernel or cut at a border, for the sigmas a blur works with.
+    std::set<uint32_t> divisors;
+    for (int s100 = 1; s100 <= 250; ++s100) {
+        const GaussianKernel k = GaussianKernel::Make(s100 / 100.0);
+        for (int lo = 1 - k.taps; lo <= 0; ++lo)
+            for (int hi = 1; hi <= k.taps; ++hi) divisors.insert(k.Sum(lo, hi));
+    }
+    for (int s = 3; s <= 40; ++s) divisors.insert(GaussianKernel::Make(s).Sum(-15, 16));
+    for (uint32_t d : divisors) {
+        ASSERT_GE(d, 2u);
+        ASSERT_LE(d, ExactDivider::kMaxDivisor);
+        const ExactDivider div(d);
+        for (uint32_t x = 0; x <= 255 * d; ++x)
+            if (div(x) != x / d) FAIL() << x << " / " << d;
+    }
+}
+
+TEST(Gaussian, WholeImagesMatchThePlainComputation)
+{
+    const int sizes[][2] = {{1, 1}, {1, 9}, {9, 1}, {2, 2}, {5, 5}, {6, 31}, {17, 13}, {40, 29}, {64, 3}, {3, 64}};
+    const double sigmas[] = {0.3, 0.5, 1.0, 1.7, 2.0, 2.4, 2.6, 3.0, 4.5, 6.0, 17.0};
+    for (unsigned threads : {1u, 3u}) {
+        ThreadCount tc(threads);
+        SimdCap cap(threads == 1 ? vmsimd::kPlain : -1);
+        uint32_t seed = 1;
+        for (auto& s : sizes)
+            for (double sigma : sigmas) {
+                COLImage src, dst;
+                vmtest::FillNoise(src, s[0], s[1], seed++);
+                CGaussianProcess g;
+                g.SetImages(&src, &dst);
+                ASSERT_EQ(g.Process(&sigma), kOk);
+                int scale = 0;
+                const auto expected = RefGaussian(Bytes(src), s[0], s[1], 4, sigma, scale);
+                EXPECT_EQ(g.GetScale(), scale);
+                ASSERT_EQ(dst.GetWidth(), uint32_t(s[0]));
+                ASSERT_EQ(dst.GetHeight(), uint32_t(s[1]));
+                ASSERT_EQ(Bytes(dst), expected) << s[0] << "x" << s[1] << " sigma " << sigma << " threads " << threads;
+
+                COLChannel csrc, cdst;
+                vmtest::FillNoise(csrc, s[0], s[1], seed++);
+                g.SetChannels(&csrc, &cdst);
+                ASSERT_EQ(g.ProcessChannel(&sigma), kOk);
+                ASSERT_EQ(Bytes(cdst), RefGaussian(Bytes(csrc), s[0], s[1], 1, sigma, scale))
+                    << s[0] << "x" << s[1] << " sigma " << sigma << " plane";
+            }
+    }
+}
+
+TEST(Gaussian, LargerPictureWithEverySplitOfRows)
+{
+    // Wide enough for the specialised interior loops and tall enough to split into many bands.
+    COLImage src;
+    vmtest::FillNoise(src, 203, 157, 77);
+    for (double sigma : {1.0, 2.0, 2.5}) {
+        int scale = 0;
+        const auto expected = RefGaussian(Bytes(src), 203, 157, 4, sigma, scale);
+        for (unsigned threads : {1u, 2u, 5u, 16u}) {
+            ThreadCount tc(threads);
+            SimdCap cap(int(threads % 3));
+            COLImage dst;
+            CGaussianProcess g;
+            g.SetImages(&src, &dst);
+            ASSERT_EQ(g.Process(&sigma), kOk);
+            ASSERT_EQ(Bytes(dst), expected) << sigma << " " << threads;
+        }
+    }
+}
+
+TEST(Gaussian, EveryTapCountAgainstThePlainComputation)
+{
+    // One sigma per kernel length, 1 to 16 taps a side, on a plane wider and taller than any kernel.
+    COLChannel src;
+    vmtest::FillNoise(src, 71, 45, 5);
+    for (int level : SimdLevels()) {
+    SimdCap cap(level);
+    std::set<int> seen;
+    for (double sigma = 0.01; sigma < 60 && seen.size() < 16; sigma *= 1.05) {
+        const GaussianKernel k = GaussianKernel::Make(sigma);
+        if (!seen.insert(k.taps).second) continue;
+        COLChannel dst;
+        vmfilter::GaussianBlurBuffer(src.GetBuffer(), dst.Create(71, 45) == kOk ? dst.GetBuffer() : nullptr, 71, 45, 1, k);
+        RefKernel rk;
+        rk.n = k.taps;
+        for (int i = 0; i < k.taps; ++i) rk.w.push_back(k.weight[i]);
+        ASSERT_EQ(Bytes(dst), RefBlur(Bytes(src), 71, 45, 1, rk)) << "taps " << k.taps << " level " << level;
+        // The same kernel on four-byte pixels.
+        COLImage img, out;
+        vmtest::FillNoise(img, 53, 37, uint32_t(k.taps));
+        out.Create(53, 37);
+        vmfilter::GaussianBlurBuffer(reinterpret_cast<const uint8_t*>(img.GetBuffer()),
+                                     reinterpret_cast<uint8_t*>(out.GetBuffer()), 53, 37, 4, k);
+        ASSERT_EQ(Bytes(out), RefBlur(Bytes(img), 53, 37, 4, rk)) << "taps " << k.taps << " level " << level;
+    }
+    EXPECT_EQ(seen.size(), 16u);
+    }
+}
+
+TEST(Gaussian, TinySigmaCopiesAndTheSmallestBlurStillRuns)
+{
+    COLImage src, dst;
+    vmtest::FillNoise(src, 9, 7, 3);
+    CGaussianProcess g;
+    g.SetImages(&src, &dst);
+    ProgressLog log;
+    g.SetProgressCallback({&ProgressLog::Record, &log});
+    g.SetProgressRange(0, 100);
+    double sigma = 0.009;
+    ASSERT_EQ(g.Process(&sigma), kOk);
+    EXPECT_TRUE(vmtest::SamePixels(src, dst));
+    EXPECT_TRUE(log.values.empty());   // a copy, no blur
+    sigma = 0.01;
+    ASSERT_EQ(g.Process(&sigma), kOk);
+    EXPECT_TRUE(vmtest::SamePixels(src, dst));   // a one-tap kernel leaves every byte
+    ASSERT_FALSE(log.values.empty());
+    EXPECT_EQ(log.values.front(), 0);
+    EXPECT_EQ(log.values.back(), 100);
+}
+
+TEST(Gaussian, ThreeByThreeWithSigmaSixIsTheBlockMean)
+{
+    COLImage src, dst;
+    vmtest::FillNoise(src, 3, 3, 11);
+    int sum[4] = {};
+    for (int i = 0; i < 9; ++i)
+        for (int c = 0; c < 4; ++c) sum[c] += reinterpret_cast<const uint8_t*>(src.GetBuffer() + i)[c];
+    CGaussianProcess g;
+    g.SetImages(&src, &dst);
+    const double sigma = 6.0;
+    ASSERT_EQ(g.Process(&sigma), kOk);
+    EXPECT_EQ(g.GetScale(), 3);
+    for (int i = 0; i < 9; ++i)
+        for (int c = 0; c < 4; ++c) EXPECT_EQ(reinterpret_cast<const uint8_t*>(dst.GetBuffer() + i)[c], sum[c] / 9);
+}
+
+TEST(Gaussian, FlatPictureStaysFlatAndAlphaIsBlurredToo)
+{
+    COLImage src, dst;
+    src.Create(30, 20);
+    for (size_t i = 0; i < src.GetPixelCount(); ++i) src.GetBuffer()[i] = CPixel::Make(200, 100, 50, 255);
+    // A single transparent pixel spreads into alpha around it.
+    src.PutPixel(15, 10, CPixel::Make(200, 100, 50, 0));
+    CGaussianProcess g;
+    g.SetImages(&src, &dst);
+    const double sigma = 1.0;
+    ASSERT_EQ(g.Process(&sigma), kOk);
+    const CPixel far = dst.GetPixel2(2, 2), near = dst.GetPixel2(16, 10);
+    // Truncation can take a flat value down by one per pass, never up.
+    EXPECT_GE(far.red, 198);
+    EXPECT_LE(far.red, 200);
+    EXPECT_LT(near.alpha, far.alpha);
+    EXPECT_LT(dst.GetPixel2(15, 10).alpha, near.alpha);
+}
+
+TEST(Gaussian, SourceAndDestinationMayBeOnePicture)
+{
+    COLImage src, separate, inPlace;
+    vmtest::FillNoise(src, 37, 23, 4);
+    inPlace.DuplicateFrom(&src);
+    for (double sigma : {1.5, 4.0}) {
+        CGaussianProcess g;
+        g.SetImages(&src, &separate);
+        ASSERT_EQ(g.Process(&sigma), kOk);
+        inPlace.DuplicateFrom(&src);
+        g.SetImages(&inPlace, &inPlace);
+        ASSERT_EQ(g.Process(&sigma), kOk);
+        EXPECT_TRUE(vmtest::SamePixels(separate, inPlace)) << sigma;
+    }
+}
+
+TEST(Gaussian, BadInputFails)
+{
+    COLImage src, dst;
+    CGaussianProcess g;
+    double sigma = 1.0;
+    EXPECT_EQ(g.Process(&sigma), kFail);   // nothing set
+    g.SetImages(&src, &dst);
+    EXPECT_EQ(g.Process(&sigma), kFail);   // source without pixels
+    vmtest::FillNoise(src, 4, 4, 1);
+    EXPECT_EQ(g.Process(nullptr), kFail);
+    sigma = std::nan("");
+    EXPECT_EQ(g.Process(&sigma), kFail);
+    sigma = INFINITY;
+    EXPECT_EQ(g.Process(&sigma), kFail);
+    sigma = 1.0;
+    EXPECT_EQ(g.ProcessChannel(&sigma), kFail);   // no planes set
+    EXPECT_EQ(g.Process(&sigma), kOk);
+}

@@ -1,0 +1,480 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "matting/parallel_for.h"
+#include "matting/resample.h"
+#include "matting/simd_level.h"
+#include "support/test_support.h"
+
+namespace {
+
+uint8_t Byte(const COLImage& img, uint32_t x, uint32_t y, int c)
+{
+    return reinterpret_cast<const uint8_t*>(img.GetBuffer(x, y))[c];
+}
+
+struct ThreadCount {
+    explicit ThreadCount(unsigned n) { vmpar::SetWorkerCount(n); }
+    ~ThreadCount() { vmpar::SetWorkerCount(0); }
+};
+
+struct SimdCap {
+    explicit SimdCap(int level) { vmsimd::LimitLevel(level); }
+    ~SimdCap() { vmsimd::LimitLevel(-1); }
+};
+
+// Plain renderings, one destination pixel at a time, straight from the arithmetic the functions promise.
+
+// Box mean: a source index touches cells r*d/s .. (r*d+d)/s - 1, at least one.
+bool Touches(int r, int s, int d, int cell)
+{
+    int first = r * d / s, end = (r * d + d) / s;
+    if (end <= first) end = first + 1;
+    return cell >= first && cell < end;
+}
+
+template <int Bpp>
+std::vector<uint8_t> RefBox(const uint8_t* src, int stride, int sx, int sy, int sw, int sh, int dw, int dh)
+{
+    std::vector<uint8_t> out(size_t(dw) * dh * Bpp);
+    for (int j = 0; j < dh; ++j)
+        for (int i = 0; i < dw; ++i) {
+            long sum[Bpp] = {}, n = 0;
+            for (int y = 0; y < sh; ++y)
+                for (int x = 0; x < sw; ++x)
+                    if (Touches(y, sh, dh, j) && Touches(x, sw, dw, i)) {
+                        for (int c = 0; c < Bpp; ++c) sum[c] += src[(sy + y) * stride + (sx + x) * Bpp + c];
+                        ++n;
+                    }
+            for (int c = 0; c < Bpp; ++c) out[(size_t(j) * dw + i) * Bpp + c] = uint8_t(sum[c] / n);
+        }
+    return out;
+}
+
+std::vector<uint8_t> RefResampleImage(const COLImage& src, int sx, int sy, int sw, int sh, int dw, int dh)
+{
+    const uint8_t* s = reinterpret_cast<const uint8_t*>(src.GetBuffer());
+    const int stride = int(src.GetWidth()) * 4;
+    if (dw == 1 || dh == 1 || sw == 1 || sh == 1) return RefBox<4>(s, stride, sx, sy, sw, sh, dw, dh);
+    std::vector<uint8_t> out(size_t(dw) * dh * 4);
+    for (int j = 0; j < dh; ++j)
+        for (int i = 0; i < dw; ++i) {
+            long px = long(i) * (sw - 1) / (dw - 1), fx = (long(i) * (sw - 1) * 256 / (dw - 1)) & 255;
+            if (px == sw - 1) {
+                px = sw - 2;
+                fx = 0;
+            }
+            const long py = long(j) * (sh - 1) / (dh - 1), fy = (long(j) * (sh - 1) * 256 / (dh - 1)) & 255;
+            const bool lastRow = py == sh - 1;
+            for (int c = 0; c < 4; ++c) {
+                auto at = [&](long x, long y) { return long(s[(sy + y) * stride + (sx + x) * 4 + c]); };
+                const long top = 2 * (((at(px, py) * (255 - fx)) >> 9) + ((at(px + 1, py) * fx) >> 9));
+                long v;
+                if (lastRow) {
+                    v = 2 * ((top * (255 - fy)) >> 9);
+                } else {
+                    const long bottom = 2 * (((at(px, py + 1) * (255 - fx)) >> 9) + ((at(px + 1, py + 1) * fx) >> 9));
+                    v = 2 * (((top * (255 - fy)) >> 9) + ((bottom * fy) >> 9));
+                }
+                v = std::min(v, 255L);
+                if (c != 3) v = std::min(v + 2, 255L);
+                out[(size_t(j) * dw + i) * 4 + c] = uint8_t(v);
+            }
+        }
+    return out;
+}
+
+std::vector<uint8_t> RefResampleChannel(const COLChannel& src, int sx, int sy, int sw, int sh, int dw, int dh)
+{
+    const uint8_t* s = src.GetBuffer();
+    const int stride = int(src.GetWidth());
+    if (dw == 1 || dh == 1) return RefBox<1>(s, stride, sx, sy, sw, sh, dw, dh);
+    std::vector<uint8_t> out(size_t(dw) * dh);
+    for (int j = 0; j < dh; ++j)
+        for (int i = 0; i < dw; ++i) {
+            const long px = long(i) * (sw - 1) / (dw - 1), f = (long(i) * (sw - 1) * 256 / (dw - 1)) & 255;
+            const long py = long(j) * (sh - 1) / (dh - 1), fy = (long(j) * (sh - 1) * 256 / (dh - 1)) & 255;
+            auto at = [&](long x, long y) {
+                // Beyond the rectangle's right edge the weight is 0; read inside so nothing leaves the picture.
+                return long(s[(sy + y) * stride + sx + std::min(x, long(sw - 1))]);
+            };
+            long v = (((at(px, py) * (255 - f) + at(px + 1, py) * f) * (255 - fy)) >> 16);
+            if (py != sh - 1) v += (((at(px, py + 1) * (255 - f) + at(px + 1, py + 1) * f) * fy) >> 16);
+            out[size_t(j) * dw + i] = uint8_t(v);
+        }
+    return out;
+}
+
+// Area shrink: cell i of an axis ends at float(i + 1) * float(s / d), the last at s. A source index that ends
+// beyond its cell's end gives t = trunc((end - boundary) * 1024) to the next cell and 1024 - t to its own.
+struct RefAreaWeights {
+    std::vector<std::vector<int>> w;   // w[cell][index]
+};
+
+RefAreaWeights RefAreaAxis(int s, int d)
+{
+    const float ratio = float(s) / float(d);
+    std::vector<float> end(d);
+    for (int i = 0; i < d; ++i) end[i] = i == d - 1 ? float(s) : float(i + 1) * ratio;
+    RefAreaWeights r;
+    r.w.assign(d, std::vector<int>(s, 0));
+    for (int x = 0; x < s; ++x) {
+        int c = 0;
+        while (c < d - 1 && end[c] <= float(x)) ++c;
+        int t = 0;
+        if (float(x + 1) > end[c] && c < d - 1) t = int((float(x + 1) - end[c]) * 1024.0f);
+        r.w[c][x] += 1024 - t;
+        if (t) r.w[c + 1][x] += t;
+    }
+    return r;
+}
+
+template <int Bpp>
+std::vector<uint8_t> RefShrink(const uint8_t* src, int stride, int sx, int sy, int sw, int sh, int dw, int dh)
+{
+    const RefAreaWeights wx = RefAreaAxis(sw, dw), wy = RefAreaAxis(sh, dh);
+    const float rx = float(sw) / float(dw), ry = float(sh) / float(dh);
+    const uint64_t divisor = uint64_t(rx * ry * 1024.0f);
+    std::vector<uint8_t> out(size_t(dw) * dh * Bpp);
+    for (int j = 0; j < dh; ++j)
+        for (int i = 0; i < dw; ++i)
+            for (int c = 0; c < Bpp; ++c) {
+                uint64_t acc = 0;
+                for (int y = 0; y < sh; ++y) {
+                    if (!wy.w[j][y]) continue;
+                    uint64_t row = 0;
+                    for (int x = 0; x < sw; ++x) row += uint64_t(src[(sy + y) * stride + (sx + x) * Bpp + c]) * wx.w[i][x];
+                    acc += (row * wy.w[j][y]) >> 10;
+                }
+                out[(size_t(j) * dw + i) * Bpp + c] = uint8_t(std::min<uint64_t>(acc / divisor, 255));
+            }
+    return out;
+}
+
+std::vector<uint8_t> Bytes(const COLImage& img)
+{
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(img.GetBuffer());
+    return std::vector<uint8_t>(p, p + img.GetPixelCount() * 4);
+}
+
+std::vector<uint8_t> Bytes(const COLChannel& ch)
+{
+    return std::vector<uint8_t>(ch.GetBuffer(), ch.GetBuffer() + ch.GetAreaByteSize());
+}
+
+COLImage Gray(std::initializer_list<std::initializer_list<int>> rows)
+{
+    COLImage img;
+    img.Create(uint32_t(rows.begin()->size()), uint32_t(rows.size()));
+    uint32_t y = 0;
+    for (auto& row : rows) {
+        uint32_t x = 0;
+        for (int v : row) img.PutPixel(x++, y, CPixel::Make(uint8_t(v), uint8_t(v), uint8_t(v), uint8_t(v)));
+        ++y;
+    }
+    return img;
+}
+
+} // namespace
+
+TEST(ResampleImage, HandComputedEnlargement)
+{
+    // Columns: 0 -> pos 0; 1 -> pos 0 with f 128; 2 -> pos 1 is the last column, pulled in to 0 with f 0.
+    // Rows: 0 -> 0; 1 -> 0 with fy 128; 2 -> the last source row on its own.
+    COLImage src = Gray({{100, 200}, {50, 250}}), dst;
+    ASSERT_EQ(ResampleImage(&src, &dst, 3, 3), 1);
+    const int colour[3][3] = {{98, 148, 98}, {74, 148, 74}, {48, 148, 48}};
+    const int alpha[3][3] = {{96, 146, 96}, {72, 146, 72}, {46, 146, 46}};
+    for (uint32_t y = 0; y < 3; ++y)
+        for (uint32_t x = 0; x < 3; ++x) {
+            EXPECT_EQ(Byte(dst, x, y, 0), colour[y][x]) << x << "," << y;
+            EXPECT_EQ(Byte(dst, x, y, 2), colour[y][x]) << x << "," << y;
+            EXPECT_EQ(Byte(dst, x, y, 3), alpha[y][x]) << x << "," << y;
+        }
+}
+
+TEST(ResampleImage, WhiteComesOutNearWhiteAndFullAlphaNear252)
+{
+    COLImage src, dst;
+    src.Create(7, 5);
+    for (size_t i = 0; i < src.GetPixelCount(); ++i) src.GetBuffer()[i] = CPixel::FromWord(0xFFFFFFFF);
+    for (auto [w, h] : {std::pair{19, 11}, std::pair{3, 2}}) {
+        ASSERT_EQ(ResampleImage(&src, &dst, w, h), 1);
+        for (size_t i = 0; i < dst.GetPixelCount(); ++i) {
+            const CPixel p = dst.GetBuffer()[i];
+            ASSERT_GE(p.red, 252);
+            ASSERT_LE(p.alpha, 252);
+            ASSERT_GE(p.alpha, 248);
+        }
+    }
+}
+
+TEST(ResampleImage, TheSaturationStepsCanNeverTrigger)
+{
+    // The bilinear pass leaves out the saturation at 255 because it cannot happen: check over every input.
+    int topMax = 0;
+    for (int f = 0; f < 256; ++f)
+        for (int a = 0; a < 256; ++a)
+            for (int b = 0; b < 256; ++b)
+                topMax = std::max(topMax, 2 * (((a * (255 - f)) >> 9) + ((b * f) >> 9)));
+    EXPECT_EQ(topMax, 254);
+    int vMax = 0;
+    for (int fy = 0; fy < 256; ++fy)
+        for (int t = 0; t <= topMax; ++t)
+            for (int b = 0; b <= topMax; ++b) vMax = std::max(vMax, 2 * (((t * (255 - fy)) >> 9) + ((b * fy) >> 9)));
+    EXPECT_LE(vMax + 2, 255);
+}
+
+TEST(ResampleImage, ZeroSideGivesOneWhitePixelWhateverTheSource)
+{
+    COLImage src, dst;
+    vmtest::FillNoise(src, 5, 5, 1);
+    ASSERT_EQ(ResampleImage(&src, &dst, 4, 0), 1);
+    ASSERT_EQ(dst.GetWidth(), 1u);
+    ASSERT_EQ(dst.GetHeight(), 1u);
+    EXPECT_EQ(dst.GetPixel(0, 0), 0xFFFFFFFFu);
+    COLImage none;
+    EXPECT_EQ(ResampleImage(nullptr, &dst, 0, 3), 1);
+    EXPECT_EQ(ResampleImage(&none, &dst, 0, 0), 1);
+    EXPECT_EQ(dst.GetPixel(0, 0), 0xFFFFFFFFu);
+}
+
+TEST(ResampleImage, BoxMeanWhenASideIsOne)
+{
+    // 5 -> 2: sources 0, 1, 2 land in cell 0 and 3, 4 in cell 1. 2 -> 5: source 0 covers cells 0-1, 1 covers 2-4.
+    COLImage row = Gray({{10, 20, 31, 100, 201}}), dst;
+    ASSERT_EQ(ResampleImage(&row, &dst, 2, 1), 1);
+    EXPECT_EQ(Byte(dst, 0, 0, 1), (10 + 20 + 31) / 3);
+    EXPECT_EQ(Byte(dst, 1, 0, 1), (100 + 201) / 2);
+    COLImage two = Gray({{10, 200}});
+    ASSERT_EQ(ResampleImage(&two, &dst, 5, 1), 1);
+    const int expect[5] = {10, 10, 200, 200, 200};
+    for (int x = 0; x < 5; ++x) EXPECT_EQ(Byte(dst, x, 0, 3), expect[x]) << x;
+    // A single pixel fills any size exactly (alpha included: the box mean has no compensation).
+    COLImage one = Gray({{77}});
+    ASSERT_EQ(ResampleImage(&one, &dst, 4, 3), 1);
+    for (size_t i = 0; i < dst.GetPixelCount(); ++i) ASSERT_EQ(dst.GetBuffer()[i].Word(), 0x4D4D4D4Du);
+}
+
+TEST(ResampleImage, MatchesThePlainComputation)
+{
+    const int cases[][8] = {
+        // src w, h, rect x, y, w, h, dst w, h
+        {9, 7, 0, 0, -1, -1, 20, 15},   {9, 7, 0, 0, -1, -1, 4, 3},   {40, 30, 0, 0, -1, -1, 13, 29},
+        {40, 30, 5, 3, 20, 11, 33, 7},  {40, 30, 5, 3, -1, -1, 9, 40}, {2, 2, 0, 0, -1, -1, 2, 2},
+        {31, 17, 0, 0, -1, -1, 1, 9},   {31, 17, 3, 4, 1, 10, 6, 5},  {31, 17, 0, 16, -1, 1, 7, 3},
+        {64, 48, 0, 0, -1, -1, 32, 24}, {50, 50, 10, 10, 30, 30, 100, 90},
+    };
+    uint32_t seed = 100;
+    for (unsigned threads : {1u, 3u}) {
+        ThreadCount tc(threads);
+        for (int level = vmsimd::kPlain; level <= vmsimd::CurrentLevel(); ++level) {
+        SimdCap cap(level);
+        for (auto& c : cases) {
+            COLImage src, dst;
+            vmtest::FillNoise(src, c[0], c[1], seed++);
+            ASSERT_EQ(ResampleImage(&src, &dst, c[6], c[7], c[2], c[3], c[4], c[5]), 1);
+            const int sw = c[4] == -1 ? c[0] - c[2] : c[4], sh = c[5] == -1 ? c[1] - c[3] : c[5];
+            ASSERT_EQ(Bytes(dst), RefResampleImage(src, c[2], c[3], sw, sh, c[6], c[7]))
+                << c[0] << "x" << c[1] << " -> " << c[6] << "x" << c[7] << " threads " << threads << " level " << level;
+        }
+        }
+    }
+}
+
+TEST(ResampleImage, RejectsWhatCannotBeDone)
+{
+    COLImage src, dst, none;
+    vmtest::FillNoise(src, 10, 10, 2);
+    EXPECT_EQ(ResampleImage(&none, &dst, 5, 5), 0);
+    EXPECT_EQ(ResampleImage(nullptr, &dst, 5, 5), 0);
+    EXPECT_EQ(ResampleImage(&src, nullptr, 5, 5), 0);
+    EXPECT_EQ(ResampleImage(&src, &dst, -3, 5), 0);
+    EXPECT_EQ(ResampleImage(&src, &dst, 5, 5, 8, 0, 5, 5), 0);   // rectangle beyond the right edge
+    EXPECT_EQ(ResampleImage(&src, &dst, 5, 5, -1, 0, 5, 5), 0);
+    EXPECT_EQ(ResampleImage(&src, &dst, 5, 5, 0, 10, -1, -1), 0);
+    EXPECT_EQ(ResampleImage(&src, &dst, int(kMaxImageSide) + 1, 5), 0);
+    EXPECT_TRUE(dst.IsEmpty());   // nothing was made along the way
+}
+
+TEST(ResampleImage, SourceMayBeTheDestination)
+{
+    COLImage a, b;
+    vmtest::FillNoise(a, 23, 19, 5);
+    ASSERT_EQ(ResampleImage(&a, &b, 40, 12), 1);
+    ASSERT_EQ(ResampleImage(&a, &a, 40, 12), 1);
+    EXPECT_TRUE(vmtest::SamePixels(a, b));
+}
+
+TEST(ResampleChannel, HandComputedAndMatchesThePlainComputation)
+{
+    // A plane of 255 comes out at 253 where a row is hit exactly ((255 * 255) * 255) >> 16, and 252 or 253
+    // between rows, where two truncated terms add up.
+    COLChannel flat, dst;
+    flat.Create(4, 4);
+    std::memset(flat.GetBuffer(), 255, 16);
+    ASSERT_EQ(ResampleChannel(&flat, &dst, 7, 9), 1);
+    for (uint32_t i = 0; i < dst.GetAreaByteSize(); ++i) {
+        ASSERT_GE(dst.GetBuffer()[i], 252);
+        ASSERT_LE(dst.GetBuffer()[i], 253);
+    }
+    EXPECT_EQ(dst.GetValue(0, 0), 253);
+    EXPECT_EQ(dst.GetValue(6, 8), 253);
+
+    // No pull-in on a plane: the last column is the source's last column.
+    COLChannel two;
+    two.Create(2, 2);
+    const uint8_t v[4] = {100, 200, 50, 250};
+    std::memcpy(two.GetBuffer(), v, 4);
+    ASSERT_EQ(ResampleChannel(&two, &dst, 3, 3), 1);
+    EXPECT_EQ(dst.GetValue(2, 0), (200 * 255 * 255) >> 16);
+    EXPECT_EQ(dst.GetValue(2, 2), (250 * 255 * 255) >> 16);
+    EXPECT_EQ(dst.GetValue(1, 1), ((((100 * 127 + 200 * 128) * 127) >> 16) + (((50 * 127 + 250 * 128) * 128) >> 16)));
+
+    const int cases[][8] = {
+        {9, 7, 0, 0, -1, -1, 20, 15}, {40, 30, 0, 0, -1, -1, 13, 29}, {40, 30, 5, 3, 20, 11, 33, 7},
+        {31, 17, 0, 0, -1, -1, 1, 9}, {31, 17, 3, 4, 1, 10, 6, 5},    {64, 48, 0, 0, -1, -1, 32, 24},
+    };
+    uint32_t seed = 7;
+    for (unsigned threads : {1u, 4u}) {
+        ThreadCount tc(threads);
+        for (auto& c : cases) {
+            COLChannel src;
+            vmtest::FillNoise(src, c[0], c[1], seed++);
+            ASSERT_EQ(ResampleChannel(&src, &dst, c[6], c[7], c[2], c[3], c[4], c[5]), 1);
+            const int sw = c[4] == -1 ? c[0] - c[2] : c[4], sh = c[5] == -1 ? c[1] - c[3] : c[5];
+            ASSERT_EQ(Bytes(dst), RefResampleChannel(src, c[2], c[3], sw, sh, c[6], c[7]))
+                << c[0] << "x" << c[1] << " -> " << c[6] << "x" << c[7];
+        }
+    }
+    EXPECT_EQ(ResampleChannel(&two, &dst, 0, 5), 1);
+    EXPECT_EQ(dst.GetAreaByteSize(), 1u);
+    EXPECT_EQ(dst.GetValue(0, 0), 255);
+}
+
+TEST(ShrinkArea, HandComputedWeights)
+{
+    // 3 -> 2: the cell boundary is at 1.5, so pixel 1 splits 512 / 512; the divisor is trunc(1.5 * 1024) = 1536.
+    COLImage row = Gray({{90, 30, 240}}), dst;
+    ASSERT_EQ(ShrinkImageArea(&row, &dst, 2, 1), 1);
+    EXPECT_EQ(Byte(dst, 0, 0, 0), (90 * 1024 + 30 * 512) / 1536);
+    EXPECT_EQ(Byte(dst, 1, 0, 0), (30 * 512 + 240 * 1024) / 1536);
+    // A whole factor is the plain block mean.
+    COLImage block = Gray({{1, 2, 3, 4}, {5, 6, 7, 8}, {9, 10, 11, 12}, {13, 14, 15, 16}});
+    ASSERT_EQ(ShrinkImageArea(&block, &dst, 2, 2), 1);
+    EXPECT_EQ(Byte(dst, 0, 0, 1), (1 + 2 + 5 + 6) / 4);
+    EXPECT_EQ(Byte(dst, 1, 1, 3), (11 + 12 + 15 + 16) / 4);
+    // Rows split the same way: 3 rows -> 2, the middle row halves between them.
+    COLChannel col, out;
+    col.Create(1, 3);
+    const uint8_t v[3] = {200, 100, 0};
+    std::memcpy(col.GetBuffer(), v, 3);
+    ASSERT_EQ(ShrinkChannelArea(&col, &out, 1, 2), 1);
+    EXPECT_EQ(out.GetValue(0, 0), ((200 * 1024) + ((100 * 1024 * 512) >> 10)) / 1536);
+    EXPECT_EQ(out.GetValue(0, 1), ((100 * 1024 * 512) >> 10) / 1536);
+}
+
+TEST(ShrinkArea, MatchesThePlainComputation)
+{
+    const int cases[][8] = {
+        {40, 30, 0, 0, -1, -1, 13, 7}, {40, 30, 0, 0, -1, -1, 40, 30}, {40, 30, 3, 2, 30, 21, 7, 9},
+        {97, 61, 0, 0, -1, -1, 23, 19}, {64, 64, 0, 0, -1, -1, 16, 16}, {33, 45, 0, 0, -1, -1, 1, 1},
+        {33, 45, 0, 0, -1, -1, 32, 44}, {120, 90, 0, 0, -1, -1, 37, 11},
+    };
+    uint32_t seed = 40;
+    for (unsigned threads : {1u, 3u}) {
+        ThreadCount tc(threads);
+        for (auto& c : cases) {
+            COLImage src, dst;
+            vmtest::FillNoise(src, c[0], c[1], seed);
+            COLChannel csrc, cdst;
+            vmtest::FillNoise(csrc, c[0], c[1], seed++);
+            const int sw = c[4] == -1 ? c[0] - c[2] : c[4], sh = c[5] == -1 ? c[1] - c[3] : c[5];
+            ASSERT_EQ(ShrinkImageArea(&src, &dst, c[6], c[7], c[2], c[3], c[4], c[5]), 1);
+            ASSERT_EQ(Bytes(dst), RefShrink<4>(reinterpret_cast<const uint8_t*>(src.GetBuffer()), c[0] * 4, c[2], c[3],
+                                               sw, sh, c[6], c[7]))
+                << c[0] << "x" << c[1] << " -> " << c[6] << "x" << c[7] << " threads " << threads;
+            ASSERT_EQ(ShrinkChannelArea(&csrc, &cdst, c[6], c[7], c[2], c[3], c[4], c[5]), 1);
+            ASSERT_EQ(Bytes(cdst), RefShrink<1>(csrc.GetBuffer(), c[0], c[2], c[3], sw, sh, c[6], c[7]))
+                << c[0] << "x" << c[1] << " -> " << c[6] << "x" << c[7] << " plane";
+        }
+    }
+}
+
+TEST(ShrinkArea, FlatPictureStaysFlatAndEnlargingFallsBackToBilinear)
+{
+    COLChannel flat, dst;
+    flat.Create(101, 77);
+    std::memset(flat.GetBuffer(), 180, flat.GetAreaByteSize());
+    ASSERT_EQ(ShrinkChannelArea(&flat, &dst, 30, 29), 1);
+    for (uint32_t i = 0; i < dst.GetAreaByteSize(); ++i) {
+        ASSERT_GE(dst.GetBuffer()[i], 179);
+        ASSERT_LE(dst.GetBuffer()[i], 181);
+    }
+    COLImage src, a, b;
+    vmtest::FillNoise(src, 10, 10, 9);
+    ASSERT_EQ(ShrinkImageArea(&src, &a, 20, 5), 1);
+    ASSERT_EQ(ResampleImage(&src, &b, 20, 5), 1);
+    EXPECT_TRUE(vmtest::SamePixels(a, b));
+    EXPECT_EQ(ShrinkImageArea(&src, &a, 0, 5), 0);
+}
+
+TEST(SampleImageTwoPoint, FollowsTheFootprintEnds)
+{
+    // 4 -> 3 columns: footprints [0, 1.33), [1.33, 2.67), [2.67, 4); the right sample's weight is the fraction at
+    // the right end, and the last column's right end lies beyond the source, so it is the last column alone.
+    COLImage row = Gray({{0, 90, 180, 240}}), dst;
+    ASSERT_EQ(SampleImageTwoPoint(&row, &dst, 3, 1), 1);
+    const double rx = 4.0 / 3;
+    const int w1a = int((rx - 1) * 256), w1b = int((2 * rx - 2) * 256);
+    EXPECT_EQ(Byte(dst, 0, 0, 0), (0 * (256 - w1a) + 90 * w1a) >> 8);
+    EXPECT_EQ(Byte(dst, 1, 0, 0), (90 * (256 - w1b) + 180 * w1b) >> 8);
+    EXPECT_EQ(Byte(dst, 2, 0, 0), 180);   // x0 = 2 with weight 256, x1 clamped with weight 0
+
+    // Rows: the top sample weighs what is left of the first row, trunc((1 - (p0 - y0)) * 256).
+    COLImage col = Gray({{0}, {100}, {200}}), out;
+    ASSERT_EQ(SampleImageTwoPoint(&col, &out, 1, 2), 1);
+    // Row 0: p0 = 0, y0 = 0, y1 = 1, w0 = 256: the top sample alone.
+    EXPECT_EQ(Byte(out, 0, 0, 0), 0);
+    // Row 1: p0 = 1.5, y0 = 1, y1 = 3 -> last row 2, w0 = 128.
+    EXPECT_EQ(Byte(out, 0, 1, 0), (200 * 128 + 100 * 128) >> 8);
+
+    // A whole factor picks the first pixel of each block.
+    COLImage src;
+    vmtest::FillNoise(src, 8, 6, 3);
+    ASSERT_EQ(SampleImageTwoPoint(&src, &dst, 4, 3), 1);
+    for (uint32_t y = 0; y < 3; ++y)
+        for (uint32_t x = 0; x < 4; ++x) ASSERT_EQ(dst.GetPixel(x, y), src.GetPixel(2 * x, 2 * y));
+    // A rectangle is honoured.
+    ASSERT_EQ(SampleImageTwoPoint(&src, &dst, 2, 2, 4, 2, 4, 4), 1);
+    EXPECT_EQ(dst.GetPixel(1, 1), src.GetPixel(6, 4));
+
+    // Every pixel of odd ratios, rectangle included, against the formula taken one pixel at a time.
+    const int cases[][8] = {{29, 23, 0, 0, 29, 23, 7, 3}, {29, 23, 4, 5, 20, 17, 9, 8}, {12, 9, 1, 1, 10, 7, 25, 20}};
+    for (auto& c : cases) {
+        vmtest::FillNoise(src, c[0], c[1], 12);
+        ASSERT_EQ(SampleImageTwoPoint(&src, &dst, c[6], c[7], c[2], c[3], c[4], c[5]), 1);
+        const double rx = double(c[4]) / c[6], ry = double(c[5]) / c[7];
+        for (int j = 0; j < c[7]; ++j)
+            for (int i = 0; i < c[6]; ++i) {
+                const double px0 = i * rx + c[2], px1 = (i + 1) * rx + c[2];
+                const double py0 = j * ry + c[3], py1 = (j + 1) * ry + c[3];
+                int x0 = int(px0), x1 = int(px1), w1 = int((px1 - x1) * 256);
+                if (x1 > c[2] + c[4] - 1) {
+                    x1 = c[2] + c[4] - 1;
+                    w1 = 0;
+                }
+                const int y0 = int(py0), y1 = std::min(int(py1), c[3] + c[5] - 1);
+                const int w0 = int((1 - (py0 - y0)) * 256);
+                for (int k = 0; k < 4; ++k) {
+                    const int t = (Byte(src, x0, y0, k) * (256 - w1) + Byte(src, x1, y0, k) * w1) >> 8;
+                    const int b = (Byte(src, x0, y1, k) * (256 - w1) + Byte(src, x1, y1, k) * w1) >> 8;
+                    ASSERT_EQ(Byte(dst, i, j, k), (b * (256 - w0) + t * w0) >> 8) << i << "," << j;
+                }
+            }
+    }
+}
