@@ -7,17 +7,15 @@
 // Files go to /dev/shm when it exists, so the disk does not blur the comparison; the codec's saves include its
 // write-to-temporary, fsync and rename. CPU times are of the whole process, helper threads included.
 #include <benchmark/benchmark.h>
-
-#include <png.h>
-#include <turbojpeg.h>
-#include <zlib.h>
-
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <png.h>
 #include <string>
+#include <turbojpeg.h>
 #include <vector>
+#include <zlib.h>
 
 #include "bench_support.h"
 #include "imaging/codec.h"
@@ -27,7 +25,8 @@ namespace {
 std::string Folder()
 {
     static const std::string folder = [] {
-        std::string base = std::filesystem::exists("/dev/shm") ? "/dev/shm" : std::filesystem::temp_directory_path().string();
+        std::string base =
+            std::filesystem::exists("/dev/shm") ? "/dev/shm" : std::filesystem::temp_directory_path().string();
         std::string f = base + "/vm-bench-codec";
         std::filesystem::create_directories(f);
         return f;
@@ -35,7 +34,10 @@ std::string Folder()
     return folder;
 }
 
-std::string PathOf(const char* name) { return Folder() + "/" + name; }
+std::string PathOf(const char* name)
+{
+    return Folder() + "/" + name;
+}
 
 // A 12-megapixel photo with a soft-edged foreground mask in alpha, as a matting result would have.
 const COLImage& Photo()
@@ -46,7 +48,8 @@ const COLImage& Photo()
         const double cx = photo.GetWidth() / 2.0, cy = photo.GetHeight() / 2.0;
         for (uint32_t y = 0; y < photo.GetHeight(); ++y)
             for (uint32_t x = 0; x < photo.GetWidth(); ++x) {
-                const double d = std::hypot((x - cx) / (0.35 * photo.GetWidth()), (y - cy) / (0.42 * photo.GetHeight()));
+                const double d =
+                    std::hypot((x - cx) / (0.35 * photo.GetWidth()), (y - cy) / (0.42 * photo.GetHeight()));
                 const double a = std::clamp((1.0 - d) * 40.0, 0.0, 1.0);
                 photo.GetBuffer(x, y)->alpha = uint8_t(std::lround(a * 255));
             }
@@ -98,7 +101,8 @@ bool LibpngWrite(const std::string& path, const COLImage& img, int level, int fi
     }
     png_write_info(png, info);
     png_set_bgr(png);
-    for (uint32_t y = 0; y < img.GetHeight(); ++y) rows[y] = reinterpret_cast<png_bytep>(img.GetBuffer(0, y));
+    for (uint32_t y = 0; y < img.GetHeight(); ++y)
+        rows[y] = reinterpret_cast<png_bytep>(img.GetBuffer(0, y));
     png_write_image(png, rows.data());
     png_write_end(png, info);
     png_destroy_write_struct(&png, &info);
@@ -176,7 +180,7 @@ void Baseline_Encode(benchmark::State& state)
             tjFree(jpeg);
             tjDestroy(tj);
         } else if (state.range(0) == 3) {
-            LibpngWrite(PathOf("base.png"), img, 1, PNG_FILTER_PAETH, Z_RLE);   // the codec's filter and strategy
+            LibpngWrite(PathOf("base.png"), img, 1, PNG_FILTER_PAETH, Z_RLE); // the codec's filter and strategy
         } else {
             LibpngWrite(PathOf("default.png"), img, -1, 0, 0);
         }
@@ -184,7 +188,13 @@ void Baseline_Encode(benchmark::State& state)
     const char* name = state.range(0) == 2 ? "base.jpg" : state.range(0) == 3 ? "base.png" : "default.png";
     state.counters["MB"] = double(std::filesystem::file_size(PathOf(name))) / 1e6;
 }
-BENCHMARK(Baseline_Encode)->Arg(2)->Arg(3)->Arg(4)->Unit(benchmark::kMillisecond)->MinTime(2.0)->MeasureProcessCPUTime();
+BENCHMARK(Baseline_Encode)
+    ->Arg(2)
+    ->Arg(3)
+    ->Arg(4)
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(2.0)
+    ->MeasureProcessCPUTime();
 
 void Codec_Save(benchmark::State& state)
 {
@@ -193,7 +203,8 @@ void Codec_Save(benchmark::State& state)
     const bool jpeg = state.range(0) == 2;
     const std::string path = PathOf(jpeg ? "ours.jpg" : "ours.png");
     for (auto _ : state) {
-        const int ok = jpeg ? codec.SaveJpegFile(path.c_str(), &img, 90, 72) : codec.SaveFileWithAlpha(path.c_str(), &img);
+        const int ok =
+            jpeg ? codec.SaveJpegFile(path.c_str(), &img, 90, 72) : codec.SaveFileWithAlpha(path.c_str(), &img);
         if (!ok) state.SkipWithError("save failed");
     }
     state.counters["MB"] = double(std::filesystem::file_size(path)) / 1e6;
@@ -204,7 +215,8 @@ BENCHMARK(Codec_Save)->Arg(2)->Arg(3)->Arg(4)->Unit(benchmark::kMillisecond)->Mi
 void PngCandidate(benchmark::State& state, int level, int filters, int strategy)
 {
     const COLImage& img = Photo();
-    for (auto _ : state) LibpngWrite(PathOf("candidate.png"), img, level, filters, strategy);
+    for (auto _ : state)
+        LibpngWrite(PathOf("candidate.png"), img, level, filters, strategy);
     state.counters["MB"] = double(std::filesystem::file_size(PathOf("candidate.png"))) / 1e6;
 }
 
@@ -226,6 +238,7 @@ int main(int argc, char** argv)
                                      [c](benchmark::State& st) { PngCandidate(st, c.level, c.filters, c.strategy); })
             ->Arg(4)
             ->Unit(benchmark::kMillisecond)
-            ->MinTime(2.0)->MeasureProcessCPUTime();
+            ->MinTime(2.0)
+            ->MeasureProcessCPUTime();
     return vmbench::RunWithRatios(argc, argv, "Baseline_");
 }

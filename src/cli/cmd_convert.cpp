@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "cli/cli.h"
+#include "cli/project_cli.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
 
@@ -12,7 +13,8 @@ std::string LowerExtension(const std::string& path)
     const size_t dot = path.find_last_of('.');
     if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return {};
     std::string ext = path.substr(dot + 1);
-    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : ext)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return ext;
 }
 
@@ -29,26 +31,39 @@ int RunConvert(const std::vector<std::string>& args)
 
     const std::string ext = LowerExtension(out);
     const bool jpeg = ext == "jpg" || ext == "jpeg" || ext == "jpe" || ext == "jfif";
-    if (!jpeg && ext != "png" && ext != "bmp" && ext != "dib" && ext != "tif" && ext != "tiff" && ext != "tga")
-        return cli::Fail("cannot write '" + ext + "' files; use .png, .jpg, .bmp, .tif or .tga");
+    if (!jpeg && ext != "png" && ext != "bmp" && ext != "dib" && ext != "tif" && ext != "tiff" && ext != "tga" &&
+        ext != "vmpd")
+        return cli::Fail("cannot write '" + ext + "' files; use .png, .jpg, .bmp, .tif, .tga or .vmpd");
 
     COLImageCodec codec;
     COLImage image;
-    if (!codec.LoadFile(in.c_str(), &image)) {
+    if (COLImageCodec::GetFileType(in.c_str()) == kFileProject) {
+        // A project goes out as its flattened picture.
+        std::string error;
+        if (!cli::LoadProjectComposite(in, image, error)) return cli::Fail(error);
+    } else if (!codec.LoadFile(in.c_str(), &image)) {
         const uint32_t type = COLImageCodec::GetFileType(in.c_str());
         if (type == kFileUnusable) return cli::Fail("cannot read " + in + ": missing, or not a picture");
         return cli::Fail("cannot read " + in + ": damaged or unsupported " + FileTypeName(type) + " file");
     }
+    const uint32_t width = image.GetWidth(), height = image.GetHeight();
     int ok;
-    if (ext == "png") ok = codec.SaveFileWithAlpha(out.c_str(), &image);   // PNG keeps the alpha
-    else if (jpeg) ok = codec.SaveJpegFile(out.c_str(), &image, int(quality), 72);
-    else ok = codec.SaveFile(out.c_str(), &image);
+    if (ext == "vmpd")
+        ok = cli::SavePictureAsProject(out, image); // one layer, the picture as it is
+    else if (ext == "png")
+        ok = codec.SaveFileWithAlpha(out.c_str(), &image); // PNG keeps the alpha
+    else if (jpeg)
+        ok = codec.SaveJpegFile(out.c_str(), &image, int(quality), 72);
+    else
+        ok = codec.SaveFile(out.c_str(), &image);
     if (!ok) return cli::Fail("cannot write " + out + " (folder missing, no permission or disk full)");
-    std::printf("%s -> %s, %u x %u\n", in.c_str(), out.c_str(), image.GetWidth(), image.GetHeight());
+    std::printf("%s -> %s, %u x %u\n", in.c_str(), out.c_str(), width, height);
     return cli::kExitOk;
 }
 
 cli::CliRegistrar reg("convert", "convert IN OUT [--quality Q]",
-                      "convert a picture; the writer follows OUT's extension (.png keeps alpha)", RunConvert);
+                      "convert a picture or project; OUT's extension picks the writer (.png keeps alpha, .vmpd "
+                      "makes a one-layer project)",
+                      RunConvert);
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "cli/cli.h"
+#include "cli/project_cli.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
 
@@ -37,10 +38,7 @@ int RunInfo(const std::vector<std::string>& args)
 
     const uint32_t type = COLImageCodec::GetFileType(path.c_str());
     if (type == kFileUnusable) return cli::Fail(path + ": not a picture this program reads (type 10)");
-    if (type == kFileProject) {
-        std::printf("%s: %s (type %u)\n", path.c_str(), FileTypeName(type), type);
-        return cli::kExitOk;
-    }
+    if (type == kFileProject) return cli::PrintProjectInfo(path);
     if (type == kFilePsd) {
         uint32_t w = 0, h = 0;
         if (!PsdSize(path, w, h)) return cli::Fail(path + ": damaged PSD header");

@@ -4,6 +4,9 @@
 #include <vector>
 
 #include "cli/cli.h"
+#include "cli/project_cli.h"
+#include "commands/history_log.h"
+#include "commands/project_stream.h"
 #include "commands/command.h"
 #include "commands/history_sink.h"
 #include "document/compose_document.h"
@@ -58,27 +61,22 @@ private:
     std::string m_why;
 };
 
-// Records steps for --verbose; there is no undo log to move in.
-class CliHistory final : public IHistorySink {
+// The editor's own undo log on disk, so that history commands work in a script and a project keeps its steps.
+class CliHistory final : public CComposeHistory {
 public:
     explicit CliHistory(bool verbose) : m_verbose(verbose) {}
-    int AddStep(CLayerStack*, int kind, int arg, const char* label) override
+    int AddStep(CLayerStack* document, int kind, int arg, const char* label) override
     {
-        if (m_verbose) std::fprintf(stderr, "  step: kind %d, arg %d, %s\n", kind, arg, label);
-        return ++m_steps;
+        const int step = CComposeHistory::AddStep(document, kind, arg, label);
+        if (m_verbose && step > 0) {
+            const CHistoryRecord* r = GetRecord(step - 1);
+            std::fprintf(stderr, "  step %d: kind %d, arg %d, %s\n", step, r->kind, r->arg, label);
+        }
+        return step;
     }
-    int Reset() override
-    {
-        m_steps = 0;
-        return 1;
-    }
-    int Forward() override { return 0; }
-    int Backward() override { return 0; }
-    int JumpTo(int) override { return 0; }
 
 private:
     bool m_verbose;
-    int m_steps = 0;
 };
 
 std::string ResultText(int r)
@@ -95,7 +93,7 @@ int RunCommands(const std::vector<std::string>& args)
     std::vector<std::string> commands;
     std::deque<std::string> files;
     uint32_t foreground = 0xFF000000;
-    bool verbose = false;
+    bool verbose = false, withHistory = true;
     for (size_t i = 0; i < args.size(); ++i) {
         const std::string& a = args[i];
         auto value = [&](std::string& out) {
@@ -117,6 +115,8 @@ int RunCommands(const std::vector<std::string>& args)
             foreground = 0xFF000000u | static_cast<uint32_t>(std::strtoul(hex.c_str(), nullptr, 16));
         } else if (a == "-v" || a == "--verbose") {
             verbose = true;
+        } else if (a == "--no-history") {
+            withHistory = false;
         } else if (a.size() > 1 && a[0] == '-') {
             return cli::Usage("run", "unknown option " + a);
         } else if (input.empty()) {
@@ -125,14 +125,17 @@ int RunCommands(const std::vector<std::string>& args)
             commands.push_back(a);
         }
     }
-    if (input.empty()) return cli::Usage("run", "expects a picture to open");
+    if (input.empty()) return cli::Usage("run", "expects a picture or project to open");
     if (output.empty()) return cli::Usage("run", "expects an output file (-o OUT)");
     // Refuse an output we cannot write before any work is done.
-    if (output.size() < 4 || (output.substr(output.size() - 4) != ".bmp" && output.substr(output.size() - 4) != ".BMP"))
-        return cli::Fail(output + ": only .bmp output can be written so far");
+    const bool projectOut = cli::IsProjectPath(output);
+    if (!projectOut &&
+        (output.size() < 4 || (output.substr(output.size() - 4) != ".bmp" && output.substr(output.size() - 4) != ".BMP")))
+        return cli::Fail(output + ": only .bmp and .vmpd output can be written so far");
 
     CComposeDocument doc(0);
     CliHistory history(verbose);
+    if (!history.Init()) return cli::Fail("cannot make the undo log in the temporary folder (see TMPDIR)");
     CliHost host(std::move(files));
     CCommandContext context;
     context.document = &doc;
@@ -154,6 +157,14 @@ int RunCommands(const std::vector<std::string>& args)
         }
     }
 
+    if (projectOut) {
+        if (!SaveProject(doc, &history, output.c_str(), withHistory ? 1 : 0))
+            return cli::Fail("cannot write " + output + " (folder missing, no permission or disk full)");
+        if (verbose)
+            std::fprintf(stderr, "wrote %s: %d layer(s), %s\n", output.c_str(), doc.GetLayerCount(),
+                         withHistory ? "with its history" : "without history");
+        return cli::kExitOk;
+    }
     COLImage composite;
     if (!MergeLayers(&doc, &composite, 0)) return cli::Fail("the document has no picture to write");
     if (!SavePictureFile(output.c_str(), &composite)) return cli::Fail("cannot write " + output);
@@ -166,7 +177,9 @@ int RunCommands(const std::vector<std::string>& args)
     return cli::kExitOk;
 }
 
-cli::CliRegistrar reg("run", "run IN COMMAND... -o OUT [--file F]... [--foreground RRGGBB] [-v]",
-                      "open a picture as a document, run command strings on it, write the composite", RunCommands);
+cli::CliRegistrar reg("run", "run IN COMMAND... -o OUT [--file F]... [--foreground RRGGBB] [--no-history] [-v]",
+                      "open a picture or project, run command strings on it (history commands included), write "
+                      "the composite or, to .vmpd, the project with its history",
+                      RunCommands);
 
 } // namespace

@@ -5,7 +5,9 @@
 #include <cstring>
 #include <strings.h>
 
+#include "commands/history_log.h"
 #include "commands/history_sink.h"
+#include "commands/project_stream.h"
 #include "commands/selection_commands.h"
 #include "document/compose_document.h"
 #include "document/layer.h"
@@ -423,8 +425,22 @@ int OpenDocumentFile(CCommandContext& context, const char* path)
     context.documentPath.clear();
     CComposeDocument* doc = context.document;
     const uint32_t type = GetPictureFileType(path);
-    // Projects have a reader of their own, which is not in the tree yet: they are refused like a bad file.
-    if (!doc || type == kFileTypeProject || !doc->OpenFile(path)) {
+    if (doc && type == kFileTypeProject) {
+        // The compose history takes over a log saved with the project. A failed open changes nothing, the
+        // current document's history included, so the log is not reset beforehand.
+        auto* compose = dynamic_cast<CComposeHistory*>(context.history);
+        if (!OpenProject(*doc, compose, path)) {
+            if (context.host) context.host->ShowMessage("can't open");
+            return kCommandRefused;
+        }
+        if (context.history && !compose) {
+            context.history->Reset();
+            context.history->AddStep(doc, kStepWholeDocument, 0, "His_open");
+        }
+        doc->Refresh();
+        return kCommandDone;
+    }
+    if (!doc || !doc->OpenFile(path)) {
         if (context.host) context.host->ShowMessage("can't open");
         return kCommandRefused;
     }

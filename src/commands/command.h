@@ -79,7 +79,8 @@ int ExecuteCommand(CCommandContext& context, const char* text, int reserved1 = 0
 void SetCommandContext(CCommandContext* context);
 int ExecuteCommand(const char* text, int reserved1, int reserved2);
 
-// Opens a picture (or, once supported, a project) as the document, resets the history and records the opening.
+// Opens a picture or a project as the document. A picture resets the history and records the opening; a project
+// brings its saved history along when the context's history is the compose log, else it is recorded as opened.
 // 0, or kCommandRefused after the "can't open" message.
 int OpenDocumentFile(CCommandContext& context, const char* path);
 

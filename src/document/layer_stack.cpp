@@ -33,13 +33,7 @@ CLayerStack::~CLayerStack() { Clear(); }
 
 int CLayerStack::Refresh() { return static_cast<int>(++m_modificationCount); }
 
-int CLayerStack::Serialize(FILE* stream, int load)
-{
-    // The document stream of project files and history snapshots is not readable or writable yet.
-    (void)stream;
-    (void)load;
-    return 0;
-}
+// Serialize, the document stream of project files and history snapshots, lives in commands/project_stream.cpp.
 
 void CLayerStack::Lock(int) {}
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <utility>
 
 #include "imaging/codec_formats.h"
@@ -10,16 +11,26 @@
 const char* FileTypeName(uint32_t type)
 {
     switch (type) {
-    case kFileBmp: return "BMP";
-    case kFileJpeg: return "JPEG";
-    case kFileGif: return "GIF";
-    case kFilePcx: return "PCX";
-    case kFileTiff: return "TIFF";
-    case kFileTga: return "TGA";
-    case kFilePng: return "PNG";
-    case kFileProject: return "Velmorando project";
-    case kFilePsd: return "PSD";
-    default: return "unusable";
+    case kFileBmp:
+        return "BMP";
+    case kFileJpeg:
+        return "JPEG";
+    case kFileGif:
+        return "GIF";
+    case kFilePcx:
+        return "PCX";
+    case kFileTiff:
+        return "TIFF";
+    case kFileTga:
+        return "TGA";
+    case kFilePng:
+        return "PNG";
+    case kFileProject:
+        return "Velmorando project";
+    case kFilePsd:
+        return "PSD";
+    default:
+        return "unusable";
     }
 }
 
@@ -56,20 +67,41 @@ bool PlausibleTga(const uint8_t* h, size_t n)
            (depth == 8 || depth == 15 || depth == 16 || depth == 24 || depth == 32);
 }
 
-bool LoadByType(const char* path, uint32_t type, COLImage& image)
+bool LoadByTypeOrThrow(const char* path, uint32_t type, COLImage& image)
 {
     if (type == kFileTiff) return codec::LoadTiff(path, image);
     if (type == kFileGif) return codec::LoadGif(path, image);
     codec::CMappedFile file;
     if (!file.Open(path)) return false;
     switch (type) {
-    case kFilePng: return codec::LoadPng(file.Data(), file.Size(), image);
-    case kFileJpeg: return codec::LoadJpeg(file.Data(), file.Size(), image);
-    case kFileBmp: return codec::LoadBmp(file.Data(), file.Size(), image);
-    case kFileTga: return codec::LoadTga(file.Data(), file.Size(), image);
-    case kFilePcx: return codec::LoadPcx(file.Data(), file.Size(), image);
-    default: return false;
+    case kFilePng:
+        return codec::LoadPng(file.Data(), file.Size(), image);
+    case kFileJpeg:
+        return codec::LoadJpeg(file.Data(), file.Size(), image);
+    case kFileBmp:
+        return codec::LoadBmp(file.Data(), file.Size(), image);
+    case kFileTga:
+        return codec::LoadTga(file.Data(), file.Size(), image);
+    case kFilePcx:
+        return codec::LoadPcx(file.Data(), file.Size(), image);
+    default:
+        return false;
     }
+}
+
+// Nothing is thrown across the codec's boundary: running out of memory (or threads) is a failed operation.
+template <class F> bool Guarded(F f)
+{
+    try {
+        return f();
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
+bool LoadByType(const char* path, uint32_t type, COLImage& image)
+{
+    return Guarded([&] { return LoadByTypeOrThrow(path, type, image); });
 }
 
 } // namespace
@@ -106,19 +138,23 @@ int COLImageCodec::SaveFile(const char* path, const COLImage* image)
 {
     if (!path || !image || image->IsEmpty()) return 0;
     const std::string ext = codec::Extension(path);
-    bool ok = false;
-    if (ext == "bmp" || ext == "dib") ok = codec::SaveBmp(path, *image);
-    else if (ext == "jpg" || ext == "jpeg" || ext == "jpe" || ext == "jfif") ok = codec::SaveJpeg(path, *image, 90, false, 72);
-    else if (ext == "png") ok = codec::SavePng(path, *image, false);
-    else if (ext == "tif" || ext == "tiff") ok = codec::SaveTiff(path, *image);
-    else if (ext == "tga") ok = codec::SaveTga(path, *image);
-    return ok ? 1 : 0;
+    return Guarded([&] {
+        if (ext == "bmp" || ext == "dib") return codec::SaveBmp(path, *image);
+        if (ext == "jpg" || ext == "jpeg" || ext == "jpe" || ext == "jfif")
+            return codec::SaveJpeg(path, *image, 90, false, 72);
+        if (ext == "png") return codec::SavePng(path, *image, false);
+        if (ext == "tif" || ext == "tiff") return codec::SaveTiff(path, *image);
+        if (ext == "tga") return codec::SaveTga(path, *image);
+        return false;
+    })
+               ? 1
+               : 0;
 }
 
 int COLImageCodec::SaveFileWithAlpha(const char* path, const COLImage* image)
 {
     if (!path || !image || image->IsEmpty()) return 0;
-    return codec::SavePng(path, *image, true) ? 1 : 0;
+    return Guarded([&] { return codec::SavePng(path, *image, true); }) ? 1 : 0;
 }
 
 int COLImageCodec::SaveJpegFile(const char* path, const COLImage* image, int quality, int dpi)
@@ -127,11 +163,10 @@ int COLImageCodec::SaveJpegFile(const char* path, const COLImage* image, int qua
     // Above 100 the caller asks for the same quality without chroma subsampling.
     const bool fullChroma = quality > 100;
     if (fullChroma) quality -= 100;
-    return codec::SaveJpeg(path, *image, quality, fullChroma, dpi) ? 1 : 0;
+    return Guarded([&] { return codec::SaveJpeg(path, *image, quality, fullChroma, dpi); }) ? 1 : 0;
 }
 
-int COLImageCodec::CreateThumbnail(const char* path, COLImage* image, int maxSide, int& width, int& height,
-                                   int square)
+int COLImageCodec::CreateThumbnail(const char* path, COLImage* image, int maxSide, int& width, int& height, int square)
 {
     width = height = 0;
     if (!image || maxSide < 1 || maxSide > int(kMaxImageSide)) return 0;

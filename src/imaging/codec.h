@@ -56,8 +56,7 @@ public:
 
 class COLImageCodec : public IOLImageCodec {
 public:
-    int CreateThumbnail(const char* path, COLImage* image, int maxSide, int& width, int& height,
-                        int square) override;
+    int CreateThumbnail(const char* path, COLImage* image, int maxSide, int& width, int& height, int square) override;
     int Rotate(const COLImage* source, COLImage* destination, float angle) override;
     void RGB2HSB(CPixel* pixels, int count) override;
     void HSB2RGB(CPixel* pixels, int count) override;

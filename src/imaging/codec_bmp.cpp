@@ -30,7 +30,8 @@ struct Field {
         if (bits >= 8) return static_cast<uint8_t>(x >> (bits - 8));
         // Repeat the bits downwards (5 bits abcde give abcdeabc), as other readers do.
         uint32_t rep = 0;
-        for (int filled = 0; filled < 8; filled += bits) rep = (rep << bits) | x;
+        for (int filled = 0; filled < 8; filled += bits)
+            rep = (rep << bits) | x;
         return static_cast<uint8_t>(rep >> (((8 + bits - 1) / bits) * bits - 8));
     }
 };
@@ -42,7 +43,7 @@ bool DecodeRle(const uint8_t* p, const uint8_t* end, int bits, const CPixel* pal
 {
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
     std::fill(image.GetBuffer(), image.GetBuffer() + image.GetPixelCount(), CPixel{0, 0, 0, 0});
-    uint32_t x = 0, y = 0;   // y counts from the bottom row
+    uint32_t x = 0, y = 0; // y counts from the bottom row
     auto put = [&](uint32_t index) {
         if (x < w && y < h) image.PutPixel(x, h - 1 - y, index < paletteSize ? palette[index] : palette[0]);
         ++x;
@@ -50,30 +51,32 @@ bool DecodeRle(const uint8_t* p, const uint8_t* end, int bits, const CPixel* pal
     while (p + 2 <= end) {
         const uint32_t n = p[0], v = p[1];
         p += 2;
-        if (n > 0) {   // a run of n pixels
-            for (uint32_t i = 0; i < n; ++i) put(bits == 8 ? v : (i & 1) ? (v & 15) : (v >> 4));
+        if (n > 0) { // a run of n pixels
+            for (uint32_t i = 0; i < n; ++i)
+                put(bits == 8 ? v : (i & 1) ? (v & 15) : (v >> 4));
             continue;
         }
-        if (v == 0) {   // end of line
+        if (v == 0) { // end of line
             x = 0;
             ++y;
-        } else if (v == 1) {   // end of picture
+        } else if (v == 1) { // end of picture
             return true;
-        } else if (v == 2) {   // jump right and up
+        } else if (v == 2) { // jump right and up
             if (p + 2 > end) return false;
             x += p[0];
             y += p[1];
             p += 2;
-        } else {   // v literal pixels, padded to a whole 16-bit word
+        } else { // v literal pixels, padded to a whole 16-bit word
             const size_t bytes = bits == 8 ? v : (v + 1) / 2;
             const size_t padded = (bytes + 1) & ~size_t(1);
             if (size_t(end - p) < padded) return false;
-            for (uint32_t i = 0; i < v; ++i) put(bits == 8 ? p[i] : (i & 1) ? (p[i / 2] & 15) : (p[i / 2] >> 4));
+            for (uint32_t i = 0; i < v; ++i)
+                put(bits == 8 ? p[i] : (i & 1) ? (p[i / 2] & 15) : (p[i / 2] >> 4));
             p += padded;
         }
-        if (y > h) return false;   // jumps far beyond the picture: damaged
+        if (y > h) return false; // jumps far beyond the picture: damaged
     }
-    return false;   // the data ended without its end-of-picture mark
+    return false; // the data ended without its end-of-picture mark
 }
 
 } // namespace
@@ -91,7 +94,7 @@ bool LoadBmp(const uint8_t* data, size_t size, COLImage& image)
     bool haveMasks = false;
     size_t paletteAt = 14 + size_t(headerSize);
     const int entrySize = headerSize == 12 ? 3 : 4;
-    if (headerSize == 12) {   // OS/2 core header
+    if (headerSize == 12) { // OS/2 core header
         width = Le16(hd + 4);
         height = static_cast<int16_t>(Le16(hd + 6));
         bits = Le16(hd + 10);
@@ -102,14 +105,16 @@ bool LoadBmp(const uint8_t* data, size_t size, COLImage& image)
         bits = Le16(hd + 14);
         compression = Le32(hd + 16);
         colours = Le32(hd + 32);
-        if (headerSize == 64 && compression > kRle4) return false;   // OS/2 Huffman and RLE24
+        if (headerSize == 64 && compression > kRle4) return false; // OS/2 Huffman and RLE24
         if (compression == kBitFields || compression == kAlphaBitFields) {
             const int count = compression == kAlphaBitFields ? 4 : 3;
             if (headerSize >= 52) {
-                for (int i = 0; i < 4 && 40 + 4 * size_t(i) + 4 <= headerSize; ++i) masks[i] = Le32(hd + 40 + 4 * i);
+                for (int i = 0; i < 4 && 40 + 4 * size_t(i) + 4 <= headerSize; ++i)
+                    masks[i] = Le32(hd + 40 + 4 * i);
             } else {
                 if (size < paletteAt + 4 * size_t(count)) return false;
-                for (int i = 0; i < count; ++i) masks[i] = Le32(data + paletteAt + 4 * i);
+                for (int i = 0; i < count; ++i)
+                    masks[i] = Le32(data + paletteAt + 4 * i);
                 paletteAt += 4 * size_t(count);
             }
             haveMasks = true;
@@ -147,8 +152,9 @@ bool LoadBmp(const uint8_t* data, size_t size, COLImage& image)
     if ((size - pixelsAt) / stride < h) return false;
     Field f[4];
     if (haveMasks) {
-        for (int i = 0; i < 4; ++i) f[i].Set(masks[i]);
-    } else if (bits == 16) {   // plain 16-bit data is 5-5-5
+        for (int i = 0; i < 4; ++i)
+            f[i].Set(masks[i]);
+    } else if (bits == 16) { // plain 16-bit data is 5-5-5
         f[0].Set(0x7C00);
         f[1].Set(0x03E0);
         f[2].Set(0x001F);
@@ -162,13 +168,17 @@ bool LoadBmp(const uint8_t* data, size_t size, COLImage& image)
         for (uint32_t x = 0; x < w; ++x) {
             CPixel& p = out[x];
             switch (bits) {
-            case 1: case 4: case 8: {
+            case 1:
+            case 4:
+            case 8: {
                 const uint32_t bit = x * bits;
                 const uint32_t idx = (src[bit >> 3] >> (8 - bits - (bit & 7))) & ((1u << bits) - 1);
                 p = idx < paletteSize ? palette[idx] : palette[0];
                 break;
             }
-            case 24: p = CPixel{src[3 * x], src[3 * x + 1], src[3 * x + 2], 255}; break;
+            case 24:
+                p = CPixel{src[3 * x], src[3 * x + 1], src[3 * x + 2], 255};
+                break;
             default: {
                 const uint32_t v = bits == 16 ? Le16(src + 2 * x) : Le32(src + 4 * x);
                 if (fields) {
@@ -192,7 +202,8 @@ bool SaveBmp(const char* path, const COLImage& image)
     const uint32_t pixelBytes = stride * h;
     uint8_t header[54] = {'B', 'M'};
     auto put32 = [&](int at, uint32_t v) {
-        for (int i = 0; i < 4; ++i) header[at + i] = static_cast<uint8_t>(v >> (8 * i));
+        for (int i = 0; i < 4; ++i)
+            header[at + i] = static_cast<uint8_t>(v >> (8 * i));
     };
     put32(2, 54 + pixelBytes);
     put32(10, 54);
@@ -202,7 +213,7 @@ bool SaveBmp(const char* path, const COLImage& image)
     header[26] = 1;
     header[28] = 24;
     put32(34, pixelBytes);
-    put32(38, 2835);   // 72 dpi
+    put32(38, 2835); // 72 dpi
     put32(42, 2835);
     CSafeFileWriter writer;
     if (!writer.Open(path) || !writer.Write(header, sizeof header)) return false;

@@ -10,7 +10,10 @@
 
 namespace {
 
-inline uint8_t Clamp255(int v) { return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v); }
+inline uint8_t Clamp255(int v)
+{
+    return static_cast<uint8_t>(v < 0 ? 0 : v > 255 ? 255 : v);
+}
 
 inline void ToHsb(CPixel& p)
 {
@@ -20,9 +23,12 @@ inline void ToHsb(CPixel& p)
     if (d > 0) {
         // Position on the hexagon in units of d, 0 .. 6d, then scaled to 255 per turn with rounding.
         int pos;
-        if (mx == r) pos = g - b < 0 ? g - b + 6 * d : g - b;
-        else if (mx == g) pos = 2 * d + b - r;
-        else pos = 4 * d + r - g;
+        if (mx == r)
+            pos = g - b < 0 ? g - b + 6 * d : g - b;
+        else if (mx == g)
+            pos = 2 * d + b - r;
+        else
+            pos = 4 * d + r - g;
         hue = (pos * 510 + 6 * d) / (12 * d);
     }
     p.blue = static_cast<uint8_t>(mx);
@@ -34,18 +40,42 @@ inline void FromHsb(CPixel& p)
 {
     const int hue = p.red, s = p.green, v = p.blue;
     const int chroma = (v * s + 127) / 255, mn = v - chroma;
-    const int h6 = (hue * 1536 + 127) / 255;   // six sextants of 256 steps
+    const int h6 = (hue * 1536 + 127) / 255; // six sextants of 256 steps
     const int sextant = (h6 >> 8) % 6, f = h6 & 255;
     const int step = (chroma * f + 128) >> 8;
     const int rise = mn + step, fall = v - step;
     int r, g, b;
     switch (sextant) {
-    case 0: r = v; g = rise; b = mn; break;
-    case 1: r = fall; g = v; b = mn; break;
-    case 2: r = mn; g = v; b = rise; break;
-    case 3: r = mn; g = fall; b = v; break;
-    case 4: r = rise; g = mn; b = v; break;
-    default: r = v; g = mn; b = fall; break;
+    case 0:
+        r = v;
+        g = rise;
+        b = mn;
+        break;
+    case 1:
+        r = fall;
+        g = v;
+        b = mn;
+        break;
+    case 2:
+        r = mn;
+        g = v;
+        b = rise;
+        break;
+    case 3:
+        r = mn;
+        g = fall;
+        b = v;
+        break;
+    case 4:
+        r = rise;
+        g = mn;
+        b = v;
+        break;
+    default:
+        r = v;
+        g = mn;
+        b = fall;
+        break;
     }
     p.red = Clamp255(r);
     p.green = Clamp255(g);
@@ -75,24 +105,28 @@ inline void FromYuv(CPixel& p)
 
 void COLImageCodec::RGB2HSB(CPixel* pixels, int count)
 {
-    for (int i = 0; pixels && i < count; ++i) ToHsb(pixels[i]);
+    for (int i = 0; pixels && i < count; ++i)
+        ToHsb(pixels[i]);
 }
 
 void COLImageCodec::HSB2RGB(CPixel* pixels, int count)
 {
-    for (int i = 0; pixels && i < count; ++i) FromHsb(pixels[i]);
+    for (int i = 0; pixels && i < count; ++i)
+        FromHsb(pixels[i]);
 }
 
 void COLImageCodec::RGB2YUV(CPixel* pixels, int count)
 {
-    for (int i = 0; pixels && i < count; ++i) ToYuv(pixels[i]);
+    for (int i = 0; pixels && i < count; ++i)
+        ToYuv(pixels[i]);
 }
 
 int COLImageCodec::RGBToYUV(COLImage* image)
 {
     if (!image || image->IsEmpty()) return 0;
     CPixel* p = image->GetBuffer();
-    for (size_t i = 0, n = image->GetPixelCount(); i < n; ++i) ToYuv(p[i]);
+    for (size_t i = 0, n = image->GetPixelCount(); i < n; ++i)
+        ToYuv(p[i]);
     return 1;
 }
 
@@ -100,6 +134,7 @@ int COLImageCodec::YUVToRGB(COLImage* image)
 {
     if (!image || image->IsEmpty()) return 0;
     CPixel* p = image->GetBuffer();
-    for (size_t i = 0, n = image->GetPixelCount(); i < n; ++i) FromYuv(p[i]);
+    for (size_t i = 0, n = image->GetPixelCount(); i < n; ++i)
+        FromYuv(p[i]);
     return 1;
 }

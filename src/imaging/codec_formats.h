@@ -12,7 +12,7 @@
 
 namespace codec {
 
-// A whole file, read-only, mapped into memory (or read, for files that cannot be mapped).
+// A whole regular file, read-only, mapped into memory.
 class CMappedFile {
 public:
     CMappedFile() = default;
@@ -27,7 +27,6 @@ private:
     const uint8_t* m_pData = nullptr;
     size_t m_size = 0;
     void* m_pMapped = nullptr;
-    uint8_t* m_pOwned = nullptr;
 };
 
 inline bool SidesOk(uint64_t width, uint64_t height)
@@ -36,7 +35,10 @@ inline bool SidesOk(uint64_t width, uint64_t height)
 }
 
 // Little-endian field readers over a buffer the caller has bounds-checked.
-inline uint16_t Le16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
+inline uint16_t Le16(const uint8_t* p)
+{
+    return static_cast<uint16_t>(p[0] | p[1] << 8);
+}
 inline uint32_t Le32(const uint8_t* p)
 {
     return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -15,11 +16,11 @@ namespace {
 
 constexpr int kWeightBits = 14;
 constexpr int kOne = 1 << kWeightBits;
-constexpr int kMidBits = 6;   // extra precision kept between the passes
+constexpr int kMidBits = 6; // extra precision kept between the passes
 
 struct Taps {
-    std::vector<uint32_t> start;    // first source index of each output
-    std::vector<uint32_t> offset;   // where each output's weights begin in weights
+    std::vector<uint32_t> start;  // first source index of each output
+    std::vector<uint32_t> offset; // where each output's weights begin in weights
     std::vector<int32_t> weights;
 };
 
@@ -37,7 +38,7 @@ Taps MakeTaps(uint32_t src, uint32_t dst)
         raw.clear();
         int64_t total;
         if (dst <= src) {
-            const uint64_t lo = uint64_t(i) * src, hi = uint64_t(i + 1) * src;   // in units of 1 / dst
+            const uint64_t lo = uint64_t(i) * src, hi = uint64_t(i + 1) * src; // in units of 1 / dst
             const uint32_t first = static_cast<uint32_t>(lo / dst);
             const uint32_t last = static_cast<uint32_t>((hi - 1) / dst);
             t.start[i] = first;
@@ -83,17 +84,27 @@ template <class Body> void ForRows(uint32_t count, size_t workPerRow, Body body)
     }
     std::vector<std::thread> threads;
     const uint32_t chunk = (count + cores - 1) / cores;
-    for (unsigned c = 1; c < cores; ++c) {
-        const uint32_t b = std::min(count, c * chunk), e = std::min(count, (c + 1) * chunk);
-        if (b < e) threads.emplace_back(body, b, e);
+    unsigned started = 1;
+    try {
+        for (; started < cores; ++started) {
+            const uint32_t b = std::min(count, started * chunk), e = std::min(count, (started + 1) * chunk);
+            if (b < e) threads.emplace_back(body, b, e);
+        }
+    } catch (const std::system_error&) {
+        // No thread to be had: this one does the rest.
     }
     body(0u, std::min(count, chunk));
-    for (std::thread& th : threads) th.join();
+    for (unsigned c = started; c < cores; ++c)
+        body(std::min(count, c * chunk), std::min(count, (c + 1) * chunk));
+    for (std::thread& th : threads)
+        th.join();
 }
 
 } // namespace
 
-int COLImageCodec::Resample(const COLImage* source, COLImage* destination, int width, int height, int method)
+namespace {
+
+int ResampleOrThrow(const COLImage* source, COLImage* destination, int width, int height, int method)
 {
     if (!source || !destination || source->IsEmpty() || method != 1) return 0;
     if (width < 1 || height < 1 || uint32_t(width) > kMaxImageSide || uint32_t(height) > kMaxImageSide) return 0;
@@ -102,12 +113,7 @@ int COLImageCodec::Resample(const COLImage* source, COLImage* destination, int w
     const Taps tx = MakeTaps(sw, dw), ty = MakeTaps(sh, dh);
 
     // Horizontal pass into 16-bit samples with kMidBits extra bits.
-    std::vector<uint16_t> mid;
-    try {
-        mid.resize(size_t(dw) * sh * 4);
-    } catch (const std::bad_alloc&) {
-        return 0;
-    }
+    std::vector<uint16_t> mid(size_t(dw) * sh * 4);
     const size_t hWork = tx.weights.size() * 4;
     ForRows(sh, hWork, [&](uint32_t y0, uint32_t y1) {
         for (uint32_t y = y0; y < y1; ++y) {
@@ -143,15 +149,28 @@ int COLImageCodec::Resample(const COLImage* source, COLImage* destination, int w
             const uint16_t* s = mid.data() + size_t(ty.start[y]) * dw * 4;
             for (uint32_t k = ty.offset[y]; k < ty.offset[y + 1]; ++k, s += size_t(dw) * 4) {
                 const int32_t w = ty.weights[k];
-                for (size_t i = 0; i < acc.size(); ++i) acc[i] += w * s[i];
+                for (size_t i = 0; i < acc.size(); ++i)
+                    acc[i] += w * s[i];
             }
             uint8_t* out = reinterpret_cast<uint8_t*>(result.GetBuffer(0, y));
             constexpr int shift = kWeightBits + kMidBits, round = 1 << (shift - 1);
-            for (size_t i = 0; i < acc.size(); ++i) out[i] = static_cast<uint8_t>((acc[i] + round) >> shift);
+            for (size_t i = 0; i < acc.size(); ++i)
+                out[i] = static_cast<uint8_t>((acc[i] + round) >> shift);
         }
     });
     *destination = std::move(result);
     return 1;
+}
+
+} // namespace
+
+int COLImageCodec::Resample(const COLImage* source, COLImage* destination, int width, int height, int method)
+{
+    try {
+        return ResampleOrThrow(source, destination, width, height, method);
+    } catch (const std::exception&) { // out of memory: a failed resample, not an exception for the caller
+        return 0;
+    }
 }
 
 int COLImageCodec::Rotate(const COLImage* source, COLImage* destination, float angle)
@@ -165,7 +184,7 @@ int COLImageCodec::Rotate(const COLImage* source, COLImage* destination, float a
     const double quarter = a / 90.0;
     const double nearest = std::round(quarter);
     if (std::fabs(quarter - nearest) < 1e-9) {
-        static const int kOrientation[4] = {1, 6, 3, 8};   // none, 90, 180, 270 degrees clockwise
+        static const int kOrientation[4] = {1, 6, 3, 8}; // none, 90, 180, 270 degrees clockwise
         if (result.DuplicateFrom(source) == 0) return 0;
         if (!codec::ApplyOrientation(result, kOrientation[int(nearest) % 4])) return 0;
         *destination = std::move(result);

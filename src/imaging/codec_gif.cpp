@@ -1,6 +1,5 @@
-#include <gif_lib.h>
-
 #include <algorithm>
+#include <gif_lib.h>
 #include <vector>
 
 #include "imaging/codec_formats.h"
@@ -40,13 +39,12 @@ bool LoadGif(const char* path, COLImage& image)
     for (;;) {
         GifRecordType type;
         if (DGifGetRecordType(g, &type) == GIF_ERROR) return false;
-        if (type == TERMINATE_RECORD_TYPE) return false;   // no frame at all
+        if (type == TERMINATE_RECORD_TYPE) return false; // no frame at all
         if (type == EXTENSION_RECORD_TYPE) {
             int code = 0;
             GifByteType* block = nullptr;
             if (DGifGetExtension(g, &code, &block) == GIF_ERROR) return false;
-            if (code == GRAPHICS_EXT_FUNC_CODE && block && block[0] >= 4)
-                transparent = (block[1] & 1) ? block[4] : -1;
+            if (code == GRAPHICS_EXT_FUNC_CODE && block && block[0] >= 4) transparent = (block[1] & 1) ? block[4] : -1;
             if (!SkipExtensionBlocks(g, block)) return false;
             continue;
         }
@@ -61,7 +59,7 @@ bool LoadGif(const char* path, COLImage& image)
         CPixel palette[256];
         for (int i = 0; i < 256; ++i) {
             const uint8_t v = static_cast<uint8_t>(i);
-            palette[i] = map ? CPixel::Make(0, 0, 0) : CPixel::Make(v, v, v);   // no map: a gray ramp
+            palette[i] = map ? CPixel::Make(0, 0, 0) : CPixel::Make(v, v, v); // no map: a gray ramp
         }
         if (map)
             for (int i = 0; i < std::min(map->ColorCount, 256); ++i)
@@ -73,7 +71,8 @@ bool LoadGif(const char* path, COLImage& image)
         auto readRow = [&](int y) {
             if (DGifGetLine(g, line.data(), d.Width) == GIF_ERROR) return false;
             CPixel* out = image.GetBuffer(uint32_t(d.Left), uint32_t(d.Top + y));
-            for (int x = 0; x < d.Width; ++x) out[x] = palette[line[size_t(x)]];
+            for (int x = 0; x < d.Width; ++x)
+                out[x] = palette[line[size_t(x)]];
             return true;
         };
         if (d.Interlace) {

@@ -1,9 +1,8 @@
-#include <cstdio>
-#include <jpeglib.h>
-#include <jerror.h>
-
 #include <csetjmp>
+#include <cstdio>
 #include <cstring>
+#include <jerror.h>
+#include <jpeglib.h>
 #include <vector>
 
 #include "imaging/codec_formats.h"
@@ -20,10 +19,13 @@ constexpr int kMaxScans = 500;
 struct ErrorState {
     jpeg_error_mgr mgr;
     jmp_buf jump;
-    bool damaged;   // the data ran out or broke off inside a segment
+    bool damaged; // the data ran out or broke off inside a segment
 };
 
-[[noreturn]] void ErrorExit(j_common_ptr c) { longjmp(reinterpret_cast<ErrorState*>(c->err)->jump, 1); }
+[[noreturn]] void ErrorExit(j_common_ptr c)
+{
+    longjmp(reinterpret_cast<ErrorState*>(c->err)->jump, 1);
+}
 
 void EmitMessage(j_common_ptr c, int level)
 {
@@ -48,10 +50,13 @@ void InitErrors(ErrorState& e)
 void LimitScans(j_common_ptr c)
 {
     if (c->is_decompressor && reinterpret_cast<j_decompress_ptr>(c)->input_scan_number > kMaxScans)
-        ERREXIT(c, JERR_NOT_COMPILED);   // any error code: the jump is what matters
+        ERREXIT(c, JERR_NOT_COMPILED); // any error code: the jump is what matters
 }
 
-uint8_t Mul255(int a, int b) { return static_cast<uint8_t>((a * b + 127) / 255); }
+uint8_t Mul255(int a, int b)
+{
+    return static_cast<uint8_t>((a * b + 127) / 255);
+}
 
 // Kept free of objects with destructors: a longjmp out of libjpeg lands here and returns false.
 bool DecodeRows(jpeg_decompress_struct& c, ErrorState& err, const uint8_t* data, size_t size, COLImage& image,
@@ -67,14 +72,14 @@ bool DecodeRows(jpeg_decompress_struct& c, ErrorState& err, const uint8_t* data,
     for (jpeg_saved_marker_ptr m = c.marker_list; m; m = m->next)
         if (m->marker == JPEG_APP0 + 1 && orientation == 1) orientation = ExifOrientation(m->data, m->data_length);
     jpeg_start_decompress(&c);
-    if (err.damaged || c.output_components != 4 || c.output_width != c.image_width ||
-        c.output_height != c.image_height)
+    if (err.damaged || c.output_components != 4 || c.output_width != c.image_width || c.output_height != c.image_height)
         return false;
     if (image.Create(c.output_width, c.output_height) != kOk) return false;
     if (!cmyk) {
         // Straight into the picture, as many rows per call as the decoder will give.
         rows.resize(c.output_height);
-        for (JDIMENSION y = 0; y < c.output_height; ++y) rows[y] = reinterpret_cast<JSAMPROW>(image.GetBuffer(0, y));
+        for (JDIMENSION y = 0; y < c.output_height; ++y)
+            rows[y] = reinterpret_cast<JSAMPROW>(image.GetBuffer(0, y));
         while (c.output_scanline < c.output_height)
             jpeg_read_scanlines(&c, rows.data() + c.output_scanline, c.output_height - c.output_scanline);
     }
@@ -111,7 +116,7 @@ bool EncodeRows(jpeg_compress_struct& c, ErrorState& err, FILE* out, const COLIm
     c.image_width = image.GetWidth();
     c.image_height = image.GetHeight();
     c.input_components = 4;
-    c.in_color_space = JCS_EXT_BGRX;   // straight from the pixel buffer, alpha ignored
+    c.in_color_space = JCS_EXT_BGRX; // straight from the pixel buffer, alpha ignored
     jpeg_set_defaults(&c);
     jpeg_set_quality(&c, quality, TRUE);
     if (fullChroma) {
@@ -119,7 +124,7 @@ bool EncodeRows(jpeg_compress_struct& c, ErrorState& err, FILE* out, const COLIm
         c.comp_info[0].v_samp_factor = 1;
     }
     c.write_JFIF_header = TRUE;
-    c.density_unit = 1;   // dots per inch
+    c.density_unit = 1; // dots per inch
     c.X_density = static_cast<UINT16>(dpi);
     c.Y_density = static_cast<UINT16>(dpi);
     jpeg_start_compress(&c, TRUE);
@@ -140,9 +145,12 @@ int ExifOrientation(const uint8_t* data, size_t size)
     const uint8_t* t = data + 6;
     const size_t n = size - 6;
     bool little;
-    if (t[0] == 'I' && t[1] == 'I') little = true;
-    else if (t[0] == 'M' && t[1] == 'M') little = false;
-    else return 1;
+    if (t[0] == 'I' && t[1] == 'I')
+        little = true;
+    else if (t[0] == 'M' && t[1] == 'M')
+        little = false;
+    else
+        return 1;
     auto u16 = [&](size_t at) -> uint32_t { return little ? t[at] | t[at + 1] << 8 : t[at] << 8 | t[at + 1]; };
     auto u32 = [&](size_t at) -> uint32_t {
         return little ? Le32(t + at)
@@ -156,7 +164,7 @@ int ExifOrientation(const uint8_t* data, size_t size)
         const size_t at = size_t(ifd) + 2 + size_t(i) * 12;
         if (at + 12 > n) return 1;
         if (u16(at) != 0x0112) continue;
-        if (u16(at + 2) != 3 || u32(at + 4) < 1) return 1;   // SHORT, at least one value
+        if (u16(at + 2) != 3 || u32(at + 4) < 1) return 1; // SHORT, at least one value
         const uint32_t v = u16(at + 8);
         return v >= 1 && v <= 8 ? static_cast<int>(v) : 1;
     }
@@ -176,13 +184,32 @@ bool ApplyOrientation(COLImage& image, int orientation)
         for (uint32_t x = 0; x < dw; ++x) {
             uint32_t sx = x, sy = y;
             switch (orientation) {
-            case 2: sx = w - 1 - x; break;
-            case 3: sx = w - 1 - x; sy = h - 1 - y; break;
-            case 4: sy = h - 1 - y; break;
-            case 5: sx = y; sy = x; break;
-            case 6: sx = y; sy = h - 1 - x; break;
-            case 7: sx = w - 1 - y; sy = h - 1 - x; break;
-            case 8: sx = w - 1 - y; sy = x; break;
+            case 2:
+                sx = w - 1 - x;
+                break;
+            case 3:
+                sx = w - 1 - x;
+                sy = h - 1 - y;
+                break;
+            case 4:
+                sy = h - 1 - y;
+                break;
+            case 5:
+                sx = y;
+                sy = x;
+                break;
+            case 6:
+                sx = y;
+                sy = h - 1 - x;
+                break;
+            case 7:
+                sx = w - 1 - y;
+                sy = h - 1 - x;
+                break;
+            case 8:
+                sx = w - 1 - y;
+                sy = x;
+                break;
             }
             row[x] = image.GetPixel2(sx, sy);
         }

@@ -33,7 +33,8 @@ bool LoadPcx(const uint8_t* data, size_t size, COLImage& image)
         }
         if (hasPalette) end = data + size - 769;
     } else if (ega) {
-        for (int i = 0; i < 16; ++i) palette[i] = CPixel::Make(data[16 + 3 * i], data[17 + 3 * i], data[18 + 3 * i]);
+        for (int i = 0; i < 16; ++i)
+            palette[i] = CPixel::Make(data[16 + 3 * i], data[17 + 3 * i], data[18 + 3 * i]);
     } else if (mono) {
         palette[0] = CPixel::Make(0, 0, 0);
         palette[1] = CPixel::Make(255, 255, 255);
@@ -43,7 +44,7 @@ bool LoadPcx(const uint8_t* data, size_t size, COLImage& image)
     const size_t scanBytes = size_t(lineBytes) * planes;
     std::vector<uint8_t> scan(scanBytes);
     const uint8_t* p = data + 128;
-    uint32_t runLeft = 0;   // a run may carry over from one line into the next
+    uint32_t runLeft = 0; // a run may carry over from one line into the next
     uint8_t runValue = 0;
     for (uint32_t y = 0; y < uint32_t(h); ++y) {
         size_t filled = 0;

@@ -1,7 +1,6 @@
-#include <png.h>
-
 #include <csetjmp>
 #include <cstring>
+#include <png.h>
 #include <vector>
 
 #include "imaging/codec_formats.h"
@@ -25,7 +24,10 @@ void ReadFromMemory(png_structp png, png_bytep out, png_size_t bytes)
 }
 
 // libpng reports through these; the jump lands in the setjmp of the function that drives it.
-[[noreturn]] void Fail(png_structp png, png_const_charp) { png_longjmp(png, 1); }
+[[noreturn]] void Fail(png_structp png, png_const_charp)
+{
+    png_longjmp(png, 1);
+}
 void Ignore(png_structp, png_const_charp) {}
 
 // Kept free of objects with destructors: a longjmp out of libpng lands here and returns false.
@@ -40,16 +42,17 @@ bool DecodeRows(png_structp png, png_infop info, COLImage& image, std::vector<pn
     if (colour == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(png);
     if ((colour & PNG_COLOR_MASK_COLOR) == 0 && depth < 8) png_set_expand_gray_1_2_4_to_8(png);
     if (png_get_valid(png, info, PNG_INFO_tRNS)) png_set_tRNS_to_alpha(png);
-    if (depth == 16) png_set_scale_16(png);   // rounds, where strip_16 would truncate
+    if (depth == 16) png_set_scale_16(png); // rounds, where strip_16 would truncate
     if ((colour & PNG_COLOR_MASK_COLOR) == 0) png_set_gray_to_rgb(png);
     png_set_bgr(png);
-    png_set_filler(png, 0xFF, PNG_FILLER_AFTER);   // no effect where the file has alpha
+    png_set_filler(png, 0xFF, PNG_FILLER_AFTER); // no effect where the file has alpha
     png_set_interlace_handling(png);
     png_read_update_info(png, info);
     if (png_get_rowbytes(png, info) != size_t(width) * 4) return false;
     if (image.Create(width, height) != kOk) return false;
     rows.resize(height);
-    for (png_uint_32 y = 0; y < height; ++y) rows[y] = reinterpret_cast<png_bytep>(image.GetBuffer(0, y));
+    for (png_uint_32 y = 0; y < height; ++y)
+        rows[y] = reinterpret_cast<png_bytep>(image.GetBuffer(0, y));
     png_read_image(png, rows.data());
     // The trailing chunks are not read: once the pixels are in, a missing IEND costs the user nothing.
     return true;

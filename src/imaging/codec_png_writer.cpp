@@ -1,10 +1,11 @@
-#include <zlib.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <new>
+#include <system_error>
 #include <thread>
 #include <vector>
+#include <zlib.h>
 
 #include "imaging/codec_formats.h"
 #include "imaging/safe_file.h"
@@ -23,7 +24,7 @@ constexpr size_t kBandBytes = size_t(1) << 20;
 
 struct Band {
     uint32_t firstRow = 0, rows = 0;
-    std::vector<uint8_t> data;   // raw deflate
+    std::vector<uint8_t> data; // raw deflate
     uLong adler = 1;
     bool ok = false;
 };
@@ -55,7 +56,7 @@ void PackRow(const COLImage& image, uint32_t y, bool alpha, uint8_t* out)
     }
 }
 
-void CompressBand(const COLImage& image, bool alpha, bool last, Band& band)
+void CompressBandRows(const COLImage& image, bool alpha, bool last, Band& band)
 {
     const size_t bpp = alpha ? 4 : 3, rowBytes = size_t(image.GetWidth()) * bpp;
     std::vector<uint8_t> prev(rowBytes, 0), cur(rowBytes), filtered(rowBytes + 1);
@@ -68,7 +69,7 @@ void CompressBand(const COLImage& image, bool alpha, bool last, Band& band)
     bool ok = true;
     for (uint32_t r = 0; r < band.rows && ok; ++r) {
         PackRow(image, band.firstRow + r, alpha, cur.data());
-        filtered[0] = 4;   // Paeth
+        filtered[0] = 4; // Paeth
         for (size_t i = 0; i < rowBytes; ++i) {
             const int a = i >= bpp ? cur[i - bpp] : 0, b = prev[i], c = i >= bpp ? prev[i - bpp] : 0;
             filtered[i + 1] = static_cast<uint8_t>(cur[i] - Paeth(a, b, c));
@@ -88,6 +89,16 @@ void CompressBand(const COLImage& image, bool alpha, bool last, Band& band)
     band.ok = ok;
 }
 
+// Runs on helper threads: nothing may escape it.
+void CompressBand(const COLImage& image, bool alpha, bool last, Band& band)
+{
+    try {
+        CompressBandRows(image, alpha, last, band);
+    } catch (const std::bad_alloc&) {
+        band.ok = false;
+    }
+}
+
 void Put32Be(uint8_t* p, uint32_t v)
 {
     p[0] = uint8_t(v >> 24);
@@ -100,13 +111,15 @@ void Put32Be(uint8_t* p, uint32_t v)
 bool WriteChunk(CSafeFileWriter& w, const char* type, std::initializer_list<std::pair<const uint8_t*, size_t>> parts)
 {
     size_t length = 0;
-    for (auto& p : parts) length += p.second;
+    for (auto& p : parts)
+        length += p.second;
     if (length > 0x7FFFFFFFu) return false;
     uint8_t head[8];
     Put32Be(head, static_cast<uint32_t>(length));
     std::memcpy(head + 4, type, 4);
     uLong crc = crc32(0, head + 4, 4);
-    for (auto& p : parts) crc = crc32(crc, p.first, static_cast<uInt>(p.second));
+    for (auto& p : parts)
+        crc = crc32(crc, p.first, static_cast<uInt>(p.second));
     uint8_t tail[4];
     Put32Be(tail, static_cast<uint32_t>(crc));
     if (!w.Write(head, 8)) return false;
@@ -130,21 +143,25 @@ bool SavePng(const char* path, const COLImage& image, bool alpha)
     }
     std::atomic<size_t> next{0};
     auto work = [&] {
-        for (size_t i; (i = next.fetch_add(1)) < bands.size();) CompressBand(image, alpha, i + 1 == bands.size(), bands[i]);
+        for (size_t i; (i = next.fetch_add(1)) < bands.size();)
+            CompressBand(image, alpha, i + 1 == bands.size(), bands[i]);
     };
-    const size_t helpers = std::min<size_t>(bands.size(), std::min(8u, std::max(1u, std::thread::hardware_concurrency()))) - 1;
+    const size_t helpers =
+        std::min<size_t>(bands.size(), std::min(8u, std::max(1u, std::thread::hardware_concurrency()))) - 1;
     std::vector<std::thread> threads;
     try {
-        for (size_t t = 0; t < helpers; ++t) threads.emplace_back(work);
+        for (size_t t = 0; t < helpers; ++t)
+            threads.emplace_back(work);
     } catch (const std::system_error&) {
         // No more threads: the ones started and this one share the bands.
     }
     work();
-    for (std::thread& t : threads) t.join();
+    for (std::thread& t : threads)
+        t.join();
     uLong adler = 1;
     for (const Band& b : bands) {
         if (!b.ok) return false;
-        adler = adler32_combine(adler, b.adler, z_off_t((rowBytes) * b.rows));
+        adler = adler32_combine(adler, b.adler, z_off_t((rowBytes)*b.rows));
     }
 
     CSafeFileWriter writer;
@@ -153,12 +170,12 @@ bool SavePng(const char* path, const COLImage& image, bool alpha)
     uint8_t ihdr[13] = {};
     Put32Be(ihdr, w);
     Put32Be(ihdr + 4, h);
-    ihdr[8] = 8;                // bits per sample
-    ihdr[9] = alpha ? 6 : 2;    // RGBA or RGB
+    ihdr[8] = 8;             // bits per sample
+    ihdr[9] = alpha ? 6 : 2; // RGBA or RGB
     uint8_t phys[9];
-    Put32Be(phys, 2835);        // 72 dpi
+    Put32Be(phys, 2835); // 72 dpi
     Put32Be(phys + 4, 2835);
-    phys[8] = 1;                // per metre
+    phys[8] = 1; // per metre
     static const uint8_t kZlibHeader[2] = {0x78, 0x01};
     uint8_t trailer[4];
     Put32Be(trailer, static_cast<uint32_t>(adler));
@@ -166,9 +183,9 @@ bool SavePng(const char* path, const COLImage& image, bool alpha)
               WriteChunk(writer, "pHYs", {{phys, 9}});
     for (size_t i = 0; ok && i < bands.size(); ++i) {
         const bool first = i == 0, last = i + 1 == bands.size();
-        ok = WriteChunk(writer, "IDAT",
-                        {{kZlibHeader, first ? 2u : 0u}, {bands[i].data.data(), bands[i].data.size()},
-                         {trailer, last ? 4u : 0u}});
+        ok = WriteChunk(
+            writer, "IDAT",
+            {{kZlibHeader, first ? 2u : 0u}, {bands[i].data.data(), bands[i].data.size()}, {trailer, last ? 4u : 0u}});
     }
     ok = ok && WriteChunk(writer, "IEND", {});
     return ok && writer.Commit();

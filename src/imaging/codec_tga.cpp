@@ -10,15 +10,16 @@ namespace codec {
 namespace {
 
 // The footer of a version 2 file; it makes the format recognisable by its content.
-constexpr char kFooterSignature[18] = {'T', 'R', 'U', 'E', 'V', 'I', 'S', 'I', 'O', 'N', '-',
-                                       'X', 'F', 'I', 'L', 'E', '.', '\0'};
+constexpr char kFooterSignature[18] = {'T', 'R', 'U', 'E', 'V', 'I', 'S', 'I', 'O',
+                                       'N', '-', 'X', 'F', 'I', 'L', 'E', '.', '\0'};
 
 // One stored value (index, gray or colour) of the given depth turned into a pixel.
 CPixel Colour(const uint8_t* p, int depth, bool gray)
 {
-    if (gray) return CPixel{p[0], p[0], p[0], depth == 16 ? p[1] : uint8_t(255)};   // 16 bits: gray, alpha
+    if (gray) return CPixel{p[0], p[0], p[0], depth == 16 ? p[1] : uint8_t(255)}; // 16 bits: gray, alpha
     switch (depth) {
-    case 8: return CPixel{p[0], p[0], p[0], 255};
+    case 8:
+        return CPixel{p[0], p[0], p[0], 255};
     case 15:
     case 16: {
         const uint32_t v = Le16(p);
@@ -26,8 +27,10 @@ CPixel Colour(const uint8_t* p, int depth, bool gray)
         return CPixel{five(v & 31), five((v >> 5) & 31), five((v >> 10) & 31),
                       static_cast<uint8_t>(depth == 16 && (v & 0x8000) ? 255 : 0)};
     }
-    case 24: return CPixel{p[0], p[1], p[2], 255};
-    default: return CPixel{p[0], p[1], p[2], p[3]};
+    case 24:
+        return CPixel{p[0], p[1], p[2], 255};
+    default:
+        return CPixel{p[0], p[1], p[2], p[3]};
     }
 }
 
@@ -55,7 +58,8 @@ bool LoadTga(const uint8_t* data, size_t size, COLImage& image)
         if (size < at || (size - at) / entry < mapLength) return false;
         if (mapped) {
             palette.resize(mapLength);
-            for (uint32_t i = 0; i < mapLength; ++i) palette[i] = Colour(data + at + i * entry, int(mapDepth), false);
+            for (uint32_t i = 0; i < mapLength; ++i)
+                palette[i] = Colour(data + at + i * entry, int(mapDepth), false);
         }
         at += mapLength * entry;
     }
@@ -84,7 +88,8 @@ bool LoadTga(const uint8_t* data, size_t size, COLImage& image)
     const uint8_t* end = data + size;
     if (!rle) {
         if (size_t(end - p) / bytes < total) return false;
-        for (size_t i = 0; i < total; ++i, p += bytes) out[i] = decode(p);
+        for (size_t i = 0; i < total; ++i, p += bytes)
+            out[i] = decode(p);
     } else {
         size_t i = 0;
         while (i < total) {
@@ -98,14 +103,16 @@ bool LoadTga(const uint8_t* data, size_t size, COLImage& image)
                 std::fill(out + i, out + i + count, c);
             } else {
                 if (size_t(end - p) / bytes < count) return false;
-                for (size_t k = 0; k < count; ++k, p += bytes) out[i + k] = decode(p);
+                for (size_t k = 0; k < count; ++k, p += bytes)
+                    out[i + k] = decode(p);
             }
             i += count;
         }
     }
-    if (descriptor & 0x10)   // right to left
-        for (uint32_t y = 0; y < h; ++y) std::reverse(image.GetBuffer(0, y), image.GetBuffer(0, y) + w);
-    if (!(descriptor & 0x20))   // bottom to top, the usual order
+    if (descriptor & 0x10) // right to left
+        for (uint32_t y = 0; y < h; ++y)
+            std::reverse(image.GetBuffer(0, y), image.GetBuffer(0, y) + w);
+    if (!(descriptor & 0x20)) // bottom to top, the usual order
         for (uint32_t y = 0; y < h / 2; ++y)
             std::swap_ranges(image.GetBuffer(0, y), image.GetBuffer(0, y) + w, image.GetBuffer(0, h - 1 - y));
     if (hasAlpha) OpaqueIfAllClear(image);
@@ -123,13 +130,13 @@ bool SaveTga(const char* path, const COLImage& image)
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
     if (w > 0xFFFF || h > 0xFFFF) return false;
     uint8_t header[18] = {};
-    header[2] = 2;   // uncompressed true colour
+    header[2] = 2; // uncompressed true colour
     header[12] = static_cast<uint8_t>(w);
     header[13] = static_cast<uint8_t>(w >> 8);
     header[14] = static_cast<uint8_t>(h);
     header[15] = static_cast<uint8_t>(h >> 8);
     header[16] = 24;
-    header[17] = 0;   // bottom-left origin, no alpha bits
+    header[17] = 0; // bottom-left origin, no alpha bits
     CSafeFileWriter writer;
     if (!writer.Open(path) || !writer.Write(header, sizeof header)) return false;
     std::vector<uint8_t> row(size_t(w) * 3);
@@ -142,7 +149,7 @@ bool SaveTga(const char* path, const COLImage& image)
         }
         if (!writer.Write(row.data(), row.size())) return false;
     }
-    uint8_t footer[26] = {};   // no extension area, no developer area
+    uint8_t footer[26] = {}; // no extension area, no developer area
     std::memcpy(footer + 8, kFooterSignature, sizeof kFooterSignature);
     if (!writer.Write(footer, sizeof footer)) return false;
     return writer.Commit();

@@ -1,9 +1,8 @@
-#include <tiffio.h>
-
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <sys/stat.h>
+#include <tiffio.h>
 #include <vector>
 
 #include "imaging/codec_formats.h"
@@ -14,7 +13,10 @@ namespace codec {
 namespace {
 
 // libtiff's messages would go to stderr; a damaged file is reported by the result alone.
-int Silent(TIFF*, void*, const char*, const char*, va_list) { return 1; }
+int Silent(TIFF*, void*, const char*, const char*, va_list)
+{
+    return 1;
+}
 
 TIFFOpenOptions* QuietOptions()
 {
@@ -40,17 +42,19 @@ struct Layout {
     uint16_t bits = 8;
     uint16_t samples = 1;
     uint16_t photometric = PHOTOMETRIC_MINISBLACK;
-    int alphaSample = -1;   // index of the alpha sample, -1 when there is none
+    int alphaSample = -1; // index of the alpha sample, -1 when there is none
     bool premultiplied = false;
     const uint16_t* map[3] = {nullptr, nullptr, nullptr};
-    bool map16 = true;   // colour map entries in 0..65535 (some writers store 0..255)
+    bool map16 = true; // colour map entries in 0..65535 (some writers store 0..255)
 };
 
 inline uint32_t Sample(const uint8_t* row, size_t index, uint16_t bits)
 {
     switch (bits) {
-    case 8: return row[index];
-    case 16: return reinterpret_cast<const uint16_t*>(row)[index];   // libtiff swaps to host order
+    case 8:
+        return row[index];
+    case 16:
+        return reinterpret_cast<const uint16_t*>(row)[index]; // libtiff swaps to host order
     default: {
         const size_t bit = index * bits;
         return (row[bit >> 3] >> (8 - bits - (bit & 7))) & ((1u << bits) - 1);
@@ -61,9 +65,12 @@ inline uint32_t Sample(const uint8_t* row, size_t index, uint16_t bits)
 inline uint8_t To8(uint32_t v, uint16_t bits)
 {
     switch (bits) {
-    case 8: return static_cast<uint8_t>(v);
-    case 16: return static_cast<uint8_t>((v * 255 + 32895) >> 16);
-    default: return static_cast<uint8_t>(v * 255 / ((1u << bits) - 1));
+    case 8:
+        return static_cast<uint8_t>(v);
+    case 16:
+        return static_cast<uint8_t>((v * 255 + 32895) >> 16);
+    default:
+        return static_cast<uint8_t>(v * 255 / ((1u << bits) - 1));
     }
 }
 
@@ -89,9 +96,12 @@ void StoreRow(const Layout& l, const uint8_t* raw, int perPixel, int firstSample
                 p.red = p.green = p.blue = g;
             } else if (l.photometric == PHOTOMETRIC_RGB && s < 3) {
                 const uint8_t c = To8(v, l.bits);
-                if (s == 0) p.red = c;
-                else if (s == 1) p.green = c;
-                else p.blue = c;
+                if (s == 0)
+                    p.red = c;
+                else if (s == 1)
+                    p.green = c;
+                else
+                    p.blue = c;
             }
         }
     }
@@ -131,8 +141,7 @@ bool ReadPlain(TIFF* t, const Layout& l, uint16_t planar, COLImage& image)
                     if (TIFFReadTile(t, tile.data(), tx, ty, 0, static_cast<uint16_t>(s)) < 0) return false;
                     const uint32_t cols = std::min(tw, w - tx), rows = std::min(th, h - ty);
                     for (uint32_t r = 0; r < rows; ++r)
-                        StoreRow(l, tile.data() + size_t(r) * rowSize, perPixel, s, cols,
-                                 image.GetBuffer(tx, ty + r));
+                        StoreRow(l, tile.data() + size_t(r) * rowSize, perPixel, s, cols, image.GetBuffer(tx, ty + r));
                 }
         return true;
     }
@@ -180,14 +189,20 @@ toff_t StreamSeek(thandle_t h, toff_t off, int whence)
     if (fseeko(f, static_cast<off_t>(off), whence) != 0) return static_cast<toff_t>(-1);
     return static_cast<toff_t>(ftello(f));
 }
-int StreamClose(thandle_t) { return 0; }   // the safe writer owns the stream
+int StreamClose(thandle_t)
+{
+    return 0;
+} // the safe writer owns the stream
 toff_t StreamSize(thandle_t h)
 {
     struct stat st {};
     std::fflush(static_cast<FILE*>(h));
     return fstat(fileno(static_cast<FILE*>(h)), &st) == 0 ? static_cast<toff_t>(st.st_size) : 0;
 }
-int NoMap(thandle_t, tdata_t*, toff_t*) { return 0; }
+int NoMap(thandle_t, tdata_t*, toff_t*)
+{
+    return 0;
+}
 void NoUnmap(thandle_t, tdata_t, toff_t) {}
 
 } // namespace

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-
 #include <string>
 
 #include "imaging/codec.h"
@@ -23,7 +22,8 @@ TEST(CliCodec, InfoNamesTypeSizeAndAlpha)
     EXPECT_NE(r.output.find("PCX (type 4)"), std::string::npos) << r.output;
 
     vmtest::TempDir dir;
-    vmtest::WriteAll(dir.File("a.psd"), {'8', 'B', 'P', 'S', 0, 1, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 9, 0, 0, 0, 7, 0, 8, 0, 3});
+    vmtest::WriteAll(dir.File("a.psd"),
+                     {'8', 'B', 'P', 'S', 0, 1, 0, 0, 0, 0, 0, 0, 0, 3, 0, 0, 0, 9, 0, 0, 0, 7, 0, 8, 0, 3});
     r = RunCli("info " + Quote(dir.File("a.psd")));
     EXPECT_EQ(r.exitCode, 0) << r.output;
     EXPECT_NE(r.output.find("PSD (type 254), 7 x 9"), std::string::npos) << r.output;
@@ -52,8 +52,9 @@ TEST(CliCodec, ConvertChoosesTheWriterByExtension)
         ASSERT_EQ(codec.LoadFile(dir.File(name).c_str(), &img), 1);
         EXPECT_EQ(img.GetWidth(), 32u);
         bool transparent = false;
-        for (size_t i = 0; i < img.GetPixelCount(); ++i) transparent |= img.GetBuffer()[i].alpha != 255;
-        EXPECT_EQ(transparent, std::string(name) == "out.png");   // only PNG keeps alpha
+        for (size_t i = 0; i < img.GetPixelCount(); ++i)
+            transparent |= img.GetBuffer()[i].alpha != 255;
+        EXPECT_EQ(transparent, std::string(name) == "out.png"); // only PNG keeps alpha
     }
     EXPECT_EQ(COLImageCodec::GetFileType(dir.File("out.tga").c_str()), kFileTga);
 

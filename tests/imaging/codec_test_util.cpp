@@ -20,10 +20,14 @@ bool ReadPam(const std::string& path, COLImage& image)
         std::istringstream s(line);
         std::string key;
         s >> key;
-        if (key == "WIDTH") s >> w;
-        else if (key == "HEIGHT") s >> h;
-        else if (key == "DEPTH") s >> depth;
-        else if (key == "MAXVAL") s >> maxval;
+        if (key == "WIDTH")
+            s >> w;
+        else if (key == "HEIGHT")
+            s >> h;
+        else if (key == "DEPTH")
+            s >> depth;
+        else if (key == "MAXVAL")
+            s >> maxval;
     }
     if (!w || !h || depth < 1 || depth > 4 || (maxval != 255 && maxval != 65535)) return false;
     std::vector<uint8_t> raw(size_t(w) * h * depth);
@@ -40,8 +44,10 @@ bool ReadPam(const std::string& path, COLImage& image)
     for (size_t i = 0; i < size_t(w) * h; ++i) {
         const uint8_t* p = raw.data() + i * depth;
         CPixel& o = image.GetBuffer()[i];
-        if (depth <= 2) o = CPixel::Make(p[0], p[0], p[0], depth == 2 ? p[1] : 255);
-        else o = CPixel::Make(p[0], p[1], p[2], depth == 4 ? p[3] : 255);
+        if (depth <= 2)
+            o = CPixel::Make(p[0], p[0], p[0], depth == 2 ? p[1] : 255);
+        else
+            o = CPixel::Make(p[0], p[1], p[2], depth == 4 ? p[3] : 255);
     }
     return true;
 }
@@ -91,7 +97,8 @@ int Run(const std::string& command, std::string& output)
     if (!pipe) return -1;
     std::array<char, 4096> buf{};
     size_t n;
-    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) output.append(buf.data(), n);
+    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0)
+        output.append(buf.data(), n);
     const int status = pclose(pipe);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
@@ -122,7 +129,7 @@ std::vector<uint8_t> WithOrientation(const std::vector<uint8_t>& jpeg, int orien
     tiff.push_back(bigEndian ? 'M' : 'I');
     p16(42);
     p32(8);
-    p16(2);                          // two entries: a resolution unit first, then the orientation
+    p16(2); // two entries: a resolution unit first, then the orientation
     p16(0x0128), p16(3), p32(1), p16(2), p16(0);
     p16(0x0112), p16(3), p32(1), p16(uint32_t(orientation)), p16(0);
     p32(0);
@@ -130,7 +137,8 @@ std::vector<uint8_t> WithOrientation(const std::vector<uint8_t>& jpeg, int orien
     const size_t len = 2 + 6 + tiff.size();
     seg.push_back(uint8_t(len >> 8));
     seg.push_back(uint8_t(len));
-    for (char c : std::string("Exif\0\0", 6)) seg.push_back(uint8_t(c));
+    for (char c : std::string("Exif\0\0", 6))
+        seg.push_back(uint8_t(c));
     seg.insert(seg.end(), tiff.begin(), tiff.end());
     std::vector<uint8_t> out(jpeg.begin(), jpeg.begin() + 2);
     out.insert(out.end(), seg.begin(), seg.end());

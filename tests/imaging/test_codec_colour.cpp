@@ -1,7 +1,6 @@
 // Colour forms, resampling, rotation and thumbnails of the codec.
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 #include <random>
 #include <vector>
 
@@ -28,13 +27,13 @@ TEST(CodecColour, HsbBytesOfKnownColours)
     EXPECT_EQ(Hsb(CPixel::Make(0, 255, 0)).red, 85);    // 120 degrees
     EXPECT_EQ(Hsb(CPixel::Make(0, 0, 255)).red, 170);   // 240 degrees
     EXPECT_EQ(Hsb(CPixel::Make(255, 255, 0)).red, 43);  // 60 degrees is 42.5
-    EXPECT_EQ(Hsb(CPixel::Make(255, 0, 128)).red, 234);   // 330 degrees
-    EXPECT_EQ(Hsb(CPixel::Make(255, 0, 1)).red, 255);     // just short of a full turn
+    EXPECT_EQ(Hsb(CPixel::Make(255, 0, 128)).red, 234); // 330 degrees
+    EXPECT_EQ(Hsb(CPixel::Make(255, 0, 1)).red, 255);   // just short of a full turn
     p = Hsb(CPixel::Make(100, 100, 100));
     EXPECT_EQ(p.red, 0);
     EXPECT_EQ(p.green, 0);
     EXPECT_EQ(p.blue, 100);
-    p = Hsb(CPixel::Make(200, 100, 100));   // half saturated
+    p = Hsb(CPixel::Make(200, 100, 100)); // half saturated
     EXPECT_EQ(p.green, 128);
     EXPECT_EQ(p.blue, 200);
 }
@@ -50,9 +49,9 @@ TEST(CodecColour, HsbRoundTripStaysWithinTheHueStep)
         codec.RGB2HSB(&p, 1);
         codec.HSB2RGB(&p, 1);
         ASSERT_EQ(p.alpha, orig.alpha);
-        worst = std::max(worst, orig - p == 0 ? 0 : std::max({std::abs(orig.red - p.red),
-                                                              std::abs(orig.green - p.green),
-                                                              std::abs(orig.blue - p.blue)}));
+        worst = std::max(worst, orig - p == 0 ? 0
+                                              : std::max({std::abs(orig.red - p.red), std::abs(orig.green - p.green),
+                                                          std::abs(orig.blue - p.blue)}));
     }
     // A hue step is 360/256 degrees: at most about 3 levels of a fully saturated colour.
     EXPECT_LE(worst, 3);
@@ -69,25 +68,26 @@ TEST(CodecColour, HueStripShowsTheWholeCircle)
 {
     // 256 columns of hue x, saturation 255, brightness 128, converted in one call.
     std::vector<CPixel> strip(256);
-    for (int x = 0; x < 256; ++x) strip[size_t(x)] = CPixel{128, 255, uint8_t(x), 9};
+    for (int x = 0; x < 256; ++x)
+        strip[size_t(x)] = CPixel{128, 255, uint8_t(x), 9};
     COLImageCodec().HSB2RGB(strip.data(), 256);
     EXPECT_TRUE(strip[0] == CPixel::Make(128, 0, 0));
     EXPECT_TRUE(strip[85] == CPixel::Make(0, 128, 0));
     EXPECT_TRUE(strip[170] == CPixel::Make(0, 0, 128));
-    EXPECT_TRUE(strip[255] == CPixel::Make(128, 0, 0));   // the circle closes
+    EXPECT_TRUE(strip[255] == CPixel::Make(128, 0, 0)); // the circle closes
     for (int x = 0; x < 256; ++x) {
         const CPixel& c = strip[size_t(x)];
         EXPECT_EQ(std::max({c.red, c.green, c.blue}), 128) << x;
         EXPECT_EQ(std::min({c.red, c.green, c.blue}), 0) << x;
         EXPECT_EQ(c.alpha, 9);
-        const CPixel& n = strip[size_t((x + 1) % 256)];   // continuous, across the wrap too
+        const CPixel& n = strip[size_t((x + 1) % 256)]; // continuous, across the wrap too
         EXPECT_LE(c - n, 4) << x;
     }
     // Back to HSB, each column finds its own hue.
     COLImageCodec().RGB2HSB(strip.data(), 256);
     for (int x = 0; x < 256; ++x) {
         const int d = std::abs(strip[size_t(x)].red - x);
-        EXPECT_LE(std::min(d, 255 - d), 1) << x;   // 0 and 255 are the same hue
+        EXPECT_LE(std::min(d, 255 - d), 1) << x; // 0 and 255 are the same hue
     }
 }
 
@@ -105,9 +105,9 @@ TEST(CodecColour, YuvBytesAndRoundTrip)
     EXPECT_EQ(p.green, 128);
     EXPECT_EQ(p.alpha, 3);
     p = yuv(CPixel::Make(255, 0, 0));
-    EXPECT_EQ(p.red, 76);     // 0.299 * 255
-    EXPECT_EQ(p.blue, 85);    // 128 - 0.1687 * 255
-    EXPECT_EQ(p.green, 255);  // 128 + 0.5 * 255, clamped
+    EXPECT_EQ(p.red, 76);    // 0.299 * 255
+    EXPECT_EQ(p.blue, 85);   // 128 - 0.1687 * 255
+    EXPECT_EQ(p.green, 255); // 128 + 0.5 * 255, clamped
     p = yuv(CPixel::Make(0, 0, 255));
     EXPECT_EQ(p.red, 29);
     EXPECT_EQ(p.blue, 255);
@@ -164,9 +164,11 @@ COLImage ModelResample(const COLImage& s, uint32_t dw, uint32_t dh)
     const uint32_t sw = s.GetWidth(), sh = s.GetHeight();
     std::vector<std::vector<double>> wx(dw, std::vector<double>(sw)), wy(dh, std::vector<double>(sh));
     for (uint32_t o = 0; o < dw; ++o)
-        for (uint32_t i = 0; i < sw; ++i) wx[o][i] = ModelAxisWeight(sw, dw, o, i);
+        for (uint32_t i = 0; i < sw; ++i)
+            wx[o][i] = ModelAxisWeight(sw, dw, o, i);
     for (uint32_t o = 0; o < dh; ++o)
-        for (uint32_t i = 0; i < sh; ++i) wy[o][i] = ModelAxisWeight(sh, dh, o, i);
+        for (uint32_t i = 0; i < sh; ++i)
+            wy[o][i] = ModelAxisWeight(sh, dh, o, i);
     COLImage d;
     d.Create(dw, dh);
     for (uint32_t y = 0; y < dh; ++y)
@@ -178,11 +180,13 @@ COLImage ModelResample(const COLImage& s, uint32_t dw, uint32_t dh)
                     const double w = wx[x][i] * wy[y][j];
                     if (w == 0) continue;
                     const uint8_t* p = reinterpret_cast<const uint8_t*>(s.GetBuffer(i, j));
-                    for (int c = 0; c < 4; ++c) acc[c] += w * p[c];
+                    for (int c = 0; c < 4; ++c)
+                        acc[c] += w * p[c];
                 }
             }
             uint8_t* o = reinterpret_cast<uint8_t*>(d.GetBuffer(x, y));
-            for (int c = 0; c < 4; ++c) o[c] = uint8_t(std::lround(std::clamp(acc[c], 0.0, 255.0)));
+            for (int c = 0; c < 4; ++c)
+                o[c] = uint8_t(std::lround(std::clamp(acc[c], 0.0, 255.0)));
         }
     return d;
 }
@@ -192,7 +196,8 @@ int MaxByteDifference(const COLImage& a, const COLImage& b)
     int worst = 0;
     const uint8_t* p = reinterpret_cast<const uint8_t*>(a.GetBuffer());
     const uint8_t* q = reinterpret_cast<const uint8_t*>(b.GetBuffer());
-    for (size_t i = 0; i < a.GetPixelCount() * 4; ++i) worst = std::max(worst, std::abs(p[i] - q[i]));
+    for (size_t i = 0; i < a.GetPixelCount() * 4; ++i)
+        worst = std::max(worst, std::abs(p[i] - q[i]));
     return worst;
 }
 
@@ -225,10 +230,11 @@ TEST(CodecResample, ExactCases)
     COLImage four;
     four.Create(2, 2);
     const uint8_t v[4] = {0, 100, 200, 255};
-    for (int i = 0; i < 4; ++i) four.GetBuffer()[i] = CPixel{v[i], v[i], v[i], v[i]};
+    for (int i = 0; i < 4; ++i)
+        four.GetBuffer()[i] = CPixel{v[i], v[i], v[i], v[i]};
     COLImage one;
     ASSERT_EQ(codec.Resample(&four, &one, 1, 1, 1), 1);
-    EXPECT_EQ(one.GetPixel(0, 0), 0x8B8B8B8Bu);   // 555 / 4 = 138.75
+    EXPECT_EQ(one.GetPixel(0, 0), 0x8B8B8B8Bu); // 555 / 4 = 138.75
 
     // 2 x 1 -> 4 x 1 is bilinear with centres aligned and the ends held.
     COLImage two;
@@ -238,7 +244,8 @@ TEST(CodecResample, ExactCases)
     COLImage wide;
     ASSERT_EQ(codec.Resample(&two, &wide, 4, 1, 1), 1);
     const uint8_t expect[4] = {0, 64, 191, 255};
-    for (uint32_t x = 0; x < 4; ++x) EXPECT_EQ(wide.GetPixel2(x, 0).red, expect[x]) << x;
+    for (uint32_t x = 0; x < 4; ++x)
+        EXPECT_EQ(wide.GetPixel2(x, 0).red, expect[x]) << x;
 
     // A flat picture stays exactly flat at any size.
     COLImage flat;
@@ -247,7 +254,8 @@ TEST(CodecResample, ExactCases)
     for (auto [w, h] : {std::pair{11, 7}, std::pair{100, 61}, std::pair{5, 90}}) {
         COLImage out;
         ASSERT_EQ(codec.Resample(&flat, &out, w, h, 1), 1);
-        for (size_t i = 0; i < out.GetPixelCount(); ++i) ASSERT_EQ(out.GetBuffer()[i].Word(), flat.GetBuffer()[0].Word());
+        for (size_t i = 0; i < out.GetPixelCount(); ++i)
+            ASSERT_EQ(out.GetBuffer()[i].Word(), flat.GetBuffer()[0].Word());
     }
 }
 
@@ -334,9 +342,9 @@ TEST(CodecRotate, FreeAngleHoldsTheWholePicture)
     std::fill(src.GetBuffer(), src.GetBuffer() + src.GetPixelCount(), CPixel::Make(200, 40, 10));
     COLImage out;
     ASSERT_EQ(codec.Rotate(&src, &out, 45.0f), 1);
-    EXPECT_EQ(out.GetWidth(), 29u);   // 20 * sqrt(2) = 28.3
+    EXPECT_EQ(out.GetWidth(), 29u); // 20 * sqrt(2) = 28.3
     EXPECT_EQ(out.GetHeight(), 29u);
-    EXPECT_EQ(out.GetPixel2(0, 0).alpha, 0);    // corners lie outside the turned square
+    EXPECT_EQ(out.GetPixel2(0, 0).alpha, 0); // corners lie outside the turned square
     EXPECT_EQ(out.GetPixel2(28, 28).alpha, 0);
     const CPixel centre = out.GetPixel2(14, 14);
     EXPECT_TRUE(centre == CPixel::Make(200, 40, 10));
@@ -366,12 +374,12 @@ TEST(CodecThumbnail, FitsKeepsProportionsAndReportsTheSize)
     ASSERT_EQ(codec.CreateThumbnail(dir.File("p.png").c_str(), &thumb, 100, w, h, 1), 1);
     ASSERT_EQ(thumb.GetWidth(), 100u);
     ASSERT_EQ(thumb.GetHeight(), 100u);
-    EXPECT_EQ(thumb.GetPixel2(50, 11).alpha, 0);   // margins of 12 rows above and 13 below
+    EXPECT_EQ(thumb.GetPixel2(50, 11).alpha, 0); // margins of 12 rows above and 13 below
     EXPECT_EQ(thumb.GetPixel2(50, 12).alpha, 255);
     EXPECT_EQ(thumb.GetPixel2(50, 86).alpha, 255);
     EXPECT_EQ(thumb.GetPixel2(50, 87).alpha, 0);
     ASSERT_EQ(codec.CreateThumbnail(dir.File("p.png").c_str(), &thumb, 1000, w, h, 0), 1);
-    EXPECT_EQ(thumb.GetWidth(), 400u);   // never enlarged
+    EXPECT_EQ(thumb.GetWidth(), 400u); // never enlarged
     EXPECT_EQ(codec.CreateThumbnail(dir.File("none.png").c_str(), &thumb, 100, w, h, 0), 0);
     EXPECT_TRUE(thumb.IsEmpty());
     EXPECT_EQ(w, 0);

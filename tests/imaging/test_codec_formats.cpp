@@ -1,13 +1,13 @@
 // Reading and writing picture files: round trips, variants built byte by byte, JPEG details, file typing,
 // damaged and oversized files, failed writes.
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <random>
 #include <string>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <vector>
 
 #include "codec_test_util.h"
@@ -72,7 +72,10 @@ COLImage LoadBytes(const TempDir& dir, const Bytes& bytes, const std::string& na
     return Load(dir.File(name));
 }
 
-CPixel At(const COLImage& img, uint32_t x, uint32_t y) { return img.GetPixel2(x, y); }
+CPixel At(const COLImage& img, uint32_t x, uint32_t y)
+{
+    return img.GetPixel2(x, y);
+}
 
 bool Is(const CPixel& p, int r, int g, int b, int a)
 {
@@ -91,7 +94,8 @@ TEST(CodecWrite, LosslessFormatsRoundTrip)
         COLImage back = Load(dir.File(name));
         ASSERT_FALSE(back.IsEmpty());
         EXPECT_EQ(MaxColourDifference(src, back, false), 0);
-        for (size_t i = 0; i < back.GetPixelCount(); ++i) ASSERT_EQ(back.GetBuffer()[i].alpha, 255);
+        for (size_t i = 0; i < back.GetPixelCount(); ++i)
+            ASSERT_EQ(back.GetBuffer()[i].alpha, 255);
     }
     ASSERT_EQ(codec.SaveFileWithAlpha(dir.File("alpha.png").c_str(), &src), 1);
     EXPECT_TRUE(vmtest::SamePixels(src, Load(dir.File("alpha.png"))));
@@ -115,8 +119,9 @@ TEST(CodecWrite, PngInBandsIsExactAndRepeatable)
     ASSERT_EQ(codec.SaveFile(dir.File("c.png").c_str(), &src), 1);
     const COLImage rgb = Load(dir.File("c.png"));
     EXPECT_EQ(MaxColourDifference(src, rgb, false), 0);
-    EXPECT_EQ(codectest::MaxAlphaDifference(src, rgb), 255);   // noise alpha is gone: all opaque
-    for (size_t i = 0; i < rgb.GetPixelCount(); ++i) ASSERT_EQ(rgb.GetBuffer()[i].alpha, 255);
+    EXPECT_EQ(codectest::MaxAlphaDifference(src, rgb), 255); // noise alpha is gone: all opaque
+    for (size_t i = 0; i < rgb.GetPixelCount(); ++i)
+        ASSERT_EQ(rgb.GetBuffer()[i].alpha, 255);
     // A one-pixel picture and a one-row one take the same road.
     COLImage tiny;
     vmtest::FillNoise(tiny, 1, 1, 2);
@@ -147,7 +152,7 @@ TEST(CodecWrite, BmpAndTgaAreBottomUpWithHonestHeaders)
     Bytes t = ReadAll(dir.File("a.tga"));
     EXPECT_EQ(t[2], 2);
     EXPECT_EQ(t[16], 24);
-    EXPECT_EQ(t[17] & 0x30, 0);   // bottom-left origin
+    EXPECT_EQ(t[17] & 0x30, 0); // bottom-left origin
     EXPECT_EQ(t[18], bottom.blue);
     EXPECT_EQ(t.size(), 18u + 5 * 3 * 3 + 26);
 }
@@ -173,7 +178,7 @@ TEST(CodecWrite, FailedWriteKeepsTheOldFile)
 {
     TempDir dir;
     COLImage big;
-    vmtest::FillNoise(big, 300, 200, 5);   // noise does not compress below the limit
+    vmtest::FillNoise(big, 300, 200, 5); // noise does not compress below the limit
     COLImageCodec codec;
     const Bytes good = {'g', 'o', 'o', 'd'};
     rlimit old{};
@@ -186,9 +191,12 @@ TEST(CodecWrite, FailedWriteKeepsTheOldFile)
         WriteAll(dir.File(name), good);
         ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
         int r;
-        if (std::string(name) == "b.png") r = codec.SaveFileWithAlpha(dir.File(name).c_str(), &big);
-        else if (std::string(name) == "a.jpg") r = codec.SaveJpegFile(dir.File(name).c_str(), &big, 200, 72);
-        else r = codec.SaveFile(dir.File(name).c_str(), &big);
+        if (std::string(name) == "b.png")
+            r = codec.SaveFileWithAlpha(dir.File(name).c_str(), &big);
+        else if (std::string(name) == "a.jpg")
+            r = codec.SaveJpegFile(dir.File(name).c_str(), &big, 200, 72);
+        else
+            r = codec.SaveFile(dir.File(name).c_str(), &big);
         setrlimit(RLIMIT_FSIZE, &old);
         EXPECT_EQ(r, 0);
         EXPECT_EQ(ReadAll(dir.File(name)), good);
@@ -199,7 +207,7 @@ TEST(CodecWrite, FailedWriteKeepsTheOldFile)
         (void)e;
         ++files;
     }
-    EXPECT_EQ(files, 6u);   // no temporaries left behind
+    EXPECT_EQ(files, 6u); // no temporaries left behind
 }
 
 // Finds a JPEG marker segment and returns the offset of its payload (after the length), or 0.
@@ -226,7 +234,7 @@ TEST(CodecJpeg, QualityChromaAndDensity)
     const Bytes q90 = ReadAll(dir.File("q90.jpg")), q10 = ReadAll(dir.File("q10.jpg"));
     const Bytes q190 = ReadAll(dir.File("q190.jpg"));
     EXPECT_LT(q10.size(), q90.size());
-    EXPECT_GT(q190.size(), q90.size());   // same quality, chroma at full resolution
+    EXPECT_GT(q190.size(), q90.size()); // same quality, chroma at full resolution
 
     // JFIF: units 1 (dots per inch), 72 x 72.
     const size_t app0 = FindMarker(q90, 0xE0);
@@ -246,7 +254,8 @@ TEST(CodecJpeg, QualityChromaAndDensity)
     COLImage back = Load(dir.File("q190.jpg"));
     ASSERT_EQ(back.GetWidth(), 64u);
     EXPECT_LE(MaxColourDifference(src, back, false), 24);
-    for (size_t i = 0; i < back.GetPixelCount(); ++i) ASSERT_EQ(back.GetBuffer()[i].alpha, 255);
+    for (size_t i = 0; i < back.GetPixelCount(); ++i)
+        ASSERT_EQ(back.GetBuffer()[i].alpha, 255);
 }
 
 // The eight EXIF orientations, built from their definitions: mirror left-right, then turn clockwise.
@@ -260,7 +269,8 @@ COLImage Oriented(const COLImage& s, int orientation)
         COLImage m;
         m.Create(cur.GetWidth(), cur.GetHeight());
         for (uint32_t y = 0; y < cur.GetHeight(); ++y)
-            for (uint32_t x = 0; x < cur.GetWidth(); ++x) m.PutPixel(cur.GetWidth() - 1 - x, y, At(cur, x, y));
+            for (uint32_t x = 0; x < cur.GetWidth(); ++x)
+                m.PutPixel(cur.GetWidth() - 1 - x, y, At(cur, x, y));
         cur = std::move(m);
     }
     for (int t = 0; t < turns[orientation]; ++t) {
@@ -268,7 +278,8 @@ COLImage Oriented(const COLImage& s, int orientation)
         r.Create(cur.GetHeight(), cur.GetWidth());
         // Clockwise: the left column, read bottom to top, becomes the top row.
         for (uint32_t y = 0; y < cur.GetHeight(); ++y)
-            for (uint32_t x = 0; x < cur.GetWidth(); ++x) r.PutPixel(cur.GetHeight() - 1 - y, x, At(cur, x, y));
+            for (uint32_t x = 0; x < cur.GetWidth(); ++x)
+                r.PutPixel(cur.GetHeight() - 1 - y, x, At(cur, x, y));
         cur = std::move(r);
     }
     return cur;
@@ -283,7 +294,8 @@ TEST(CodecJpeg, ExifOrientationTurnsThePhotoUpright)
     const CPixel colours[4] = {CPixel::Make(250, 0, 0), CPixel::Make(0, 250, 0), CPixel::Make(0, 0, 250),
                                CPixel::Make(250, 250, 0)};
     for (uint32_t y = 0; y < 16; ++y)
-        for (uint32_t x = 0; x < 32; ++x) src.PutPixel(x, y, colours[(x / 8 + y / 8 * 3) % 4]);
+        for (uint32_t x = 0; x < 32; ++x)
+            src.PutPixel(x, y, colours[(x / 8 + y / 8 * 3) % 4]);
     COLImageCodec codec;
     ASSERT_EQ(codec.SaveJpegFile(dir.File("plain.jpg").c_str(), &src, 195, 72), 1);
     const COLImage plain = Load(dir.File("plain.jpg"));
@@ -313,29 +325,31 @@ TEST(CodecBmp, VariantsBuiltByHand)
 
     // RLE4, 6 x 2 (bottom-up): a run, a literal run, end of line, a jump, end of picture.
     b = BmpHeader(6, 2, 4, 2, 40, 54 + 16 * 4, 16);
-    for (int i = 0; i < 16; ++i) Put32(b, uint32_t(i * 0x101010));   // gray ramp palette
-    const uint8_t rle[] = {3, 0x12,   // 1 2 1
-                           0, 3, 0x34, 0x50,   // literal 3 4 5, padded to a word
-                           0, 0,               // end of line
-                           0, 2, 2, 0,         // jump right by 2
-                           2, 0xFF,            // 15 15
+    for (int i = 0; i < 16; ++i)
+        Put32(b, uint32_t(i * 0x101010));       // gray ramp palette
+    const uint8_t rle[] = {3, 0x12,             // 1 2 1
+                           0, 3,    0x34, 0x50, // literal 3 4 5, padded to a word
+                           0, 0,                // end of line
+                           0, 2,    2,    0,    // jump right by 2
+                           2, 0xFF,             // 15 15
                            0, 1};
     b.insert(b.end(), rle, rle + sizeof rle);
     img = LoadBytes(dir, b, "rle4.bmp");
     ASSERT_EQ(img.GetWidth(), 6u);
     const int bottom[6] = {1, 2, 1, 3, 4, 5};
-    for (int x = 0; x < 6; ++x) EXPECT_EQ(At(img, x, 1).red, bottom[x] * 16) << x;
-    EXPECT_EQ(At(img, 0, 0).alpha, 0);   // skipped by the jump: transparent
+    for (int x = 0; x < 6; ++x)
+        EXPECT_EQ(At(img, x, 1).red, bottom[x] * 16) << x;
+    EXPECT_EQ(At(img, 0, 0).alpha, 0); // skipped by the jump: transparent
     EXPECT_TRUE(Is(At(img, 2, 0), 240, 240, 240, 255));
     EXPECT_TRUE(Is(At(img, 3, 0), 240, 240, 240, 255));
     EXPECT_EQ(At(img, 4, 0).alpha, 0);
 
     // 32-bit bit fields in a 40-byte header with an alpha mask after it (BI_ALPHABITFIELDS), 1 x 1.
     b = BmpHeader(1, 1, 32, 6, 40, 54 + 16);
-    Put32(b, 0x0000FF00);   // red
-    Put32(b, 0x00FF0000);   // green
-    Put32(b, 0xFF000000);   // blue
-    Put32(b, 0x000000FF);   // alpha
+    Put32(b, 0x0000FF00); // red
+    Put32(b, 0x00FF0000); // green
+    Put32(b, 0xFF000000); // blue
+    Put32(b, 0x000000FF); // alpha
     Put32(b, 0x11223344);
     img = LoadBytes(dir, b, "fields.bmp");
     ASSERT_FALSE(img.IsEmpty());
@@ -354,7 +368,7 @@ TEST(CodecBmp, VariantsBuiltByHand)
 
     // 16-bit plain data is 5-5-5; the top bit is not alpha.
     b = BmpHeader(1, 1, 16, 0, 40, 54);
-    Put32(b, 0xFC00 | 0x001F);   // red 31, blue 31, top bit set
+    Put32(b, 0xFC00 | 0x001F); // red 31, blue 31, top bit set
     img = LoadBytes(dir, b, "x16.bmp");
     EXPECT_TRUE(Is(At(img, 0, 0), 255, 0, 255, 255));
 }
@@ -391,9 +405,9 @@ TEST(CodecTga, OriginsDepthsAndMaps)
     // 16-bit with one attribute bit: the bit is alpha. RLE packet repeating one pixel, then a raw one.
     b = TgaHeader(10, 3, 1, 16, 0x21);
     b.push_back(0x81);
-    Put16(b, 0x8000 | (31 << 10));   // opaque red, twice
+    Put16(b, 0x8000 | (31 << 10)); // opaque red, twice
     b.push_back(0x00);
-    Put16(b, 31);                    // blue, attribute bit clear
+    Put16(b, 31); // blue, attribute bit clear
     img = LoadBytes(dir, b, "a16.tga");
     ASSERT_FALSE(img.IsEmpty());
     EXPECT_TRUE(Is(At(img, 0, 0), 255, 0, 0, 255));
@@ -434,12 +448,15 @@ TEST(CodecPcx, SixteenColourPlanesAndRunsAcrossLines)
     TempDir dir;
     // 1 bit x 4 planes, 8 x 1: pixel x gets index x (plane k holds bit k).
     Bytes b = PcxHeader(1, 4, 8, 1, 2);
-    for (int i = 0; i < 16; ++i) b[16 + 3 * i] = uint8_t(i * 16), b[17 + 3 * i] = 7, b[18 + 3 * i] = 9;
+    for (int i = 0; i < 16; ++i)
+        b[16 + 3 * i] = uint8_t(i * 16), b[17 + 3 * i] = 7, b[18 + 3 * i] = 9;
     const uint8_t planes[4] = {0x55, 0x33, 0x0F, 0x00};
-    for (uint8_t p : planes) b.push_back(p), b.push_back(0);
+    for (uint8_t p : planes)
+        b.push_back(p), b.push_back(0);
     COLImage img = LoadBytes(dir, b, "ega.pcx");
     ASSERT_FALSE(img.IsEmpty());
-    for (uint32_t x = 0; x < 8; ++x) EXPECT_TRUE(Is(At(img, x, 0), int(x) * 16, 7, 9, 255)) << x;
+    for (uint32_t x = 0; x < 8; ++x)
+        EXPECT_TRUE(Is(At(img, x, 0), int(x) * 16, 7, 9, 255)) << x;
 
     // 8-bit gray (no palette at the end), 4 x 2, one run covering both lines.
     b = PcxHeader(8, 1, 4, 2, 4);
@@ -464,7 +481,8 @@ TEST(CodecGif, FirstFrameOnItsScreen)
         }
     img = Load(vmtest::DataPath("codec/gif-anim.gif"));
     ASSERT_FALSE(img.IsEmpty());
-    for (size_t i = 0; i < img.GetPixelCount(); ++i) ASSERT_TRUE(Is(img.GetBuffer()[i], 0, 0, 255, 255));
+    for (size_t i = 0; i < img.GetPixelCount(); ++i)
+        ASSERT_TRUE(Is(img.GetBuffer()[i], 0, 0, 255, 255));
 }
 
 TEST(CodecFileType, ContentFirstThenExtension)
@@ -483,7 +501,7 @@ TEST(CodecFileType, ContentFirstThenExtension)
     WriteAll(dir.File("x.bmp"), {'8', 'B', 'P', 'S', 0, 1});
     EXPECT_EQ(COLImageCodec::GetFileType(dir.File("x.bmp").c_str()), kFilePsd);
     COLImage img;
-    EXPECT_EQ(codec.LoadFile(dir.File("x.bmp").c_str(), &img), 0);   // a PSD is not a picture for LoadFile
+    EXPECT_EQ(codec.LoadFile(dir.File("x.bmp").c_str(), &img), 0); // a PSD is not a picture for LoadFile
 
     WriteAll(dir.File("empty.png"), {});
     EXPECT_EQ(COLImageCodec::GetFileType(dir.File("empty.png").c_str()), kFileUnusable);
@@ -492,6 +510,10 @@ TEST(CodecFileType, ContentFirstThenExtension)
     EXPECT_EQ(COLImageCodec::GetFileType(dir.File("missing.png").c_str()), kFileUnusable);
     EXPECT_EQ(COLImageCodec::GetFileType(dir.Path().c_str()), kFileUnusable);
     EXPECT_EQ(COLImageCodec::GetFileType(nullptr), kFileUnusable);
+    // A FIFO with no writer must not hang the caller.
+    ASSERT_EQ(mkfifo(dir.File("pipe.png").c_str(), 0600), 0);
+    EXPECT_EQ(COLImageCodec::GetFileType(dir.File("pipe.png").c_str()), kFileUnusable);
+    EXPECT_EQ(codec.LoadFile(dir.File("pipe.png").c_str(), &img), 0);
 
     // TGA: a version 2 file is known by its footer; an old one only by its name and a sound header.
     ASSERT_EQ(codec.SaveFile(dir.File("t.tga").c_str(), &src), 1);
@@ -503,7 +525,7 @@ TEST(CodecFileType, ContentFirstThenExtension)
     WriteAll(dir.File("old.dat"), old);
     EXPECT_EQ(COLImageCodec::GetFileType(dir.File("old.TGA").c_str()), kFileTga);
     EXPECT_EQ(COLImageCodec::GetFileType(dir.File("old.dat").c_str()), kFileUnusable);
-    old[16] = 7;   // no such depth
+    old[16] = 7; // no such depth
     WriteAll(dir.File("bad.tga"), old);
     EXPECT_EQ(COLImageCodec::GetFileType(dir.File("bad.tga").c_str()), kFileUnusable);
 }
@@ -544,7 +566,7 @@ TEST(CodecDamage, TruncatedFilesAreRefused)
         for (size_t len = 0; len < whole.size(); len += (len < 64 ? 1 : 1 + whole.size() / 61)) {
             WriteAll(cut, Bytes(whole.begin(), whole.begin() + std::ptrdiff_t(len)));
             COLImage img;
-            MakePattern(img, 3, 3, false);   // a failed load must empty it
+            MakePattern(img, 3, 3, false); // a failed load must empty it
             const int r = codec.LoadFile(cut.c_str(), &img);
             ASSERT_EQ(r == 0, img.IsEmpty()) << len;
             // Up to half the file nothing can be complete.
@@ -596,7 +618,8 @@ uint32_t Crc32(const uint8_t* p, size_t n)
     uint32_t c = 0xFFFFFFFF;
     for (size_t i = 0; i < n; ++i) {
         c ^= p[i];
-        for (int k = 0; k < 8; ++k) c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1)));
+        for (int k = 0; k < 8; ++k)
+            c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1)));
     }
     return ~c;
 }
@@ -629,7 +652,7 @@ TEST(CodecLimits, SidesAboveTheLimitAreRefused)
     bmp[18] = uint8_t(over), bmp[19] = uint8_t(over >> 8);
     EXPECT_TRUE(LoadBytes(dir, bmp, "big.bmp").IsEmpty());
     bmp[18] = 8, bmp[19] = 0;
-    bmp[22] = 0xFF, bmp[23] = 0xFF, bmp[24] = 0xFF, bmp[25] = 0x7F;   // 2^31 - 1 rows
+    bmp[22] = 0xFF, bmp[23] = 0xFF, bmp[24] = 0xFF, bmp[25] = 0x7F; // 2^31 - 1 rows
     EXPECT_TRUE(LoadBytes(dir, bmp, "tall.bmp").IsEmpty());
 
     ASSERT_EQ(codec.SaveFile(dir.File("a.tga").c_str(), &src), 1);
@@ -655,7 +678,7 @@ TEST(CodecLimits, SidesAboveTheLimitAreRefused)
     for (uint32_t i = 0; i < codec::Le16(&tif[ifd]); ++i) {
         uint8_t* e = &tif[ifd + 2 + 12 * i];
         if (codec::Le16(e) != 256) continue;
-        ASSERT_EQ(codec::Le16(e + 2), 3);   // SHORT
+        ASSERT_EQ(codec::Le16(e + 2), 3); // SHORT
         e[8] = uint8_t(over), e[9] = uint8_t(over >> 8);
         patched = true;
     }

@@ -1,7 +1,6 @@
 // Files we write must open elsewhere: ImageMagick reads them back with the right size, channels and pixels.
 // Skipped where ImageMagick is not installed.
 #include <gtest/gtest.h>
-
 #include <string>
 
 #include "codec_test_util.h"
@@ -10,19 +9,19 @@
 
 namespace {
 
-#define REQUIRE_IMAGEMAGICK()                                                                                  \
-    do {                                                                                                        \
-        if (!codectest::HaveImageMagick()) {                                                                    \
-            GTEST_SKIP() << "ImageMagick (/usr/bin/identify, /usr/bin/convert) is not installed; install the " \
-                            "Debian package imagemagick to run the interop checks";                             \
-        }                                                                                                       \
+#define REQUIRE_IMAGEMAGICK()                                                                                          \
+    do {                                                                                                               \
+        if (!codectest::HaveImageMagick()) {                                                                           \
+            GTEST_SKIP() << "ImageMagick (/usr/bin/identify, /usr/bin/convert) is not installed; install the "         \
+                            "Debian package imagemagick to run the interop checks";                                    \
+        }                                                                                                              \
     } while (0)
 
 struct Written {
     const char* name;
-    const char* format;   // as identify names it
+    const char* format; // as identify names it
     bool alpha;
-    int tolerance;   // 0: lossless; otherwise ImageMagick's and our decoding of the file may differ by this
+    int tolerance; // 0: lossless; otherwise ImageMagick's and our decoding of the file may differ by this
 };
 
 TEST(CodecImageMagick, ReadsWhatWeWrite)
@@ -32,19 +31,22 @@ TEST(CodecImageMagick, ReadsWhatWeWrite)
     COLImage src;
     codectest::MakePattern(src, 45, 31, true);
     COLImageCodec codec;
-    const Written files[] = {{"rgba.png", "PNG", true, 0}, {"rgb.png", "PNG", false, 0},
-                             {"a.jpg", "JPEG", false, 1},  {"full.jpg", "JPEG", false, 1},
-                             {"a.bmp", "BMP3", false, 0},  {"a.tif", "TIFF", false, 0},
+    const Written files[] = {{"rgba.png", "PNG", true, 0},   {"rgb.png", "PNG", false, 0}, {"a.jpg", "JPEG", false, 1},
+                             {"full.jpg", "JPEG", false, 1}, {"a.bmp", "BMP3", false, 0},  {"a.tif", "TIFF", false, 0},
                              {"a.tga", "TGA", false, 0}};
     for (const Written& f : files) {
         SCOPED_TRACE(f.name);
         const std::string path = dir.File(f.name);
         const std::string n = f.name;
         int ok;
-        if (n == "rgba.png") ok = codec.SaveFileWithAlpha(path.c_str(), &src);
-        else if (n == "a.jpg") ok = codec.SaveJpegFile(path.c_str(), &src, 90, 72);
-        else if (n == "full.jpg") ok = codec.SaveJpegFile(path.c_str(), &src, 195, 72);
-        else ok = codec.SaveFile(path.c_str(), &src);
+        if (n == "rgba.png")
+            ok = codec.SaveFileWithAlpha(path.c_str(), &src);
+        else if (n == "a.jpg")
+            ok = codec.SaveJpegFile(path.c_str(), &src, 90, 72);
+        else if (n == "full.jpg")
+            ok = codec.SaveJpegFile(path.c_str(), &src, 195, 72);
+        else
+            ok = codec.SaveFile(path.c_str(), &src);
         ASSERT_EQ(ok, 1);
 
         std::string out;
@@ -56,9 +58,8 @@ TEST(CodecImageMagick, ReadsWhatWeWrite)
 
         // ImageMagick's pixels: -auto-orient because its TGA reader leaves bottom-up files unflipped.
         const std::string pam = dir.File(std::string(f.name) + ".pam");
-        ASSERT_EQ(codectest::Run("/usr/bin/convert " + vmtest::Quote(path) + " -auto-orient -depth 8 " +
-                                     vmtest::Quote(pam),
-                                 out),
+        ASSERT_EQ(codectest::Run(
+                      "/usr/bin/convert " + vmtest::Quote(path) + " -auto-orient -depth 8 " + vmtest::Quote(pam), out),
                   0)
             << out;
         COLImage seen;
@@ -87,7 +88,7 @@ TEST(CodecImageMagick, ReadsALargePngWrittenInBands)
                              out),
               0)
         << out;
-    EXPECT_EQ(out, "");   // no warnings either
+    EXPECT_EQ(out, ""); // no warnings either
     COLImage seen;
     ASSERT_TRUE(codectest::ReadPam(dir.File("big.pam"), seen));
     EXPECT_TRUE(vmtest::SamePixels(src, seen));

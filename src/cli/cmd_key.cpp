@@ -1,0 +1,222 @@
+// "key" and "batch-key": the backdrop key on one photo, and on many photos of one shoot.
+#include <cctype>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "cli/cli.h"
+#include "imaging/codec.h"
+#include "imaging/image.h"
+#include "matting/batch_key.h"
+#include "matting/chroma_key.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// "auto", "RRGGBB" (an optional leading '#') or "X%,Y%" into the batch's colour settings.
+bool ParseColour(const std::string& text, batchkey::Settings& s)
+{
+    if (text == "auto") {
+        s.colourMode = batchkey::kColourAuto;
+        return true;
+    }
+    const size_t comma = text.find(',');
+    if (comma != std::string::npos) {
+        std::string x = text.substr(0, comma), y = text.substr(comma + 1);
+        if (x.empty() || y.empty() || x.back() != '%' || y.back() != '%') return false;
+        x.pop_back();
+        y.pop_back();
+        long px = 0, py = 0;
+        if (!cli::ParseInt(x, 0, 100, px) || !cli::ParseInt(y, 0, 100, py)) return false;
+        s.colourMode = batchkey::kColourAtPoint;
+        s.pickX = int32_t(px);
+        s.pickY = int32_t(py);
+        return true;
+    }
+    std::string hex = text[0] == '#' ? text.substr(1) : text;
+    if (hex.size() != 6) return false;
+    for (char c : hex)
+        if (!std::isxdigit(static_cast<unsigned char>(c))) return false;
+    const unsigned long v = std::stoul(hex, nullptr, 16);
+    s.colourMode = batchkey::kColourFixed;
+    s.fixedColour = CPixel::Make(uint8_t(v >> 16), uint8_t(v >> 8), uint8_t(v));
+    return true;
+}
+
+std::string Hex(CPixel c)
+{
+    char buf[8];
+    std::snprintf(buf, sizeof buf, "%02X%02X%02X", c.red, c.green, c.blue);
+    return buf;
+}
+
+bool EndsWithPng(const std::string& path)
+{
+    if (path.size() < 4) return false;
+    std::string ext = path.substr(path.size() - 4);
+    for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+    return ext == ".png";
+}
+
+std::string LoadError(const std::string& path)
+{
+    const uint32_t type = COLImageCodec::GetFileType(path.c_str());
+    if (type == kFileUnusable) return "cannot read " + path + ": missing, or not a picture";
+    return "cannot read " + path + ": damaged, too large or unsupported " + FileTypeName(type) + " file";
+}
+
+cli::Progress* g_progress = nullptr;
+
+void OnProgress(void*, uint32_t code, int32_t value)
+{
+    if (code == 1 && g_progress) g_progress->Update(value);
+}
+
+int RunKey(const std::vector<std::string>& args)
+{
+    const char* cmd = "key";
+    cli::Args a(args, {"-o", "--backdrop", "--strength", "--levels", "--luma-strength"},
+                {"--shadow", "--no-recover", "--no-jpeg-chroma", "--feather"});
+    if (!a.Ok()) return cli::Usage(cmd, a.Error());
+    if (a.Positional().size() != 1) return cli::Usage(cmd, "expects exactly one input picture");
+    const auto out = a.Value("-o");
+    if (!out) return cli::Usage(cmd, "needs -o OUT.png");
+    if (!EndsWithPng(*out)) return cli::Usage(cmd, "the result is a PNG with alpha: name it .png");
+
+    ChromaKeyParams params;   // the panel's defaults
+    batchkey::Settings colour;
+    if (auto v = a.Value("--backdrop"); v && !ParseColour(*v, colour))
+        return cli::Usage(cmd, "--backdrop takes auto, RRGGBB or X%,Y%");
+    long n = 0;
+    if (auto v = a.Value("--strength")) {
+        if (!cli::ParseInt(*v, 0, 100, n)) return cli::Usage(cmd, "--strength takes 0..100");
+        params.strength = int32_t(n);
+    }
+    if (auto v = a.Value("--levels")) {
+        const size_t comma = v->find(',');
+        long lo = 0, hi = 0;
+        if (comma == std::string::npos || !cli::ParseInt(v->substr(0, comma), 0, 254, lo) ||
+            !cli::ParseInt(v->substr(comma + 1), 1, 255, hi) || lo >= hi)
+            return cli::Usage(cmd, "--levels takes LO,HI with 0 <= LO < HI <= 255");
+        params.levelLow = int32_t(lo);
+        params.levelHigh = int32_t(hi);
+    }
+    long luma = 32;
+    if (auto v = a.Value("--luma-strength"); v && !cli::ParseInt(*v, 0, 100, luma))
+        return cli::Usage(cmd, "--luma-strength takes 0..100");
+    params.includeShadow = a.Has("--shadow") ? 0 : 1;
+    params.recoverColour = a.Has("--no-recover") ? 0 : 1;
+    params.jpegChroma = a.Has("--no-jpeg-chroma") ? 0 : 1;
+    params.featherSelection = a.Has("--feather") ? 1 : 0;
+
+    const std::string& in = a.Positional()[0];
+    COLImageCodec codec;
+    COLImage source, result;
+    if (!codec.LoadFile(in.c_str(), &source)) return cli::Fail(LoadError(in));
+    params.backdrop = batchkey::ColourOfFile(source, colour);
+
+    CChromaKeyProcess process;
+    process.SetLumaStrength(int(luma));
+    process.SetImages(&source, &result);
+    cli::Progress progress("keying");
+    g_progress = &progress;
+    process.SetProgressCallback(ProgressCallback{OnProgress, nullptr});
+    process.SetProgressRange(0, 100);
+    const long r = process.Process(&params);
+    g_progress = nullptr;
+    progress.Done();
+    if (r != kOk) return cli::Fail("keying " + in + " failed (out of memory?)");
+    if (!codec.SaveFileWithAlpha(out->c_str(), &result))
+        return cli::Fail("cannot write " + *out + " (folder missing, no permission or disk full)");
+    std::printf("%s -> %s, %u x %u, backdrop %s, %s key\n", in.c_str(), out->c_str(), result.GetWidth(),
+                result.GetHeight(), Hex(params.backdrop).c_str(), process.WasChromatic() ? "hue" : "luma");
+    return cli::kExitOk;
+}
+
+int RunBatchKey(const std::vector<std::string>& args)
+{
+    const char* cmd = "batch-key";
+    cli::Args a(args, {"-o", "--colour", "--prefix", "--suffix"});
+    if (!a.Ok()) return cli::Usage(cmd, a.Error());
+    if (a.Positional().empty()) return cli::Usage(cmd, "expects pictures or folders to key");
+    const auto out = a.Value("-o");
+    if (!out || out->empty()) return cli::Usage(cmd, "needs -o OUTDIR");
+    batchkey::Settings settings;
+    settings.outputDir = *out;
+    if (auto v = a.Value("--colour"); v && !ParseColour(*v, settings))
+        return cli::Usage(cmd, "--colour takes auto, RRGGBB or X%,Y%");
+    const auto prefix = a.Value("--prefix"), suffix = a.Value("--suffix");
+    if (prefix && suffix) return cli::Usage(cmd, "give --prefix or --suffix, not both");
+    if (prefix) {
+        settings.affix = *prefix;
+        settings.affixIsPrefix = true;
+    } else if (suffix) {
+        settings.affix = *suffix;
+    }
+    if (settings.affix.find('/') != std::string::npos)
+        return cli::Usage(cmd, "the prefix or suffix may not hold a '/'");
+
+    std::vector<std::string> files;
+    for (const std::string& p : a.Positional()) {
+        std::error_code ec;
+        if (fs::is_directory(p, ec)) {
+            const std::vector<std::string> inFolder = batchkey::PicturesInFolder(p);
+            if (inFolder.empty()) std::fprintf(stderr, "warning: no pictures in %s\n", p.c_str());
+            for (const std::string& f : inFolder) batchkey::AddFile(files, f);
+        } else {
+            batchkey::AddFile(files, p);   // a missing file is reported when its turn comes
+        }
+    }
+    if (files.empty()) return cli::Fail("nothing to key");
+
+    std::error_code ec;
+    fs::create_directories(settings.outputDir, ec);
+    if (!fs::is_directory(settings.outputDir, ec)) return cli::Fail("cannot make the folder " + settings.outputDir);
+
+    // Two inputs that differ only in their extension would write the same result: say so before it happens.
+    std::vector<std::string> outputs;
+    for (const std::string& f : files) {
+        const std::string o = batchkey::OutputPath(settings.outputDir, f, settings.affix, settings.affixIsPrefix);
+        for (size_t i = 0; i < outputs.size(); ++i)
+            if (outputs[i] == o)
+                std::fprintf(stderr, "warning: %s and %s both write %s; the later one wins\n", files[i].c_str(),
+                             f.c_str(), o.c_str());
+        outputs.push_back(o);
+    }
+
+    batchkey::Listener listener;
+    listener.onStart = [](size_t i, size_t n, const std::string& path) {
+        std::fprintf(stderr, "[%zu/%zu] %s\n", i + 1, n, path.c_str());
+    };
+    listener.onDone = [](size_t, size_t, const std::string&, const std::string& output) {
+        std::fprintf(stderr, "  -> %s\n", output.c_str());
+    };
+    listener.onFailed = [](size_t, size_t, const batchkey::Failure& f) {
+        std::fprintf(stderr, "  failed: %s\n", f.reason.c_str());
+    };
+    const std::vector<batchkey::Failure> failures = batchkey::Run(files, settings, listener);
+
+    std::printf("%zu of %zu pictures keyed into %s\n", files.size() - failures.size(), files.size(),
+                settings.outputDir.c_str());
+    if (failures.empty()) return cli::kExitOk;
+    std::printf("%zu failed:\n", failures.size());
+    for (const batchkey::Failure& f : failures) std::printf("  %s: %s\n", f.path.c_str(), f.reason.c_str());
+    return cli::kExitFailure;
+}
+
+cli::CliRegistrar regKey("key",
+                         "key IN -o OUT.png [--backdrop auto|RRGGBB|X%,Y%] [--strength N] [--levels LO,HI] "
+                         "[--shadow] [--no-recover] [--no-jpeg-chroma] [--feather] [--luma-strength N]",
+                         "cut a photo out of a single-coloured backdrop into a PNG with alpha (--shadow removes "
+                         "the backdrop's shadow)",
+                         RunKey);
+cli::CliRegistrar regBatch("batch-key",
+                           "batch-key FILES-OR-FOLDER... -o OUTDIR [--colour auto|RRGGBB|X%,Y%] "
+                           "[--prefix S|--suffix S]",
+                           "key many photos of one backdrop into OUTDIR/<name>.png, overwriting; unreadable "
+                           "files are listed and skipped",
+                           RunBatchKey);
+
+} // namespace

@@ -1,0 +1,126 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "imaging/codec.h"
+#include "imaging/image.h"
+#include "support/test_support.h"
+
+using vmtest::CliResult;
+using vmtest::Quote;
+using vmtest::RunCli;
+
+namespace {
+
+// An orange block on a green backdrop, or on gray.
+void WriteShot(const std::string& path, bool green)
+{
+    COLImage img;
+    img.Create(96, 64);
+    for (uint32_t y = 0; y < 64; ++y)
+        for (uint32_t x = 0; x < 96; ++x) {
+            const bool subject = x >= 32 && x < 64 && y >= 20;
+            const CPixel back = green ? CPixel::Make(46, 168, 72) : CPixel::Make(128, 128, 128);
+            img.PutPixel(x, y, subject ? CPixel::Make(210, 120, 60) : back);
+        }
+    COLImageCodec codec;
+    ASSERT_TRUE(codec.SaveFile(path.c_str(), &img));
+}
+
+COLImage Load(const std::string& path)
+{
+    COLImage img;
+    COLImageCodec().LoadFile(path.c_str(), &img);
+    return img;
+}
+
+} // namespace
+
+TEST(CliKey, KeysAGreenScreenShot)
+{
+    vmtest::TempDir dir;
+    WriteShot(dir.File("shot.bmp"), true);
+    const std::string out = dir.File("cut.png");
+    CliResult r = RunCli("key " + Quote(dir.File("shot.bmp")) + " -o " + Quote(out));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("backdrop 2EA848, hue key"), std::string::npos) << r.output;
+    COLImage img = Load(out);
+    ASSERT_EQ(img.GetWidth(), 96u);
+    EXPECT_EQ(img.GetPixel2(5, 5).alpha, 0);
+    EXPECT_EQ(img.GetPixel(48, 50), 0xFFD2783Cu);
+
+    // A gray backdrop given by hand goes the luma way; a picked point reads the backdrop there.
+    WriteShot(dir.File("gray.bmp"), false);
+    r = RunCli("key " + Quote(dir.File("gray.bmp")) + " -o " + Quote(out) + " --backdrop 5%,5% --levels 0,255");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("backdrop 808080, luma key"), std::string::npos) << r.output;
+    r = RunCli("key " + Quote(dir.File("gray.bmp")) + " -o " + Quote(out) + " --backdrop '#d2783c' --shadow");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("backdrop D2783C, hue key"), std::string::npos) << r.output;
+}
+
+TEST(CliKey, RefusesBadArguments)
+{
+    vmtest::TempDir dir;
+    WriteShot(dir.File("shot.bmp"), true);
+    const std::string in = Quote(dir.File("shot.bmp"));
+    const std::string out = Quote(dir.File("o.png"));
+    for (const char* bad : {"--strength 101", "--levels 40,40", "--levels 300,310", "--backdrop red",
+                                   "--backdrop 50%", "--luma-strength -1", "--bogus"}) {
+        CliResult r = RunCli("key " + in + " -o " + out + " " + std::string(bad));
+        EXPECT_EQ(r.exitCode, 2) << bad << ": " << r.output;
+    }
+    EXPECT_EQ(RunCli("key " + in).exitCode, 2);                                    // no -o
+    EXPECT_EQ(RunCli("key " + in + " -o " + Quote(dir.File("o.jpg"))).exitCode, 2);   // not a PNG
+    EXPECT_FALSE(std::filesystem::exists(dir.File("o.png")));
+
+    vmtest::WriteAll(dir.File("broken.jpg"), {0xFF, 0xD8, 0xFF});
+    CliResult r = RunCli("key " + Quote(dir.File("broken.jpg")) + " -o " + out);
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.output.find("cannot read"), std::string::npos) << r.output;
+    EXPECT_FALSE(std::filesystem::exists(dir.File("o.png")));
+}
+
+TEST(CliBatchKey, GoesOnPastABrokenFileAndListsIt)
+{
+    vmtest::TempDir dir;
+    std::filesystem::create_directory(dir.Path() / "in");
+    WriteShot(dir.File("in/a.bmp"), true);
+    WriteShot(dir.File("in/c.jpg"), true);
+    vmtest::WriteAll(dir.File("in/b.jpg"), {0xFF, 0xD8, 0xFF, 0xE0});
+    const std::string out = dir.File("out");
+    CliResult r = RunCli("batch-key " + Quote(dir.File("in")) + " -o " + Quote(out) + " --suffix _cut");
+    EXPECT_EQ(r.exitCode, 1) << r.output;
+    EXPECT_NE(r.output.find("[1/3]"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("[3/3]"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("2 of 3 pictures keyed"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("1 failed"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("b.jpg"), std::string::npos) << r.output;
+    EXPECT_TRUE(std::filesystem::exists(out + "/a_cut.png"));
+    EXPECT_TRUE(std::filesystem::exists(out + "/c_cut.png"));
+    EXPECT_FALSE(std::filesystem::exists(out + "/b_cut.png"));
+
+    // All good: exit 0, and a second run overwrites without asking.
+    std::filesystem::remove(dir.File("in/b.jpg"));
+    r = RunCli("batch-key " + Quote(dir.File("in/a.bmp")) + " " + Quote(dir.File("in/a.bmp")) + " -o " +
+               Quote(out) + " --prefix x- --colour 2EA848");
+    EXPECT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("1 of 1 pictures keyed"), std::string::npos) << r.output;   // listed twice, keyed once
+    const COLImage keyed = Load(out + "/x-a.png");
+    EXPECT_LT(keyed.GetPixel2(5, 5).alpha, 16);   // the unattended strength of 32 leaves a faint trace
+    EXPECT_EQ(keyed.GetPixel(48, 50), 0xFFD2783Cu);
+}
+
+TEST(CliBatchKey, RefusesBadArguments)
+{
+    vmtest::TempDir dir;
+    WriteShot(dir.File("a.bmp"), true);
+    const std::string in = Quote(dir.File("a.bmp"));
+    EXPECT_EQ(RunCli("batch-key " + in).exitCode, 2);   // no -o
+    EXPECT_EQ(RunCli("batch-key -o " + Quote(dir.File("o"))).exitCode, 2);
+    EXPECT_EQ(RunCli("batch-key " + in + " -o " + Quote(dir.File("o")) + " --prefix a --suffix b").exitCode, 2);
+    EXPECT_EQ(RunCli("batch-key " + in + " -o " + Quote(dir.File("o")) + " --colour 120%,3%").exitCode, 2);
+    EXPECT_EQ(RunCli("batch-key " + in + " -o " + Quote(dir.File("o")) + " --suffix a/b").exitCode, 2);
+    EXPECT_FALSE(std::filesystem::exists(dir.File("o")));
+}

@@ -1,0 +1,190 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "commands/region_tracker.h"
+#include "imaging/channel.h"
+#include "imaging/image.h"
+#include "support/test_support.h"
+
+namespace {
+
+// Plain sums straight from the definition of the fold, to hold the vector passes against.
+void ReferenceSums(const COLImage& img, std::vector<uint32_t>& rows, std::vector<uint32_t>& cols)
+{
+    rows.assign(img.GetHeight(), 0);
+    cols.assign(img.GetWidth(), 0);
+    for (uint32_t y = 0; y < img.GetHeight(); ++y)
+        for (uint32_t x = 0; x < img.GetWidth(); ++x) {
+            const CPixel p = img.GetPixel2(x, y);
+            uint32_t v = p.blue + p.green + p.red + p.alpha;
+            if (v > 257) v -= 257;
+            rows[y] += v;
+            cols[x] += v;
+        }
+}
+
+void ReferenceSums(const COLChannel& ch, std::vector<uint32_t>& rows, std::vector<uint32_t>& cols)
+{
+    rows.assign(ch.GetHeight(), 0);
+    cols.assign(ch.GetWidth(), 0);
+    for (uint32_t y = 0; y < ch.GetHeight(); ++y)
+        for (uint32_t x = 0; x < ch.GetWidth(); ++x) {
+            uint32_t v = ch.GetValue(x, y);
+            if (v >= 130) v -= 129;
+            rows[y] += v;
+            cols[x] += v;
+        }
+}
+
+class TrackerLevels : public ::testing::TestWithParam<int> {
+protected:
+    void SetUp() override { m_level = SetTrackerVectorLevel(GetParam()); }
+    void TearDown() override { SetTrackerVectorLevel(2); }
+    int m_level = 0;
+};
+
+TEST_P(TrackerLevels, FoldedSumsMatchTheDefinitionForEveryWidth)
+{
+    // Widths around every vector step, so that the scalar tails are exercised as well as the main loops.
+    for (uint32_t width : {1u, 3u, 4u, 5u, 7u, 8u, 9u, 15u, 16u, 17u, 31u, 32u, 33u, 47u, 64u, 100u}) {
+        COLImage img;
+        vmtest::FillNoise(img, width, 5, width);
+        img.PutPixel(width - 1, 4, CPixel::FromWord(0xFFFFFFFF));   // the largest fold, in the last column
+        COLChannel ch;
+        vmtest::FillNoise(ch, width, 5, width + 100);
+        ch.SetValue(width - 1, 4, 130);
+
+        std::vector<uint32_t> refRows, refCols, rows(5), cols(width, 12345);
+        ReferenceSums(img, refRows, refCols);
+        ComputeFoldedSums(img, rows.data(), cols.data());
+        EXPECT_EQ(rows, refRows) << "image width " << width << " level " << m_level;
+        EXPECT_EQ(cols, refCols) << "image width " << width << " level " << m_level;
+
+        std::fill(cols.begin(), cols.end(), 777u);
+        ReferenceSums(ch, refRows, refCols);
+        ComputeFoldedSums(ch, rows.data(), cols.data());
+        EXPECT_EQ(rows, refRows) << "channel width " << width << " level " << m_level;
+        EXPECT_EQ(cols, refCols) << "channel width " << width << " level " << m_level;
+    }
+}
+
+TEST_P(TrackerLevels, FoldBoundaries)
+{
+    // One row of 40 pixels, all zero but the probes, so every vector lane sees a boundary value.
+    COLImage img;
+    img.Create(40, 1);
+    std::fill(img.GetBuffer(), img.GetBuffer() + 40, CPixel{0, 0, 0, 0});
+    img.PutPixel(0, 0, CPixel{255, 2, 0, 0});       // 257 stays
+    img.PutPixel(9, 0, CPixel{255, 3, 0, 0});       // 258 folds to 1
+    img.PutPixel(17, 0, CPixel{255, 255, 255, 255}); // 1020 folds to 763
+    img.PutPixel(39, 0, CPixel{1, 1, 1, 1});        // 4
+    std::vector<uint32_t> rows(1), cols(40);
+    ComputeFoldedSums(img, rows.data(), cols.data());
+    EXPECT_EQ(cols[0], 257u);
+    EXPECT_EQ(cols[9], 1u);
+    EXPECT_EQ(cols[17], 763u);
+    EXPECT_EQ(cols[39], 4u);
+    EXPECT_EQ(rows[0], 257u + 1 + 763 + 4);
+
+    COLChannel ch;
+    ch.Create(40, 1);
+    std::fill(ch.GetBuffer(), ch.GetBuffer() + 40, uint8_t(0));
+    ch.SetValue(1, 0, 129);   // stays
+    ch.SetValue(20, 0, 130);  // folds to 1
+    ch.SetValue(35, 0, 255);  // folds to 126
+    ComputeFoldedSums(ch, rows.data(), cols.data());
+    EXPECT_EQ(cols[1], 129u);
+    EXPECT_EQ(cols[20], 1u);
+    EXPECT_EQ(cols[35], 126u);
+    EXPECT_EQ(rows[0], 129u + 1 + 126);
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, TrackerLevels, ::testing::Values(0, 1, 2));
+
+TEST(RegionTracker, OnePixelChangeGivesItsBoxAndIsTakenIn)
+{
+    COLImage img;
+    vmtest::FillNoise(img, 40, 30, 7);
+    CRegionTracker t;
+    ASSERT_EQ(BuildTracker(t, img), 1);
+    EXPECT_EQ(TrackChanges(t, img), (CChangeRect{0, 0, 0, 0}));
+
+    CPixel p = img.GetPixel2(5, 7);
+    p.red = static_cast<uint8_t>(p.red + 1);
+    img.PutPixel(5, 7, p);
+    EXPECT_EQ(TrackChanges(t, img), (CChangeRect{5, 7, 6, 8}));
+    // The stored sums now describe the changed picture.
+    EXPECT_EQ(TrackChanges(t, img), (CChangeRect{0, 0, 0, 0}));
+
+    // Two separate edits give the box of both.
+    img.PutPixel(2, 20, CPixel::FromWord(img.GetPixel(2, 20) ^ 0x01000000));
+    img.PutPixel(30, 4, CPixel::FromWord(img.GetPixel(30, 4) ^ 0x00000100));
+    EXPECT_EQ(TrackChanges(t, img), (CChangeRect{2, 4, 31, 21}));
+}
+
+TEST(RegionTracker, ChangesSeenOnlyInRowsOrOnlyInColumnsSpanThePlane)
+{
+    COLImage img;
+    vmtest::FillNoise(img, 20, 12, 3);
+    img.PutPixel(4, 3, CPixel::FromWord(0x01010101));
+    img.PutPixel(4, 9, CPixel::FromWord(0x02020202));
+    img.PutPixel(11, 6, CPixel::FromWord(0x01010101));
+    img.PutPixel(15, 6, CPixel::FromWord(0x03030303));
+    CRegionTracker t;
+    BuildTracker(t, img);
+
+    // Swapping two pixels of one column keeps every column sum: the box spans the full width.
+    img.PutPixel(4, 3, CPixel::FromWord(0x02020202));
+    img.PutPixel(4, 9, CPixel::FromWord(0x01010101));
+    EXPECT_EQ(TrackChanges(t, img), (CChangeRect{0, 3, 20, 10}));
+
+    // Swapping two pixels of one row keeps every row sum: the box spans the full height.
+    img.PutPixel(11, 6, CPixel::FromWord(0x03030303));
+    img.PutPixel(15, 6, CPixel::FromWord(0x01010101));
+    EXPECT_EQ(TrackChanges(t, img), (CChangeRect{11, 0, 16, 12}));
+}
+
+TEST(RegionTracker, SizeChangeAndInvalidTrackerRebuild)
+{
+    COLImage img;
+    vmtest::FillNoise(img, 16, 16, 1);
+    CRegionTracker t;
+    EXPECT_FALSE(t.IsValid());
+    EXPECT_EQ(TrackChanges(t, img), (CChangeRect{-1, 0, 0, 0}));
+    EXPECT_TRUE(t.IsValid());
+    EXPECT_EQ(TrackChanges(t, img), (CChangeRect{0, 0, 0, 0}));
+
+    COLImage bigger;
+    vmtest::FillNoise(bigger, 17, 16, 1);
+    EXPECT_EQ(TrackChanges(t, bigger), (CChangeRect{-1, 0, 0, 0}));
+    EXPECT_EQ(t.GetWidth(), 17u);
+    EXPECT_EQ(TrackChanges(t, bigger), (CChangeRect{0, 0, 0, 0}));
+
+    COLImage none;
+    EXPECT_EQ(BuildTracker(t, none), 0);
+    EXPECT_FALSE(t.IsValid());
+}
+
+TEST(RegionTracker, ChannelChangesAcrossTheFold)
+{
+    COLChannel ch;
+    ch.Create(50, 40);
+    std::fill(ch.GetBuffer(), ch.GetBuffer() + ch.GetAreaByteSize(), uint8_t(129));
+    CRegionTracker t;
+    ASSERT_EQ(BuildTracker(t, ch), 1);
+    // 129 -> 130 is one level up but folds from 129 to 1: seen.
+    ch.SetValue(33, 38, 130);
+    EXPECT_EQ(TrackChanges(t, ch), (CChangeRect{33, 38, 34, 39}));
+    ch.SetValue(0, 0, 0);
+    ch.SetValue(49, 39, 255);
+    EXPECT_EQ(TrackChanges(t, ch), (CChangeRect{0, 0, 50, 40}));
+    EXPECT_EQ(TrackChanges(t, ch), (CChangeRect{0, 0, 0, 0}));
+
+    COLChannel other;
+    other.Create(50, 41);
+    EXPECT_EQ(TrackChanges(t, other), (CChangeRect{-1, 0, 0, 0}));
+}
+
+} // namespace

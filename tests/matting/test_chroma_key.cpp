@@ -1,0 +1,370 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "imaging/codec.h"
+#include "matting/chroma_key.h"
+#include "matting/key_math.h"
+#include "matting/parallel_for.h"
+#include "support/test_support.h"
+
+namespace {
+
+COLImage Row(const std::vector<CPixel>& pixels)
+{
+    COLImage img;
+    img.Create(uint32_t(pixels.size()), 1);
+    for (size_t i = 0; i < pixels.size(); ++i) img.PutPixel(uint32_t(i), 0, pixels[i]);
+    return img;
+}
+
+CPixel Rgb(int r, int g, int b, int a = 255) { return CPixel::Make(uint8_t(r), uint8_t(g), uint8_t(b), uint8_t(a)); }
+
+ChromaKeyParams ParamsFor(CPixel backdrop)
+{
+    ChromaKeyParams p;
+    p.backdrop = backdrop;
+    return p;
+}
+
+// A soft disc of a warm colour over a backdrop with a little noise: every step of both paths has work.
+COLImage Scene(CPixel backdrop, uint32_t w, uint32_t h, uint32_t seed)
+{
+    COLImage img;
+    vmtest::FillNoise(img, w, h, seed);
+    const double cx = w * 0.5, cy = h * 0.55, r = std::min(w, h) * 0.3;
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            CPixel* p = img.GetBuffer(x, y);
+            const int noise = int(p->red % 7) - 3;
+            const double d = std::hypot(x - cx, y - cy);
+            const double a = std::clamp((r - d) / 3.0 + 0.5, 0.0, 1.0);
+            const int fr = 40 + int(x * 180 / w), fg = 60 + int(y * 120 / h), fb = 30;
+            p->red = uint8_t(std::clamp(int(fr * a + backdrop.red * (1 - a)) + noise, 0, 255));
+            p->green = uint8_t(std::clamp(int(fg * a + backdrop.green * (1 - a)) + noise, 0, 255));
+            p->blue = uint8_t(std::clamp(int(fb * a + backdrop.blue * (1 - a)) + noise, 0, 255));
+            p->alpha = 255;
+        }
+    return img;
+}
+
+} // namespace
+
+TEST(ChromaKey, BackdropClassification)
+{
+    // Colourful and mid-bright: the hue way.
+    EXPECT_TRUE(CChromaKeyProcess::IsChromatic(Rgb(46, 168, 72)));
+    EXPECT_TRUE(CChromaKeyProcess::IsChromatic(Rgb(34, 78, 196)));
+    EXPECT_TRUE(CChromaKeyProcess::IsChromatic(Rgb(33, 0, 0)));      // brightness 33
+    EXPECT_TRUE(CChromaKeyProcess::IsChromatic(Rgb(219, 0, 219)));   // brightness 219
+    // Gray, white, black, or just outside the bounds: the luma way, whatever the hue.
+    EXPECT_FALSE(CChromaKeyProcess::IsChromatic(Rgb(128, 128, 128)));
+    EXPECT_FALSE(CChromaKeyProcess::IsChromatic(Rgb(244, 244, 242)));
+    EXPECT_FALSE(CChromaKeyProcess::IsChromatic(Rgb(32, 0, 0)));     // brightness 32
+    EXPECT_FALSE(CChromaKeyProcess::IsChromatic(Rgb(0, 220, 0)));    // brightness 220
+    EXPECT_FALSE(CChromaKeyProcess::IsChromatic(Rgb(200, 194, 200)));  // saturation 8
+    EXPECT_TRUE(CChromaKeyProcess::IsChromatic(Rgb(200, 190, 200)));   // saturation 13
+}
+
+TEST(ChromaKey, LumaPathByHand)
+{
+    // Backdrop gray 128 (Y 128), picker strength 32: T = 38.
+    COLImage src = Row({Rgb(128, 128, 128), Rgb(147, 147, 147), Rgb(110, 110, 110), Rgb(200, 200, 200)});
+    COLImage dst;
+    CChromaKeyProcess process;
+    process.SetImages(&src, &dst);
+    ChromaKeyParams params = ParamsFor(Rgb(128, 128, 128));
+    ASSERT_EQ(process.Process(&params), kOk);
+    EXPECT_FALSE(process.WasChromatic());
+    // The backdrop itself: nothing left, all four bytes.
+    EXPECT_EQ(dst.GetPixel(0, 0), 0u);
+    // 19 steps away: key 127, lifted to 153, levels 32..255 give 138; colour solved: (147*255-128*128)/127.
+    EXPECT_EQ(dst.GetPixel2(1, 0).red, 166);
+    EXPECT_EQ(dst.GetPixel2(1, 0).blue, 166);
+    EXPECT_EQ(dst.GetPixel2(1, 0).alpha, 138);
+    // 18 steps below: key 120, lifted to 149, levels give 133; (110*255-128*135)/120 = 89.
+    EXPECT_EQ(dst.GetPixel2(2, 0).green, 89);
+    EXPECT_EQ(dst.GetPixel2(2, 0).alpha, 133);
+    // Far away: opaque and unchanged.
+    EXPECT_EQ(dst.GetPixel(3, 0), 0xFFC8C8C8u);
+    // The working plane holds the lifted alpha before the levels.
+    EXPECT_EQ(process.GetAlphaPlane().GetValue(1, 0), 153);
+
+    // Without colour recovery the colour is the source's; the backdrop pixel is still cleared.
+    params.recoverColour = 0;
+    ASSERT_EQ(process.Process(&params), kOk);
+    EXPECT_EQ(dst.GetPixel(0, 0), 0u);
+    EXPECT_EQ(dst.GetPixel2(1, 0).red, 147);
+    EXPECT_EQ(dst.GetPixel2(1, 0).alpha, 138);
+}
+
+TEST(ChromaKey, LumaStrengthSetsTheOpaqueDistance)
+{
+    COLImage src = Row({Rgb(100, 100, 100), Rgb(117, 117, 117), Rgb(116, 116, 116)});
+    COLImage dst;
+    CChromaKeyProcess process;
+    process.SetLumaStrength(0);   // T = 17
+    process.SetImages(&src, &dst);
+    ChromaKeyParams params = ParamsFor(Rgb(100, 100, 100));
+    params.levelLow = 0;
+    ASSERT_EQ(process.Process(&params), kOk);
+    EXPECT_EQ(dst.GetPixel2(1, 0).alpha, 255);   // 17 steps: opaque
+    EXPECT_LT(dst.GetPixel2(2, 0).alpha, 255);   // 16 steps: not quite
+    EXPECT_EQ(process.GetLumaStrength(), 0);
+}
+
+TEST(ChromaKey, LumaPathIgnoresShadowAndChromaSwitches)
+{
+    COLImage src = Scene(Rgb(240, 240, 238), 64, 48, 3);
+    COLImage a, b;
+    CChromaKeyProcess process;
+    ChromaKeyParams params = ParamsFor(Rgb(240, 240, 238));
+    process.SetImages(&src, &a);
+    ASSERT_EQ(process.Process(&params), kOk);
+    params.includeShadow = 0;
+    params.jpegChroma = 0;
+    process.SetImages(&src, &b);
+    ASSERT_EQ(process.Process(&params), kOk);
+    EXPECT_TRUE(vmtest::SamePixels(a, b));
+}
+
+TEST(ChromaKey, FeatherOnlyTakesAlphaAway)
+{
+    for (CPixel backdrop : {Rgb(128, 128, 128), Rgb(46, 168, 72)}) {
+        COLImage src = Scene(backdrop, 80, 60, 5);
+        COLImage plain, feathered;
+        CChromaKeyProcess process;
+        ChromaKeyParams params = ParamsFor(backdrop);
+        params.levelLow = 0;
+        process.SetImages(&src, &plain);
+        ASSERT_EQ(process.Process(&params), kOk);
+        params.featherSelection = 1;
+        process.SetImages(&src, &feathered);
+        ASSERT_EQ(process.Process(&params), kOk);
+        int lowered = 0;
+        for (uint32_t i = 0; i < plain.GetPixelCount(); ++i) {
+            if (backdrop.red == 128) {
+                // The luma path feathers the key itself: never more than without.
+                EXPECT_LE(feathered.GetBuffer()[i].alpha, plain.GetBuffer()[i].alpha) << i;
+            }
+            lowered += feathered.GetBuffer()[i].alpha < plain.GetBuffer()[i].alpha;
+        }
+        EXPECT_GT(lowered, 0);
+    }
+}
+
+TEST(ChromaKey, LevelsMapAlphaOnly)
+{
+    COLImage img = Row({Rgb(1, 2, 3, 0), Rgb(4, 5, 6, 31), Rgb(7, 8, 9, 32), Rgb(10, 11, 12, 100),
+                        Rgb(13, 14, 15, 255)});
+    COLImage copy;
+    copy.DuplicateFrom(&img);
+    CChromaKeyProcess::ApplyAlphaLevels(img, 0, 255);
+    EXPECT_TRUE(vmtest::SamePixels(img, copy));
+    CChromaKeyProcess::ApplyAlphaLevels(img, 32, 255);
+    EXPECT_TRUE(vmtest::SameColours(img, copy));
+    EXPECT_EQ(img.GetPixel2(1, 0).alpha, 0);
+    EXPECT_EQ(img.GetPixel2(2, 0).alpha, 0);
+    EXPECT_EQ(img.GetPixel2(3, 0).alpha, 77);
+    EXPECT_EQ(img.GetPixel2(4, 0).alpha, 255);
+}
+
+TEST(ChromaKey, ShadowPassRemovesDarkHazeAwayFromTheSubject)
+{
+    // A 40 x 40 picture, keyed already: an opaque block on the left, a dark half-transparent haze far to the
+    // right, and dark half-transparent pixels touching the block.
+    COLImage src, dst;
+    src.Create(40, 40);
+    for (uint32_t y = 0; y < 40; ++y)
+        for (uint32_t x = 0; x < 40; ++x) src.PutPixel(x, y, Rgb(200, 200, 200, 0));
+    for (uint32_t y = 10; y < 30; ++y) {
+        for (uint32_t x = 2; x < 12; ++x) src.PutPixel(x, y, Rgb(5, 5, 5, 255));   // dark but opaque
+        src.PutPixel(12, y, Rgb(5, 5, 5, 120));                                    // dark rim next to it
+        for (uint32_t x = 30; x < 38; ++x) src.PutPixel(x, y, Rgb(8, 8, 8, 120));  // dark haze far away
+    }
+    src.PutPixel(34, 5, Rgb(220, 220, 220, 120));   // bright and half-transparent: not a shadow
+
+    CChromaKeyProcess process;
+    process.SetImages(&src, &dst);
+    dst.DuplicateFrom(&src);
+    ASSERT_EQ(process.RemoveShadow(), kOk);
+    for (uint32_t y = 13; y < 27; ++y) {
+        EXPECT_EQ(dst.GetPixel2(5, y).alpha, 255);
+        EXPECT_EQ(dst.GetPixel2(12, y).alpha, 120) << y;
+    }
+    for (uint32_t y = 10; y < 30; ++y)
+        for (uint32_t x = 30; x < 38; ++x) EXPECT_EQ(dst.GetPixel2(x, y).alpha, 0) << x << "," << y;
+    EXPECT_EQ(dst.GetPixel2(34, 5).alpha, 120);
+    EXPECT_TRUE(vmtest::SameColours(src, dst));
+}
+
+TEST(ChromaKey, ShadowOptionRunsThePassOnTheHuePathOnly)
+{
+    const CPixel green = Rgb(46, 168, 72);
+    COLImage src = Scene(green, 64, 96, 9);
+    // Darken a band of the backdrop, well below the subject, into a deep shadow.
+    for (uint32_t y = 80; y < 96; ++y)
+        for (uint32_t x = 0; x < 64; ++x) src.PutPixel(x, y, Rgb(4, 14, 6));
+    COLImage kept, removed;
+    CChromaKeyProcess process;
+    ChromaKeyParams params = ParamsFor(green);
+    process.SetImages(&src, &kept);
+    ASSERT_EQ(process.Process(&params), kOk);
+    ASSERT_TRUE(process.WasChromatic());
+    params.includeShadow = 0;
+    process.SetImages(&src, &removed);
+    ASSERT_EQ(process.Process(&params), kOk);
+    int keptAlpha = 0, removedAlpha = 0;
+    for (uint32_t x = 8; x < 56; ++x) {
+        keptAlpha += kept.GetPixel2(x, 86).alpha;
+        removedAlpha += removed.GetPixel2(x, 86).alpha;
+    }
+    EXPECT_GT(keptAlpha, 48 * 100);   // dark pixels of little colour stay in the key...
+    EXPECT_EQ(removedAlpha, 0);       // ...until the shadow pass takes them out
+}
+
+TEST(ChromaKey, EstimateBackdropFromTheBorder)
+{
+    COLImage img;
+    img.Create(300, 200);
+    for (uint32_t y = 0; y < 200; ++y)
+        for (uint32_t x = 0; x < 300; ++x) img.PutPixel(x, y, Rgb(40, 170, 70));
+    // A subject in the middle, reaching into the outer 128 but not the outer 16, does not count.
+    for (uint32_t y = 20; y < 180; ++y)
+        for (uint32_t x = 20; x < 280; ++x) img.PutPixel(x, y, Rgb(200, 100, 50));
+    // A little variation in the border: the mean follows it.
+    for (uint32_t x = 0; x < 300; ++x) img.PutPixel(x, 0, Rgb(44, 174, 74));
+    const CPixel c = CChromaKeyProcess::EstimateBackdropColour(img);
+    EXPECT_EQ(c.alpha, 255);
+    EXPECT_EQ(c.red, 40);
+    EXPECT_EQ(c.green, 170);
+    EXPECT_EQ(c.blue, 70);
+
+    // Narrower than 32: every pixel is border; a half-and-half picture has a mean that nothing is close to.
+    COLImage split;
+    split.Create(20, 10);
+    for (uint32_t y = 0; y < 10; ++y)
+        for (uint32_t x = 0; x < 20; ++x) split.PutPixel(x, y, x < 10 ? Rgb(0, 0, 0) : Rgb(200, 200, 200));
+    EXPECT_EQ(CChromaKeyProcess::EstimateBackdropColour(split).Word(), 0xFF000000u);
+    for (uint32_t x = 0; x < 20; ++x) split.PutPixel(x, 9, Rgb(90, 90, 90));
+    for (uint32_t y = 0; y < 10; ++y)
+        for (uint32_t x = 0; x < 20; ++x)
+            if (y < 9) split.PutPixel(x, y, Rgb(100, 100, 100));
+    EXPECT_EQ(CChromaKeyProcess::EstimateBackdropColour(split).Word(), 0xFF636363u);   // (9*100 + 90) / 10 = 99
+}
+
+TEST(ChromaKey, SameBytesOnOneCoreAndOnAll)
+{
+    for (CPixel backdrop : {Rgb(46, 168, 72), Rgb(128, 128, 128)}) {
+        COLImage src = Scene(backdrop, 601, 397, 11);
+        // A deep shadow with a ragged edge across the lower rows, so that the shadow pass has work everywhere.
+        for (uint32_t y = 300; y < 397; ++y)
+            for (uint32_t x = 0; x < 601; ++x)
+                if ((x * 7 + y * 3) % 11 < 6) src.PutPixel(x, y, Rgb(4, 12 + int(x % 5), 6));
+        CChromaKeyProcess process;
+        ChromaKeyParams params = ParamsFor(backdrop);
+        params.includeShadow = 0;
+        params.featherSelection = 1;
+        COLImage one;
+        vmpar::SetWorkerCount(1);
+        process.SetImages(&src, &one);
+        ASSERT_EQ(process.Process(&params), kOk);
+        for (unsigned workers : {2u, 3u, 7u}) {
+            COLImage split;
+            vmpar::SetWorkerCount(workers);
+            process.SetImages(&src, &split);
+            ASSERT_EQ(process.Process(&params), kOk);
+            EXPECT_TRUE(vmtest::SamePixels(one, split)) << workers;
+        }
+        vmpar::SetWorkerCount(0);
+    }
+}
+
+TEST(ChromaKey, InPlaceRunKeysTheOriginal)
+{
+    const CPixel green = Rgb(46, 168, 72);
+    COLImage src = Scene(green, 60, 40, 4);
+    COLImage apart, inPlace;
+    inPlace.DuplicateFrom(&src);
+    CChromaKeyProcess process;
+    ChromaKeyParams params = ParamsFor(green);
+    params.jpegChroma = 0;   // the refinement then reads the source itself, where keyed pixels would show
+    process.SetImages(&src, &apart);
+    ASSERT_EQ(process.Process(&params), kOk);
+    process.SetImages(&inPlace, &inPlace);
+    ASSERT_EQ(process.Process(&params), kOk);
+    EXPECT_TRUE(vmtest::SamePixels(apart, inPlace));
+}
+
+TEST(ChromaKey, RefusesMissingInputs)
+{
+    CChromaKeyProcess process;
+    COLImage src = Row({Rgb(1, 2, 3)}), dst, empty;
+    ChromaKeyParams params;
+    process.SetImages(&src, &dst);
+    EXPECT_EQ(process.Process(nullptr), kFail);
+    process.SetImages(&empty, &dst);
+    EXPECT_EQ(process.Process(&params), kFail);
+    process.SetImages(&src, nullptr);
+    EXPECT_EQ(process.Process(&params), kFail);
+}
+
+namespace {
+std::vector<int> g_reports;
+void Record(void*, uint32_t code, int32_t value)
+{
+    if (code == 1) g_reports.push_back(value);
+}
+} // namespace
+
+TEST(ChromaKey, ProgressStaysInOrderAndEndsAtTheTop)
+{
+    for (uint32_t shadow : {1u, 0u}) {
+        const CPixel green = Rgb(46, 168, 72);
+        COLImage src = Scene(green, 300, 200, 2), dst;
+        CChromaKeyProcess process;
+        process.SetImages(&src, &dst);
+        process.SetProgressCallback(ProgressCallback{Record, nullptr});
+        process.SetProgressRange(0, 100);
+        ChromaKeyParams params = ParamsFor(green);
+        params.includeShadow = shadow;
+        g_reports.clear();
+        ASSERT_EQ(process.Process(&params), kOk);
+        ASSERT_FALSE(g_reports.empty());
+        for (size_t i = 1; i < g_reports.size(); ++i) EXPECT_LE(g_reports[i - 1], g_reports[i]);
+        EXPECT_EQ(g_reports.back(), 100);
+        std::vector<int> above80;
+        for (int v : g_reports)
+            if (v > 80 && (above80.empty() || above80.back() != v)) above80.push_back(v);
+        if (shadow == 0) {
+            // The hue key's own 0..100 lands in 0..80; the shadow pass reports 85, 95 and 100 after it.
+            EXPECT_NE(std::find(g_reports.begin(), g_reports.end(), 80), g_reports.end());
+            EXPECT_EQ(above80, (std::vector<int>{85, 95, 100}));
+        } else {
+            EXPECT_NE(std::find(above80.begin(), above80.end(), 90), above80.end());
+            EXPECT_NE(std::find(above80.begin(), above80.end(), 95), above80.end());
+        }
+    }
+}
+
+TEST(ChromaKey, TinyPicturesGoThroughEveryStep)
+{
+    // Sizes around the 3-pixel border of the refinement, the 3 x 3 neighbourhoods and the chroma pairs.
+    for (uint32_t w : {1u, 2u, 3u, 6u, 7u, 8u})
+        for (uint32_t h : {1u, 2u, 7u}) {
+            for (CPixel backdrop : {Rgb(46, 168, 72), Rgb(128, 128, 128)}) {
+                COLImage src, dst;
+                vmtest::FillNoise(src, w, h, w * 10 + h);
+                ChromaKeyParams params = ParamsFor(backdrop);
+                params.includeShadow = 0;
+                params.featherSelection = 1;
+                CChromaKeyProcess process;
+                process.SetImages(&src, &dst);
+                ASSERT_EQ(process.Process(&params), kOk) << w << " x " << h;
+                EXPECT_EQ(dst.GetWidth(), w);
+                EXPECT_EQ(dst.GetHeight(), h);
+            }
+        }
+}

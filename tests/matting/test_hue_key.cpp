@@ -1,0 +1,273 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "imaging/codec.h"
+#include "matting/hue_key.h"
+#include "matting/parallel_for.h"
+#include "support/test_support.h"
+
+namespace {
+
+CPixel Rgb(int r, int g, int b, int a = 255) { return CPixel::Make(uint8_t(r), uint8_t(g), uint8_t(b), uint8_t(a)); }
+
+const CPixel kGreen = Rgb(46, 168, 72);
+
+COLImage Row(const std::vector<CPixel>& pixels)
+{
+    COLImage img;
+    img.Create(uint32_t(pixels.size()), 1);
+    for (size_t i = 0; i < pixels.size(); ++i) img.PutPixel(uint32_t(i), 0, pixels[i]);
+    return img;
+}
+
+// An orange subject with a soft rim on a noisy green backdrop.
+COLImage GreenScene(uint32_t w, uint32_t h, uint32_t seed)
+{
+    COLImage img;
+    vmtest::FillNoise(img, w, h, seed);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            CPixel* p = img.GetBuffer(x, y);
+            const int n = int(p->green % 9) - 4;
+            const double d = std::hypot(x - w * 0.5, y - h * 0.5);
+            const double a = std::clamp((h * 0.3 - d) / 2.5 + 0.5, 0.0, 1.0);
+            p->red = uint8_t(std::clamp(int(210 * a + kGreen.red * (1 - a)) + n, 0, 255));
+            p->green = uint8_t(std::clamp(int((110 + x % 40) * a + kGreen.green * (1 - a)) + n, 0, 255));
+            p->blue = uint8_t(std::clamp(int(60 * a + kGreen.blue * (1 - a)) + n, 0, 255));
+            p->alpha = 255;
+        }
+    return img;
+}
+
+ChromaKeyParams Green()
+{
+    ChromaKeyParams p;
+    p.backdrop = kGreen;
+    return p;
+}
+
+} // namespace
+
+TEST(HueKey, KeyThresholdAndMixByHand)
+{
+    // Six backdrop pixels (hue 94, key 162) make the tenth of ten pixels: threshold 163.
+    COLImage src = Row({kGreen, kGreen, kGreen, kGreen, kGreen, kGreen, Rgb(90, 150, 85), Rgb(60, 140, 80),
+                        Rgb(120, 120, 120), Rgb(200, 120, 90)});
+    COLImage dst;
+    CHueKeyProcess hue;
+    hue.SetImages(&src, &dst);
+    hue.SetParamsForSteps(Green());
+    hue.BuildTables();
+    ASSERT_EQ(hue.BuildKey(src), kOk);
+    EXPECT_EQ(hue.GetThreshold(), 163);
+    const uint8_t expectHue[] = {94, 94, 94, 94, 94, 94, 82, 95, 0, 11};
+    // 214 -> (214 - 163) * 255 / 89, 196 -> 94; gray and orange are far from the backdrop's hue.
+    const uint8_t expectKey[] = {0, 0, 0, 0, 0, 0, 146, 94, 255, 255};
+    for (uint32_t x = 0; x < 10; ++x) {
+        EXPECT_EQ(hue.GetHueChannel().GetValue(x, 0), expectHue[x]) << x;
+        EXPECT_EQ(hue.GetKeyChannel().GetValue(x, 0), expectKey[x]) << x;
+    }
+
+    hue.MixColours(src);
+    for (uint32_t x = 0; x < 6; ++x) EXPECT_EQ(dst.GetPixel(x, 0), 0u);
+    // Both greenish pixels lie within the spill range of the backdrop's hue: their solved colour goes to gray.
+    // (90,150,85) at 146 solves to (122,136,94), gray 127; (60,140,80) at 94 to (83,92,93), gray 89.
+    EXPECT_EQ(dst.GetPixel(6, 0), 0xA67F7F7Fu);   // alpha lifted 146 -> 166
+    EXPECT_EQ(dst.GetPixel(7, 0), 0x84595959u);   // 94 -> 132
+    EXPECT_EQ(dst.GetPixel(8, 0), 0xFF787878u);
+    EXPECT_EQ(dst.GetPixel(9, 0), 0xFFC8785Au);
+    EXPECT_EQ(hue.GetKeyChannel().GetValue(6, 0), 166);
+}
+
+TEST(HueKey, StrengthMovesTheThreshold)
+{
+    COLImage src = GreenScene(120, 90, 1), dst;
+    CHueKeyProcess hue;
+    hue.SetImages(&src, &dst);
+    ChromaKeyParams p = Green();
+    p.jpegChroma = 0;
+    ASSERT_EQ(hue.Process(&p), kOk);
+    const int base = hue.GetThreshold();
+    p.strength = 100;
+    ASSERT_EQ(hue.Process(&p), kOk);
+    EXPECT_EQ(hue.GetThreshold(), base + 12);
+    p.strength = 0;
+    ASSERT_EQ(hue.Process(&p), kOk);
+    EXPECT_EQ(hue.GetThreshold(), base - 12);
+}
+
+TEST(HueKey, AllBackdropKeysToNothing)
+{
+    COLImage src, dst;
+    src.Create(40, 30);
+    for (uint32_t i = 0; i < src.GetPixelCount(); ++i) src.GetBuffer()[i] = kGreen;
+    CHueKeyProcess hue;
+    hue.SetImages(&src, &dst);
+    ChromaKeyParams p = Green();
+    p.jpegChroma = 0;
+    ASSERT_EQ(hue.Process(&p), kOk);
+    EXPECT_EQ(hue.GetThreshold(), 163);   // one past the common key 162
+    for (uint32_t i = 0; i < dst.GetPixelCount(); ++i) ASSERT_EQ(dst.GetBuffer()[i].Word(), 0u) << i;
+}
+
+TEST(HueKey, InterpolateChromaRebuildsOddSamples)
+{
+    COLImage yuv;
+    vmtest::FillNoise(yuv, 7, 6, 21);
+    COLImage before;
+    before.DuplicateFrom(&yuv);
+    CHueKeyProcess::InterpolateChroma(yuv);
+    auto at = [&](const COLImage& img, uint32_t x, uint32_t y) { return img.GetPixel2(x, y); };
+    // Y (red byte) and alpha never change; the even samples stay, and so do the last column and row, which
+    // have no even sample beyond them.
+    for (uint32_t y = 0; y < 6; ++y)
+        for (uint32_t x = 0; x < 7; ++x) {
+            EXPECT_EQ(at(yuv, x, y).red, at(before, x, y).red);
+            EXPECT_EQ(at(yuv, x, y).alpha, at(before, x, y).alpha);
+            if ((x % 2 == 0 && y % 2 == 0) || x == 6 || y == 5) {
+                EXPECT_EQ(at(yuv, x, y).Word(), at(before, x, y).Word()) << x << "," << y;
+            }
+        }
+    // (3, 2): between (2, 2) and (4, 2). (2, 3): between (2, 2) and (2, 4). (1, 1): the four corners.
+    EXPECT_EQ(at(yuv, 3, 2).blue, (at(before, 2, 2).blue + at(before, 4, 2).blue) >> 1);
+    EXPECT_EQ(at(yuv, 2, 3).green, (at(before, 2, 2).green + at(before, 2, 4).green) >> 1);
+    EXPECT_EQ(at(yuv, 1, 1).blue,
+              (at(before, 0, 0).blue + at(before, 2, 0).blue + at(before, 0, 2).blue + at(before, 2, 2).blue) >> 2);
+}
+
+TEST(HueKey, SmoothingInBandsEqualsTheWholePictureRoute)
+{
+    // Odd sizes, and band edges that fall on odd and even rows, on one core and several.
+    for (uint32_t h : {1u, 2u, 3u, 33u, 34u, 97u}) {
+        COLImage src;
+        vmtest::FillNoise(src, 131, h, h);
+        COLImage expected;
+        expected.DuplicateFrom(&src);
+        COLImageCodec codec;
+        ASSERT_TRUE(codec.RGBToYUV(&expected));
+        CHueKeyProcess::InterpolateChroma(expected);
+        ASSERT_TRUE(codec.YUVToRGB(&expected));
+        for (unsigned workers : {1u, 3u}) {
+            vmpar::SetWorkerCount(workers);
+            COLImage dst;
+            CHueKeyProcess hue;
+            hue.SetImages(&src, &dst);
+            ASSERT_EQ(hue.SmoothChroma(), kOk);
+            EXPECT_TRUE(vmtest::SamePixels(hue.GetSmoothed(), expected)) << h << " rows, " << workers;
+        }
+        vmpar::SetWorkerCount(0);
+    }
+}
+
+TEST(HueKey, SmoothedPicturesInteriorIsWhatComesOut)
+{
+    COLImage src = GreenScene(90, 70, 2), dst;
+    CHueKeyProcess hue;
+    hue.SetImages(&src, &dst);
+    ChromaKeyParams p = Green();
+    ASSERT_EQ(hue.Process(&p), kOk);
+    const COLImage& smooth = hue.GetSmoothed();
+    // The subject's centre is restored from the smoothed copy, not from the file's own pixels.
+    int differFromFile = 0;
+    for (uint32_t y = 30; y < 40; ++y)
+        for (uint32_t x = 40; x < 50; ++x) {
+            EXPECT_EQ(dst.GetPixel(x, y), smooth.GetPixel(x, y));
+            differFromFile += dst.GetPixel(x, y) != src.GetPixel(x, y);
+        }
+    EXPECT_GT(differFromFile, 0);
+}
+
+TEST(HueKey, WithoutRecoveryTheColourIsTheSources)
+{
+    COLImage src = GreenScene(60, 50, 3), dst;
+    CHueKeyProcess hue;
+    hue.SetImages(&src, &dst);
+    ChromaKeyParams p = Green();
+    p.recoverColour = 0;
+    p.jpegChroma = 0;
+    hue.SetParamsForSteps(p);
+    hue.BuildTables();
+    ASSERT_EQ(hue.BuildKey(src), kOk);
+    hue.MixColours(src);
+    int soft = 0;
+    for (uint32_t i = 0; i < src.GetPixelCount(); ++i) {
+        const CPixel d = dst.GetBuffer()[i];
+        if (d.alpha == 0) continue;
+        EXPECT_TRUE(d == src.GetBuffer()[i]) << i;
+        soft += d.alpha < 255;
+    }
+    EXPECT_GT(soft, 0);   // the rim was keyed softly and kept its colour all the same
+}
+
+TEST(HueKey, RefinementStaysOffTheOuterThreeRowsAndColumns)
+{
+    COLImage src = GreenScene(48, 40, 4), dst;
+    // Put the subject's rim right on the picture's edge.
+    for (uint32_t y = 0; y < 40; ++y)
+        for (uint32_t x = 0; x < 48; ++x)
+            if ((x + y) % 5 < 2) src.PutPixel(x, y, Rgb(200, 90, 60));
+    CHueKeyProcess hue;
+    hue.SetImages(&src, &dst);
+    ChromaKeyParams p = Green();
+    p.jpegChroma = 0;
+    hue.SetParamsForSteps(p);
+    hue.BuildTables();
+    ASSERT_EQ(hue.BuildKey(src), kOk);
+    hue.MixColours(src);
+    COLImage before;
+    before.DuplicateFrom(&dst);
+    ASSERT_EQ(hue.RefineEdges(src), kOk);
+    int changedInside = 0;
+    for (uint32_t y = 0; y < 40; ++y)
+        for (uint32_t x = 0; x < 48; ++x) {
+            const bool outer = x < 3 || y < 3 || x >= 45 || y >= 37;
+            if (outer) EXPECT_EQ(dst.GetPixel(x, y), before.GetPixel(x, y)) << x << "," << y;
+            else changedInside += dst.GetPixel(x, y) != before.GetPixel(x, y);
+        }
+    EXPECT_GT(changedInside, 0);
+}
+
+TEST(HueKey, RefinementPullsEdgeAlphaTowardTheMixingLine)
+{
+    // Left half orange, right half green, and a column between them that is an exact 50 % mix: the refined
+    // alpha there lands near half.
+    const CPixel orange = Rgb(220, 120, 40);
+    COLImage src, dst;
+    src.Create(21, 15);
+    for (uint32_t y = 0; y < 15; ++y)
+        for (uint32_t x = 0; x < 21; ++x) {
+            CPixel c = x < 10 ? orange : kGreen;
+            if (x == 10) c = Rgb((220 + 46) / 2, (120 + 168) / 2, (40 + 72) / 2);
+            src.PutPixel(x, y, c);
+        }
+    CHueKeyProcess hue;
+    hue.SetImages(&src, &dst);
+    ChromaKeyParams p = Green();
+    p.jpegChroma = 0;
+    p.levelLow = 0;
+    ASSERT_EQ(hue.Process(&p), kOk);
+    for (uint32_t y = 4; y < 11; ++y) {
+        EXPECT_EQ(dst.GetPixel2(5, y).Word(), orange.Word());
+        EXPECT_EQ(dst.GetPixel2(15, y).Word(), 0u);
+        EXPECT_NEAR(dst.GetPixel2(10, y).alpha, 128, 40) << y;
+    }
+}
+
+TEST(HueKey, InPlaceEqualsApart)
+{
+    for (uint32_t smooth : {0u, 1u}) {
+        COLImage src = GreenScene(64, 48, 8), apart, inPlace;
+        inPlace.DuplicateFrom(&src);
+        ChromaKeyParams p = Green();
+        p.jpegChroma = smooth;
+        CHueKeyProcess hue;
+        hue.SetImages(&src, &apart);
+        ASSERT_EQ(hue.Process(&p), kOk);
+        hue.SetImages(&inPlace, &inPlace);
+        ASSERT_EQ(hue.Process(&p), kOk);
+        EXPECT_TRUE(vmtest::SamePixels(apart, inPlace)) << smooth;
+    }
+}
