@@ -10,8 +10,12 @@
 #include "matting/resample.h"
 
 #ifdef VM_HAVE_OPENCV
+// OpenCV 4.6's headers mix enumeration types in arithmetic, which C++20 warns about.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-enum-enum-conversion"
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
+#pragma GCC diagnostic pop
 #endif
 
 namespace {

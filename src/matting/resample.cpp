@@ -215,11 +215,38 @@ void ImageRowHSse2(const uint8_t* row, const ImageColumns& c, uint16_t* out, siz
     }
     ImageRowHPlain(row, c, out, i, dw);
 }
+
+// Four destination pixels per step: two pixel pairs in each 128-bit half, so one multiply serves four pixels.
+__attribute__((target("avx2"))) void ImageRowHAvx2(const uint8_t* row, const ImageColumns& c, uint16_t* out, size_t dw)
+{
+    const uint32_t* pos = c.pos.data();
+    const uint16_t* weights = c.weights.data();
+    auto pairs = [&](size_t k) {
+        const __m128i lo = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(row + size_t(pos[k]) * 4));
+        return _mm_castpd_si128(
+            _mm_loadh_pd(_mm_castsi128_pd(lo), reinterpret_cast<const double*>(row + size_t(pos[k + 1]) * 4)));
+    };
+    size_t i = 0;
+    for (; i + 4 <= dw; i += 4) {
+        if (i % 8 == 0) _mm_prefetch(reinterpret_cast<const char*>(row + size_t(pos[i]) * 4 + 2048), _MM_HINT_T0);
+        __m256i a = _mm256_cvtepu8_epi16(pairs(i));       // pixels i, i + 1: pos and pos + 1 of each
+        __m256i b = _mm256_cvtepu8_epi16(pairs(i + 2));   // pixels i + 2, i + 3
+        a = _mm256_srli_epi16(_mm256_mullo_epi16(a, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(weights + i * 8))), 9);
+        b = _mm256_srli_epi16(_mm256_mullo_epi16(b, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(weights + i * 8 + 16))), 9);
+        // In each half the four lanes of pos and of pos + 1 add up; the halves then go back into pixel order.
+        a = _mm256_add_epi16(a, _mm256_srli_si256(a, 8));
+        b = _mm256_add_epi16(b, _mm256_srli_si256(b, 8));
+        const __m256i sum = _mm256_permute4x64_epi64(_mm256_unpacklo_epi64(a, b), 0xD8);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i * 4), _mm256_add_epi16(sum, sum));
+    }
+    ImageRowHPlain(row, c, out, i, dw);
+}
 #endif
 
 void ImageRowH(const uint8_t* row, const ImageColumns& c, uint16_t* out, uint32_t dw)
 {
 #if VM_X86_SIMD
+    if (vmsimd::CurrentLevel() >= vmsimd::kAvx2) return ImageRowHAvx2(row, c, out, dw);
     if (vmsimd::CurrentLevel() >= vmsimd::kSse2) return ImageRowHSse2(row, c, out, dw);
 #endif
     ImageRowHPlain(row, c, out, 0, dw);
@@ -228,12 +255,37 @@ void ImageRowH(const uint8_t* row, const ImageColumns& c, uint16_t* out, uint32_
 // Then v = 2 * (((top * gy) >> 9) + ((bottom * fy) >> 9)), and blue, green and red get +2 to make up for the
 // truncations; alpha doesn't (bias holds 2, 2, 2, 0 per pixel). Both steps saturate at 255 in principle, but top
 // and bottom never exceed 254, so v never exceeds 252 and v + 2 fits a byte (tests check every input).
-void ImageRowV(const uint16_t* __restrict top, const uint16_t* __restrict bottom, const uint8_t* __restrict bias,
-               uint16_t fy, uint8_t* __restrict out, size_t count)
+// The loop is left to the compiler, once for the baseline and once with AVX2.
+__attribute__((always_inline)) inline void ImageRowVBody(const uint16_t* __restrict top, const uint16_t* __restrict bottom,
+                                                         const uint8_t* __restrict bias, uint16_t fy,
+                                                         uint8_t* __restrict out, size_t count)
 {
     const uint16_t gy = uint16_t(255 - fy);
     for (size_t i = 0; i < count; ++i)
         out[i] = uint8_t(2 * (uint16_t(uint16_t(top[i] * gy) >> 9) + uint16_t(uint16_t(bottom[i] * fy) >> 9)) + bias[i]);
+}
+
+void ImageRowVPlain(const uint16_t* top, const uint16_t* bottom, const uint8_t* bias, uint16_t fy, uint8_t* out,
+                    size_t count)
+{
+    ImageRowVBody(top, bottom, bias, fy, out, count);
+}
+
+#if VM_X86_SIMD
+__attribute__((target("avx2"))) void ImageRowVAvx2(const uint16_t* top, const uint16_t* bottom, const uint8_t* bias,
+                                                   uint16_t fy, uint8_t* out, size_t count)
+{
+    ImageRowVBody(top, bottom, bias, fy, out, count);
+}
+#endif
+
+void ImageRowV(const uint16_t* top, const uint16_t* bottom, const uint8_t* bias, uint16_t fy, uint8_t* out,
+               size_t count)
+{
+#if VM_X86_SIMD
+    if (vmsimd::CurrentLevel() >= vmsimd::kAvx2) return ImageRowVAvx2(top, bottom, bias, fy, out, count);
+#endif
+    ImageRowVPlain(top, bottom, bias, fy, out, count);
 }
 
 // Plane: h = a * g + b * f (at most 255 * 255), v = ((top * gy) >> 16) + ((bottom * fy) >> 16).
