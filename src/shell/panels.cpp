@@ -69,6 +69,16 @@ QToolButton* MakeButton(QWidget* parent, const QString& text, const char* tipKey
 
 } // namespace
 
+QString HistoryLabelText(const char* label)
+{
+    // A log written without texts (by the command line front end) holds the keys themselves. Only a key spelt
+    // exactly so counts: the English text "Open" must not turn into the text of the key "open".
+    if (CAppGlobals* app = AppGlobals())
+        if (const StringRow* row = FindStringRow(app->GetStringTable(), label); row && row->m_key == label)
+            return QString::fromStdString(row->m_text);
+    return FromGbk(label);
+}
+
 CPanelTitle::CPanelTitle(const QString& text, QWidget* parent) : QWidget(parent), m_text(text)
 {
     setFixedHeight(20);
@@ -195,10 +205,7 @@ void CHistoryPanel::Rebuild(const CComposeHistory* history)
             const CHistoryRecord* r = history->GetRecord(i);
             char label[33] = {};
             std::memcpy(label, r->label, 32);
-            // A log written without texts (by the command line front end) holds the keys themselves.
-            const std::string text = GetString(label);
-            auto* item =
-                new QListWidgetItem(text.empty() || label[0] == 0 ? FromGbk(label) : QString::fromStdString(text));
+            auto* item = new QListWidgetItem(HistoryLabelText(label));
             // Steps after the current one are the redo tail: shown greyed.
             if (i >= history->GetCurrentStep()) item->setForeground(QColor(0x90, 0x90, 0x90));
             m_pList->addItem(item);

@@ -71,3 +71,5 @@ private:
 
 // Layer names and history labels are GBK in the document; the screen wants Unicode.
 QString FromGbk(const char* gbk);
+// The text a history list shows for a stored label: the label itself, or the text of the key it names.
+QString HistoryLabelText(const char* label);

@@ -384,3 +384,15 @@ TEST_F(Frame, ShortcutsWaitWhileTheWorkerRunsAndItsProgressShows)
     Key(Qt::Key_Z, Qt::ControlModifier);
     EXPECT_EQ(sent, std::vector<std::string>{"UI_HistoryBackward"});
 }
+
+TEST(HistoryLabels, KeysTranslateButTextsStayAsTheyAre)
+{
+    TempDir dir;
+    CAppGlobals app;
+    app.Init(TestOptions(dir, "en"));
+    EXPECT_EQ(HistoryLabelText("His_open").toStdString(), "Open");
+    EXPECT_EQ(HistoryLabelText("Open").toStdString(), "Open"); // a text, although "open" is a key
+    std::string gbk;
+    ASSERT_TRUE(Utf8ToGbk("水平翻转", gbk));
+    EXPECT_EQ(HistoryLabelText(gbk.c_str()).toStdString(), "水平翻转");
+}
