@@ -431,10 +431,9 @@ bool CMainFrame::HandleShortcut(int key, bool ctrl, bool shift)
     }
     // A key whose menu item is grey does nothing, as the item would.
     const int current = m_app.Document().GetCurrentIndex();
-    for (const auto* bar : {&ComposeMenus()})
-        for (const MenuDef& menu : *bar)
-            for (int id : menu.items)
-                if (id > 0 && CommandTextFor(id, current) == d.command && !IsCommandAvailable(id)) return true;
+    for (const MenuDef& menu : ComposeMenus())
+        for (int id : menu.items)
+            if (id > 0 && CommandTextFor(id, current) == d.command && !IsCommandAvailable(id)) return true;
     RunCommand(d.command);
     return true;
 }
