@@ -157,6 +157,9 @@ private:
 struct ImageColumns {
     std::vector<uint32_t> pos;
     std::vector<uint16_t> weights;   // per column g, g, g, g, f, f, f, f: the lanes of the two pixels
+    // Per group of four columns from a multiple of 4: 1 when their pixel pairs lie back to back in the source
+    // (pos rising by 2 each, as in halving), so that one load fetches all four pairs.
+    std::vector<uint8_t> backToBack;
 };
 
 ImageColumns MakeImageColumns(const Axis& ax)
@@ -169,6 +172,11 @@ ImageColumns MakeImageColumns(const Axis& ax)
             c.weights[i * 8 + k] = uint16_t(255 - ax.frac[i]);
             c.weights[i * 8 + 4 + k] = ax.frac[i];
         }
+    c.backToBack.resize(ax.pos.size() / 4);
+    for (size_t g = 0; g < c.backToBack.size(); ++g) {
+        const uint32_t* p = &c.pos[g * 4];
+        c.backToBack[g] = p[1] == p[0] + 2 && p[2] == p[0] + 4 && p[3] == p[0] + 6;
+    }
     return c;
 }
 
@@ -228,9 +236,16 @@ __attribute__((target("avx2"))) void ImageRowHAvx2(const uint8_t* row, const Ima
     };
     size_t i = 0;
     for (; i + 4 <= dw; i += 4) {
-        if (i % 8 == 0) _mm_prefetch(reinterpret_cast<const char*>(row + size_t(pos[i]) * 4 + 2048), _MM_HINT_T0);
-        __m256i a = _mm256_cvtepu8_epi16(pairs(i));       // pixels i, i + 1: pos and pos + 1 of each
-        __m256i b = _mm256_cvtepu8_epi16(pairs(i + 2));   // pixels i + 2, i + 3
+        const uint8_t* first = row + size_t(pos[i]) * 4;
+        if (i % 8 == 0) _mm_prefetch(reinterpret_cast<const char*>(first + 2048), _MM_HINT_T0);
+        __m256i a, b;   // pixels i, i + 1 and i + 2, i + 3: the bytes at pos and pos + 1 of each
+        if (c.backToBack[i / 4]) {
+            a = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(first)));
+            b = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(first + 16)));
+        } else {
+            a = _mm256_cvtepu8_epi16(pairs(i));
+            b = _mm256_cvtepu8_epi16(pairs(i + 2));
+        }
         a = _mm256_srli_epi16(_mm256_mullo_epi16(a, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(weights + i * 8))), 9);
         b = _mm256_srli_epi16(_mm256_mullo_epi16(b, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(weights + i * 8 + 16))), 9);
         // In each half the four lanes of pos and of pos + 1 add up; the halves then go back into pixel order.
