@@ -1,22 +1,14 @@
 #include <cstdio>
 
 #include "cli/cli.h"
+#include "cli/picture_io.h"
 #include "cli/project_cli.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
 
 namespace {
 
-std::string LowerExtension(const std::string& path)
-{
-    const size_t slash = path.find_last_of('/');
-    const size_t dot = path.find_last_of('.');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return {};
-    std::string ext = path.substr(dot + 1);
-    for (char& c : ext)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return ext;
-}
+using cli::LowerExtension;
 
 int RunConvert(const std::vector<std::string>& args)
 {
