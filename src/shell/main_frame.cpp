@@ -9,6 +9,7 @@
 #include <QDropEvent>
 #include <QFileInfo>
 #include <QFormLayout>
+#include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -30,6 +31,7 @@
 #include "document/compositor.h"
 #include "document/layer.h"
 #include "document/picture_file.h"
+#include "shell/ruler.h"
 #include "imaging/codec.h"
 #include "shell/app_globals.h"
 #include "shell/command_line.h"
@@ -120,7 +122,23 @@ CMainFrame::CMainFrame(CAppGlobals& app, IUiServices* services) : m_app(app), m_
     strip->addWidget(m_pCreateSel);
     strip->addStretch(1);
     row->addWidget(m_pToolStrip);
-    row->addWidget(m_pView, 1);
+    // The canvas with its rulers along the top and left.
+    auto* canvasArea = new QWidget(work);
+    auto* grid = new QGridLayout(canvasArea);
+    grid->setContentsMargins(0, 0, 0, 0);
+    grid->setSpacing(0);
+    m_pRulerCorner = new QWidget(canvasArea);
+    m_pRulerCorner->setFixedSize(CRuler::kThickness, CRuler::kThickness);
+    m_pRulerCorner->setAutoFillBackground(true);
+    m_pHRuler = new CRuler(m_pView, Qt::Horizontal, canvasArea);
+    m_pVRuler = new CRuler(m_pView, Qt::Vertical, canvasArea);
+    grid->addWidget(m_pRulerCorner, 0, 0);
+    grid->addWidget(m_pHRuler, 0, 1);
+    grid->addWidget(m_pVRuler, 1, 0);
+    grid->addWidget(m_pView, 1, 1);
+    grid->setRowStretch(1, 1);
+    grid->setColumnStretch(1, 1);
+    row->addWidget(canvasArea, 1);
     BuildSidePanels();
     row->addWidget(m_pSide);
     setCentralWidget(work);
@@ -280,6 +298,8 @@ void CMainFrame::UpdatePanels()
     m_pHistory->Rebuild(m_app.ComposeHistory());
     m_pSaveButton->setEnabled(doc.GetLayerCount() > 0);
     m_pToolStrip->setVisible(m_pView->GetSource() != nullptr);
+    for (QWidget* w : {static_cast<QWidget*>(m_pHRuler), static_cast<QWidget*>(m_pVRuler), m_pRulerCorner})
+        w->setVisible(m_pView->GetSource() != nullptr);
     UpdateMenuState();
     UpdateTitle();
 }

@@ -12,6 +12,7 @@
 
 class CAppGlobals;
 class CImageView;
+class CRuler;
 class CLayersPanel;
 class CHistoryPanel;
 class QLabel;
@@ -70,6 +71,8 @@ public:
     void MarkUnmodified();
 
     CImageView* View() const { return m_pView; }
+    CRuler* HorizontalRuler() const { return m_pHRuler; }
+    CRuler* VerticalRuler() const { return m_pVRuler; }
     CLayersPanel* LayersPanel() const { return m_pLayers; }
     CHistoryPanel* HistoryPanel() const { return m_pHistory; }
     QAction* Action(int id) const;
@@ -127,6 +130,9 @@ private:
     QTextBrowser* m_pHelp = nullptr;
     QWidget* m_pSide = nullptr;
     QWidget* m_pToolStrip = nullptr;
+    CRuler* m_pHRuler = nullptr;
+    CRuler* m_pVRuler = nullptr;
+    QWidget* m_pRulerCorner = nullptr;
     QToolButton* m_pCreateSel = nullptr;
     QToolBar* m_pTopBar = nullptr;
     QAction* m_pSaveButton = nullptr;

@@ -18,6 +18,7 @@
 #include "shell/image_view.h"
 #include "shell/main_frame.h"
 #include "shell/panels.h"
+#include "shell/ruler.h"
 #include "shell/shell_app.h"
 
 using namespace vmtest;
@@ -314,6 +315,26 @@ TEST_F(Frame, MenusFollowTheDocument)
     m_frame->OnCommand(cmd::kCompanion);
     EXPECT_EQ(m_services.messages.back(), m_app.GetString("olnotfound"));
     EXPECT_EQ(m_services.addresses.back(), "help/companion.htm");
+}
+
+TEST_F(Frame, RulersFollowTheDocumentAndThePointer)
+{
+    m_frame->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
+    EXPECT_FALSE(m_frame->HorizontalRuler()->isVisible()); // nothing to measure yet
+    Open(Picture("r.png", 300, 200));
+    ASSERT_TRUE(m_frame->HorizontalRuler()->isVisible());
+    ASSERT_TRUE(m_frame->VerticalRuler()->isVisible());
+    CImageView* view = m_frame->View();
+    // The rulers line up with the canvas.
+    EXPECT_EQ(m_frame->HorizontalRuler()->mapToGlobal(QPoint(0, 0)).x(), view->mapToGlobal(QPoint(0, 0)).x());
+    EXPECT_EQ(m_frame->VerticalRuler()->mapToGlobal(QPoint(0, 0)).y(), view->mapToGlobal(QPoint(0, 0)).y());
+    QTest::mouseMove(view, QPoint(123, 77));
+    QApplication::processEvents();
+    EXPECT_EQ(m_frame->HorizontalRuler()->MarkerPosition(), 123);
+    EXPECT_EQ(m_frame->VerticalRuler()->MarkerPosition(), 77);
+    const QImage shot = m_frame->HorizontalRuler()->grab().toImage();
+    EXPECT_EQ(shot.pixelColor(123, 2), QColor(0xD0, 0x30, 0x30)); // the pointer's mark is drawn
 }
 
 TEST_F(Frame, HistoryWrittenWithKeysShowsTheirTexts)
