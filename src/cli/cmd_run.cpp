@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "cli/cli.h"
+#include "cli/picture_io.h"
 #include "cli/project_cli.h"
 #include "commands/history_log.h"
 #include "commands/project_stream.h"
@@ -12,7 +13,6 @@
 #include "document/compose_document.h"
 #include "document/compositor.h"
 #include "document/layer.h"
-#include "document/picture_file.h"
 #include "imaging/gbk_text.h"
 
 namespace {
@@ -129,9 +129,8 @@ int RunCommands(const std::vector<std::string>& args)
     if (output.empty()) return cli::Usage("run", "expects an output file (-o OUT)");
     // Refuse an output we cannot write before any work is done.
     const bool projectOut = cli::IsProjectPath(output);
-    if (!projectOut &&
-        (output.size() < 4 || (output.substr(output.size() - 4) != ".bmp" && output.substr(output.size() - 4) != ".BMP")))
-        return cli::Fail(output + ": only .bmp and .vmpd output can be written so far");
+    if (!projectOut && !cli::WritableExtension(cli::LowerExtension(output)))
+        return cli::Fail(output + ": cannot write this type; use .png, .jpg, .bmp, .tif, .tga or .vmpd");
 
     CComposeDocument doc(0);
     CliHistory history(verbose);
@@ -167,7 +166,9 @@ int RunCommands(const std::vector<std::string>& args)
     }
     COLImage composite;
     if (!MergeLayers(&doc, &composite, 0)) return cli::Fail("the document has no picture to write");
-    if (!SavePictureFile(output.c_str(), &composite)) return cli::Fail("cannot write " + output);
+    // The composite's alpha bytes hold the selection, not coverage: the flattened picture is opaque.
+    for (size_t i = 0; i < composite.GetPixelCount(); ++i) composite.GetBuffer()[i].alpha = 255;
+    if (std::string error = cli::SavePicture(output, composite); !error.empty()) return cli::Fail(error);
     if (verbose) {
         std::fprintf(stderr, "wrote %s: %u x %u, %d layer(s)\n", output.c_str(), composite.GetWidth(),
                      composite.GetHeight(), doc.GetLayerCount());

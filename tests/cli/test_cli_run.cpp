@@ -87,3 +87,31 @@ TEST(CliRun, FailuresAreClearAndWriteNothing)
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_FALSE(std::filesystem::exists(out));
 }
+
+TEST(CliRun, APhotoRunsThroughToAPngOrJpeg)
+{
+    // The everyday case: a JPEG photo in, a flipped composite out as PNG (with alpha) or JPEG.
+    vmtest::TempDir dir;
+    const std::string photo = vmtest::AssetPath("samples/sample.jpg");
+    const std::string png = dir.File("out.png"), jpg = dir.File("out.jpg");
+    CliResult r = RunCli("run " + Quote(photo) + " " + Quote("Doc_NewLayer('0')") + " Doc_FlipH -o " + Quote(png));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    const COLImage original = Load(photo), flipped = Load(png);
+    ASSERT_EQ(flipped.GetWidth(), original.GetWidth());
+    ASSERT_EQ(flipped.GetHeight(), original.GetHeight());
+    // The flattened result is the photo mirrored, and opaque (the composite's own alpha is the selection).
+    const uint32_t w = original.GetWidth();
+    for (uint32_t y = 0; y < original.GetHeight(); ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            ASSERT_TRUE(flipped.GetPixel2(x, y) == original.GetPixel2(w - 1 - x, y)) << x << "," << y;
+            ASSERT_EQ(flipped.GetPixel2(x, y).alpha, 255);
+        }
+    r = RunCli("run " + Quote(photo) + " Doc_FlipH -o " + Quote(jpg));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_EQ(Load(jpg).GetWidth(), original.GetWidth());
+
+    r = RunCli("run " + Quote(photo) + " Doc_FlipH -o " + Quote(dir.File("out.xyz")));
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.output.find("cannot write this type"), std::string::npos) << r.output;
+    EXPECT_FALSE(std::filesystem::exists(dir.File("out.xyz")));
+}
