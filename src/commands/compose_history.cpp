@@ -21,21 +21,6 @@ constexpr uint32_t kLargestExtra = 64 * 1024;
 
 enum ChannelOperation : uint8_t { kChannelRegion = 0, kChannelRemoved = 1, kChannelNew = 2 };
 
-CChangeRect Whole(uint32_t width, uint32_t height)
-{
-    return {0, 0, static_cast<int32_t>(width), static_cast<int32_t>(height)};
-}
-
-// A rectangle read from the log must fit the picture limits and the bytes left in the log before anything is
-// allocated for it.
-bool Plausible(const CChangeRect& rect, uint32_t bytesPerPixel, FILE* stream)
-{
-    if (rect.left < 0 || rect.top < 0 || rect.right < rect.left || rect.bottom < rect.top) return false;
-    if (uint32_t(rect.right - rect.left) > kMaxImageSide || uint32_t(rect.bottom - rect.top) > kMaxImageSide)
-        return false;
-    return vmhist::RectArea(rect) * bytesPerPixel <= vmio::RemainingBytes(stream);
-}
-
 template <typename T, size_t N>
 void RemoveAt(T (&items)[N], int index)
 {
@@ -197,7 +182,7 @@ bool CComposeHistory::WriteLayerRegion(FILE* stream, int index)
     CLayer* layer = m_pDocument->GetLayer(index);
     if (!layer || layer->m_image.IsEmpty()) return false;
     const COLImage& image = layer->m_image;
-    CChangeRect rect = Whole(image.GetWidth(), image.GetHeight());
+    CChangeRect rect = vmhist::WholeRect(image.GetWidth(), image.GetHeight());
     bool full = true;
     if (Follow* f = LayerFollow(index)) {
         if (f->tracker.IsValid() && f->owner == layer) {
@@ -232,13 +217,13 @@ bool CComposeHistory::WriteChannelRegion(FILE* stream, int index)
     } else if (f && f->tracker.IsValid() && f->owner == plane) {
         rect = TrackChanges(f->tracker, *plane);
         if (rect.IsSizeChange()) {
-            rect = Whole(plane->GetWidth(), plane->GetHeight());
+            rect = vmhist::WholeRect(plane->GetWidth(), plane->GetHeight());
             // A mask of another size is made anew on replay rather than written into the old one.
             if (index == -1) op = kChannelNew;
         }
     } else {
         op = kChannelNew;
-        rect = Whole(plane->GetWidth(), plane->GetHeight());
+        rect = vmhist::WholeRect(plane->GetWidth(), plane->GetHeight());
         if (f) f->owner = BuildTracker(f->tracker, *plane) ? plane : nullptr;
     }
     uint8_t head[kChannelHeaderBytes] = {};
@@ -341,7 +326,7 @@ int CComposeHistory::ApplyLayerRegion(FILE* stream, int index)
         CStackLock lock(*m_pDocument);
         COLImage& image = layer->m_image;
         if (full) {
-            if (!Plausible(rect, 4, stream)) return 0;
+            if (!vmhist::PlausibleRect(rect, 4, stream)) return 0;
             const uint32_t w = uint32_t(rect.right - rect.left), ht = uint32_t(rect.bottom - rect.top);
             if ((image.IsEmpty() || image.GetWidth() != w || image.GetHeight() != ht) && image.Create(w, ht) != kOk)
                 return 0;
@@ -380,7 +365,7 @@ int CComposeHistory::ApplyChannelRegion(FILE* stream, int index)
         if (index == -1) target = &doc.GetSelectionMask();
         else if (index == doc.GetChannelCount()) target = doc.AddChannel();
         else target = doc.GetChannel(index);
-        if (!target || rect.left != 0 || rect.top != 0 || !Plausible(rect, 1, stream)) return 0;
+        if (!target || rect.left != 0 || rect.top != 0 || !vmhist::PlausibleRect(rect, 1, stream)) return 0;
         if (target->Create(uint32_t(rect.right), uint32_t(rect.bottom)) != kOk) return 0;
         break;
     case kChannelRegion: {
@@ -394,7 +379,7 @@ int CComposeHistory::ApplyChannelRegion(FILE* stream, int index)
         }
         if (!vmhist::RectInside(rect, target->GetWidth(), target->GetHeight())) {
             // A whole plane stored after a change of size takes that size.
-            if (rect.left != 0 || rect.top != 0 || !Plausible(rect, 1, stream)) return 0;
+            if (rect.left != 0 || rect.top != 0 || !vmhist::PlausibleRect(rect, 1, stream)) return 0;
             if (target->Create(uint32_t(rect.right), uint32_t(rect.bottom)) != kOk) return 0;
         }
         break;

@@ -70,6 +70,19 @@ uint64_t RectArea(const CChangeRect& rect)
     return uint64_t(int64_t(rect.right) - rect.left) * uint64_t(int64_t(rect.bottom) - rect.top);
 }
 
+CChangeRect WholeRect(uint32_t width, uint32_t height)
+{
+    return {0, 0, static_cast<int32_t>(width), static_cast<int32_t>(height)};
+}
+
+bool PlausibleRect(const CChangeRect& rect, uint32_t bytesPerPixel, FILE* stream)
+{
+    if (rect.left < 0 || rect.top < 0 || rect.right < rect.left || rect.bottom < rect.top) return false;
+    if (uint32_t(rect.right - rect.left) > kMaxImageSide || uint32_t(rect.bottom - rect.top) > kMaxImageSide)
+        return false;
+    return RectArea(rect) * bytesPerPixel <= vmio::RemainingBytes(stream);
+}
+
 bool WriteRows(FILE* stream, const COLImage& image, const CChangeRect& rect)
 {
     return WritePlaneRows(stream, reinterpret_cast<const uint8_t*>(image.GetBuffer()), image.GetWidth(), 4, rect);

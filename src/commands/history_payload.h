@@ -19,6 +19,10 @@ bool ReadRect(FILE* stream, CChangeRect& rect);
 bool RectInside(const CChangeRect& rect, uint32_t width, uint32_t height);
 bool RectIsEmpty(const CChangeRect& rect);
 uint64_t RectArea(const CChangeRect& rect);
+CChangeRect WholeRect(uint32_t width, uint32_t height);
+// A rectangle read back from a log must fit the picture limits and the bytes left in the log before anything is
+// allocated for it.
+bool PlausibleRect(const CChangeRect& rect, uint32_t bytesPerPixel, FILE* stream);
 
 // The caller has checked that the rectangle lies inside the plane.
 bool WriteRows(FILE* stream, const COLImage& image, const CChangeRect& rect);

@@ -9,21 +9,6 @@
 
 namespace {
 
-CChangeRect Whole(uint32_t width, uint32_t height)
-{
-    return {0, 0, static_cast<int32_t>(width), static_cast<int32_t>(height)};
-}
-
-// A plane rectangle read from the log must fit the picture limits and the bytes that are left in the log,
-// before anything is allocated for it.
-bool Plausible(const CChangeRect& rect, uint32_t bytesPerPixel, FILE* stream)
-{
-    if (rect.left < 0 || rect.top < 0 || rect.right < rect.left || rect.bottom < rect.top) return false;
-    if (uint32_t(rect.right - rect.left) > kMaxImageSide || uint32_t(rect.bottom - rect.top) > kMaxImageSide)
-        return false;
-    return vmhist::RectArea(rect) * bytesPerPixel <= vmio::RemainingBytes(stream);
-}
-
 // Reads one mask block into `plane`. `width` and `height` are the picture size stored with the step.
 bool ReadMaskBlock(FILE* stream, COLChannel& plane, uint32_t width, uint32_t height)
 {
@@ -33,9 +18,9 @@ bool ReadMaskBlock(FILE* stream, COLChannel& plane, uint32_t width, uint32_t hei
         if (rect.left == -1) plane.Free();
         return true;
     }
-    if (!Plausible(rect, 1, stream)) return false;
+    if (!vmhist::PlausibleRect(rect, 1, stream)) return false;
     // A plane stored whole at the picture's size replaces one of another size.
-    const bool whole = rect == Whole(width, height);
+    const bool whole = rect == vmhist::WholeRect(width, height);
     if (plane.IsNull() || (whole && (plane.GetWidth() != width || plane.GetHeight() != height))) {
         if (plane.Create(uint32_t(rect.right - rect.left), uint32_t(rect.bottom - rect.top)) != kOk) return false;
     }
@@ -91,7 +76,7 @@ bool CSelectionHistory::WriteMaskBlock(FILE* stream, COLChannel* plane, CRegionT
         tracker.Drop();
         return vmhist::WriteRect(stream, {-1, -1, -1, -1});
     }
-    CChangeRect rect = Whole(plane->GetWidth(), plane->GetHeight());
+    CChangeRect rect = vmhist::WholeRect(plane->GetWidth(), plane->GetHeight());
     if (!tracker.IsValid()) {
         BuildTracker(tracker, *plane);
     } else {
@@ -123,7 +108,7 @@ bool CSelectionHistory::WritePayload(FILE* stream, uint32_t planes)
         if (!working || working->IsEmpty()) return false;
         if (!m_trackers[kTrackWorking].IsValid()) BuildTracker(m_trackers[kTrackWorking], *working);
         else TrackChanges(m_trackers[kTrackWorking], *working);
-        const CChangeRect rect = Whole(width, height);
+        const CChangeRect rect = vmhist::WholeRect(width, height);
         if (!vmhist::WriteRect(stream, rect) || !vmhist::WriteRows(stream, *working, rect)) return false;
     }
     return true;
@@ -152,7 +137,7 @@ int CSelectionHistory::ApplyRecord(CHistoryRecord /*record*/, FILE* stream)
         CChangeRect rect;
         if (!working || !vmhist::ReadRect(stream, rect)) return 0;
         if (vmhist::RectIsEmpty(rect)) return 1;
-        if (!Plausible(rect, 4, stream)) return 0;
+        if (!vmhist::PlausibleRect(rect, 4, stream)) return 0;
         const bool whole = rect.left == 0 && rect.top == 0;
         if (working->IsEmpty() || whole) {
             // Create keeps the pixels when the size is unchanged.
