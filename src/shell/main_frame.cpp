@@ -33,6 +33,7 @@
 #include "document/picture_file.h"
 #include "shell/ruler.h"
 #include "imaging/codec.h"
+#include "interchange/export.h"
 #include "shell/app_globals.h"
 #include "shell/command_line.h"
 #include "shell/image_view.h"
@@ -719,22 +720,28 @@ bool CMainFrame::SaveProjectTo(const std::string& path, bool withHistory)
     return true;
 }
 
-bool CMainFrame::ExportComposite(const std::string& path, bool jpeg)
+bool CMainFrame::ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension)
+{
+    const ExportFormat* format = FindExportFormat(std::string("x.") + extension);
+    if (!format) return false;
+    ExportOptions options;
+    // The quality the JPEG dialog starts with, in full colour.
+    options.jpegQuality = 180;
+    if (ExportPicture(WithExportExtension(path, *format), picture, options) != EExportResult::kOk) {
+        ShowMessage("saveerr");
+        return false;
+    }
+    return true;
+}
+
+bool CMainFrame::ExportComposite(const std::string& path, const char* extension)
 {
     COLImage composite;
     if (ComposeForExport(m_app.Document(), composite).isNull()) {
         ShowMessage("except");
         return false;
     }
-    COLImageCodec codec;
-    // The quality the JPEG dialog starts with, in full colour.
-    const int ok =
-        jpeg ? codec.SaveJpegFile(path.c_str(), &composite, 180, 72) : codec.SaveFile(path.c_str(), &composite);
-    if (!ok) {
-        ShowMessage("saveerr");
-        return false;
-    }
-    return true;
+    return ExportPictureTo(path, composite, extension);
 }
 
 void CMainFrame::OnSave()
@@ -762,19 +769,19 @@ void CMainFrame::OnSave()
     struct Export {
         const char* label;
         const char* filter;
-        bool jpeg;
+        const char* extension;
     };
-    const Export exports[] = {{"JPEG...", "Jpeg File(*.jpg)|*.jpg||", true},
-                              {"Bitmap...", "Bitmap File(*.bmp)|*.bmp||", false},
-                              {"TIFF...", "Tiff File(*.tif)|*.tif||", false},
-                              {"TGA...", "TGA File(*.tga)|*.tga||", false}};
+    const Export exports[] = {{"JPEG...", "Jpeg File(*.jpg)|*.jpg||", "jpg"},
+                              {"Bitmap...", "Bitmap File(*.bmp)|*.bmp||", "bmp"},
+                              {"TIFF...", "Tiff File(*.tif)|*.tif||", "tif"},
+                              {"TGA...", "TGA File(*.tga)|*.tga||", "tga"}};
     for (const Export& e : exports) {
         auto* b = new QPushButton(QString::fromLatin1(e.label), flat);
         flatRow->addWidget(b);
         connect(b, &QPushButton::clicked, &dialog, [this, &dialog, e] {
             const QString path = m_pServices->GetSaveFileName(e.filter);
             if (path.isEmpty()) return;
-            ExportComposite(path.toStdString(), e.jpeg);
+            ExportComposite(path.toStdString(), e.extension);
             dialog.accept();
         });
     }
@@ -814,8 +821,7 @@ void CMainFrame::OnExportLayer()
     if (!layer || layer->m_image.IsEmpty()) return;
     const QString path = m_pServices->GetSaveFileName("PNG File(*.png)|*.png||");
     if (path.isEmpty()) return;
-    COLImageCodec codec;
-    if (!codec.SaveFileWithAlpha(path.toStdString().c_str(), &layer->m_image)) ShowMessage("saveerr");
+    ExportPictureTo(path.toStdString(), layer->m_image, "png");
 }
 
 void CMainFrame::OnSettings()

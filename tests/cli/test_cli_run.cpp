@@ -112,6 +112,6 @@ TEST(CliRun, APhotoRunsThroughToAPngOrJpeg)
 
     r = RunCli("run " + Quote(photo) + " Doc_FlipH -o " + Quote(dir.File("out.xyz")));
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.output.find("cannot write this type"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("cannot write 'xyz' files"), std::string::npos) << r.output;
     EXPECT_FALSE(std::filesystem::exists(dir.File("out.xyz")));
 }
