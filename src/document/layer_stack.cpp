@@ -7,7 +7,7 @@
 
 #include "document/compositor.h"
 #include "document/layer.h"
-#include "document/picture_file.h"
+#include "imaging/codec.h"
 #include "imaging/image.h"
 
 namespace {
@@ -315,11 +315,11 @@ int CLayerStack::NewDocument(int width, int height, uint32_t fill)
 int CLayerStack::OpenFile(const char* path)
 {
     Clear();
-    const uint32_t type = GetPictureFileType(path);
+    const uint32_t type = COLImageCodec::GetFileType(path);
     // Photoshop documents and projects have readers of their own; none is available here yet.
-    if (type == kFileTypeUnusable || type == kFileTypePsd || type == kFileTypeProject) return 0;
+    if (type == kFileUnusable || type == kFilePsd || type == kFileProject) return 0;
     auto layer = std::make_unique<CLayer>();
-    if (!LoadPictureFile(path, &layer->m_image)) return 0;
+    if (!COLImageCodec().LoadFile(path, &layer->m_image)) return 0;
     MakeDefaultName(layer->m_name);
     CStackLock lock(*this);
     m_width = static_cast<int>(layer->m_image.GetWidth());
@@ -346,14 +346,14 @@ int CLayerStack::LoadLayerFile(const char* path, int index, int* loadedIndex)
         if (GetLayerCount() >= kMaxLayers) return 0;
         auto layer = std::make_unique<CLayer>();
         MakeDefaultName(layer->m_name);
-        if (!LoadPictureFile(path, &layer->m_image)) return 0;
+        if (!COLImageCodec().LoadFile(path, &layer->m_image)) return 0;
         if (!InsertLayer(layer.release(), index)) return 0;
         if (loadedIndex) *loadedIndex = index + 1;
         return 1;
     }
     // A wholly transparent upper layer takes the picture itself. Loaded aside first so a failure keeps it.
     COLImage picture;
-    if (!LoadPictureFile(path, &picture)) return 0;
+    if (!COLImageCodec().LoadFile(path, &picture)) return 0;
     {
         CStackLock lock(*this);
         target->m_image = std::move(picture);
