@@ -99,6 +99,6 @@ EExportResult ExportPicture(const std::string& path, const COLImage& image, cons
 {
     const ExportFormat* format = FindExportFormat(path);
     if (!format) return EExportResult::kUnknownFormat;
-    if (image.IsEmpty() || image.GetWidth() == 0 || image.GetHeight() == 0) return EExportResult::kNothingToWrite;
+    if (image.IsNull() || image.GetWidth() == 0 || image.GetHeight() == 0) return EExportResult::kNothingToWrite;
     return format->write(path.c_str(), image, options) ? EExportResult::kOk : EExportResult::kWriteFailed;
 }

@@ -812,7 +812,7 @@ void CMainFrame::OnSave()
 void CMainFrame::OnExportLayer()
 {
     const CLayer* layer = m_app.Document().GetCurrentLayer();
-    if (!layer || layer->m_image.IsEmpty()) return;
+    if (!layer || layer->m_image.IsNull()) return;
     const QString path = m_pServices->GetSaveFileName("PNG File(*.png)|*.png||");
     if (path.isEmpty()) return;
     ExportPictureTo(path.toStdString(), layer->m_image, "png");
