@@ -25,10 +25,7 @@ struct Rect {
 template <typename Picture>
 bool IsEmptyPicture(const Picture& p)
 {
-    if constexpr (std::is_same_v<Picture, COLImage>)
-        return p.IsEmpty();
-    else
-        return p.IsNull();
+    return p.IsNull();
 }
 
 template <typename Picture>

@@ -343,7 +343,7 @@ struct ImageSide {
     using Picture = COLImage;
     static constexpr int kBytes = 4;
     static uint8_t* Bytes(const COLImage& p) { return reinterpret_cast<uint8_t*>(p.GetBuffer()); }
-    static bool Empty(const COLImage& p) { return p.IsEmpty(); }
+    static bool Empty(const COLImage& p) { return p.IsNull(); }
     static int Resample(const COLImage* s, COLImage* d, int w, int h) { return ResampleImage(s, d, w, h, 0, 0, -1, -1); }
 };
 
