@@ -3,8 +3,13 @@
 #include "cli/cli.h"
 #include "cli/picture_io.h"
 #include "cli/project_cli.h"
+#include "cli/psd_cli.h"
+#include "document/layer.h"
+#include "document/layer_stack.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
+#include "interchange/psd_layered_writer.h"
+#include "interchange/psd_writer.h"
 
 namespace {
 
@@ -12,7 +17,7 @@ using cli::LowerExtension;
 
 int RunConvert(const std::vector<std::string>& args)
 {
-    cli::Args a(args, {"--quality"});
+    cli::Args a(args, {"--quality"}, {"--layered"});
     if (!a.Ok()) return cli::Usage("convert", a.Error());
     if (a.Positional().size() != 2) return cli::Usage("convert", "expects an input and an output file");
     const std::string& in = a.Positional()[0];
@@ -24,15 +29,29 @@ int RunConvert(const std::vector<std::string>& args)
     const std::string ext = LowerExtension(out);
     const bool jpeg = ext == "jpg" || ext == "jpeg" || ext == "jpe" || ext == "jfif";
     if (!jpeg && ext != "png" && ext != "bmp" && ext != "dib" && ext != "tif" && ext != "tiff" && ext != "tga" &&
-        ext != "vmpd")
-        return cli::Fail("cannot write '" + ext + "' files; use .png, .jpg, .bmp, .tif, .tga or .vmpd");
+        ext != "vmpd" && ext != "psd")
+        return cli::Fail("cannot write '" + ext + "' files; use .png, .jpg, .bmp, .tif, .tga, .psd or .vmpd");
+    if (a.Has("--layered")) {
+        if (ext != "psd") return cli::Usage("convert", "--layered writes a .psd");
+        CLayerStack stack;
+        std::string error;
+        if (!cli::LoadLayers(in, stack, error)) return cli::Fail(error);
+        if (WriteLayeredPsd(out, stack, &error) != kOk) return cli::Fail("cannot write " + out + ": " + error);
+        std::printf("%s -> %s, %d x %d, %d layer(s)\n", in.c_str(), out.c_str(), stack.GetWidth(),
+                    stack.GetHeight(), stack.GetLayerCount());
+        return cli::kExitOk;
+    }
 
     COLImageCodec codec;
     COLImage image;
-    if (COLImageCodec::GetFileType(in.c_str()) == kFileProject) {
+    const uint32_t inType = COLImageCodec::GetFileType(in.c_str());
+    if (inType == kFileProject) {
         // A project goes out as its flattened picture.
         std::string error;
         if (!cli::LoadProjectComposite(in, image, error)) return cli::Fail(error);
+    } else if (inType == kFilePsd) {
+        std::string error;
+        if (!cli::LoadPsdPicture(in, image, error)) return cli::Fail(error);
     } else if (!codec.LoadFile(in.c_str(), &image)) {
         const uint32_t type = COLImageCodec::GetFileType(in.c_str());
         if (type == kFileUnusable) return cli::Fail("cannot read " + in + ": missing, or not a picture");
@@ -42,6 +61,8 @@ int RunConvert(const std::vector<std::string>& args)
     int ok;
     if (ext == "vmpd")
         ok = cli::SavePictureAsProject(out, image); // one layer, the picture as it is
+    else if (ext == "psd")
+        ok = SavePsd(out, image, kBackgroundLayerName) == kOk; // one layer, named as the editor names a picture
     else if (ext == "png")
         ok = codec.SaveFileWithAlpha(out.c_str(), &image); // PNG keeps the alpha
     else if (jpeg)
@@ -53,9 +74,10 @@ int RunConvert(const std::vector<std::string>& args)
     return cli::kExitOk;
 }
 
-cli::CliRegistrar reg("convert", "convert IN OUT [--quality Q]",
-                      "convert a picture or project; OUT's extension picks the writer (.png keeps alpha, .vmpd "
-                      "makes a one-layer project)",
+cli::CliRegistrar reg("convert", "convert IN OUT [--quality Q] [--layered]",
+                      "convert a picture, PSD or project; OUT's extension picks the writer (.png keeps alpha, .vmpd "
+                      "makes a one-layer project, .psd a one-layer PSD; --layered writes every layer of a project "
+                      "or PSD to a layered PSD)",
                       RunConvert);
 
 } // namespace

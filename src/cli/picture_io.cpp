@@ -2,6 +2,7 @@
 
 #include <cctype>
 
+#include "cli/psd_cli.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
 
@@ -26,8 +27,12 @@ bool WritableExtension(const std::string& ext)
 std::string LoadPicture(const std::string& path, COLImage& image)
 {
     COLImageCodec codec;
-    if (codec.LoadFile(path.c_str(), &image)) return {};
     const uint32_t type = COLImageCodec::GetFileType(path.c_str());
+    if (type == kFilePsd) {
+        std::string error;
+        return LoadPsdPicture(path, image, error) ? std::string() : error;
+    }
+    if (codec.LoadFile(path.c_str(), &image)) return {};
     if (type == kFileUnusable) return "cannot read " + path + ": missing, or not a picture";
     return "cannot read " + path + ": damaged, too large or unsupported " + FileTypeName(type) + " file";
 }
