@@ -40,7 +40,8 @@ bool LoadPsdPicture(const std::string& path, COLImage& image, std::string& error
         return false;
     }
     CPixel* p = image.GetBuffer();
-    for (size_t i = 0; i < image.GetPixelCount(); ++i) p[i].alpha = 255;
+    for (size_t i = 0; i < image.GetPixelCount(); ++i)
+        p[i].alpha = 255;
     return true;
 }
 
@@ -54,9 +55,9 @@ bool LoadLayers(const std::string& path, CLayerStack& stack, std::string& error)
         return false;
     }
     if (stack.OpenFile(path.c_str())) return true;
-    error = type == kFileUnusable ? "cannot read " + path + ": missing, or not a picture"
-                                  : "cannot read " + path + ": damaged, too large or unsupported " +
-                                        FileTypeName(type) + " file";
+    error = type == kFileUnusable
+                ? "cannot read " + path + ": missing, or not a picture"
+                : "cannot read " + path + ": damaged, too large or unsupported " + FileTypeName(type) + " file";
     return false;
 }
 

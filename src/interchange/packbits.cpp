@@ -71,7 +71,8 @@ size_t EncodePackBits(uint8_t* dst, const uint8_t* src, size_t n)
         if (run >= n) break;
         const uint8_t v = src[run];
         size_t end = run + 3;
-        while (end < n && end - run < 128 && src[end] == v) ++end;
+        while (end < n && end - run < 128 && src[end] == v)
+            ++end;
         *out++ = static_cast<uint8_t>(257 - (end - run));
         *out++ = v;
         i = end;

@@ -148,7 +148,8 @@ std::u16string Utf16FromGbk(std::string_view gbk)
     std::vector<uint32_t> cps;
     if (!GbkToUtf8(gbk, utf8) || !DecodeUtf8(utf8, cps)) {
         cps.clear();
-        for (char c : gbk) cps.push_back(static_cast<uint8_t>(c));
+        for (char c : gbk)
+            cps.push_back(static_cast<uint8_t>(c));
     }
     std::u16string out;
     for (uint32_t cp : cps) {
@@ -175,7 +176,8 @@ void AppendLayerName(CByteSink& sink, std::string_view gbkName)
     sink.Text("8BIMluni");
     sink.U32(static_cast<uint32_t>(padded));
     sink.U32(static_cast<uint32_t>(utf16.size()));
-    for (char16_t u : utf16) sink.U16(u);
+    for (char16_t u : utf16)
+        sink.U16(u);
     sink.Zeros(padded - data);
 }
 

@@ -22,13 +22,14 @@ constexpr size_t kRowsPerBlock = 32;
 struct CEncoded {
     int channels = 0;
     uint32_t height = 0;
-    std::vector<uint16_t> rowLengths;            // channel-major: channel * height + row
-    std::vector<std::vector<uint8_t>> blocks;    // block * channels + channel
+    std::vector<uint16_t> rowLengths;         // channel-major: channel * height + row
+    std::vector<std::vector<uint8_t>> blocks; // block * channels + channel
 
     uint64_t ChannelBytes(int c) const
     {
         uint64_t sum = 0;
-        for (uint32_t y = 0; y < height; ++y) sum += rowLengths[size_t(c) * height + y];
+        for (uint32_t y = 0; y < height; ++y)
+            sum += rowLengths[size_t(c) * height + y];
         return sum;
     }
 };
@@ -53,7 +54,8 @@ void Encode(const COLImage& image, const int* byteOf, int channels, CEncoded& ou
                 size_t used = 0;
                 for (uint32_t y = y0; y < y1; ++y) {
                     const uint8_t* src = reinterpret_cast<const uint8_t*>(image.GetBuffer(0, y)) + byteOf[c];
-                    for (uint32_t x = 0; x < w; ++x) row[x] = src[4 * size_t(x)];
+                    for (uint32_t x = 0; x < w; ++x)
+                        row[x] = src[4 * size_t(x)];
                     const size_t n = EncodePackBits(data.data() + used, row.data(), w);
                     out.rowLengths[size_t(c) * h + y] = static_cast<uint16_t>(n);
                     used += n;
@@ -69,7 +71,8 @@ bool WriteChannel(CSafeFileWriter& file, const CEncoded& e, int c, bool withComp
 {
     psd::CByteSink table;
     if (withCompression) table.U16(1);
-    for (uint32_t y = 0; y < e.height; ++y) table.U16(e.rowLengths[size_t(c) * e.height + y]);
+    for (uint32_t y = 0; y < e.height; ++y)
+        table.U16(e.rowLengths[size_t(c) * e.height + y]);
     if (!file.Write(table.Data(), table.Size())) return false;
     for (size_t b = 0; b * kRowsPerBlock < e.height; ++b) {
         const std::vector<uint8_t>& data = e.blocks[b * size_t(e.channels) + size_t(c)];
@@ -144,7 +147,8 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
             psd::CByteSink extra;
             extra.U32(0);
             extra.U32(40);
-            for (int k = 0; k < 10; ++k) extra.U32(0x0000FFFF);
+            for (int k = 0; k < 10; ++k)
+                extra.U32(0x0000FFFF);
             psd::AppendLayerName(extra, std::string_view(layer->m_name, strnlen(layer->m_name, kLayerNameBytes)));
             head.U32(static_cast<uint32_t>(extra.Size()));
             head.Text(std::string_view(reinterpret_cast<const char*>(extra.Data()), extra.Size()));
@@ -193,7 +197,8 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
         file.Write(rle, 2);
         for (int c = 0; c < 3; ++c) {
             psd::CByteSink table;
-            for (uint32_t y = 0; y < merged.height; ++y) table.U16(merged.rowLengths[size_t(c) * merged.height + y]);
+            for (uint32_t y = 0; y < merged.height; ++y)
+                table.U16(merged.rowLengths[size_t(c) * merged.height + y]);
             file.Write(table.Data(), table.Size());
         }
         for (int c = 0; c < 3; ++c)

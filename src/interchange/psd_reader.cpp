@@ -22,13 +22,20 @@ constexpr int kSectionFolderOpen = 1, kSectionFolderClosed = 2, kSectionDivider 
 const char* ModeName(uint16_t mode)
 {
     switch (mode) {
-    case 0: return "bitmap";
-    case 2: return "indexed";
-    case 4: return "CMYK";
-    case 7: return "multichannel";
-    case 8: return "duotone";
-    case 9: return "Lab";
-    default: return "unknown";
+    case 0:
+        return "bitmap";
+    case 2:
+        return "indexed";
+    case 4:
+        return "CMYK";
+    case 7:
+        return "multichannel";
+    case 8:
+        return "duotone";
+    case 9:
+        return "Lab";
+    default:
+        return "unknown";
     }
 }
 
@@ -332,7 +339,8 @@ bool CPsdReader::ReadChannel(const CChannelInfo& info, uint32_t width, uint32_t 
             for (uint32_t y = 0; y < height; ++y) {
                 uint8_t* row = target + y * rowBytes;
                 if (bytesPerSample == 1) {
-                    for (uint32_t x = 1; x < width; ++x) row[x] = static_cast<uint8_t>(row[x] + row[x - 1]);
+                    for (uint32_t x = 1; x < width; ++x)
+                        row[x] = static_cast<uint8_t>(row[x] + row[x - 1]);
                 } else {
                     for (uint32_t x = 1; x < width; ++x) {
                         const uint32_t v = (psd::Be16(row + 2 * x) + psd::Be16(row + 2 * x - 2)) & 0xFFFF;
@@ -344,7 +352,8 @@ bool CPsdReader::ReadChannel(const CChannelInfo& info, uint32_t width, uint32_t 
         }
     }
     if (bytesPerSample != 1) // 16 bits: the high byte of each sample
-        for (size_t i = 0; i < plane.size(); ++i) plane[i] = decoded[2 * i];
+        for (size_t i = 0; i < plane.size(); ++i)
+            plane[i] = decoded[2 * i];
     return true;
 }
 
@@ -375,7 +384,8 @@ int CPsdReader::ReadLayers(CLayerStack& stack)
     for (CRecord& r : records) {
         if (!ReadRecord(r)) return 0;
         if (m_position > infoEnd) return Fail("the layer records run past their section"), 0;
-        for (const CChannelInfo& c : r.channels) channelBytes += c.length;
+        for (const CChannelInfo& c : r.channels)
+            channelBytes += c.length;
     }
     if (channelBytes > infoEnd - m_position) return Fail("channel data runs past the layer section"), 0;
 
@@ -422,15 +432,18 @@ int CPsdReader::ReadLayers(CLayerStack& stack)
             if (!any) { // the image is made once a channel has proved it can fill it; opaque until alpha comes
                 if (layer->m_image.Create(w, h) != kOk) return Fail("out of memory"), 0;
                 CPixel* px = layer->m_image.GetBuffer();
-                for (size_t i = 0, n = layer->m_image.GetPixelCount(); i < n; ++i) px[i] = CPixel{0, 0, 0, 255};
+                for (size_t i = 0, n = layer->m_image.GetPixelCount(); i < n; ++i)
+                    px[i] = CPixel{0, 0, 0, 255};
             }
             any = true;
             uint8_t* dst = reinterpret_cast<uint8_t*>(layer->m_image.GetBuffer());
             const size_t n = plane.size();
             if (byte == 4) {
-                for (size_t i = 0; i < n; ++i) dst[4 * i] = dst[4 * i + 1] = dst[4 * i + 2] = plane[i];
+                for (size_t i = 0; i < n; ++i)
+                    dst[4 * i] = dst[4 * i + 1] = dst[4 * i + 2] = plane[i];
             } else {
-                for (size_t i = 0; i < n; ++i) dst[4 * i + size_t(byte)] = plane[i];
+                for (size_t i = 0; i < n; ++i)
+                    dst[4 * i + size_t(byte)] = plane[i];
             }
         }
         layer->m_x = r.left;
@@ -461,8 +474,7 @@ int CPsdReader::ReadLayers(CLayerStack& stack)
     if (!base) return 1;
     base->m_visible = 1;
     const uint32_t dw = static_cast<uint32_t>(stack.GetWidth()), dh = static_cast<uint32_t>(stack.GetHeight());
-    if (base->m_x == 0 && base->m_y == 0 && base->m_image.GetWidth() == dw && base->m_image.GetHeight() == dh)
-        return 1;
+    if (base->m_x == 0 && base->m_y == 0 && base->m_image.GetWidth() == dw && base->m_image.GetHeight() == dh) return 1;
     COLImage sized;
     if (sized.Create(dw, dh) != kOk) return Fail("out of memory"), 0;
     std::memset(sized.GetBuffer(), 0, sized.GetAreaByteSize());
@@ -504,7 +516,8 @@ int CPsdReader::ReadMergedImage(CLayerStack& stack)
         std::vector<uint8_t> table(rows * 2);
         if (!Read(table.data(), table.size())) return 0;
         uint64_t packedBytes = 0;
-        for (uint64_t r = 0; r < uint64_t(planes) * h; ++r) packedBytes += psd::Be16(table.data() + 2 * r);
+        for (uint64_t r = 0; r < uint64_t(planes) * h; ++r)
+            packedBytes += psd::Be16(table.data() + 2 * r);
         if (packedBytes > Remaining()) return Fail("the merged image's rows run past the end of the file"), 0;
         std::vector<uint8_t> packed(packedBytes);
         if (!Read(packed.data(), packed.size())) return 0;

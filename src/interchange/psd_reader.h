@@ -66,7 +66,7 @@ private:
 
     FILE* m_pFile = nullptr;
     bool m_ownsFile = false;
-    uint64_t m_position = 0;  // bytes consumed from the start of the document
+    uint64_t m_position = 0; // bytes consumed from the start of the document
     uint64_t m_fileSize = 0;
     uint16_t m_colourMode = 0;
     uint16_t m_depth = 0;

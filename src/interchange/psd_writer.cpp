@@ -20,14 +20,15 @@ int CPsdWriter::SaveImage(const char* path, const COLImage* image, const char* g
     const uint32_t w = image->GetWidth(), h = image->GetHeight();
     const size_t n = image->GetPixelCount();
     const uint32_t c = static_cast<uint32_t>(n + 2);
-    const std::string_view name = gbkName && *gbkName ? std::string_view(gbkName, strnlen(gbkName, 255))
-                                                      : std::string_view(kDefaultName);
+    const std::string_view name =
+        gbkName && *gbkName ? std::string_view(gbkName, strnlen(gbkName, 255)) : std::string_view(kDefaultName);
 
     // The layer record's extra data: no mask, the blending ranges, the name.
     psd::CByteSink extra;
     extra.U32(0);
     extra.U32(40);
-    for (int i = 0; i < 10; ++i) extra.U32(0x0000FFFF);
+    for (int i = 0; i < 10; ++i)
+        extra.U32(0x0000FFFF);
     psd::AppendLayerName(extra, name);
     const uint32_t extraSize = static_cast<uint32_t>(extra.Size());
     const uint32_t layerInfo = 2 + 18 + 24 + 16 + extraSize + 4 * c;
@@ -78,7 +79,8 @@ int CPsdWriter::SaveImage(const char* path, const COLImage* image, const char* g
     for (size_t byte : kLayerOrder) {
         plane[0] = plane[1] = 0;
         const uint8_t* src = reinterpret_cast<const uint8_t*>(px) + byte;
-        for (size_t i = 0; i < n; ++i) plane[2 + i] = src[4 * i];
+        for (size_t i = 0; i < n; ++i)
+            plane[2 + i] = src[4 * i];
         file.Write(plane.data(), n + 2);
     }
     const uint8_t tail[6] = {0, 0, 0, 0, 0, 0}; // global mask length, merged compression raw
@@ -92,7 +94,8 @@ int CPsdWriter::SaveImage(const char* path, const COLImage* image, const char* g
         }
         file.Write(plane.data(), n);
     }
-    for (size_t i = 0; i < n; ++i) plane[i] = px[i].alpha;
+    for (size_t i = 0; i < n; ++i)
+        plane[i] = px[i].alpha;
     file.Write(plane.data(), n);
     return file.Commit() ? 1 : 0;
 }

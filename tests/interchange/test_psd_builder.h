@@ -27,9 +27,9 @@ struct Bytes {
 
 struct Channel {
     int16_t id;
-    uint16_t compression = 0;            // 0 raw, 1 PackBits (data then holds the row table and the rows)
-    std::vector<uint8_t> data;           // after the compression word
-    bool omitCompression = false;        // a length-0 channel
+    uint16_t compression = 0;     // 0 raw, 1 PackBits (data then holds the row table and the rows)
+    std::vector<uint8_t> data;    // after the compression word
+    bool omitCompression = false; // a length-0 channel
 };
 
 struct Layer {
@@ -41,8 +41,8 @@ struct Layer {
     bool mask = false;
     int32_t maskTop = 0, maskLeft = 0, maskBottom = 0, maskRight = 0;
     std::string pascalName;
-    std::u16string unicodeName;          // a "luni" block when not empty
-    int sectionType = -1;                // an "lsct" block when 0 or more
+    std::u16string unicodeName; // a "luni" block when not empty
+    int sectionType = -1;       // an "lsct" block when 0 or more
 };
 
 struct Document {
@@ -53,14 +53,15 @@ struct Document {
     bool layerSection = true;
     std::vector<Layer> layers;
     uint16_t mergedCompression = 0;
-    std::vector<uint8_t> merged;         // after the compression word
+    std::vector<uint8_t> merged; // after the compression word
 };
 
 inline void Header(Bytes& b, const Document& d)
 {
     b.Str("8BPS");
     b.U16(1);
-    for (int i = 0; i < 6; ++i) b.U8(0);
+    for (int i = 0; i < 6; ++i)
+        b.U8(0);
     b.U16(d.channels);
     b.U32(d.height);
     b.U32(d.width);
@@ -110,12 +111,14 @@ inline std::vector<uint8_t> Build(const Document& d)
             extra.U32(0);
             extra.U8(uint32_t(l.pascalName.size()));
             extra.Str(l.pascalName);
-            while ((extra.Size() - (l.mask ? 28 : 8)) % 4) extra.U8(0);
+            while ((extra.Size() - (l.mask ? 28 : 8)) % 4)
+                extra.U8(0);
             if (!l.unicodeName.empty()) {
                 extra.Str("8BIMluni");
                 extra.U32(uint32_t(4 + 2 * l.unicodeName.size()));
                 extra.U32(uint32_t(l.unicodeName.size()));
-                for (char16_t u : l.unicodeName) extra.U16(u);
+                for (char16_t u : l.unicodeName)
+                    extra.U16(u);
             }
             if (l.sectionType >= 0) {
                 extra.Str("8BIMlsct");
@@ -147,7 +150,8 @@ template <class F> Channel RawChannel(int16_t id, uint32_t w, uint32_t h, F f)
 {
     Channel c{id, 0, {}, false};
     for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x) c.data.push_back(uint8_t(f(x, y)));
+        for (uint32_t x = 0; x < w; ++x)
+            c.data.push_back(uint8_t(f(x, y)));
     return c;
 }
 

@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
@@ -30,7 +29,8 @@ int Shell(const std::string& command, std::string& output)
     if (!pipe) return -1;
     std::array<char, 4096> buf{};
     size_t n;
-    while ((n = std::fread(buf.data(), 1, buf.size(), pipe)) > 0) output.append(buf.data(), n);
+    while ((n = std::fread(buf.data(), 1, buf.size(), pipe)) > 0)
+        output.append(buf.data(), n);
     const int status = pclose(pipe);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
@@ -168,8 +168,8 @@ TEST(PsdInterop, ImageMagickOpensOurFiles)
     ASSERT_EQ(Shell("/usr/bin/identify -format '%w %h %X %Y %l\\n' " + vmtest::Quote(one), out), 0) << out;
     EXPECT_EQ(out, "13 7 +0 +0 \n13 7 +0 +0 Layer A\n");
     ASSERT_EQ(Shell("/usr/bin/convert " + vmtest::Quote(one + "[1]") + " " + vmtest::Quote(dir.File("l.png")) +
-                      " && /usr/bin/convert " + vmtest::Quote(one + "[0]") + " " + vmtest::Quote(dir.File("m.png")),
-                  out),
+                        " && /usr/bin/convert " + vmtest::Quote(one + "[0]") + " " + vmtest::Quote(dir.File("m.png")),
+                    out),
               0)
         << out;
     EXPECT_TRUE(vmtest::SamePixels(LoadPng(dir.File("l.png")), picture));
@@ -196,8 +196,8 @@ TEST(PsdInterop, ImageMagickOpensOurFiles)
     for (int i = 0; i < 3; ++i) {
         const std::string png = dir.File("layer" + std::to_string(i) + ".png");
         ASSERT_EQ(Shell("/usr/bin/convert " + vmtest::Quote(layered + "[" + std::to_string(i + 1) + "]") + " " +
-                          vmtest::Quote(png),
-                      out),
+                            vmtest::Quote(png),
+                        out),
                   0)
             << out;
         // ImageMagick hands a layer out with its opacity multiplied into alpha.
@@ -224,7 +224,8 @@ TEST(PsdInterop, ImageMagickOpensOurFiles)
 TEST(PsdInterop, GimpOpensOurFiles)
 {
     std::string out;
-    if (Shell("command -v gimp", out) != 0) GTEST_SKIP() << "GIMP is not installed; install the gimp package to run this";
+    if (Shell("command -v gimp", out) != 0)
+        GTEST_SKIP() << "GIMP is not installed; install the gimp package to run this";
     vmtest::TempDir dir;
     COLImage picture;
     vmtest::FillNoise(picture, 13, 7, 9); // odd pixel count: GIMP refuses a padding byte after a channel
@@ -235,7 +236,8 @@ TEST(PsdInterop, GimpOpensOurFiles)
     doc.GetLayer(2)->m_visible = 0;
     ASSERT_EQ(WriteLayeredPsd(layered, doc), kOk);
     const std::string script = R"((begin
-  (define port (open-output-file ")" + report + R"("))
+  (define port (open-output-file ")" +
+                               report + R"("))
   (define (probe file)
     (let* ((image (car (gimp-file-load RUN-NONINTERACTIVE file file)))
            (layers (vector->list (cadr (gimp-image-get-layers image)))))

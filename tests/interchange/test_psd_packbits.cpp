@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <vector>
 
 #include "interchange/packbits.h"
@@ -14,7 +13,8 @@ std::vector<std::vector<uint8_t>> Rows()
     for (size_t n : {127u, 128u, 129u, 130u, 255u, 256u, 257u, 1000u}) {
         rows.push_back(std::vector<uint8_t>(n, 42));
         std::vector<uint8_t> lit(n);
-        for (size_t i = 0; i < n; ++i) lit[i] = uint8_t(i * 7 + i / 3);
+        for (size_t i = 0; i < n; ++i)
+            lit[i] = uint8_t(i * 7 + i / 3);
         rows.push_back(lit);
     }
     uint32_t seed = 99;

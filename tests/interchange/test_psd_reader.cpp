@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cstring>
+#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
@@ -47,7 +46,8 @@ Document TwoLayers()
     d.channels = 4;
     d.layers.push_back(psdtest::RgbaLayer(0, 0, 6, 5, Pixel));
     d.layers.back().pascalName = "Base";
-    d.layers.push_back(psdtest::RgbaLayer(-2, 3, 4, 3, [](uint32_t x, uint32_t y) { return Pixel(y, x) ^ 0x00FF00FFu; }));
+    d.layers.push_back(
+        psdtest::RgbaLayer(-2, 3, 4, 3, [](uint32_t x, uint32_t y) { return Pixel(y, x) ^ 0x00FF00FFu; }));
     d.layers.back().pascalName = "Top";
     d.layers.back().key = "scrn";
     d.layers.back().opacity = 77;
@@ -80,9 +80,11 @@ TEST(PsdReader, LayersKeepPositionNameOpacityModeVisibilityAndPixels)
         EXPECT_EQ(top->m_visible, 0);
         ASSERT_EQ(top->m_image.GetWidth(), 4u);
         for (uint32_t y = 0; y < 3; ++y)
-            for (uint32_t x = 0; x < 4; ++x) ASSERT_EQ(top->m_image.GetPixel(x, y), Pixel(y, x) ^ 0x00FF00FFu);
+            for (uint32_t x = 0; x < 4; ++x)
+                ASSERT_EQ(top->m_image.GetPixel(x, y), Pixel(y, x) ^ 0x00FF00FFu);
         for (uint32_t y = 0; y < 5; ++y)
-            for (uint32_t x = 0; x < 6; ++x) ASSERT_EQ(stack.GetLayer(0)->m_image.GetPixel(x, y), Pixel(x, y));
+            for (uint32_t x = 0; x < 6; ++x)
+                ASSERT_EQ(stack.GetLayer(0)->m_image.GetPixel(x, y), Pixel(x, y));
     }
 }
 
@@ -129,7 +131,10 @@ TEST(PsdReader, LayeredFileRoundTripsEveryLayer)
     CLayerStack doc;
     ASSERT_EQ(doc.NewDocument(9, 7, 0xFF102030u), 1);
     vmtest::FillNoise(doc.GetLayer(0)->m_image, 9, 7, 1);
-    const char* names[] = {"\xB1\xB3\xBE\xB0", "Soft", "\xCD\xBC\xB2\xE3" "2", "Empty"};
+    const char* names[] = {"\xB1\xB3\xBE\xB0", "Soft",
+                           "\xCD\xBC\xB2\xE3"
+                           "2",
+                           "Empty"};
     std::strcpy(doc.GetLayer(0)->m_name, names[0]);
     for (int i = 1; i <= 3; ++i) {
         auto* l = new CLayer();
@@ -172,13 +177,17 @@ TEST(PsdReader, FlatFileOpensAsItsMergedPicture)
         d.height = 2;
         d.channels = 4; // the fourth is a saved selection and is not read
         d.mergedCompression = compression;
-        const uint8_t planes[4][6] = {{1, 2, 3, 4, 5, 6}, {10, 20, 30, 40, 50, 60}, {7, 7, 7, 7, 7, 7}, {0, 0, 0, 9, 9, 9}};
+        const uint8_t planes[4][6] = {
+            {1, 2, 3, 4, 5, 6}, {10, 20, 30, 40, 50, 60}, {7, 7, 7, 7, 7, 7}, {0, 0, 0, 9, 9, 9}};
         if (compression == 0) {
-            for (auto& p : planes) d.merged.insert(d.merged.end(), p, p + 6);
-        } else {
-            for (int r = 0; r < 8; ++r) d.merged.insert(d.merged.end(), {0, 4});
             for (auto& p : planes)
-                for (int row = 0; row < 2; ++row) d.merged.insert(d.merged.end(), {2, p[3 * row], p[3 * row + 1], p[3 * row + 2]});
+                d.merged.insert(d.merged.end(), p, p + 6);
+        } else {
+            for (int r = 0; r < 8; ++r)
+                d.merged.insert(d.merged.end(), {0, 4});
+            for (auto& p : planes)
+                for (int row = 0; row < 2; ++row)
+                    d.merged.insert(d.merged.end(), {2, p[3 * row], p[3 * row + 1], p[3 * row + 2]});
         }
         CLayerStack stack;
         ASSERT_EQ(Load(psdtest::Build(d), stack), 1) << compression;
@@ -219,12 +228,14 @@ TEST(PsdReader, OnlyTheFirst32LayersEnterAndGroupMarkersAreLeftOut)
     Document d;
     d.width = d.height = 2;
     for (int i = 0; i < 35; ++i) {
-        d.layers.push_back(psdtest::RgbaLayer(0, 0, 2, 2, [i](uint32_t, uint32_t) { return 0xFF000000u | uint32_t(i); }));
+        d.layers.push_back(
+            psdtest::RgbaLayer(0, 0, 2, 2, [i](uint32_t, uint32_t) { return 0xFF000000u | uint32_t(i); }));
         d.layers.back().pascalName = "L" + std::to_string(i);
         if (i == 1 || i == 4) { // a group: its end marker below its layers, its folder above
             d.layers.back().sectionType = i == 1 ? 3 : 1;
             d.layers.back().right = d.layers.back().bottom = 0;
-            for (auto& c : d.layers.back().channels) c.data.clear();
+            for (auto& c : d.layers.back().channels)
+                c.data.clear();
         }
     }
     CLayerStack stack;
@@ -241,7 +252,8 @@ TEST(PsdReader, BlankLayersUnknownModesAndUserMasks)
     d.width = d.height = 3;
     d.layers.push_back(psdtest::RgbaLayer(0, 0, 3, 3, Pixel));
     Layer blank = psdtest::RgbaLayer(1, 1, 2, 2, Pixel);
-    for (auto& c : blank.channels) c.data.clear();
+    for (auto& c : blank.channels)
+        c.data.clear();
     blank.key = "vLit";
     d.layers.push_back(blank);
     Layer masked = psdtest::RgbaLayer(0, 0, 2, 2, Pixel);
@@ -279,20 +291,22 @@ TEST(PsdReader, NamesPreferTheUnicodeFormAndAreCutOnACharacterBoundary)
         d.layers.back().pascalName = pascal;
         d.layers.back().unicodeName = unicode;
     };
-    layer("ignored", u"\u534A\u900F\u660E");                             // 半透明 from luni
-    layer("\xE5\x9B\xBE\xE5\xB1\x82", u"");                             // 图层 in UTF-8, as GIMP writes it
-    layer("\xB1\xB3\xBE\xB0", u"");                                     // 背景 in GBK
-    layer("x", std::u16string(20, u'\u56FE'));                          // 20 Chinese characters: 15 fit
-    layer("y", u"a\u56FEb\U0001F600");                                  // a character GBK lacks
+    layer("ignored", u"\u534A\u900F\u660E");   // 半透明 from luni
+    layer("\xE5\x9B\xBE\xE5\xB1\x82", u"");    // 图层 in UTF-8, as GIMP writes it
+    layer("\xB1\xB3\xBE\xB0", u"");            // 背景 in GBK
+    layer("x", std::u16string(20, u'\u56FE')); // 20 Chinese characters: 15 fit
+    layer("y", u"a\u56FEb\U0001F600");         // a character GBK lacks
     CLayerStack stack;
     ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
     EXPECT_EQ(Name(stack.GetLayer(0)), "\xB0\xEB\xCD\xB8\xC3\xF7");
     EXPECT_EQ(Name(stack.GetLayer(1)), "\xCD\xBC\xB2\xE3");
     EXPECT_EQ(Name(stack.GetLayer(2)), "\xB1\xB3\xBE\xB0");
     std::string fifteen;
-    for (int i = 0; i < 15; ++i) fifteen += "\xCD\xBC";
+    for (int i = 0; i < 15; ++i)
+        fifteen += "\xCD\xBC";
     EXPECT_EQ(Name(stack.GetLayer(3)), fifteen);
-    EXPECT_EQ(Name(stack.GetLayer(4)), "a\xCD\xBC" "b?");
+    EXPECT_EQ(Name(stack.GetLayer(4)), "a\xCD\xBC"
+                                       "b?");
 }
 
 TEST(PsdReader, UnsupportedAndDamagedFilesFailClearly)
@@ -343,7 +357,8 @@ TEST(PsdReader, TruncatedCorruptedAndBadPackBitsFilesNeverCrash)
         for (psdtest::Channel& c : l.channels)
             c = psdtest::PackBitsChannel(c, uint32_t(l.right - l.left), uint32_t(l.bottom - l.top));
     const std::vector<uint8_t> good = psdtest::Build(d);
-    const size_t layerEnd = 34 + 4 + (size_t(good[34]) << 24 | size_t(good[35]) << 16 | size_t(good[36]) << 8 | good[37]);
+    const size_t layerEnd =
+        34 + 4 + (size_t(good[34]) << 24 | size_t(good[35]) << 16 | size_t(good[36]) << 8 | good[37]);
     // Every cut inside the header or the layers fails; the merged image is not needed when layers exist.
     for (size_t cut = 0; cut < good.size(); ++cut) {
         CLayerStack stack;

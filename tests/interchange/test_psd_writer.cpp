@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <csignal>
 #include <filesystem>
-#include <sys/resource.h>
+#include <gtest/gtest.h>
 #include <string>
+#include <sys/resource.h>
 #include <vector>
 
 #include "imaging/image.h"
@@ -19,8 +18,9 @@ COLImage Picture(uint32_t w, uint32_t h)
     image.Create(w, h);
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x)
-            image.PutPixel(x, y, CPixel::Make(uint8_t(10 * x + y), uint8_t(200 - 7 * x), uint8_t(33 * y + 1),
-                                              uint8_t(x == 0 ? 0 : (x == 1 ? 128 : 255))));
+            image.PutPixel(x, y,
+                           CPixel::Make(uint8_t(10 * x + y), uint8_t(200 - 7 * x), uint8_t(33 * y + 1),
+                                        uint8_t(x == 0 ? 0 : (x == 1 ? 128 : 255))));
     return image;
 }
 
@@ -31,7 +31,8 @@ std::vector<uint8_t> Expected(const COLImage& image)
     psdtest::Bytes b;
     b.Str("8BPS");
     b.U16(1);
-    for (int i = 0; i < 6; ++i) b.U8(0);
+    for (int i = 0; i < 6; ++i)
+        b.U8(0);
     b.U16(4);
     b.U32(h);
     b.U32(w);
@@ -59,7 +60,8 @@ std::vector<uint8_t> Expected(const COLImage& image)
     b.U32(60);
     b.U32(0);
     b.U32(40);
-    for (int i = 0; i < 10; ++i) b.U32(0x0000FFFF);
+    for (int i = 0; i < 10; ++i)
+        b.U32(0x0000FFFF);
     b.U8(10);
     b.Str("Velmorando");
     b.U8(0);
@@ -116,13 +118,13 @@ TEST(PsdWriter, MergedColoursAreLaidOverWhiteWhileTheLayerKeepsThemExact)
     ASSERT_EQ(SavePsd(path, image), kOk);
     const std::vector<uint8_t> f = vmtest::ReadAll(path);
     const size_t c = 3 + 2, layerRed = 162 + c + 2, merged = 168 + 4 * c;
-    EXPECT_EQ(f[layerRed + 1], 0);      // the layer: red of the half-transparent pixel as it is
-    EXPECT_EQ(f[merged + 0], 255);      // transparent: white
-    EXPECT_EQ(f[merged + 1], 127);      // (0 x 128 + 255 x 127 + 127) / 255
-    EXPECT_EQ(f[merged + 3 + 1], 177);  // green 100: (100 x 128 + 255 x 127 + 127) / 255
-    EXPECT_EQ(f[merged + 6 + 1], 255);  // blue 255 stays 255
-    EXPECT_EQ(f[merged + 2], 9);        // opaque: exact
-    EXPECT_EQ(f[merged + 9 + 1], 128);  // merged alpha
+    EXPECT_EQ(f[layerRed + 1], 0);     // the layer: red of the half-transparent pixel as it is
+    EXPECT_EQ(f[merged + 0], 255);     // transparent: white
+    EXPECT_EQ(f[merged + 1], 127);     // (0 x 128 + 255 x 127 + 127) / 255
+    EXPECT_EQ(f[merged + 3 + 1], 177); // green 100: (100 x 128 + 255 x 127 + 127) / 255
+    EXPECT_EQ(f[merged + 6 + 1], 255); // blue 255 stays 255
+    EXPECT_EQ(f[merged + 2], 9);       // opaque: exact
+    EXPECT_EQ(f[merged + 9 + 1], 128); // merged alpha
 }
 
 TEST(PsdWriter, LayerIsNamedAfterTheDocumentLayerWithAUnicodeCopyForChineseNames)
@@ -133,14 +135,19 @@ TEST(PsdWriter, LayerIsNamedAfterTheDocumentLayerWithAUnicodeCopyForChineseNames
     ASSERT_EQ(SavePsd(a, image, "Cut"), kOk);
     std::vector<uint8_t> f = vmtest::ReadAll(a);
     EXPECT_EQ(f[101], 52); // extra data: 4 + 4 + 40 + "\x03Cut"
-    EXPECT_EQ(std::string(f.begin() + 150, f.begin() + 154), "\x03" "Cut");
+    EXPECT_EQ(std::string(f.begin() + 150, f.begin() + 154), "\x03"
+                                                             "Cut");
     EXPECT_EQ(f[41], 4 * 6 + 120 - 8); // layer information length follows the shorter name
-    ASSERT_EQ(SavePsd(b, image, "\xCD\xBC\xB2\xE3" "1"), kOk); // 图层1
+    ASSERT_EQ(SavePsd(b, image,
+                      "\xCD\xBC\xB2\xE3"
+                      "1"),
+              kOk); // 图层1
     f = vmtest::ReadAll(b);
     const std::string text(f.begin(), f.end());
     const size_t luni = text.find("8BIMluni");
     ASSERT_NE(luni, std::string::npos);
-    EXPECT_EQ(std::string(f.begin() + 150, f.begin() + 156), "\x05\xCD\xBC\xB2\xE3" "1");
+    EXPECT_EQ(std::string(f.begin() + 150, f.begin() + 156), "\x05\xCD\xBC\xB2\xE3"
+                                                             "1");
     const std::vector<uint8_t> utf16 = {0, 0, 0, 3, 0x56, 0xFE, 0x5C, 0x42, 0x00, 0x31};
     EXPECT_TRUE(std::equal(utf16.begin(), utf16.end(), f.begin() + long(luni) + 12));
 }
@@ -156,7 +163,8 @@ TEST(PsdWriter, AFailedWriteLeavesNoFileAndAnOlderOneUntouched)
     EXPECT_EQ(writer.SaveImage(dir.File("taken.psd").c_str(), &image), 0);
     EXPECT_TRUE(std::filesystem::is_directory(dir.File("taken.psd")));
     size_t entries = 0;
-    for (const auto& e : std::filesystem::directory_iterator(dir.Path())) entries += !e.path().empty();
+    for (const auto& e : std::filesystem::directory_iterator(dir.Path()))
+        entries += !e.path().empty();
     EXPECT_EQ(entries, 1u);
     COLImage none;
     EXPECT_EQ(writer.SaveImage(dir.File("none.psd").c_str(), &none), 0);
@@ -183,6 +191,7 @@ TEST(PsdWriter, AFullDiskIsReportedAndLeavesTheOldFile)
     EXPECT_EQ(result, kFail);
     EXPECT_EQ(vmtest::ReadAll(path), before);
     size_t entries = 0;
-    for (const auto& e : std::filesystem::directory_iterator(dir.Path())) entries += !e.path().empty();
+    for (const auto& e : std::filesystem::directory_iterator(dir.Path()))
+        entries += !e.path().empty();
     EXPECT_EQ(entries, 1u);
 }
