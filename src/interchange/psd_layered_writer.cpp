@@ -1,6 +1,8 @@
 #include "interchange/psd_layered_writer.h"
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -18,66 +20,90 @@ namespace {
 constexpr size_t kRowsPerBlock = 32;
 
 // One picture's channels as PackBits rows: a row length per channel and row, and the data in blocks of rows that
-// are encoded in parallel. The bytes do not depend on how the blocks are spread over threads.
+// are encoded in parallel, each into its own slot of one buffer that is kept from picture to picture. The bytes do
+// not depend on how the blocks are spread over threads.
 struct CEncoded {
     int channels = 0;
     uint32_t height = 0;
-    std::vector<uint16_t> rowLengths;         // channel-major: channel * height + row
-    std::vector<std::vector<uint8_t>> blocks; // block * channels + channel
+    size_t blockCount = 0;
+    size_t slot = 0;                  // bytes a block of one channel may take
+    std::vector<uint16_t> rowLengths; // channel-major: channel * height + row
+    std::vector<size_t> used;         // block * channels + channel
+    std::unique_ptr<uint8_t[]> arena; // uninitialised: only what the encoder wrote is ever read
+    size_t arenaSize = 0;
 
+    uint8_t* Slot(size_t block, int c) const { return arena.get() + (block * size_t(channels) + size_t(c)) * slot; }
     uint64_t ChannelBytes(int c) const
     {
         uint64_t sum = 0;
-        for (uint32_t y = 0; y < height; ++y)
-            sum += rowLengths[size_t(c) * height + y];
+        for (uint32_t y = 0; y < height; ++y) sum += rowLengths[size_t(c) * height + y];
         return sum;
     }
 };
 
-// byteOf[c] is the CPixel byte of channel c (3 alpha, 2 red, 1 green, 0 blue).
-void Encode(const COLImage& image, const int* byteOf, int channels, CEncoded& out)
+// Splits a row of pixels into its planes: alpha (when wanted), red, green, blue, the order of PSD channels.
+void SplitRow(const CPixel* src, uint32_t w, uint8_t* __restrict a, uint8_t* __restrict r, uint8_t* __restrict g,
+              uint8_t* __restrict b)
 {
+    if (a)
+        for (uint32_t x = 0; x < w; ++x) a[x] = src[x].alpha;
+    for (uint32_t x = 0; x < w; ++x) {
+        const CPixel p = src[x];
+        r[x] = p.red;
+        g[x] = p.green;
+        b[x] = p.blue;
+    }
+}
+
+// Channels alpha, red, green, blue with withAlpha, else red, green, blue.
+void Encode(const COLImage& image, bool withAlpha, CEncoded& out)
+{
+    const int channels = withAlpha ? 4 : 3;
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
     out.channels = channels;
     out.height = h;
     out.rowLengths.assign(size_t(channels) * h, 0);
-    const size_t blockCount = (h + kRowsPerBlock - 1) / kRowsPerBlock;
-    out.blocks.assign(blockCount * size_t(channels), {});
-    vmpar::ParallelFor(blockCount, 1, [&](size_t b0, size_t b1, unsigned) {
-        std::vector<uint8_t> row(w);
+    out.blockCount = (h + kRowsPerBlock - 1) / kRowsPerBlock;
+    out.slot = PackBitsBound(w) * kRowsPerBlock;
+    out.used.assign(out.blockCount * size_t(channels), 0);
+    const size_t need = out.slot * out.blockCount * size_t(channels);
+    if (need > out.arenaSize) {
+        out.arena.reset(new uint8_t[need]);
+        out.arenaSize = need;
+    }
+    vmpar::ParallelFor(out.blockCount, 1, [&](size_t b0, size_t b1, unsigned) {
+        std::vector<uint8_t> rows(size_t(w) * 4);
+        uint8_t* plane[4] = {rows.data(), rows.data() + w, rows.data() + 2 * size_t(w), rows.data() + 3 * size_t(w)};
         for (size_t b = b0; b < b1; ++b) {
             const uint32_t y0 = uint32_t(b * kRowsPerBlock);
             const uint32_t y1 = std::min<uint32_t>(h, y0 + uint32_t(kRowsPerBlock));
-            for (int c = 0; c < channels; ++c) {
-                std::vector<uint8_t>& data = out.blocks[b * size_t(channels) + size_t(c)];
-                data.resize(PackBitsBound(w) * (y1 - y0));
-                size_t used = 0;
-                for (uint32_t y = y0; y < y1; ++y) {
-                    const uint8_t* src = reinterpret_cast<const uint8_t*>(image.GetBuffer(0, y)) + byteOf[c];
-                    for (uint32_t x = 0; x < w; ++x)
-                        row[x] = src[4 * size_t(x)];
-                    const size_t n = EncodePackBits(data.data() + used, row.data(), w);
+            for (uint32_t y = y0; y < y1; ++y) {
+                // One pass over the row splits it into its planes.
+                const CPixel* src = image.GetBuffer(0, y);
+                if (withAlpha)
+                    SplitRow(src, w, plane[0], plane[1], plane[2], plane[3]);
+                else
+                    SplitRow(src, w, nullptr, plane[0], plane[1], plane[2]);
+                for (int c = 0; c < channels; ++c) {
+                    size_t& used = out.used[b * size_t(channels) + size_t(c)];
+                    const size_t n = EncodePackBits(out.Slot(b, c) + used, plane[c], w);
                     out.rowLengths[size_t(c) * h + y] = static_cast<uint16_t>(n);
                     used += n;
                 }
-                data.resize(used);
             }
         }
     });
 }
 
 // Writes channel c: compression 1, its row table, its rows.
-bool WriteChannel(CSafeFileWriter& file, const CEncoded& e, int c, bool withCompression)
+bool WriteChannel(CSafeFileWriter& file, const CEncoded& e, int c)
 {
     psd::CByteSink table;
-    if (withCompression) table.U16(1);
-    for (uint32_t y = 0; y < e.height; ++y)
-        table.U16(e.rowLengths[size_t(c) * e.height + y]);
+    table.U16(1);
+    for (uint32_t y = 0; y < e.height; ++y) table.U16(e.rowLengths[size_t(c) * e.height + y]);
     if (!file.Write(table.Data(), table.Size())) return false;
-    for (size_t b = 0; b * kRowsPerBlock < e.height; ++b) {
-        const std::vector<uint8_t>& data = e.blocks[b * size_t(e.channels) + size_t(c)];
-        if (!file.Write(data.data(), data.size())) return false;
-    }
+    for (size_t b = 0; b < e.blockCount; ++b)
+        if (!file.Write(e.Slot(b, c), e.used[b * size_t(e.channels) + size_t(c)])) return false;
     return true;
 }
 
@@ -157,7 +183,7 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
         CSafeFileWriter file;
         if (!file.Open(path)) return Failed(reason, "cannot create the file (folder missing or no permission)");
         file.Write(head.Data(), head.Size());
-        const int layerBytes[4] = {3, 2, 1, 0};
+        CEncoded e; // one buffer for every layer and the merged picture
         for (int i = 0; i < count; ++i) {
             const CLayer* layer = stack.GetLayer(i);
             if (layer->m_image.IsEmpty()) {
@@ -165,10 +191,9 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
                 file.Write(raw, sizeof raw); // four empty channels: a compression word each
                 continue;
             }
-            CEncoded e;
-            Encode(layer->m_image, layerBytes, 4, e);
+            Encode(layer->m_image, true, e);
             for (int c = 0; c < 4; ++c) {
-                WriteChannel(file, e, c, true);
+                WriteChannel(file, e, c);
                 const long end = file.Tell();
                 Put32(file, long(lengthAt[size_t(i) * 4 + size_t(c)]),
                       uint32_t(2 + 2 * uint64_t(e.height) + e.ChannelBytes(c)));
@@ -190,22 +215,16 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
         file.Seek(end);
 
         // The merged picture, opaque as the program shows it.
-        const int mergedBytes[3] = {2, 1, 0};
-        CEncoded merged;
-        Encode(composite, mergedBytes, 3, merged);
+        Encode(composite, false, e);
         const uint8_t rle[2] = {0, 1};
         file.Write(rle, 2);
         for (int c = 0; c < 3; ++c) {
             psd::CByteSink table;
-            for (uint32_t y = 0; y < merged.height; ++y)
-                table.U16(merged.rowLengths[size_t(c) * merged.height + y]);
+            for (uint32_t y = 0; y < e.height; ++y) table.U16(e.rowLengths[size_t(c) * e.height + y]);
             file.Write(table.Data(), table.Size());
         }
         for (int c = 0; c < 3; ++c)
-            for (size_t b = 0; b * kRowsPerBlock < merged.height; ++b) {
-                const std::vector<uint8_t>& data = merged.blocks[b * 3 + size_t(c)];
-                file.Write(data.data(), data.size());
-            }
+            for (size_t b = 0; b < e.blockCount; ++b) file.Write(e.Slot(b, c), e.used[b * 3 + size_t(c)]);
         if (!file.Commit()) return Failed(reason, "the write failed (disk full or no permission)");
     } catch (const std::bad_alloc&) {
         return Failed(reason, "out of memory");

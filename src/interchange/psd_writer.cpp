@@ -7,10 +7,28 @@
 #include "imaging/image.h"
 #include "imaging/safe_file.h"
 #include "interchange/psd_format.h"
+#include "matting/parallel_for.h"
 
 namespace {
 
 constexpr char kDefaultName[] = "Velmorando";
+
+// One byte of every pixel as a plane; with `matted` the colour laid over white by the pixel's alpha, rounded:
+// (c x a + 255 x (255 - a) + 127) / 255. Split over the pool; the bytes do not depend on the split.
+void ExtractPlane(uint8_t* dst, const CPixel* px, size_t n, int byte, bool matted)
+{
+    vmpar::ParallelFor(n, size_t(1) << 18, [&](size_t begin, size_t end, unsigned) {
+        const uint8_t* src = reinterpret_cast<const uint8_t*>(px) + byte;
+        if (!matted) {
+            for (size_t i = begin; i < end; ++i) dst[i] = src[4 * i];
+            return;
+        }
+        for (size_t i = begin; i < end; ++i) {
+            const uint32_t a = px[i].alpha;
+            dst[i] = static_cast<uint8_t>((src[4 * i] * a + 255 * (255 - a) + 127) / 255);
+        }
+    });
+}
 
 } // namespace
 
@@ -75,28 +93,18 @@ int CPsdWriter::SaveImage(const char* path, const COLImage* image, const char* g
     file.Write(head.Data(), head.Size());
     const CPixel* px = image->GetBuffer();
     // Layer channels, each with its compression word 0: alpha, red, green, blue, exactly as in the image.
-    constexpr size_t kLayerOrder[4] = {3, 2, 1, 0}; // byte index in a CPixel
-    for (size_t byte : kLayerOrder) {
+    for (int byte : {3, 2, 1, 0}) {
         plane[0] = plane[1] = 0;
-        const uint8_t* src = reinterpret_cast<const uint8_t*>(px) + byte;
-        for (size_t i = 0; i < n; ++i)
-            plane[2 + i] = src[4 * i];
+        ExtractPlane(plane.data() + 2, px, n, byte, false);
         file.Write(plane.data(), n + 2);
     }
     const uint8_t tail[6] = {0, 0, 0, 0, 0, 0}; // global mask length, merged compression raw
     file.Write(tail, sizeof tail);
-    // The merged image: colours over white by alpha (rounded), then alpha.
-    for (size_t byte : {size_t(2), size_t(1), size_t(0)}) {
-        const uint8_t* src = reinterpret_cast<const uint8_t*>(px) + byte;
-        for (size_t i = 0; i < n; ++i) {
-            const uint32_t a = px[i].alpha;
-            plane[i] = static_cast<uint8_t>((src[4 * i] * a + 255 * (255 - a) + 127) / 255);
-        }
+    // The merged image: colours over white by alpha, then alpha.
+    for (int byte : {2, 1, 0, 3}) {
+        ExtractPlane(plane.data(), px, n, byte, byte != 3);
         file.Write(plane.data(), n);
     }
-    for (size_t i = 0; i < n; ++i)
-        plane[i] = px[i].alpha;
-    file.Write(plane.data(), n);
     return file.Commit() ? 1 : 0;
 }
 
