@@ -36,7 +36,8 @@ struct CEncoded {
     uint64_t ChannelBytes(int c) const
     {
         uint64_t sum = 0;
-        for (uint32_t y = 0; y < height; ++y) sum += rowLengths[size_t(c) * height + y];
+        for (uint32_t y = 0; y < height; ++y)
+            sum += rowLengths[size_t(c) * height + y];
         return sum;
     }
 };
@@ -46,7 +47,8 @@ void SplitRow(const CPixel* src, uint32_t w, uint8_t* __restrict a, uint8_t* __r
               uint8_t* __restrict b)
 {
     if (a)
-        for (uint32_t x = 0; x < w; ++x) a[x] = src[x].alpha;
+        for (uint32_t x = 0; x < w; ++x)
+            a[x] = src[x].alpha;
     for (uint32_t x = 0; x < w; ++x) {
         const CPixel p = src[x];
         r[x] = p.red;
@@ -100,7 +102,8 @@ bool WriteChannel(CSafeFileWriter& file, const CEncoded& e, int c)
 {
     psd::CByteSink table;
     table.U16(1);
-    for (uint32_t y = 0; y < e.height; ++y) table.U16(e.rowLengths[size_t(c) * e.height + y]);
+    for (uint32_t y = 0; y < e.height; ++y)
+        table.U16(e.rowLengths[size_t(c) * e.height + y]);
     if (!file.Write(table.Data(), table.Size())) return false;
     for (size_t b = 0; b < e.blockCount; ++b)
         if (!file.Write(e.Slot(b, c), e.used[b * size_t(e.channels) + size_t(c)])) return false;
@@ -220,11 +223,13 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
         file.Write(rle, 2);
         for (int c = 0; c < 3; ++c) {
             psd::CByteSink table;
-            for (uint32_t y = 0; y < e.height; ++y) table.U16(e.rowLengths[size_t(c) * e.height + y]);
+            for (uint32_t y = 0; y < e.height; ++y)
+                table.U16(e.rowLengths[size_t(c) * e.height + y]);
             file.Write(table.Data(), table.Size());
         }
         for (int c = 0; c < 3; ++c)
-            for (size_t b = 0; b < e.blockCount; ++b) file.Write(e.Slot(b, c), e.used[b * 3 + size_t(c)]);
+            for (size_t b = 0; b < e.blockCount; ++b)
+                file.Write(e.Slot(b, c), e.used[b * 3 + size_t(c)]);
         if (!file.Commit()) return Failed(reason, "the write failed (disk full or no permission)");
     } catch (const std::bad_alloc&) {
         return Failed(reason, "out of memory");

@@ -1,6 +1,8 @@
 #include "interchange/psd_writer.h"
 
 #include <cstring>
+#include <memory>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -13,19 +15,30 @@ namespace {
 
 constexpr char kDefaultName[] = "Velmorando";
 
-// One byte of every pixel as a plane; with `matted` the colour laid over white by the pixel's alpha, rounded:
-// (c x a + 255 x (255 - a) + 127) / 255. Split over the pool; the bytes do not depend on the split.
-void ExtractPlane(uint8_t* dst, const CPixel* px, size_t n, int byte, bool matted)
+// The four planes of the pixels in one pass, split over the pool (the bytes do not depend on the split). With
+// `matted` the colours are laid over white by each pixel's alpha, rounded: (c x a + 255 x (255 - a) + 127) / 255.
+// planes[k] receives byte shift[k] / 8 of each pixel's word.
+void SplitPlanes(const CPixel* px, size_t n, uint8_t* const (&planes)[4], const unsigned (&shift)[4], bool matted)
 {
-    vmpar::ParallelFor(n, size_t(1) << 18, [&](size_t begin, size_t end, unsigned) {
-        const uint8_t* src = reinterpret_cast<const uint8_t*>(px) + byte;
-        if (!matted) {
-            for (size_t i = begin; i < end; ++i) dst[i] = src[4 * i];
-            return;
-        }
+    vmpar::ParallelFor(n, size_t(1) << 16, [=](size_t begin, size_t end, unsigned) {
+        uint8_t* __restrict p0 = planes[0];
+        uint8_t* __restrict p1 = planes[1];
+        uint8_t* __restrict p2 = planes[2];
+        uint8_t* __restrict p3 = planes[3];
+        const unsigned s0 = shift[0], s1 = shift[1], s2 = shift[2], s3 = shift[3];
         for (size_t i = begin; i < end; ++i) {
-            const uint32_t a = px[i].alpha;
-            dst[i] = static_cast<uint8_t>((src[4 * i] * a + 255 * (255 - a) + 127) / 255);
+            const uint32_t w = px[i].Word();
+            uint32_t c0 = (w >> s0) & 0xFF, c1 = (w >> s1) & 0xFF, c2 = (w >> s2) & 0xFF;
+            if (matted) {
+                const uint32_t a = w >> 24, white = 255 * (255 - a) + 127;
+                c0 = (c0 * a + white) / 255;
+                c1 = (c1 * a + white) / 255;
+                c2 = (c2 * a + white) / 255;
+            }
+            p0[i] = static_cast<uint8_t>(c0);
+            p1[i] = static_cast<uint8_t>(c1);
+            p2[i] = static_cast<uint8_t>(c2);
+            p3[i] = static_cast<uint8_t>(w >> s3);
         }
     });
 }
@@ -84,27 +97,24 @@ int CPsdWriter::SaveImage(const char* path, const COLImage* image, const char* g
 
     CSafeFileWriter file;
     if (!file.Open(path)) return 0;
-    std::vector<uint8_t> plane;
-    try {
-        plane.resize(n + 2);
-    } catch (const std::bad_alloc&) {
-        return 0;
-    }
+    // One block for the four layer channels (each behind its compression word 0), then the same block again for
+    // the merged planes: each is written with one call.
+    std::unique_ptr<uint8_t[]> block(new (std::nothrow) uint8_t[4 * (n + 2)]);
+    if (!block) return 0;
     file.Write(head.Data(), head.Size());
     const CPixel* px = image->GetBuffer();
-    // Layer channels, each with its compression word 0: alpha, red, green, blue, exactly as in the image.
-    for (int byte : {3, 2, 1, 0}) {
-        plane[0] = plane[1] = 0;
-        ExtractPlane(plane.data() + 2, px, n, byte, false);
-        file.Write(plane.data(), n + 2);
-    }
+    uint8_t* const layer[4] = {block.get() + 2, block.get() + n + 4, block.get() + 2 * n + 6, block.get() + 3 * n + 8};
+    for (uint8_t* p : layer)
+        p[-1] = p[-2] = 0;
+    // Layer: red, green, blue and alpha exactly as in the image, in the channel order alpha, red, green, blue.
+    SplitPlanes(px, n, {layer[1], layer[2], layer[3], layer[0]}, {16, 8, 0, 24}, false);
+    file.Write(block.get(), 4 * (n + 2));
     const uint8_t tail[6] = {0, 0, 0, 0, 0, 0}; // global mask length, merged compression raw
     file.Write(tail, sizeof tail);
-    // The merged image: colours over white by alpha, then alpha.
-    for (int byte : {2, 1, 0, 3}) {
-        ExtractPlane(plane.data(), px, n, byte, byte != 3);
-        file.Write(plane.data(), n);
-    }
+    // Merged: red, green, blue over white by alpha, then alpha.
+    uint8_t* const base = block.get();
+    SplitPlanes(px, n, {base, base + n, base + 2 * n, base + 3 * n}, {16, 8, 0, 24}, true);
+    file.Write(block.get(), 4 * n);
     return file.Commit() ? 1 : 0;
 }
 
