@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             base->m_image.GetHeight() != uint32_t(stack.GetHeight()))
             __builtin_trap();
         for (int i = 0; i < stack.GetLayerCount(); ++i)
-            if (stack.GetLayer(i)->m_image.IsEmpty()) __builtin_trap();
+            if (stack.GetLayer(i)->m_image.IsNull()) __builtin_trap();
     } else if (reader.GetError() != kPsdBadFile) {
         __builtin_trap();
     }

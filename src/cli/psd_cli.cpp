@@ -1,5 +1,6 @@
 #include "cli/psd_cli.h"
 
+#include <cctype>
 #include <cstdio>
 
 #include "cli/cli.h"
@@ -26,6 +27,14 @@ bool ReadPsd(const std::string& path, CLayerStack& stack, std::string& error)
 }
 
 } // namespace
+
+bool IsPsdPath(const std::string& path)
+{
+    if (path.size() < 4) return false;
+    std::string ext = path.substr(path.size() - 4);
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return ext == ".psd";
+}
 
 bool LoadPsdPicture(const std::string& path, COLImage& image, std::string& error)
 {
@@ -65,7 +74,12 @@ int PrintPsdInfo(const std::string& path)
 {
     CLayerStack stack;
     CPsdReader reader;
-    if (!reader.LoadFile(path.c_str(), stack)) return Fail(path + ": " + reader.GetReason());
+    if (!reader.LoadFile(path.c_str(), stack)) {
+        // What the header said, when it could be read, before what went wrong.
+        if (stack.GetWidth() > 0)
+            std::printf("%s: PSD (type %u), %d x %d\n", path.c_str(), kFilePsd, stack.GetWidth(), stack.GetHeight());
+        return Fail(path + ": " + reader.GetReason());
+    }
     std::printf("%s: PSD (type %u), %d x %d, %d layer(s)%s\n", path.c_str(), kFilePsd, stack.GetWidth(),
                 stack.GetHeight(), stack.GetLayerCount(), reader.HasMergedAlpha() ? ", merged transparency" : "");
     for (int i = 0; i < stack.GetLayerCount(); ++i) {

@@ -8,6 +8,8 @@ class CLayerStack;
 // Photoshop documents on the command line, shared by convert and info.
 namespace cli {
 
+// True when the name ends in ".psd", any case.
+bool IsPsdPath(const std::string& path);
 // The picture of a PSD as a one-picture input: a one-layer document gives its layer with its transparency,
 // several layers give the merged composition (opaque, as the editor shows it). False with a reason in `error`.
 bool LoadPsdPicture(const std::string& path, COLImage& image, std::string& error);

@@ -13,7 +13,7 @@
 #include "imaging/safe_file.h"
 #include "interchange/packbits.h"
 #include "interchange/psd_format.h"
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 namespace {
 
@@ -154,7 +154,7 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
         for (int i = 0; i < count; ++i) {
             const CLayer* layer = stack.GetLayer(i);
             const int32_t top = layer->m_y, left = layer->m_x;
-            const bool empty = layer->m_image.IsEmpty();
+            const bool empty = layer->m_image.IsNull();
             const int32_t bottom = top + (empty ? 0 : int32_t(layer->m_image.GetHeight()));
             const int32_t right = left + (empty ? 0 : int32_t(layer->m_image.GetWidth()));
             head.U32(uint32_t(top));
@@ -189,7 +189,7 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
         CEncoded e; // one buffer for every layer and the merged picture
         for (int i = 0; i < count; ++i) {
             const CLayer* layer = stack.GetLayer(i);
-            if (layer->m_image.IsEmpty()) {
+            if (layer->m_image.IsNull()) {
                 const uint8_t raw[8] = {};
                 file.Write(raw, sizeof raw); // four empty channels: a compression word each
                 continue;

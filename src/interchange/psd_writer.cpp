@@ -9,7 +9,7 @@
 #include "imaging/image.h"
 #include "imaging/safe_file.h"
 #include "interchange/psd_format.h"
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 namespace {
 
@@ -47,7 +47,7 @@ void SplitPlanes(const CPixel* px, size_t n, uint8_t* const (&planes)[4], const 
 
 int CPsdWriter::SaveImage(const char* path, const COLImage* image, const char* gbkName)
 {
-    if (!path || !image || image->IsEmpty()) return 0;
+    if (!path || !image || image->IsNull()) return 0;
     const uint32_t w = image->GetWidth(), h = image->GetHeight();
     const size_t n = image->GetPixelCount();
     const uint32_t c = static_cast<uint32_t>(n + 2);
