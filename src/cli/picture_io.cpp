@@ -1,5 +1,6 @@
 #include "cli/picture_io.h"
 
+#include "cli/psd_cli.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
 
@@ -19,8 +20,12 @@ std::string CheckWritable(const std::string& path, bool alsoProject)
 std::string LoadPicture(const std::string& path, COLImage& image)
 {
     COLImageCodec codec;
-    if (codec.LoadFile(path.c_str(), &image)) return {};
     const uint32_t type = COLImageCodec::GetFileType(path.c_str());
+    if (type == kFilePsd) {
+        std::string error;
+        return LoadPsdPicture(path, image, error) ? std::string() : error;
+    }
+    if (codec.LoadFile(path.c_str(), &image)) return {};
     if (type == kFileUnusable) return "cannot read " + path + ": missing, or not a picture";
     return "cannot read " + path + ": damaged, too large or unsupported " + FileTypeName(type) + " file";
 }

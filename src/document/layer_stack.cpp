@@ -9,6 +9,7 @@
 #include "document/layer.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
+#include "interchange/psd_reader.h"
 
 namespace {
 
@@ -314,10 +315,24 @@ int CLayerStack::NewDocument(int width, int height, uint32_t fill)
 
 int CLayerStack::OpenFile(const char* path)
 {
-    Clear();
     const uint32_t type = COLImageCodec::GetFileType(path);
-    // Photoshop documents and projects have readers of their own; none is available here yet.
-    if (type == kFileUnusable || type == kFilePsd || type == kFileProject) return 0;
+    if (type == kFilePsd) {
+        // Read aside first: a damaged document leaves the open one as it was.
+        CLayerStack loaded;
+        CPsdReader reader;
+        if (!reader.LoadFile(path, loaded)) return 0;
+        CStackLock lock(*this);
+        Clear();
+        m_layers.swap(loaded.m_layers);
+        m_channels.swap(loaded.m_channels);
+        m_width = loaded.m_width;
+        m_height = loaded.m_height;
+        m_currentLayer = 0;
+        return 1;
+    }
+    Clear();
+    // Projects have a reader of their own (OpenProject).
+    if (type == kFileUnusable || type == kFileProject) return 0;
     auto layer = std::make_unique<CLayer>();
     if (!COLImageCodec().LoadFile(path, &layer->m_image)) return 0;
     MakeDefaultName(layer->m_name);

@@ -73,7 +73,8 @@ public:
     int ChangeCanvas(int width, int height, int dx, int dy, uint32_t fill);
     // Adds a layer of width x height filled with the word and takes its size as the document size.
     int NewDocument(int width, int height, uint32_t fill);
-    // Replaces the document by a picture file. The stack is cleared first, so a failure leaves it empty.
+    // Replaces the document by a picture file. The stack is cleared first, so a failure leaves it empty; a
+    // Photoshop document is read aside instead, so a damaged one leaves the stack as it was.
     int OpenFile(const char* path);
     // Loads a picture as a new layer above index, or into the layer at index when that is a wholly transparent
     // upper layer. Sets *loadedIndex (when given) to the layer that received the picture.

@@ -1,0 +1,81 @@
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "commands/project_stream.h"
+#include "document/layer.h"
+#include "document/layer_stack.h"
+#include "imaging/codec.h"
+#include "imaging/image.h"
+#include "support/test_support.h"
+
+using vmtest::Quote;
+using vmtest::RunCli;
+
+namespace {
+
+COLImage LoadPng(const std::string& path)
+{
+    COLImage image;
+    COLImageCodec codec;
+    EXPECT_NE(codec.LoadFile(path.c_str(), &image), 0) << path;
+    return image;
+}
+
+} // namespace
+
+TEST(CliPsd, ConvertWritesAndReadsOneLayerPsdKeepingAlpha)
+{
+    vmtest::TempDir dir;
+    COLImage picture;
+    vmtest::FillNoise(picture, 11, 5, 2);
+    COLImageCodec codec;
+    const std::string png = dir.File("in.png"), psd = dir.File("out.psd"), back = dir.File("back.png");
+    ASSERT_EQ(codec.SaveFileWithAlpha(png.c_str(), &picture), 1);
+    auto r = RunCli("convert " + Quote(png) + " " + Quote(psd));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    r = RunCli("info " + Quote(psd));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("11 x 5, 1 layer(s)"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("layer 0: \"\xE8\x83\x8C\xE6\x99\xAF\" at (0, 0), 11 x 5, opacity 255, blend norm"),
+              std::string::npos)
+        << r.output;
+    r = RunCli("convert " + Quote(psd) + " " + Quote(back));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_TRUE(vmtest::SamePixels(LoadPng(back), picture));
+}
+
+TEST(CliPsd, LayeredConvertOfAProjectListsEveryLayer)
+{
+    vmtest::TempDir dir;
+    CLayerStack doc;
+    ASSERT_EQ(doc.NewDocument(12, 9, 0xFF336699u), 1);
+    auto* layer = new CLayer();
+    vmtest::FillNoise(layer->m_image, 5, 4, 7);
+    layer->m_x = -1;
+    layer->m_y = 6;
+    layer->m_opacity = 200;
+    layer->m_blendMode = 10;
+    layer->m_visible = 0;
+    std::strcpy(layer->m_name, "Over");
+    ASSERT_TRUE(doc.InsertLayer(layer, 0));
+    const std::string project = dir.File("p.vmpd"), psd = dir.File("p.psd");
+    ASSERT_EQ(SaveProject(doc, nullptr, project.c_str(), 0), 1);
+    auto r = RunCli("convert " + Quote(project) + " " + Quote(psd) + " --layered");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    r = RunCli("info " + Quote(psd));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("12 x 9, 2 layer(s)"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("layer 1: \"Over\" at (-1, 6), 5 x 4, opacity 200, blend diff (mode 10), hidden"),
+              std::string::npos)
+        << r.output;
+    // --layered only makes a PSD; a damaged PSD is named as such.
+    r = RunCli("convert " + Quote(project) + " " + Quote(dir.File("p.png")) + " --layered");
+    EXPECT_EQ(r.exitCode, 2) << r.output;
+    std::vector<uint8_t> bytes = vmtest::ReadAll(psd);
+    bytes.resize(60);
+    vmtest::WriteAll(dir.File("cut.psd"), bytes);
+    r = RunCli("info " + Quote(dir.File("cut.psd")));
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.output.find("cut.psd: the layer section runs past the end of the file"), std::string::npos) << r.output;
+}

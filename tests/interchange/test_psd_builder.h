@@ -1,0 +1,188 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Builds Photoshop documents byte by byte for the reader's tests, independently of the program's writers.
+namespace psdtest {
+
+struct Bytes {
+    std::vector<uint8_t> v;
+    void U8(uint32_t x) { v.push_back(uint8_t(x)); }
+    void U16(uint32_t x)
+    {
+        U8(x >> 8);
+        U8(x);
+    }
+    void U32(uint32_t x)
+    {
+        U16(x >> 16);
+        U16(x);
+    }
+    void Str(const std::string& s) { v.insert(v.end(), s.begin(), s.end()); }
+    void Add(const std::vector<uint8_t>& b) { v.insert(v.end(), b.begin(), b.end()); }
+    size_t Size() const { return v.size(); }
+};
+
+struct Channel {
+    int16_t id;
+    uint16_t compression = 0;     // 0 raw, 1 PackBits (data then holds the row table and the rows)
+    std::vector<uint8_t> data;    // after the compression word
+    bool omitCompression = false; // a length-0 channel
+};
+
+struct Layer {
+    int32_t top = 0, left = 0, bottom = 0, right = 0;
+    std::vector<Channel> channels;
+    std::string key = "norm";
+    uint8_t opacity = 255;
+    uint8_t flags = 0;
+    bool mask = false;
+    int32_t maskTop = 0, maskLeft = 0, maskBottom = 0, maskRight = 0;
+    std::string pascalName;
+    std::u16string unicodeName; // a "luni" block when not empty
+    int sectionType = -1;       // an "lsct" block when 0 or more
+};
+
+struct Document {
+    uint16_t channels = 3;
+    uint32_t width = 4, height = 3;
+    uint16_t depth = 8, mode = 3;
+    bool negativeCount = false;
+    bool layerSection = true;
+    std::vector<Layer> layers;
+    uint16_t mergedCompression = 0;
+    std::vector<uint8_t> merged; // after the compression word
+};
+
+inline void Header(Bytes& b, const Document& d)
+{
+    b.Str("8BPS");
+    b.U16(1);
+    for (int i = 0; i < 6; ++i)
+        b.U8(0);
+    b.U16(d.channels);
+    b.U32(d.height);
+    b.U32(d.width);
+    b.U16(d.depth);
+    b.U16(d.mode);
+    b.U32(0);
+    b.U32(0);
+}
+
+inline std::vector<uint8_t> Build(const Document& d)
+{
+    Bytes b;
+    Header(b, d);
+    if (!d.layerSection || d.layers.empty()) {
+        b.U32(0);
+    } else {
+        Bytes info;
+        const int count = int(d.layers.size());
+        info.U16(uint16_t(d.negativeCount ? -count : count));
+        for (const Layer& l : d.layers) {
+            info.U32(uint32_t(l.top));
+            info.U32(uint32_t(l.left));
+            info.U32(uint32_t(l.bottom));
+            info.U32(uint32_t(l.right));
+            info.U16(uint16_t(l.channels.size()));
+            for (const Channel& c : l.channels) {
+                info.U16(uint16_t(c.id));
+                info.U32(c.omitCompression ? 0 : uint32_t(2 + c.data.size()));
+            }
+            info.Str("8BIM");
+            info.Str(l.key);
+            info.U8(l.opacity);
+            info.U8(0);
+            info.U8(l.flags);
+            info.U8(0);
+            Bytes extra;
+            if (l.mask) {
+                extra.U32(20);
+                extra.U32(uint32_t(l.maskTop));
+                extra.U32(uint32_t(l.maskLeft));
+                extra.U32(uint32_t(l.maskBottom));
+                extra.U32(uint32_t(l.maskRight));
+                extra.U32(0);
+            } else {
+                extra.U32(0);
+            }
+            extra.U32(0);
+            extra.U8(uint32_t(l.pascalName.size()));
+            extra.Str(l.pascalName);
+            while ((extra.Size() - (l.mask ? 28 : 8)) % 4)
+                extra.U8(0);
+            if (!l.unicodeName.empty()) {
+                extra.Str("8BIMluni");
+                extra.U32(uint32_t(4 + 2 * l.unicodeName.size()));
+                extra.U32(uint32_t(l.unicodeName.size()));
+                for (char16_t u : l.unicodeName)
+                    extra.U16(u);
+            }
+            if (l.sectionType >= 0) {
+                extra.Str("8BIMlsct");
+                extra.U32(4);
+                extra.U32(uint32_t(l.sectionType));
+            }
+            info.U32(uint32_t(extra.Size()));
+            info.Add(extra.v);
+        }
+        for (const Layer& l : d.layers)
+            for (const Channel& c : l.channels) {
+                if (c.omitCompression) continue;
+                info.U16(c.compression);
+                info.Add(c.data);
+            }
+        if (info.Size() % 2) info.U8(0);
+        b.U32(uint32_t(info.Size() + 8));
+        b.U32(uint32_t(info.Size()));
+        b.Add(info.v);
+        b.U32(0);
+    }
+    b.U16(d.mergedCompression);
+    b.Add(d.merged);
+    return b.v;
+}
+
+// A raw channel of w x h bytes from a function of (x, y).
+template <class F> Channel RawChannel(int16_t id, uint32_t w, uint32_t h, F f)
+{
+    Channel c{id, 0, {}, false};
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x)
+            c.data.push_back(uint8_t(f(x, y)));
+    return c;
+}
+
+// The same plane as PackBits with one literal packet per row (rows of up to 128 bytes).
+inline Channel PackBitsChannel(const Channel& raw, uint32_t w, uint32_t h)
+{
+    Channel c{raw.id, 1, {}, false};
+    for (uint32_t y = 0; y < h; ++y) {
+        c.data.push_back(0);
+        c.data.push_back(uint8_t(w + 1));
+    }
+    for (uint32_t y = 0; y < h; ++y) {
+        c.data.push_back(uint8_t(w - 1));
+        c.data.insert(c.data.end(), raw.data.begin() + y * w, raw.data.begin() + (y + 1) * w);
+    }
+    return c;
+}
+
+// A layer of w x h at (left, top) with RGBA channels from a pixel function returning 0xAARRGGBB.
+template <class F> Layer RgbaLayer(int32_t left, int32_t top, uint32_t w, uint32_t h, F pixel)
+{
+    Layer l;
+    l.top = top;
+    l.left = left;
+    l.bottom = top + int32_t(h);
+    l.right = left + int32_t(w);
+    l.channels.push_back(RawChannel(-1, w, h, [&](uint32_t x, uint32_t y) { return pixel(x, y) >> 24; }));
+    l.channels.push_back(RawChannel(0, w, h, [&](uint32_t x, uint32_t y) { return pixel(x, y) >> 16; }));
+    l.channels.push_back(RawChannel(1, w, h, [&](uint32_t x, uint32_t y) { return pixel(x, y) >> 8; }));
+    l.channels.push_back(RawChannel(2, w, h, [&](uint32_t x, uint32_t y) { return pixel(x, y); }));
+    return l;
+}
+
+} // namespace psdtest

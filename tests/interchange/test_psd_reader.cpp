@@ -1,0 +1,412 @@
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "document/layer.h"
+#include "document/layer_stack.h"
+#include "imaging/channel.h"
+#include "imaging/image.h"
+#include "interchange/psd_layered_writer.h"
+#include "interchange/psd_reader.h"
+#include "interchange/psd_writer.h"
+#include "support/test_support.h"
+#include "test_psd_builder.h"
+
+using psdtest::Document;
+using psdtest::Layer;
+
+namespace {
+
+uint32_t Pixel(uint32_t x, uint32_t y)
+{
+    return (x * 37 + y * 11 + 5) % 256 << 24 | (x * 13) % 256 << 16 | (y * 29) % 256 << 8 | (x + y) % 256;
+}
+
+int Load(const std::vector<uint8_t>& bytes, CLayerStack& stack, CPsdReader* out = nullptr)
+{
+    vmtest::TempDir dir;
+    const std::string path = dir.File("t.psd");
+    vmtest::WriteAll(path, bytes);
+    CPsdReader local;
+    CPsdReader& reader = out ? *out : local;
+    return reader.LoadFile(path.c_str(), stack);
+}
+
+std::string Name(const CLayer* l)
+{
+    return std::string(l->m_name, strnlen(l->m_name, kLayerNameBytes));
+}
+
+Document TwoLayers()
+{
+    Document d;
+    d.width = 6;
+    d.height = 5;
+    d.channels = 4;
+    d.layers.push_back(psdtest::RgbaLayer(0, 0, 6, 5, Pixel));
+    d.layers.back().pascalName = "Base";
+    d.layers.push_back(
+        psdtest::RgbaLayer(-2, 3, 4, 3, [](uint32_t x, uint32_t y) { return Pixel(y, x) ^ 0x00FF00FFu; }));
+    d.layers.back().pascalName = "Top";
+    d.layers.back().key = "scrn";
+    d.layers.back().opacity = 77;
+    d.layers.back().flags = 0x02;
+    return d;
+}
+
+} // namespace
+
+TEST(PsdReader, LayersKeepPositionNameOpacityModeVisibilityAndPixels)
+{
+    for (bool packBits : {false, true}) {
+        Document d = TwoLayers();
+        if (packBits)
+            for (Layer& l : d.layers)
+                for (psdtest::Channel& c : l.channels)
+                    c = psdtest::PackBitsChannel(c, uint32_t(l.right - l.left), uint32_t(l.bottom - l.top));
+        CLayerStack stack;
+        ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
+        ASSERT_EQ(stack.GetLayerCount(), 2);
+        EXPECT_EQ(stack.GetWidth(), 6);
+        EXPECT_EQ(stack.GetHeight(), 5);
+        const CLayer* top = stack.GetLayer(1);
+        EXPECT_EQ(Name(stack.GetLayer(0)), "Base");
+        EXPECT_EQ(Name(top), "Top");
+        EXPECT_EQ(top->m_x, -2);
+        EXPECT_EQ(top->m_y, 3);
+        EXPECT_EQ(top->m_opacity, 77);
+        EXPECT_EQ(top->m_blendMode, 6);
+        EXPECT_EQ(top->m_visible, 0);
+        ASSERT_EQ(top->m_image.GetWidth(), 4u);
+        for (uint32_t y = 0; y < 3; ++y)
+            for (uint32_t x = 0; x < 4; ++x)
+                ASSERT_EQ(top->m_image.GetPixel(x, y), Pixel(y, x) ^ 0x00FF00FFu);
+        for (uint32_t y = 0; y < 5; ++y)
+            for (uint32_t x = 0; x < 6; ++x)
+                ASSERT_EQ(stack.GetLayer(0)->m_image.GetPixel(x, y), Pixel(x, y));
+    }
+}
+
+TEST(PsdReader, BottomLayerIsPlacedAtTheOriginAtDocumentSizeAndAlwaysVisible)
+{
+    Document d;
+    d.width = 5;
+    d.height = 4;
+    d.layers.push_back(psdtest::RgbaLayer(2, -1, 4, 3, Pixel));
+    d.layers.back().flags = 0x02;
+    CLayerStack stack;
+    ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
+    const CLayer* base = stack.GetLayer(0);
+    ASSERT_EQ(base->m_image.GetWidth(), 5u);
+    ASSERT_EQ(base->m_image.GetHeight(), 4u);
+    EXPECT_EQ(base->m_x, 0);
+    EXPECT_EQ(base->m_visible, 1);
+    for (uint32_t y = 0; y < 4; ++y)
+        for (uint32_t x = 0; x < 5; ++x) {
+            const bool covered = x >= 2 && y < 2;
+            EXPECT_EQ(base->m_image.GetPixel(x, y), covered ? Pixel(x - 2, y + 1) : 0u) << x << "," << y;
+        }
+}
+
+TEST(PsdReader, OurOwnOneLayerFileComesBackWithItsTransparencyAndName)
+{
+    vmtest::TempDir dir;
+    COLImage image;
+    vmtest::FillNoise(image, 7, 5, 3);
+    const std::string path = dir.File("own.psd");
+    ASSERT_EQ(SavePsd(path, image, "Cut"), kOk);
+    CLayerStack stack;
+    CPsdReader reader;
+    ASSERT_EQ(reader.LoadFile(path.c_str(), stack), 1);
+    EXPECT_TRUE(reader.HasMergedAlpha());
+    ASSERT_EQ(stack.GetLayerCount(), 1);
+    EXPECT_TRUE(vmtest::SamePixels(stack.GetLayer(0)->m_image, image)); // not opaque, no white row or column
+    EXPECT_EQ(Name(stack.GetLayer(0)), "Cut");
+}
+
+TEST(PsdReader, LayeredFileRoundTripsEveryLayer)
+{
+    vmtest::TempDir dir;
+    CLayerStack doc;
+    ASSERT_EQ(doc.NewDocument(9, 7, 0xFF102030u), 1);
+    vmtest::FillNoise(doc.GetLayer(0)->m_image, 9, 7, 1);
+    const char* names[] = {"\xB1\xB3\xBE\xB0", "Soft",
+                           "\xCD\xBC\xB2\xE3"
+                           "2",
+                           "Empty"};
+    std::strcpy(doc.GetLayer(0)->m_name, names[0]);
+    for (int i = 1; i <= 3; ++i) {
+        auto* l = new CLayer();
+        std::strcpy(l->m_name, names[i]);
+        if (i < 3) vmtest::FillNoise(l->m_image, 3 + i, 2 + i, 10 + i); // odd and even sizes
+        l->m_x = i == 1 ? -2 : 6;
+        l->m_y = i == 1 ? 5 : -1;
+        l->m_opacity = uint8_t(60 * i);
+        l->m_blendMode = uint8_t(i == 1 ? 10 : 5);
+        l->m_visible = i != 2;
+        ASSERT_TRUE(doc.InsertLayer(l, i - 1));
+    }
+    const std::string path = dir.File("layers.psd");
+    std::string reason;
+    ASSERT_EQ(WriteLayeredPsd(path, doc, &reason), kOk) << reason;
+    CLayerStack back;
+    ASSERT_EQ(back.OpenFile(path.c_str()), 1);
+    ASSERT_EQ(back.GetLayerCount(), 4);
+    for (int i = 0; i < 3; ++i) {
+        const CLayer *a = doc.GetLayer(i), *b = back.GetLayer(i);
+        EXPECT_EQ(Name(b), names[i]);
+        EXPECT_EQ(b->m_x, a->m_x);
+        EXPECT_EQ(b->m_y, a->m_y);
+        EXPECT_EQ(b->m_opacity, a->m_opacity);
+        EXPECT_EQ(b->m_blendMode, a->m_blendMode);
+        EXPECT_EQ(b->m_visible, a->m_visible);
+        EXPECT_TRUE(vmtest::SamePixels(b->m_image, a->m_image)) << i;
+    }
+    // A layer without pixels keeps its place, blank.
+    EXPECT_EQ(Name(back.GetLayer(3)), "Empty");
+    EXPECT_EQ(back.GetLayer(3)->m_opacity, 0);
+    EXPECT_EQ(back.GetLayer(3)->m_image.GetWidth(), 1u);
+}
+
+TEST(PsdReader, FlatFileOpensAsItsMergedPicture)
+{
+    for (uint16_t compression : {uint16_t(0), uint16_t(1)}) {
+        Document d;
+        d.width = 3;
+        d.height = 2;
+        d.channels = 4; // the fourth is a saved selection and is not read
+        d.mergedCompression = compression;
+        const uint8_t planes[4][6] = {
+            {1, 2, 3, 4, 5, 6}, {10, 20, 30, 40, 50, 60}, {7, 7, 7, 7, 7, 7}, {0, 0, 0, 9, 9, 9}};
+        if (compression == 0) {
+            for (auto& p : planes)
+                d.merged.insert(d.merged.end(), p, p + 6);
+        } else {
+            for (int r = 0; r < 8; ++r)
+                d.merged.insert(d.merged.end(), {0, 4});
+            for (auto& p : planes)
+                for (int row = 0; row < 2; ++row)
+                    d.merged.insert(d.merged.end(), {2, p[3 * row], p[3 * row + 1], p[3 * row + 2]});
+        }
+        CLayerStack stack;
+        ASSERT_EQ(Load(psdtest::Build(d), stack), 1) << compression;
+        ASSERT_EQ(stack.GetLayerCount(), 1);
+        const CLayer* l = stack.GetLayer(0);
+        EXPECT_EQ(Name(l), "BackGround ");
+        for (uint32_t i = 0; i < 6; ++i)
+            EXPECT_EQ(l->m_image.GetPixel2(i % 3, i / 3).Word(),
+                      CPixel::Make(planes[0][i], planes[1][i], planes[2][i], 255).Word());
+    }
+}
+
+TEST(PsdReader, GrayscaleAndSixteenBitKeepTheHighByte)
+{
+    Document d;
+    d.width = 2;
+    d.height = 2;
+    d.channels = 2;
+    d.mode = 1;
+    d.depth = 16;
+    Layer l;
+    l.right = 2;
+    l.bottom = 2;
+    l.channels.push_back({0, 0, {0x10, 0xFF, 0x20, 0x00, 0x30, 0x01, 0x40, 0x02}, false});
+    l.channels.push_back({-1, 0, {0xFF, 0, 0x80, 0, 0x00, 0, 0x7F, 0xFF}, false});
+    d.layers.push_back(l);
+    CLayerStack stack;
+    ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
+    const COLImage& img = stack.GetLayer(0)->m_image;
+    EXPECT_EQ(img.GetPixel(0, 0), 0xFF101010u);
+    EXPECT_EQ(img.GetPixel(1, 0), 0x80202020u);
+    EXPECT_EQ(img.GetPixel(0, 1), 0x00303030u);
+    EXPECT_EQ(img.GetPixel(1, 1), 0x7F404040u);
+}
+
+TEST(PsdReader, OnlyTheFirst32LayersEnterAndGroupMarkersAreLeftOut)
+{
+    Document d;
+    d.width = d.height = 2;
+    for (int i = 0; i < 35; ++i) {
+        d.layers.push_back(
+            psdtest::RgbaLayer(0, 0, 2, 2, [i](uint32_t, uint32_t) { return 0xFF000000u | uint32_t(i); }));
+        d.layers.back().pascalName = "L" + std::to_string(i);
+        if (i == 1 || i == 4) { // a group: its end marker below its layers, its folder above
+            d.layers.back().sectionType = i == 1 ? 3 : 1;
+            d.layers.back().right = d.layers.back().bottom = 0;
+            for (auto& c : d.layers.back().channels)
+                c.data.clear();
+        }
+    }
+    CLayerStack stack;
+    ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
+    ASSERT_EQ(stack.GetLayerCount(), 32);
+    EXPECT_EQ(Name(stack.GetLayer(1)), "L2");
+    EXPECT_EQ(Name(stack.GetLayer(3)), "L5");
+    EXPECT_EQ(Name(stack.GetLayer(31)), "L33");
+}
+
+TEST(PsdReader, BlankLayersUnknownModesAndUserMasks)
+{
+    Document d;
+    d.width = d.height = 3;
+    d.layers.push_back(psdtest::RgbaLayer(0, 0, 3, 3, Pixel));
+    Layer blank = psdtest::RgbaLayer(1, 1, 2, 2, Pixel);
+    for (auto& c : blank.channels)
+        c.data.clear();
+    blank.key = "vLit";
+    d.layers.push_back(blank);
+    Layer masked = psdtest::RgbaLayer(0, 0, 2, 2, Pixel);
+    masked.key = "what";
+    masked.mask = true;
+    masked.maskTop = 1;
+    masked.maskLeft = 1;
+    masked.maskBottom = 3;
+    masked.maskRight = 4;
+    masked.channels.push_back(psdtest::RawChannel(-2, 3, 2, [](uint32_t x, uint32_t y) { return 50 * x + y; }));
+    d.layers.push_back(masked);
+    CLayerStack stack;
+    ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
+    ASSERT_EQ(stack.GetLayerCount(), 3);
+    const CLayer* b = stack.GetLayer(1);
+    EXPECT_EQ(b->m_opacity, 0);
+    EXPECT_EQ(b->m_image.GetWidth(), 1u);
+    EXPECT_EQ(b->m_blendMode, 0);
+    const CLayer* m = stack.GetLayer(2);
+    EXPECT_EQ(m->m_blendMode, 0);
+    ASSERT_NE(m->m_pChannel, nullptr);
+    ASSERT_EQ(stack.GetChannelCount(), 1);
+    EXPECT_EQ(m->m_pChannel, stack.GetChannel(0));
+    ASSERT_EQ(m->m_pChannel->GetWidth(), 3u);
+    EXPECT_EQ(m->m_pChannel->GetValue(2, 1), 101);
+    EXPECT_EQ(m->m_image.GetPixel(1, 1), Pixel(1, 1));
+}
+
+TEST(PsdReader, NamesPreferTheUnicodeFormAndAreCutOnACharacterBoundary)
+{
+    Document d;
+    d.width = d.height = 1;
+    auto layer = [&](const std::string& pascal, const std::u16string& unicode) {
+        d.layers.push_back(psdtest::RgbaLayer(0, 0, 1, 1, Pixel));
+        d.layers.back().pascalName = pascal;
+        d.layers.back().unicodeName = unicode;
+    };
+    layer("ignored", u"\u534A\u900F\u660E");   // 半透明 from luni
+    layer("\xE5\x9B\xBE\xE5\xB1\x82", u"");    // 图层 in UTF-8, as GIMP writes it
+    layer("\xB1\xB3\xBE\xB0", u"");            // 背景 in GBK
+    layer("x", std::u16string(20, u'\u56FE')); // 20 Chinese characters: 15 fit
+    layer("y", u"a\u56FEb\U0001F600");         // a character GBK lacks
+    CLayerStack stack;
+    ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
+    EXPECT_EQ(Name(stack.GetLayer(0)), "\xB0\xEB\xCD\xB8\xC3\xF7");
+    EXPECT_EQ(Name(stack.GetLayer(1)), "\xCD\xBC\xB2\xE3");
+    EXPECT_EQ(Name(stack.GetLayer(2)), "\xB1\xB3\xBE\xB0");
+    std::string fifteen;
+    for (int i = 0; i < 15; ++i)
+        fifteen += "\xCD\xBC";
+    EXPECT_EQ(Name(stack.GetLayer(3)), fifteen);
+    EXPECT_EQ(Name(stack.GetLayer(4)), "a\xCD\xBC"
+                                       "b?");
+}
+
+TEST(PsdReader, UnsupportedAndDamagedFilesFailClearly)
+{
+    const std::vector<uint8_t> good = psdtest::Build(TwoLayers());
+    auto fails = [](std::vector<uint8_t> bytes, const char* reasonPart) {
+        CLayerStack stack;
+        CPsdReader reader;
+        EXPECT_EQ(Load(bytes, stack, &reader), 0) << reasonPart;
+        EXPECT_EQ(reader.GetError(), kPsdBadFile);
+        EXPECT_NE(reader.GetReason().find(reasonPart), std::string::npos) << reader.GetReason();
+    };
+    std::vector<uint8_t> b = good;
+    b[25] = 4; // CMYK
+    fails(b, "CMYK");
+    b = good;
+    b[5] = 2;
+    fails(b, "PSB");
+    b = good;
+    b[18] = 0x00, b[19] = 0x00, b[20] = 0x4E, b[21] = 0x21; // width 20001
+    fails(b, "20000");
+    b = good;
+    b[23] = 32;
+    fails(b, "32-bit");
+    b = good;
+    b[34] = 0x7F; // layer section longer than the file
+    fails(b, "end of the file");
+    b = good;
+    b[42] = 0x7F; // layer count 32767 in a small section
+    b[43] = 0xFF;
+    fails(b, "more layers");
+    b = good;
+    b[52] = 0x7F; // the first layer's bottom far beyond 20000
+    fails(b, "impossible size");
+    b = good;
+    b[62] = b[63] = b[64] = b[65] = 0xFF; // first channel length 4 GB
+    fails(b, "past");
+    CLayerStack stack;
+    CPsdReader reader;
+    EXPECT_EQ(reader.LoadFile("/nonexistent/x.psd", stack), 0);
+    EXPECT_EQ(reader.GetError(), kPsdCannotOpen);
+}
+
+TEST(PsdReader, TruncatedCorruptedAndBadPackBitsFilesNeverCrash)
+{
+    Document d = TwoLayers();
+    for (Layer& l : d.layers)
+        for (psdtest::Channel& c : l.channels)
+            c = psdtest::PackBitsChannel(c, uint32_t(l.right - l.left), uint32_t(l.bottom - l.top));
+    const std::vector<uint8_t> good = psdtest::Build(d);
+    const size_t layerEnd =
+        34 + 4 + (size_t(good[34]) << 24 | size_t(good[35]) << 16 | size_t(good[36]) << 8 | good[37]);
+    // Every cut inside the header or the layers fails; the merged image is not needed when layers exist.
+    for (size_t cut = 0; cut < good.size(); ++cut) {
+        CLayerStack stack;
+        CPsdReader reader;
+        const int result = Load(std::vector<uint8_t>(good.begin(), good.begin() + long(cut)), stack, &reader);
+        if (cut < layerEnd) {
+            ASSERT_EQ(result, 0) << cut;
+            ASSERT_EQ(reader.GetError(), kPsdBadFile) << cut;
+        }
+    }
+    // A PackBits run that leaves a row short.
+    Document bad = d;
+    psdtest::Channel& red = bad.layers[1].channels[1];
+    red.data.resize(red.data.size() - 3);
+    red.data.back() = 0x80; // a no-op where bytes should be
+    CLayerStack stack;
+    CPsdReader reader;
+    EXPECT_EQ(Load(psdtest::Build(bad), stack, &reader), 0);
+    EXPECT_NE(reader.GetReason().find("PackBits"), std::string::npos) << reader.GetReason();
+    // Random damage: any answer is fine, a crash or a read outside the buffers is not (see the sanitizer build).
+    uint32_t seed = 12345;
+    int loaded = 0;
+    for (int round = 0; round < 3000; ++round) {
+        std::vector<uint8_t> b = good;
+        for (int k = 0; k < 1 + round % 4; ++k) {
+            seed = seed * 1664525u + 1013904223u;
+            b[(seed >> 8) % b.size()] = uint8_t(seed >> 24);
+        }
+        CLayerStack s;
+        CPsdReader r;
+        const int result = Load(b, s, &r);
+        ASSERT_TRUE(result == 1 || r.GetError() == kPsdBadFile) << round;
+        loaded += result;
+    }
+    EXPECT_GT(loaded, 0);
+}
+
+TEST(PsdReader, OpenFileLeavesTheDocumentAsItWasWhenThePsdIsDamaged)
+{
+    vmtest::TempDir dir;
+    std::vector<uint8_t> bytes = psdtest::Build(TwoLayers());
+    bytes.resize(bytes.size() / 2);
+    const std::string path = dir.File("cut.psd");
+    vmtest::WriteAll(path, bytes);
+    CLayerStack doc;
+    ASSERT_EQ(doc.NewDocument(4, 4, 0xFF00FF00u), 1);
+    EXPECT_EQ(doc.OpenFile(path.c_str()), 0);
+    ASSERT_EQ(doc.GetLayerCount(), 1);
+    EXPECT_EQ(doc.GetWidth(), 4);
+    EXPECT_EQ(doc.GetLayer(0)->m_image.GetPixel(3, 3), 0xFF00FF00u);
+}
