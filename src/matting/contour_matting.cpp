@@ -1,10 +1,10 @@
 #include "matting/contour_matting.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "matting/gaussian.h"
 #include "matting/parallel_for.h"
@@ -97,13 +97,11 @@ long CContourMattingProcess::GrowColours(const COLChannel& known, const COLChann
     const uint8_t* ot = other.GetBuffer();
     m_growSteps[which & 1] = 0;
 
-    std::atomic<size_t> band{0};
-    vmpar::ParallelFor(n, kMinPerPart, [&](size_t b, size_t e, unsigned) {
-        size_t u = 0;
-        for (size_t i = b; i < e; ++i) u += (k[i] | ot[i]) == 0;
-        band += u;
-    });
-    const size_t unknown = band;
+    // The unknown band, as a list: after each step only its pixels are counted.
+    std::vector<uint32_t> band;
+    for (size_t i = 0; i < n; ++i)
+        if ((k[i] | ot[i]) == 0) band.push_back(uint32_t(i));
+    const size_t unknown = band.size();
     if (unknown == 0) {
         m_failure = Failure::kNoBand;
         return kFail;
@@ -150,9 +148,7 @@ long CContourMattingProcess::GrowColours(const COLChannel& known, const COLChann
         const CPixel* wp = work->GetBuffer();
         CPixel* rp = blurred->GetBuffer();
         const bool firstStep = step == 0;
-        std::atomic<size_t> left{0};
         vmpar::ParallelFor(n, kMinPerPart, [&](size_t b, size_t e, unsigned) {
-            size_t count = 0;
             for (size_t i = b; i < e; ++i) {
                 CPixel px = rp[i];
                 const unsigned c = firstStep ? k[i] : wp[i].alpha;
@@ -166,11 +162,10 @@ long CContourMattingProcess::GrowColours(const COLChannel& known, const COLChann
                     px = CPixel{row[px.blue], row[px.green], row[px.red], 255};
                 }
                 rp[i] = px;
-                count += px.alpha == 0 && (k[i] | ot[i]) == 0;
             }
-            left += count;
         });
-        remaining = left;
+        remaining = 0;
+        for (uint32_t i : band) remaining += rp[i].alpha == 0;
 
         bool stalled = false;
         if (walkStuck && !firstStep)

@@ -8,6 +8,10 @@
 #include <iterator>
 #include <mutex>
 
+#if defined(__SSE2__)
+#include <immintrin.h>
+#endif
+
 #include "matting/gaussian.h"
 #include "matting/parallel_for.h"
 #include "matting/resample.h"
@@ -34,6 +38,52 @@ const RootTable& Roots()
 {
     static const RootTable table;
     return table;
+}
+
+// Adds, for x from 1 to w - 2, the squared differences of the four opposed pairs of three-pixel group means of
+// one channel (rows above, at and below x) to the four sums. Group means truncate: sums of three bytes (at most
+// 765) times 43691, shifted right by 17, is the exact quotient by 3 in that range.
+void AddSquaredPairs(const uint16_t* up, const uint16_t* mid, const uint16_t* dn, uint32_t w, int32_t* s0, int32_t* s1,
+                     int32_t* s2, int32_t* s3)
+{
+    uint32_t x = 1;
+#if defined(__SSE2__)
+    const __m128i third = _mm_set1_epi16(int16_t(0xAAAB));
+    const __m128i zero = _mm_setzero_si128();
+    auto load = [](const uint16_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); };
+    auto mean = [&](__m128i a, __m128i b, __m128i c) {
+        return _mm_srli_epi16(_mm_mulhi_epu16(_mm_add_epi16(_mm_add_epi16(a, b), c), third), 1);
+    };
+    auto add = [&](int32_t* sum, __m128i a, __m128i b) {
+        const __m128i d = _mm_sub_epi16(a, b);
+        const __m128i sq = _mm_mullo_epi16(d, d);   // below 65536: the low half is the whole square
+        __m128i* lo = reinterpret_cast<__m128i*>(sum);
+        _mm_storeu_si128(lo, _mm_add_epi32(_mm_loadu_si128(lo), _mm_unpacklo_epi16(sq, zero)));
+        _mm_storeu_si128(lo + 1, _mm_add_epi32(_mm_loadu_si128(lo + 1), _mm_unpackhi_epi16(sq, zero)));
+    };
+    for (; x + 8 < w; x += 8) {
+        const __m128i ul = load(up + x - 1), u = load(up + x), ur = load(up + x + 1);
+        const __m128i l = load(mid + x - 1), r = load(mid + x + 1);
+        const __m128i dl = load(dn + x - 1), d = load(dn + x), dr = load(dn + x + 1);
+        add(s0 + x, mean(u, l, ul), mean(r, dr, d));
+        add(s1 + x, mean(ur, u, ul), mean(dr, d, dl));
+        add(s2 + x, mean(r, ur, u), mean(d, dl, l));
+        add(s3 + x, mean(r, dr, ur), mean(dl, l, ul));
+    }
+#endif
+    for (; x + 1 < w; ++x) {
+        const int ul = up[x - 1], u = up[x], ur = up[x + 1];
+        const int l = mid[x - 1], r = mid[x + 1];
+        const int dl = dn[x - 1], d = dn[x], dr = dn[x + 1];
+        const int d0 = (u + l + ul) / 3 - (r + dr + d) / 3;
+        const int d1 = (ur + u + ul) / 3 - (dr + d + dl) / 3;
+        const int d2 = (r + ur + u) / 3 - (d + dl + l) / 3;
+        const int d3 = (r + dr + ur) / 3 - (dl + l + ul) / 3;
+        s0[x] += d0 * d0;
+        s1[x] += d1 * d1;
+        s2[x] += d2 * d2;
+        s3[x] += d3 * d3;
+    }
 }
 
 } // namespace
@@ -155,25 +205,9 @@ bool CSegmentProcess::BuildGradient()
                 int32_t* __restrict s1 = s0 + w;
                 int32_t* __restrict s2 = s1 + w;
                 int32_t* __restrict s3 = s2 + w;
-                for (int c = 0; c < 3; ++c) {
-                    const uint16_t* __restrict up = planar.data() + size_t(c) * w;
-                    const uint16_t* __restrict mid = planar.data() + size_t(3 + c) * w;
-                    const uint16_t* __restrict dn = planar.data() + size_t(6 + c) * w;
-                    for (uint32_t x = 1; x + 1 < w; ++x) {
-                        const uint16_t ul = up[x - 1], u = up[x], ur = up[x + 1];
-                        const uint16_t l = mid[x - 1], r = mid[x + 1];
-                        const uint16_t dl = dn[x - 1], d = dn[x], dr = dn[x + 1];
-                        // The four opposed pairs of three-pixel groups, each group's mean truncated.
-                        const int32_t d0 = int32_t(uint16_t(u + l + ul) / 3) - int32_t(uint16_t(r + dr + d) / 3);
-                        const int32_t d1 = int32_t(uint16_t(ur + u + ul) / 3) - int32_t(uint16_t(dr + d + dl) / 3);
-                        const int32_t d2 = int32_t(uint16_t(r + ur + u) / 3) - int32_t(uint16_t(d + dl + l) / 3);
-                        const int32_t d3 = int32_t(uint16_t(r + dr + ur) / 3) - int32_t(uint16_t(dl + l + ul) / 3);
-                        s0[x] += d0 * d0;
-                        s1[x] += d1 * d1;
-                        s2[x] += d2 * d2;
-                        s3[x] += d3 * d3;
-                    }
-                }
+                for (int c = 0; c < 3; ++c)
+                    AddSquaredPairs(planar.data() + size_t(c) * w, planar.data() + size_t(3 + c) * w,
+                                    planar.data() + size_t(6 + c) * w, w, s0, s1, s2, s3);
             }
             for (uint32_t x = 0; x < w; ++x) {
                 uint32_t grad = 255;
