@@ -1,4 +1,5 @@
 // "matte": inner-outer contour matting of a photo, from two contour masks or a trimap.
+#include <cctype>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -11,6 +12,15 @@
 #include "matting/contour_optimise.h"
 
 namespace {
+
+// Both planes of the result matter (the colours and the alpha), and PNG is the format that keeps them.
+bool EndsWithPng(const std::string& path)
+{
+    if (path.size() < 4) return false;
+    std::string ext = path.substr(path.size() - 4);
+    for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+    return ext == ".png";
+}
 
 // What the solve works from: the photo and its two contour planes, 255 inside and 0 outside each contour.
 struct MatteInputs {
@@ -109,7 +119,7 @@ int RunMatte(const std::vector<std::string>& args)
     long detail = 0;
     if (const auto text = a.Value("--detail"); text && !cli::ParseInt(*text, 1, 1000, detail))
         return cli::Usage(cmd, "--detail takes a whole number from 1 to 1000");
-    if (cli::LowerExtension(*out) != "png") return cli::Fail("the result has alpha: write it as .png");
+    if (!EndsWithPng(*out)) return cli::Fail("the result has alpha: write it as .png");
 
     MatteInputs in;
     if (std::string error = BuildPlanes(a, in); !error.empty()) return cli::Fail(error);

@@ -1,4 +1,5 @@
 // "segment": watershed segmentation of a picture into regions.
+#include <cctype>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -9,6 +10,15 @@
 #include "matting/segment.h"
 
 namespace {
+
+// Both planes of the result matter (the colours and the alpha), and PNG is the format that keeps them.
+bool EndsWithPng(const std::string& path)
+{
+    if (path.size() < 4) return false;
+    std::string ext = path.substr(path.size() - 4);
+    for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+    return ext == ".png";
+}
 
 cli::Progress* g_progress = nullptr;
 
@@ -38,7 +48,7 @@ int RunSegment(const std::vector<std::string>& args)
     long detail = CSegmentProcess::kDefaultDetail;
     if (const auto text = a.Value("--detail"); text && !cli::ParseInt(*text, 1, 1000, detail))
         return cli::Usage(cmd, "--detail takes a whole number from 1 to 1000");
-    if (cli::LowerExtension(*out) != "png") return cli::Fail("the gradient is kept in alpha: write the labels as .png");
+    if (!EndsWithPng(*out)) return cli::Fail("the gradient is kept in alpha: write the labels as .png");
 
     COLImage image, labels;
     if (std::string error = cli::LoadPicture(a.Positional()[0], image); !error.empty()) return cli::Fail(error);

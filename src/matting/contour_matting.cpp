@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "matting/gaussian.h"
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 namespace {
 

@@ -29,12 +29,12 @@ bool ExpandByOne(const COLChannel& src, COLChannel& dst, bool grow)
 
 bool CContourOptimiser::CanOptimise(const COLChannel* inner, const COLChannel* outer)
 {
-    return inner && outer && !inner->IsNull() && !outer->IsNull() && !inner->IsEmpty() && !outer->IsEmpty();
+    return inner && outer && !inner->IsNull() && !outer->IsNull() && !inner->IsAllZero() && !outer->IsAllZero();
 }
 
 long CContourOptimiser::Prepare(COLImage* source, const COLChannel* inner, const COLChannel* outer)
 {
-    if (!source || source->IsEmpty() || !CanOptimise(inner, outer)) return kFail;
+    if (!source || source->IsNull() || !CanOptimise(inner, outer)) return kFail;
     m_segment.SetImages(source, &m_labels);
     return kOk;
 }
@@ -49,7 +49,7 @@ long CContourOptimiser::SnapToRegions(const COLImage& labels, uint32_t regionCou
                                       COLChannel& outer)
 {
     const uint32_t w = labels.GetWidth(), h = labels.GetHeight();
-    if (labels.IsEmpty() || inner.GetWidth() != w || inner.GetHeight() != h || outer.GetWidth() != w ||
+    if (labels.IsNull() || inner.GetWidth() != w || inner.GetHeight() != h || outer.GetWidth() != w ||
         outer.GetHeight() != h)
         return kFail;
     const size_t n = size_t(w) * h;

@@ -13,8 +13,8 @@
 #endif
 
 #include "matting/gaussian.h"
-#include "matting/parallel_for.h"
-#include "matting/resample.h"
+#include "runtime/parallel_for.h"
+#include "filters/resample.h"
 
 namespace {
 

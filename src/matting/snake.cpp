@@ -254,7 +254,7 @@ long CSnakeProcess::ProcessChannel(const void* params)
 {
     if (CImageProcess::ProcessChannel(params) != kOk || !params) return kFail;
     m_params = *static_cast<const SnakeParams*>(params);
-    if (!m_params.points || m_params.count < 1 || !m_params.image || m_params.image->IsEmpty()) return kFail;
+    if (!m_params.points || m_params.count < 1 || !m_params.image || m_params.image->IsNull()) return kFail;
     if (!(m_params.points[0] == m_params.points[m_params.count - 1])) return kFail;
 
     CGaussianProcess gauss;

@@ -8,7 +8,7 @@
 
 #include "matting/contour_matting.h"
 #include "matting/gaussian.h"
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 #include "support/test_support.h"
 
 namespace {

@@ -189,7 +189,7 @@ TEST(Snake, FailsOnAFlatPictureAndOnAnOpenList)
     EXPECT_EQ(snake.ProcessChannel(&params), kFail);
     EXPECT_LT(snake.GetContour().size(), 4u);
     ASSERT_EQ(result.GetWidth(), 60u);
-    EXPECT_TRUE(result.IsEmpty());
+    EXPECT_TRUE(result.IsAllZero());
 
     pts.back() = {11, 10};
     EXPECT_EQ(snake.ProcessChannel(&params), kFail);

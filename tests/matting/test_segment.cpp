@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "matting/gaussian.h"
-#include "matting/parallel_for.h"
-#include "matting/resample.h"
+#include "runtime/parallel_for.h"
+#include "filters/resample.h"
 #include "matting/segment.h"
 #include "support/test_support.h"
 
