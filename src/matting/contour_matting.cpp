@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "matting/gaussian.h"
+#include "runtime/status.h"
 #include "runtime/parallel_for.h"
 
 namespace {
@@ -50,6 +51,11 @@ double CContourMattingProcess::GrowLimit(uint32_t width, uint32_t height)
 }
 
 long CContourMattingProcess::Process(const void* params)
+{
+    return vmrt::GuardExhaustion([&] { return Run(params); });
+}
+
+long CContourMattingProcess::Run(const void* params)
 {
     m_failure = Failure::kBadInput;
     m_growSteps[0] = m_growSteps[1] = 0;

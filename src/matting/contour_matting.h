@@ -48,6 +48,8 @@ public:
     COLImage background;   // grown background colours, during a run
 
 private:
+    long Run(const void* params);
+
     ContourMattingParams m_params;
     Failure m_failure = Failure::kNone;
     int m_growSteps[2] = {0, 0};

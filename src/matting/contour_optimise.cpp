@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "runtime/status.h"
+
 namespace {
 
 // Each pixel becomes the maximum (grow) or minimum (shrink) of the 3 x 3 square around it, clipped to the plane:
@@ -48,6 +50,7 @@ long CContourOptimiser::Finish(long segmentResult, COLChannel* inner, COLChannel
 long CContourOptimiser::SnapToRegions(const COLImage& labels, uint32_t regionCount, COLChannel& inner,
                                       COLChannel& outer)
 {
+    return vmrt::GuardExhaustion([&]() -> long {
     const uint32_t w = labels.GetWidth(), h = labels.GetHeight();
     if (labels.IsNull() || inner.GetWidth() != w || inner.GetHeight() != h || outer.GetWidth() != w ||
         outer.GetHeight() != h)
@@ -74,6 +77,7 @@ long CContourOptimiser::SnapToRegions(const COLImage& labels, uint32_t regionCou
     if (!ExpandByOne(inner, temp, false) || !inner.DuplicateFrom(&temp)) return kFail;
     if (!ExpandByOne(outer, temp, true) || !outer.DuplicateFrom(&temp)) return kFail;
     return kOk;
+    });
 }
 
 long OptimiseContoursNow(COLImage* source, COLChannel* inner, COLChannel* outer, const int32_t* detail)

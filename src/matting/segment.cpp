@@ -13,6 +13,7 @@
 #endif
 
 #include "matting/gaussian.h"
+#include "runtime/status.h"
 #include "runtime/parallel_for.h"
 #include "filters/resample.h"
 
@@ -89,6 +90,11 @@ void AddSquaredPairs(const uint16_t* up, const uint16_t* mid, const uint16_t* dn
 } // namespace
 
 long CSegmentProcess::Process(const void* params)
+{
+    return vmrt::GuardExhaustion([&] { return Run(params); });
+}
+
+long CSegmentProcess::Run(const void* params)
 {
     if (CImageProcess::Process(params) != kOk) return kFail;
     detail = params ? *static_cast<const int32_t*>(params) : kDefaultDetail;

@@ -55,6 +55,7 @@ public:
     int32_t detail = 50;
 
 private:
+    long Run(const void* params);
     bool BuildGradient();
     void SeedBasins();
     void SeedRemaining();

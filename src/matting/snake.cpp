@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "matting/gaussian.h"
+#include "runtime/status.h"
 
 namespace {
 
@@ -251,6 +252,11 @@ int CSnakeProcess::Move(size_t i)
 }
 
 long CSnakeProcess::ProcessChannel(const void* params)
+{
+    return vmrt::GuardExhaustion([&] { return Run(params); });
+}
+
+long CSnakeProcess::Run(const void* params)
 {
     if (CImageProcess::ProcessChannel(params) != kOk || !params) return kFail;
     m_params = *static_cast<const SnakeParams*>(params);

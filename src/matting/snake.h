@@ -51,6 +51,7 @@ public:
     double centroidY = 0.0;
 
 private:
+    long Run(const void* params);
     bool Iterate();
     int Move(size_t i);
     void RedistributeFully();
