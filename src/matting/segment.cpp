@@ -8,7 +8,8 @@
 #include <iterator>
 #include <mutex>
 
-#if defined(__SSE2__)
+#include "runtime/simd_level.h"
+#if VM_SIMD_X86
 #include <immintrin.h>
 #endif
 
@@ -48,7 +49,8 @@ void AddSquaredPairs(const uint16_t* up, const uint16_t* mid, const uint16_t* dn
                      int32_t* s2, int32_t* s3)
 {
     uint32_t x = 1;
-#if defined(__SSE2__)
+#if VM_SIMD_X86
+    if (vmsimd::CurrentLevel() >= vmsimd::kSse2) {
     const __m128i third = _mm_set1_epi16(int16_t(0xAAAB));
     const __m128i zero = _mm_setzero_si128();
     auto load = [](const uint16_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); };
@@ -70,6 +72,7 @@ void AddSquaredPairs(const uint16_t* up, const uint16_t* mid, const uint16_t* dn
         add(s1 + x, mean(ur, u, ul), mean(dr, d, dl));
         add(s2 + x, mean(r, ur, u), mean(d, dl, l));
         add(s3 + x, mean(r, dr, ur), mean(dl, l, ul));
+    }
     }
 #endif
     for (; x + 1 < w; ++x) {

@@ -7,6 +7,7 @@
 
 #include "matting/gaussian.h"
 #include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 #include "filters/resample.h"
 #include "matting/segment.h"
 #include "support/test_support.h"
@@ -400,14 +401,18 @@ TEST(Segment, MatchesThePlainMethodByteForByte)
             MakeScene(img, 71, 53, seed);
         for (int32_t detail : {10, 50, 1000}) {
             const Ref ref = RefSegment(img, detail, false, {});
-            for (unsigned threads : {1u, 2u}) {
-                vmpar::SetWorkerCount(threads);
-                const Got got = RunSegment(img, &detail);
-                ASSERT_EQ(got.code, kOk);
-                EXPECT_TRUE(Same(got, ref)) << "seed " << seed << " detail " << detail << " threads " << threads;
-            }
+            for (int level : {int(vmsimd::kPlain), -1})
+                for (unsigned threads : {1u, 2u}) {
+                    vmsimd::LimitLevel(level);
+                    vmpar::SetWorkerCount(threads);
+                    const Got got = RunSegment(img, &detail);
+                    ASSERT_EQ(got.code, kOk);
+                    EXPECT_TRUE(Same(got, ref)) << "seed " << seed << " detail " << detail << " threads " << threads
+                                                << " level " << level;
+                }
         }
     }
+    vmsimd::LimitLevel(-1);
     vmpar::SetWorkerCount(0);
 }
 
