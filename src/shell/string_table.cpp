@@ -244,6 +244,8 @@ const TextRow kRows[] = {
 
 // Texts of this editor's own dialogs and panels, in both languages, after the rows above.
 const TextRow kEditorRows[] = {
+    {"layerbackground", "背景", "Background"},
+    {"layername", "图层%d", "Layer %d"},
     {"newpicture", "新建图片", "New picture"},
     {"picwidth", "宽度", "Width"},
     {"picheight", "高度", "Height"},
