@@ -601,9 +601,9 @@ void CMainFrame::AfterOpen()
 {
     CComposeDocument& doc = m_app.Document();
     if (m_pView->GetSource() != &doc) m_pView->SetSource(&doc);
-    // A new picture is shown whole; a small one at its own size.
-    m_pView->SetOrigin(nullptr, 0, 0, false);
-    m_pView->SetZoom(m_pView->FitZoom(1.0), true);
+    // A new picture is shown whole, a small one at its own size; it stays whole while the window settles
+    // around it (the tool bar and the rulers appear below).
+    m_pView->FitWhole(1.0);
     m_pView->Refresh();
     CancelTool();
     BuildMenus(true);

@@ -302,6 +302,25 @@ TEST_F(Frame, SaveInTheCloseQuestionWritesTheProjectFirst)
     EXPECT_EQ(Doc().GetLayerCount(), 0);
 }
 
+TEST_F(Frame, ABigPhotoOpensWholeInTheWindow)
+{
+    m_frame->resize(1024, 700);
+    m_frame->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
+    // The size of a 20-megapixel camera's photo; the session makes it as opening a file would.
+    ASSERT_TRUE(m_frame->Session().NewPicture(5472, 3648));
+    m_frame->AfterOpen();
+    QApplication::processEvents();
+    const CViewGeometry& g = m_frame->View()->Geometry();
+    ASSERT_EQ(g.ImageWidth(), 5472);
+    EXPECT_FALSE(g.HasHBar());
+    EXPECT_FALSE(g.HasVBar());
+    EXPECT_EQ(g.GetOrigin().x, 0);
+    EXPECT_LE(g.ImageToClient(5472, 3648).x, g.GetImageRect().right);
+    EXPECT_LE(g.ImageToClient(5472, 3648).y, g.GetImageRect().bottom);
+    EXPECT_LE(g.GetImageRect().right, m_frame->View()->width() - 1);
+}
+
 TEST_F(Frame, LayersAreRenamedReorderedAndBlendedThroughTheHistory)
 {
     Open(Picture("p.png", 30, 20));
