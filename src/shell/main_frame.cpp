@@ -25,6 +25,7 @@
 #include "imaging/codec.h"
 #include "interchange/export.h"
 #include "shell/app_globals.h"
+#include "shell/file_filter.h"
 #include "shell/image_view.h"
 #include "shell/key_map.h"
 #include "shell/new_picture_dlg.h"
@@ -389,8 +390,10 @@ bool CMainFrame::AskOpenPath(bool documentFilter, std::string& path)
         m_presetOpenPath.clear();
         return true;
     }
-    const QString chosen =
-        m_pServices->GetOpenFileName(GetString(documentFilter ? "openfiletype" : "openflatfiletype"));
+    // The table's filter as it stands, with an entry for every picture the program reads before it.
+    const std::string filter = OpenDialogFilter(GetString(documentFilter ? "openfiletype" : "openflatfiletype"),
+                                                GetString("allpictures"), GetString("allfiles"), documentFilter);
+    const QString chosen = m_pServices->GetOpenFileName(filter);
     if (chosen.isEmpty()) return false;
     path = chosen.toStdString();
     return true;

@@ -246,6 +246,8 @@ const TextRow kRows[] = {
 const TextRow kEditorRows[] = {
     {"layerbackground", "背景", "Background"},
     {"layername", "图层%d", "Layer %d"},
+    {"allpictures", "所有图片", "All pictures"},
+    {"allfiles", "所有文件", "All files"},
     {"blendmode", "混合模式", "Blend"},
     {"opacity", "不透明度", "Opacity"},
     {"newpicture", "新建图片", "New picture"},
