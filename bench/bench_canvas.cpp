@@ -11,7 +11,7 @@
 #include "bench_support.h"
 #include "document/compose_document.h"
 #include "document/layer.h"
-#include "matting/resample.h"
+#include "filters/resample.h"
 #include "shell/image_view.h"
 
 namespace {

@@ -9,7 +9,7 @@
 #include "imaging/image.h"
 #include "matting/chroma_key.h"
 #include "matting/gaussian.h"
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 
 #include "cli/cli.h"
 #include "cli/picture_io.h"
+#include "filters/resample.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
-#include "matting/resample.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "imaging/image.h"
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 namespace {
 

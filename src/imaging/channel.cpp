@@ -3,8 +3,8 @@
 #include <cstring>
 #include <utility>
 
-#include "imaging/aligned_block.h"
 #include "imaging/image.h"
+#include "runtime/aligned_block.h"
 
 COLChannel::~COLChannel() { Free(); }
 

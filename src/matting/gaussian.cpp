@@ -7,10 +7,10 @@
 #include <utility>
 #include <vector>
 
+#include "filters/resample.h"
 #include "matting/exact_divider.h"
-#include "matting/parallel_for.h"
-#include "matting/resample.h"
-#include "matting/simd_level.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 
 #if defined(__GNUC__) && defined(__x86_64__)
 #define VM_X86_SIMD 1

@@ -16,8 +16,8 @@
 #include "document/compose_document.h"
 #include "document/compositor.h"
 #include "document/layer.h"
+#include "filters/resample.h"
 #include "imaging/gbk_text.h"
-#include "matting/resample.h"
 #include "shell/app_globals.h"
 #include "shell/skin.h"
 

@@ -5,9 +5,9 @@
 #include <cstring>
 #include <vector>
 
-#include "matting/parallel_for.h"
-#include "matting/resample.h"
-#include "matting/simd_level.h"
+#include "filters/resample.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 #include "support/test_support.h"
 
 namespace {
