@@ -27,7 +27,7 @@ for i in \$(seq 1 30); do
   sleep 0.5
   import -window root "$WORK/shot.png" 2>/dev/null || continue
   mean=\$(convert "$WORK/shot.png" -format '%[fx:mean]' info:)
-  if awk -v m="\$mean" 'BEGIN { exit !(m > 0.2) }' && [ \$i -ge 6 ]; then break; fi
+  if awk -v m="\$mean" 'BEGIN { exit !(m > 0.2) }' && [ \$i -ge 3 ]; then break; fi
 done
 kill \$pid
 wait \$pid 2>/dev/null || true
