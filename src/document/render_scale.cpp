@@ -72,48 +72,56 @@ int ScaleForScreen(const COLImage* src, COLImage* dst, int dstWidth, int dstHeig
     BuildAxis(xs, dstWidth, x0, fx, sw);
     BuildAxis(ys, dstHeight, y0, fy, sh);
 
+    // The source columns any destination pixel reads.
+    const uint32_t xFirst = xs.spans.front().first;
+    const uint32_t xEnd = xs.spans.back().first + xs.spans.back().count;
+
     // Rows are independent, so the result does not depend on how they are split.
     vmpar::ParallelFor(size_t(dstHeight), 16, [&](size_t begin, size_t end, unsigned) {
-        std::vector<uint64_t> acc(xs.unit && ys.unit ? 0 : size_t(dstWidth) * 4);
+        const bool copy = xs.unit && ys.unit;
+        // Per source column, the rows of one destination row summed with their weights, two channels in each
+        // word's 32-bit halves (blue and red, green and alpha): a span weighs at most 256 per pixel times 20000
+        // pixels, so a half stays below 255 * 5120000 < 2^32 and never carries into the other.
+        std::vector<uint64_t> columnsBr(copy ? 0 : xEnd - xFirst), columnsGa(copy ? 0 : xEnd - xFirst);
         for (size_t dy = begin; dy < end; ++dy) {
             CPixel* out = dst->GetBuffer(0, uint32_t(dy));
             const Span& sy = ys.spans[dy];
-            if (xs.unit && ys.unit) {
+            if (copy) {
                 const CPixel* row = src->GetBuffer(0, sy.first);
                 for (int dx = 0; dx < dstWidth; ++dx)
                     out[dx] = row[xs.spans[size_t(dx)].first];
                 continue;
             }
-            std::fill(acc.begin(), acc.end(), 0);
+            // Down the columns first: one weight per source row, a plain loop over the row.
+            std::fill(columnsBr.begin(), columnsBr.end(), 0);
+            std::fill(columnsGa.begin(), columnsGa.end(), 0);
             for (uint32_t k = 0; k < sy.count; ++k) {
                 const uint64_t wy = ys.weights[sy.weightsAt + k];
-                const CPixel* row = src->GetBuffer(0, sy.first + k);
-                for (int dx = 0; dx < dstWidth; ++dx) {
-                    const Span& sx = xs.spans[size_t(dx)];
-                    const uint32_t* wx = &xs.weights[sx.weightsAt];
-                    const CPixel* p = row + sx.first;
-                    uint64_t b = 0, g = 0, r = 0, a = 0;
-                    for (uint32_t i = 0; i < sx.count; ++i) {
-                        b += uint64_t(wx[i]) * p[i].blue;
-                        g += uint64_t(wx[i]) * p[i].green;
-                        r += uint64_t(wx[i]) * p[i].red;
-                        a += uint64_t(wx[i]) * p[i].alpha;
-                    }
-                    uint64_t* c = &acc[size_t(dx) * 4];
-                    c[0] += b * wy;
-                    c[1] += g * wy;
-                    c[2] += r * wy;
-                    c[3] += a * wy;
+                const CPixel* row = src->GetBuffer(xFirst, sy.first + k);
+                for (uint32_t x = 0; x < xEnd - xFirst; ++x) {
+                    const uint64_t v = row[x].Word();
+                    columnsBr[x] += ((v & 0xFF) | ((v & 0xFF0000) << 16)) * wy;
+                    columnsGa[x] += (((v >> 8) & 0xFF) | ((v & 0xFF000000) << 8)) * wy;
                 }
             }
+            // Then across: each destination pixel weighs the columns it covers.
             for (int dx = 0; dx < dstWidth; ++dx) {
+                const Span& sx = xs.spans[size_t(dx)];
+                const uint32_t* wx = &xs.weights[sx.weightsAt];
+                uint64_t b = 0, g = 0, r = 0, a = 0;
+                for (uint32_t i = 0; i < sx.count; ++i) {
+                    const uint64_t br = columnsBr[sx.first - xFirst + i], ga = columnsGa[sx.first - xFirst + i];
+                    b += (br & 0xFFFFFFFFu) * wx[i];
+                    r += (br >> 32) * wx[i];
+                    g += (ga & 0xFFFFFFFFu) * wx[i];
+                    a += (ga >> 32) * wx[i];
+                }
                 // Dividing by the weights actually used keeps a flat colour exact; + total / 2 rounds.
-                const uint64_t total = uint64_t(xs.spans[size_t(dx)].total) * sy.total;
-                const uint64_t* c = &acc[size_t(dx) * 4];
-                out[dx].blue = uint8_t((c[0] + total / 2) / total);
-                out[dx].green = uint8_t((c[1] + total / 2) / total);
-                out[dx].red = uint8_t((c[2] + total / 2) / total);
-                out[dx].alpha = uint8_t((c[3] + total / 2) / total);
+                const uint64_t total = uint64_t(sx.total) * sy.total;
+                out[dx].blue = uint8_t((b + total / 2) / total);
+                out[dx].green = uint8_t((g + total / 2) / total);
+                out[dx].red = uint8_t((r + total / 2) / total);
+                out[dx].alpha = uint8_t((a + total / 2) / total);
             }
         }
     });
