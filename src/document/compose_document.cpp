@@ -94,8 +94,7 @@ void CComposeDocument::ShowTransparency(COLImage* target, double x0, double y0, 
     const int tw = static_cast<int>(target->GetWidth()), th = static_cast<int>(target->GetHeight());
     std::vector<int> columns(static_cast<size_t>(tw));
     for (int dx = 0; dx < tw; ++dx)
-        columns[static_cast<size_t>(dx)] =
-            std::clamp(static_cast<int>(std::floor(x0 + (dx + 0.5) * stepX)), 0, bw - 1);
+        columns[static_cast<size_t>(dx)] = std::clamp(static_cast<int>(std::floor(x0 + (dx + 0.5) * stepX)), 0, bw - 1);
     for (int dy = 0; dy < th; ++dy) {
         const int y = std::clamp(static_cast<int>(std::floor(y0 + (dy + 0.5) * stepY)), 0, bh - 1);
         const CPixel* baseRow = base->m_image.GetBuffer(0, static_cast<uint32_t>(y));
@@ -111,8 +110,9 @@ void CComposeDocument::ShowTransparency(COLImage* target, double x0, double y0, 
                 if (lx < 0 || ly < 0 || lx >= static_cast<int>(layer->m_image.GetWidth()) ||
                     ly >= static_cast<int>(layer->m_image.GetHeight()))
                     continue;
-                const uint32_t a = layer->m_image.GetPixel2(static_cast<uint32_t>(lx), static_cast<uint32_t>(ly)).alpha *
-                                   layer->m_opacity / 255;
+                const uint32_t a =
+                    layer->m_image.GetPixel2(static_cast<uint32_t>(lx), static_cast<uint32_t>(ly)).alpha *
+                    layer->m_opacity / 255;
                 cover += a * (255 - cover) / 255;
             }
             if (cover >= 255) continue;

@@ -35,7 +35,8 @@ void BuildAxis(Axis& axis, int dstCount, double start, double step, int srcCount
         s.weightsAt = uint32_t(axis.weights.size());
         if (axis.unit) {
             // Enlarged: the pixel under the centre of the destination pixel.
-            const long long p = std::clamp<long long>(static_cast<long long>(std::floor(start + (d + 0.5) * step)), 0, last);
+            const long long p =
+                std::clamp<long long>(static_cast<long long>(std::floor(start + (d + 0.5) * step)), 0, last);
             s.first = uint32_t(p);
             s.count = 1;
             s.total = 1;

@@ -44,8 +44,8 @@ std::string ToDialogFilter(const std::string& filter)
 std::string OpenDialogFilter(const std::string& filter, const std::string& allPictures, const std::string& allFiles,
                              bool withProjects)
 {
-    std::vector<std::string> extensions = {"png", "jpg", "jpeg", "jpe", "jfif", "bmp", "dib",
-                                           "gif", "pcx", "tif", "tiff", "tga"};
+    std::vector<std::string> extensions = {"png", "jpg", "jpeg", "jpe", "jfif", "bmp",
+                                           "dib", "gif", "pcx",  "tif", "tiff", "tga"};
     if (withProjects) extensions.insert(extensions.begin(), {"vmpd", "psd"});
     std::string patterns;
     for (const std::string& ext : extensions) {

@@ -223,11 +223,13 @@ void CMainFrame::BuildSidePanels()
     col->addWidget(new CPanelTitle(Text("tabwizard"), m_pSide));
     col->addWidget(m_pHelp, 1);
     m_pHelp->setPlainText(Text("nohelp"));
-    connect(m_pLayers, &CLayersPanel::Command, this, [this](const QByteArray& text) { RunCommand(text.toStdString()); });
+    connect(m_pLayers, &CLayersPanel::Command, this,
+            [this](const QByteArray& text) { RunCommand(text.toStdString()); });
     connect(m_pLayers, &CLayersPanel::MessageRequested, this, [this](const char* key) { ShowMessage(key); });
     connect(m_pLayers, &CLayersPanel::OpenLayerRequested, this, [this] { OnCommand(cmd::kOpenLayer); });
     connect(m_pLayers, &CLayersPanel::NewLayerRequested, this, [this] { OnCommand(cmd::kNewLayer); });
-    connect(m_pHistory, &CHistoryPanel::Command, this, [this](const QByteArray& text) { RunCommand(text.toStdString()); });
+    connect(m_pHistory, &CHistoryPanel::Command, this,
+            [this](const QByteArray& text) { RunCommand(text.toStdString()); });
 }
 
 void CMainFrame::BuildMenus(bool compose)

@@ -112,7 +112,7 @@ void CPanelTitle::paintEvent(QPaintEvent*)
     p.drawText(rect().adjusted(6, 0, -4, 0), Qt::AlignVCenter | Qt::AlignLeft, m_text);
 }
 
-const int CLayersPanel::kBlendModes[6] = {kBlendNormal,  kBlendDarken, kBlendLighten,
+const int CLayersPanel::kBlendModes[6] = {kBlendNormal,   kBlendDarken, kBlendLighten,
                                           kBlendMultiply, kBlendScreen, kBlendDifference};
 
 CLayersPanel::CLayersPanel(QWidget* parent)
@@ -167,8 +167,7 @@ CLayersPanel::CLayersPanel(QWidget* parent)
                 // row is where the item was put before, counted before the move.
                 OnRowsMoved(start, row > start ? row - 1 : row);
             });
-    connect(m_pBlend, &QComboBox::activated, this,
-            [this](int i) { SendProperty(4, m_pBlend->itemData(i).toInt()); });
+    connect(m_pBlend, &QComboBox::activated, this, [this](int i) { SendProperty(4, m_pBlend->itemData(i).toInt()); });
     connect(m_pOpacitySlider, &QSlider::valueChanged, this, [this](int v) {
         const QSignalBlocker block(m_pOpacity);
         m_pOpacity->setValue(v);
@@ -209,8 +208,8 @@ void CLayersPanel::Rebuild(const CComposeDocument& document)
         const CLayer* layer = document.GetLayer(index);
         if (!layer) continue;
         const QString name = FromGbk(layer->m_name);
-        auto* item = new QListWidgetItem(LayerThumbnail(*layer, index == 0, document.GetWidth(), document.GetHeight()),
-                                         name);
+        auto* item =
+            new QListWidgetItem(LayerThumbnail(*layer, index == 0, document.GetWidth(), document.GetHeight()), name);
         Qt::ItemFlags flags = Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable | Qt::ItemIsEditable;
         // The base does not move. No row takes a drop onto itself: a drop lands between rows.
         if (index > 0) flags |= Qt::ItemIsDragEnabled;
@@ -236,8 +235,8 @@ void CLayersPanel::ShowCurrentProperties()
 {
     const CLayer* layer = m_pDocument ? m_pDocument->GetLayer(m_currentIndex) : nullptr;
     const bool upper = layer && m_currentIndex > 0;
-    for (QWidget* w : {static_cast<QWidget*>(m_pBlend), static_cast<QWidget*>(m_pOpacitySlider),
-                       static_cast<QWidget*>(m_pOpacity)})
+    for (QWidget* w :
+         {static_cast<QWidget*>(m_pBlend), static_cast<QWidget*>(m_pOpacitySlider), static_cast<QWidget*>(m_pOpacity)})
         w->setEnabled(upper);
     const QSignalBlocker b1(m_pBlend), b2(m_pOpacitySlider), b3(m_pOpacity);
     // A mode the menu does not carry shows as normal, its name too.
@@ -262,8 +261,7 @@ void CLayersPanel::OnCurrentRowChanged(int row)
 {
     if (m_rebuilding || row < 0) return;
     const int index = LayerOfRow(row);
-    if (index != m_currentIndex)
-        Q_EMIT Command(Latin(QStringLiteral("Doc_SetCurLayer('%1')").arg(index)));
+    if (index != m_currentIndex) Q_EMIT Command(Latin(QStringLiteral("Doc_SetCurLayer('%1')").arg(index)));
 }
 
 void CLayersPanel::OnItemChanged(QListWidgetItem* item)

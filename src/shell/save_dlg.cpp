@@ -61,8 +61,7 @@ CSaveDlg::CSaveDlg(QWidget* parent, IUiServices& services, bool layerExport) : Q
     layerRow->addStretch(1);
     layer->setEnabled(layerExport);
     col->addWidget(layer);
-    connect(png, &QPushButton::clicked, this,
-            [this] { Choose(EWhat::kLayer, "PNG File(*.png)|*.png||", "png"); });
+    connect(png, &QPushButton::clicked, this, [this] { Choose(EWhat::kLayer, "PNG File(*.png)|*.png||", "png"); });
 
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Cancel, this);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);

@@ -18,7 +18,8 @@ EMsgResult CQtUiServices::MessageBox(const QString& text, EMsgButtons buttons, E
     QMessageBox::StandardButtons set = QMessageBox::Ok;
     if (buttons == EMsgButtons::kYesNo) set = QMessageBox::Yes | QMessageBox::No;
     if (buttons == EMsgButtons::kYesNoCancel) set = QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel;
-    if (buttons == EMsgButtons::kSaveDiscardCancel) set = QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel;
+    if (buttons == EMsgButtons::kSaveDiscardCancel)
+        set = QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel;
     QMessageBox box(icon == EMsgIcon::kWarning    ? QMessageBox::Warning
                     : icon == EMsgIcon::kQuestion ? QMessageBox::Question
                                                   : QMessageBox::Information,

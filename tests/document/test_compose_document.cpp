@@ -176,7 +176,7 @@ TEST(ComposeDocument, SeeThroughPartsShowTheCheckerboard)
     target.Create(32, 16);
     doc.Render(&target);
     EXPECT_EQ(target.GetPixel2(3, 12).Word() & 0xFFFFFF, 0x204060u); // opaque base: as it is
-    EXPECT_EQ(target.GetPixel2(20, 3).red, 200);                    // covered by the layer: the layer
+    EXPECT_EQ(target.GetPixel2(20, 3).red, 200);                     // covered by the layer: the layer
     // Uncovered and transparent: the light and the white cells, never black.
     const CPixel light = target.GetPixel2(16, 8), white = target.GetPixel2(24, 8);
     EXPECT_EQ(light.red, 0xCC);

@@ -1,10 +1,10 @@
 #include <QCheckBox>
+#include <QComboBox>
 #include <QDialog>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
 #include <QSpinBox>
-#include <QComboBox>
 #include <QTest>
 #include <QTimer>
 #include <condition_variable>
