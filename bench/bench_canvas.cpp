@@ -1,6 +1,7 @@
 // Repainting the canvas on a 20-megapixel photo, at fit and at 100 %, against copying the visible pixels once.
 #include <QApplication>
 #include <QImage>
+#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <cstdlib>
 #include <cstring>
@@ -10,6 +11,7 @@
 #include "bench_support.h"
 #include "document/compose_document.h"
 #include "document/layer.h"
+#include "filters/resample.h"
 #include "shell/image_view.h"
 
 namespace {
@@ -91,6 +93,24 @@ void BM_SourceRender(benchmark::State& state)
     }
 }
 
+// What the source's render cost when it stretched through the shared bilinear resampler (which darkened flat
+// colours and striped them): the same visible part into a buffer of the same size, for comparison.
+void BM_SharedResamplerRender(benchmark::State& state)
+{
+    Scene& s = GetScene();
+    Place(s, int(state.range(0)));
+    COLImage* target = s.view->GetDisplayBuffer();
+    const double z = s.view->GetZoom();
+    const CViewPoint o = s.view->GetOrigin();
+    const int tw = int(target->GetWidth()), th = int(target->GetHeight());
+    const int sw = std::min(kWidth - o.x, int(tw / z)), sh = std::min(kHeight - o.y, int(th / z));
+    COLImage out;
+    for (auto _ : state) {
+        ResampleImage(s.doc.GetComposite(), &out, tw, th, o.x, o.y, sw, sh);
+        benchmark::DoNotOptimize(out.GetBuffer());
+    }
+}
+
 // Panning: the origin moves by a scroll-bar line (1/50 of the picture) each time, so every frame is rendered.
 void BM_Pan(benchmark::State& state)
 {
@@ -125,6 +145,7 @@ void BM_PaintOnly(benchmark::State& state)
 BENCHMARK(Baseline_CopyVisible)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 BENCHMARK(BM_Repaint)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 BENCHMARK(BM_SourceRender)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+BENCHMARK(BM_SharedResamplerRender)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 // At fit the whole picture is visible and there is nothing to pan.
 BENCHMARK(BM_Pan)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 BENCHMARK(BM_PaintOnly)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();

@@ -11,14 +11,15 @@ CLI="$BUILD/src/velmorando-cli"
 WORK=$(mktemp -d)
 trap 'rm -rf "$WORK"' EXIT
 
-# The document: a layer from a second photo, moved and a little transparent, so the layers panel and the
+# The document: a layer from a second photo, moved, a little transparent and named, so the layers panel and the
 # history have something to show.
 "$CLI" run assets/samples/coffee.png "Doc_OpenLayer('1')" "Doc_LayerPropertyChange('1','0','250,150')" \
-  "Doc_LayerPropertyChange('1','3','235')" --file assets/samples/chelsea.png -o "$WORK/compose.vmpd" >/dev/null
+  "Doc_LayerPropertyChange('1','3','235')" "Doc_LayerPropertyChange('1','2','Cat')" \
+  "Doc_LayerPropertyChange('0','2','Coffee')" --file assets/samples/chelsea.png -o "$WORK/compose.vmpd" >/dev/null
 
 cat > "$WORK/shot.sh" <<INNER
 #!/usr/bin/env bash
-export XDG_CONFIG_HOME="$WORK/config" LANG=\${SHOT_LANG:-zh_CN.UTF-8}
+export XDG_CONFIG_HOME="$WORK/config" LANG=\${SHOT_LANG:-en_US.UTF-8}
 "$EDITOR" "$WORK/compose.vmpd" &
 pid=\$!
 # The first grab after start can be black: wait for the window, then take the screen once it has content.
@@ -26,7 +27,7 @@ for i in \$(seq 1 30); do
   sleep 0.5
   import -window root "$WORK/shot.png" 2>/dev/null || continue
   mean=\$(convert "$WORK/shot.png" -format '%[fx:mean]' info:)
-  if awk -v m="\$mean" 'BEGIN { exit !(m > 0.2) }' && [ \$i -ge 6 ]; then break; fi
+  if awk -v m="\$mean" 'BEGIN { exit !(m > 0.2) }' && [ \$i -ge 3 ]; then break; fi
 done
 kill \$pid
 wait \$pid 2>/dev/null || true

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "document/compositor.h"
 #include "document/layer.h"
@@ -73,15 +74,57 @@ int CComposeDocument::Render(COLImage* target)
     }
     if (!(zoom > 0)) zoom = 1.0;
     const long long cw = m_composite.GetWidth(), ch = m_composite.GetHeight();
-    const long long x0 = std::clamp<long long>(origin.x, 0, cw - 1), y0 = std::clamp<long long>(origin.y, 0, ch - 1);
-    const long long sw = static_cast<long long>(target->GetWidth() / zoom);
-    const long long sh = static_cast<long long>(target->GetHeight() / zoom);
-    const long long x1 = std::min(x0 + sw, cw), y1 = std::min(y0 + sh, ch);
-    // A zoom so large that less than one pixel is shown still shows that pixel.
-    const int w = static_cast<int>(std::max(1LL, x1 - x0)), h = static_cast<int>(std::max(1LL, y1 - y0));
-    ScaleForRender(&m_composite, target, static_cast<int>(target->GetWidth()), static_cast<int>(target->GetHeight()),
-                   static_cast<int>(x0), static_cast<int>(y0), w, h);
+    const double x0 = static_cast<double>(std::clamp<long long>(origin.x, 0, cw - 1));
+    const double y0 = static_cast<double>(std::clamp<long long>(origin.y, 0, ch - 1));
+    const int tw = static_cast<int>(target->GetWidth()), th = static_cast<int>(target->GetHeight());
+    if (!ScaleForScreen(&m_composite, target, tw, th, x0, y0, 1.0 / zoom, 1.0 / zoom)) return 0;
+    ShowTransparency(target, x0, y0, 1.0 / zoom, 1.0 / zoom);
     return 0;
+}
+
+void CComposeDocument::ShowTransparency(COLImage* target, double x0, double y0, double stepX, double stepY) const
+{
+    // The composite holds the layers' colours on the base's colours; its alpha byte is the selection, so where
+    // the picture itself is see-through is worked out here, at the point each screen pixel shows: the base's
+    // alpha, then every visible layer above laid over it. Most photos have an opaque base, and then the first
+    // test ends the work for every pixel.
+    const CLayer* base = GetLayer(0);
+    if (!base || base->m_image.IsNull()) return;
+    const int bw = static_cast<int>(base->m_image.GetWidth()), bh = static_cast<int>(base->m_image.GetHeight());
+    const int tw = static_cast<int>(target->GetWidth()), th = static_cast<int>(target->GetHeight());
+    std::vector<int> columns(static_cast<size_t>(tw));
+    for (int dx = 0; dx < tw; ++dx)
+        columns[static_cast<size_t>(dx)] = std::clamp(static_cast<int>(std::floor(x0 + (dx + 0.5) * stepX)), 0, bw - 1);
+    for (int dy = 0; dy < th; ++dy) {
+        const int y = std::clamp(static_cast<int>(std::floor(y0 + (dy + 0.5) * stepY)), 0, bh - 1);
+        const CPixel* baseRow = base->m_image.GetBuffer(0, static_cast<uint32_t>(y));
+        CPixel* out = target->GetBuffer(0, static_cast<uint32_t>(dy));
+        for (int dx = 0; dx < tw; ++dx) {
+            const int x = columns[static_cast<size_t>(dx)];
+            uint32_t cover = baseRow[x].alpha;
+            if (cover == 255) continue;
+            for (int i = 1; i < GetLayerCount() && cover < 255; ++i) {
+                const CLayer* layer = GetLayer(i);
+                if (!layer->m_visible || layer->m_image.IsNull()) continue;
+                const int lx = x - layer->m_x, ly = y - layer->m_y;
+                if (lx < 0 || ly < 0 || lx >= static_cast<int>(layer->m_image.GetWidth()) ||
+                    ly >= static_cast<int>(layer->m_image.GetHeight()))
+                    continue;
+                const uint32_t a =
+                    layer->m_image.GetPixel2(static_cast<uint32_t>(lx), static_cast<uint32_t>(ly)).alpha *
+                    layer->m_opacity / 255;
+                cover += a * (255 - cover) / 255;
+            }
+            if (cover >= 255) continue;
+            // The checkerboard of the layer thumbnails: 8-pixel cells of light gray and white, fixed on screen.
+            const uint32_t check = ((dx / 8 + dy / 8) & 1) ? 0xCC : 0xFF;
+            const uint32_t keep = 255 - cover;
+            CPixel& p = out[dx];
+            p.blue = static_cast<uint8_t>((p.blue * cover + check * keep + 127) / 255);
+            p.green = static_cast<uint8_t>((p.green * cover + check * keep + 127) / 255);
+            p.red = static_cast<uint8_t>((p.red * cover + check * keep + 127) / 255);
+        }
+    }
 }
 
 int CComposeDocument::RenderWhole(COLImage* target, int width, int height)
@@ -94,7 +137,9 @@ int CComposeDocument::RenderWhole(COLImage* target, int width, int height)
         target->PutPixel(0, 0, CPixel::FromWord(0xFFFFFFFF));
         return 1;
     }
-    return ScaleForRender(&m_composite, target, width, height, 0, 0, -1, -1);
+    if (!ScaleForRender(&m_composite, target, width, height, 0, 0, -1, -1)) return 0;
+    ShowTransparency(target, 0, 0, double(m_composite.GetWidth()) / width, double(m_composite.GetHeight()) / height);
+    return 1;
 }
 
 int CComposeDocument::MergeFast(COLImage* destination, CRect rect, int step) const

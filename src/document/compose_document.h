@@ -15,7 +15,8 @@ public:
     // Stores the view; on a threaded document a view hands the document to the merge thread and wakes it.
     // A view detaches (SetView(nullptr)) before it goes away; after that call it is never called again.
     int SetView(ICanvasView* view) override;
-    // Stretches the part of the composite that the view shows to the whole target. White before any merge.
+    // Scales the part of the composite that the view shows to the whole target (see ScaleForScreen: exact
+    // colours at every zoom), with a checkerboard where the picture is see-through. White before any merge.
     int Render(COLImage* target) override;
     void GetSize(int& width, int& height) override;
     int RenderWhole(COLImage* target, int width, int height) override;
@@ -38,6 +39,10 @@ public:
     CMergeThread& GetMergeThread() { return m_mergeThread; }
 
 private:
+    // Lays the target's colours over a checkerboard by how opaque the layers are at the point each target pixel
+    // shows (target pixel (dx, dy) shows the document point (x0 + (dx + 0.5) * stepX, y0 + (dy + 0.5) * stepY)).
+    void ShowTransparency(COLImage* target, double x0, double y0, double stepX, double stepY) const;
+
     int m_threaded;
     ICanvasView* m_pView = nullptr;
     COLImage m_composite;

@@ -8,6 +8,7 @@
 #include "document/compositor.h"
 #include "document/layer.h"
 #include "imaging/codec.h"
+#include "imaging/gbk_text.h"
 #include "imaging/image.h"
 #include "interchange/psd_reader.h"
 
@@ -71,10 +72,26 @@ CRect CLayerStack::GetLayerRect(const CLayer* layer) const
 void CLayerStack::MakeDefaultName(char* name) const
 {
     std::memset(name, 0, kLayerNameBytes);
-    if (m_layers.empty())
-        std::memcpy(name, kBackgroundLayerName, sizeof kBackgroundLayerName);
-    else
+    if (m_layers.empty()) {
+        if (m_backgroundName.empty())
+            std::memcpy(name, kBackgroundLayerName, sizeof kBackgroundLayerName);
+        else
+            CopyGbkField(name, kLayerNameBytes, m_backgroundName);
+    } else if (m_layerPattern.empty()) {
         std::snprintf(name, kLayerNameBytes, kLayerNameFormat, GetLayerCount());
+    } else {
+        // The pattern is a text, not a format: only its first "%d" is replaced.
+        std::string text = m_layerPattern;
+        const size_t at = text.find("%d");
+        if (at != std::string::npos) text.replace(at, 2, std::to_string(GetLayerCount()));
+        CopyGbkField(name, kLayerNameBytes, text);
+    }
+}
+
+void CLayerStack::SetDefaultNames(const std::string& background, const std::string& layerPattern)
+{
+    m_backgroundName = background;
+    m_layerPattern = layerPattern;
 }
 
 CLayer* CLayerStack::AddLayer(int afterIndex, int kind)

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <string>
 #include <vector>
 
 #include "imaging/channel.h"
@@ -48,6 +49,9 @@ public:
     CRect GetLayerRect(const CLayer* layer) const;
     // "背景" on an empty stack, else "图层N" with N the layer count; GBK into a 32-byte field.
     void MakeDefaultName(char* name) const;
+    // Other default names, GBK, for an interface in another language: the base's name and a layer's name in
+    // which "%d" stands for the number. Empty texts bring back the defaults above.
+    void SetDefaultNames(const std::string& background, const std::string& layerPattern);
 
     // New transparent layer of the document's size behind afterIndex (-1 on an empty stack). Kind 0 raster,
     // 1 text. Null on a bad index or kind, at the layer limit, or when memory runs out.
@@ -110,6 +114,8 @@ protected:
     int m_height = 0;
     int m_currentLayer = 0;
     uint32_t m_modificationCount = 0;
+    std::string m_backgroundName;   // empty: kBackgroundLayerName
+    std::string m_layerPattern;     // empty: kLayerNameFormat
 };
 
 // Holds a stack's lock for a scope.

@@ -27,10 +27,8 @@ int WriteColours(const char* path, const COLImage& image, const ExportOptions&)
 
 // One row per format. A new writer is one row here (and the include of its header above).
 const ExportFormat kFormats[] = {
-    {"PNG", "png", true, WritePng},
-    {"JPEG", "jpg jpeg jpe jfif", false, WriteJpeg},
-    {"BMP", "bmp dib", false, WriteColours},
-    {"TIFF", "tif tiff", false, WriteColours},
+    {"PNG", "png", true, WritePng},          {"JPEG", "jpg jpeg jpe jfif", false, WriteJpeg},
+    {"BMP", "bmp dib", false, WriteColours}, {"TIFF", "tif tiff", false, WriteColours},
     {"TGA", "tga", false, WriteColours},
 };
 

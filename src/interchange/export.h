@@ -19,9 +19,9 @@ struct ExportOptions {
 // One writer. Writers write through a temporary file in the target's folder and rename it at the end, so a failed
 // write never replaces a good file; they answer non-zero on success.
 struct ExportFormat {
-    const char* name;          // "PNG", for messages
-    const char* extensions;    // lower case, separated by blanks, the usual one first: "jpg jpeg jpe jfif"
-    bool keepsAlpha;           // the file holds the transparency; the others write the colours only
+    const char* name;       // "PNG", for messages
+    const char* extensions; // lower case, separated by blanks, the usual one first: "jpg jpeg jpe jfif"
+    bool keepsAlpha;        // the file holds the transparency; the others write the colours only
     int (*write)(const char* path, const COLImage& image, const ExportOptions& options);
 };
 
@@ -42,9 +42,9 @@ std::string WithExportExtension(const std::string& path, const ExportFormat& for
 
 enum class EExportResult {
     kOk,
-    kUnknownFormat,   // the name's extension names no writer
-    kNothingToWrite,  // the image has no pixels
-    kWriteFailed,     // folder missing, no permission, disk full; an older file of that name is kept
+    kUnknownFormat,  // the name's extension names no writer
+    kNothingToWrite, // the image has no pixels
+    kWriteFailed,    // folder missing, no permission, disk full; an older file of that name is kept
 };
 
 // Writes the image in the format the name's extension asks for.

@@ -100,6 +100,12 @@ int CAppGlobals::Init(const AppInitOptions& options)
         options.language.empty() ? m_profile.GetStr(kStrSection, "Language", "") : options.language;
     m_language = ChooseLanguage(choice, CurrentMessageLocale());
     FillStringTable(m_stringTable, m_language);
+    // New layers are named in the language of the interface; the Chinese names are the document's own.
+    if (m_language != ETextLanguage::kChinese) {
+        std::string background, pattern;
+        if (Utf8ToGbk(GetString("layerbackground"), background) && Utf8ToGbk(GetString("layername"), pattern))
+            m_composeDocument.SetDefaultNames(background, pattern);
+    }
     NoteStep("strings");
 
     // The worker thread exists from here to the end.

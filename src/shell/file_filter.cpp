@@ -41,6 +41,26 @@ std::string ToDialogFilter(const std::string& filter)
     return out;
 }
 
+std::string OpenDialogFilter(const std::string& filter, const std::string& allPictures, const std::string& allFiles,
+                             bool withProjects)
+{
+    std::vector<std::string> extensions = {"png", "jpg", "jpeg", "jpe", "jfif", "bmp",
+                                           "dib", "gif", "pcx",  "tif", "tiff", "tga"};
+    if (withProjects) extensions.insert(extensions.begin(), {"vmpd", "psd"});
+    std::string patterns;
+    for (const std::string& ext : extensions) {
+        std::string upper = ext;
+        for (char& c : upper)
+            c = static_cast<char>(c - 'a' + 'A');
+        patterns += (patterns.empty() ? "*." : ";*.") + ext + ";*." + upper;
+    }
+    // The table's filter ends with "||"; its entries go between ours.
+    std::string own = filter;
+    while (!own.empty() && own.back() == '|')
+        own.pop_back();
+    return allPictures + "|" + patterns + "|" + (own.empty() ? "" : own + "|") + allFiles + "|*||";
+}
+
 std::string DefaultExtension(const std::string& filter)
 {
     std::vector<FileFilterEntry> entries = ParseFileFilter(filter);

@@ -1,6 +1,7 @@
 #include "shell/image_view.h"
 
 #include <QApplication>
+#include <QFontMetrics>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
@@ -42,6 +43,10 @@ CImageView::CImageView(QWidget* parent)
     m_pHBar->hide();
     m_pVBar->hide();
     m_pNavigator->hide();
+    // Room for the widest label, "1000.0%", in the label's font.
+    QFont labelFont(QStringLiteral("Arial"));
+    labelFont.setPixelSize(14);
+    m_geo.SetZoomLabelWidth(QFontMetrics(labelFont).horizontalAdvance(QStringLiteral("1000.0%")) + 8);
     connect(m_pHBar, &QScrollBar::actionTriggered, this, [this](int action) { OnBarAction(true, action); });
     connect(m_pVBar, &QScrollBar::actionTriggered, this, [this](int action) { OnBarAction(false, action); });
     connect(&m_timer, &QTimer::timeout, this, &CImageView::OnTimer);
@@ -191,6 +196,7 @@ void CImageView::DrawOverlayNow()
 
 long CImageView::SetZoom(double zoom, bool redraw)
 {
+    m_fitMax = 0;
     m_geo.SetClientSize(width(), height());
     const bool ok = m_geo.SetZoom(zoom);
     UpdateBars();
@@ -200,6 +206,7 @@ long CImageView::SetZoom(double zoom, bool redraw)
 
 long CImageView::SetOrigin(VPoint* out, int x, int y, bool redraw)
 {
+    m_fitMax = 0;
     m_geo.SetClientSize(width(), height());
     const VPoint o = m_geo.SetOrigin(x, y);
     UpdateBars();
@@ -222,20 +229,28 @@ void CImageView::ZoomStep(bool in, int x, int y)
 
 double CImageView::FitZoom(double maxZoom) const
 {
+    CViewGeometry g = m_geo;
     int w = 0, h = 0;
     if (m_pSource) m_pSource->GetSize(w, h);
-    if (w <= 0 || h <= 0) return 1.0;
-    // Room for the picture without either bar: the bars appear at (area - 16).
-    const double roomW = width() - 2 - kScrollBarSize - 1.0, roomH = height() - 2 - kScrollBarSize - 1.0;
-    const double z = std::min(roomW / w, roomH / h);
-    return std::clamp(z, 0.01, maxZoom);
+    g.SetImageSize(w, h);
+    g.SetClientSize(width(), height());
+    return g.FitZoom(maxZoom);
 }
 
 void CImageView::ZoomFit()
 {
+    FitWhole(kMaxZoom);
+}
+
+void CImageView::FitWhole(double maxZoom)
+{
     if (!m_pSource) return;
+    Layout(); // the picture's size may be new
     m_geo.SetOrigin(0, 0);
-    SetZoom(FitZoom(kMaxZoom), true);
+    SetZoom(FitZoom(maxZoom), true);
+    // The window around the canvas may still change (bars and panels appear after a file opens, the window
+    // is maximised): the picture stays whole until the user zooms or scrolls.
+    m_fitMax = maxZoom;
 }
 
 void CImageView::OnBarAction(bool horizontal, int action)
@@ -381,6 +396,10 @@ void CImageView::paintEvent(QPaintEvent*)
 
 void CImageView::resizeEvent(QResizeEvent*)
 {
+    if (m_fitMax > 0 && m_pSource) {
+        FitWhole(m_fitMax);
+        return;
+    }
     Layout();
     if (m_pSource) Render(true);
     update();

@@ -48,6 +48,9 @@ public:
     void ZoomIn() { ZoomStep(true, width() / 2, height() / 2); }
     void ZoomOut() { ZoomStep(false, width() / 2, height() / 2); }
     void ZoomFit();
+    // Shows the whole picture, at most at maxZoom, and keeps it whole through size changes of the window until
+    // the zoom or the origin is set otherwise.
+    void FitWhole(double maxZoom);
 
     // One zoom stop in or out about a client point; only with a source.
     void ZoomStep(bool in, int x, int y);
@@ -104,6 +107,7 @@ private:
     uint32_t m_antsFrame = 0;
     int m_tick = 0;
     bool m_rendered = false;
+    double m_fitMax = 0; // above 0 while the picture is kept whole (FitWhole)
     double m_lastZoom = 0;
     VPoint m_lastOrigin{-1, -1};
     std::atomic<bool> m_pendingRefresh{false};

@@ -1,23 +1,16 @@
 #include "shell/main_frame.h"
 
 #include <QApplication>
-#include <QCheckBox>
 #include <QCloseEvent>
-#include <QDialog>
-#include <QDialogButtonBox>
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QFileInfo>
-#include <QFormLayout>
 #include <QGridLayout>
-#include <QGroupBox>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMimeData>
 #include <QProgressBar>
-#include <QPushButton>
-#include <QSpinBox>
 #include <QStatusBar>
 #include <QTextBrowser>
 #include <QTimer>
@@ -27,17 +20,19 @@
 #include <QVBoxLayout>
 #include <strings.h>
 
-#include "commands/project_stream.h"
 #include "document/compositor.h"
 #include "document/layer.h"
-#include "shell/ruler.h"
 #include "imaging/codec.h"
 #include "interchange/export.h"
 #include "shell/app_globals.h"
-#include "shell/command_line.h"
+#include "shell/file_filter.h"
 #include "shell/image_view.h"
 #include "shell/key_map.h"
+#include "shell/new_picture_dlg.h"
 #include "shell/panels.h"
+#include "shell/ruler.h"
+#include "shell/save_dlg.h"
+#include "shell/settings_dlg.h"
 #include "shell/skin.h"
 #include "shell/splash.h"
 
@@ -85,7 +80,8 @@ QImage ComposeForExport(CComposeDocument& doc, COLImage& out)
 
 } // namespace
 
-CMainFrame::CMainFrame(CAppGlobals& app, IUiServices* services) : m_app(app), m_pView(new CImageView(this))
+CMainFrame::CMainFrame(CAppGlobals& app, IUiServices* services)
+    : m_app(app), m_session(app, *this), m_pView(new CImageView(this))
 {
     if (services) {
         m_pServices = services;
@@ -102,57 +98,8 @@ CMainFrame::CMainFrame(CAppGlobals& app, IUiServices* services) : m_app(app), m_
     const QImage icon = LoadSkinPicture("icons/velmorando.png");
     if (!icon.isNull()) setWindowIcon(QIcon(QPixmap::fromImage(icon)));
 
-    // Work area: tool strip, canvas, side panels.
-    auto* work = new QWidget(this);
-    auto* row = new QHBoxLayout(work);
-    row->setContentsMargins(0, 0, 0, 0);
-    row->setSpacing(0);
-    m_pToolStrip = new QWidget(work);
-    m_pToolStrip->setFixedWidth(70);
-    auto* strip = new QVBoxLayout(m_pToolStrip);
-    strip->setContentsMargins(5, 5, 5, 5);
-    m_pCreateSel = new QToolButton(m_pToolStrip);
-    const QImage createSel = LoadSkinPicture("icons/createsel.png");
-    if (!createSel.isNull()) m_pCreateSel->setIcon(QIcon(QPixmap::fromImage(createSel)));
-    m_pCreateSel->setIconSize(QSize(32, 32));
-    m_pCreateSel->setFixedSize(60, 60);
-    m_pCreateSel->setToolTip(Text("createsel"));
-    // Selection mode comes with the matting methods; until then the entry stays grey.
-    m_pCreateSel->setEnabled(false);
-    strip->addWidget(m_pCreateSel);
-    strip->addStretch(1);
-    row->addWidget(m_pToolStrip);
-    // The canvas with its rulers along the top and left.
-    auto* canvasArea = new QWidget(work);
-    auto* grid = new QGridLayout(canvasArea);
-    grid->setContentsMargins(0, 0, 0, 0);
-    grid->setSpacing(0);
-    m_pRulerCorner = new QWidget(canvasArea);
-    m_pRulerCorner->setFixedSize(CRuler::kThickness, CRuler::kThickness);
-    m_pRulerCorner->setAutoFillBackground(true);
-    m_pHRuler = new CRuler(m_pView, Qt::Horizontal, canvasArea);
-    m_pVRuler = new CRuler(m_pView, Qt::Vertical, canvasArea);
-    grid->addWidget(m_pRulerCorner, 0, 0);
-    grid->addWidget(m_pHRuler, 0, 1);
-    grid->addWidget(m_pVRuler, 1, 0);
-    grid->addWidget(m_pView, 1, 1);
-    grid->setRowStretch(1, 1);
-    grid->setColumnStretch(1, 1);
-    row->addWidget(canvasArea, 1);
-    BuildSidePanels();
-    row->addWidget(m_pSide);
-    setCentralWidget(work);
-    m_pToolStrip->hide();
-
-    // Status bar: the tip text and a progress bar for long work.
-    m_pTip = new QLabel(this);
-    m_pProgress = new QProgressBar(this);
-    m_pProgress->setMaximumWidth(160);
-    m_pProgress->setRange(0, 100);
-    m_pProgress->hide();
-    statusBar()->addWidget(m_pTip, 1);
-    statusBar()->addPermanentWidget(m_pProgress);
-
+    setCentralWidget(BuildWorkArea());
+    BuildStatusBar();
     BuildTopBar();
     BuildMenus(false);
     connect(m_pView, &CImageView::ViewChanged, this, [this] {
@@ -167,6 +114,78 @@ CMainFrame::~CMainFrame()
     if (CProcessThread* worker = m_app.Worker()) worker->SetStatusProgress(nullptr);
     if (m_app.CommandContext().host == this) m_app.CommandContext().host = nullptr;
     m_pView->SetSource(nullptr);
+}
+
+QWidget* CMainFrame::BuildWorkArea()
+{
+    auto* work = new QWidget(this);
+    auto* row = new QHBoxLayout(work);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(0);
+    BuildToolStrip(work);
+    row->addWidget(m_pToolStrip);
+    row->addWidget(BuildCanvasArea(work), 1);
+    BuildSidePanels();
+    row->addWidget(m_pSide);
+    return work;
+}
+
+void CMainFrame::BuildToolStrip(QWidget* parent)
+{
+    // The left bar, shown with a document: the tools of the current mode stack up in m_pToolLayout, the mode
+    // button ("createsel" in compose mode) stands below them.
+    m_pToolStrip = new QWidget(parent);
+    m_pToolStrip->setFixedWidth(70);
+    auto* strip = new QVBoxLayout(m_pToolStrip);
+    strip->setContentsMargins(5, 5, 5, 5);
+    m_pToolLayout = new QVBoxLayout;
+    m_pToolLayout->setContentsMargins(0, 0, 0, 0);
+    strip->addLayout(m_pToolLayout);
+    m_pCreateSel = new QToolButton(m_pToolStrip);
+    const QImage createSel = LoadSkinPicture("icons/createsel.png");
+    if (!createSel.isNull()) m_pCreateSel->setIcon(QIcon(QPixmap::fromImage(createSel)));
+    m_pCreateSel->setIconSize(QSize(32, 32));
+    m_pCreateSel->setFixedSize(60, 60);
+    m_pCreateSel->setToolTip(Text("createsel"));
+    // Selection mode comes with the matting methods; until then the entry stays grey.
+    m_pCreateSel->setEnabled(false);
+    strip->addWidget(m_pCreateSel);
+    strip->addStretch(1);
+    m_pToolStrip->hide();
+}
+
+QWidget* CMainFrame::BuildCanvasArea(QWidget* parent)
+{
+    // The canvas with its rulers along the top and left.
+    auto* canvasArea = new QWidget(parent);
+    auto* grid = new QGridLayout(canvasArea);
+    grid->setContentsMargins(0, 0, 0, 0);
+    grid->setSpacing(0);
+    m_pRulerCorner = new QWidget(canvasArea);
+    m_pRulerCorner->setFixedSize(CRuler::kThickness, CRuler::kThickness);
+    m_pRulerCorner->setAutoFillBackground(true);
+    m_pHRuler = new CRuler(m_pView, Qt::Horizontal, canvasArea);
+    m_pVRuler = new CRuler(m_pView, Qt::Vertical, canvasArea);
+    m_pView->setParent(canvasArea);
+    grid->addWidget(m_pRulerCorner, 0, 0);
+    grid->addWidget(m_pHRuler, 0, 1);
+    grid->addWidget(m_pVRuler, 1, 0);
+    grid->addWidget(m_pView, 1, 1);
+    grid->setRowStretch(1, 1);
+    grid->setColumnStretch(1, 1);
+    return canvasArea;
+}
+
+void CMainFrame::BuildStatusBar()
+{
+    // The tip text and a progress bar for long work.
+    m_pTip = new QLabel(this);
+    m_pProgress = new QProgressBar(this);
+    m_pProgress->setMaximumWidth(160);
+    m_pProgress->setRange(0, 100);
+    m_pProgress->hide();
+    statusBar()->addWidget(m_pTip, 1);
+    statusBar()->addPermanentWidget(m_pProgress);
 }
 
 void CMainFrame::BuildTopBar()
@@ -204,9 +223,13 @@ void CMainFrame::BuildSidePanels()
     col->addWidget(new CPanelTitle(Text("tabwizard"), m_pSide));
     col->addWidget(m_pHelp, 1);
     m_pHelp->setPlainText(Text("nohelp"));
-    connect(m_pLayers, &CLayersPanel::Command, this, [this](const QString& text) { RunCommand(text.toStdString()); });
-    connect(m_pLayers, &CLayersPanel::OpenLayerRequested, this, [this] { OnOpenLayer(); });
-    connect(m_pHistory, &CHistoryPanel::Command, this, [this](const QString& text) { RunCommand(text.toStdString()); });
+    connect(m_pLayers, &CLayersPanel::Command, this,
+            [this](const QByteArray& text) { RunCommand(text.toStdString()); });
+    connect(m_pLayers, &CLayersPanel::MessageRequested, this, [this](const char* key) { ShowMessage(key); });
+    connect(m_pLayers, &CLayersPanel::OpenLayerRequested, this, [this] { OnCommand(cmd::kOpenLayer); });
+    connect(m_pLayers, &CLayersPanel::NewLayerRequested, this, [this] { OnCommand(cmd::kNewLayer); });
+    connect(m_pHistory, &CHistoryPanel::Command, this,
+            [this](const QByteArray& text) { RunCommand(text.toStdString()); });
 }
 
 void CMainFrame::BuildMenus(bool compose)
@@ -284,11 +307,6 @@ void CMainFrame::UpdateTitle()
         setWindowTitle(Text("Tittle") + QStringLiteral(" - ") + QFileInfo(QString::fromStdString(path)).fileName());
     else
         setWindowTitle(Text("Tittle"));
-}
-
-const std::string& CMainFrame::DocumentPath() const
-{
-    return m_app.CommandContext().documentPath;
 }
 
 void CMainFrame::UpdatePanels()
@@ -374,8 +392,10 @@ bool CMainFrame::AskOpenPath(bool documentFilter, std::string& path)
         m_presetOpenPath.clear();
         return true;
     }
-    const QString chosen =
-        m_pServices->GetOpenFileName(GetString(documentFilter ? "openfiletype" : "openflatfiletype"));
+    // The table's filter as it stands, with an entry for every picture the program reads before it.
+    const std::string filter = OpenDialogFilter(GetString(documentFilter ? "openfiletype" : "openflatfiletype"),
+                                                GetString("allpictures"), GetString("allfiles"), documentFilter);
+    const QString chosen = m_pServices->GetOpenFileName(filter);
     if (chosen.isEmpty()) return false;
     path = chosen.toStdString();
     return true;
@@ -480,6 +500,9 @@ void CMainFrame::OnCommand(int id)
     case cmd::kOpenLayer:
         OnOpenLayer();
         break;
+    case cmd::kNewLayer:
+        OnNewLayer();
+        break;
     case cmd::kExportLayer:
         OnExportLayer();
         break;
@@ -490,7 +513,7 @@ void CMainFrame::OnCommand(int id)
         m_pTopBar->setVisible(!m_pTopBar->isVisible());
         break;
     case cmd::kSettings:
-        OnSettings();
+        RunSettingsDialog(this, m_app);
         break;
     case cmd::kHelpFile:
         m_pServices->OpenAddress(QStringLiteral("help/index.htm"));
@@ -518,91 +541,63 @@ void CMainFrame::OnCommand(int id)
     UpdateMenuState();
 }
 
+// ---- ISessionPrompts ---------------------------------------------------------------------------------------------
+
+EDiscardChoice CMainFrame::AskDiscard()
+{
+    switch (m_pServices->MessageBox(Text("savewar"), EMsgButtons::kSaveDiscardCancel, EMsgIcon::kQuestion, QString())) {
+    case EMsgResult::kSave:
+        return EDiscardChoice::kSave;
+    case EMsgResult::kDiscard:
+        return EDiscardChoice::kDiscard;
+    default:
+        return EDiscardChoice::kCancel;
+    }
+}
+
+bool CMainFrame::AskProjectPath(std::string& path)
+{
+    const QString chosen = m_pServices->GetSaveFileName(GetString("vmdoc"));
+    if (chosen.isEmpty()) return false;
+    path = chosen.toStdString();
+    return true;
+}
+
+// ---- The document's file life --------------------------------------------------------------------------------
+
 int CMainFrame::CheckDiscard()
 {
-    if (m_app.Document().GetLayerCount() < 1 || !IsModified()) return 1;
-    return m_pServices->MessageBox(Text("savewar"), EMsgButtons::kYesNo, EMsgIcon::kQuestion, QString()) ==
-                   EMsgResult::kNo
-               ? 0
-               : 1;
+    const bool ok = m_session.CheckDiscard();
+    UpdateTitle(); // a save from the question names the document
+    return ok ? 1 : 0;
 }
 
-bool CMainFrame::IsModified()
+void CMainFrame::ShowEmpty()
 {
-    const CComposeHistory* h = m_app.ComposeHistory();
-    if (!h) return m_app.Document().GetModificationCount() != m_markOffset;
-    const int step = h->GetCurrentStep();
-    const CHistoryRecord* r = step > 0 ? h->GetRecord(step - 1) : nullptr;
-    // A step made after an undo lands at a new place in the log, so the same step number with another
-    // offset is another state.
-    return step != m_markStep || (r ? r->offset : 0) != m_markOffset;
-}
-
-void CMainFrame::MarkUnmodified()
-{
-    const CComposeHistory* h = m_app.ComposeHistory();
-    if (!h) {
-        m_markStep = 0;
-        m_markOffset = m_app.Document().GetModificationCount();
-        return;
-    }
-    m_markStep = h->GetCurrentStep();
-    const CHistoryRecord* r = m_markStep > 0 ? h->GetRecord(m_markStep - 1) : nullptr;
-    m_markOffset = r ? r->offset : 0;
+    CancelTool();
+    m_pView->SetSource(nullptr);
+    BuildMenus(false);
+    SetTip(QString());
+    UpdatePanels();
 }
 
 bool CMainFrame::OpenDocumentAt(const std::string& path)
 {
-    CComposeDocument& doc = m_app.Document();
-    CCommandContext& context = m_app.CommandContext();
-    const uint32_t type = COLImageCodec::GetFileType(path.c_str());
     m_messageShown = false;
-    // Opening a picture clears the document first; a picture that turns out unreadable must not cost the open
-    // one. (The project reader checks the whole file before it replaces anything.)
-    if (type != kFileProject && doc.GetLayerCount() > 0) {
-        COLImage probe;
-        if (!COLImageCodec().LoadFile(path.c_str(), &probe)) {
-            ShowMessage("can't open");
-            return false;
-        }
-    }
-    const bool ok = OpenDocumentFile(context, path.c_str()) == kCommandDone;
-    if (ok) context.documentPath = path;
-    if (!ok) {
-        if (doc.GetLayerCount() == 0) {
-            m_pView->SetSource(nullptr);
-            BuildMenus(false);
-        }
-        UpdatePanels();
+    if (!m_session.Open(path)) {
+        if (m_session.HasDocument())
+            UpdatePanels();
+        else
+            ShowEmpty();
         return false;
     }
-    MarkUnmodified();
     AfterOpen();
     return true;
 }
 
 bool CMainFrame::LoadHostImage(const std::string& path)
 {
-    CComposeDocument& doc = m_app.Document();
-    COLImage picture;
-    uint32_t bytesPerPixel = 3;
-    const bool read = ReadHostImage(path, picture, m_app.m_foreColor.Word(), bytesPerPixel);
-    std::remove(path.c_str()); // the host's exchange file goes whatever happened
-    if (!read) return false;
-    {
-        CStackLock lock(doc);
-        doc.Clear();
-        if (!doc.NewDocument(int(picture.GetWidth()), int(picture.GetHeight()), m_app.m_foreColor.Word())) return false;
-        doc.GetLayer(0)->m_image = std::move(picture);
-        doc.SyncSizeToBase();
-    }
-    m_app.CommandContext().documentPath.clear();
-    if (CComposeHistory* h = m_app.ComposeHistory()) {
-        h->Reset();
-        h->AddStep(&doc, kStepWholeDocument, 0, "His_open");
-    }
-    doc.Refresh();
-    MarkUnmodified();
+    if (!m_session.OpenHostImage(path)) return false;
     AfterOpen();
     return true;
 }
@@ -611,9 +606,9 @@ void CMainFrame::AfterOpen()
 {
     CComposeDocument& doc = m_app.Document();
     if (m_pView->GetSource() != &doc) m_pView->SetSource(&doc);
-    // A new picture is shown whole; a small one at its own size.
-    m_pView->SetOrigin(nullptr, 0, 0, false);
-    m_pView->SetZoom(m_pView->FitZoom(1.0), true);
+    // A new picture is shown whole, a small one at its own size; it stays whole while the window settles
+    // around it (the tool bar and the rulers appear below).
+    m_pView->FitWhole(1.0);
     m_pView->Refresh();
     CancelTool();
     BuildMenus(true);
@@ -632,90 +627,45 @@ void CMainFrame::OnOpen()
     OpenDocumentAt(path);
 }
 
-void CMainFrame::OnOpenLayer()
-{
-    CComposeDocument& doc = m_app.Document();
-    if (doc.GetLayerCount() < 1) return;
-    std::string path;
-    if (!AskOpenPath(false, path)) return; // cancelled: nothing to say
-    m_presetOpenPath = path;
-    RunCommand(CommandTextFor(cmd::kOpenLayer, doc.GetCurrentIndex()));
-    m_presetOpenPath.clear();
-}
-
 void CMainFrame::OnClose()
 {
     if (!CheckDiscard()) return;
-    CComposeDocument& doc = m_app.Document();
-    {
-        CStackLock lock(doc);
-        doc.Clear();
-    }
-    doc.Refresh();
-    if (CComposeHistory* h = m_app.ComposeHistory()) h->Reset();
-    if (CSelectionHistory* h = m_app.SelectionHistory()) h->Reset();
-    m_app.CommandContext().documentPath.clear();
-    CancelTool();
-    m_pView->SetSource(nullptr);
-    BuildMenus(false);
-    MarkUnmodified();
-    SetTip(QString());
-    UpdatePanels();
+    m_session.Close();
+    ShowEmpty();
 }
 
 void CMainFrame::OnNewPicture()
 {
     if (!CheckDiscard()) return;
-    QDialog dialog(this);
-    dialog.setWindowTitle(Text("newpicture"));
-    auto* form = new QFormLayout(&dialog);
-    auto* w = new QSpinBox(&dialog);
-    auto* h = new QSpinBox(&dialog);
-    for (QSpinBox* s : {w, h})
-        s->setRange(1, int(kMaxImageSide));
-    w->setValue(800);
-    h->setValue(600);
-    form->addRow(Text("picwidth"), w);
-    form->addRow(Text("picheight"), h);
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
-    connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
-    connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
-    form->addRow(buttons);
-    if (dialog.exec() != QDialog::Accepted) return;
-    CComposeDocument& doc = m_app.Document();
-    bool ok;
-    {
-        CStackLock lock(doc);
-        doc.Clear();
-        ok = doc.NewDocument(w->value(), h->value(), 0xFFFFFFFFu) == 1;
-    }
-    if (!ok) {
-        ShowMessage("except");
-        m_pView->SetSource(nullptr);
-        BuildMenus(false);
-        UpdatePanels();
-        return;
-    }
-    m_app.CommandContext().documentPath.clear();
-    if (CComposeHistory* hist = m_app.ComposeHistory()) {
-        hist->Reset();
-        hist->AddStep(&doc, kStepWholeDocument, 0, "His_open");
-    }
-    doc.Refresh();
-    MarkUnmodified();
-    AfterOpen();
+    int width = 0, height = 0;
+    if (!AskNewPictureSize(this, width, height)) return;
+    if (m_session.NewPicture(width, height))
+        AfterOpen();
+    else
+        ShowEmpty();
 }
 
-bool CMainFrame::SaveProjectTo(const std::string& path, bool withHistory)
+void CMainFrame::OnSave()
 {
-    if (SaveProject(m_app.Document(), m_app.ComposeHistory(), path.c_str(), withHistory ? 1 : 0) != 1) {
-        ShowMessage("saveerr");
-        return false;
+    CComposeDocument& doc = m_app.Document();
+    if (doc.GetLayerCount() < 1 || IsSelectionMode()) return;
+    CSaveDlg dialog(this, *m_pServices, doc.GetCurrentIndex() > 0);
+    dialog.exec();
+    switch (dialog.What()) {
+    case CSaveDlg::EWhat::kNothing:
+        break;
+    case CSaveDlg::EWhat::kProject:
+        m_session.SaveProject(dialog.Path(), dialog.WithHistory());
+        break;
+    case CSaveDlg::EWhat::kComposite:
+        ExportComposite(dialog.Path(), dialog.Extension());
+        break;
+    case CSaveDlg::EWhat::kLayer:
+        if (const CLayer* layer = doc.GetCurrentLayer(); layer && !layer->m_image.IsNull())
+            ExportPictureTo(dialog.Path(), layer->m_image, dialog.Extension());
+        break;
     }
-    m_app.CommandContext().documentPath = path;
-    MarkUnmodified();
     UpdateTitle();
-    return true;
 }
 
 bool CMainFrame::ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension)
@@ -742,73 +692,6 @@ bool CMainFrame::ExportComposite(const std::string& path, const char* extension)
     return ExportPictureTo(path, composite, extension);
 }
 
-void CMainFrame::OnSave()
-{
-    CComposeDocument& doc = m_app.Document();
-    if (doc.GetLayerCount() < 1 || IsSelectionMode()) return;
-    QDialog dialog(this);
-    dialog.setWindowTitle(Text("save"));
-    auto* col = new QVBoxLayout(&dialog);
-
-    auto* project = new QGroupBox(Text("saveproject"), &dialog);
-    auto* projectRow = new QHBoxLayout(project);
-    auto* projectButton = new QPushButton(Text("saveprojectbtn"), project);
-    auto* withHistory = new QCheckBox(Text("withhistory"), project);
-    projectRow->addWidget(projectButton);
-    projectRow->addWidget(withHistory);
-    projectRow->addStretch(1);
-    col->addWidget(project);
-
-    auto* flat = new QGroupBox(Text("savecomposite"), &dialog);
-    auto* flatRow = new QHBoxLayout(flat);
-    struct Export {
-        const char* label;
-        const char* filter;
-        const char* extension;
-    };
-    const Export exports[] = {{"JPEG...", "Jpeg File(*.jpg)|*.jpg||", "jpg"},
-                              {"Bitmap...", "Bitmap File(*.bmp)|*.bmp||", "bmp"},
-                              {"TIFF...", "Tiff File(*.tif)|*.tif||", "tif"},
-                              {"TGA...", "TGA File(*.tga)|*.tga||", "tga"}};
-    for (const Export& e : exports) {
-        auto* b = new QPushButton(QString::fromLatin1(e.label), flat);
-        flatRow->addWidget(b);
-        connect(b, &QPushButton::clicked, &dialog, [this, &dialog, e] {
-            const QString path = m_pServices->GetSaveFileName(e.filter);
-            if (path.isEmpty()) return;
-            ExportComposite(path.toStdString(), e.extension);
-            dialog.accept();
-        });
-    }
-    col->addWidget(flat);
-
-    auto* layer = new QGroupBox(Text("savelayer"), &dialog);
-    auto* layerRow = new QHBoxLayout(layer);
-    auto* png = new QPushButton(QStringLiteral("PNG..."), layer);
-    layerRow->addWidget(png);
-    layerRow->addStretch(1);
-    // The layer export is meant for the layers above the background.
-    layer->setEnabled(doc.GetCurrentIndex() > 0);
-    col->addWidget(layer);
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Cancel, &dialog);
-    connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
-    col->addWidget(buttons);
-
-    connect(projectButton, &QPushButton::clicked, &dialog, [this, &dialog, withHistory] {
-        const QString path = m_pServices->GetSaveFileName(GetString("vmdoc"));
-        if (path.isEmpty()) return;
-        if (SaveProjectTo(path.toStdString(), withHistory->isChecked()))
-            dialog.accept();
-        else
-            dialog.reject();
-    });
-    connect(png, &QPushButton::clicked, &dialog, [this, &dialog] {
-        OnExportLayer();
-        dialog.accept();
-    });
-    dialog.exec();
-}
-
 void CMainFrame::OnExportLayer()
 {
     const CLayer* layer = m_app.Document().GetCurrentLayer();
@@ -818,36 +701,32 @@ void CMainFrame::OnExportLayer()
     ExportPictureTo(path.toStdString(), layer->m_image, "png");
 }
 
-void CMainFrame::OnSettings()
+// ---- Layers -------------------------------------------------------------------------------------------------
+
+void CMainFrame::OnNewLayer()
 {
-    struct Option {
-        const char* key;       // profile key
-        const char* textKey;   // string key of the check box
-    };
-    const Option options[] = {
-        {"AfterOpenWizard", "setafteropen"},
-        {"PureBk", "setpurebk"},
-        {"DbSel", "setdbsel"},
-        {"Check Result", "setcheckresult"},
-    };
-    QDialog dialog(this);
-    dialog.setWindowTitle(Text("settings"));
-    auto* col = new QVBoxLayout(&dialog);
-    std::vector<QCheckBox*> boxes;
-    for (const Option& o : options) {
-        auto* box = new QCheckBox(Text(o.textKey), &dialog);
-        box->setChecked(m_app.GetProfileInt(o.key) != 0);
-        col->addWidget(box);
-        boxes.push_back(box);
-    }
-    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
-    connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
-    connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
-    col->addWidget(buttons);
-    if (dialog.exec() != QDialog::Accepted) return;
-    for (size_t i = 0; i < boxes.size(); ++i)
-        m_app.SetProfileInt(options[i].key, boxes[i]->isChecked() ? 1 : 0);
+    CComposeDocument& doc = m_app.Document();
+    // The new layer goes above the current one, or above the base when none is current, and becomes current so
+    // that what comes next (a picture, a paint stroke) lands on it.
+    const int current = doc.GetCurrentIndex();
+    const int at = current >= 0 && current < doc.GetLayerCount() ? current : 0;
+    if (RunCommand(CommandTextFor(cmd::kNewLayer, at)) != kCommandDone) return;
+    if (at + 1 < doc.GetLayerCount()) doc.SetCurrentIndex(at + 1);
+    UpdatePanels();
 }
+
+void CMainFrame::OnOpenLayer()
+{
+    CComposeDocument& doc = m_app.Document();
+    if (doc.GetLayerCount() < 1) return;
+    std::string path;
+    if (!AskOpenPath(false, path)) return; // cancelled: nothing to say
+    m_presetOpenPath = path;
+    RunCommand(CommandTextFor(cmd::kOpenLayer, doc.GetCurrentIndex()));
+    m_presetOpenPath.clear();
+}
+
+// ---- Other menu items ---------------------------------------------------------------------------------------
 
 void CMainFrame::OnAbout()
 {

@@ -7,6 +7,7 @@
 
 #include "commands/command.h"
 #include "matting/process_thread.h"
+#include "shell/document_session.h"
 #include "shell/menu_table.h"
 #include "shell/ui_services.h"
 
@@ -21,12 +22,17 @@ class QProgressBar;
 class QTextBrowser;
 class QToolBar;
 class QToolButton;
+class QVBoxLayout;
 class QWidget;
 
-// The one top-level window: menus, the top bar, the tool strip, the canvas and the side panels, the status bar.
-// It turns menu items and keys into command texts, serves what commands ask of the application (dialogs,
-// messages, zoom), and opens files from the menu, the command line and drops.
-class CMainFrame : public QMainWindow, public ICommandHost, public IStatusProgress {
+// The one top-level window. It lays out the top bar, the left tool bar, the canvas with its rulers and the side
+// panels; turns menu items, buttons and keys into command texts; and shows what the document session did. The
+// document's file life (open, new, close, save, the discard question) is CDocumentSession's; the dialogs live in
+// their own files.
+//
+// Layout, left to right: the tool bar of the current mode (m_pToolStrip: its tools stand above the mode button),
+// the canvas area, the side panels. Modes show themselves through UpdateBars.
+class CMainFrame : public QMainWindow, public ICommandHost, public IStatusProgress, public ISessionPrompts {
     Q_OBJECT
 public:
     // services may be null: the real dialogs are used.
@@ -39,7 +45,7 @@ public:
     bool AskOpenPath(bool documentFilter, std::string& path) override;
     bool RunFillDialog() override { return false; }
     bool RunInpaintDialog() override { return false; }
-    void ShowMessage(const char* key) override;
+    void ShowMessage(const char* key) override; // also ISessionPrompts
     bool Zoom(int direction) override;
     void CancelTool() override;
     bool IsSelectionMode() override;
@@ -47,13 +53,17 @@ public:
     void RefreshSelectionDocument() override {}
     void UpdatePanels() override;
 
+    // ISessionPrompts
+    EDiscardChoice AskDiscard() override;
+    bool AskProjectPath(std::string& path) override;
+
     // What the rest of the program calls.
     void AfterOpen();
     void UpdateBars();
-    // 1 when the document may be replaced: nothing to lose, or the user agreed to lose it.
+    // 1 when the document may be replaced: nothing to lose, saved, or the user chose to discard it.
     int CheckDiscard();
     // Opens a picture or a project as the document (no discard question here). False after the "can't open"
-    // message; the old document is then gone only when a picture file failed half way.
+    // message; an unreadable picture leaves the open document.
     bool OpenDocumentAt(const std::string& path);
     // The host plug-in's exchange file as the document ("-i" on the command line).
     bool LoadHostImage(const std::string& path);
@@ -68,8 +78,9 @@ public:
 
     FrameState CurrentState();
     bool IsCommandAvailable(int id); // enabled now, and built
-    bool IsModified();
-    void MarkUnmodified();
+    bool IsModified() const { return m_session.IsModified(); }
+    void MarkUnmodified() { m_session.MarkUnmodified(); }
+    CDocumentSession& Session() { return m_session; }
 
     CImageView* View() const { return m_pView; }
     CRuler* HorizontalRuler() const { return m_pHRuler; }
@@ -81,7 +92,7 @@ public:
     QString HelpText() const;
     bool IsShowingComposeMenus() const { return m_composeMenus; }
     IUiServices& Services() { return *m_pServices; }
-    const std::string& DocumentPath() const;
+    const std::string& DocumentPath() const { return m_session.Path(); }
 
     // Tests replace the executor to see the command texts; by default the command strings run on the document.
     void SetExecutor(std::function<int(const std::string&)> execute) { m_execute = std::move(execute); }
@@ -104,29 +115,38 @@ protected:
     void dropEvent(QDropEvent* event) override;
 
 private:
-    void BuildMenus(bool compose);
-    void BuildTopBar();
+    // Layout.
+    QWidget* BuildWorkArea();
+    void BuildToolStrip(QWidget* parent);
+    QWidget* BuildCanvasArea(QWidget* parent);
     void BuildSidePanels();
+    void BuildStatusBar();
+    void BuildTopBar();
+    void BuildMenus(bool compose);
     void UpdateMenuState();
     void UpdateTitle();
+    // The window without a document: empty canvas, short menus.
+    void ShowEmpty();
+
+    // Commands the frame serves itself.
     void OnOpen();
     void OnSave();
     void OnClose();
     void OnNewPicture();
+    void OnNewLayer();
     void OnExportLayer();
-    void OnSettings();
     void OnAbout();
     void OnCompanion();
     void OnOpenLayer();
-    bool SaveProjectTo(const std::string& path, bool withHistory);
-    // The composite or a layer's picture in the format of the name's extension; a name without a known one gets
-    // the button's extension. False after the message.
+    // The composite or a picture in the format of the name's extension; a name without a known one gets the
+    // button's extension. False after the message.
     bool ExportComposite(const std::string& path, const char* extension);
     bool ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension);
 
     CAppGlobals& m_app;
     std::unique_ptr<IUiServices> m_ownServices;
     IUiServices* m_pServices;
+    CDocumentSession m_session;
     std::function<int(const std::string&)> m_execute;
     CImageView* m_pView;
     CLayersPanel* m_pLayers = nullptr;
@@ -134,6 +154,7 @@ private:
     QTextBrowser* m_pHelp = nullptr;
     QWidget* m_pSide = nullptr;
     QWidget* m_pToolStrip = nullptr;
+    QVBoxLayout* m_pToolLayout = nullptr;
     CRuler* m_pHRuler = nullptr;
     CRuler* m_pVRuler = nullptr;
     QWidget* m_pRulerCorner = nullptr;
@@ -147,7 +168,4 @@ private:
     bool m_hostMode = false;
     bool m_messageShown = false;
     std::string m_presetOpenPath;
-    // The history state at the last open or save: the current step and where its record's payload lies.
-    int m_markStep = 0;
-    uint32_t m_markOffset = 0;
 };

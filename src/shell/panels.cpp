@@ -1,8 +1,13 @@
 #include "shell/panels.h"
 
+#include <QComboBox>
+#include <QFormLayout>
 #include <QHBoxLayout>
 #include <QListWidget>
 #include <QPainter>
+#include <QSlider>
+#include <QSpinBox>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <cstring>
@@ -57,6 +62,14 @@ QIcon LayerThumbnail(const CLayer& layer, bool base, int docWidth, int docHeight
     return QIcon(QPixmap::fromImage(canvas));
 }
 
+// Item data: the name the layer has (to tell a rename from a click on the eye).
+constexpr int kNameRole = Qt::UserRole;
+
+QByteArray Latin(const QString& text)
+{
+    return text.toLatin1();
+}
+
 QToolButton* MakeButton(QWidget* parent, const QString& text, const char* tipKey)
 {
     auto* b = new QToolButton(parent);
@@ -99,14 +112,40 @@ void CPanelTitle::paintEvent(QPaintEvent*)
     p.drawText(rect().adjusted(6, 0, -4, 0), Qt::AlignVCenter | Qt::AlignLeft, m_text);
 }
 
-CLayersPanel::CLayersPanel(QWidget* parent) : QWidget(parent), m_pList(new QListWidget(this))
+const int CLayersPanel::kBlendModes[6] = {kBlendNormal,   kBlendDarken, kBlendLighten,
+                                          kBlendMultiply, kBlendScreen, kBlendDifference};
+
+CLayersPanel::CLayersPanel(QWidget* parent)
+    : QWidget(parent), m_pList(new QListWidget(this)), m_pBlend(new QComboBox(this)),
+      m_pOpacitySlider(new QSlider(Qt::Horizontal, this)), m_pOpacity(new QSpinBox(this))
 {
     m_pList->setIconSize(QSize(44, 34));
     m_pList->setSelectionMode(QAbstractItemView::SingleSelection);
+    // Renaming starts with a double-click only: a single click chooses the layer.
+    m_pList->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    m_pList->setDragDropMode(QAbstractItemView::InternalMove);
+    m_pList->setDefaultDropAction(Qt::MoveAction);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(2);
     layout->addWidget(m_pList, 1);
+
+    // The current layer's blend mode and opacity; the base has neither.
+    auto* properties = new QFormLayout;
+    properties->setContentsMargins(4, 0, 4, 0);
+    for (int mode : kBlendModes)
+        m_pBlend->addItem(Text(BlendModeKey(mode)), mode);
+    properties->addRow(Text("blendmode"), m_pBlend);
+    m_pOpacitySlider->setRange(0, 255);
+    m_pOpacity->setRange(0, 255);
+    // One step per finished change, not one per key or pixel of a drag.
+    m_pOpacity->setKeyboardTracking(false);
+    auto* opacityRow = new QHBoxLayout;
+    opacityRow->addWidget(m_pOpacitySlider, 1);
+    opacityRow->addWidget(m_pOpacity);
+    properties->addRow(Text("opacity"), opacityRow);
+    layout->addLayout(properties);
+
     auto* buttons = new QHBoxLayout;
     buttons->setContentsMargins(4, 0, 4, 2);
     m_pNew = MakeButton(this, QStringLiteral("+"), "TL_new");
@@ -120,16 +159,32 @@ CLayersPanel::CLayersPanel(QWidget* parent) : QWidget(parent), m_pList(new QList
 
     connect(m_pList, &QListWidget::currentRowChanged, this, &CLayersPanel::OnCurrentRowChanged);
     connect(m_pList, &QListWidget::itemChanged, this, &CLayersPanel::OnItemChanged);
-    connect(m_pNew, &QToolButton::clicked, this, [this] {
-        // The new layer goes above the current one, or on top when none is current.
-        const int at = (m_currentIndex >= 0 && m_currentIndex < m_layerCount) ? m_currentIndex : 0;
-        Q_EMIT Command(QStringLiteral("Doc_NewLayer('%1')").arg(at));
+    connect(m_pList, &QListWidget::itemDoubleClicked, this, [this](QListWidgetItem* item) {
+        if (!m_rebuilding && item) m_pList->editItem(item);
     });
+    connect(m_pList->model(), &QAbstractItemModel::rowsMoved, this,
+            [this](const QModelIndex&, int start, int, const QModelIndex&, int row) {
+                // row is where the item was put before, counted before the move.
+                OnRowsMoved(start, row > start ? row - 1 : row);
+            });
+    connect(m_pBlend, &QComboBox::activated, this, [this](int i) { SendProperty(4, m_pBlend->itemData(i).toInt()); });
+    connect(m_pOpacitySlider, &QSlider::valueChanged, this, [this](int v) {
+        const QSignalBlocker block(m_pOpacity);
+        m_pOpacity->setValue(v);
+        if (!m_pOpacitySlider->isSliderDown()) SendProperty(3, v); // a click on the groove or a key
+    });
+    connect(m_pOpacitySlider, &QSlider::sliderReleased, this, [this] { SendProperty(3, m_pOpacitySlider->value()); });
+    connect(m_pOpacity, &QSpinBox::valueChanged, this, [this](int v) {
+        const QSignalBlocker block(m_pOpacitySlider);
+        m_pOpacitySlider->setValue(v);
+        SendProperty(3, v);
+    });
+    connect(m_pNew, &QToolButton::clicked, this, [this] { Q_EMIT NewLayerRequested(); });
     connect(m_pOpen, &QToolButton::clicked, this, [this] { Q_EMIT OpenLayerRequested(); });
     connect(m_pMerge, &QToolButton::clicked, this,
-            [this] { Q_EMIT Command(QStringLiteral("Doc_MergeDownLayer('%1')").arg(m_currentIndex)); });
+            [this] { Q_EMIT Command(Latin(QStringLiteral("Doc_MergeDownLayer('%1')").arg(m_currentIndex))); });
     connect(m_pDelete, &QToolButton::clicked, this,
-            [this] { Q_EMIT Command(QStringLiteral("Doc_DeleteLayer('%1')").arg(m_currentIndex)); });
+            [this] { Q_EMIT Command(Latin(QStringLiteral("Doc_DeleteLayer('%1')").arg(m_currentIndex))); });
 }
 
 int CLayersPanel::RowOfLayer(int index) const
@@ -144,6 +199,7 @@ int CLayersPanel::LayerOfRow(int row) const
 void CLayersPanel::Rebuild(const CComposeDocument& document)
 {
     m_rebuilding = true;
+    m_pDocument = &document;
     m_layerCount = document.GetLayerCount();
     m_currentIndex = document.GetCurrentIndex();
     m_pList->clear();
@@ -151,9 +207,14 @@ void CLayersPanel::Rebuild(const CComposeDocument& document)
         const int index = LayerOfRow(row);
         const CLayer* layer = document.GetLayer(index);
         if (!layer) continue;
-        auto* item = new QListWidgetItem(LayerThumbnail(*layer, index == 0, document.GetWidth(), document.GetHeight()),
-                                         FromGbk(layer->m_name));
-        item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable);
+        const QString name = FromGbk(layer->m_name);
+        auto* item =
+            new QListWidgetItem(LayerThumbnail(*layer, index == 0, document.GetWidth(), document.GetHeight()), name);
+        Qt::ItemFlags flags = Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsUserCheckable | Qt::ItemIsEditable;
+        // The base does not move. No row takes a drop onto itself: a drop lands between rows.
+        if (index > 0) flags |= Qt::ItemIsDragEnabled;
+        item->setFlags(flags);
+        item->setData(kNameRole, name);
         item->setCheckState(layer->m_visible ? Qt::Checked : Qt::Unchecked);
         QString tip = QStringLiteral("%1 x %2").arg(layer->m_image.GetWidth()).arg(layer->m_image.GetHeight());
         if (layer->m_opacity != 255) tip += QStringLiteral(", %1%").arg(layer->m_opacity * 100 / 255);
@@ -166,23 +227,89 @@ void CLayersPanel::Rebuild(const CComposeDocument& document)
     m_pOpen->setEnabled(m_layerCount > 0);
     m_pMerge->setEnabled(m_layerCount >= 2 && m_currentIndex > 0);
     m_pDelete->setEnabled(m_layerCount > 1 && m_currentIndex > 0);
+    ShowCurrentProperties();
     m_rebuilding = false;
+}
+
+void CLayersPanel::ShowCurrentProperties()
+{
+    const CLayer* layer = m_pDocument ? m_pDocument->GetLayer(m_currentIndex) : nullptr;
+    const bool upper = layer && m_currentIndex > 0;
+    for (QWidget* w :
+         {static_cast<QWidget*>(m_pBlend), static_cast<QWidget*>(m_pOpacitySlider), static_cast<QWidget*>(m_pOpacity)})
+        w->setEnabled(upper);
+    const QSignalBlocker b1(m_pBlend), b2(m_pOpacitySlider), b3(m_pOpacity);
+    // A mode the menu does not carry shows as normal, its name too.
+    const int found = layer ? m_pBlend->findData(int(layer->m_blendMode)) : 0;
+    m_pBlend->setCurrentIndex(found < 0 ? 0 : found);
+    m_pOpacitySlider->setValue(layer ? layer->m_opacity : 255);
+    m_pOpacity->setValue(layer ? layer->m_opacity : 255);
+}
+
+void CLayersPanel::SendProperty(int property, int value)
+{
+    if (m_rebuilding || !m_pDocument) return;
+    const CLayer* layer = m_pDocument->GetLayer(m_currentIndex);
+    if (!layer || m_currentIndex < 1) return;
+    // Nothing changed, nothing recorded.
+    if ((property == 3 && layer->m_opacity == value) || (property == 4 && layer->m_blendMode == value)) return;
+    Q_EMIT Command(
+        Latin(QStringLiteral("Doc_LayerPropertyChange('%1','%2','%3')").arg(m_currentIndex).arg(property).arg(value)));
 }
 
 void CLayersPanel::OnCurrentRowChanged(int row)
 {
     if (m_rebuilding || row < 0) return;
     const int index = LayerOfRow(row);
-    if (index != m_currentIndex) Q_EMIT Command(QStringLiteral("Doc_SetCurLayer('%1')").arg(index));
+    if (index != m_currentIndex) Q_EMIT Command(Latin(QStringLiteral("Doc_SetCurLayer('%1')").arg(index)));
 }
 
 void CLayersPanel::OnItemChanged(QListWidgetItem* item)
 {
     if (m_rebuilding) return;
     const int index = LayerOfRow(m_pList->row(item));
-    Q_EMIT Command(QStringLiteral("Doc_LayerPropertyChange('%1','1','%2')")
-                       .arg(index)
-                       .arg(item->checkState() == Qt::Checked ? 1 : 0));
+    if (item->text() != item->data(kNameRole).toString()) {
+        Rename(index, item->text());
+        return;
+    }
+    Q_EMIT Command(Latin(QStringLiteral("Doc_LayerPropertyChange('%1','1','%2')")
+                             .arg(index)
+                             .arg(item->checkState() == Qt::Checked ? 1 : 0)));
+}
+
+void CLayersPanel::Rename(int index, const QString& typed)
+{
+    // The command language quotes its arguments with "'": a typed one becomes the typographic apostrophe.
+    QString name = typed.trimmed();
+    name.replace(QLatin1Char('\''), QChar(0x2019));
+    std::string gbk;
+    const bool fits = Utf8ToGbk(name.toStdString(), gbk) && gbk.size() < kLayerNameBytes;
+    if (!name.isEmpty() && !fits) Q_EMIT MessageRequested("Ciop_namelimit");
+    // Sent once the list has finished with its editor: the answer rebuilds the list.
+    if (name.isEmpty() || !fits) {
+        // The old name comes back.
+        QTimer::singleShot(0, this, [this] {
+            if (m_pDocument) Rebuild(*m_pDocument);
+        });
+        return;
+    }
+    const QByteArray text = QByteArray("Doc_LayerPropertyChange('") + QByteArray::number(index) + "','2','" +
+                            QByteArray::fromStdString(gbk) + "')";
+    QTimer::singleShot(0, this, [this, text] { Q_EMIT Command(text); });
+}
+
+void CLayersPanel::OnRowsMoved(int fromRow, int toRow)
+{
+    if (m_rebuilding) return;
+    const int from = LayerOfRow(fromRow), to = LayerOfRow(toRow);
+    // Sent once the drop is over, as the answer rebuilds the list. Nothing moves below the base; a drop back on
+    // its own place changes nothing and records nothing.
+    QTimer::singleShot(0, this, [this, from, to] {
+        if (from >= 1 && to >= 1 && from != to)
+            Q_EMIT Command(Latin(QStringLiteral("Doc_LayerLocateChange('%1','%2')").arg(from).arg(to)));
+        else if (m_pDocument)
+            Rebuild(*m_pDocument);
+    });
 }
 
 CHistoryPanel::CHistoryPanel(QWidget* parent) : QWidget(parent), m_pList(new QListWidget(this))
@@ -192,7 +319,7 @@ CHistoryPanel::CHistoryPanel(QWidget* parent) : QWidget(parent), m_pList(new QLi
     layout->addWidget(m_pList);
     connect(m_pList, &QListWidget::itemClicked, this, [this](QListWidgetItem* item) {
         if (m_rebuilding) return;
-        Q_EMIT Command(QStringLiteral("UI_HistoryJumpTo('%1')").arg(m_pList->row(item) + 1));
+        Q_EMIT Command(QStringLiteral("UI_HistoryJumpTo('%1')").arg(m_pList->row(item) + 1).toLatin1());
     });
 }
 

@@ -5,8 +5,11 @@
 
 class CComposeDocument;
 class CComposeHistory;
+class QComboBox;
 class QListWidget;
 class QListWidgetItem;
+class QSlider;
+class QSpinBox;
 class QToolButton;
 
 // A title strip over a side panel, drawn with the skin's bar picture.
@@ -23,31 +26,50 @@ private:
     QString m_text;
 };
 
-// The layers as a list, top layer first, with a thumbnail, the name and the eye; buttons for a new layer, a
-// picture as a new layer, merge down and delete. Every change goes out as a command text.
+// The layers as a list, top layer first, with a thumbnail, the name and the eye. A double-click on a name renames
+// the layer; a row dragged up or down moves the layer (the base stays at the bottom); below the list the blend
+// mode and the opacity (0 to 255) of the current layer; buttons for a new layer, a picture as a new layer, merge
+// down and delete. Every change goes out as a command text, so the history records it.
 class CLayersPanel : public QWidget {
     Q_OBJECT
 public:
     explicit CLayersPanel(QWidget* parent);
     void Rebuild(const CComposeDocument& document);
     QListWidget* List() const { return m_pList; }
+    QComboBox* BlendBox() const { return m_pBlend; }
+    QSpinBox* OpacityBox() const { return m_pOpacity; }
     // Row of the list for a layer index and back (the top layer stands first).
     int RowOfLayer(int index) const;
     int LayerOfRow(int row) const;
 
+    // The blend modes the panel offers, in menu order.
+    static const int kBlendModes[6];
+
 Q_SIGNALS:
-    void Command(const QString& text);
+    // A command text; GBK bytes where it carries a name.
+    void Command(const QByteArray& text);
+    void NewLayerRequested();
     void OpenLayerRequested();
+    // A message box with the text of a string key.
+    void MessageRequested(const char* key);
 
 private:
     void OnItemChanged(QListWidgetItem* item);
     void OnCurrentRowChanged(int row);
+    void OnRowsMoved(int fromRow, int toRow);
+    void Rename(int index, const QString& name);
+    void SendProperty(int property, int value);
+    void ShowCurrentProperties();
 
     QListWidget* m_pList;
+    QComboBox* m_pBlend;
+    QSlider* m_pOpacitySlider;
+    QSpinBox* m_pOpacity;
     QToolButton* m_pNew;
     QToolButton* m_pOpen;
     QToolButton* m_pMerge;
     QToolButton* m_pDelete;
+    const CComposeDocument* m_pDocument = nullptr;
     int m_layerCount = 0;
     int m_currentIndex = 0;
     bool m_rebuilding = false;
@@ -62,7 +84,7 @@ public:
     QListWidget* List() const { return m_pList; }
 
 Q_SIGNALS:
-    void Command(const QString& text);
+    void Command(const QByteArray& text);
 
 private:
     QListWidget* m_pList;

@@ -244,6 +244,12 @@ const TextRow kRows[] = {
 
 // Texts of this editor's own dialogs and panels, in both languages, after the rows above.
 const TextRow kEditorRows[] = {
+    {"layerbackground", "背景", "Background"},
+    {"layername", "图层%d", "Layer %d"},
+    {"allpictures", "所有图片", "All pictures"},
+    {"allfiles", "所有文件", "All files"},
+    {"blendmode", "混合模式", "Blend"},
+    {"opacity", "不透明度", "Opacity"},
     {"newpicture", "新建图片", "New picture"},
     {"picwidth", "宽度", "Width"},
     {"picheight", "高度", "Height"},

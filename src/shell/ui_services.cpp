@@ -18,10 +18,15 @@ EMsgResult CQtUiServices::MessageBox(const QString& text, EMsgButtons buttons, E
     QMessageBox::StandardButtons set = QMessageBox::Ok;
     if (buttons == EMsgButtons::kYesNo) set = QMessageBox::Yes | QMessageBox::No;
     if (buttons == EMsgButtons::kYesNoCancel) set = QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel;
+    if (buttons == EMsgButtons::kSaveDiscardCancel)
+        set = QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel;
     QMessageBox box(icon == EMsgIcon::kWarning    ? QMessageBox::Warning
                     : icon == EMsgIcon::kQuestion ? QMessageBox::Question
                                                   : QMessageBox::Information,
                     title.isEmpty() ? QString::fromStdString(GetString("Tittle")) : title, text, set, m_pParent);
+    // Escape and the window's close button answer Cancel where there is one.
+    if (set & QMessageBox::Cancel) box.setEscapeButton(QMessageBox::Cancel);
+    if (buttons == EMsgButtons::kSaveDiscardCancel) box.setDefaultButton(QMessageBox::Save);
     switch (box.exec()) {
     case QMessageBox::Yes:
         return EMsgResult::kYes;
@@ -29,6 +34,10 @@ EMsgResult CQtUiServices::MessageBox(const QString& text, EMsgButtons buttons, E
         return EMsgResult::kNo;
     case QMessageBox::Cancel:
         return EMsgResult::kCancel;
+    case QMessageBox::Save:
+        return EMsgResult::kSave;
+    case QMessageBox::Discard:
+        return EMsgResult::kDiscard;
     default:
         return buttons == EMsgButtons::kOk ? EMsgResult::kOk : EMsgResult::kCancel;
     }

@@ -5,8 +5,8 @@
 
 class QWidget;
 
-enum class EMsgButtons { kOk, kYesNo, kYesNoCancel };
-enum class EMsgResult { kOk, kYes, kNo, kCancel };
+enum class EMsgButtons { kOk, kYesNo, kYesNoCancel, kSaveDiscardCancel };
+enum class EMsgResult { kOk, kYes, kNo, kCancel, kSave, kDiscard };
 enum class EMsgIcon { kInformation, kWarning, kQuestion };
 
 // Message boxes, file dialogs and opening addresses: everything that waits for the user goes through here, so

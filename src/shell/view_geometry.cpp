@@ -106,7 +106,7 @@ ScrollBarLayout CViewGeometry::HBar() const
 {
     ScrollBarLayout b;
     b.visible = m_hBar;
-    b.rect = {1, m_height - 17, 1 + (m_width - 67), m_height - 1};
+    b.rect = {1, m_height - 17, 1 + (m_width - 18 - m_labelWidth), m_height - 1};
     b.page = VisibleWidth();
     b.maximum = std::max(0, m_imageWidth - 1);
     b.position = m_originX;
@@ -122,6 +122,16 @@ ScrollBarLayout CViewGeometry::VBar() const
     b.maximum = std::max(0, m_imageHeight - 1);
     b.position = m_originY;
     return b;
+}
+
+double CViewGeometry::FitZoom(double maxZoom) const
+{
+    if (m_imageWidth <= 0 || m_imageHeight <= 0) return 1.0;
+    // A bar appears when size * zoom + 0.5 reaches (area - 16), the area being the client less 1 on each side:
+    // the picture must stay below that by a margin the rounding cannot eat.
+    const double roomW = m_width - 2 - kScrollBarSize - 1.0, roomH = m_height - 2 - kScrollBarSize - 1.0;
+    const double z = std::min(roomW / m_imageWidth, roomH / m_imageHeight);
+    return std::clamp(z, 0.01, maxZoom);
 }
 
 VPoint CViewGeometry::ClientToImage(int x, int y) const

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+
 // The arithmetic of the canvas: zoom stops, where the picture sits in the client area, which part of the image is
 // visible, scroll bars and the two coordinate conversions. No window here, so all of it is tested directly.
 
@@ -65,7 +67,13 @@ public:
     ScrollBarLayout VBar() const;
     // The 16 x 16 box between the bars, and the zoom label at the end of the horizontal bar.
     VRect CornerBox() const { return {m_width - 17, m_height - 17, m_width - 1, m_height - 1}; }
-    VRect ZoomLabelRect() const { return {m_width - 66, m_height - 17, m_width - 17, m_height}; }
+    VRect ZoomLabelRect() const { return {m_width - 17 - m_labelWidth, m_height - 17, m_width - 17, m_height}; }
+    // The label is 49 pixels wide unless its widest text needs more; the horizontal bar gives up the room.
+    void SetZoomLabelWidth(int width) { m_labelWidth = std::max(49, width); }
+
+    // The largest zoom, up to maxZoom, at which the whole picture shows without scroll bars at the current client
+    // size; 1 without a picture.
+    double FitZoom(double maxZoom) const;
 
     // Image pixels visible along each axis, as the origin is clamped with them.
     int VisibleWidth() const;
@@ -100,4 +108,5 @@ private:
     VRect m_imageRect;
     bool m_hBar = false;
     bool m_vBar = false;
+    int m_labelWidth = 49;
 };

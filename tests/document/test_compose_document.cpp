@@ -93,3 +93,95 @@ TEST(ComposeDocument, MergeRectWritesBlocksAndKeepsTheSelection)
     EXPECT_EQ(doc.MergeRect(0, 0, 5, 5, 0), 0);
     EXPECT_EQ(doc.MergeRect(0, 0, 1, 1, 2), 1) << "a rectangle smaller than the step changes nothing";
 }
+
+TEST(ComposeDocument, AFlatColourKeepsItsValueAtEveryZoom)
+{
+    // The screen must not darken or stripe: one colour comes out as exactly that colour, whatever the zoom.
+    CComposeDocument doc(0);
+    ASSERT_EQ(doc.NewDocument(997, 613, 0xFF808080), 1); // 128 gray, sides that divide by nothing handy
+    ASSERT_EQ(doc.MergeNow(), 1);
+    FixedView view;
+    doc.SetView(&view);
+    for (double zoom : {0.1, 0.2, 1.0 / 3.0, 0.5, 2.0 / 3.0, 1.0, 1.5, 2.0, 3.0, 7.0, 10.0, 0.1234, 0.777}) {
+        SCOPED_TRACE(zoom);
+        view.zoom = zoom;
+        for (CViewPoint origin : {CViewPoint{0, 0}, CViewPoint{3, 7}}) {
+            view.origin = origin;
+            COLImage target;
+            target.Create(std::min(301u, uint32_t(997 * zoom)), std::min(211u, uint32_t(613 * zoom)));
+            doc.Render(&target);
+            for (size_t i = 0; i < target.GetPixelCount(); ++i) {
+                const CPixel p = target.GetBuffer()[i];
+                ASSERT_TRUE(p.red == 128 && p.green == 128 && p.blue == 128) << "pixel " << i;
+            }
+        }
+    }
+}
+
+TEST(ComposeDocument, ReducedViewsAverageWhatEachScreenPixelCovers)
+{
+    // At one half every screen pixel covers a 2 x 2 block: its value is the rounded mean of the block.
+    CComposeDocument doc(0);
+    ASSERT_EQ(doc.NewDocument(8, 6, 0xFF000000), 1);
+    COLImage& img = doc.GetLayer(0)->m_image;
+    vmtest::FillNoise(img, 8, 6, 11);
+    for (size_t i = 0; i < img.GetPixelCount(); ++i)
+        img.GetBuffer()[i].alpha = 255;
+    ASSERT_EQ(doc.MergeNow(), 1);
+    FixedView view;
+    view.zoom = 0.5;
+    doc.SetView(&view);
+    COLImage target;
+    target.Create(4, 3);
+    doc.Render(&target);
+    for (uint32_t y = 0; y < 3; ++y)
+        for (uint32_t x = 0; x < 4; ++x) {
+            int sum[3] = {};
+            for (uint32_t k = 0; k < 4; ++k) {
+                const CPixel p = img.GetPixel2(2 * x + k % 2, 2 * y + k / 2);
+                sum[0] += p.red, sum[1] += p.green, sum[2] += p.blue;
+            }
+            const CPixel got = target.GetPixel2(x, y);
+            EXPECT_EQ(got.red, (sum[0] + 2) / 4);
+            EXPECT_EQ(got.green, (sum[1] + 2) / 4);
+            EXPECT_EQ(got.blue, (sum[2] + 2) / 4);
+        }
+    // Enlarged, each document pixel becomes a block of its own colour.
+    view.zoom = 3;
+    target.Create(24, 18);
+    doc.Render(&target);
+    for (uint32_t y = 0; y < 18; ++y)
+        for (uint32_t x = 0; x < 24; ++x)
+            ASSERT_EQ(target.GetPixel2(x, y).Word() & 0xFFFFFF, img.GetPixel2(x / 3, y / 3).Word() & 0xFFFFFF);
+}
+
+TEST(ComposeDocument, SeeThroughPartsShowTheCheckerboard)
+{
+    CComposeDocument doc(0);
+    ASSERT_EQ(doc.NewDocument(32, 16, 0xFF204060), 1);
+    COLImage& base = doc.GetLayer(0)->m_image;
+    for (uint32_t y = 0; y < 16; ++y)
+        for (uint32_t x = 16; x < 32; ++x)
+            base.PutPixel(x, y, CPixel::Make(0, 0, 0, 0)); // the right half is transparent black
+    // An upper layer covers the top-right quarter opaquely, at half opacity the bottom-right one.
+    CLayer* top = doc.AddLayer(0, 0);
+    ASSERT_NE(top, nullptr);
+    for (uint32_t y = 0; y < 8; ++y)
+        for (uint32_t x = 16; x < 32; ++x)
+            top->m_image.PutPixel(x, y, CPixel::Make(200, 10, 10, 255));
+    ASSERT_EQ(doc.MergeNow(), 1);
+    FixedView view;
+    doc.SetView(&view);
+    COLImage target;
+    target.Create(32, 16);
+    doc.Render(&target);
+    EXPECT_EQ(target.GetPixel2(3, 12).Word() & 0xFFFFFF, 0x204060u); // opaque base: as it is
+    EXPECT_EQ(target.GetPixel2(20, 3).red, 200);                     // covered by the layer: the layer
+    // Uncovered and transparent: the light and the white cells, never black.
+    const CPixel light = target.GetPixel2(16, 8), white = target.GetPixel2(24, 8);
+    EXPECT_EQ(light.red, 0xCC);
+    EXPECT_EQ(light.blue, 0xCC);
+    EXPECT_EQ(white.red, 0xFF);
+    // The selection byte is left to the view: no selection, no alpha.
+    EXPECT_EQ(light.alpha, 0);
+}

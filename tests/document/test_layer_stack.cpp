@@ -41,6 +41,24 @@ CPixel MergeDownPixel(CPixel pl, CPixel pu, int lowerOpacity, int upperOpacity, 
 
 } // namespace
 
+TEST(LayerStack, DefaultNamesOfAnotherLanguage)
+{
+    CLayerStack stack;
+    stack.SetDefaultNames("Background", "Layer %d %d%%s");
+    ASSERT_EQ(stack.NewDocument(8, 8, 0xFFFFFFFF), 1);
+    EXPECT_EQ(Utf8Name(stack.GetLayer(0)), "Background");
+    ASSERT_NE(stack.AddLayer(0, 0), nullptr);
+    // Only the first "%d" is a number: the rest of the text is never read as a format.
+    EXPECT_EQ(Utf8Name(stack.GetLayer(1)), "Layer 1 %d%%s");
+    // Too long a pattern is cut to the 31 bytes of the field.
+    stack.SetDefaultNames("", std::string(40, 'x') + "%d");
+    ASSERT_NE(stack.AddLayer(0, 0), nullptr);
+    EXPECT_EQ(Utf8Name(stack.GetLayer(1)), std::string(31, 'x'));
+    stack.SetDefaultNames("", "");
+    ASSERT_NE(stack.AddLayer(0, 0), nullptr);
+    EXPECT_EQ(Utf8Name(stack.GetLayer(1)), "图层3");
+}
+
 TEST(LayerStack, DefaultNamesAreGbk)
 {
     std::string gbk;

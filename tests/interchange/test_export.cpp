@@ -58,8 +58,8 @@ TEST(Export, EveryExtensionOfTheTableWritesItsFormat)
         ASSERT_TRUE(kTypeOfFormat.count(format.name)) << format.name;
         for (const std::string& ext : Extensions(format)) {
             // Upper case too: cameras name their photos ".JPG".
-            for (const std::string& name : {"a." + ext, "B." + ext, "c." + std::string(1, char(toupper(ext[0]))) +
-                                                                         ext.substr(1)}) {
+            for (const std::string& name :
+                 {"a." + ext, "B." + ext, "c." + std::string(1, char(toupper(ext[0]))) + ext.substr(1)}) {
                 SCOPED_TRACE(name);
                 const std::string path = dir.File(name);
                 EXPECT_EQ(FindExportFormat(path), &format);
@@ -135,7 +135,7 @@ TEST(Export, JpegQualityReachesTheFile)
     ExportOptions low, high, clamped;
     low.jpegQuality = 10;
     high.jpegQuality = 95;
-    clamped.jpegQuality = 0;   // a slider at its left end: treated as 1, not refused
+    clamped.jpegQuality = 0; // a slider at its left end: treated as 1, not refused
     ASSERT_EQ(ExportPicture(dir.File("low.jpg"), noise, low), EExportResult::kOk);
     ASSERT_EQ(ExportPicture(dir.File("high.jpg"), noise, high), EExportResult::kOk);
     ASSERT_EQ(ExportPicture(dir.File("one.jpg"), noise, clamped), EExportResult::kOk);

@@ -14,7 +14,7 @@
 
 namespace vmtest {
 
-// Scripted dialogs: every message is recorded and answered from a queue (Yes when the queue is empty); file
+// Scripted dialogs: every message is recorded and answered from a queue (Yes, or Discard, when it is empty); file
 // dialogs answer the paths queued for them (empty: cancelled).
 class CFakeServices : public IUiServices {
 public:
@@ -26,6 +26,7 @@ public:
             answers.pop_front();
             return r;
         }
+        if (buttons == EMsgButtons::kSaveDiscardCancel) return EMsgResult::kDiscard;
         return buttons == EMsgButtons::kOk ? EMsgResult::kOk : EMsgResult::kYes;
     }
     QString GetOpenFileName(const std::string& filter) override

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <vector>
@@ -254,4 +255,25 @@ TEST(FileFilters, TableFiltersBecomeDialogFilters)
     EXPECT_EQ(DefaultExtension("工程文件格式(*.vmpd)|*.vmpd||"), "vmpd");
     EXPECT_EQ(DefaultExtension("All|*.*||"), "");
     EXPECT_TRUE(ParseFileFilter("").empty());
+}
+
+TEST(FileFilters, OpenDialogsTakeEveryPictureBesideTheTablesFilter)
+{
+    const std::string table = "所有支持格式|*.bmp;*.jpg;*.jpeg;*.gif;*.pcx;*.tif;*.tiff;*.tga;||";
+    const std::vector<FileFilterEntry> entries =
+        ParseFileFilter(OpenDialogFilter(table, "所有图片", "所有文件", false));
+    ASSERT_EQ(entries.size(), 3u);
+    EXPECT_EQ(entries[0].name, "所有图片");
+    // The table's entry as it stands, between the two of ours.
+    EXPECT_EQ(entries[1].name, "所有支持格式");
+    EXPECT_EQ(entries[1].patterns, ParseFileFilter(table)[0].patterns);
+    EXPECT_EQ(entries[2].patterns, std::vector<std::string>{"*"});
+    // Every format the codec reads, in both cases; projects only where documents open.
+    const std::vector<std::string>& all = entries[0].patterns;
+    for (const char* p : {"*.png", "*.PNG", "*.jpg", "*.JPG", "*.jpeg", "*.gif", "*.pcx", "*.tif", "*.TIFF", "*.tga"})
+        EXPECT_NE(std::find(all.begin(), all.end(), p), all.end()) << p;
+    EXPECT_EQ(std::find(all.begin(), all.end(), "*.vmpd"), all.end());
+    const std::vector<FileFilterEntry> documents = ParseFileFilter(OpenDialogFilter(table, "a", "b", true));
+    EXPECT_NE(std::find(documents[0].patterns.begin(), documents[0].patterns.end(), "*.vmpd"),
+              documents[0].patterns.end());
 }

@@ -1,16 +1,20 @@
 #include <QCheckBox>
+#include <QComboBox>
 #include <QDialog>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
+#include <QSpinBox>
 #include <QTest>
 #include <QTimer>
 #include <condition_variable>
+#include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <mutex>
 
 #include "commands/project_stream.h"
+#include "document/compositor.h"
 #include "document/layer.h"
 #include "gui_support.h"
 #include "imaging/codec.h"
@@ -63,6 +67,18 @@ protected:
     }
 
     CComposeDocument& Doc() { return m_app.Document(); }
+
+    // An open dialog's filter: all pictures first, then the table's own entries word for word.
+    ::testing::AssertionResult OffersTheTableFilter(const std::string& filter, const char* key)
+    {
+        std::string own = m_app.GetString(key);
+        own.resize(own.size() - 2); // without the closing "||"
+        if (filter.rfind(m_app.GetString("allpictures") + "|", 0) != 0)
+            return ::testing::AssertionFailure() << "no all-pictures entry first: " << filter;
+        if (filter.find("|" + own + "|") == std::string::npos)
+            return ::testing::AssertionFailure() << "the table's filter is not there as written: " << filter;
+        return ::testing::AssertionSuccess();
+    }
 
     TempDir m_dir;
     CFakeServices m_services;
@@ -119,7 +135,7 @@ TEST_F(Frame, CtrlOAsksForAFileAndCtrlWClosesIt)
     Key(Qt::Key_O, Qt::ControlModifier);
     ASSERT_EQ(Doc().GetLayerCount(), 1);
     ASSERT_FALSE(m_services.filters.empty());
-    EXPECT_EQ(m_services.filters.back(), m_app.GetString("openfiletype"));
+    EXPECT_TRUE(OffersTheTableFilter(m_services.filters.back(), "openfiletype"));
     Key(Qt::Key_W, Qt::ControlModifier);
     EXPECT_EQ(Doc().GetLayerCount(), 0);
     EXPECT_EQ(m_frame->View()->GetSource(), nullptr);
@@ -138,18 +154,20 @@ TEST_F(Frame, LayerMenuEditsTheDocumentAndUndoRedoWalkTheHistory)
     EXPECT_EQ(m_frame->LayersPanel()->List()->count(), 2);
     EXPECT_EQ(m_frame->LayersPanel()->List()->item(0)->text().toStdString(), "图层1"); // top layer first
 
-    // The new layer lies above the current one, which stays the base: the flip acts on the base.
+    // The new layer lies above the current one and becomes current; choosing the base again is a step.
+    ASSERT_EQ(Doc().GetCurrentIndex(), 1);
+    EXPECT_EQ(m_frame->LayersPanel()->List()->currentRow(), 0);
+    m_frame->LayersPanel()->List()->setCurrentRow(1);
     ASSERT_EQ(Doc().GetCurrentIndex(), 0);
-    EXPECT_EQ(m_frame->LayersPanel()->List()->currentRow(), 1);
     m_frame->OnCommand(cmd::kFlipH);
     EXPECT_EQ(Doc().GetLayer(0)->m_image.GetPixel2(0, 0).Word(), corner.Word());
     EXPECT_FALSE(m_frame->IsCommandAvailable(cmd::kRotateLeft)); // not on the base
 
-    // History: open, new layer, flip.
+    // History: open, new layer, current layer, flip.
     ASSERT_NE(m_app.ComposeHistory(), nullptr);
-    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), 3);
-    EXPECT_EQ(m_frame->HistoryPanel()->List()->count(), 3);
-    EXPECT_EQ(m_frame->HistoryPanel()->List()->item(2)->text().toStdString(), "水平翻转");
+    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), 4);
+    EXPECT_EQ(m_frame->HistoryPanel()->List()->count(), 4);
+    EXPECT_EQ(m_frame->HistoryPanel()->List()->item(3)->text().toStdString(), "水平翻转");
 
     Key(Qt::Key_Z, Qt::ControlModifier);
     EXPECT_NE(Doc().GetLayer(0)->m_image.GetPixel2(0, 0).Word(), corner.Word()); // the flip undone
@@ -162,7 +180,7 @@ TEST_F(Frame, LayerMenuEditsTheDocumentAndUndoRedoWalkTheHistory)
     m_frame->OnCommand(cmd::kRotateRight);
     m_frame->OnCommand(cmd::kNewLayer);
     ASSERT_EQ(Doc().GetLayerCount(), 3);
-    Doc().SetCurrentIndex(2);
+    ASSERT_EQ(Doc().GetCurrentIndex(), 2);
     m_frame->OnCommand(cmd::kDeleteLayer);
     EXPECT_EQ(Doc().GetLayerCount(), 2);
     Doc().SetCurrentIndex(1);
@@ -176,7 +194,7 @@ TEST_F(Frame, LayerMenuEditsTheDocumentAndUndoRedoWalkTheHistory)
     int presses = 0;
     for (; presses < 200 && m_app.ComposeHistory()->CanBackward(); ++presses)
         Key(Qt::Key_Z, Qt::ControlModifier);
-    EXPECT_EQ(presses, 7);
+    EXPECT_EQ(presses, 8);
     EXPECT_FALSE(m_app.ComposeHistory()->CanBackward());
     EXPECT_EQ(Doc().GetLayerCount(), 1);
     EXPECT_NE(Doc().GetLayer(0)->m_image.GetPixel2(0, 0).Word(), corner.Word());
@@ -206,7 +224,7 @@ TEST_F(Frame, OpenToNewLayerAndACancelledDialogSaysNothing)
     ASSERT_EQ(Doc().GetLayerCount(), 2);
     EXPECT_EQ(Doc().GetCurrentIndex(), 1);
     EXPECT_EQ(Doc().GetLayer(1)->m_image.GetWidth(), 10u);
-    EXPECT_EQ(m_services.filters.back(), m_app.GetString("openflatfiletype"));
+    EXPECT_TRUE(OffersTheTableFilter(m_services.filters.back(), "openflatfiletype"));
     m_services.openPaths.push_back(m_dir.File("missing.png"));
     m_frame->OnCommand(cmd::kOpenLayer);
     EXPECT_EQ(m_services.messages, std::vector<std::string>{"不能打开文件"});
@@ -228,6 +246,7 @@ TEST_F(Frame, ProjectSavesAndOpensAgainWithItsLayersAndHistory)
 {
     Open(Picture("p.png", 50, 40));
     m_frame->OnCommand(cmd::kNewLayer);
+    Doc().SetCurrentIndex(0); // the flip acts on the base
     m_frame->OnCommand(cmd::kFlipV);
     ASSERT_TRUE(m_frame->IsModified());
     const std::string project = m_dir.File("work.vmpd");
@@ -267,11 +286,11 @@ TEST_F(Frame, ProjectSavesAndOpensAgainWithItsLayersAndHistory)
     EXPECT_TRUE(m_services.messages.empty());
 }
 
-TEST_F(Frame, CloseAsksAboutChangesAndNoKeepsTheWindow)
+TEST_F(Frame, CloseAsksAboutChangesAndCancelKeepsTheWindow)
 {
     Open(Picture("p.png", 20, 20));
     m_frame->OnCommand(cmd::kFlipH);
-    m_services.answers.push_back(EMsgResult::kNo);
+    m_services.answers.push_back(EMsgResult::kCancel);
     EXPECT_FALSE(m_frame->close());
     EXPECT_TRUE(m_frame->isVisible());
     EXPECT_EQ(m_services.messages.back(), "此操作将放弃现在的编辑结果，继续吗？");
@@ -283,14 +302,120 @@ TEST_F(Frame, CloseAsksAboutChangesAndNoKeepsTheWindow)
     EXPECT_EQ(m_services.messages.size(), asked);
 }
 
-TEST_F(Frame, AStepAfterAnUndoIsAChangeEvenWithTheSameStepCount)
+TEST_F(Frame, SaveInTheCloseQuestionWritesTheProjectFirst)
 {
     Open(Picture("p.png", 20, 20));
     m_frame->OnCommand(cmd::kFlipH);
-    m_frame->MarkUnmodified();
-    m_frame->OnCommand(cmd::kUndo);
-    m_frame->OnCommand(cmd::kFlipV); // same number of steps as at the mark, another picture
-    EXPECT_TRUE(m_frame->IsModified());
+    m_services.answers.push_back(EMsgResult::kSave);
+    m_services.savePaths.push_back(m_dir.File("kept.vmpd"));
+    Key(Qt::Key_W, Qt::ControlModifier);
+    EXPECT_EQ(COLImageCodec::GetFileType(m_dir.File("kept.vmpd").c_str()), kFileProject);
+    EXPECT_EQ(m_services.filters.back(), m_app.GetString("vmdoc"));
+    EXPECT_EQ(Doc().GetLayerCount(), 0);
+}
+
+TEST_F(Frame, ABigPhotoOpensWholeInTheWindow)
+{
+    m_frame->resize(1024, 700);
+    m_frame->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
+    // The size of a 20-megapixel camera's photo; the session makes it as opening a file would.
+    ASSERT_TRUE(m_frame->Session().NewPicture(5472, 3648));
+    m_frame->AfterOpen();
+    QApplication::processEvents();
+    const CViewGeometry& g = m_frame->View()->Geometry();
+    ASSERT_EQ(g.ImageWidth(), 5472);
+    EXPECT_FALSE(g.HasHBar());
+    EXPECT_FALSE(g.HasVBar());
+    EXPECT_EQ(g.GetOrigin().x, 0);
+    EXPECT_LE(g.ImageToClient(5472, 3648).x, g.GetImageRect().right);
+    EXPECT_LE(g.ImageToClient(5472, 3648).y, g.GetImageRect().bottom);
+    EXPECT_LE(g.GetImageRect().right, m_frame->View()->width() - 1);
+}
+
+TEST_F(Frame, LayersAreRenamedReorderedAndBlendedThroughTheHistory)
+{
+    Open(Picture("p.png", 30, 20));
+    m_frame->OnCommand(cmd::kNewLayer);
+    m_frame->OnCommand(cmd::kNewLayer);
+    ASSERT_EQ(Doc().GetLayerCount(), 3);
+    CLayersPanel* panel = m_frame->LayersPanel();
+    QListWidget* list = panel->List();
+    const int steps = m_app.ComposeHistory()->GetCount();
+
+    // A double-click opens the name for editing; what is typed becomes the name.
+    // (The first click gives the list the focus, as the user's hand on the mouse does before a double-click.)
+    const QRect row = list->visualItemRect(list->item(0));
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, row.center());
+    QTest::mouseDClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, row.center());
+    const QLineEdit* editor = list->findChild<QLineEdit*>();
+    ASSERT_NE(editor, nullptr);
+    EXPECT_TRUE(editor->isVisible());
+    EXPECT_EQ(editor->text().toStdString(), FromGbk(Doc().GetLayer(2)->m_name).toStdString());
+    list->item(0)->setText(QStringLiteral("天空"));
+    QApplication::processEvents();
+    EXPECT_EQ(FromGbk(Doc().GetLayer(2)->m_name).toStdString(), "天空");
+    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps + 1);
+    // 31 bytes fit, 32 do not (a Chinese character is two).
+    list->item(0)->setText(QStringLiteral("a") + QString(15, QChar(0x5929)));
+    QApplication::processEvents();
+    EXPECT_EQ(std::strlen(Doc().GetLayer(2)->m_name), 31u);
+    list->item(0)->setText(QString(16, QChar(0x5929)));
+    QApplication::processEvents();
+    EXPECT_EQ(m_services.messages, std::vector<std::string>{m_app.GetString("Ciop_namelimit")});
+    EXPECT_EQ(std::strlen(Doc().GetLayer(2)->m_name), 31u);
+    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps + 2);
+
+    // Opacity and blend mode of the current layer, the top one.
+    ASSERT_EQ(Doc().GetCurrentIndex(), 2);
+    panel->OpacityBox()->setValue(128);
+    EXPECT_EQ(Doc().GetLayer(2)->m_opacity, 128);
+    const int multiply = panel->BlendBox()->findData(int(kBlendMultiply));
+    ASSERT_GE(multiply, 0);
+    Q_EMIT panel->BlendBox()->activated(multiply);
+    EXPECT_EQ(Doc().GetLayer(2)->m_blendMode, kBlendMultiply);
+    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps + 4);
+    // The base has neither.
+    list->setCurrentRow(2);
+    EXPECT_FALSE(panel->OpacityBox()->isEnabled());
+    EXPECT_FALSE(panel->BlendBox()->isEnabled());
+
+    // Dragging the second row to the top swaps the two upper layers; the base cannot be passed.
+    const std::string topName = FromGbk(Doc().GetLayer(2)->m_name).toStdString();
+    ASSERT_TRUE(list->model()->moveRow(QModelIndex(), 1, QModelIndex(), 0));
+    QApplication::processEvents();
+    EXPECT_EQ(FromGbk(Doc().GetLayer(1)->m_name).toStdString(), topName);
+    const int afterMove = m_app.ComposeHistory()->GetCount();
+    ASSERT_TRUE(list->model()->moveRow(QModelIndex(), 0, QModelIndex(), 3));
+    QApplication::processEvents();
+    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), afterMove);
+    EXPECT_EQ(list->count(), 3);
+    EXPECT_EQ(list->item(2)->text().toStdString(), "背景"); // the list shows the document again
+    EXPECT_EQ(m_services.messages.size(), 1u);
+
+    // Every step undoes: back to two fresh layers on the base.
+    while (m_app.ComposeHistory()->GetCurrentStep() > steps)
+        Key(Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_EQ(FromGbk(Doc().GetLayer(2)->m_name).toStdString(), "图层2");
+    EXPECT_EQ(Doc().GetLayer(2)->m_opacity, 255);
+}
+
+TEST(FrameEnglish, NewLayersAreNamedInEnglish)
+{
+    TempDir dir;
+    CFakeServices services;
+    CAppGlobals app;
+    CShellApp shell(app, &services);
+    shell.Start("", TestOptions(dir, "en"), 0);
+    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
+    CMainFrame* frame = shell.Frame();
+    ASSERT_TRUE(frame->Session().NewPicture(40, 30));
+    frame->AfterOpen();
+    frame->OnCommand(cmd::kNewLayer);
+    ASSERT_EQ(app.Document().GetLayerCount(), 2);
+    EXPECT_EQ(std::string(app.Document().GetLayer(0)->m_name), "Background");
+    EXPECT_EQ(std::string(app.Document().GetLayer(1)->m_name), "Layer 1");
+    EXPECT_EQ(app.Document().GetCurrentIndex(), 1); // the new layer is the current one
 }
 
 TEST_F(Frame, MenusFollowTheDocument)

@@ -219,7 +219,7 @@ TEST_F(StartUp, DropOfThreeFilesOpensTheFirstOnly)
     EXPECT_FALSE(refused.isAccepted());
 }
 
-TEST_F(StartUp, DropOnAChangedDocumentAsksFirstAndNoKeepsIt)
+TEST_F(StartUp, DropOnAChangedDocumentAsksFirstAndCancelKeepsIt)
 {
     const std::string a = MakePicture(m_dir, "a.png", 40, 30, 1);
     const std::string b = MakePicture(m_dir, "b.png", 50, 20, 2);
@@ -230,7 +230,7 @@ TEST_F(StartUp, DropOnAChangedDocumentAsksFirstAndNoKeepsIt)
     ASSERT_EQ(frame->RunCommand("Doc_FlipH"), 0);
     ASSERT_TRUE(frame->IsModified());
 
-    m_services.answers.push_back(EMsgResult::kNo);
+    m_services.answers.push_back(EMsgResult::kCancel);
     QMimeData data;
     data.setUrls({QUrl::fromLocalFile(QString::fromStdString(b))});
     QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);

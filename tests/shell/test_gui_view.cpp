@@ -272,3 +272,39 @@ TEST(ViewMerge, AFinishedMergeRepaintsFromTheInterfaceThread)
     EXPECT_TRUE(WaitFor([&] { return shows(0, 255, 0); }));
     view.SetSource(nullptr);
 }
+
+TEST_F(View, AFlatGrayIsTheSameGrayOnScreenAtEveryZoom)
+{
+    ASSERT_EQ(m_doc.NewDocument(731, 517, 0xFF808080), 1);
+    ASSERT_EQ(m_doc.MergeNow(), 1);
+    m_view.SetSource(&m_doc);
+    for (double zoom : {0.1, 0.2, 1.0 / 3.0, 0.5, 2.0 / 3.0, 1.0, 1.5, 3.0, 0.4321}) {
+        SCOPED_TRACE(zoom);
+        m_view.SetZoom(zoom, true);
+        const QImage shot = m_view.grab().toImage();
+        const VRect r = m_view.GetImageRect();
+        ASSERT_GT(r.Width(), 0);
+        for (int y = r.top; y < r.bottom; y += 3)
+            for (int x = r.left; x < r.right; x += 3)
+                ASSERT_EQ(shot.pixel(x, y) & 0xFFFFFF, 0x808080u) << x << "," << y;
+    }
+}
+
+TEST_F(View, AFittedPictureStaysWholeWhileTheWindowSettles)
+{
+    Show(900, 700);
+    m_view.FitWhole(1.0);
+    // Panels and bars appear around the canvas after a file opens: the canvas shrinks.
+    m_view.resize(250, 330);
+    QApplication::processEvents();
+    const CViewGeometry& g = m_view.Geometry();
+    EXPECT_FALSE(g.HasHBar());
+    EXPECT_FALSE(g.HasVBar());
+    EXPECT_LE(g.ImageToClient(900, 700).x, g.GetImageRect().right);
+    EXPECT_LE(g.ImageToClient(900, 700).y, g.GetImageRect().bottom);
+    // Once the user zooms, a resize keeps that zoom.
+    m_view.SetZoom(1.0, true);
+    m_view.resize(300, 300);
+    QApplication::processEvents();
+    EXPECT_EQ(m_view.GetZoom(), 1.0);
+}

@@ -179,3 +179,47 @@ TEST(ViewScroll, LinePageAndTrack)
     CViewGeometry s = Make(30, 30, 40, 40, 1.0);
     EXPECT_EQ(s.ScrollTarget(true, EScrollKind::kLineDown, 0), 1);
 }
+
+TEST(ViewZoom, FitShowsTheWholePictureWithoutBars)
+{
+    // Photos of every common shape in windows of many sizes: after a fit nothing is cut off and no bar shows.
+    const int images[][2] = {{5472, 3648}, {3648, 5472}, {4000, 4000}, {20000, 3}, {3, 20000}, {1, 1}, {640, 480}};
+    for (const auto& image : images)
+        for (int cw = 130; cw < 2600; cw += 97)
+            for (int ch = 130; ch < 1700; ch += 89) {
+                CViewGeometry g;
+                g.SetClientSize(cw, ch);
+                g.SetImageSize(image[0], image[1]);
+                const double z = g.FitZoom(1.0);
+                if (z <= 0.01) continue; // the smallest zoom: a 20000-pixel strip is wider than a small window
+                ASSERT_TRUE(g.SetZoom(z));
+                SCOPED_TRACE(::testing::Message() << image[0] << "x" << image[1] << " in " << cw << "x" << ch);
+                ASSERT_FALSE(g.HasHBar());
+                ASSERT_FALSE(g.HasVBar());
+                // Every image pixel maps into the image rectangle, which lies inside the client area.
+                const VRect& r = g.GetImageRect();
+                const VPoint last = g.ImageToClient(image[0], image[1]);
+                ASSERT_LE(last.x, r.right);
+                ASSERT_LE(last.y, r.bottom);
+                ASSERT_GE(r.left, 1);
+                ASSERT_LE(r.right, cw - 1);
+                ASSERT_LE(r.bottom, ch - 1);
+                // And it is tight: 2 % more and the picture no longer fits (unless the fit stopped at 100 %).
+                if (z < 1.0 && z > 0.01) {
+                    const CViewGeometry bigger = Make(cw, ch, image[0], image[1], z * 1.02);
+                    EXPECT_TRUE(bigger.HasHBar() || bigger.HasVBar());
+                }
+            }
+}
+
+TEST(ViewLayout, TheZoomLabelTakesItsRoomFromTheBar)
+{
+    CViewGeometry g = Make(400, 300, 2000, 2000, 1.0);
+    ASSERT_TRUE(g.HasHBar());
+    EXPECT_EQ(g.ZoomLabelRect().Width(), 49); // as wide as "100.0%" needs at the least
+    EXPECT_EQ(g.HBar().rect.right, g.ZoomLabelRect().left);
+    g.SetZoomLabelWidth(70);
+    EXPECT_EQ(g.ZoomLabelRect().Width(), 70);
+    EXPECT_EQ(g.ZoomLabelRect().right, 400 - 17);
+    EXPECT_EQ(g.HBar().rect.right, g.ZoomLabelRect().left); // the bar ends where the label begins
+}
