@@ -9,7 +9,7 @@
 #include <new>
 #include <vector>
 
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 namespace {
 
@@ -516,7 +516,7 @@ void EstimateColours(const Level& l, const std::vector<double>& alpha, std::vect
 
 bool Valid(const COLImage& src, const COLChannel& trimap)
 {
-    return !src.IsEmpty() && !trimap.IsNull() && trimap.GetWidth() == src.GetWidth() &&
+    return !src.IsNull() && !trimap.IsNull() && trimap.GetWidth() == src.GetWidth() &&
            trimap.GetHeight() == src.GetHeight() && src.GetWidth() <= kMaxImageSide &&
            src.GetHeight() <= kMaxImageSide;
 }

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "imaging/codec.h"
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 #include "matting/refined_matte.h"
 #include "support/test_support.h"
 
@@ -213,7 +213,7 @@ TEST(RefinedMatte, RefusesBadInputAndLeavesOutputsAlone)
     RefinedMatteParams none;   // no trimap
     EXPECT_EQ(process.Process(&none), kFail);
     EXPECT_EQ(process.Process(nullptr), kFail);
-    EXPECT_TRUE(out.IsEmpty());
+    EXPECT_TRUE(out.IsNull());
 }
 
 // A trimap without unknown pixels is its own answer, and the colours stay the source's.
