@@ -1,0 +1,343 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "matting/contour_matting.h"
+#include "matting/gaussian.h"
+#include "runtime/parallel_for.h"
+#include "support/test_support.h"
+
+namespace {
+
+// ---------------------------------------------------------------------------------------------------------------
+// A plain implementation, step by step as the method reads: no fused loops, the known plane kept apart, every
+// marking pass done. The blur is the shared Gaussian, which has its own tests.
+
+struct RefResult {
+    bool ok = false;
+    bool stalled = false;
+    COLImage image;
+    COLChannel doubt;
+};
+
+COLImage Blur(const COLImage& src, double sigma)
+{
+    COLImage out;
+    CGaussianProcess g;
+    g.SetImages(const_cast<COLImage*>(&src), &out);
+    EXPECT_EQ(g.Process(&sigma), kOk);
+    return out;
+}
+
+int Dist(CPixel a, CPixel b)
+{
+    const double dr = a.red - b.red, dg = a.green - b.green, db = a.blue - b.blue;
+    return int(std::floor(std::sqrt(dr * dr + dg * dg + db * db)));
+}
+
+// Grows the colours of the known plane; gives up after maxSteps (a step count the method would exceed only by
+// running for ever).
+bool RefGrow(const COLImage& src, const COLChannel& known, const COLChannel& other, COLImage& result, int maxSteps)
+{
+    const uint32_t w = src.GetWidth(), h = src.GetHeight();
+    const size_t n = size_t(w) * h;
+    const double S = std::sqrt(double(w) * h);
+    const double sigma = S * 0.007142857142857143, limit = S / 2;
+    COLImage W;
+    W.DuplicateFrom(&src);
+    COLChannel C;
+    C.DuplicateFrom(&known);
+    int s = 0;
+    for (int step = 0;; ++step) {
+        if (step == maxSteps) return false;
+        for (size_t i = 0; i < n; ++i) {
+            if (C.GetBuffer()[i] != 0)
+                W.GetBuffer()[i].alpha = 255;
+            else
+                W.GetBuffer()[i] = CPixel{0, 0, 0, 0};
+        }
+        COLImage R = Blur(W, sigma);
+        size_t remaining = 0;
+        for (size_t i = 0; i < n; ++i) {
+            CPixel& p = R.GetBuffer()[i];
+            const int a = p.alpha;
+            if (a < 40) {
+                p = CPixel{0, 0, 0, 0};
+            } else if (C.GetBuffer()[i] >= 254) {
+                p = W.GetBuffer()[i];
+                p.alpha = 255;
+            } else {
+                p.red = uint8_t(std::min(255, p.red * 255 / a));
+                p.green = uint8_t(std::min(255, p.green * 255 / a));
+                p.blue = uint8_t(std::min(255, p.blue * 255 / a));
+                p.alpha = 255;
+            }
+            if (known.GetBuffer()[i] == 0 && other.GetBuffer()[i] == 0 && p.alpha == 0) ++remaining;
+        }
+        W.DuplicateFrom(&R);
+        for (size_t i = 0; i < n; ++i) C.GetBuffer()[i] = R.GetBuffer()[i].alpha;
+        s = int(s + sigma);
+        if (s > limit || remaining == 0) break;
+    }
+    result = Blur(W, 0.5);
+    return true;
+}
+
+RefResult RefMatte(const COLImage& src, const COLChannel& innerPlane, const COLChannel& outerPlane, int maxSteps = 5000)
+{
+    RefResult r;
+    COLChannel inner, outer;
+    inner.DuplicateFrom(&innerPlane);
+    outer.DuplicateFrom(&outerPlane);
+    const size_t n = src.GetPixelCount();
+    for (size_t i = 0; i < n; ++i) outer.GetBuffer()[i] = uint8_t(255 - outer.GetBuffer()[i]);
+    COLImage F, B;
+    if (!RefGrow(src, inner, outer, F, maxSteps) || !RefGrow(src, outer, inner, B, maxSteps)) {
+        r.stalled = true;
+        return r;
+    }
+    r.image.DuplicateFrom(&src);
+    r.doubt.Create(src.GetWidth(), src.GetHeight());
+    std::memset(r.doubt.GetBuffer(), 0, n);
+    for (size_t i = 0; i < n; ++i) {
+        const CPixel I = src.GetBuffer()[i];
+        CPixel& d = r.image.GetBuffer()[i];
+        if (inner.GetBuffer()[i]) {
+            d = I;
+            d.alpha = 255;
+            continue;
+        }
+        if (outer.GetBuffer()[i]) {
+            d = CPixel{0, 0, 0, 0};
+            continue;
+        }
+        const int dFB = Dist(F.GetBuffer()[i], B.GetBuffer()[i]);
+        const int dIB = Dist(I, B.GetBuffer()[i]);
+        const int dIF = Dist(I, F.GetBuffer()[i]);
+        int a;
+        bool doubt = false;
+        if (dIB + dIF == 0) {
+            a = 255;
+        } else if (dFB < 8) {
+            a = dIB * 255 / (dIB + dIF);
+            doubt = dIF > dFB;
+        } else {
+            a = (dIB * dIB - dIF * dIF + dFB * dFB) * 255 / (2 * dFB * dFB);
+            if (dIF > dFB || dIB + dIF > 2 * dFB || a < 0) {
+                doubt = true;
+                a = a < 0 ? -a : a;
+            }
+        }
+        if (doubt) r.doubt.GetBuffer()[i] = uint8_t(a);
+        d = I;
+        d.alpha = uint8_t(std::clamp(a, 0, 255));
+    }
+    r.ok = true;
+    return r;
+}
+
+// A photo-like test picture: noise over two soft shapes; and contours round an ellipse in the middle.
+void MakeScene(COLImage& img, COLChannel& inner, COLChannel& outer, uint32_t w, uint32_t h, int bandWidth)
+{
+    vmtest::FillNoise(img, w, h, 7);
+    inner.Create(w, h);
+    outer.Create(w, h);
+    const double cx = w / 2.0, cy = h / 2.0, rx = w / 4.0, ry = h / 4.0;
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            const double dx = (x - cx) / rx, dy = (y - cy) / ry;
+            const double r = std::sqrt(dx * dx + dy * dy);
+            CPixel& p = img.GetBuffer()[size_t(y) * w + x];
+            // Subject warm, background cool, noise on both; alpha opaque as a photo is.
+            if (r < 1.0) {
+                p.red = uint8_t(150 + p.red / 4);
+                p.green = uint8_t(80 + p.green / 8);
+            } else {
+                p.blue = uint8_t(140 + p.blue / 4);
+                p.red = uint8_t(p.red / 6);
+            }
+            p.alpha = 255;
+            const double band = double(bandWidth) / rx;
+            inner.GetBuffer()[size_t(y) * w + x] = r < 1.0 - band ? 255 : 0;
+            outer.GetBuffer()[size_t(y) * w + x] = r < 1.0 + band ? 255 : 0;
+        }
+}
+
+struct RunResult {
+    long code;
+    COLImage image;
+    COLChannel doubt;
+    CContourMattingProcess::Failure failure;
+};
+
+RunResult RunMatte(const COLImage& img, const COLChannel& inner, const COLChannel& outer)
+{
+    RunResult r;
+    COLChannel in, out;
+    in.DuplicateFrom(&inner);
+    out.DuplicateFrom(&outer);
+    CContourMattingProcess p;
+    p.SetImages(const_cast<COLImage*>(&img), &r.image);
+    p.AddChannel(&r.doubt);
+    ContourMattingParams params;
+    params.innerPlane = &in;
+    params.outerPlane = &out;
+    r.code = p.Process(&params);
+    r.failure = p.GetFailure();
+    return r;
+}
+
+bool SamePlane(const COLChannel& a, const COLChannel& b)
+{
+    return a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight() &&
+           std::memcmp(a.GetBuffer(), b.GetBuffer(), a.GetAreaByteSize()) == 0;
+}
+
+} // namespace
+
+// The engine against the plain version, at two thread counts: large enough that the walk advances (sigma above
+// 1), and a middle size where only a filled band ends the walk. A second case leaves the inner plane empty, so
+// the subject's colours never arrive and the walk ends by its length.
+TEST(ContourMatting, MatchesThePlainMethodByteForByte)
+{
+    struct Case {
+        uint32_t w, h;
+        int band;
+        bool emptyInner;
+    };
+    for (const Case c : {Case{170, 150, 6, false}, Case{116, 100, 4, false}, Case{150, 140, 5, true}}) {
+        COLImage img;
+        COLChannel inner, outer;
+        MakeScene(img, inner, outer, c.w, c.h, c.band);
+        if (c.emptyInner) std::memset(inner.GetBuffer(), 0, inner.GetAreaByteSize());
+        const RefResult ref = RefMatte(img, inner, outer);
+        ASSERT_TRUE(ref.ok) << c.w;
+        for (unsigned threads : {1u, 2u}) {
+            vmpar::SetWorkerCount(threads);
+            const RunResult got = RunMatte(img, inner, outer);
+            ASSERT_EQ(got.code, kOk) << c.w;
+            EXPECT_TRUE(vmtest::SamePixels(got.image, ref.image)) << c.w << " threads " << threads;
+            EXPECT_TRUE(SamePlane(got.doubt, ref.doubt)) << c.w << " threads " << threads;
+        }
+        vmpar::SetWorkerCount(0);
+    }
+}
+
+// A subject of one colour on a background of another, the band holding pixels of either: the grown colours are
+// those two but for the truncations of the normalising division, so band pixels come out nearly opaque or nearly
+// clear, and their colours stay.
+TEST(ContourMatting, BandPixelsOfTheTwoColoursBecomeOpaqueOrClear)
+{
+    const uint32_t w = 160, h = 150;
+    const CPixel red = CPixel::Make(200, 30, 20), blue = CPixel::Make(20, 40, 210);
+    COLImage img;
+    img.Create(w, h);
+    COLChannel inner, outer;
+    inner.Create(w, h);
+    outer.Create(w, h);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            const size_t i = size_t(y) * w + x;
+            img.GetBuffer()[i] = x < 80 ? red : blue;
+            inner.GetBuffer()[i] = x < 70 ? 255 : 0;
+            outer.GetBuffer()[i] = x < 90 ? 255 : 0;
+        }
+    const RunResult r = RunMatte(img, inner, outer);
+    ASSERT_EQ(r.code, kOk);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            const size_t i = size_t(y) * w + x;
+            const CPixel p = r.image.GetBuffer()[i];
+            if (x >= 90) {
+                EXPECT_EQ(p.Word(), 0u) << x << "," << y;
+                continue;
+            }
+            EXPECT_TRUE(p == img.GetBuffer()[i]) << x << "," << y;
+            if (x < 80)
+                EXPECT_GE(p.alpha, 240) << x << "," << y;
+            else
+                EXPECT_LE(p.alpha, 15) << x << "," << y;
+        }
+}
+
+TEST(ContourMatting, RefusesPlanesOfAnotherSizeAndAnEmptyBand)
+{
+    COLImage img, out;
+    COLChannel inner, outer;
+    MakeScene(img, inner, outer, 150, 140, 5);
+    COLChannel small;
+    small.Create(150, 139);
+    CContourMattingProcess p;
+    p.SetImages(&img, &out);
+    ContourMattingParams params;
+    params.innerPlane = &inner;
+    params.outerPlane = &small;
+    EXPECT_EQ(p.Process(&params), kFail);
+    EXPECT_EQ(p.GetFailure(), CContourMattingProcess::Failure::kBadInput);
+    params.outerPlane = nullptr;
+    EXPECT_EQ(p.Process(&params), kFail);
+
+    // Outer contour equal to the inner one: no unknown pixel. The outer plane has been inverted by then.
+    COLChannel same;
+    same.DuplicateFrom(&inner);
+    params.outerPlane = &same;
+    EXPECT_EQ(p.Process(&params), kFail);
+    EXPECT_EQ(p.GetFailure(), CContourMattingProcess::Failure::kNoBand);
+    for (size_t i = 0; i < same.GetAreaByteSize(); ++i) ASSERT_EQ(same.GetBuffer()[i], 255 - inner.GetBuffer()[i]);
+}
+
+// Below about 140 x 140 the walk counter cannot advance. On a small picture nothing reaches alpha 40, and with an
+// empty inner plane on a middle-sized one the subject's colours never come: either way the method would loop for
+// ever, and the engine stops at the first step that changes nothing.
+TEST(ContourMatting, EndsWhereTheWalkCannotAdvance)
+{
+    struct Case {
+        uint32_t w, h;
+        bool emptyInner;
+    };
+    for (const Case c : {Case{48, 36, false}, Case{90, 70, false}, Case{120, 110, true}}) {
+        COLImage img;
+        COLChannel inner, outer;
+        MakeScene(img, inner, outer, c.w, c.h, 4);
+        if (c.emptyInner) std::memset(inner.GetBuffer(), 0, inner.GetAreaByteSize());
+        // The plain method makes no progress here: it is still running after many steps.
+        EXPECT_TRUE(RefMatte(img, inner, outer, 300).stalled) << c.w;
+        const auto start = std::chrono::steady_clock::now();
+        const RunResult r = RunMatte(img, inner, outer);
+        EXPECT_EQ(r.code, kFail) << c.w;
+        EXPECT_EQ(r.failure, CContourMattingProcess::Failure::kStalled) << c.w;
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    }
+}
+
+TEST(ContourMatting, ReportsItsProgressPointsInOrder)
+{
+    COLImage img, out;
+    COLChannel inner, outer;
+    MakeScene(img, inner, outer, 170, 150, 6);
+    std::vector<int> seen;
+    CContourMattingProcess p;
+    p.SetImages(&img, &out);
+    p.SetProgressCallback(ProgressCallback{[](void* c, uint32_t code, int32_t v) {
+                                               if (code == 1) static_cast<std::vector<int>*>(c)->push_back(v);
+                                           },
+                                           &seen});
+    p.SetProgressRange(0, 100);
+    ContourMattingParams params;
+    params.innerPlane = &inner;
+    params.outerPlane = &outer;
+    ASSERT_EQ(p.Process(&params), kOk);
+    ASSERT_GE(seen.size(), 7u);
+    EXPECT_EQ(seen[0], 2);
+    EXPECT_EQ(seen[1], 10);
+    EXPECT_EQ(seen[2], 15);
+    EXPECT_EQ(seen.back(), 100);
+    for (int fixed : {50, 80}) EXPECT_NE(std::find(seen.begin(), seen.end(), fixed), seen.end()) << fixed;
+    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
+    EXPECT_GT(p.GetGrowSteps(0), 0);
+    EXPECT_GT(p.GetGrowSteps(1), 0);
+}

@@ -1,0 +1,196 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "matting/contour_optimise.h"
+#include "matting/snake.h"
+#include "support/test_support.h"
+
+namespace {
+
+// A disc of one colour on a background of another, with a little noise, and planes of the disc's size.
+void MakeDisc(COLImage& img, uint32_t w, uint32_t h, double radius)
+{
+    vmtest::FillNoise(img, w, h, 9);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            CPixel& p = img.GetBuffer()[size_t(y) * w + x];
+            const double r = std::hypot(x - w / 2.0, y - h / 2.0);
+            const uint8_t n = uint8_t(p.red / 32);
+            p = r < radius ? CPixel::Make(uint8_t(200 + n), uint8_t(120 + n), 40) : CPixel::Make(30, uint8_t(60 + n), uint8_t(150 + n));
+        }
+}
+
+void DiscPlane(COLChannel& plane, uint32_t w, uint32_t h, double radius)
+{
+    plane.Create(w, h);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x)
+            plane.GetBuffer()[size_t(y) * w + x] = std::hypot(x - w / 2.0, y - h / 2.0) < radius ? 255 : 0;
+}
+
+} // namespace
+
+// Four regions in vertical stripes: one touching the inner contour and wholly inside the outer joins the inner
+// plane; one partly outside and away from the inner leaves the outer plane; one touching both and one touching
+// neither stay. Then the inner plane shrinks and the outer grows by a pixel, square corners and all.
+TEST(ContourOptimise, SnapsRegionsThenShrinksInnerAndGrowsOuter)
+{
+    const uint32_t w = 12, h = 8;
+    COLImage labels;
+    labels.Create(w, h);
+    COLChannel inner, outer;
+    inner.Create(w, h);
+    outer.Create(w, h);
+    const uint32_t stripe[4] = {2, 4, 1, 3};
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            labels.GetBuffer()[y * w + x] = CPixel::FromWord(0x40000000u | stripe[x / 3]);
+            inner.GetBuffer()[y * w + x] = (x == 7 || x == 11) ? 255 : 0;
+            outer.GetBuffer()[y * w + x] = (x >= 1 && !(x == 11 && y == 0)) ? 255 : 0;
+        }
+    ASSERT_EQ(CContourOptimiser::SnapToRegions(labels, 4, inner, outer), kOk);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            // Inner after the snap: columns 6-8 and 11; the shrink keeps column 7 only.
+            EXPECT_EQ(inner.GetValue(x, y), x == 7 ? 255 : 0) << x << "," << y;
+            // Outer after the snap: columns 3-11 but (11, 0); the grow gives columns 2-11.
+            EXPECT_EQ(outer.GetValue(x, y), x >= 2 ? 255 : 0) << x << "," << y;
+        }
+
+    COLChannel wrong;
+    wrong.Create(w, h + 1);
+    EXPECT_EQ(CContourOptimiser::SnapToRegions(labels, 4, inner, wrong), kFail);
+}
+
+// Rough contours 8 pixels either side of a disc's edge come within a couple of pixels of it, and never cross it.
+TEST(ContourOptimise, BringsRoughContoursToTheEdge)
+{
+    const uint32_t w = 160, h = 120;
+    const double radius = 40;
+    COLImage img;
+    MakeDisc(img, w, h, radius);
+    COLChannel inner, outer;
+    DiscPlane(inner, w, h, radius - 8);
+    DiscPlane(outer, w, h, radius + 8);
+    auto band = [&] {
+        size_t n = 0;
+        for (size_t i = 0; i < size_t(w) * h; ++i) n += inner.GetBuffer()[i] == 0 && outer.GetBuffer()[i] != 0;
+        return n;
+    };
+    const size_t before = band();
+    const int32_t detail = CContourOptimiser::kPanelDetail;
+    ASSERT_EQ(OptimiseContoursNow(&img, &inner, &outer, &detail), kOk);
+    EXPECT_LT(band() * 3, before);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            const double r = std::hypot(x - w / 2.0, y - h / 2.0);
+            if (r < radius - 3) {
+                EXPECT_NE(outer.GetValue(x, y), 0) << x << "," << y;
+            }
+            if (r > radius + 3) {
+                EXPECT_EQ(inner.GetValue(x, y), 0) << x << "," << y;
+            }
+        }
+
+    COLChannel empty;
+    empty.Create(w, h);
+    std::memset(empty.GetBuffer(), 0, empty.GetAreaByteSize());
+    EXPECT_FALSE(CContourOptimiser::CanOptimise(&empty, &outer));
+    EXPECT_FALSE(CContourOptimiser::CanOptimise(&inner, nullptr));
+    EXPECT_EQ(OptimiseContoursNow(&img, &empty, &outer), kFail);
+}
+
+// Points closer than 3 to the previous point of the old list vanish, several in a row too; a gap above twice
+// the spacing gets its midpoint; the list is closed again.
+TEST(Snake, RedistributeDropsCloseAndSplitsLongGaps)
+{
+    std::vector<SnakePoint> pts = {{0, 0}, {1, 0}, {2, 0}, {10, 0}, {10, 40}, {0, 0}};
+    EXPECT_FALSE(CSnakeProcess::Redistribute(pts, 16));
+    const std::vector<SnakePoint> expected = {{0, 0}, {10, 0}, {10, 20}, {10, 40}, {5, 20}, {0, 0}};
+    EXPECT_EQ(pts, expected);
+    std::vector<SnakePoint> settled = {{0, 0}, {20, 0}, {20, 20}, {0, 0}};
+    const std::vector<SnakePoint> copy = settled;
+    EXPECT_TRUE(CSnakeProcess::Redistribute(settled, 16));
+    EXPECT_EQ(settled, copy);
+}
+
+TEST(Snake, EdgeMapIsSquaredStrengthWithAStrongBorder)
+{
+    COLImage img;
+    img.Create(5, 4);
+    for (uint32_t y = 0; y < 4; ++y)
+        for (uint32_t x = 0; x < 5; ++x) img.PutPixel(x, y, CPixel::Make(x < 2 ? 0 : 90, 10, x < 2 ? 0 : 30));
+    img.PutPixel(4, 3, CPixel{50, 50, 50, 0});
+    CSnakeProcess::BuildEdgeMap(img);
+    // (1, 1): red gx = 0 - 270, green 0, blue 0 - 90; gy 0: s = (270 + 0 + 90) / 3 = 120, alpha 120^2 / 256 = 56.
+    EXPECT_EQ(img.GetPixel2(1, 1).alpha, 56);
+    EXPECT_EQ(img.GetPixel2(3, 1).alpha, 0);   // flat to the right
+    EXPECT_EQ(img.GetPixel2(0, 2).alpha, 255);
+    EXPECT_EQ(img.GetPixel2(4, 3).Word(), 0xFF000000u);   // cleared, then the border's 255
+}
+
+TEST(Snake, ShrinksOntoASubjectAndFillsIt)
+{
+    const uint32_t w = 120, h = 100;
+    const double radius = 25;
+    COLImage img;
+    MakeDisc(img, w, h, radius);
+    COLChannel mask, result;
+    mask.Create(w, h);
+    const std::vector<SnakePoint> square = {{20, 10}, {100, 10}, {100, 90}, {20, 90}, {20, 10}};
+    SnakeParams params;
+    params.points = square.data();
+    params.count = int32_t(square.size());
+    params.image = &img;
+    CSnakeProcess snake;
+    snake.SetChannels(&mask, &result);
+    ASSERT_EQ(snake.ProcessChannel(&params), kOk);
+    const auto& contour = snake.GetContour();
+    ASSERT_GE(contour.size(), 8u);
+    EXPECT_EQ(contour.front(), contour.back());
+    for (const SnakePoint& p : contour) {
+        const double r = std::hypot(p.x - w / 2.0, p.y - h / 2.0);
+        EXPECT_NEAR(r, radius, 3.0) << p.x << "," << p.y;
+    }
+    size_t inside = 0, insideSet = 0;
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            const double r = std::hypot(x - w / 2.0, y - h / 2.0);
+            if (r > radius + 4) {
+                EXPECT_EQ(result.GetValue(x, y), 0) << x << "," << y;
+            }
+            if (r < radius - 4) {
+                ++inside;
+                insideSet += result.GetValue(x, y) == 255;
+            }
+        }
+    EXPECT_GT(insideSet * 100, inside * 95);
+}
+
+// On a flat picture nothing holds the contour: it shrinks until fewer than 4 points are left, and the run fails
+// with an empty plane. An open list fails at once.
+TEST(Snake, FailsOnAFlatPictureAndOnAnOpenList)
+{
+    COLImage img;
+    img.Create(60, 50);
+    for (size_t i = 0; i < img.GetPixelCount(); ++i) img.GetBuffer()[i] = CPixel::Make(100, 100, 100);
+    COLChannel mask, result;
+    mask.Create(60, 50);
+    std::vector<SnakePoint> pts = {{10, 10}, {50, 10}, {50, 40}, {10, 40}, {10, 10}};
+    SnakeParams params;
+    params.points = pts.data();
+    params.count = int32_t(pts.size());
+    params.image = &img;
+    CSnakeProcess snake;
+    snake.SetChannels(&mask, &result);
+    EXPECT_EQ(snake.ProcessChannel(&params), kFail);
+    EXPECT_LT(snake.GetContour().size(), 4u);
+    ASSERT_EQ(result.GetWidth(), 60u);
+    EXPECT_TRUE(result.IsAllZero());
+
+    pts.back() = {11, 10};
+    EXPECT_EQ(snake.ProcessChannel(&params), kFail);
+}
