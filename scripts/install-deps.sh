@@ -7,13 +7,14 @@ PACKAGES=(
   g++ make cmake ninja-build pkg-config
   qt6-base-dev qt6-base-dev-tools qt6-image-formats-plugins
   libpng-dev libturbojpeg0-dev libjpeg62-turbo-dev libtiff-dev libgif-dev
+  libeigen3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   fonts-wqy-zenhei xvfb xauth xdotool imagemagick
 )
 
 for arg in "$@"; do
   case "$arg" in
-    --bench) PACKAGES+=(libopencv-dev) ;;
+    --bench) PACKAGES+=(libopencv-dev libopencv-contrib-dev) ;;
     *) echo "install-deps: unknown option $arg (known: --bench)" >&2; exit 2 ;;
   esac
 done

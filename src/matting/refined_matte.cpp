@@ -1,0 +1,626 @@
+#include "matting/refined_matte.h"
+
+#include <Eigen/IterativeLinearSolvers>
+#include <Eigen/SparseCore>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <new>
+#include <vector>
+
+#include "runtime/parallel_for.h"
+
+namespace {
+
+// Pixel classes of one level.
+constexpr uint8_t kBack = 0;
+constexpr uint8_t kFore = 1;
+constexpr uint8_t kUnknown = 2;
+constexpr uint32_t kNone = 0xFFFFFFFFu;
+
+// Weight of the pull towards the sampled estimate, relative to the matting energy. Small: it mostly decides where
+// the colour-line model has little to say (flat colour, wide bands, a band island without known neighbours).
+constexpr double kPriorWeight = 0.0005;
+// Squared colour residual (0..1 scale) at which the sampled estimate's trust falls to 1/e.
+constexpr float kResidualScale = 0.002f;
+// Floor of the diagonal so that the system stays positive definite on any band.
+constexpr double kDiagonalFloor = 1e-6;
+// A level is solved from a half-size start when its band holds more unknowns than this.
+constexpr size_t kCoarseAbove = 8000;
+constexpr int kMaxLevels = 5;
+// Conjugate-gradient stop: relative residual, and an iteration cap per level (the coarse start makes the fine
+// level's work small; the cap keeps a pathological band from running for minutes).
+constexpr double kTolerance = 1e-4;
+constexpr int kIterationCap = 1500;
+constexpr int kChunk = 50;
+// Colour estimation: Jacobi sweeps and the smoothness weights (a floor plus the alpha difference to the neighbour).
+constexpr int kColourSweeps = 60;
+constexpr float kColourFloor = 1e-4f;
+constexpr float kColourGradient = 1.0f;
+
+class CCancelled {};
+
+// Progress and cancel, either through an owning process (its range, its flag) or a bare callback.
+struct Reporter {
+    ProgressCallback callback;
+    CImageProcess* owner = nullptr;
+
+    void Report(int32_t percent) const
+    {
+        if (owner)
+            owner->ReportProgress(percent);
+        else if (callback)
+            callback(1, percent);
+    }
+    void CheckCancel() const
+    {
+        if (owner && owner->TestAndClearCancel()) throw CCancelled();
+    }
+};
+
+// One level of the pyramid: colours in 0..1 and pixel classes.
+struct Level {
+    uint32_t width = 0, height = 0;
+    std::vector<float> rgb;       // 3 per pixel
+    std::vector<uint8_t> cls;     // kBack, kFore, kUnknown
+    std::vector<uint32_t> band;   // pixel index of each unknown, raster order
+    std::vector<int32_t> var;     // per pixel: its position in band, or -1
+};
+
+void IndexBand(Level& l)
+{
+    const size_t n = size_t(l.width) * l.height;
+    l.var.assign(n, -1);
+    l.band.clear();
+    for (size_t i = 0; i < n; ++i)
+        if (l.cls[i] == kUnknown) {
+            l.var[i] = int32_t(l.band.size());
+            l.band.push_back(uint32_t(i));
+        }
+}
+
+void FromImage(const COLImage& src, const COLChannel& trimap, Level& l)
+{
+    l.width = src.GetWidth();
+    l.height = src.GetHeight();
+    const size_t n = size_t(l.width) * l.height;
+    l.rgb.resize(n * 3);
+    l.cls.resize(n);
+    const CPixel* p = src.GetBuffer();
+    const uint8_t* t = trimap.GetBuffer();
+    vmpar::ParallelFor(n, 65536, [&](size_t b, size_t e, unsigned) {
+        for (size_t i = b; i < e; ++i) {
+            l.rgb[i * 3 + 0] = p[i].red * (1.0f / 255.0f);
+            l.rgb[i * 3 + 1] = p[i].green * (1.0f / 255.0f);
+            l.rgb[i * 3 + 2] = p[i].blue * (1.0f / 255.0f);
+            l.cls[i] = t[i] == 0 ? kBack : (t[i] == 255 ? kFore : kUnknown);
+        }
+    });
+    IndexBand(l);
+}
+
+// Half size: colours averaged over 2 x 2, a pixel known only when all its fine pixels agree.
+void Downsample(const Level& f, Level& c)
+{
+    c.width = (f.width + 1) / 2;
+    c.height = (f.height + 1) / 2;
+    c.rgb.assign(size_t(c.width) * c.height * 3, 0.0f);
+    c.cls.assign(size_t(c.width) * c.height, kUnknown);
+    for (uint32_t y = 0; y < c.height; ++y)
+        for (uint32_t x = 0; x < c.width; ++x) {
+            float sum[3] = {0, 0, 0};
+            int count = 0, fore = 0, back = 0;
+            for (uint32_t dy = 0; dy < 2; ++dy)
+                for (uint32_t dx = 0; dx < 2; ++dx) {
+                    const uint32_t fx = 2 * x + dx, fy = 2 * y + dy;
+                    if (fx >= f.width || fy >= f.height) continue;
+                    const size_t i = size_t(fy) * f.width + fx;
+                    for (int k = 0; k < 3; ++k) sum[k] += f.rgb[i * 3 + k];
+                    ++count;
+                    fore += f.cls[i] == kFore;
+                    back += f.cls[i] == kBack;
+                }
+            const size_t o = size_t(y) * c.width + x;
+            for (int k = 0; k < 3; ++k) c.rgb[o * 3 + k] = sum[k] / float(count);
+            c.cls[o] = fore == count ? kFore : (back == count ? kBack : kUnknown);
+        }
+    IndexBand(c);
+}
+
+// For each band pixel, the nearest pixel of class `from` (walking 8-connected through the band), or kNone.
+std::vector<uint32_t> NearestKnown(const Level& l, uint8_t from)
+{
+    std::vector<uint32_t> nearest(l.band.size(), kNone);
+    std::vector<uint32_t> queue;   // band positions, in the order reached
+    queue.reserve(l.band.size());
+    const int w = int(l.width), h = int(l.height);
+    // Seeds: band pixels touching a known pixel of the class; they take the first such neighbour in scan order.
+    for (size_t v = 0; v < l.band.size(); ++v) {
+        const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
+        for (int dy = -1; dy <= 1 && nearest[v] == kNone; ++dy)
+            for (int dx = -1; dx <= 1; ++dx) {
+                const int nx = x + dx, ny = y + dy;
+                if (nx < 0 || ny < 0 || nx >= w || ny >= h) continue;
+                const size_t n = size_t(ny) * l.width + nx;
+                if (l.cls[n] == from) {
+                    nearest[v] = uint32_t(n);
+                    queue.push_back(uint32_t(v));
+                    break;
+                }
+            }
+    }
+    for (size_t head = 0; head < queue.size(); ++head) {
+        const uint32_t v = queue[head];
+        const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
+        for (int dy = -1; dy <= 1; ++dy)
+            for (int dx = -1; dx <= 1; ++dx) {
+                const int nx = x + dx, ny = y + dy;
+                if (nx < 0 || ny < 0 || nx >= w || ny >= h) continue;
+                const int32_t nv = l.var[size_t(ny) * l.width + nx];
+                if (nv < 0 || nearest[size_t(nv)] != kNone) continue;
+                nearest[size_t(nv)] = nearest[v];
+                queue.push_back(uint32_t(nv));
+            }
+    }
+    return nearest;
+}
+
+// The projection estimate and how far to trust it (0..1, by the distance of the two known colours).
+void Projection(const Level& l, const std::vector<uint32_t>& nf, const std::vector<uint32_t>& nb,
+                std::vector<float>& prior, std::vector<float>& trust)
+{
+    prior.resize(l.band.size());
+    trust.resize(l.band.size());
+    vmpar::ParallelFor(l.band.size(), 16384, [&](size_t b, size_t e, unsigned) {
+        for (size_t v = b; v < e; ++v) {
+            if (nf[v] == kNone || nb[v] == kNone) {
+                // Only one side is reachable: the band island belongs to it.
+                prior[v] = nf[v] == kNone && nb[v] == kNone ? 0.5f : (nf[v] == kNone ? 0.0f : 1.0f);
+                trust[v] = nf[v] == kNone && nb[v] == kNone ? 0.0f : 1.0f;
+                continue;
+            }
+            const float* i = &l.rgb[size_t(l.band[v]) * 3];
+            const float* f = &l.rgb[size_t(nf[v]) * 3];
+            const float* k = &l.rgb[size_t(nb[v]) * 3];
+            float dot = 0, d2 = 0;
+            for (int c = 0; c < 3; ++c) {
+                dot += (i[c] - k[c]) * (f[c] - k[c]);
+                d2 += (f[c] - k[c]) * (f[c] - k[c]);
+            }
+            prior[v] = d2 > 1e-6f ? std::clamp(dot / d2, 0.0f, 1.0f) : 0.5f;
+            trust[v] = d2 / (d2 + 0.01f);
+        }
+    });
+}
+
+// The sampled estimate the solver leans on where colours speak clearly: for each band pixel, candidate subject and
+// background colours are the nearest known pixels of band pixels around it (a sparse star of offsets), and the
+// pair whose blend explains the pixel's colour best gives alpha. Trust falls with the blend's residual and with
+// how close the two colours are.
+void SampledPrior(const Level& l, const std::vector<uint32_t>& nf, const std::vector<uint32_t>& nb,
+                  std::vector<float>& prior, std::vector<float>& trust)
+{
+    static constexpr int kDirs[8][2] = {{1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1}, {0, -1}, {1, -1}};
+    static constexpr int kReach[] = {0, 4, 12};
+    static constexpr int kMaxCandidates = 17;
+    const int w = int(l.width), h = int(l.height);
+    vmpar::ParallelFor(l.band.size(), 4096, [&](size_t b, size_t e, unsigned) {
+        for (size_t v = b; v < e; ++v) {
+            if (nf[v] == kNone || nb[v] == kNone) continue;   // the projection's one-sided answer stands
+            const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
+            uint32_t fc[kMaxCandidates], bc[kMaxCandidates];
+            int nfc = 0, nbc = 0;
+            auto add = [](uint32_t* list, int& count, uint32_t p) {
+                if (p == kNone) return;
+                for (int k = 0; k < count; ++k)
+                    if (list[k] == p) return;
+                if (count < kMaxCandidates) list[count++] = p;
+            };
+            for (int reach : kReach)
+                for (const auto& d : kDirs) {
+                    const int px = x + d[0] * reach, py = y + d[1] * reach;
+                    if (px < 0 || py < 0 || px >= w || py >= h) continue;
+                    const size_t p = size_t(py) * l.width + size_t(px);
+                    const int32_t pv = l.var[p];
+                    if (pv >= 0) {
+                        add(fc, nfc, nf[size_t(pv)]);
+                        add(bc, nbc, nb[size_t(pv)]);
+                    }
+                    if (reach == 0) break;
+                }
+            const float* i = &l.rgb[size_t(l.band[v]) * 3];
+            float best = 1e30f, bestAlpha = prior[v], bestSep = 0.0f;
+            for (int fi = 0; fi < nfc; ++fi) {
+                const float* f = &l.rgb[size_t(fc[fi]) * 3];
+                for (int bi = 0; bi < nbc; ++bi) {
+                    const float* k = &l.rgb[size_t(bc[bi]) * 3];
+                    float dot = 0, d2 = 0;
+                    for (int c = 0; c < 3; ++c) {
+                        dot += (i[c] - k[c]) * (f[c] - k[c]);
+                        d2 += (f[c] - k[c]) * (f[c] - k[c]);
+                    }
+                    if (d2 < 1e-4f) continue;
+                    const float a = std::clamp(dot / d2, 0.0f, 1.0f);
+                    float r2 = 0;
+                    for (int c = 0; c < 3; ++c) {
+                        const float r = i[c] - (a * f[c] + (1.0f - a) * k[c]);
+                        r2 += r * r;
+                    }
+                    if (r2 < best) {
+                        best = r2;
+                        bestAlpha = a;
+                        bestSep = d2;
+                    }
+                }
+            }
+            if (best >= 1e30f) continue;
+            prior[v] = bestAlpha;
+            trust[v] = std::exp(-best / kResidualScale) * bestSep / (bestSep + 0.01f);
+        }
+    });
+}
+
+// Mean and inverse regularised covariance of the 3 x 3 window centred at (cx, cy).
+struct Window {
+    double mean[3];
+    double inv[3][3];
+};
+
+void WindowStats(const Level& l, int cx, int cy, double eps, Window& win)
+{
+    double s[3] = {0, 0, 0}, ss[3][3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
+    for (int dy = -1; dy <= 1; ++dy)
+        for (int dx = -1; dx <= 1; ++dx) {
+            const float* p = &l.rgb[(size_t(cy + dy) * l.width + size_t(cx + dx)) * 3];
+            for (int a = 0; a < 3; ++a) {
+                s[a] += p[a];
+                for (int b = a; b < 3; ++b) ss[a][b] += double(p[a]) * p[b];
+            }
+        }
+    double c[3][3];
+    for (int a = 0; a < 3; ++a) win.mean[a] = s[a] / 9.0;
+    for (int a = 0; a < 3; ++a)
+        for (int b = a; b < 3; ++b) {
+            c[a][b] = ss[a][b] / 9.0 - win.mean[a] * win.mean[b] + (a == b ? eps / 9.0 : 0.0);
+            c[b][a] = c[a][b];
+        }
+    const double m00 = c[1][1] * c[2][2] - c[1][2] * c[2][1];
+    const double m01 = c[1][2] * c[2][0] - c[1][0] * c[2][2];
+    const double m02 = c[1][0] * c[2][1] - c[1][1] * c[2][0];
+    const double det = c[0][0] * m00 + c[0][1] * m01 + c[0][2] * m02;
+    const double r = 1.0 / det;
+    win.inv[0][0] = m00 * r;
+    win.inv[0][1] = (c[0][2] * c[2][1] - c[0][1] * c[2][2]) * r;
+    win.inv[0][2] = (c[0][1] * c[1][2] - c[0][2] * c[1][1]) * r;
+    win.inv[1][0] = m01 * r;
+    win.inv[1][1] = (c[0][0] * c[2][2] - c[0][2] * c[2][0]) * r;
+    win.inv[1][2] = (c[0][2] * c[1][0] - c[0][0] * c[1][2]) * r;
+    win.inv[2][0] = m02 * r;
+    win.inv[2][1] = (c[0][1] * c[2][0] - c[0][0] * c[2][1]) * r;
+    win.inv[2][2] = (c[0][0] * c[1][1] - c[0][1] * c[1][0]) * r;
+}
+
+// Single precision: the solve is bound by memory traffic, and alpha needs far less than float's precision.
+using Real = float;
+using SparseRows = Eigen::SparseMatrix<Real, Eigen::RowMajor, int32_t>;
+using Vector = Eigen::Matrix<Real, Eigen::Dynamic, 1>;
+
+// Builds the band's system: rows of the matting Laplacian restricted to the unknowns, the known neighbours moved
+// to the right-hand side, and the prior on the diagonal. Each row is summed in one fixed order by one thread.
+void BuildSystem(const Level& l, double eps, const std::vector<float>& prior, const std::vector<float>& trust,
+                 SparseRows& a, Vector& rhs)
+{
+    const size_t n = l.band.size();
+    constexpr int kSpan = 25;   // a row reaches 2 pixels each way
+    std::vector<Real> values(n * kSpan);
+    std::vector<int32_t> cols(n * kSpan);
+    std::vector<int32_t> counts(n);
+    rhs.resize(Eigen::Index(n));
+    const int w = int(l.width), h = int(l.height);
+
+    vmpar::ParallelFor(n, 2048, [&](size_t b, size_t e, unsigned) {
+        for (size_t v = b; v < e; ++v) {
+            const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
+            double row[kSpan] = {};
+            const float* pi = &l.rgb[size_t(l.band[v]) * 3];
+            for (int wy = y - 1; wy <= y + 1; ++wy)
+                for (int wx = x - 1; wx <= x + 1; ++wx) {
+                    if (wx < 1 || wy < 1 || wx > w - 2 || wy > h - 2) continue;   // windows lie inside
+                    Window win;
+                    WindowStats(l, wx, wy, eps, win);
+                    double di[3], vi[3];
+                    for (int c = 0; c < 3; ++c) di[c] = pi[c] - win.mean[c];
+                    for (int c = 0; c < 3; ++c)
+                        vi[c] = win.inv[c][0] * di[0] + win.inv[c][1] * di[1] + win.inv[c][2] * di[2];
+                    for (int jy = wy - 1; jy <= wy + 1; ++jy)
+                        for (int jx = wx - 1; jx <= wx + 1; ++jx) {
+                            const float* pj = &l.rgb[(size_t(jy) * l.width + size_t(jx)) * 3];
+                            const double g = vi[0] * (pj[0] - win.mean[0]) + vi[1] * (pj[1] - win.mean[1]) +
+                                             vi[2] * (pj[2] - win.mean[2]);
+                            const int slot = (jy - y + 2) * 5 + (jx - x + 2);
+                            row[slot] += (slot == 12 ? 1.0 : 0.0) - (1.0 + g) / 9.0;
+                        }
+                }
+            const double pw = kPriorWeight * trust[v];
+            double r = pw * prior[v];
+            int32_t count = 0;
+            for (int slot = 0; slot < kSpan; ++slot) {
+                const int jx = x + slot % 5 - 2, jy = y + slot / 5 - 2;
+                if (jx < 0 || jy < 0 || jx >= w || jy >= h) continue;
+                const size_t j = size_t(jy) * l.width + size_t(jx);
+                if (l.cls[j] == kUnknown) {
+                    values[v * kSpan + size_t(count)] = Real(row[slot] + (slot == 12 ? pw + kDiagonalFloor : 0.0));
+                    cols[v * kSpan + size_t(count)] = l.var[j];
+                    ++count;
+                } else if (l.cls[j] == kFore) {
+                    r -= row[slot];
+                }
+            }
+            counts[v] = count;
+            rhs[Eigen::Index(v)] = Real(r);
+        }
+    });
+
+    size_t nnz = 0;
+    for (size_t v = 0; v < n; ++v) nnz += size_t(counts[v]);
+    a.resize(Eigen::Index(n), Eigen::Index(n));
+    a.resizeNonZeros(Eigen::Index(nnz));
+    int32_t* outer = a.outerIndexPtr();
+    size_t at = 0;
+    for (size_t v = 0; v < n; ++v) {
+        outer[v] = int32_t(at);
+        std::memcpy(a.innerIndexPtr() + at, &cols[v * kSpan], sizeof(int32_t) * size_t(counts[v]));
+        std::memcpy(a.valuePtr() + at, &values[v * kSpan], sizeof(Real) * size_t(counts[v]));
+        at += size_t(counts[v]);
+    }
+    outer[n] = int32_t(at);
+}
+
+// Alpha of the band of one level, 0..1 per band pixel; larger bands start from the half-size solution.
+// Progress runs from lo to hi.
+std::vector<double> SolveLevel(const Level& l, double eps, int depth, const Reporter& rep, int lo, int hi)
+{
+    const size_t n = l.band.size();
+    const std::vector<uint32_t> nf = NearestKnown(l, kFore);
+    const std::vector<uint32_t> nb = NearestKnown(l, kBack);
+    std::vector<float> prior, trust;
+    Projection(l, nf, nb, prior, trust);
+    SampledPrior(l, nf, nb, prior, trust);
+    rep.CheckCancel();
+
+    Vector x(static_cast<Eigen::Index>(n));
+    int mid = lo;
+    if (n > kCoarseAbove && depth + 1 < kMaxLevels && l.width >= 16 && l.height >= 16) {
+        Level coarse;
+        Downsample(l, coarse);
+        mid = lo + (hi - lo) / 3;
+        const std::vector<double> cx = SolveLevel(coarse, eps, depth + 1, rep, lo, mid);
+        // Bilinear from the half-size alpha (coarse pixel centres sit at fine 2c + 0.5).
+        auto at = [&](int cx0, int cy0) {
+            cx0 = std::clamp(cx0, 0, int(coarse.width) - 1);
+            cy0 = std::clamp(cy0, 0, int(coarse.height) - 1);
+            const size_t c = size_t(cy0) * coarse.width + size_t(cx0);
+            return coarse.cls[c] == kUnknown ? cx[size_t(coarse.var[c])] : double(coarse.cls[c] == kFore);
+        };
+        for (size_t v = 0; v < n; ++v) {
+            const int px = int(l.band[v] % l.width), py = int(l.band[v] / l.width);
+            const int x0 = (px - 1) >> 1, y0 = (py - 1) >> 1;   // the coarse pixel up and left of this one
+            const double fx = (px & 1) ? 0.25 : 0.75, fy = (py & 1) ? 0.25 : 0.75;
+            const double top = at(x0, y0) * (1 - fx) + at(x0 + 1, y0) * fx;
+            const double bottom = at(x0, y0 + 1) * (1 - fx) + at(x0 + 1, y0 + 1) * fx;
+            x[Eigen::Index(v)] = Real(top * (1 - fy) + bottom * fy);
+        }
+    } else {
+        for (size_t v = 0; v < n; ++v) x[Eigen::Index(v)] = Real(prior[v]);
+    }
+
+    SparseRows a;
+    Vector rhs;
+    BuildSystem(l, eps, prior, trust, a, rhs);
+    rep.CheckCancel();
+
+    auto run = [&](auto& cg) {
+        cg.setTolerance(kTolerance);
+        cg.setMaxIterations(kChunk);
+        cg.compute(a);
+        if (cg.info() != Eigen::Success) throw std::bad_alloc();
+        for (int done = 0; done < kIterationCap; done += kChunk) {
+            x = cg.solveWithGuess(rhs, x);
+            rep.CheckCancel();
+            rep.Report(mid + (hi - mid) * (done + kChunk) / kIterationCap);
+            if (cg.info() == Eigen::Success) break;
+        }
+    };
+    Eigen::ConjugateGradient<SparseRows, Eigen::Lower | Eigen::Upper> cg;   // Jacobi-preconditioned
+    run(cg);
+    std::vector<double> out(n);
+    for (size_t v = 0; v < n; ++v) out[v] = std::clamp(double(x[Eigen::Index(v)]), 0.0, 1.0);
+    rep.Report(hi);
+    return out;
+}
+
+// Subject colour F and background colour B of each band pixel: minimises |aF + (1-a)B - I|^2 plus smoothness of
+// F and B between 4-neighbours, weighted by how little alpha changes between them. Known subject neighbours lend
+// their colour to F, known background neighbours to B. Jacobi sweeps from the nearest known colours.
+void EstimateColours(const Level& l, const std::vector<double>& alpha, std::vector<float>& fore,
+                     const Reporter& rep, int lo, int hi)
+{
+    const size_t n = l.band.size();
+    const std::vector<uint32_t> nf = NearestKnown(l, kFore);
+    const std::vector<uint32_t> nb = NearestKnown(l, kBack);
+    std::vector<float> cur(n * 6), next(n * 6);
+    for (size_t v = 0; v < n; ++v)
+        for (int c = 0; c < 3; ++c) {
+            const float own = l.rgb[size_t(l.band[v]) * 3 + c];
+            cur[v * 6 + c] = nf[v] == kNone ? own : l.rgb[size_t(nf[v]) * 3 + c];
+            cur[v * 6 + 3 + c] = nb[v] == kNone ? own : l.rgb[size_t(nb[v]) * 3 + c];
+        }
+    const int w = int(l.width), h = int(l.height);
+    static constexpr int kDx[4] = {-1, 1, 0, 0}, kDy[4] = {0, 0, -1, 1};
+    for (int sweep = 0; sweep < kColourSweeps; ++sweep) {
+        vmpar::ParallelFor(n, 4096, [&](size_t b, size_t e, unsigned) {
+            for (size_t v = b; v < e; ++v) {
+                const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
+                const float a0 = float(alpha[v]), a1 = 1.0f - a0;
+                float a00 = a0 * a0, a01 = a0 * a1, a11 = a1 * a1;
+                const float* img = &l.rgb[size_t(l.band[v]) * 3];
+                float b0[3], b1[3];
+                for (int c = 0; c < 3; ++c) {
+                    b0[c] = a0 * img[c];
+                    b1[c] = a1 * img[c];
+                }
+                for (int k = 0; k < 4; ++k) {
+                    const int nx = x + kDx[k], ny = y + kDy[k];
+                    if (nx < 0 || ny < 0 || nx >= w || ny >= h) continue;
+                    const size_t j = size_t(ny) * l.width + size_t(nx);
+                    const int32_t nv = l.var[j];
+                    if (nv >= 0) {
+                        const float d = kColourFloor + kColourGradient * std::fabs(a0 - float(alpha[size_t(nv)]));
+                        a00 += d;
+                        a11 += d;
+                        for (int c = 0; c < 3; ++c) {
+                            b0[c] += d * cur[size_t(nv) * 6 + c];
+                            b1[c] += d * cur[size_t(nv) * 6 + 3 + c];
+                        }
+                    } else if (l.cls[j] == kFore) {
+                        const float d = kColourFloor + kColourGradient * a1;
+                        a00 += d;
+                        for (int c = 0; c < 3; ++c) b0[c] += d * l.rgb[j * 3 + c];
+                    } else {
+                        const float d = kColourFloor + kColourGradient * a0;
+                        a11 += d;
+                        for (int c = 0; c < 3; ++c) b1[c] += d * l.rgb[j * 3 + c];
+                    }
+                }
+                const float det = a00 * a11 - a01 * a01;
+                const float r = det > 1e-12f ? 1.0f / det : 0.0f;
+                for (int c = 0; c < 3; ++c) {
+                    float f = r > 0 ? (a11 * b0[c] - a01 * b1[c]) * r : cur[v * 6 + c];
+                    float k = r > 0 ? (a00 * b1[c] - a01 * b0[c]) * r : cur[v * 6 + 3 + c];
+                    next[v * 6 + c] = std::clamp(f, 0.0f, 1.0f);
+                    next[v * 6 + 3 + c] = std::clamp(k, 0.0f, 1.0f);
+                }
+            }
+        });
+        cur.swap(next);
+        if ((sweep & 7) == 7) {
+            rep.CheckCancel();
+            rep.Report(lo + (hi - lo) * (sweep + 1) / kColourSweeps);
+        }
+    }
+    fore.resize(n * 3);
+    for (size_t v = 0; v < n; ++v)
+        for (int c = 0; c < 3; ++c) fore[v * 3 + c] = cur[v * 6 + c];
+}
+
+bool Valid(const COLImage& src, const COLChannel& trimap)
+{
+    return !src.IsNull() && !trimap.IsNull() && trimap.GetWidth() == src.GetWidth() &&
+           trimap.GetHeight() == src.GetHeight() && src.GetWidth() <= kMaxImageSide &&
+           src.GetHeight() <= kMaxImageSide;
+}
+
+uint8_t ToByte(double v) { return uint8_t(std::clamp(v, 0.0, 1.0) * 255.0 + 0.5); }
+
+// Alpha of known pixels; band pixels are filled in by the caller.
+long KnownAlpha(const Level& l, COLChannel& alpha)
+{
+    if (alpha.Create(l.width, l.height) != kOk) return kFail;
+    uint8_t* out = alpha.GetBuffer();
+    for (size_t i = 0; i < l.cls.size(); ++i) out[i] = l.cls[i] == kFore ? 255 : 0;
+    return kOk;
+}
+
+long Solve(const COLImage& src, const COLChannel& trimap, COLChannel& alpha, COLImage* foreground,
+           const RefinedMatteParams& params, const Reporter& rep)
+{
+    if (!Valid(src, trimap) || !(params.epsilon >= 1e-9 && params.epsilon <= 1e-2)) return kFail;
+    try {
+        rep.Report(0);
+        Level l;
+        FromImage(src, trimap, l);
+        std::vector<double> a;
+        if (!l.band.empty()) a = SolveLevel(l, params.epsilon, 0, rep, 2, 80);
+        rep.Report(80);
+        std::vector<float> fore;
+        if (foreground && !l.band.empty()) EstimateColours(l, a, fore, rep, 80, 98);
+        rep.CheckCancel();
+
+        // Write only at the end, so that a failure or cancel leaves the outputs as they were.
+        COLChannel outAlpha;
+        if (KnownAlpha(l, outAlpha) != kOk) return kFail;
+        for (size_t v = 0; v < l.band.size(); ++v) outAlpha.GetBuffer()[l.band[v]] = ToByte(a[v]);
+        if (foreground) {
+            COLImage out;
+            if (!out.DuplicateFrom(&src)) return kFail;
+            CPixel* p = out.GetBuffer();
+            const uint8_t* av = outAlpha.GetBuffer();
+            for (size_t i = 0; i < l.cls.size(); ++i) p[i].alpha = av[i];
+            for (size_t v = 0; v < l.band.size(); ++v) {
+                CPixel& q = p[l.band[v]];
+                q.red = ToByte(fore[v * 3 + 0]);
+                q.green = ToByte(fore[v * 3 + 1]);
+                q.blue = ToByte(fore[v * 3 + 2]);
+            }
+            *foreground = std::move(out);
+        }
+        alpha = std::move(outAlpha);
+        rep.Report(100);
+        return kOk;
+    } catch (const std::bad_alloc&) {
+        return kFail;
+    } catch (const CCancelled&) {
+        return kFail;
+    }
+}
+
+} // namespace
+
+long SolveRefinedMatte(const COLImage& src, const COLChannel& trimap, COLChannel& alpha, COLImage* foreground,
+                       const RefinedMatteParams& params, ProgressCallback progress, CImageProcess* owner)
+{
+    return Solve(src, trimap, alpha, foreground, params, Reporter{progress, owner});
+}
+
+long CRefinedMatteProcess::Process(const void* params)
+{
+    if (CImageProcess::Process(params) != kOk || !params) return kFail;
+    const RefinedMatteParams p = *static_cast<const RefinedMatteParams*>(params);
+    if (!p.trimap) return kFail;
+    const COLImage& src = *m_pSrcImage;
+    COLChannel alpha;
+    COLImage result;
+    const long r = Solve(src, *p.trimap, alpha, p.decontaminate ? &result : nullptr, p, Reporter{{}, this});
+    if (r != kOk) return r;
+    if (!p.decontaminate) {
+        if (!result.DuplicateFrom(&src)) return kFail;
+        CPixel* q = result.GetBuffer();
+        const uint8_t* av = alpha.GetBuffer();
+        for (size_t i = 0; i < result.GetPixelCount(); ++i) q[i].alpha = av[i];
+    }
+    *m_pDstImage = std::move(result);
+    return kOk;
+}
+
+namespace refinedmatte {
+
+long NearestColourAlpha(const COLImage& src, const COLChannel& trimap, COLChannel& alpha)
+{
+    if (!Valid(src, trimap)) return kFail;
+    try {
+        Level l;
+        FromImage(src, trimap, l);
+        std::vector<float> prior, trust;
+        Projection(l, NearestKnown(l, kFore), NearestKnown(l, kBack), prior, trust);
+        COLChannel out;
+        if (KnownAlpha(l, out) != kOk) return kFail;
+        for (size_t v = 0; v < l.band.size(); ++v) out.GetBuffer()[l.band[v]] = ToByte(prior[v]);
+        alpha = std::move(out);
+        return kOk;
+    } catch (const std::bad_alloc&) {
+        return kFail;
+    }
+}
+
+} // namespace refinedmatte
