@@ -132,8 +132,14 @@ struct Isa {
 
 } // namespace sse2
 
+// Everything in this namespace may use AVX2; it is only called when the processor has it. Clang spells the
+// same request differently (the sanitizer and fuzzing builds use clang).
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
+#else
 #pragma GCC push_options
 #pragma GCC target("avx2")
+#endif
 namespace avx2 {
 
 struct Isa {
@@ -165,7 +171,11 @@ struct Isa {
 #include "matting/gaussian_simd.inl"
 
 } // namespace avx2
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
 #pragma GCC pop_options
+#endif
 #endif
 
 // The loop for a tap count and stride (0: rows given one by one) at the instruction set in use.
