@@ -1,0 +1,29 @@
+// One picture format through COLImageCodec::LoadFile. Built once per format with VM_FUZZ_EXTENSION set to the
+// extension the input file gets, so that the formats without a signature (TGA) are reached the way a user's
+// file reaches them.
+
+#include "fuzz_input.h"
+#include "imaging/codec.h"
+
+#ifndef VM_FUZZ_EXTENSION
+#error "VM_FUZZ_EXTENSION names the file extension of the format under test"
+#endif
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static vmfuzz::CInputFile file(VM_FUZZ_EXTENSION);
+    if (!vmfuzz::WriteInput(file.path, data, size)) return 0;
+    COLImageCodec codec;
+    COLImage image;
+    if (codec.LoadFile(file.path.c_str(), &image)) {
+        // A successful load must hand back a whole picture within the side limit.
+        if (image.IsEmpty() || image.GetWidth() > kMaxImageSide || image.GetHeight() > kMaxImageSide) __builtin_trap();
+        // Touch every pixel so that a buffer shorter than its sides shows up under AddressSanitizer.
+        volatile uint32_t sum = 0;
+        const CPixel* p = image.GetBuffer();
+        for (size_t i = 0; i < image.GetPixelCount(); ++i) sum += p[i].alpha;
+    } else if (!image.IsEmpty()) {
+        __builtin_trap();   // a failed load leaves the image empty
+    }
+    return 0;
+}
