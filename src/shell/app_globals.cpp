@@ -77,7 +77,6 @@ CAppGlobals::~CAppGlobals()
 
 int CAppGlobals::Init(const AppInitOptions& options)
 {
-    m_initSteps.clear();
     int result = 1;
 
     // Work folder and profile.
@@ -93,23 +92,19 @@ int CAppGlobals::Init(const AppInitOptions& options)
     }
     m_profilePath = options.profilePath.empty() ? DefaultProfilePath() : options.profilePath;
     m_profile.Load(m_profilePath);
-    NoteStep("profile");
 
     // Texts.
     const std::string choice =
         options.language.empty() ? m_profile.GetStr(kStrSection, "Language", "") : options.language;
     m_language = ChooseLanguage(choice, CurrentMessageLocale());
     FillStringTable(m_stringTable, m_language);
-    NoteStep("strings");
 
     // The worker thread exists from here to the end.
     if (!m_worker) m_worker = std::make_unique<CProcessThread>();
-    NoteStep("worker");
 
     m_foreColor = CPixel::FromWord(static_cast<uint32_t>(GetProfileInt("ForeColor")));
     m_foreColor.alpha = 255;
     m_commandContext.foreground = m_foreColor.Word();
-    NoteStep("forecolor");
 
     // The two undo logs; each deletes logs of earlier days as it starts. Without one the program still runs, but
     // cannot undo in that mode.
@@ -125,23 +120,19 @@ int CAppGlobals::Init(const AppInitOptions& options)
         m_composeHistory.reset();
         result = 0;
     }
-    NoteStep("composelog");
     m_selectionHistory = std::make_unique<CSelectionHistory>();
     if (!m_selectionHistory->Init()) {
         m_selectionHistory.reset();
         result = 0;
     }
-    NoteStep("selectionlog");
 
     // The companion photo editor: a path in the profile, else the program on PATH.
     m_companionExe = FindOnPath(GetProfileStr("OmbraLens", "ombralens"));
-    NoteStep("companion");
 
     if (m_buttonStates.LoadFromFile(GetSkinPath("btnst.bmp").c_str()) != kOk) {
         m_buttonStates.Free();
         result = 0;
     }
-    NoteStep("buttonstates");
 
     // Shared skin pictures; a missing one leaves its part with a plain fill.
     COLImageCodec codec;
@@ -152,7 +143,6 @@ int CAppGlobals::Init(const AppInitOptions& options)
             pictures[i]->Free();
             result = 0;
         }
-    NoteStep("skinpictures");
 
     m_initialised = true;
     return result;
