@@ -18,10 +18,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (codec.LoadFile(file.path.c_str(), &image)) {
         // A successful load must hand back a whole picture within the side limit.
         if (image.IsEmpty() || image.GetWidth() > kMaxImageSide || image.GetHeight() > kMaxImageSide) __builtin_trap();
-        // Touch every pixel so that a buffer shorter than its sides shows up under AddressSanitizer.
-        volatile uint32_t sum = 0;
-        const CPixel* p = image.GetBuffer();
-        for (size_t i = 0; i < image.GetPixelCount(); ++i) sum += p[i].alpha;
+        // Read the last pixel, so that a buffer shorter than its sides shows up under AddressSanitizer. (Not
+        // every pixel: a loop here is instrumented, and a large legitimate screen would then time out.)
+        volatile uint8_t last = image.GetBuffer()[image.GetPixelCount() - 1].alpha;
+        (void)last;
     } else if (!image.IsEmpty()) {
         __builtin_trap();   // a failed load leaves the image empty
     }
