@@ -17,12 +17,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     COLImage image;
     if (codec.LoadFile(file.path.c_str(), &image)) {
         // A successful load must hand back a whole picture within the side limit.
-        if (image.IsEmpty() || image.GetWidth() > kMaxImageSide || image.GetHeight() > kMaxImageSide) __builtin_trap();
+        if (image.IsNull() || image.GetWidth() > kMaxImageSide || image.GetHeight() > kMaxImageSide) __builtin_trap();
         // Read the last pixel, so that a buffer shorter than its sides shows up under AddressSanitizer. (Not
         // every pixel: a loop here is instrumented, and a large legitimate screen would then time out.)
         volatile uint8_t last = image.GetBuffer()[image.GetPixelCount() - 1].alpha;
         (void)last;
-    } else if (!image.IsEmpty()) {
+    } else if (!image.IsNull()) {
         __builtin_trap();   // a failed load leaves the image empty
     }
     return 0;

@@ -118,7 +118,7 @@ TEST(CliBatchKey, FolderGivesEveryPictureButNotTheResultsItHolds)
     // The backdrop corner of a result: keyed away but for a faint trace; -1 when there is no result.
     auto cornerAlpha = [&](const char* name) {
         const COLImage img = Load(dir.File(name));
-        return img.IsEmpty() ? -1 : int(img.GetPixel2(5, 5).alpha);
+        return img.IsNull() ? -1 : int(img.GetPixel2(5, 5).alpha);
     };
     EXPECT_TRUE(cornerAlpha("a_cut.png") >= 0 && cornerAlpha("a_cut.png") < 16);
 

@@ -60,7 +60,7 @@ void FillNoise(COLChannel& channel, uint32_t width, uint32_t height, uint32_t se
 
 bool SameColours(const COLImage& a, const COLImage& b)
 {
-    if (a.IsEmpty() || b.IsEmpty() || a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) return false;
+    if (a.IsNull() || b.IsNull() || a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) return false;
     for (size_t i = 0; i < a.GetPixelCount(); ++i)
         if (!(a.GetBuffer()[i] == b.GetBuffer()[i])) return false;
     return true;
@@ -92,7 +92,7 @@ COLImage Load(const std::string& path)
 std::vector<uint8_t> Bytes(const COLImage& image)
 {
     const uint8_t* p = reinterpret_cast<const uint8_t*>(image.GetBuffer());
-    return std::vector<uint8_t>(p, p + (image.IsEmpty() ? 0 : image.GetPixelCount() * 4));
+    return std::vector<uint8_t>(p, p + (image.IsNull() ? 0 : image.GetPixelCount() * 4));
 }
 
 std::vector<uint8_t> Bytes(const COLChannel& channel)
