@@ -14,8 +14,11 @@ mkdir -p "$findings"
 work=$(mktemp -d "${TMPDIR:-/tmp}/vmfuzz.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
+# Read the list once: a reconfigure of the build rewrites it.
+mapfile -t entries <"$list"
 status=0
-while read -r name seeds; do
+for entry in "${entries[@]}"; do
+  read -r name seeds <<<"$entry"
   if [ -n "${FUZZ_TARGETS:-}" ] && [[ " $FUZZ_TARGETS " != *" ${name#fuzz_} "* ]]; then continue; fi
   corpus=$work/$name
   mkdir -p "$corpus"
@@ -34,5 +37,5 @@ while read -r name seeds; do
     echo "fuzz: $name found a fault; the input is in $findings" >&2
     tail -n 80 "$work/$name.log" >&2
   fi
-done <"$list"
+done
 exit $status
