@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what Velmorando needs from Debian's packages, and nothing when all is there.
 # --bench also installs OpenCV, which only the benchmarks use as a baseline to compare with.
+# --fuzz also installs clang and its runtime (libFuzzer and the sanitizers) for `make fuzz`.
 set -euo pipefail
 
 PACKAGES=(
@@ -15,7 +16,8 @@ PACKAGES=(
 for arg in "$@"; do
   case "$arg" in
     --bench) PACKAGES+=(libopencv-dev libopencv-contrib-dev) ;;
-    *) echo "install-deps: unknown option $arg (known: --bench)" >&2; exit 2 ;;
+    --fuzz) PACKAGES+=(clang libclang-rt-14-dev) ;;
+    *) echo "install-deps: unknown option $arg (known: --bench, --fuzz)" >&2; exit 2 ;;
   esac
 done
 

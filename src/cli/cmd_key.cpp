@@ -143,7 +143,17 @@ int RunBatchKey(const std::vector<std::string>& args)
         if (fs::is_directory(p, ec)) {
             const std::vector<std::string> inFolder = batchkey::PicturesInFolder(p);
             if (inFolder.empty()) std::fprintf(stderr, "warning: no pictures in %s\n", p.c_str());
-            for (const std::string& f : inFolder) batchkey::AddFile(files, f);
+            for (const std::string& f : inFolder) {
+                // A folder keyed into itself holds the results of an earlier run; keying one of them onto
+                // itself would replace it with a second cut. Named files are taken as asked.
+                const std::string o =
+                    batchkey::OutputPath(settings.outputDir, f, settings.affix, settings.affixIsPrefix);
+                if (fs::equivalent(f, o, ec)) {
+                    std::fprintf(stderr, "note: %s is skipped: its result would replace it\n", f.c_str());
+                    continue;
+                }
+                batchkey::AddFile(files, f);
+            }
         } else {
             batchkey::AddFile(files, p);   // a missing file is reported when its turn comes
         }

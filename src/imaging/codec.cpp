@@ -1,9 +1,12 @@
 #include "imaging/codec.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <iterator>
+#include <string>
 #include <utility>
 
 #include "imaging/codec_formats.h"
@@ -35,6 +38,17 @@ const char* FileTypeName(uint32_t type)
 }
 
 namespace {
+
+// TGA has no signature at its start, so only these names make a file worth a closer look.
+constexpr const char* kTgaExtensions[] = {"tga", "vda", "icb", "vst"};
+// The formats known by their signature, under the names such files carry.
+constexpr const char* kSignedExtensions[] = {"bmp", "dib", "jpg", "jpeg", "jpe", "jfif", "gif", "pcx",
+                                             "tif", "tiff", "png"};
+
+bool IsTgaExtension(const std::string& ext)
+{
+    return std::find(std::begin(kTgaExtensions), std::end(kTgaExtensions), ext) != std::end(kTgaExtensions);
+}
 
 uint32_t TypeFromContent(const uint8_t* h, size_t n)
 {
@@ -106,6 +120,16 @@ bool LoadByType(const char* path, uint32_t type, COLImage& image)
 
 } // namespace
 
+bool IsPictureExtension(const char* extension)
+{
+    if (!extension) return false;
+    if (*extension == '.') ++extension;
+    std::string ext(extension);
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return IsTgaExtension(ext) ||
+           std::find(std::begin(kSignedExtensions), std::end(kSignedExtensions), ext) != std::end(kSignedExtensions);
+}
+
 uint32_t COLImageCodec::GetFileType(const char* path)
 {
     if (!path) return kFileUnusable;
@@ -116,7 +140,7 @@ uint32_t COLImageCodec::GetFileType(const char* path)
     // TGA has no signature at its start; a version 2 file ends with one, an older one only has its name.
     if (codec::IsTgaFooter(file.Data(), file.Size())) return kFileTga;
     const std::string ext = codec::Extension(path);
-    if ((ext == "tga" || ext == "vda" || ext == "icb" || ext == "vst") && PlausibleTga(file.Data(), file.Size()))
+    if (IsTgaExtension(ext) && PlausibleTga(file.Data(), file.Size()))
         return kFileTga;
     return kFileUnusable;
 }

@@ -21,6 +21,11 @@ inline constexpr uint32_t kFilePsd = 254;
 // Short name of a file type code ("PNG", "JPEG", ...; "unusable" for anything unknown).
 const char* FileTypeName(uint32_t type);
 
+// True for the extensions of the picture files LoadFile reads (bmp dib jpg jpeg jpe jfif gif pcx tif tiff png tga
+// vda icb vst), in any letter case, with or without the leading dot. For listing folders: a file's content
+// still decides whether and how it loads.
+bool IsPictureExtension(const char* extension);
+
 // The picture-file and colour service. Objects hold no state: make one where it is needed and drop it after.
 // Every operation is re-entrant, so the interface thread and the worker may use their own objects at once.
 // Results are non-zero on success and 0 on failure; a failed load leaves the image empty.

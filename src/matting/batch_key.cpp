@@ -1,7 +1,6 @@
 #include "matting/batch_key.h"
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <system_error>
 
@@ -84,15 +83,11 @@ bool AddFile(std::vector<std::string>& files, const std::string& path)
 
 std::vector<std::string> PicturesInFolder(const std::string& folder)
 {
-    static const char* const kExtensions[] = {".bmp", ".jpg", ".jpeg", ".gif", ".pcx", ".tif", ".tiff", ".tga"};
     std::vector<std::string> found;
     std::error_code ec;
     for (fs::directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec)) {
         std::error_code typeError;
-        if (!it->is_regular_file(typeError)) continue;
-        std::string ext = it->path().extension().string();
-        std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-        if (std::find(std::begin(kExtensions), std::end(kExtensions), ext) != std::end(kExtensions))
+        if (it->is_regular_file(typeError) && IsPictureExtension(it->path().extension().c_str()))
             found.push_back(it->path().string());
     }
     std::sort(found.begin(), found.end());

@@ -48,8 +48,8 @@ ChromaKeyParams UnattendedParams(CPixel backdrop);
 // Appends a file unless the same file is listed already (compared by its resolved path). False for a duplicate.
 bool AddFile(std::vector<std::string>& files, const std::string& path);
 
-// The picture files a folder holds, by name, not descending into sub-folders: the extensions of the batch
-// file dialog (bmp jpg jpeg gif pcx tif tiff tga), in any letter case.
+// The picture files a folder holds, by name, not descending into sub-folders: every extension the codec reads
+// (IsPictureExtension), in any letter case.
 std::vector<std::string> PicturesInFolder(const std::string& folder);
 
 struct Failure {

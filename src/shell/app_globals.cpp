@@ -77,7 +77,6 @@ CAppGlobals::~CAppGlobals()
 
 int CAppGlobals::Init(const AppInitOptions& options)
 {
-    m_initSteps.clear();
     int result = 1;
 
     // Work folder and profile.
@@ -93,7 +92,6 @@ int CAppGlobals::Init(const AppInitOptions& options)
     }
     m_profilePath = options.profilePath.empty() ? DefaultProfilePath() : options.profilePath;
     m_profile.Load(m_profilePath);
-    NoteStep("profile");
 
     // Texts.
     const std::string choice =
@@ -106,16 +104,13 @@ int CAppGlobals::Init(const AppInitOptions& options)
         if (Utf8ToGbk(GetString("layerbackground"), background) && Utf8ToGbk(GetString("layername"), pattern))
             m_composeDocument.SetDefaultNames(background, pattern);
     }
-    NoteStep("strings");
 
     // The worker thread exists from here to the end.
     if (!m_worker) m_worker = std::make_unique<CProcessThread>();
-    NoteStep("worker");
 
     m_foreColor = CPixel::FromWord(static_cast<uint32_t>(GetProfileInt("ForeColor")));
     m_foreColor.alpha = 255;
     m_commandContext.foreground = m_foreColor.Word();
-    NoteStep("forecolor");
 
     // The two undo logs; each deletes logs of earlier days as it starts. Without one the program still runs, but
     // cannot undo in that mode.
@@ -131,23 +126,19 @@ int CAppGlobals::Init(const AppInitOptions& options)
         m_composeHistory.reset();
         result = 0;
     }
-    NoteStep("composelog");
     m_selectionHistory = std::make_unique<CSelectionHistory>();
     if (!m_selectionHistory->Init()) {
         m_selectionHistory.reset();
         result = 0;
     }
-    NoteStep("selectionlog");
 
     // The companion photo editor: a path in the profile, else the program on PATH.
     m_companionExe = FindOnPath(GetProfileStr("OmbraLens", "ombralens"));
-    NoteStep("companion");
 
     if (m_buttonStates.LoadFromFile(GetSkinPath("btnst.bmp").c_str()) != kOk) {
         m_buttonStates.Free();
         result = 0;
     }
-    NoteStep("buttonstates");
 
     // Shared skin pictures; a missing one leaves its part with a plain fill.
     COLImageCodec codec;
@@ -158,7 +149,6 @@ int CAppGlobals::Init(const AppInitOptions& options)
             pictures[i]->Free();
             result = 0;
         }
-    NoteStep("skinpictures");
 
     m_initialised = true;
     return result;

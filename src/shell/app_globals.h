@@ -68,10 +68,6 @@ public:
     // What commands work on: the document, the compose history, and the host the main frame provides.
     CCommandContext& CommandContext() { return m_commandContext; }
 
-    // The steps Init went through, in order, for the diagnostics and the start-up test.
-    const std::vector<std::string>& GetInitSteps() const { return m_initSteps; }
-    void NoteStep(const std::string& step) { m_initSteps.push_back(step); }
-
     std::string m_workDir;
     std::string m_profilePath;
     std::vector<StringRow> m_stringTable;
@@ -89,7 +85,6 @@ private:
     CCommandContext m_commandContext;
     CProfile m_profile;
     ETextLanguage m_language = ETextLanguage::kChinese;
-    std::vector<std::string> m_initSteps;
     bool m_initialised = false;
 };
 

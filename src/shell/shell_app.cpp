@@ -26,10 +26,7 @@ int CShellApp::Start(const std::string& commandText, const AppInitOptions& optio
 
     // The splash, only when there is nothing to open; a missing picture just means no splash.
     m_pSplash = std::make_unique<CSplashWindow>();
-    if (m_pSplash->LoadPicture(m_app.GetSkinPath("start.lgb"))) {
-        m_app.NoteStep("splash");
-        if (m_commandLine.path.empty()) m_pSplash->ShowCentred();
-    }
+    if (m_pSplash->LoadPicture(m_app.GetSkinPath("start.lgb")) && m_commandLine.path.empty()) m_pSplash->ShowCentred();
 
     m_pFrame = std::make_unique<CMainFrame>(m_app, m_pServices);
     m_pKeyFilter = new CKeyFilter(m_pFrame.get());
@@ -37,7 +34,6 @@ int CShellApp::Start(const std::string& commandText, const AppInitOptions& optio
     // Without a window manager (a bare X server) maximising does nothing: start with the whole screen anyway.
     if (QScreen* screen = QGuiApplication::primaryScreen()) m_pFrame->setGeometry(screen->availableGeometry());
     m_pFrame->showMaximized();
-    m_app.NoteStep("frame");
     if (m_pSplash->isVisible() && QGuiApplication::platformName() != QLatin1String("offscreen")) m_pSplash->raise();
 
     m_commandLineTimer.start(commandLineDelayMs);
@@ -46,7 +42,6 @@ int CShellApp::Start(const std::string& commandText, const AppInitOptions& optio
 
 void CShellApp::HandleCommandLine()
 {
-    m_app.NoteStep("commandline");
     m_handled = true;
     if (!m_commandLine.path.empty()) {
         m_pFrame->SetHostMode(m_commandLine.pluginMode);
@@ -64,5 +59,4 @@ void CShellApp::HandleCommandLine()
         }
     }
     m_pSplash->hide();
-    m_app.NoteStep("splashhidden");
 }

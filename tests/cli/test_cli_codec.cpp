@@ -38,6 +38,10 @@ TEST(CliCodec, InfoNamesTypeSizeAndAlpha)
     r = RunCli("info " + Quote(dir.File("cut.png")));
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_NE(r.output.find("damaged"), std::string::npos) << r.output;
+    r = RunCli("info " + Quote(dir.File("missing.bmp")));
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.output.find("error"), std::string::npos) << r.output;
+    EXPECT_EQ(RunCli("info").exitCode, 2);
 }
 
 TEST(CliCodec, ConvertChoosesTheWriterByExtension)

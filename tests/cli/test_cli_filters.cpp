@@ -11,18 +11,7 @@
 using vmtest::CliResult;
 using vmtest::Quote;
 using vmtest::RunCli;
-
-namespace {
-
-COLImage Load(const std::string& path)
-{
-    COLImage img;
-    COLImageCodec codec;
-    EXPECT_TRUE(codec.LoadFile(path.c_str(), &img)) << path;
-    return img;
-}
-
-} // namespace
+using vmtest::Load;
 
 TEST(CliFilters, BlurWritesWhatTheProcessComputes)
 {

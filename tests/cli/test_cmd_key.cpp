@@ -10,6 +10,7 @@
 using vmtest::CliResult;
 using vmtest::Quote;
 using vmtest::RunCli;
+using vmtest::Load;
 
 namespace {
 
@@ -26,13 +27,6 @@ void WriteShot(const std::string& path, bool green)
         }
     COLImageCodec codec;
     ASSERT_TRUE(codec.SaveFile(path.c_str(), &img));
-}
-
-COLImage Load(const std::string& path)
-{
-    COLImage img;
-    COLImageCodec().LoadFile(path.c_str(), &img);
-    return img;
 }
 
 } // namespace
@@ -110,6 +104,31 @@ TEST(CliBatchKey, GoesOnPastABrokenFileAndListsIt)
     const COLImage keyed = Load(out + "/x-a.png");
     EXPECT_LT(keyed.GetPixel2(5, 5).alpha, 16);   // the unattended strength of 32 leaves a faint trace
     EXPECT_EQ(keyed.GetPixel(48, 50), 0xFFD2783Cu);
+}
+
+TEST(CliBatchKey, FolderGivesEveryPictureButNotTheResultsItHolds)
+{
+    vmtest::TempDir dir;
+    const std::string in = Quote(dir.Path().string());
+    WriteShot(dir.File("a.PNG"), true);
+    WriteShot(dir.File("b.bmp"), true);
+    CliResult r = RunCli("batch-key " + in + " -o " + in + " --suffix _cut");
+    EXPECT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("2 of 2 pictures keyed"), std::string::npos) << r.output;
+    // The backdrop corner of a result: keyed away but for a faint trace; -1 when there is no result.
+    auto cornerAlpha = [&](const char* name) {
+        const COLImage img = Load(dir.File(name));
+        return img.IsNull() ? -1 : int(img.GetPixel2(5, 5).alpha);
+    };
+    EXPECT_TRUE(cornerAlpha("a_cut.png") >= 0 && cornerAlpha("a_cut.png") < 16);
+
+    // Into the same folder again without a suffix: every file named like its own result is left alone.
+    WriteShot(dir.File("c.png"), true);
+    r = RunCli("batch-key " + in + " -o " + in);
+    EXPECT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("2 of 2 pictures keyed"), std::string::npos) << r.output;   // a.PNG and b.bmp
+    EXPECT_EQ(cornerAlpha("c.png"), 255);
+    EXPECT_TRUE(cornerAlpha("b.png") >= 0 && cornerAlpha("b.png") < 16);
 }
 
 TEST(CliBatchKey, RefusesBadArguments)

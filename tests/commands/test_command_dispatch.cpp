@@ -2,6 +2,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <tuple>
 #include <thread>
 
 #include "commands/command.h"
@@ -70,6 +71,12 @@ protected:
     }
     int Run(const char* text) { return ExecuteCommand(context, text); }
     const CRecordingHistory::Step& LastStep() const { return history.Steps().back(); }
+    // The last recorded step as (kind, arg, label).
+    void ExpectLastStep(int kind, int arg, const std::string& label) const
+    {
+        ASSERT_FALSE(history.Steps().empty());
+        EXPECT_EQ(std::make_tuple(LastStep().kind, LastStep().arg, LastStep().label), std::make_tuple(kind, arg, label));
+    }
 
     CComposeDocument doc{0};
     CRecordingHistory history;
@@ -105,9 +112,7 @@ TEST_F(Commands, NamesIgnoreCaseAndSelectAllRecordsEachTime)
     EXPECT_EQ(Run("doc_selectall"), kCommandDone);
     EXPECT_EQ(Run("DOC_SELECTALL"), kCommandDone);
     ASSERT_EQ(history.Steps().size(), 2u);
-    EXPECT_EQ(LastStep().kind, 5);
-    EXPECT_EQ(LastStep().arg, -1);
-    EXPECT_EQ(LastStep().label, "His_select");
+    ExpectLastStep(5, -1, "His_select");
     const COLChannel& mask = doc.GetSelectionMask();
     ASSERT_EQ(mask.GetWidth(), 20u);
     for (uint32_t i = 0; i < mask.GetAreaByteSize(); ++i)
@@ -142,9 +147,7 @@ TEST_F(Commands, DispatcherLetterRules)
     EXPECT_EQ(host.copies, 2);
     EXPECT_EQ(doc.GetLayer(2)->m_image.GetPixel2(5, 5).alpha, 0);
     ASSERT_EQ(history.Steps().size(), 1u);
-    EXPECT_EQ(LastStep().kind, 3);
-    EXPECT_EQ(LastStep().arg, 2);
-    EXPECT_EQ(LastStep().label, "His_delete");
+    ExpectLastStep(3, 2, "His_delete");
 
     EXPECT_EQ(Run("Doc_Pxyz"), kCommandDone);
     EXPECT_EQ(host.pastes, 1) << "any fifth letter P pastes";
@@ -159,9 +162,7 @@ TEST_F(Commands, DeleteLayerAndSetCurLayer)
     EXPECT_EQ(Run("Doc_DeleteLayer('1')"), kCommandDone);
     EXPECT_EQ(doc.GetLayerCount(), 2);
     EXPECT_EQ(doc.GetLayer(1), top);
-    EXPECT_EQ(LastStep().kind, 6);
-    EXPECT_EQ(LastStep().arg, 1);
-    EXPECT_EQ(LastStep().label, "His_deletelayer");
+    ExpectLastStep(6, 1, "His_deletelayer");
 
     doc.SetCurrentIndex(1);
     EXPECT_EQ(Run("Doc_SetCurLayer('1')"), kCommandRefused) << "already current";
@@ -178,9 +179,7 @@ TEST_F(Commands, LayerPropertyChange)
     EXPECT_EQ(Run("Doc_LayerPropertyChange('1','0','10,-5')"), kCommandDone);
     EXPECT_EQ(doc.GetLayer(1)->m_x, 10);
     EXPECT_EQ(doc.GetLayer(1)->m_y, -5);
-    EXPECT_EQ(LastStep().kind, 2);
-    EXPECT_EQ(LastStep().arg, 1);
-    EXPECT_EQ(LastStep().label, "His_layerpropertychange");
+    ExpectLastStep(2, 1, "His_layerpropertychange");
     EXPECT_EQ(Run("Doc_LayerPropertyChange('2','1','0')"), kCommandDone);
     EXPECT_EQ(doc.GetLayer(2)->m_visible, 0);
     EXPECT_EQ(Run("Doc_LayerPropertyChange('2','3','300')"), kCommandDone);
@@ -238,9 +237,7 @@ TEST_F(Commands, LayerLocateChange)
     EXPECT_EQ(doc.GetLayer(2), one);
     EXPECT_EQ(doc.GetLayer(3), two);
     EXPECT_EQ(doc.GetCurrentIndex(), 2) << "the current index stays";
-    EXPECT_EQ(LastStep().kind, 2);
-    EXPECT_EQ(LastStep().arg, 0);
-    EXPECT_EQ(LastStep().label, "His_layerlocatechange");
+    ExpectLastStep(2, 0, "His_layerlocatechange");
 }
 
 TEST_F(Commands, NewMergeDownAndFlatten)
@@ -248,9 +245,7 @@ TEST_F(Commands, NewMergeDownAndFlatten)
     EXPECT_EQ(Run("Doc_NewLayer('0')"), kCommandDone);
     EXPECT_EQ(doc.GetLayerCount(), 4);
     EXPECT_EQ(doc.GetLayer(1)->m_image.GetPixel(3, 3), 0u);
-    EXPECT_EQ(LastStep().kind, 8);
-    EXPECT_EQ(LastStep().arg, 0);
-    EXPECT_EQ(LastStep().label, "His_newlayer");
+    ExpectLastStep(8, 0, "His_newlayer");
     EXPECT_EQ(Run("Doc_NewLayer('4')"), kCommandRefused);
 
     EXPECT_EQ(Run("Doc_MergeDownLayer('0')"), kCommandRefused);
@@ -259,9 +254,7 @@ TEST_F(Commands, NewMergeDownAndFlatten)
     EXPECT_EQ(Run("Doc_MergeDownLayer('3')"), kCommandDone);
     EXPECT_EQ(doc.GetLayerCount(), 3);
     EXPECT_EQ(doc.GetCurrentIndex(), 2);
-    EXPECT_EQ(LastStep().kind, 255);
-    EXPECT_EQ(LastStep().arg, 3);
-    EXPECT_EQ(LastStep().label, "His_mergedownlayer");
+    ExpectLastStep(255, 3, "His_mergedownlayer");
 
     EXPECT_EQ(Run("Doc_FlatImage"), kCommandDone);
     EXPECT_EQ(doc.GetLayerCount(), 1);
@@ -288,9 +281,7 @@ TEST_F(Commands, FlipsAndRotations)
     EXPECT_EQ(layer->m_image.GetPixel(0, 4), before.GetPixel(19, 4));
     EXPECT_EQ(layer->m_image.GetPixel(12, 9), before.GetPixel(7, 9));
     EXPECT_EQ(layer->m_x, 3);
-    EXPECT_EQ(LastStep().kind, 3);
-    EXPECT_EQ(LastStep().arg, 1);
-    EXPECT_EQ(LastStep().label, "His_FlipH");
+    ExpectLastStep(3, 1, "His_FlipH");
     EXPECT_EQ(Run("Doc_FlipH"), kCommandDone);
     EXPECT_TRUE(vmtest::SamePixels(layer->m_image, before));
     EXPECT_EQ(Run("Doc_FlipV"), kCommandDone);
@@ -330,9 +321,7 @@ TEST_F(Commands, SelectionCommands)
     EXPECT_EQ(LastStep().label, "His_select");
     EXPECT_EQ(Run("Doc_SelectNone"), kCommandDone);
     EXPECT_TRUE(doc.GetSelectionMask().IsNull());
-    EXPECT_EQ(LastStep().kind, 5);
-    EXPECT_EQ(LastStep().arg, -1);
-    EXPECT_EQ(LastStep().label, "His_selectnone");
+    ExpectLastStep(5, -1, "His_selectnone");
     EXPECT_EQ(Run("Doc_SelectSegmentDeflate"), kCommandRefused);
 }
 
@@ -426,9 +415,7 @@ TEST_F(Commands, OpenDocumentAndLayerFiles)
     EXPECT_FALSE(host.lastFilterWasDocument);
     EXPECT_EQ(doc.GetLayerCount(), 2);
     EXPECT_EQ(doc.GetCurrentIndex(), 1);
-    EXPECT_EQ(LastStep().kind, 104);
-    EXPECT_EQ(LastStep().arg, 1);
-    EXPECT_EQ(LastStep().label, "His_openlayer");
+    ExpectLastStep(104, 1, "His_openlayer");
     // Into a wholly transparent layer: no layer is added and that layer becomes current.
     ASSERT_EQ(Run("Doc_NewLayer('1')"), kCommandDone);
     EXPECT_EQ(Run("Doc_OpenLayer('3')"), kCommandDone);

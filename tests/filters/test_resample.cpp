@@ -12,6 +12,8 @@
 
 namespace {
 
+using vmtest::Bytes;
+
 uint8_t Byte(const COLImage& img, uint32_t x, uint32_t y, int c)
 {
     return reinterpret_cast<const uint8_t*>(img.GetBuffer(x, y))[c];
@@ -153,17 +155,6 @@ std::vector<uint8_t> RefShrink(const uint8_t* src, int stride, int sx, int sy, i
                 out[(size_t(j) * dw + i) * Bpp + c] = uint8_t(std::min<uint64_t>(acc / divisor, 255));
             }
     return out;
-}
-
-std::vector<uint8_t> Bytes(const COLImage& img)
-{
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(img.GetBuffer());
-    return std::vector<uint8_t>(p, p + img.GetPixelCount() * 4);
-}
-
-std::vector<uint8_t> Bytes(const COLChannel& ch)
-{
-    return std::vector<uint8_t>(ch.GetBuffer(), ch.GetBuffer() + ch.GetAreaByteSize());
 }
 
 COLImage Gray(std::initializer_list<std::initializer_list<int>> rows)

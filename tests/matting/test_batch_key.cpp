@@ -10,7 +10,7 @@ using namespace batchkey;
 
 namespace {
 
-CPixel Rgb(int r, int g, int b) { return CPixel::Make(uint8_t(r), uint8_t(g), uint8_t(b)); }
+using vmtest::Rgb;
 
 // A green-screen picture: an orange block on a green backdrop.
 COLImage GreenShot(uint32_t w, uint32_t h)
@@ -103,14 +103,15 @@ TEST(BatchKey, FileListKeepsOneEntryPerFile)
 TEST(BatchKey, FolderGivesItsPictures)
 {
     vmtest::TempDir dir;
-    for (const char* name : {"b.JPG", "a.tif", "c.png", "d.txt", "e.jpeg"}) vmtest::WriteAll(dir.File(name), {1});
+    for (const char* name : {"b.JPG", "a.tif", "c.png", "d.txt", "e.jpeg", "g.Tga", "h.psd", "i.vmpd", "png"})
+        vmtest::WriteAll(dir.File(name), {1});
     std::filesystem::create_directory(dir.Path() / "sub");
+    std::filesystem::create_directory(dir.Path() / "sub.png");
     vmtest::WriteAll((dir.Path() / "sub" / "f.jpg").string(), {1});
     const std::vector<std::string> found = PicturesInFolder(dir.Path().string());
-    ASSERT_EQ(found.size(), 3u);
-    EXPECT_EQ(found[0], dir.File("a.tif"));
-    EXPECT_EQ(found[1], dir.File("b.JPG"));
-    EXPECT_EQ(found[2], dir.File("e.jpeg"));
+    const std::vector<std::string> expected = {dir.File("a.tif"), dir.File("b.JPG"), dir.File("c.png"),
+                                               dir.File("e.jpeg"), dir.File("g.Tga")};
+    EXPECT_EQ(found, expected);
 }
 
 TEST(BatchKey, RunSkipsUnreadableFilesAndOverwritesResults)

@@ -4,10 +4,11 @@
 
 #include "imaging/codec.h"
 #include "matting/blue_matting_logic.h"
+#include "support/test_support.h"
 
 namespace {
 
-CPixel Rgb(int r, int g, int b) { return CPixel::Make(uint8_t(r), uint8_t(g), uint8_t(b)); }
+using vmtest::Rgb;
 
 // Some colour whose hue in the codec's HSB form is exactly `hue`.
 CPixel ColourOfHue(int hue)

@@ -11,17 +11,10 @@
 
 namespace {
 
-CPixel Rgb(int r, int g, int b, int a = 255) { return CPixel::Make(uint8_t(r), uint8_t(g), uint8_t(b), uint8_t(a)); }
+using vmtest::Rgb;
+using vmtest::Row;
 
 const CPixel kGreen = Rgb(46, 168, 72);
-
-COLImage Row(const std::vector<CPixel>& pixels)
-{
-    COLImage img;
-    img.Create(uint32_t(pixels.size()), 1);
-    for (size_t i = 0; i < pixels.size(); ++i) img.PutPixel(uint32_t(i), 0, pixels[i]);
-    return img;
-}
 
 // An orange subject with a soft rim on a noisy green backdrop.
 COLImage GreenScene(uint32_t w, uint32_t h, uint32_t seed)

@@ -118,33 +118,21 @@ TEST(HostImage, ShortFileKeepsTheFillAndBadHeadersFail)
     EXPECT_FALSE(ReadHostImage(dir.File("missing"), img, 0, bpp));
 }
 
-TEST(Shortcuts, ComposeModeTable)
+TEST(Shortcuts, ComposeModeRulesBeyondTheTable)
 {
     auto cmd = [](int key, bool ctrl, bool shift) { return MapShortcut(key, ctrl, shift, false).command; };
-    EXPECT_EQ(cmd(vmkey::kDelete, true, false), "Doc_DelectInv");
-    EXPECT_EQ(cmd('0', true, false), "UI_ZoomFit");
-    EXPECT_EQ(cmd('A', true, false), "Doc_SelectAll");
-    EXPECT_EQ(cmd('C', true, false), "UI_Copy");
-    EXPECT_EQ(cmd('D', true, false), "Doc_SelectNone");
     EXPECT_EQ(cmd('I', true, true), "Doc_SelectInverse");
     EXPECT_EQ(MapShortcut('I', true, false, false).action, EKeyAction::kNone); // Ctrl+I alone is the tool's
-    EXPECT_EQ(cmd('V', true, false), "Doc_Paste");
-    EXPECT_EQ(cmd('X', true, false), "Doc_Cut");
-    EXPECT_EQ(cmd('Y', true, false), "UI_HistoryForward");
     EXPECT_EQ(cmd('Z', true, false), "UI_HistoryBackward");
     EXPECT_EQ(cmd('Z', true, true), "UI_HistoryForward");
-    EXPECT_EQ(cmd(vmkey::kEqual, true, false), "UI_ZoomIn");
     EXPECT_EQ(cmd(vmkey::kPlus, true, true), "UI_ZoomIn");
-    EXPECT_EQ(cmd(vmkey::kMinus, true, false), "UI_ZoomOut");
+    EXPECT_EQ(cmd(vmkey::kDelete, true, false), "Doc_DelectInv");
     EXPECT_EQ(cmd(vmkey::kDelete, false, false), "Doc_Delect");
     EXPECT_EQ(cmd('3', false, true), "Doc_SelectLayer('3')");
     EXPECT_EQ(cmd('#', false, true), "Doc_SelectLayer('3')"); // Shift+3 on a US keyboard
     EXPECT_EQ(cmd(')', false, true), "Doc_SelectLayer('0')");
     EXPECT_EQ(MapShortcut('3', false, false, false).action, EKeyAction::kNone); // a plain digit is the tool's
-    EXPECT_EQ(MapShortcut('O', true, false, false).action, EKeyAction::kOpen);
-    EXPECT_EQ(MapShortcut('P', true, false, false).action, EKeyAction::kPrint);
     EXPECT_EQ(MapShortcut('S', true, false, false).action, EKeyAction::kSave);
-    EXPECT_EQ(MapShortcut('W', true, false, false).action, EKeyAction::kClose);
     EXPECT_EQ(MapShortcut(vmkey::kEscape, false, false, false).action, EKeyAction::kCancelTool);
     EXPECT_EQ(MapShortcut('Q', true, false, false).action, EKeyAction::kNone);
     EXPECT_EQ(MapShortcut('A', false, false, false).action, EKeyAction::kNone);

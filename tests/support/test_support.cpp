@@ -1,5 +1,7 @@
 #include "support/test_support.h"
 
+#include "imaging/codec.h"
+
 #include <array>
 #include <cstdio>
 #include <fstream>
@@ -70,6 +72,33 @@ bool SamePixels(const COLImage& a, const COLImage& b)
     for (size_t i = 0; i < a.GetPixelCount(); ++i)
         if (a.GetBuffer()[i].alpha != b.GetBuffer()[i].alpha) return false;
     return true;
+}
+
+COLImage Row(const std::vector<CPixel>& pixels)
+{
+    COLImage image;
+    image.Create(uint32_t(pixels.size()), 1);
+    for (size_t i = 0; i < pixels.size(); ++i) image.PutPixel(uint32_t(i), 0, pixels[i]);
+    return image;
+}
+
+COLImage Load(const std::string& path)
+{
+    COLImage image;
+    if (!COLImageCodec().LoadFile(path.c_str(), &image)) image.Free();
+    return image;
+}
+
+std::vector<uint8_t> Bytes(const COLImage& image)
+{
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(image.GetBuffer());
+    return std::vector<uint8_t>(p, p + (image.IsNull() ? 0 : image.GetPixelCount() * 4));
+}
+
+std::vector<uint8_t> Bytes(const COLChannel& channel)
+{
+    const uint8_t* p = channel.GetBuffer();
+    return std::vector<uint8_t>(p, p + (p ? channel.GetAreaByteSize() : 0));
 }
 
 CliResult RunCli(const std::string& arguments)

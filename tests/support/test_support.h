@@ -31,6 +31,19 @@ void FillNoise(COLChannel& channel, uint32_t width, uint32_t height, uint32_t se
 bool SameColours(const COLImage& a, const COLImage& b);   // size and RGB of every pixel
 bool SamePixels(const COLImage& a, const COLImage& b);    // size and all four bytes
 
+// An opaque (or given-alpha) colour from its red, green and blue, and a one-row picture of the given pixels.
+inline CPixel Rgb(int r, int g, int b, int a = 255)
+{
+    return CPixel::Make(uint8_t(r), uint8_t(g), uint8_t(b), uint8_t(a));
+}
+COLImage Row(const std::vector<CPixel>& pixels);
+
+// A picture file through the codec; an empty image when it does not load.
+COLImage Load(const std::string& path);
+// The bytes of a picture's pixels or a plane's samples, for byte-exact comparisons that name the first difference.
+std::vector<uint8_t> Bytes(const COLImage& image);
+std::vector<uint8_t> Bytes(const COLChannel& channel);
+
 // Runs velmorando-cli with the given (shell-quoted) arguments; stdout and stderr together.
 struct CliResult {
     int exitCode;
