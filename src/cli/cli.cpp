@@ -16,9 +16,10 @@ std::vector<CommandInfo>& Registry()
 
 const std::vector<CommandInfo>& Commands() { return Registry(); }
 
-CliRegistrar::CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler)
+CliRegistrar::CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler,
+                           void (*details)())
 {
-    Registry().push_back(CommandInfo{name, synopsis, summary, handler});
+    Registry().push_back(CommandInfo{name, synopsis, summary, handler, details});
 }
 
 Args::Args(const std::vector<std::string>& args, std::set<std::string> valueOptions, std::set<std::string> flags)

@@ -21,12 +21,14 @@ struct CommandInfo {
     std::string synopsis;   // e.g. "info FILE"
     std::string summary;    // one line for --help
     Handler handler;
+    void (*details)() = nullptr;   // printed after the synopsis by "COMMAND --help", when given
 };
 
 const std::vector<CommandInfo>& Commands();
 
 struct CliRegistrar {
-    CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler);
+    CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler,
+                 void (*details)() = nullptr);
 };
 
 // Splits arguments into positionals, flags and options with values ("--sigma 2", "--sigma=2", "-o out").

@@ -39,6 +39,7 @@ int main(int argc, char** argv)
         std::vector<std::string> args(argv + 2, argv + argc);
         if (std::find(args.begin(), args.end(), "--help") != args.end()) {
             std::printf("usage: velmorando-cli %s\n  %s\n", c.synopsis.c_str(), c.summary.c_str());
+            if (c.details) c.details();
             return cli::kExitOk;
         }
         return c.handler(args);
