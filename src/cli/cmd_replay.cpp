@@ -34,7 +34,7 @@ const char* const kHelp =
     "                            pressed before and released after the next up or dbl\n"
     "  drag X Y                  move the pointer with the button held\n"
     "  up X Y                    move the pointer to X Y and release the button\n"
-    "  dbl X Y                   the second click of a double click at X Y (double click, then release)\n"
+    "  dbl X Y                   a double click at X Y (press, release, double-click event, release)\n"
     "  rdown X Y, rup X Y        the right button (rup takes the last polygon corner back)\n"
     "  move X Y                  move the pointer without a button\n"
     "  key NAME [down|up]        press and release a key, or only press or release it; NAME: shift, ctrl,\n"
@@ -438,8 +438,11 @@ int Replay(const std::vector<std::string>& args)
             }
             releaseHeld();
         } else if (op == "dbl") {
+            // The events of a double click: press, release, double-click event, release.
             if (sink()) {
                 sink()->OnMouseMove(0, x, y);
+                sink()->OnLButtonDown(kMkLButton, x, y);
+                sink()->OnLButtonUp(0, x, y);
                 sink()->OnLButtonDblClk(kMkLButton, x, y);
                 sink()->OnLButtonUp(0, x, y);
             }

@@ -105,8 +105,10 @@ long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
             const int64_t k = e.slope < 0 ? a * e.x1 - c : a * e.x1 + c;
             thresholds.push_back(FloorDiv(k, a) + 1);
         }
-        if (thresholds.size() < 2) continue;
+        if (thresholds.empty()) continue;
         std::sort(thresholds.begin(), thresholds.end());
+        // An odd count (an edge whose partner never counts) leaves the row inside up to the box's right side.
+        if (thresholds.size() & 1) thresholds.push_back(right);
         uint8_t* row = plane->GetBuffer(0, uint32_t(y));
         for (size_t i = 0; i + 1 < thresholds.size(); i += 2) {
             const int64_t from = std::max(thresholds[i], left), to = std::min(thresholds[i + 1], right);

@@ -464,10 +464,19 @@ int CFreeSelTool::OnLButtonUp(uint32_t, int, int)
     m_dragging = 0;
     m_outline.Close();
     m_outline.Thin(kMaxPoints);
-    const bool ok = Rasterise();
+    // A click without a drag has no area to fill; the selection stays as the start of the drag left it.
+    const bool ok = m_outline.GetCount() < 4 || Rasterise();
     m_outline.Clear();
     OnMaskChanged();
-    if (ok) CommitSelection();
+    if (!ok) return 0;
+    m_pMask = GetMask();
+    if (!m_pMask || m_pMask->IsNull()) {
+        // New mode dropped the old selection at the press: that is a deselection, recorded as one.
+        if (m_pContext && m_pContext->composeHistory)
+            m_pContext->composeHistory->AddStep(m_pContext->document, kStepChannel, -1, "His_selectnone");
+        return 0;
+    }
+    CommitSelection();
     return 0;
 }
 
