@@ -7,7 +7,7 @@
 
 void FlipImage(COLImage& image, bool horizontal)
 {
-    if (image.IsEmpty()) return;
+    if (image.IsNull()) return;
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
     if (horizontal) {
         for (uint32_t y = 0; y < h; ++y)
@@ -20,7 +20,7 @@ void FlipImage(COLImage& image, bool horizontal)
 
 int RotateImageQuarter(const COLImage& source, COLImage& destination, bool left)
 {
-    if (source.IsEmpty() || &source == &destination) return 0;
+    if (source.IsNull() || &source == &destination) return 0;
     const uint32_t w = source.GetWidth(), h = source.GetHeight();
     if (destination.Create(h, w) != kOk) return 0;
     // Target pixel (column c, row r): turning left reads (w - 1 - r, c), turning right reads (r, h - 1 - c).
