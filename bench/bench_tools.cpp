@@ -30,7 +30,7 @@ const COLImage& Picture(int which)
 {
     static COLImage photo, flat;
     COLImage& image = which == 1 ? photo : flat;
-    if (image.IsEmpty()) {
+    if (image.IsNull()) {
         if (which == 1) {
             vmbench::MakePhoto(image, vmbench::kPhotoWidth, vmbench::kPhotoHeight);
         } else {

@@ -266,13 +266,11 @@ std::string CheckLine(const Line& l)
         if (n != 3) return "save-mask takes a plane and a file";
         if (w[1] != "selection" && w[1] != "outer" && w[1] != "inner" && w[1] != "result")
             return "the plane is selection, outer, inner or result";
-        return cli::LowerExtension(w[2]) == "png" ? "" : "save-mask writes a .png file";
+        return w[2].size() > 4 && Lower(w[2].substr(w[2].size() - 4)) == ".png" ? "" : "save-mask writes a .png file";
     }
     if (op == "save") {
         if (n != 2) return "save takes a file";
-        return cli::IsProjectPath(w[1]) || cli::WritableExtension(cli::LowerExtension(w[1]))
-                   ? ""
-                   : "cannot write this type; use .png, .jpg, .bmp, .tif, .tga or .vmpd";
+        return cli::IsProjectPath(w[1]) ? "" : cli::CheckWritable(w[1], true);
     }
     return "unknown line \"" + op + "\"";
 }
@@ -333,8 +331,7 @@ int Replay(const std::vector<std::string>& args)
     std::string output = parsed.Value("-o").value_or(parsed.Value("--output").value_or(""));
     if (output.empty()) return cli::Usage("replay", "expects an output file (-o OUT)");
     const bool projectOut = cli::IsProjectPath(output);
-    if (!projectOut && !cli::WritableExtension(cli::LowerExtension(output)))
-        return cli::Fail(output + ": cannot write this type; use .png, .jpg, .bmp, .tif, .tga or .vmpd");
+    if (std::string why = cli::CheckWritable(output, true); !projectOut && !why.empty()) return cli::Fail(why);
 
     std::vector<Line> lines;
     std::string error;

@@ -6,7 +6,7 @@
 #include "document/layer.h"
 #include "document/layer_stack.h"
 #include "document/render_scale.h"
-#include "matting/resample.h"
+#include "filters/resample.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ bool CSelectionDocument::Begin(CLayerStack& stack)
 {
     Clear();
     CLayer* layer = stack.GetCurrentLayer();
-    if (!layer || layer->m_image.IsEmpty()) return false;
+    if (!layer || layer->m_image.IsNull()) return false;
     m_pSource = &layer->m_image;
     return m_working.DuplicateFrom(m_pSource) != 0;
 }
@@ -42,13 +42,13 @@ int CSelectionDocument::SetView(ICanvasView* view)
 
 void CSelectionDocument::GetSize(int& width, int& height)
 {
-    width = m_working.IsEmpty() ? 0 : int(m_working.GetWidth());
-    height = m_working.IsEmpty() ? 0 : int(m_working.GetHeight());
+    width = m_working.IsNull() ? 0 : int(m_working.GetWidth());
+    height = m_working.IsNull() ? 0 : int(m_working.GetHeight());
 }
 
 int CSelectionDocument::RenderWhole(COLImage* target, int width, int height)
 {
-    if (!target || m_working.IsEmpty()) return 0;
+    if (!target || m_working.IsNull()) return 0;
     return ResampleImage(&m_working, target, width, height);
 }
 
@@ -60,7 +60,7 @@ void CSelectionDocument::RefreshPreview()
 
 int CSelectionDocument::Render(COLImage* target)
 {
-    if (!target || target->IsEmpty() || m_working.IsEmpty()) return 0;
+    if (!target || target->IsNull() || m_working.IsNull()) return 0;
     CViewPoint origin;
     double zoom = 1.0;
     if (m_pView) {
@@ -77,7 +77,7 @@ int CSelectionDocument::Render(COLImage* target)
     const int tw = int(target->GetWidth()), th = int(target->GetHeight());
 
     if (m_displayMode == kShowSource) {
-        const COLImage* source = m_pSource && !m_pSource->IsEmpty() ? m_pSource : &m_working;
+        const COLImage* source = m_pSource && !m_pSource->IsNull() ? m_pSource : &m_working;
         const int sw = std::min(rect.Width(), int(source->GetWidth()) - rect.left);
         const int sh = std::min(rect.Height(), int(source->GetHeight()) - rect.top);
         if (sw <= 0 || sh <= 0) return 0;
@@ -117,7 +117,7 @@ int CSelectionDocument::FillBackground(COLImage& image, CRect rect) const
     case kShowPicture: break;
     default: return 0;
     }
-    if (m_backgroundPicture.IsEmpty() || m_working.IsEmpty()) return 0;
+    if (m_backgroundPicture.IsNull() || m_working.IsNull()) return 0;
     const int w = int(m_working.GetWidth()), h = int(m_working.GetHeight());
     const int bw = int(m_backgroundPicture.GetWidth()), bh = int(m_backgroundPicture.GetHeight());
     const double s = std::max(double(w) / bw, double(float(h) / float(bh)));
@@ -148,7 +148,7 @@ int CSelectionDocument::FillBackground(COLImage& image, CRect rect) const
 
 void CSelectionDocument::DrawWorking(COLImage& image, CRect rect) const
 {
-    if (m_working.IsEmpty()) return;
+    if (m_working.IsNull()) return;
     const int rw = std::min(int(image.GetWidth()), int(m_working.GetWidth()) - rect.left);
     const int rh = std::min(int(image.GetHeight()), int(m_working.GetHeight()) - rect.top);
     const bool withMask = !m_resultMask.IsNull();
@@ -223,7 +223,7 @@ int CSelectionDocument::SeparateToLayer(CLayerStack& stack)
 {
     const int index = stack.IndexOfImage(m_pSource);
     if (index <= 0) return kBringBackIsBase;
-    if (m_resultMask.IsNull() || m_working.IsEmpty()) return kBringBackFailed;
+    if (m_resultMask.IsNull() || m_working.IsNull()) return kBringBackFailed;
     if (!stack.DuplicateLayer(index)) return kBringBackFailed;
     CLayer* upper = stack.GetLayer(index + 1);
     CStackLock lock(stack);

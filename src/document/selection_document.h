@@ -59,7 +59,7 @@ public:
     COLImage* GetSourceImage() const { return m_pSource; }
     void SetSourceImage(COLImage* image) { m_pSource = image; }
     COLImage* GetAuxiliaryImage() { return &m_auxiliary; }
-    bool IsActive() const { return !m_working.IsEmpty(); }
+    bool IsActive() const { return !m_working.IsNull(); }
 
     int GetDisplayMode() const { return m_displayMode; }
     void SetDisplayMode(int mode) { m_displayMode = mode; }

@@ -13,7 +13,7 @@ long ToleranceFlood(const COLImage& layer, int ox, int oy, int seedX, int seedY,
 {
     const int lw = int(layer.GetWidth()), lh = int(layer.GetHeight());
     const int cw = int(plane.GetWidth()), ch = int(plane.GetHeight());
-    if (layer.IsEmpty() || plane.IsNull() || seedX < 0 || seedY < 0 || seedX >= lw || seedY >= lh) return kOk;
+    if (layer.IsNull() || plane.IsNull() || seedX < 0 || seedY < 0 || seedX >= lw || seedY >= lh) return kOk;
     const CPixel ref = layer.GetPixel2(uint32_t(seedX), uint32_t(seedY));
     const int tol = tolerance, half = tolerance / 2;
     uint8_t* cells = plane.GetBuffer();

@@ -91,7 +91,7 @@ bool CNormalSelTool::GetDocumentSize(int& width, int& height)
     return width > 0 && height > 0;
 }
 
-bool CNormalSelTool::MaskHasPixels() { return m_pMask && !m_pMask->IsEmpty(); }
+bool CNormalSelTool::MaskHasPixels() { return m_pMask && !m_pMask->IsAllZero(); }
 
 void CNormalSelTool::Lock(bool enter)
 {
@@ -152,7 +152,7 @@ int CNormalSelTool::OnActivate()
 int CNormalSelTool::OnDeactivate()
 {
     m_pMask = GetMask();
-    if (!m_pMask || m_pMask->IsEmpty()) {
+    if (!m_pMask || m_pMask->IsAllZero()) {
         if (m_pMask && !m_pMask->IsNull()) {
             Lock(true);
             m_pMask->Free();
@@ -347,7 +347,7 @@ int CRectSelTool::OnLButtonUp(uint32_t, int x, int y)
     OnMaskChanged();
     if (ok) {
         m_pMask = GetMask();
-        if (!m_pMask || m_pMask->IsEmpty()) {
+        if (!m_pMask || m_pMask->IsAllZero()) {
             // An empty result (a click without a drag, say) is a deselection.
             if (m_pMask && !m_pMask->IsNull()) {
                 Lock(true);
@@ -684,9 +684,9 @@ void CModifyPolygonTool::AfterPolygon()
     COLChannel* mask = s ? s->GetResultMask() : nullptr;
     COLImage* working = s ? s->GetWorkingImage() : nullptr;
     const COLImage* picture = s ? s->GetSourceImage() : nullptr;
-    if (mask && !mask->IsNull() && working && !working->IsEmpty() && mask->GetWidth() == working->GetWidth() &&
+    if (mask && !mask->IsNull() && working && !working->IsNull() && mask->GetWidth() == working->GetWidth() &&
         mask->GetHeight() == working->GetHeight()) {
-        const bool withPicture = picture && !picture->IsEmpty() && picture->GetWidth() == working->GetWidth() &&
+        const bool withPicture = picture && !picture->IsNull() && picture->GetWidth() == working->GetWidth() &&
                                  picture->GetHeight() == working->GetHeight();
         const size_t n = working->GetPixelCount();
         const uint8_t* m = mask->GetBuffer();

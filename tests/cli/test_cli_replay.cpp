@@ -5,7 +5,7 @@
 #include <fstream>
 #include <string>
 
-#include "document/picture_file.h"
+#include "imaging/codec.h"
 #include "effects/polygon_fill.h"
 #include "imaging/channel.h"
 #include "imaging/image.h"
@@ -24,7 +24,7 @@ protected:
         vmtest::FillNoise(m_picture, 40, 30, 21);
         for (size_t i = 0; i < m_picture.GetPixelCount(); ++i) m_picture.GetBuffer()[i].alpha = 255;
         m_in = m_dir.File("in.bmp");
-        ASSERT_NE(SavePictureFile(m_in.c_str(), &m_picture), 0);
+        ASSERT_NE(COLImageCodec().SaveFile(m_in.c_str(), &m_picture), 0);
     }
     CliResult Replay(const std::string& script, const std::string& out)
     {
@@ -36,7 +36,7 @@ protected:
     std::vector<uint8_t> ReadMask(const std::string& path)
     {
         COLImage image;
-        EXPECT_NE(LoadPictureFile(path.c_str(), &image), 0) << path;
+        EXPECT_NE(COLImageCodec().LoadFile(path.c_str(), &image), 0) << path;
         std::vector<uint8_t> bytes;
         for (size_t i = 0; i < image.GetPixelCount(); ++i) bytes.push_back(image.GetBuffer()[i].red);
         return bytes;
@@ -75,7 +75,7 @@ TEST_F(CliReplay, SelectionToolsAndCommandsEndToEnd)
     for (uint8_t& v : inverted) v = uint8_t(255 - v);
     EXPECT_EQ(ReadMask(inv), inverted);
     COLImage written;
-    ASSERT_NE(LoadPictureFile(out.c_str(), &written), 0);
+    ASSERT_NE(COLImageCodec().LoadFile(out.c_str(), &written), 0);
     EXPECT_TRUE(vmtest::SameColours(written, m_picture)) << "selections do not change the picture";
 }
 
