@@ -145,24 +145,47 @@ long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
         return kFail;
     }
 
-    // Antialiasing of the border pixels, row by row with the edges that reach the row's samples.
-    std::vector<const Edge*> near;
-    int64_t nearRow = -1;
+    // Antialiasing of the border pixels, row by row. For each of the four sample rows the edges that reach it
+    // are sorted by where they cross it: an edge crossing more than a pixel left of a sample counts for it, one
+    // crossing more than a pixel right does not, whatever the rounding; only the edges crossing near the pixel
+    // are tested with the exact rule.
+    struct Crossing {
+        double x;
+        const Edge* edge;
+    };
+    std::vector<Crossing> rows[4];
+    std::vector<double> keys[4];
+    int64_t sampledRow = -1;
     for (const uint32_t packed : border) {
         const int64_t x = packed & 0xFFFF, y = packed >> 16;
-        if (y != nearRow) {
-            near.clear();
-            for (const Edge& e : edges)
-                if (e.ymin <= y + 1 && e.ymax >= y - 1) near.push_back(&e);
-            nearRow = y;
+        if (y != sampledRow) {
+            sampledRow = y;
+            for (int j = 0; j < 4; ++j) {
+                const double sy = static_cast<double>(y) - 0.375 + 0.25 * j;
+                rows[j].clear();
+                for (const Edge& e : edges) {
+                    if (!(static_cast<double>(e.ymin) <= sy && sy < static_cast<double>(e.ymax))) continue;
+                    const double at = e.vertical ? static_cast<double>(e.x1)
+                                                 : static_cast<double>(e.x1) +
+                                                       (sy - static_cast<double>(e.y1)) * 256.0 / static_cast<double>(e.slope);
+                    rows[j].push_back({at, &e});
+                }
+                std::sort(rows[j].begin(), rows[j].end(), [](const Crossing& a, const Crossing& b) { return a.x < b.x; });
+                keys[j].clear();
+                for (const Crossing& c : rows[j]) keys[j].push_back(c.x);
+            }
         }
         int inside = 0;
         for (int j = 0; j < 4; ++j) {
             const double sy = static_cast<double>(y) - 0.375 + 0.25 * j;
+            const double lo = static_cast<double>(x) - 1.0, hi = static_cast<double>(x) + 1.0;
+            const size_t first = size_t(std::lower_bound(keys[j].begin(), keys[j].end(), lo) - keys[j].begin());
+            size_t last = first;
+            while (last < keys[j].size() && keys[j][last] <= hi) ++last;
             for (int i = 0; i < 4; ++i) {
                 const double sx = static_cast<double>(x) - 0.375 + 0.25 * i;
-                int crossings = 0;
-                for (const Edge* e : near) crossings += SampleCounts(*e, sx, sy);
+                int crossings = int(first);
+                for (size_t k = first; k < last; ++k) crossings += SampleCounts(*rows[j][k].edge, sx, sy);
                 inside += crossings & 1;
             }
         }
