@@ -39,7 +39,9 @@
 #include "shell/key_map.h"
 #include "shell/panels.h"
 #include "shell/skin.h"
+#include "shell/selection_mode.h"
 #include "shell/splash.h"
+#include "shell/tool_bar.h"
 
 namespace {
 
@@ -117,10 +119,18 @@ CMainFrame::CMainFrame(CAppGlobals& app, IUiServices* services) : m_app(app), m_
     m_pCreateSel->setIconSize(QSize(32, 32));
     m_pCreateSel->setFixedSize(60, 60);
     m_pCreateSel->setToolTip(Text("createsel"));
-    // Selection mode comes with the matting methods; until then the entry stays grey.
-    m_pCreateSel->setEnabled(false);
+    m_pCreateSel->setObjectName(QStringLiteral("createsel"));
     strip->addWidget(m_pCreateSel);
-    strip->addStretch(1);
+    // The tools, and the way in and out of selection mode.
+    m_pToolBar = new CToolBar(m_app, m_pView, m_pToolStrip);
+    m_pToolBar->onHelp = [this](const QString& text) { SetTip(text); };
+    m_pToolBar->onStatus = [this](const QString& text) { m_pTip->setText(text); };
+    m_pToolBar->onMode = [this](bool selection) { OnSelectionMode(selection); };
+    m_pToolBar->onResultWizard = [this] {
+        return selmode::RunResultDialog(this, m_pToolBar->Selection(), m_app.Document());
+    };
+    connect(m_pCreateSel, &QToolButton::clicked, this, [this] { selmode::Toggle(*m_pToolBar, *m_pServices); });
+    strip->addWidget(m_pToolBar, 1);
     row->addWidget(m_pToolStrip);
     // The canvas with its rulers along the top and left.
     auto* canvasArea = new QWidget(work);
@@ -399,8 +409,28 @@ bool CMainFrame::Zoom(int direction)
     return true;
 }
 
+void CMainFrame::OnSelectionMode(bool selection)
+{
+    CComposeDocument& doc = m_app.Document();
+    m_pView->SetSource(selection ? static_cast<ICanvasSource*>(&m_pToolBar->Selection()) : &doc);
+    if (selection)
+        selmode::BuildMenus(*this, *m_pToolBar, *m_pServices);
+    else
+        BuildMenus(true);
+    m_pView->ZoomFit();
+    UpdatePanels();
+}
+
+IHistoryNavigator* CMainFrame::GetSelectionHistory() { return m_app.SelectionHistory(); }
+
+void CMainFrame::RefreshSelectionDocument()
+{
+    if (m_pToolBar) m_pToolBar->Selection().RefreshPreview();
+}
+
 void CMainFrame::CancelTool()
 {
+    if (m_pToolBar) m_pToolBar->Manager().SetCurrentTool(nullptr);
     // No current tool: the canvas draws no overlay and hands input to nobody.
     m_pView->SetOverlay(nullptr);
     m_pView->SetSink(nullptr);
