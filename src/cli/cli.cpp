@@ -18,14 +18,20 @@ const std::vector<CommandInfo>& Commands() { return Registry(); }
 
 CliRegistrar::CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler)
 {
-    Registry().push_back(CommandInfo{name, synopsis, summary, handler, {}});
+    Registry().push_back(CommandInfo{name, synopsis, summary, handler, {}, nullptr});
+}
+
+CliRegistrar::CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler,
+                           void (*details)())
+{
+    Registry().push_back(CommandInfo{name, synopsis, summary, handler, {}, details});
 }
 
 CliRegistrar::CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler,
                            const vmparam::ParamTable& table, const void* defaults)
 {
     Registry().push_back(CommandInfo{name, std::string(synopsis) + " " + vmparam::Synopsis(table), summary, handler,
-                                     vmparam::HelpText(table, defaults)});
+                                     vmparam::HelpText(table, defaults), nullptr});
 }
 
 void AddTableOptions(const vmparam::ParamTable& table, std::set<std::string>& values, std::set<std::string>& flags)

@@ -24,12 +24,15 @@ struct CommandInfo {
     std::string summary;    // one line for --help
     Handler handler;
     std::string options;    // the engine's parameters, one per line, for the command's --help
+    void (*details)() = nullptr;   // printed after the synopsis by "COMMAND --help", when given
 };
 
 const std::vector<CommandInfo>& Commands();
 
 struct CliRegistrar {
     CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler);
+    // A command whose --help goes on with a longer text of its own.
+    CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler, void (*details)());
     // A command that runs an engine: its options are the engine's parameter table, appended to the synopsis and
     // listed in --help with ranges and the defaults of a fresh settings record.
     CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler,

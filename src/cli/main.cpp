@@ -43,6 +43,7 @@ int main(int argc, char** argv)
         if (std::find(args.begin(), args.end(), "--help") != args.end()) {
             std::printf("usage: velmorando-cli %s\n  %s\n", c.synopsis.c_str(), c.summary.c_str());
             if (!c.options.empty()) std::printf("\noptions:\n%s", c.options.c_str());
+            if (c.details) c.details();
             return cli::kExitOk;
         }
         // Running out of memory is a failure with a reason, never a crash: whatever an engine did not turn into a

@@ -34,7 +34,9 @@
 #include "shell/save_dlg.h"
 #include "shell/settings_dlg.h"
 #include "shell/skin.h"
+#include "shell/selection_mode.h"
 #include "shell/splash.h"
+#include "shell/tool_bar.h"
 
 namespace {
 
@@ -147,9 +149,18 @@ void CMainFrame::BuildToolStrip(QWidget* parent)
     m_pCreateSel->setIconSize(QSize(32, 32));
     m_pCreateSel->setFixedSize(60, 60);
     m_pCreateSel->setToolTip(Text("createsel"));
-    // Selection mode comes with the matting methods; until then the entry stays grey.
-    m_pCreateSel->setEnabled(false);
+    m_pCreateSel->setObjectName(QStringLiteral("createsel"));
     strip->addWidget(m_pCreateSel);
+    // The tools, and the way in and out of selection mode.
+    m_pToolBar = new CToolBar(m_app, m_pView, m_pToolStrip);
+    m_pToolBar->onHelp = [this](const QString& text) { SetTip(text); };
+    m_pToolBar->onStatus = [this](const QString& text) { m_pTip->setText(text); };
+    m_pToolBar->onMode = [this](bool selection) { OnSelectionMode(selection); };
+    m_pToolBar->onResultWizard = [this] {
+        return selmode::RunResultDialog(this, m_pToolBar->Selection(), m_app.Document());
+    };
+    connect(m_pCreateSel, &QToolButton::clicked, this, [this] { selmode::Toggle(*m_pToolBar, *m_pServices); });
+    m_pToolLayout->addWidget(m_pToolBar, 1);
     strip->addStretch(1);
     m_pToolStrip->hide();
 }
@@ -419,8 +430,28 @@ bool CMainFrame::Zoom(int direction)
     return true;
 }
 
+void CMainFrame::OnSelectionMode(bool selection)
+{
+    CComposeDocument& doc = m_app.Document();
+    m_pView->SetSource(selection ? static_cast<ICanvasSource*>(&m_pToolBar->Selection()) : &doc);
+    if (selection)
+        selmode::BuildMenus(*this, *m_pToolBar, *m_pServices);
+    else
+        BuildMenus(true);
+    m_pView->ZoomFit();
+    UpdatePanels();
+}
+
+IHistoryNavigator* CMainFrame::GetSelectionHistory() { return m_app.SelectionHistory(); }
+
+void CMainFrame::RefreshSelectionDocument()
+{
+    if (m_pToolBar) m_pToolBar->Selection().RefreshPreview();
+}
+
 void CMainFrame::CancelTool()
 {
+    if (m_pToolBar) m_pToolBar->Manager().SetCurrentTool(nullptr);
     // No current tool: the canvas draws no overlay and hands input to nobody.
     m_pView->SetOverlay(nullptr);
     m_pView->SetSink(nullptr);

@@ -15,6 +15,7 @@ class CAppGlobals;
 class COLImage;
 class CImageView;
 class CRuler;
+class CToolBar;
 class CLayersPanel;
 class CHistoryPanel;
 class QLabel;
@@ -49,8 +50,8 @@ public:
     bool Zoom(int direction) override;
     void CancelTool() override;
     bool IsSelectionMode() override;
-    IHistoryNavigator* GetSelectionHistory() override { return nullptr; }
-    void RefreshSelectionDocument() override {}
+    IHistoryNavigator* GetSelectionHistory() override;
+    void RefreshSelectionDocument() override;
     void UpdatePanels() override;
 
     // ISessionPrompts
@@ -87,6 +88,7 @@ public:
     CRuler* VerticalRuler() const { return m_pVRuler; }
     CLayersPanel* LayersPanel() const { return m_pLayers; }
     CHistoryPanel* HistoryPanel() const { return m_pHistory; }
+    CToolBar* ToolBar() const { return m_pToolBar; }
     QAction* Action(int id) const;
     QString StatusText() const;
     QString HelpText() const;
@@ -123,6 +125,8 @@ private:
     void BuildStatusBar();
     void BuildTopBar();
     void BuildMenus(bool compose);
+    // The canvas shows the selection document (true) or the compose document, with the menus of the mode.
+    void OnSelectionMode(bool selection);
     void UpdateMenuState();
     void UpdateTitle();
     // The window without a document: empty canvas, short menus.
@@ -159,6 +163,7 @@ private:
     CRuler* m_pVRuler = nullptr;
     QWidget* m_pRulerCorner = nullptr;
     QToolButton* m_pCreateSel = nullptr;
+    CToolBar* m_pToolBar = nullptr;
     QToolBar* m_pTopBar = nullptr;
     QAction* m_pSaveButton = nullptr;
     QLabel* m_pTip = nullptr;

@@ -1,0 +1,254 @@
+#include "shell/tool_bar.h"
+
+#include <QHelpEvent>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QToolButton>
+#include <QToolTip>
+#include <QVBoxLayout>
+
+#include "shell/app_globals.h"
+#include "shell/image_view.h"
+#include "shell/skin.h"
+#include "shell/string_table.h"
+
+namespace {
+
+QString Text(const char* key) { return QString::fromStdString(GetString(key)); }
+
+// A small drawing of the tool's shape, for skins without its icon.
+void DrawGlyph(QPainter& p, const CToolBase* tool, const QRect& r)
+{
+    const std::string key = tool->GetTipKey();
+    const QRectF box = QRectF(r).adjusted(3, 3, -3, -3);
+    p.setRenderHint(QPainter::Antialiasing, true);
+    QPen pen(QColor(30, 30, 30), 1.3);
+    if (key == "outpolygonseltip") pen.setColor(QColor(200, 40, 40));
+    if (key == "inpolygonseltip") pen.setColor(QColor(40, 150, 40));
+    if (key == "modifypolygonseltip") pen.setColor(QColor(40, 70, 200));
+    p.setPen(pen);
+    p.setBrush(Qt::NoBrush);
+    if (key == "rectseltip") {
+        pen.setStyle(Qt::DashLine);
+        p.setPen(pen);
+        p.drawRect(box);
+    } else if (key == "roundseltip") {
+        pen.setStyle(Qt::DashLine);
+        p.setPen(pen);
+        p.drawEllipse(box);
+    } else if (key == "freeseltip") {
+        QPainterPath path(QPointF(box.left() + 2, box.bottom() - 2));
+        path.cubicTo(box.left() - 2, box.top(), box.right(), box.top() - 2, box.right() - 1, box.center().y());
+        path.cubicTo(box.right(), box.bottom(), box.center().x(), box.bottom() - 3, box.left() + 2, box.bottom() - 2);
+        p.drawPath(path);
+    } else if (key == "magicseltip") {
+        p.drawLine(QPointF(box.left() + 1, box.bottom() - 1), QPointF(box.center().x() + 2, box.center().y() - 2));
+        p.drawLine(QPointF(box.right() - 2, box.top()), QPointF(box.right() - 2, box.top() + 5));
+        p.drawLine(QPointF(box.right() - 4.5, box.top() + 2.5), QPointF(box.right() + 0.5, box.top() + 2.5));
+    } else {
+        const QPointF pts[5] = {{box.left() + 1, box.top() + 3}, {box.right() - 1, box.top()},
+                                {box.right(), box.bottom() - 3}, {box.center().x(), box.bottom()},
+                                {box.left(), box.bottom() - 5}};
+        p.drawPolygon(pts, 5);
+    }
+}
+
+} // namespace
+
+// ---- CSelOptionsPanel -------------------------------------------------------------------------------------------
+
+CSelOptionsPanel::CSelOptionsPanel(QWidget* parent) : QWidget(parent)
+{
+    auto* column = new QVBoxLayout(this);
+    column->setContentsMargins(0, 0, 0, 0);
+    column->setSpacing(2);
+    auto* modes = new QHBoxLayout;
+    modes->setSpacing(1);
+    const char* labels[3] = {"new", "add", "subtract"};
+    const char* glyphs[3] = {"□", "+", "−"};
+    for (int i = 0; i < 3; ++i) {
+        m_pModes[i] = new QToolButton(this);
+        m_pModes[i]->setCheckable(true);
+        m_pModes[i]->setText(QString::fromUtf8(glyphs[i]));
+        m_pModes[i]->setFixedSize(20, 20);
+        m_pModes[i]->setToolTip(QString::fromLatin1(labels[i]));
+        m_pModes[i]->setObjectName(QString::fromLatin1("mode-") + QString::fromLatin1(labels[i]));
+        connect(m_pModes[i], &QToolButton::clicked, this, [this, i] {
+            if (m_pOptions) m_pOptions->SetMode(i);
+        });
+        modes->addWidget(m_pModes[i]);
+    }
+    column->addLayout(modes);
+    auto* tolerance = new QHBoxLayout;
+    auto* label = new QLabel(Text("Magic_tolerance"), this);
+    label->setObjectName(QStringLiteral("tolerance-label"));
+    m_pTolerance = new QLineEdit(this);
+    m_pTolerance->setObjectName(QStringLiteral("tolerance"));
+    m_pTolerance->setMaxLength(2);
+    m_pTolerance->setFixedWidth(24);
+    m_pTolerance->setAlignment(Qt::AlignRight);
+    m_pTolerance->setInputMask(QStringLiteral("09"));
+    connect(m_pTolerance, &QLineEdit::textEdited, this, [this](const QString& text) {
+        if (auto* magic = dynamic_cast<CPropMagicSel*>(m_pOptions)) magic->SetTolerance(text.toStdString());
+    });
+    tolerance->addWidget(label);
+    tolerance->addWidget(m_pTolerance);
+    column->addLayout(tolerance);
+    hide();
+}
+
+void CSelOptionsPanel::Show(CToolOptions* options)
+{
+    if (m_pOptions) m_pOptions->onChanged = nullptr;
+    m_pOptions = dynamic_cast<CPropSel*>(options);
+    if (!m_pOptions) {
+        hide();
+        return;
+    }
+    m_pOptions->onChanged = [this] { Sync(); };
+    Sync();
+    show();
+}
+
+void CSelOptionsPanel::Sync()
+{
+    if (!m_pOptions) return;
+    for (int i = 0; i < 3; ++i) m_pModes[i]->setChecked(m_pOptions->GetMode() == uint32_t(i));
+    m_pModes[0]->setEnabled(m_pOptions->GetAllowNew() != 0);
+    auto* magic = dynamic_cast<CPropMagicSel*>(m_pOptions);
+    m_pTolerance->setVisible(magic != nullptr);
+    findChild<QLabel*>(QStringLiteral("tolerance-label"))->setVisible(magic != nullptr);
+    if (magic && m_pTolerance->text().toStdString() != magic->GetToleranceText())
+        m_pTolerance->setText(QString::fromStdString(magic->GetToleranceText()));
+}
+
+// ---- CToolBar -----------------------------------------------------------------------------------------------
+
+CToolBar::CToolBar(CAppGlobals& app, CImageView* view, QWidget* parent) : QWidget(parent), m_app(app)
+{
+    setMouseTracking(true);
+    setMinimumSize(70, 240);
+    m_context.document = &app.Document();
+    m_context.composeHistory = app.ComposeHistory();
+    m_context.selection = &m_selection;
+    m_context.selectionHistory = app.SelectionHistory();
+    m_context.text = [](const char* key) { return GetString(key); };
+    m_pManager = std::make_unique<CToolManager>(m_context);
+    m_pManager->SetView(view);
+    m_pManager->SetHost(this);
+    m_selection.SetView(view);
+    m_pPanel = new CSelOptionsPanel(this);
+    m_pPanel->setGeometry(4, 200, 64, 48);
+}
+
+CToolBar::~CToolBar()
+{
+    m_pManager->SetHost(nullptr);
+    m_pManager->SetView(nullptr);
+    m_pManager->SetCurrentTool(nullptr);
+}
+
+void CToolBar::ShowHelp(const std::string& text)
+{
+    if (onHelp) onHelp(QString::fromStdString(text));
+}
+
+void CToolBar::ShowOptionPanel(CToolOptions* panel)
+{
+    m_pPanel->Show(panel);
+    // Below the last row of buttons.
+    const int rows = (int(m_pManager->GetShownTools().size()) + 2) / 3;
+    m_pPanel->move(4, Cell(rows * 3).top + 6);
+}
+
+void CToolBar::OnModeChanged(bool selectionMode)
+{
+    if (onMode) onMode(selectionMode);
+    update();
+}
+
+CRect CToolBar::Cell(int index) const
+{
+    // The manager's cells count from the top of the tool window, whose first 75 pixels hold the large
+    // button; here that button is the frame's, above this bar.
+    CRect r = m_pManager->GetButtonRect(index);
+    r.top -= kTop - 4;
+    r.bottom -= kTop - 4;
+    return r;
+}
+
+CToolBase* CToolBar::Hit(const QPoint& p) const
+{
+    const auto& tools = m_pManager->GetShownTools();
+    for (size_t i = 0; i < tools.size(); ++i)
+        if (tools[i]->IsEnabled() && Cell(int(i)).Contains(p.x(), p.y())) return tools[i];
+    return nullptr;
+}
+
+void CToolBar::paintEvent(QPaintEvent*)
+{
+    QPainter p(this);
+    const auto& tools = m_pManager->GetShownTools();
+    for (size_t i = 0; i < tools.size(); ++i) {
+        CToolBase* tool = tools[i];
+        if (!tool->IsEnabled()) continue;
+        const CRect c = Cell(int(i));
+        const QRect r(c.left, c.top, c.Width() + 1, c.Height() + 1);
+        const bool current = tool == m_pManager->GetCurrentTool(), hot = tool == m_pManager->GetHotTool();
+        p.fillRect(r, current ? palette().dark() : palette().button());
+        // Sunken for the current tool, raised under the pointer, flat otherwise.
+        if (current || hot) {
+            p.setPen(current ? palette().shadow().color() : palette().light().color());
+            p.drawLine(r.topLeft(), r.topRight());
+            p.drawLine(r.topLeft(), r.bottomLeft());
+            p.setPen(current ? palette().light().color() : palette().shadow().color());
+            p.drawLine(r.bottomLeft(), r.bottomRight());
+            p.drawLine(r.topRight(), r.bottomRight());
+        }
+        const QImage icon = LoadSkinPicture(std::string("icons/") + tool->GetTipKey() + ".png");
+        const QRect inner(r.left() + 2, r.top() + 2, 16, 16);
+        if (!icon.isNull())
+            p.drawImage(inner, icon);
+        else
+            DrawGlyph(p, tool, inner);
+    }
+}
+
+void CToolBar::mouseMoveEvent(QMouseEvent* event)
+{
+    CToolBase* hit = Hit(event->position().toPoint());
+    if (hit == m_pManager->GetHotTool()) return;
+    m_pManager->SetHotTool(hit);
+    if (onStatus) onStatus(hit && hit->IsEnabled() ? Text(hit->GetTipKey()) : QString());
+    update();
+}
+
+void CToolBar::mousePressEvent(QMouseEvent* event)
+{
+    if (event->button() != Qt::LeftButton) return;
+    m_pManager->SetCurrentTool(Hit(event->position().toPoint()));
+    update();
+}
+
+void CToolBar::leaveEvent(QEvent*)
+{
+    m_pManager->SetHotTool(nullptr);
+    update();
+}
+
+bool CToolBar::event(QEvent* event)
+{
+    if (event->type() == QEvent::ToolTip) {
+        auto* help = static_cast<QHelpEvent*>(event);
+        if (CToolBase* hit = Hit(help->pos()))
+            QToolTip::showText(mapToGlobal(QPoint(width() + 1, help->pos().y())), Text(hit->GetTipKey()), this);
+        else
+            QToolTip::hideText();
+        return true;
+    }
+    return QWidget::event(event);
+}

@@ -1,0 +1,180 @@
+#include "tools/tool_manager.h"
+
+#include "commands/history_log.h"
+#include "commands/history_sink.h"
+#include "document/compose_document.h"
+#include "document/selection_document.h"
+
+namespace {
+
+enum : int { kInC = 1, kInK = 2, kInI = 4 };
+
+} // namespace
+
+CToolManager::CToolManager(CToolContext& context)
+    : m_context(context), m_polygon(&context), m_free(&context), m_rect(&context), m_round(&context),
+      m_magic(&context), m_outPolygon(&context), m_inPolygon(&context), m_modifyPolygon(&context)
+{
+    // One row per tool: its short name for scripts, the lists it stands in, and what it does. The order of the
+    // rows is the order of the buttons. Tools still to come join here.
+    const struct {
+        const char* name;
+        CToolBase* tool;
+        int lists;
+        const char* summary;
+    } table[] = {
+        {"polygon", &m_polygon, kInC, "polygon selection: click corners, close on the first point or double-click"},
+        {"lasso", &m_free, kInC, "free-hand selection: press, drag the outline, release"},
+        {"rect", &m_rect, kInC, "rectangle selection: drag from corner to corner"},
+        {"ellipse", &m_round, kInC, "ellipse selection inside the dragged rectangle"},
+        {"magic", &m_magic, kInC, "tolerance selection: click a colour, neighbours within the tolerance join"},
+        {"outpolygon", &m_outPolygon, kInI, "selection mode: polygon on the outer contour plane (sure background)"},
+        {"inpolygon", &m_inPolygon, kInI, "selection mode: polygon on the inner contour plane (sure foreground)"},
+        {"modifypolygon", &m_modifyPolygon, kInK | kInI,
+         "selection mode: polygon on the result mask; raised parts take their colour back from the layer"},
+    };
+    for (const auto& row : table) {
+        m_named.push_back({row.name, row.tool, row.summary});
+        RegisterPanel(row.tool);
+        if (row.lists & kInC) AddTool(row.tool, kListCompose);
+        if (row.lists & kInK) AddTool(row.tool, kListChroma);
+        if (row.lists & kInI) AddTool(row.tool, kListInOut);
+    }
+    context.updateBars = [this] { UpdateBars(); };
+}
+
+void CToolManager::RegisterPanel(CToolBase* tool)
+{
+    CToolOptions* panel = tool->GetOptionPanel();
+    if (!panel) return;
+    for (CToolOptions* p : m_panels)
+        if (p == panel) return;
+    m_panels.push_back(panel);
+}
+
+void CToolManager::AddTool(CToolBase* tool, int list)
+{
+    auto has = [](const std::vector<CToolBase*>& v, const CToolBase* t) {
+        for (const CToolBase* x : v)
+            if (x == t) return true;
+        return false;
+    };
+    std::vector<CToolBase*>* target = list == kListCompose ? &m_composeTools
+                                      : list == kListChroma ? &m_chromaTools
+                                      : list == kListInOut  ? &m_inOutTools
+                                                            : nullptr;
+    if (!tool || !target || has(*target, tool)) return;
+    target->push_back(tool);
+    if (list == kListInOut && has(m_chromaTools, tool) && !has(m_commonTools, tool)) m_commonTools.push_back(tool);
+}
+
+const std::vector<CToolBase*>& CToolManager::GetList(int list) const
+{
+    return list == kListChroma ? m_chromaTools : list == kListInOut ? m_inOutTools : m_composeTools;
+}
+
+const std::vector<CToolBase*>& CToolManager::GetShownTools() const
+{
+    if (!m_selectionMode) return m_composeTools;
+    if (m_method == kMethodChroma) return m_chromaTools;
+    if (m_method == kMethodInOut) return m_inOutTools;
+    return m_commonTools;
+}
+
+CToolBase* CToolManager::FindTool(const std::string& name) const
+{
+    for (const NamedTool& n : m_named)
+        if (name == n.name) return n.tool;
+    return nullptr;
+}
+
+CRect CToolManager::GetButtonRect(int index) const
+{
+    const int base = (m_selectionMode == 1 && m_method == kMethodInOut) ? 95 : 75;
+    const int left = 5 + 20 * (index % 3), top = base + 20 * (index / 3);
+    return {left, top, left + 19, top + 19};
+}
+
+CToolBase* CToolManager::HitTest(int x, int y) const
+{
+    const std::vector<CToolBase*>& tools = GetShownTools();
+    for (size_t i = 0; i < tools.size(); ++i) {
+        if (!tools[i]->IsEnabled()) continue;
+        if (GetButtonRect(int(i)).Contains(x, y)) return tools[i];
+    }
+    return nullptr;
+}
+
+void CToolManager::UpdateBars()
+{
+    if (m_pHost) m_pHost->RedrawBar();
+}
+
+void CToolManager::SetCurrentTool(CToolBase* next)
+{
+    if (next == m_pCurrent) return;
+    if (m_pCurrent && !m_pCurrent->OnDeactivate()) next = nullptr;
+    m_pCurrent = next;
+    auto showNone = [this] {
+        if (m_pView) {
+            m_pView->SetOverlay(nullptr);
+            m_pView->SetSink(nullptr);
+        }
+        if (m_pHost) {
+            m_pHost->ShowHelp(std::string());
+            m_pHost->ShowOptionPanel(nullptr);
+        }
+    };
+    if (!next) {
+        showNone();
+    } else {
+        if (m_pView) {
+            m_pView->SetOverlay(next->GetDrawer());
+            m_pView->SetSink(next->GetSink());
+        }
+        next->SetView(m_pView);
+        std::string help = next->GetHelpText();
+        if (help.empty()) help = m_context.Text(next->GetHelpKey());
+        if (m_pHost) {
+            m_pHost->ShowHelp(help);
+            m_pHost->ShowOptionPanel(next->GetOptionPanel());
+        }
+        // Help and panel are up before the activation, so that a refusal's message shows over the new panel.
+        if (!next->OnActivate()) {
+            m_pCurrent = nullptr;
+            showNone();
+        }
+    }
+    if (m_pHost) m_pHost->RedrawBar();
+}
+
+bool CToolManager::EnterOrLeaveSelectionMode(bool enter, int32_t method, bool withHistory)
+{
+    CSelectionDocument* selection = m_context.selection;
+    CComposeDocument* document = m_context.document;
+    if (!selection || !document) return false;
+    if (enter == IsSelectionMode()) return false;
+    SetCurrentTool(nullptr);
+    if (enter) {
+        if (!selection->Begin(*document)) return false;
+        m_selectionMode = 1;
+        m_method = uint32_t(method);
+        if (m_pHost) m_pHost->OnModeChanged(true);
+        if (m_context.selectionHistory) {
+            m_context.selectionHistory->Reset();
+            if (withHistory) m_context.selectionHistory->AddStep(selection, kStepWholeDocument, 0, "createsel");
+        }
+        selection->RefreshPreview();
+    } else {
+        if (m_context.selectionHistory) m_context.selectionHistory->Reset();
+        const bool ok = m_pHost && m_pHost->RunResultWizard();
+        m_selectionMode = 0;
+        if (m_pHost) m_pHost->OnModeChanged(false);
+        selection->Clear();
+        if (ok && withHistory && m_context.composeHistory)
+            m_context.composeHistory->AddStep(document, kStepWholeDocument, 0, "His_selandproc");
+        document->Refresh();
+    }
+    UpdateBars();
+    return true;
+}

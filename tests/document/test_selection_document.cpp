@@ -1,0 +1,198 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "document/layer.h"
+#include "document/layer_stack.h"
+#include "document/selection_document.h"
+#include "support/test_support.h"
+
+namespace {
+
+COLImage Picture(uint32_t w, uint32_t h, uint32_t seed)
+{
+    COLImage image;
+    vmtest::FillNoise(image, w, h, seed);
+    return image;
+}
+
+// Base of 20 x 12 and an upper layer of 8 x 6 at (5, 3); the upper one is current.
+struct Stack {
+    CLayerStack stack;
+    Stack()
+    {
+        stack.NewDocument(20, 12, 0xFF102030);
+        CLayer* upper = stack.AddLayer(0, 0);
+        upper->m_image = Picture(8, 6, 3);
+        upper->m_x = 5;
+        upper->m_y = 3;
+        stack.SetCurrentIndex(1);
+    }
+};
+
+void SetPlane(COLChannel& plane, uint32_t w, uint32_t h, uint32_t seed)
+{
+    vmtest::FillNoise(plane, w, h, seed);
+}
+
+} // namespace
+
+TEST(SelectionDocument, BeginCopiesTheCurrentLayerAndClearFreesAll)
+{
+    Stack s;
+    CSelectionDocument doc;
+    ASSERT_TRUE(doc.Begin(s.stack));
+    EXPECT_EQ(doc.GetSourceImage(), &s.stack.GetLayer(1)->m_image);
+    EXPECT_TRUE(vmtest::SamePixels(*doc.GetWorkingImage(), s.stack.GetLayer(1)->m_image));
+    int w = 0, h = 0;
+    doc.GetSize(w, h);
+    EXPECT_EQ(w, 8);
+    EXPECT_EQ(h, 6);
+    SetPlane(*doc.GetOuterPlane(), 8, 6, 1);
+    doc.Clear();
+    doc.GetSize(w, h);
+    EXPECT_EQ(w, 0);
+    EXPECT_TRUE(doc.GetOuterPlane()->IsNull());
+}
+
+TEST(SelectionDocument, CheckerboardIsAnchoredToTheDocument)
+{
+    CSelectionDocument doc;
+    doc.SetDisplayMode(kShowChecker);
+    for (int style : {0, 1}) {
+        doc.SetCheckerStyle(style);
+        COLImage whole, part;
+        whole.Create(64, 48);
+        part.Create(20, 10);
+        ASSERT_EQ(doc.FillBackground(whole, {0, 0, 64, 48}), 1);
+        ASSERT_EQ(doc.FillBackground(part, {13, 29, 33, 39}), 1);
+        for (uint32_t y = 0; y < 10; ++y)
+            for (uint32_t x = 0; x < 20; ++x) ASSERT_EQ(part.GetPixel(x, y), whole.GetPixel(x + 13, y + 29));
+        EXPECT_EQ(whole.GetPixel(0, 0), style ? 0xFFC0C0C0u : 0xFFFFFFFFu);
+        EXPECT_EQ(whole.GetPixel(16, 0), style ? 0xFF606060u : 0xFF000000u);
+        EXPECT_EQ(whole.GetPixel(16, 16), whole.GetPixel(0, 0));
+    }
+    doc.SetDisplayMode(kShowPicture);
+    COLImage untouched;
+    untouched.Create(4, 4);
+    std::memset(untouched.GetBuffer(), 7, untouched.GetAreaByteSize());
+    EXPECT_EQ(doc.FillBackground(untouched, {0, 0, 4, 4}), 0) << "mode 3 without a picture";
+    EXPECT_EQ(untouched.GetPixel(2, 2), 0x07070707u);
+}
+
+TEST(SelectionDocument, LargerBackgroundPictureShowsItsCentreUnscaled)
+{
+    Stack s;
+    CSelectionDocument doc;
+    ASSERT_TRUE(doc.Begin(s.stack));   // 8 x 6
+    *doc.GetBackgroundPicture() = Picture(30, 20, 9);
+    doc.SetDisplayMode(kShowPicture);
+    COLImage out;
+    out.Create(5, 4);
+    ASSERT_EQ(doc.FillBackground(out, {2, 1, 7, 5}), 1);
+    for (uint32_t y = 0; y < 4; ++y)
+        for (uint32_t x = 0; x < 5; ++x)
+            ASSERT_EQ(out.GetPixel(x, y), doc.GetBackgroundPicture()->GetPixel((30 - 8) / 2 + 2 + x, (20 - 6) / 2 + 1 + y));
+}
+
+TEST(SelectionDocument, WorkingImageOverBackgroundWithAndWithoutMask)
+{
+    Stack s;
+    CSelectionDocument doc;
+    ASSERT_TRUE(doc.Begin(s.stack));
+    COLImage& working = *doc.GetWorkingImage();
+    for (size_t i = 0; i < working.GetPixelCount(); ++i) working.GetBuffer()[i].alpha = uint8_t(i * 37);
+    doc.SetDisplayMode(kShowColour);
+    doc.SetBackgroundColour(0xFF204060);
+    const CRect rect{1, 1, 7, 5};
+
+    COLImage plain;
+    plain.Create(6, 4);
+    doc.FillBackground(plain, rect);
+    doc.DrawWorking(plain, rect);
+    for (uint32_t y = 0; y < 4; ++y)
+        for (uint32_t x = 0; x < 6; ++x) {
+            const CPixel w = working.GetPixel2(x + 1, y + 1), d = plain.GetPixel2(x, y);
+            const uint32_t a = w.alpha;
+            const uint32_t red = a ? ((255 - a) * 0x20 + w.red * a) / 255 : 0x20;
+            ASSERT_EQ(d.red, red);
+            ASSERT_EQ(d.alpha, 0);
+        }
+
+    SetPlane(*doc.GetResultMask(), 8, 6, 4);
+    for (int mode : {kShowColour, kShowMask}) {
+        doc.SetDisplayMode(mode);
+        COLImage out;
+        out.Create(6, 4);
+        doc.FillBackground(out, rect);
+        doc.DrawWorking(out, rect);
+        for (uint32_t y = 0; y < 4; ++y)
+            for (uint32_t x = 0; x < 6; ++x) {
+                const CPixel w = working.GetPixel2(x + 1, y + 1), d = out.GetPixel2(x, y);
+                const uint32_t m = doc.GetResultMask()->GetValue(x + 1, y + 1);
+                const uint32_t bg = mode == kShowMask ? 0 : 0x40;
+                const uint32_t a = std::min<uint32_t>(w.alpha, m);
+                const uint32_t green = !m ? bg : mode == kShowMask ? m : (w.green * a + bg * (255 - a)) / 255;
+                ASSERT_EQ(d.green, green) << mode;
+            }
+    }
+}
+
+TEST(SelectionDocument, ContourOverlayXorsInnerIntoOuter)
+{
+    Stack s;
+    CSelectionDocument doc;
+    ASSERT_TRUE(doc.Begin(s.stack));
+    SetPlane(*doc.GetOuterPlane(), 8, 6, 5);
+    SetPlane(*doc.GetInnerPlane(), 8, 6, 6);
+    doc.GetInnerPlane()->SetValue(0, 0, 0);
+    COLImage out;
+    out.Create(8, 6);
+    doc.DrawContours(out, {0, 0, 8, 6});
+    for (uint32_t y = 0; y < 6; ++y)
+        for (uint32_t x = 0; x < 8; ++x)
+            ASSERT_EQ(out.GetPixel2(x, y).alpha, doc.GetOuterPlane()->GetValue(x, y) ^ doc.GetInnerPlane()->GetValue(x, y));
+    doc.SetShowOuter(0);
+    doc.DrawContours(out, {0, 0, 8, 6});
+    EXPECT_EQ(out.GetPixel2(3, 3).alpha, doc.GetInnerPlane()->GetValue(3, 3));
+    doc.SetShowInner(0);
+    doc.DrawContours(out, {0, 0, 8, 6});
+    EXPECT_EQ(out.GetPixel2(3, 3).alpha, 0);
+}
+
+TEST(SelectionDocument, BringBackToTheLayer)
+{
+    Stack s;
+    CSelectionDocument doc;
+    ASSERT_TRUE(doc.Begin(s.stack));
+    SetPlane(*doc.GetResultMask(), 8, 6, 8);
+    const COLChannel& mask = *doc.GetResultMask();
+
+    ASSERT_EQ(doc.KeepAsSelection(s.stack), kBringBackDone);
+    const COLChannel& selection = s.stack.GetSelectionMask();
+    for (uint32_t y = 0; y < 12; ++y)
+        for (uint32_t x = 0; x < 20; ++x) {
+            const bool inside = x >= 5 && x < 13 && y >= 3 && y < 9;
+            ASSERT_EQ(selection.GetValue(x, y), inside ? mask.GetValue(x - 5, y - 3) : 0);
+        }
+
+    ASSERT_EQ(doc.SeparateToLayer(s.stack), kBringBackDone);
+    ASSERT_EQ(s.stack.GetLayerCount(), 3);
+    EXPECT_EQ(s.stack.GetCurrentIndex(), 2);
+    const COLImage& upper = s.stack.GetLayer(2)->m_image;
+    for (uint32_t y = 0; y < 6; ++y)
+        for (uint32_t x = 0; x < 8; ++x) {
+            ASSERT_EQ(upper.GetPixel2(x, y).alpha, mask.GetValue(x, y));
+            ASSERT_EQ(upper.GetPixel2(x, y).red, doc.GetWorkingImage()->GetPixel2(x, y).red);
+            ASSERT_EQ(s.stack.GetLayer(1)->m_image.GetPixel2(x, y).alpha, mask.GetValue(x, y));
+        }
+
+    // The base cannot take a result as a layer.
+    s.stack.SetCurrentIndex(0);
+    CSelectionDocument onBase;
+    ASSERT_TRUE(onBase.Begin(s.stack));
+    SetPlane(*onBase.GetResultMask(), 20, 12, 2);
+    EXPECT_EQ(onBase.ApplyToLayer(s.stack), kBringBackIsBase);
+    EXPECT_EQ(onBase.SeparateToLayer(s.stack), kBringBackIsBase);
+    EXPECT_EQ(onBase.KeepAsSelection(s.stack), kBringBackDone);
+}

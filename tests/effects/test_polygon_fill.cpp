@@ -1,0 +1,218 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "effects/polygon_fill.h"
+#include "imaging/channel.h"
+#include "imaging/result.h"
+
+namespace {
+
+// The fill as written out in the rules, pixel by pixel over every edge: slow, plain, and independent of the
+// span walk of the product.
+struct PlainEdge {
+    long long x1, y1, x2, y2, slope;
+    bool vertical;
+};
+
+std::vector<PlainEdge> PlainEdges(const std::vector<CPolyPoint>& p)
+{
+    std::vector<PlainEdge> edges;
+    for (size_t i = 0; i + 1 < p.size(); ++i) {
+        PlainEdge e{p[i].x, p[i].y, p[i + 1].x, p[i + 1].y, 0, p[i].x == p[i + 1].x};
+        if (!e.vertical) e.slope = ((e.y1 - e.y2) * 256) / (e.x1 - e.x2);
+        edges.push_back(e);
+    }
+    return edges;
+}
+
+int PlainCountInt(const std::vector<PlainEdge>& edges, long long x, long long y)
+{
+    int count = 0;
+    for (const PlainEdge& e : edges) {
+        const long long lo = std::min(e.y1, e.y2), hi = std::max(e.y1, e.y2);
+        if (!(lo <= y && y < hi)) continue;
+        if (e.vertical) {
+            count += x > e.x1;
+            continue;
+        }
+        const long long v = (e.x1 - x) * e.slope + (y - e.y1) * 256;
+        if (e.slope < 0) count += v > 0;
+        else if (e.slope >= 1) count += v < 0;
+    }
+    return count;
+}
+
+int PlainCountFloat(const std::vector<PlainEdge>& edges, double x, double y)
+{
+    int count = 0;
+    for (const PlainEdge& e : edges) {
+        const double lo = double(std::min(e.y1, e.y2)), hi = double(std::max(e.y1, e.y2));
+        if (!(lo <= y && y < hi)) continue;
+        if (e.vertical) {
+            count += x > double(e.x1);
+            continue;
+        }
+        const double v = (double(e.x1) - x) * double(e.slope) + (y - double(e.y1)) * 256.0;
+        if (e.slope < 0) count += v > 0.0;
+        else if (e.slope >= 1) count += v < 0.0;
+    }
+    return count;
+}
+
+std::vector<uint8_t> PlainFill(const std::vector<CPolyPoint>& p, int w, int h, std::vector<uint8_t> plane)
+{
+    long long l = p[0].x, r = p[0].x, t = p[0].y, b = p[0].y;
+    for (const CPolyPoint& q : p) {
+        l = std::min<long long>(l, q.x);
+        r = std::max<long long>(r, q.x);
+        t = std::min<long long>(t, q.y);
+        b = std::max<long long>(b, q.y);
+    }
+    l = std::max(l, 0LL);
+    t = std::max(t, 0LL);
+    r = std::min<long long>(r, w);
+    b = std::min<long long>(b, h);
+    if (l >= r || t >= b) return plane;
+    const std::vector<PlainEdge> edges = PlainEdges(p);
+    for (long long y = t; y < b; ++y)
+        for (long long x = l; x < r; ++x)
+            if (PlainCountInt(edges, x, y) & 1) plane[size_t(y * w + x)] = 255;
+    std::vector<std::pair<int, int>> border;
+    for (long long y = t + 1; y <= b - 2; ++y)
+        for (long long x = l + 1; x <= r - 2; ++x) {
+            bool differs = false;
+            for (int dy = -1; dy <= 1; ++dy)
+                for (int dx = -1; dx <= 1; ++dx)
+                    differs |= plane[size_t((y + dy) * w + x + dx)] != plane[size_t(y * w + x)];
+            if (differs) border.push_back({int(x), int(y)});
+        }
+    for (auto [x, y] : border) {
+        int inside = 0;
+        for (int i = 0; i < 4; ++i)
+            for (int j = 0; j < 4; ++j)
+                inside += PlainCountFloat(edges, x - 0.375 + 0.25 * i, y - 0.375 + 0.25 * j) & 1;
+        plane[size_t(y * w + x)] = inside == 16 ? 255 : uint8_t(16 * inside);
+    }
+    return plane;
+}
+
+std::vector<uint8_t> Bytes(const COLChannel& c)
+{
+    return std::vector<uint8_t>(c.GetBuffer(), c.GetBuffer() + c.GetAreaByteSize());
+}
+
+void ExpectSameAsPlain(const std::vector<CPolyPoint>& points, int w, int h, uint32_t seed = 0)
+{
+    COLChannel plane;
+    ASSERT_EQ(plane.Create(uint32_t(w), uint32_t(h)), kOk);
+    std::mt19937 rng(seed);
+    // Some tests start from a plane that already holds a selection: it must stay where the fill does not reach.
+    for (uint32_t i = 0; i < plane.GetAreaByteSize(); ++i) plane.GetBuffer()[i] = seed ? uint8_t(rng() % 3 * 100) : 0;
+    const std::vector<uint8_t> expected = PlainFill(points, w, h, Bytes(plane));
+    ASSERT_EQ(FillPolygon(points.data(), points.size(), &plane), kOk);
+    const std::vector<uint8_t> got = Bytes(plane);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            ASSERT_EQ(int(got[size_t(y * w + x)]), int(expected[size_t(y * w + x)])) << "at " << x << "," << y;
+}
+
+} // namespace
+
+TEST(FillPolygon, RectangleTriangleAndStarMatchThePlainFill)
+{
+    ExpectSameAsPlain({{2, 2}, {9, 2}, {9, 7}, {2, 7}, {2, 2}}, 12, 10);
+    ExpectSameAsPlain({{1, 1}, {14, 4}, {5, 12}, {1, 1}}, 16, 14);
+    // A self-crossing star: the even-odd rule leaves its centre empty.
+    ExpectSameAsPlain({{10, 0}, {16, 19}, {0, 7}, {20, 7}, {4, 19}, {10, 0}}, 21, 21);
+}
+
+TEST(FillPolygon, RandomOutlinesPartlyOffThePlaneMatchThePlainFill)
+{
+    std::mt19937 rng(7);
+    for (int round = 0; round < 60; ++round) {
+        const int w = 8 + int(rng() % 30), h = 8 + int(rng() % 30);
+        std::vector<CPolyPoint> points;
+        const int n = 3 + int(rng() % 9);
+        for (int i = 0; i < n; ++i) points.push_back({int(rng() % (w + 20)) - 10, int(rng() % (h + 20)) - 10});
+        points.push_back(points.front());
+        SCOPED_TRACE(round);
+        ExpectSameAsPlain(points, w, h, round % 2 ? uint32_t(round) : 0);
+    }
+}
+
+TEST(FillPolygon, VeryFlatEdgesCountForNothing)
+{
+    // The long bottom edge rises one pixel over 300: its slope truncates to 0, so it never crosses, and the
+    // rows it spans take their parity from the other edges alone.
+    ExpectSameAsPlain({{0, 0}, {300, 1}, {300, 6}, {0, 5}, {0, 0}}, 310, 8);
+    COLChannel plane;
+    ASSERT_EQ(plane.Create(310, 8), kOk);
+    std::memset(plane.GetBuffer(), 0, plane.GetAreaByteSize());
+    const std::vector<CPolyPoint> p = {{0, 0}, {300, 1}, {300, 6}, {0, 5}, {0, 0}};
+    ASSERT_EQ(FillPolygon(p.data(), p.size(), &plane), kOk);
+    EXPECT_EQ(plane.GetValue(150, 3), 255);
+}
+
+TEST(FillPolygon, RefusesTooFewPointsAndMissingPlane)
+{
+    COLChannel plane;
+    const std::vector<CPolyPoint> p = {{0, 0}, {5, 5}, {0, 0}};
+    EXPECT_EQ(FillPolygon(p.data(), p.size(), &plane), kFail);
+    ASSERT_EQ(plane.Create(8, 8), kOk);
+    std::memset(plane.GetBuffer(), 7, plane.GetAreaByteSize());
+    EXPECT_EQ(FillPolygon(p.data(), 2, &plane), kFail);
+    EXPECT_EQ(plane.GetValue(3, 3), 7) << "a refused fill leaves the plane as it was";
+    // An outline wholly off the plane does nothing and is no failure.
+    const std::vector<CPolyPoint> off = {{20, 20}, {30, 20}, {30, 30}, {20, 20}};
+    EXPECT_EQ(FillPolygon(off.data(), off.size(), &plane), kOk);
+    EXPECT_EQ(plane.GetValue(7, 7), 7);
+}
+
+TEST(FillEllipse, MatchesSixteenSamplesPerPixel)
+{
+    for (auto [x0, y0, x1, y1] : std::vector<std::array<int, 4>>{{2, 3, 17, 12}, {17, 12, 2, 3}, {-4, -2, 9, 7},
+                                                                  {1, 1, 1, 9}}) {
+        const int w = 20, h = 15;
+        COLChannel plane;
+        ASSERT_EQ(plane.Create(w, h), kOk);
+        std::memset(plane.GetBuffer(), 9, plane.GetAreaByteSize());
+        ASSERT_EQ(FillEllipse(x0, y0, x1, y1, &plane), kOk);
+        const double a = std::abs(x1 - x0) / 2, b = std::abs(y1 - y0) / 2;
+        const double cx = (x0 + x1) / 2, cy = (y0 + y1) / 2;
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                int expected = 9;
+                if (x >= std::min(x0, x1) && x <= std::max(x0, x1) && y >= std::min(y0, y1) && y <= std::max(y0, y1)) {
+                    int n = 0;
+                    for (int i = 0; i < 4 && a > 0 && b > 0; ++i)
+                        for (int j = 0; j < 4; ++j) {
+                            const double sx = x - 0.375 + 0.25 * i - cx, sy = y - 0.375 + 0.25 * j - cy;
+                            n += sx * sx / (a * a) + sy * sy / (b * b) <= 1.0;
+                        }
+                    expected = n == 16 ? 255 : 16 * n;
+                }
+                ASSERT_EQ(int(plane.GetValue(uint32_t(x), uint32_t(y))), expected) << x << "," << y;
+            }
+    }
+}
+
+TEST(PolygonMask, ThinningKeepsEndsAndStopsAtTheLimit)
+{
+    CPolygonMask outline;
+    for (int i = 0; i < 2001; ++i) outline.Add(i, (i * 7) % 3);
+    outline.Thin(1000);
+    ASSERT_LE(outline.GetCount(), 1000u);
+    EXPECT_EQ(outline.Front(), (CPolyPoint{0, 0}));
+    EXPECT_EQ(outline.Back(), (CPolyPoint{2000, (2000 * 7) % 3}));
+    // d = 4 on the first pass: consecutive kept points are more than 4 apart (city-block), but the last.
+    for (size_t i = 1; i + 1 < outline.GetCount(); ++i)
+        EXPECT_GT(std::abs(outline[i].x - outline[i - 1].x) + std::abs(outline[i].y - outline[i - 1].y), 4);
+    CPolygonMask small;
+    for (int i = 0; i < 10; ++i) small.Add(i, 0);
+    small.Thin(1000);
+    EXPECT_EQ(small.GetCount(), 10u) << "a short outline is left alone";
+}

@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <deque>
+#include <random>
+
+#include "effects/tolerance_fill.h"
+#include "imaging/channel.h"
+#include "imaging/image.h"
+#include "imaging/result.h"
+
+namespace {
+
+// Breadth-first reachability with the same moves, membership written as "dist < tol or dist == 0".
+std::vector<uint8_t> PlainFlood(const COLImage& layer, int ox, int oy, int sx, int sy, int tol, int cw, int ch)
+{
+    std::vector<uint8_t> out(size_t(cw * ch), 0);
+    std::vector<uint8_t> seen(size_t(layer.GetWidth() * layer.GetHeight()), 0);
+    const int lw = int(layer.GetWidth()), lh = int(layer.GetHeight());
+    const CPixel ref = layer.GetPixel2(uint32_t(sx), uint32_t(sy));
+    auto member = [&](int x, int y) {
+        const CPixel p = layer.GetPixel2(uint32_t(x), uint32_t(y));
+        const int d = std::abs(p.red - ref.red) + std::abs(p.green - ref.green) + std::abs(p.blue - ref.blue);
+        return d < tol || d == 0;
+    };
+    std::deque<std::pair<int, int>> queue{{sx, sy}};
+    seen[size_t(sy * lw + sx)] = 1;
+    while (!queue.empty()) {
+        auto [x, y] = queue.front();
+        queue.pop_front();
+        const int cx = x + ox, cy = y + oy;
+        if (cx >= 0 && cy >= 0 && cx < cw && cy < ch) out[size_t(cy * cw + cx)] = 255;
+        if (!(cx >= 0 && cx < cw && cy >= 0 && ox + y <= ch - 1)) continue;
+        const std::pair<int, int> next[4] = {{x - 1, y}, {x, y - 1}, {x + 1, y}, {x, y + 1}};
+        const bool allowed[4] = {cx > 1, cy > 1, x < lw - ox - 1, y < lh - oy - 1};
+        for (int k = 0; k < 4; ++k) {
+            auto [nx, ny] = next[k];
+            if (!allowed[k] || nx < 0 || ny < 0 || nx >= lw || ny >= lh) continue;
+            if (nx + ox < 0 || ny + oy < 0 || nx + ox >= cw || ny + oy >= ch) continue;
+            if (seen[size_t(ny * lw + nx)] || !member(nx, ny)) continue;
+            seen[size_t(ny * lw + nx)] = 1;
+            queue.push_back({nx, ny});
+        }
+    }
+    return out;
+}
+
+COLImage Uniform(uint32_t w, uint32_t h, CPixel p)
+{
+    COLImage image;
+    image.Create(w, h);
+    for (size_t i = 0; i < image.GetPixelCount(); ++i) image.GetBuffer()[i] = p;
+    return image;
+}
+
+COLChannel Zeroed(uint32_t w, uint32_t h)
+{
+    COLChannel c;
+    c.Create(w, h);
+    std::memset(c.GetBuffer(), 0, c.GetAreaByteSize());
+    return c;
+}
+
+} // namespace
+
+TEST(ToleranceFlood, ExactColoursOnlyAtToleranceZeroAndOne)
+{
+    for (int tol : {0, 1}) {
+        COLImage image = Uniform(6, 4, CPixel::Make(100, 100, 100));
+        image.PutPixel(3, 2, CPixel::Make(101, 100, 100));   // distance 1
+        COLChannel plane = Zeroed(6, 4);
+        ASSERT_EQ(ToleranceFlood(image, 0, 0, 2, 2, tol, plane), kOk);
+        EXPECT_EQ(plane.GetValue(3, 2), 0) << "tolerance " << tol;
+        EXPECT_EQ(plane.GetValue(4, 2), 255);
+    }
+}
+
+TEST(ToleranceFlood, JoinsBelowTheToleranceAndNotAtIt)
+{
+    COLImage image = Uniform(8, 3, CPixel::Make(50, 50, 50));
+    image.PutPixel(5, 1, CPixel::Make(56, 53, 50));   // distance 9
+    image.PutPixel(6, 1, CPixel::Make(60, 50, 50));   // distance 10
+    COLChannel plane = Zeroed(8, 3);
+    ASSERT_EQ(ToleranceFlood(image, 0, 0, 3, 1, 10, plane), kOk);
+    EXPECT_EQ(plane.GetValue(5, 1), 255);
+    EXPECT_EQ(plane.GetValue(6, 1), 0);
+    EXPECT_EQ(plane.GetValue(7, 1), 255) << "reached round the far pixel through the rows above and below";
+}
+
+TEST(ToleranceFlood, ColumnAndRowZeroAreReachedOnlyByTheSeed)
+{
+    COLImage image = Uniform(5, 5, CPixel::Make(9, 9, 9));
+    COLChannel plane = Zeroed(5, 5);
+    ASSERT_EQ(ToleranceFlood(image, 0, 0, 2, 2, 5, plane), kOk);
+    for (uint32_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(plane.GetValue(0, i), 0);
+        EXPECT_EQ(plane.GetValue(i, 0), 0);
+    }
+    EXPECT_EQ(plane.GetValue(1, 1), 255);
+    EXPECT_EQ(plane.GetValue(4, 4), 255);
+    COLChannel seeded = Zeroed(5, 5);
+    ASSERT_EQ(ToleranceFlood(image, 0, 0, 0, 0, 5, seeded), kOk);
+    EXPECT_EQ(seeded.GetValue(0, 0), 255);
+}
+
+TEST(ToleranceFlood, OffsetLayersOnNoisyPicturesMatchThePlainWalk)
+{
+    std::mt19937 rng(3);
+    for (int round = 0; round < 40; ++round) {
+        const uint32_t lw = 5 + rng() % 20, lh = 5 + rng() % 20, cw = 5 + rng() % 20, ch = 5 + rng() % 20;
+        COLImage layer;
+        layer.Create(lw, lh);
+        // Few colours close together, so that regions form and touch.
+        for (size_t i = 0; i < layer.GetPixelCount(); ++i)
+            layer.GetBuffer()[i] = CPixel::Make(uint8_t(100 + rng() % 4 * 3), 100, uint8_t(100 + rng() % 2 * 5));
+        const int ox = int(rng() % 9) - 4, oy = int(rng() % 9) - 4, tol = int(rng() % 12);
+        const int sx = int(rng() % lw), sy = int(rng() % lh);
+        COLChannel plane = Zeroed(cw, ch);
+        ASSERT_EQ(ToleranceFlood(layer, ox, oy, sx, sy, tol, plane), kOk);
+        const std::vector<uint8_t> expected = PlainFlood(layer, ox, oy, sx, sy, tol, int(cw), int(ch));
+        SCOPED_TRACE(round);
+        ASSERT_EQ(std::memcmp(plane.GetBuffer(), expected.data(), expected.size()), 0);
+    }
+}
+
+TEST(ToleranceFlood, UncoveredCanvasIsTheTransparencyCase)
+{
+    COLImage layer = Uniform(3, 2, CPixel::Make(1, 2, 3));
+    layer.PutPixel(1, 0, CPixel::Make(1, 2, 3, 0));
+    COLChannel plane = Zeroed(5, 4);
+    SelectUncovered(layer, 1, 1, plane);
+    const uint8_t expected[4][5] = {
+        {255, 255, 255, 255, 255}, {255, 0, 255, 0, 255}, {255, 0, 0, 0, 255}, {255, 255, 255, 255, 255}};
+    for (uint32_t y = 0; y < 4; ++y)
+        for (uint32_t x = 0; x < 5; ++x) EXPECT_EQ(plane.GetValue(x, y), expected[y][x]) << x << "," << y;
+}

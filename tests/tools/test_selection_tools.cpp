@@ -1,0 +1,238 @@
+#include "tool_fixture.h"
+
+using vmtest::Filled;
+using vmtest::PlainAdd;
+using vmtest::PlainSubtract;
+using vmtest::ToolTest;
+
+namespace {
+
+std::vector<CPolyPoint> RectOutline(int x0, int y0, int x1, int y1)
+{
+    return {{x0, y0}, {x1, y0}, {x1, y1}, {x0, y1}, {x0, y0}};
+}
+
+std::vector<uint8_t> Ellipse(int x0, int y0, int x1, int y1, int w, int h)
+{
+    COLChannel c;
+    c.Create(uint32_t(w), uint32_t(h));
+    std::memset(c.GetBuffer(), 0, c.GetAreaByteSize());
+    FillEllipse(x0, y0, x1, y1, &c);
+    return vmtest::Plane(c);
+}
+
+} // namespace
+
+TEST_F(ToolTest, RectangleDragSelectsItsOutlineAndRecordsOneStep)
+{
+    manager->SetCurrentTool(&manager->GetRectTool());
+    const int before = composeLog.GetCount();
+    Drag(3, 4, 20, 15);
+    EXPECT_EQ(Mask(), Filled(RectOutline(3, 4, 20, 15), W, H));
+    EXPECT_EQ(composeLog.GetCount(), before + 1);
+    EXPECT_EQ(LastLabel(composeLog), std::string("rectseltip"));
+    EXPECT_EQ(composeLog.GetRecord(composeLog.GetCount() - 1)->kind, kStepChannel);
+    EXPECT_EQ(composeLog.GetRecord(composeLog.GetCount() - 1)->arg, -1);
+}
+
+TEST_F(ToolTest, ClickWithoutMovingDeselects)
+{
+    manager->SetCurrentTool(&manager->GetRectTool());
+    Drag(3, 4, 20, 15);
+    Click(8, 8);
+    EXPECT_TRUE(doc.GetSelectionMask().IsNull());
+    EXPECT_EQ(LastLabel(composeLog), std::string("His_selectnone"));
+}
+
+TEST_F(ToolTest, ShiftAddsAnEllipseAndCtrlSubtractsARectangle)
+{
+    manager->SetCurrentTool(&manager->GetRectTool());
+    Drag(2, 2, 18, 14);
+    const std::vector<uint8_t> rect = Mask();
+
+    manager->SetCurrentTool(&manager->GetRoundTool());
+    Sink().OnKeyDown(kKeyShift, 0);
+    EXPECT_EQ(manager->GetRoundTool().GetPanel().GetMode(), uint32_t(kSelAdd));
+    Drag(10, 8, 33, 27);
+    Sink().OnKeyUp(kKeyShift, 0);
+    const std::vector<uint8_t> added = PlainAdd(rect, Ellipse(10, 8, 33, 27, W, H));
+    EXPECT_EQ(Mask(), added);
+
+    manager->SetCurrentTool(&manager->GetRectTool());
+    Sink().OnKeyDown(kKeyControl, 0);
+    Drag(5, 5, 25, 20);
+    Sink().OnKeyUp(kKeyControl, 0);
+    EXPECT_EQ(Mask(), PlainSubtract(added, Filled(RectOutline(5, 5, 25, 20), W, H)));
+    EXPECT_EQ(manager->GetRectTool().GetPanel().GetMode(), uint32_t(kSelNew)) << "releasing a key returns to New";
+}
+
+TEST_F(ToolTest, CtrlStaysArmedUntilShiftIsReleased)
+{
+    manager->SetCurrentTool(&manager->GetRectTool());
+    Drag(2, 2, 18, 14);
+    CRectSelTool& tool = manager->GetRectTool();
+    Sink().OnKeyDown(kKeyControl, 0);
+    Sink().OnKeyUp(kKeyControl, 0);
+    // An arrow press after Ctrl was used selects Subtract; its release sets New again.
+    Sink().OnKeyDown(kKeyRight, 0);
+    EXPECT_EQ(tool.GetPanel().GetMode(), uint32_t(kSelSubtract));
+    Sink().OnKeyUp(kKeyRight, 0);
+    EXPECT_EQ(tool.GetPanel().GetMode(), uint32_t(kSelNew));
+    Sink().OnKeyDown(kKeyShift, 0);
+    Sink().OnKeyUp(kKeyShift, 0);
+    Sink().OnKeyDown(kKeyLeft, 0);
+    EXPECT_EQ(tool.GetPanel().GetMode(), uint32_t(kSelNew)) << "the Shift release disarmed Ctrl";
+}
+
+TEST_F(ToolTest, ArrowsNudgeTheMaskAndLeavingTheToolRecordsIt)
+{
+    manager->SetCurrentTool(&manager->GetRectTool());
+    Drag(2, 2, 18, 14);
+    const std::vector<uint8_t> before = Mask();
+    const int steps = composeLog.GetCount();
+    Sink().OnKeyDown(kKeyRight, 0);
+    Sink().OnKeyUp(kKeyRight, 0);
+    Sink().OnKeyDown(kKeyDown, 0);
+    Sink().OnKeyUp(kKeyDown, 0);
+    const std::vector<uint8_t> after = Mask();
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x)
+            ASSERT_EQ(after[size_t(y * W + x)], x > 0 && y > 0 ? before[size_t((y - 1) * W + x - 1)] : 0);
+    EXPECT_EQ(composeLog.GetCount(), steps) << "no step until the tool is left";
+    manager->SetCurrentTool(nullptr);
+    EXPECT_EQ(composeLog.GetCount(), steps + 1);
+    EXPECT_EQ(LastLabel(composeLog), std::string("movesel"));
+}
+
+TEST_F(ToolTest, LassoClosesItsOutlineAndThinsLongOnes)
+{
+    manager->SetCurrentTool(&manager->GetFreeTool());
+    Sink().OnLButtonDown(kMkLButton, 5, 5);
+    std::vector<CPolyPoint> outline = {{5, 5}};
+    for (int i = 0; i < 2000; ++i) {
+        // A square walked in small steps, 2001 points in all.
+        const int side = i / 500, t = (i % 500) * 25 / 500;
+        const CPolyPoint p = side == 0 ? CPolyPoint{5 + t, 5} : side == 1 ? CPolyPoint{30, 5 + t}
+                           : side == 2 ? CPolyPoint{30 - t, 25} : CPolyPoint{5, 25 - t};
+        outline.push_back(p);
+        Sink().OnMouseMove(kMkLButton, p.x, p.y);
+    }
+    Sink().OnLButtonUp(0, 5, 20);
+    CPolygonMask expected;
+    for (const CPolyPoint& p : outline) expected.Add(p.x, p.y);
+    expected.Close();
+    expected.Thin(1000);
+    EXPECT_LE(expected.GetCount(), 1000u);
+    EXPECT_EQ(Mask(), Filled(expected.Points(), W, H));
+    EXPECT_EQ(LastLabel(composeLog), std::string("freeseltip"));
+}
+
+TEST_F(ToolTest, PolygonClosesOnItsFirstPoint)
+{
+    manager->SetCurrentTool(&manager->GetPolygonTool());
+    const std::vector<CPolyPoint> corners = {{4, 3}, {30, 6}, {22, 26}, {6, 20}};
+    Sink().OnMouseMove(0, 4, 3);
+    Sink().OnLButtonDown(kMkLButton, 4, 3);
+    for (const CPolyPoint& p : corners) {
+        Sink().OnMouseMove(kMkLButton, p.x, p.y);
+        Sink().OnLButtonUp(0, p.x, p.y);
+        Sink().OnLButtonDown(kMkLButton, p.x, p.y);   // a press while the polygon is open does nothing
+    }
+    Sink().OnMouseMove(0, 5, 5);   // within 3 pixels of the first corner
+    EXPECT_EQ(manager->GetPolygonTool().GetCursor(), kCursorPolygonClose);
+    Sink().OnLButtonUp(0, 5, 5);
+    std::vector<CPolyPoint> closed = corners;
+    closed.push_back(corners.front());
+    EXPECT_EQ(Mask(), Filled(closed, W, H));
+    EXPECT_EQ(manager->GetPolygonTool().GetLastNewOutline().Points(), closed);
+    EXPECT_EQ(LastLabel(composeLog), std::string("polygonseltip"));
+}
+
+TEST_F(ToolTest, RightButtonTakesTheLastCornerBack)
+{
+    manager->SetCurrentTool(&manager->GetPolygonTool());
+    Sink().OnLButtonDown(kMkLButton, 4, 3);
+    for (CPolyPoint p : {CPolyPoint{4, 3}, CPolyPoint{30, 6}, CPolyPoint{38, 29}}) Sink().OnLButtonUp(0, p.x, p.y);
+    Sink().OnRButtonUp(0, 0, 0);
+    Sink().OnLButtonUp(0, 10, 25);
+    Sink().OnLButtonDblClk(kMkLButton, 10, 25);
+    EXPECT_EQ(Mask(), Filled({{4, 3}, {30, 6}, {10, 25}, {4, 3}}, W, H));
+}
+
+TEST_F(ToolTest, TwoPointPolygonStillRecordsAStep)
+{
+    manager->SetCurrentTool(&manager->GetRectTool());
+    Drag(2, 2, 18, 14);
+    const std::vector<uint8_t> rect = Mask();
+    manager->SetCurrentTool(&manager->GetPolygonTool());
+    CPolygonSelTool& polygon = manager->GetPolygonTool();
+
+    polygon.GetPanel().SetMode(kSelAdd);
+    int steps = composeLog.GetCount();
+    Sink().OnLButtonDown(kMkLButton, 4, 3);
+    Sink().OnLButtonUp(0, 4, 3);
+    Sink().OnLButtonDblClk(kMkLButton, 20, 20);
+    EXPECT_EQ(composeLog.GetCount(), steps + 1);
+    EXPECT_EQ(Mask(), rect) << "Add mode leaves the mask untouched";
+
+    polygon.GetPanel().SetMode(kSelNew);
+    steps = composeLog.GetCount();
+    Sink().OnLButtonDown(kMkLButton, 4, 3);
+    Sink().OnLButtonUp(0, 4, 3);
+    Sink().OnLButtonDblClk(kMkLButton, 20, 20);
+    EXPECT_EQ(composeLog.GetCount(), steps + 1);
+    EXPECT_TRUE(doc.GetSelectionMask().IsNull()) << "New mode dropped the old selection";
+}
+
+TEST_F(ToolTest, MagicFloodsFromTheClickAndSelectsUncoveredCanvas)
+{
+    CLayer* base = doc.GetLayer(0);
+    for (size_t i = 0; i < base->m_image.GetPixelCount(); ++i) base->m_image.GetBuffer()[i] = CPixel::Make(10, 10, 10);
+    for (int y = 5; y < 15; ++y)
+        for (int x = 5; x < 15; ++x) base->m_image.PutPixel(uint32_t(x), uint32_t(y), CPixel::Make(200, 10, 10));
+    manager->SetCurrentTool(&manager->GetMagicTool());
+    manager->GetMagicTool().GetMagicPanel().SetTolerance("30");
+    Click(8, 8);
+    std::vector<uint8_t> expected(size_t(W * H), 0);
+    for (int y = 5; y < 15; ++y)
+        for (int x = 5; x < 15; ++x) expected[size_t(y * W + x)] = 255;
+    EXPECT_EQ(Mask(), expected);
+    EXPECT_EQ(LastLabel(composeLog), std::string("magicseltip"));
+
+    // A small upper layer with a transparent hole: a click into the hole selects everything it does not cover.
+    ASSERT_NE(doc.AddLayer(0, 0), nullptr);
+    doc.SetCurrentIndex(1);
+    CLayer* upper = doc.GetLayer(1);
+    upper->m_image.Create(6, 4);
+    for (size_t i = 0; i < upper->m_image.GetPixelCount(); ++i) upper->m_image.GetBuffer()[i] = CPixel::Make(1, 2, 3);
+    upper->m_image.PutPixel(2, 1, CPixel::Make(1, 2, 3, 0));
+    upper->m_x = 20;
+    upper->m_y = 10;
+    Click(22, 11);
+    const std::vector<uint8_t> mask = Mask();
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const bool covered = x >= 20 && x < 26 && y >= 10 && y < 14 && !(x == 22 && y == 11);
+            ASSERT_EQ(mask[size_t(y * W + x)], covered ? 0 : 255) << x << "," << y;
+        }
+}
+
+TEST_F(ToolTest, MagicSubtractsWithCtrl)
+{
+    CLayer* base = doc.GetLayer(0);
+    for (size_t i = 0; i < base->m_image.GetPixelCount(); ++i) base->m_image.GetBuffer()[i] = CPixel::Make(10, 10, 10);
+    for (int y = 0; y < H; ++y) base->m_image.PutPixel(20, uint32_t(y), CPixel::Make(90, 90, 90));
+    manager->SetCurrentTool(&manager->GetRectTool());
+    Drag(2, 2, 38, 28);
+    const std::vector<uint8_t> rect = Mask();
+    manager->SetCurrentTool(&manager->GetMagicTool());
+    manager->GetMagicTool().GetMagicPanel().SetTolerance("5");
+    Sink().OnKeyDown(kKeyControl, 0);
+    Click(10, 10);
+    Sink().OnKeyUp(kKeyControl, 0);
+    // The flood covers the dark left part (from column 1; column 0 is out of its reach) up to the gray line.
+    std::vector<uint8_t> flood(size_t(W * H), 0);
+    for (int y = 1; y < H; ++y)
+        for (int x = 1; x < 20; ++x) flood[size_t(y * W + x)] = 255;
+    EXPECT_EQ(Mask(), PlainSubtract(rect, flood));
+}

@@ -1,0 +1,193 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "commands/history_log.h"
+#include "commands/history_sink.h"
+#include "document/compose_document.h"
+#include "document/layer.h"
+#include "document/selection_document.h"
+#include "effects/polygon_fill.h"
+#include "imaging/channel.h"
+#include "support/test_support.h"
+#include "tools/tool_manager.h"
+
+namespace vmtest {
+
+// A canvas at zoom 1 from the origin: client pixels are image pixels.
+class FakeView final : public ICanvasView {
+public:
+    double GetZoom() const override { return m_zoom; }
+    CViewPoint GetOrigin() const override { return m_origin; }
+    void Redraw() override
+    {
+        ++redraws;
+        if (overlay) overlay->DrawOverlay(dc, true);
+    }
+    void PostMergeDone() override {}
+    void SetSink(IViewSink* s) override
+    {
+        sink = s;
+        if (s) s->SetView(this);
+        calls.push_back(s ? "sink" : "null sink");
+    }
+    void SetOverlay(IOverlayDrawer* o) override
+    {
+        overlay = o;
+        calls.push_back(o ? "overlay" : "null overlay");
+    }
+    void DrawOverlayNow() override
+    {
+        if (overlay) overlay->DrawOverlay(dc, false);
+    }
+    long SetZoom(double zoom, bool) override
+    {
+        m_zoom = zoom;
+        return 0;
+    }
+    long SetOrigin(CViewPoint* out, int x, int y, bool) override
+    {
+        m_origin = {x, y};
+        if (out) *out = m_origin;
+        return 0;
+    }
+    CRect GetImageRect() override { return imageRect; }
+    CViewPoint ClientToImage(int x, int y) override
+    {
+        return {int(m_origin.x + x / m_zoom), int(m_origin.y + y / m_zoom)};
+    }
+    CViewPoint ImageToClient(int x, int y) override
+    {
+        return {int((x - m_origin.x) * m_zoom), int((y - m_origin.y) * m_zoom)};
+    }
+
+    // Counts the inverted lines: a line drawn twice is gone.
+    struct CountingDC final : IOverlayDC {
+        int lines = 0;
+        void DrawLine(int, int, int, int) override { ++lines; }
+    } dc;
+    IViewSink* sink = nullptr;
+    IOverlayDrawer* overlay = nullptr;
+    std::vector<std::string> calls;
+    int redraws = 0;
+    CRect imageRect{0, 0, 10000, 10000};
+
+private:
+    double m_zoom = 1.0;
+    CViewPoint m_origin;
+};
+
+class FakeBarHost final : public IToolBarHost {
+public:
+    void ShowHelp(const std::string& text) override { help.push_back(text); }
+    void ShowOptionPanel(CToolOptions* panel) override { panels.push_back(panel); }
+    void RedrawBar() override { ++barRedraws; }
+    void OnModeChanged(bool selectionMode) override { modes.push_back(selectionMode); }
+    bool RunResultWizard() override { return wizardAnswer(); }
+    std::vector<std::string> help;
+    std::vector<CToolOptions*> panels;
+    std::vector<bool> modes;
+    int barRedraws = 0;
+    std::function<bool()> wizardAnswer = [] { return true; };
+};
+
+inline std::vector<uint8_t> Plane(const COLChannel& c)
+{
+    if (c.IsNull()) return {};
+    return std::vector<uint8_t>(c.GetBuffer(), c.GetBuffer() + c.GetAreaByteSize());
+}
+
+// The polygon fill of a closed outline into a zeroed plane of the given size.
+inline std::vector<uint8_t> Filled(const std::vector<CPolyPoint>& outline, int w, int h)
+{
+    COLChannel c;
+    c.Create(uint32_t(w), uint32_t(h));
+    std::memset(c.GetBuffer(), 0, c.GetAreaByteSize());
+    FillPolygon(outline.data(), outline.size(), &c);
+    return Plane(c);
+}
+
+// Soft union and difference written out byte by byte.
+inline std::vector<uint8_t> PlainAdd(std::vector<uint8_t> a, const std::vector<uint8_t>& b)
+{
+    for (size_t i = 0; i < a.size(); ++i)
+        a[i] = b[i] == 255 ? 255 : b[i] ? uint8_t(((255 - b[i]) * a[i] + 255 * b[i]) / 255) : a[i];
+    return a;
+}
+inline std::vector<uint8_t> PlainSubtract(std::vector<uint8_t> a, const std::vector<uint8_t>& b)
+{
+    for (size_t i = 0; i < a.size(); ++i) a[i] = b[i] == 255 ? 0 : b[i] ? uint8_t((255 - b[i]) * a[i] / 255) : a[i];
+    return a;
+}
+
+// A document of W x H noise with the two histories, the selection document and the tool manager wired up as
+// the editor does.
+class ToolTest : public ::testing::Test {
+protected:
+    static constexpr int W = 40, H = 30;
+    void SetUp() override
+    {
+        if (const char* old = std::getenv("TMPDIR")) m_oldTmp = old;
+        setenv("TMPDIR", m_tmp.Path().c_str(), 1);
+        ASSERT_EQ(doc.NewDocument(W, H, 0xFF808080), 1);
+        FillNoise(doc.GetLayer(0)->m_image, W, H, 11);
+        for (size_t i = 0; i < doc.GetLayer(0)->m_image.GetPixelCount(); ++i)
+            doc.GetLayer(0)->m_image.GetBuffer()[i].alpha = 255;
+        ASSERT_EQ(composeLog.Init(), 1);
+        ASSERT_EQ(selectionLog.Init(), 1);
+        composeLog.AddStep(&doc, kStepWholeDocument, 0, "His_open");
+        context.document = &doc;
+        context.composeHistory = &composeLog;
+        context.selection = &selection;
+        context.selectionHistory = &selectionLog;
+        manager = std::make_unique<CToolManager>(context);
+        manager->SetView(&view);
+        manager->SetHost(&host);
+        selection.SetView(&view);
+    }
+    void TearDown() override
+    {
+        manager.reset();
+        if (m_oldTmp.empty()) unsetenv("TMPDIR");
+        else setenv("TMPDIR", m_oldTmp.c_str(), 1);
+    }
+    IViewSink& Sink() { return *view.sink; }
+    void Drag(int x0, int y0, int x1, int y1)
+    {
+        Sink().OnMouseMove(0, x0, y0);
+        Sink().OnLButtonDown(kMkLButton, x0, y0);
+        Sink().OnMouseMove(kMkLButton, (x0 + x1) / 2, (y0 + y1) / 2);
+        Sink().OnMouseMove(kMkLButton, x1, y1);
+        Sink().OnLButtonUp(0, x1, y1);
+    }
+    void Click(int x, int y)
+    {
+        Sink().OnMouseMove(0, x, y);
+        Sink().OnLButtonDown(kMkLButton, x, y);
+        Sink().OnLButtonUp(0, x, y);
+    }
+    std::string LastLabel(const CHistoryLog& log) const
+    {
+        const CHistoryRecord* r = log.GetRecord(log.GetCount() - 1);
+        return r ? r->label : "";
+    }
+    std::vector<uint8_t> Mask() { return Plane(doc.GetSelectionMask()); }
+
+    TempDir m_tmp;
+    std::string m_oldTmp;
+    CComposeDocument doc;
+    CComposeHistory composeLog;
+    CSelectionHistory selectionLog;
+    CSelectionDocument selection;
+    CToolContext context;
+    FakeView view;
+    FakeBarHost host;
+    std::unique_ptr<CToolManager> manager;
+};
+
+} // namespace vmtest
