@@ -28,7 +28,8 @@ struct Run {
     uint32_t weight;
 };
 
-// The runs of one kernel plane inside its window: rows and columns 32 - d up to (not including) min(32 + d, 64).
+// The runs of one kernel plane inside its window: rows and columns max(32 - d, 0) up to (not including)
+// min(32 + d, 64).
 struct PlaneRuns {
     std::vector<Run> runs;
     int lo = 0, hi = 0;     // the window, in kernel coordinates, for rows and columns alike
@@ -38,7 +39,7 @@ struct PlaneRuns {
 PlaneRuns MakeRuns(const uint8_t* plane, int d)
 {
     PlaneRuns p;
-    p.lo = kCentre - d;
+    p.lo = std::max(kCentre - d, 0);
     p.hi = std::min(kCentre + d, kSide);
     for (int r = p.lo; r < p.hi; ++r) {
         const uint8_t* row = plane + r * kSide;
