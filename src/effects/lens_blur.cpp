@@ -6,41 +6,59 @@
 #include <cstring>
 #include <new>
 
+#include <immintrin.h>
+
 #include "imaging/codec.h"
 #include "matting/gaussian.h"
 #include "matting/parallel_for.h"
 #include "matting/resample.h"
+#include "matting/simd_level.h"
 
 namespace {
 
 constexpr int kSide = CLensBlurProcess::kApertureSide;
 constexpr int kCentre = kSide / 2;      // the kernel byte that stands over the pixel itself
 constexpr int kGrayHighlight = 220;     // only pixels brighter than this go through the highlight curve
-constexpr int kBlockRows = 32;          // output rows that share one set of row prefix sums
+constexpr int kBlockRows = 64;         // output rows that share one set of prefix sums
+constexpr int kLanes = 8;               // pixels gathered together in the vector path
 
-// A run of equal non-zero kernel weight along one kernel row, as offsets from the pixel: it covers the image
-// columns x + c0 .. x + c1 - 1 on image row y + dy.
-struct Run {
-    int16_t dy;
-    int16_t c0;
-    int16_t c1;
-    int16_t unused;
+// A run of equal non-zero kernel weight along one kernel row, as offsets from the pixel: image row y + r0 (r1 is
+// r0 + 1), columns x + c0 .. x + c1 - 1.
+struct Rect {
+    int16_t r0, r1;
+    int16_t c0, c1;
     uint32_t weight;
 };
 
-// The runs of one kernel plane inside its window: rows and columns max(32 - d, 0) up to (not including)
-// min(32 + d, 64).
-struct PlaneRuns {
-    std::vector<Run> runs;
-    int lo = 0, hi = 0;     // the window, in kernel coordinates, for rows and columns alike
+// A column term of the interior sum: coef times the row prefix sums at column x + c, over image rows y + r0 ..
+// y + r1 - 1. A run of weight w from column a to b adds w P(b) - w P(a); where runs meet, the two terms at their
+// shared column fold into one with the difference of their weights, so every boundary of a kernel row is read
+// once. Terms that repeat from one kernel row to the next, as along the upright sides of a hexagon or octagon,
+// grow down into one term read from the summed-area table.
+struct Term {
+    int16_t r0, r1;
+    int16_t c;
+    int16_t unused;
+    int32_t coef;
+};
+
+// One kernel plane inside its window: rows and columns max(32 - d, 0) up to (not including) min(32 + d, 64).
+// runs holds every run of every row, for pixels whose window the picture's edge cuts; rows and tall hold the
+// column terms of one and of several rows.
+struct PlaneRects {
+    std::vector<Rect> runs;
+    std::vector<Term> rows;
+    std::vector<Term> tall;
+    int lo = 0, hi = 0;
     uint32_t total = 0;     // weight sum of the whole window
 };
 
-PlaneRuns MakeRuns(const uint8_t* plane, int d)
+PlaneRects MakeRects(const uint8_t* plane, int d)
 {
-    PlaneRuns p;
+    PlaneRects p;
     p.lo = std::max(kCentre - d, 0);
     p.hi = std::min(kCentre + d, kSide);
+    std::vector<Term> open, closed;
     for (int r = p.lo; r < p.hi; ++r) {
         const uint8_t* row = plane + r * kSide;
         for (int c = p.lo; c < p.hi;) {
@@ -48,14 +66,123 @@ PlaneRuns MakeRuns(const uint8_t* plane, int d)
             int e = c + 1;
             while (e < p.hi && row[e] == w) ++e;
             if (w) {
-                p.runs.push_back(Run{int16_t(r - kCentre), int16_t(c - kCentre), int16_t(e - kCentre), 0, w});
+                p.runs.push_back(Rect{int16_t(r - kCentre), int16_t(r + 1 - kCentre), int16_t(c - kCentre), int16_t(e - kCentre), w});
                 p.total += uint32_t(w) * uint32_t(e - c);
             }
             c = e;
         }
+        std::vector<Term> next;
+        for (int c = p.lo; c <= p.hi; ++c) {
+            const int left = c > p.lo ? row[c - 1] : 0, right = c < p.hi ? row[c] : 0;
+            if (left == right) continue;
+            const Term t{int16_t(r - kCentre), int16_t(r + 1 - kCentre), int16_t(c - kCentre), 0, left - right};
+            auto same = std::find_if(open.begin(), open.end(), [&](const Term& o) { return o.c == t.c && o.coef == t.coef; });
+            if (same != open.end()) {
+                Term grown = *same;
+                grown.r1 = t.r1;
+                open.erase(same);
+                next.push_back(grown);
+            } else {
+                next.push_back(t);
+            }
+        }
+        closed.insert(closed.end(), open.begin(), open.end());
+        open = std::move(next);
     }
+    closed.insert(closed.end(), open.begin(), open.end());
+    for (const Term& t : closed) (t.r1 - t.r0 == 1 ? p.rows : p.tall).push_back(t);
     return p;
 }
+
+// Prefix sums of a band of picture rows, one plane per channel (blue, green, red): row[k][x] sums the values of
+// columns 0 .. x - 1 of band row k, area[k][x] the values of rows 0 .. k - 1 and columns 0 .. x - 1. Sums wrap
+// modulo 2^32; the differences the gather takes are small enough to come out exact.
+struct Band {
+    int y0 = 0;         // picture row of band row 0
+    size_t stride = 0;  // W + 1
+    std::vector<uint32_t> row[3];
+    std::vector<uint32_t> area[3];
+    const uint32_t* Row(int ch, int y) const { return row[ch].data() + stride * size_t(y - y0); }
+    const uint32_t* Area(int ch, int y) const { return area[ch].data() + stride * size_t(y - y0); }
+};
+
+struct Sums {
+    uint32_t s[3];
+};
+
+// The window's sums of one interior pixel from the column terms. Products and sums wrap modulo 2^32 like the
+// prefix sums; the whole comes out exact because the true sum fits.
+Sums GatherInterior(const PlaneRects& plane, const Band& band, int x, int y)
+{
+    Sums out{{0, 0, 0}};
+    for (int ch = 0; ch < 3; ++ch) {
+        uint32_t s = 0;
+        for (const Term& t : plane.rows) s += uint32_t(t.coef) * band.Row(ch, y + t.r0)[x + t.c];
+        for (const Term& t : plane.tall)
+            s += uint32_t(t.coef) * (band.Area(ch, y + t.r1)[x + t.c] - band.Area(ch, y + t.r0)[x + t.c]);
+        out.s[ch] = s;
+    }
+    return out;
+}
+
+// The same for eight pixels side by side, x .. x + 7, all of one diameter and all interior.
+__attribute__((target("avx2"))) void GatherInterior8(const PlaneRects& plane, const Band& band, int x, int y,
+                                                     uint32_t (&out)[3][kLanes])
+{
+    for (int ch = 0; ch < 3; ++ch) {
+        __m256i acc = _mm256_setzero_si256();
+        for (const Term& t : plane.rows) {
+            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Row(ch, y + t.r0) + x + t.c));
+            acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(v, _mm256_set1_epi32(t.coef)));
+        }
+        for (const Term& t : plane.tall) {
+            const __m256i bottom = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + t.r1) + x + t.c));
+            const __m256i top = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + t.r0) + x + t.c));
+            acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(_mm256_sub_epi32(bottom, top), _mm256_set1_epi32(t.coef)));
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch]), acc);
+    }
+}
+
+// A pixel whose window the picture's edge cuts: the runs row by row, each cut to the picture.
+Sums GatherClipped(const PlaneRects& plane, const Band& band, int x, int y, int rLo, int rHi, int cLo, int cHi,
+                   uint32_t& weight)
+{
+    Sums out{{0, 0, 0}};
+    weight = 0;
+    for (const Rect& r : plane.runs) {
+        if (r.r0 + kCentre < rLo || r.r0 + kCentre >= rHi) continue;
+        const int c0 = std::max<int>(r.c0, cLo - kCentre), c1 = std::min<int>(r.c1, cHi - kCentre);
+        if (c0 >= c1) continue;
+        for (int ch = 0; ch < 3; ++ch) {
+            const uint32_t* row = band.Row(ch, y + r.r0) + x;
+            out.s[ch] += r.weight * (row[c1] - row[c0]);
+        }
+        weight += r.weight * uint32_t(c1 - c0);
+    }
+    return out;
+}
+
+// s / weight, capped at 255; weight is not 0.
+uint8_t Mean(uint32_t s, uint32_t weight) { return uint8_t(std::min<uint32_t>(s / weight, 255)); }
+
+// The same by a divisor fixed for a whole plane: a multiply by the reciprocal, whose error stays far below one,
+// and one step of correction in integers makes the quotient exact.
+struct PlaneDivider {
+    uint32_t d;
+    double inverse;
+    explicit PlaneDivider(uint32_t divisor) : d(divisor), inverse(1.0 / divisor) {}
+    uint8_t operator()(uint32_t s) const
+    {
+        if (uint64_t(s) >= uint64_t(255) * d) return 255;
+        uint32_t q = uint32_t(double(s) * inverse);
+        if (uint64_t(q) * d > s)
+            --q;
+        else if (uint64_t(q + 1) * d <= s)
+            ++q;
+        return uint8_t(q);
+    }
+};
 
 } // namespace
 
@@ -217,44 +344,53 @@ bool CLensBlurProcess::HalfSizePass(const COLImage& source)
 void CLensBlurProcess::Gather(const COLImage& source)
 {
     const int W = int(source.GetWidth()), H = int(source.GetHeight());
-    std::vector<PlaneRuns> planes(kKernelPlanes);
-    for (int d = 1; d < kKernelPlanes; ++d) planes[size_t(d)] = MakeRuns(GetKernel(d), d);
-    const size_t stride = size_t(W + 1) * 3;
+    std::vector<PlaneRects> planes(kKernelPlanes);
+    for (int d = 1; d < kKernelPlanes; ++d) planes[size_t(d)] = MakeRects(GetKernel(d), d);
     const uint8_t* diameter = m_diameterMap.GetBuffer();
     const int32_t* curve = m_highlightCurve;
     const int base = m_needsHalfPass ? 30 : 10, span = m_needsHalfPass ? 70 : 90;
     const int blocks = (H + kBlockRows - 1) / kBlockRows;
+    const bool vector = vmsimd::CurrentLevel() >= vmsimd::kAvx2;
     std::atomic<int> rowsDone{0};
 
     vmpar::ParallelFor(size_t(blocks), 1, [&](size_t begin, size_t end, unsigned part) {
-        std::vector<uint32_t> prefix;
+        Band band;
+        std::vector<uint32_t> values[3];
         for (size_t b = begin; b < end; ++b) {
             const int y0 = int(b) * kBlockRows, y1 = std::min(H, y0 + kBlockRows);
             bool gathers = false;
             for (size_t i = size_t(y0) * W; i < size_t(y1) * W && !gathers; ++i) gathers = diameter[i] && diameter[i] < 64;
-            // Row prefix sums of the values the gather adds: colour, or the highlight curve of a bright pixel.
-            const int py0 = std::max(0, y0 - kCentre), py1 = std::min(H, y1 + kCentre);
             if (gathers) {
-                prefix.resize(stride * size_t(py1 - py0));
-                for (int y = py0; y < py1; ++y) {
-                    uint32_t* out = prefix.data() + stride * size_t(y - py0);
-                    const CPixel* in = source.GetBuffer(0, uint32_t(y));
-                    uint32_t s0 = 0, s1 = 0, s2 = 0;
-                    out[0] = out[1] = out[2] = 0;
+                // The values the gather adds, colour or the highlight curve of a bright pixel, summed along rows
+                // and then down the band.
+                band.y0 = std::max(0, y0 - kCentre);
+                const int y1b = std::min(H, y1 + kCentre), rows = y1b - band.y0;
+                band.stride = size_t(W) + 1;
+                for (int ch = 0; ch < 3; ++ch) {
+                    band.row[ch].resize(band.stride * size_t(rows));
+                    band.area[ch].assign(band.stride * size_t(rows + 1), 0);
+                    values[ch].resize(size_t(W));
+                }
+                for (int k = 0; k < rows; ++k) {
+                    const CPixel* in = source.GetBuffer(0, uint32_t(band.y0 + k));
                     for (int x = 0; x < W; ++x) {
                         const CPixel q = in[x];
-                        if (q.GetGray2() > kGrayHighlight) {
-                            s0 += uint32_t(curve[q.blue]);
-                            s1 += uint32_t(curve[q.green]);
-                            s2 += uint32_t(curve[q.red]);
-                        } else {
-                            s0 += q.blue;
-                            s1 += q.green;
-                            s2 += q.red;
+                        const bool bright = q.GetGray2() > kGrayHighlight;
+                        values[0][size_t(x)] = bright ? uint32_t(curve[q.blue]) : q.blue;
+                        values[1][size_t(x)] = bright ? uint32_t(curve[q.green]) : q.green;
+                        values[2][size_t(x)] = bright ? uint32_t(curve[q.red]) : q.red;
+                    }
+                    for (int ch = 0; ch < 3; ++ch) {
+                        uint32_t* row = band.row[ch].data() + band.stride * size_t(k);
+                        const uint32_t* above = band.area[ch].data() + band.stride * size_t(k);
+                        uint32_t* area = band.area[ch].data() + band.stride * size_t(k + 1);
+                        uint32_t sum = 0;
+                        row[0] = 0;
+                        for (int x = 0; x < W; ++x) {
+                            sum += values[ch][size_t(x)];
+                            row[x + 1] = sum;
                         }
-                        out[3 * x + 3] = s0;
-                        out[3 * x + 4] = s1;
-                        out[3 * x + 5] = s2;
+                        for (size_t x = 0; x < band.stride; ++x) area[x] = above[x] + row[x];
                     }
                 }
             }
@@ -262,58 +398,54 @@ void CLensBlurProcess::Gather(const COLImage& source)
                 const uint8_t* dRow = diameter + size_t(y) * W;
                 const CPixel* sRow = source.GetBuffer(0, uint32_t(y));
                 CPixel* out = m_pDstImage->GetBuffer(0, uint32_t(y));
-                for (int x = 0; x < W; ++x) {
+                for (int x = 0; x < W;) {
                     const int d = dRow[x];
                     if (d == 0) {
                         out[x] = sRow[x];
-                        out[x].alpha = 255;
+                        ++x;
                         continue;
                     }
                     if (d >= 64) {
                         out[x] = m_halfResult.GetPixel2(uint32_t(x / 2), uint32_t(y / 2));
-                        out[x].alpha = 255;
+                        ++x;
                         continue;
                     }
-                    const PlaneRuns& plane = planes[size_t(d)];
+                    const PlaneRects& plane = planes[size_t(d)];
                     // The window, cut to the picture: kernel rows and columns lo .. hi - 1.
                     const int rLo = std::max(plane.lo, kCentre - y), rHi = std::min(plane.hi, H + kCentre - y);
                     const int cLo = std::max(plane.lo, kCentre - x), cHi = std::min(plane.hi, W + kCentre - x);
-                    uint32_t s0 = 0, s1 = 0, s2 = 0, weight = 0;
-                    const uint32_t* rows = prefix.data() + stride * size_t(y - py0) + size_t(x) * 3;
-                    if (rLo == plane.lo && rHi == plane.hi && cLo == plane.lo && cHi == plane.hi) {
-                        for (const Run& r : plane.runs) {
-                            const uint32_t* row = rows + std::ptrdiff_t(r.dy) * std::ptrdiff_t(stride);
-                            const uint32_t* a = row + 3 * r.c0;
-                            const uint32_t* e = row + 3 * r.c1;
-                            s0 += r.weight * (e[0] - a[0]);
-                            s1 += r.weight * (e[1] - a[1]);
-                            s2 += r.weight * (e[2] - a[2]);
+                    const bool rowsInside = rLo == plane.lo && rHi == plane.hi;
+                    if (rowsInside && cLo == plane.lo && plane.total) {
+                        // Eight interior pixels of one diameter at once.
+                        if (vector && x + kLanes <= W && W + kCentre - (x + kLanes - 1) >= plane.hi &&
+                            std::all_of(dRow + x + 1, dRow + x + kLanes, [d](uint8_t v) { return v == d; })) {
+                            uint32_t sums[3][kLanes];
+                            GatherInterior8(plane, band, x, y, sums);
+                            const PlaneDivider mean(plane.total);
+                            for (int i = 0; i < kLanes; ++i)
+                                out[x + i] = CPixel{mean(sums[0][i]), mean(sums[1][i]), mean(sums[2][i]), 255};
+                            x += kLanes;
+                            continue;
                         }
-                        weight = plane.total;
-                    } else {
-                        for (const Run& r : plane.runs) {
-                            if (r.dy + kCentre < rLo || r.dy + kCentre >= rHi) continue;
-                            const int c0 = std::max<int>(r.c0, cLo - kCentre), c1 = std::min<int>(r.c1, cHi - kCentre);
-                            if (c0 >= c1) continue;
-                            const uint32_t* row = rows + std::ptrdiff_t(r.dy) * std::ptrdiff_t(stride);
-                            const uint32_t* a = row + 3 * c0;
-                            const uint32_t* e = row + 3 * c1;
-                            s0 += r.weight * (e[0] - a[0]);
-                            s1 += r.weight * (e[1] - a[1]);
-                            s2 += r.weight * (e[2] - a[2]);
-                            weight += r.weight * uint32_t(c1 - c0);
+                        if (cHi == plane.hi) {
+                            const Sums s = GatherInterior(plane, band, x, y);
+                            out[x] = CPixel{Mean(s.s[0], plane.total), Mean(s.s[1], plane.total), Mean(s.s[2], plane.total), 255};
+                            ++x;
+                            continue;
                         }
                     }
-                    if (weight == 0) continue;   // nothing of the aperture falls on the picture: keep the pixel
-                    out[x] = CPixel{uint8_t(std::min<uint32_t>(s0 / weight, 255)), uint8_t(std::min<uint32_t>(s1 / weight, 255)),
-                                    uint8_t(std::min<uint32_t>(s2 / weight, 255)), 255};
+                    uint32_t weight = 0;
+                    const Sums s = GatherClipped(plane, band, x, y, rLo, rHi, cLo, cHi, weight);
+                    // Nothing of the aperture falls on the picture: the pixel keeps what the destination holds.
+                    if (weight) out[x] = CPixel{Mean(s.s[0], weight), Mean(s.s[1], weight), Mean(s.s[2], weight), 255};
+                    ++x;
                 }
             }
             const int done = rowsDone.fetch_add(y1 - y0) + (y1 - y0);
             if (part == 0) ReportProgress(base + span * done / H);
         }
     });
-    // Kept pixels (an empty aperture, or one that misses the picture) become opaque too.
+    // Every pixel becomes opaque: those copied, those taken from the half-size pass and those kept.
     CPixel* out = m_pDstImage->GetBuffer();
     for (size_t i = 0, n = m_pDstImage->GetPixelCount(); i < n; ++i) out[i].alpha = 255;
 }

@@ -149,31 +149,42 @@ long RunProcess(CLensBlurProcess& p, const COLImage& src, COLImage& out, const C
     return p.Process(&params);
 }
 
-TEST(LensBlur, GatherMatchesTheTapByTapSumAtEveryThreadCount)
+TEST(LensBlur, GatherMatchesTheTapByTapSumAtEveryThreadCountAndInstructionSet)
 {
-    const COLImage src = Photo(96, 80, 3);
-    COLChannel depth, random;
-    vmtest::FillNoise(depth, 96, 80, 4);
+    const COLImage src = Photo(120, 90, 3);
+    // Depth: random (a new diameter at nearly every pixel), and a ramp down the rows with a flat stretch in each
+    // row, where eight neighbours of one diameter are gathered together.
+    COLChannel noisy, ramp;
+    vmtest::FillNoise(noisy, 120, 90, 4);
+    ramp.Create(120, 90);
+    for (uint32_t y = 0; y < 90; ++y)
+        for (uint32_t x = 0; x < 120; ++x) ramp.SetValue(x, y, x < 100 ? uint8_t(255 - y) : uint8_t(x));
+    COLChannel random;
     vmtest::FillNoise(random, 64, 64, 5);   // a ragged aperture: many short runs of weight
     struct Case {
         COLChannel aperture;
+        const COLChannel* depth;
         double radius;
         int threshold, amplitude;
     };
     std::vector<Case> cases;
-    cases.push_back({ApertureFromSkin(kApertureHexagon), 10, 250, 40});
-    cases.push_back({ApertureFromSkin(kApertureOctagon), 6.5, 200, 100});
-    cases.push_back({std::move(random), 12, 255, 100});
+    cases.push_back({ApertureFromSkin(kApertureHexagon), &noisy, 10, 250, 40});
+    cases.push_back({ApertureFromSkin(kApertureHexagon), &ramp, 13, 250, 40});
+    cases.push_back({ApertureFromSkin(kApertureOctagon), &ramp, 6.5, 200, 100});
+    cases.push_back({ApertureFromSkin(kApertureCircle), &ramp, 20, 230, 10});
+    cases.push_back({std::move(random), &ramp, 12, 255, 100});
     for (const Case& c : cases) {
         RefLensBlur ref;
-        const COLImage expected = ref.Run(src, depth, nullptr, c.aperture, c.radius, c.threshold, c.amplitude);
-        for (unsigned threads : vmtest::kThreadCounts) {
-            vmtest::ThreadCount tc(threads);
-            CLensBlurProcess p;
-            COLImage out;
-            ASSERT_EQ(RunProcess(p, src, out, depth, nullptr, c.aperture, c.radius, c.threshold, c.amplitude), kOk);
-            EXPECT_TRUE(vmtest::SamePixels(out, expected)) << "radius " << c.radius << " threads " << threads;
-        }
+        const COLImage expected = ref.Run(src, *c.depth, nullptr, c.aperture, c.radius, c.threshold, c.amplitude);
+        for (int level : {0, 2})
+            for (unsigned threads : vmtest::kThreadCounts) {
+                vmtest::SimdCap cap(level);
+                vmtest::ThreadCount tc(threads);
+                CLensBlurProcess p;
+                COLImage out;
+                ASSERT_EQ(RunProcess(p, src, out, *c.depth, nullptr, c.aperture, c.radius, c.threshold, c.amplitude), kOk);
+                EXPECT_TRUE(vmtest::SamePixels(out, expected)) << "radius " << c.radius << " level " << level << " threads " << threads;
+            }
     }
 }
 
