@@ -22,14 +22,6 @@ constexpr int kGrayHighlight = 220;     // only pixels brighter than this go thr
 constexpr int kBlockRows = 64;         // output rows that share one set of prefix sums
 constexpr int kLanes = 8;               // pixels gathered together in the vector path
 
-// A run of equal non-zero kernel weight along one kernel row, as offsets from the pixel: image row y + r0 (r1 is
-// r0 + 1), columns x + c0 .. x + c1 - 1.
-struct Rect {
-    int16_t r0, r1;
-    int16_t c0, c1;
-    uint32_t weight;
-};
-
 // A column term of the interior sum: coef times the row prefix sums at column x + c, over image rows y + r0 ..
 // y + r1 - 1. A run of weight w from column a to b adds w P(b) - w P(a); where runs meet, the two terms at their
 // shared column fold into one with the difference of their weights, so every boundary of a kernel row is read
@@ -43,14 +35,13 @@ struct Term {
 };
 
 // One kernel plane inside its window: rows and columns max(32 - d, 0) up to (not including) min(32 + d, 64).
-// runs holds every run of every row, for pixels whose window the picture's edge cuts; rows and tall hold the
-// column terms of one and of several rows.
+// rows and tall hold the column terms of one and of several rows.
 struct PlaneRects {
-    std::vector<Rect> runs;
     std::vector<Term> rows;
     std::vector<Term> tall;
     int lo = 0, hi = 0;
     uint32_t total = 0;     // weight sum of the whole window
+    uint32_t rowWeight[kSide] = {};
 };
 
 PlaneRects MakeRects(const uint8_t* plane, int d)
@@ -65,10 +56,8 @@ PlaneRects MakeRects(const uint8_t* plane, int d)
             const uint8_t w = row[c];
             int e = c + 1;
             while (e < p.hi && row[e] == w) ++e;
-            if (w) {
-                p.runs.push_back(Rect{int16_t(r - kCentre), int16_t(r + 1 - kCentre), int16_t(c - kCentre), int16_t(e - kCentre), w});
-                p.total += uint32_t(w) * uint32_t(e - c);
-            }
+            p.rowWeight[r] += uint32_t(w) * uint32_t(e - c);
+            p.total += uint32_t(w) * uint32_t(e - c);
             c = e;
         }
         std::vector<Term> next;
@@ -125,40 +114,132 @@ Sums GatherInterior(const PlaneRects& plane, const Band& band, int x, int y)
     return out;
 }
 
-// The same for eight pixels side by side, x .. x + 7, all of one diameter and all interior.
-__attribute__((target("avx2"))) void GatherInterior8(const PlaneRects& plane, const Band& band, int x, int y,
-                                                     uint32_t (&out)[3][kLanes])
+// The same for eight pixels side by side, x .. x + 7, all of one diameter and with every column of their windows
+// on the picture. Kernel rows outside rLo .. rHi - 1 (off the picture) take no part.
+__attribute__((target("avx2"))) void GatherInterior8(const PlaneRects& plane, const Band& band, int x, int y, int rLo,
+                                                     int rHi, uint32_t (&out)[3][kLanes])
 {
+    const int lo = rLo - kCentre, hi = rHi - kCentre;
     for (int ch = 0; ch < 3; ++ch) {
         __m256i acc = _mm256_setzero_si256();
         for (const Term& t : plane.rows) {
+            if (t.r0 < lo || t.r0 >= hi) continue;
             const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Row(ch, y + t.r0) + x + t.c));
             acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(v, _mm256_set1_epi32(t.coef)));
         }
         for (const Term& t : plane.tall) {
-            const __m256i bottom = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + t.r1) + x + t.c));
-            const __m256i top = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + t.r0) + x + t.c));
+            const int r0 = std::max<int>(t.r0, lo), r1 = std::min<int>(t.r1, hi);
+            if (r0 >= r1) continue;
+            const __m256i bottom = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r1) + x + t.c));
+            const __m256i top = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r0) + x + t.c));
             acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(_mm256_sub_epi32(bottom, top), _mm256_set1_epi32(t.coef)));
         }
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch]), acc);
     }
 }
 
-// A pixel whose window the picture's edge cuts: the runs row by row, each cut to the picture.
-Sums GatherClipped(const PlaneRects& plane, const Band& band, int x, int y, int rLo, int rHi, int cLo, int cHi,
-                   uint32_t& weight)
+// A plane's column terms laid out for the vector path of pixels whose whole window lies on the picture: offsets
+// from the pixel's place in the band, for the band's row stride, grouped by coefficient so that each group costs
+// one multiply.
+struct FastTerms {
+    struct Group {
+        uint32_t begin, end;
+        int32_t coef;
+    };
+    std::vector<std::ptrdiff_t> rows;      // row prefix offsets
+    std::vector<Group> rowGroups;
+    std::vector<std::ptrdiff_t> tall;      // pairs of summed-area offsets: bottom, top
+    std::vector<Group> tallGroups;
+};
+
+FastTerms PrepareFast(const PlaneRects& plane, size_t stride)
+{
+    FastTerms f;
+    auto group = [](std::vector<Term> terms, std::vector<FastTerms::Group>& groups, auto&& emit) {
+        std::stable_sort(terms.begin(), terms.end(), [](const Term& a, const Term& b) { return a.coef < b.coef; });
+        for (size_t i = 0; i < terms.size();) {
+            size_t j = i;
+            const uint32_t begin = uint32_t(emit(terms[i], true));
+            while (j < terms.size() && terms[j].coef == terms[i].coef) emit(terms[j++], false);
+            groups.push_back({begin, uint32_t(emit(terms[i], true)), terms[i].coef});
+            i = j;
+        }
+    };
+    const std::ptrdiff_t s = std::ptrdiff_t(stride);
+    group(plane.rows, f.rowGroups, [&](const Term& t, bool count) {
+        if (!count) f.rows.push_back(t.r0 * s + t.c);
+        return f.rows.size();
+    });
+    group(plane.tall, f.tallGroups, [&](const Term& t, bool count) {
+        if (!count) {
+            f.tall.push_back(t.r1 * s + t.c);
+            f.tall.push_back(t.r0 * s + t.c);
+        }
+        return f.tall.size() / 2;
+    });
+    return f;
+}
+
+// Sixteen pixels x .. x + 15 of one diameter whose windows lie wholly on the picture.
+__attribute__((target("avx2"))) void GatherInterior16(const FastTerms& f, const Band& band, int x, int y,
+                                                      uint32_t (&out)[3][2 * kLanes])
+{
+    const size_t at = band.stride * size_t(y - band.y0) + size_t(x);
+    for (int ch = 0; ch < 3; ++ch) {
+        const uint32_t* row = band.row[ch].data() + at;
+        const uint32_t* area = band.area[ch].data() + at;
+        __m256i acc0 = _mm256_setzero_si256(), acc1 = _mm256_setzero_si256();
+        for (const FastTerms::Group& g : f.rowGroups) {
+            __m256i s0 = _mm256_setzero_si256(), s1 = _mm256_setzero_si256();
+            for (uint32_t i = g.begin; i < g.end; ++i) {
+                const uint32_t* q = row + f.rows[i];
+                s0 = _mm256_add_epi32(s0, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q)));
+                s1 = _mm256_add_epi32(s1, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + kLanes)));
+            }
+            const __m256i c = _mm256_set1_epi32(g.coef);
+            acc0 = _mm256_add_epi32(acc0, _mm256_mullo_epi32(s0, c));
+            acc1 = _mm256_add_epi32(acc1, _mm256_mullo_epi32(s1, c));
+        }
+        for (const FastTerms::Group& g : f.tallGroups) {
+            __m256i s0 = _mm256_setzero_si256(), s1 = _mm256_setzero_si256();
+            for (uint32_t i = g.begin; i < g.end; ++i) {
+                const uint32_t* bottom = area + f.tall[2 * i];
+                const uint32_t* top = area + f.tall[2 * i + 1];
+                s0 = _mm256_add_epi32(s0, _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom)),
+                                                           _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top))));
+                s1 = _mm256_add_epi32(s1, _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + kLanes)),
+                                                           _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + kLanes))));
+            }
+            const __m256i c = _mm256_set1_epi32(g.coef);
+            acc0 = _mm256_add_epi32(acc0, _mm256_mullo_epi32(s0, c));
+            acc1 = _mm256_add_epi32(acc1, _mm256_mullo_epi32(s1, c));
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch]), acc0);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch] + kLanes), acc1);
+    }
+}
+
+// A pixel whose window the picture's edge cuts. Rows off the picture are left out; a column left of the picture
+// reads the prefix sum at column 0 (which is 0) and one right of it the row's total, which cuts every run to the
+// picture. The weight is the same sum over the column numbers themselves.
+Sums GatherClipped(const PlaneRects& plane, const Band& band, int x, int y, int rLo, int rHi, int W, uint32_t& weight)
 {
     Sums out{{0, 0, 0}};
     weight = 0;
-    for (const Rect& r : plane.runs) {
-        if (r.r0 + kCentre < rLo || r.r0 + kCentre >= rHi) continue;
-        const int c0 = std::max<int>(r.c0, cLo - kCentre), c1 = std::min<int>(r.c1, cHi - kCentre);
-        if (c0 >= c1) continue;
-        for (int ch = 0; ch < 3; ++ch) {
-            const uint32_t* row = band.Row(ch, y + r.r0) + x;
-            out.s[ch] += r.weight * (row[c1] - row[c0]);
-        }
-        weight += r.weight * uint32_t(c1 - c0);
+    const int lo = rLo - kCentre, hi = rHi - kCentre;
+    for (const Term& t : plane.rows) {
+        if (t.r0 < lo || t.r0 >= hi) continue;
+        const int col = std::clamp(x + t.c, 0, W);
+        for (int ch = 0; ch < 3; ++ch) out.s[ch] += uint32_t(t.coef) * band.Row(ch, y + t.r0)[col];
+        weight += uint32_t(t.coef) * uint32_t(col);
+    }
+    for (const Term& t : plane.tall) {
+        const int r0 = std::max<int>(t.r0, lo), r1 = std::min<int>(t.r1, hi);
+        if (r0 >= r1) continue;
+        const int col = std::clamp(x + t.c, 0, W);
+        for (int ch = 0; ch < 3; ++ch)
+            out.s[ch] += uint32_t(t.coef) * (band.Area(ch, y + r1)[col] - band.Area(ch, y + r0)[col]);
+        weight += uint32_t(t.coef) * uint32_t(col) * uint32_t(r1 - r0);
     }
     return out;
 }
@@ -345,7 +426,11 @@ void CLensBlurProcess::Gather(const COLImage& source)
 {
     const int W = int(source.GetWidth()), H = int(source.GetHeight());
     std::vector<PlaneRects> planes(kKernelPlanes);
-    for (int d = 1; d < kKernelPlanes; ++d) planes[size_t(d)] = MakeRects(GetKernel(d), d);
+    std::vector<FastTerms> fast(kKernelPlanes);
+    for (int d = 1; d < kKernelPlanes; ++d) {
+        planes[size_t(d)] = MakeRects(GetKernel(d), d);
+        fast[size_t(d)] = PrepareFast(planes[size_t(d)], size_t(W) + 1);
+    }
     const uint8_t* diameter = m_diameterMap.GetBuffer();
     const int32_t* curve = m_highlightCurve;
     const int base = m_needsHalfPass ? 30 : 10, span = m_needsHalfPass ? 70 : 90;
@@ -415,27 +500,44 @@ void CLensBlurProcess::Gather(const COLImage& source)
                     const int rLo = std::max(plane.lo, kCentre - y), rHi = std::min(plane.hi, H + kCentre - y);
                     const int cLo = std::max(plane.lo, kCentre - x), cHi = std::min(plane.hi, W + kCentre - x);
                     const bool rowsInside = rLo == plane.lo && rHi == plane.hi;
-                    if (rowsInside && cLo == plane.lo && plane.total) {
-                        // Eight interior pixels of one diameter at once.
-                        if (vector && x + kLanes <= W && W + kCentre - (x + kLanes - 1) >= plane.hi &&
+                    if (cLo == plane.lo && cHi == plane.hi) {
+                        uint32_t weight = plane.total;
+                        if (!rowsInside) {
+                            weight = 0;
+                            for (int r = rLo; r < rHi; ++r) weight += plane.rowWeight[r];
+                        }
+                        // Sixteen or eight pixels of one diameter at once, all with their windows' columns on the
+                        // picture.
+                        if (weight && rowsInside && vector && x + 2 * kLanes <= W &&
+                            W + kCentre - (x + 2 * kLanes - 1) >= plane.hi &&
+                            std::all_of(dRow + x + 1, dRow + x + 2 * kLanes, [d](uint8_t v) { return v == d; })) {
+                            uint32_t sums[3][2 * kLanes];
+                            GatherInterior16(fast[size_t(d)], band, x, y, sums);
+                            const PlaneDivider mean(weight);
+                            for (int i = 0; i < 2 * kLanes; ++i)
+                                out[x + i] = CPixel{mean(sums[0][i]), mean(sums[1][i]), mean(sums[2][i]), 255};
+                            x += 2 * kLanes;
+                            continue;
+                        }
+                        if (weight && vector && x + kLanes <= W && W + kCentre - (x + kLanes - 1) >= plane.hi &&
                             std::all_of(dRow + x + 1, dRow + x + kLanes, [d](uint8_t v) { return v == d; })) {
                             uint32_t sums[3][kLanes];
-                            GatherInterior8(plane, band, x, y, sums);
-                            const PlaneDivider mean(plane.total);
+                            GatherInterior8(plane, band, x, y, rLo, rHi, sums);
+                            const PlaneDivider mean(weight);
                             for (int i = 0; i < kLanes; ++i)
                                 out[x + i] = CPixel{mean(sums[0][i]), mean(sums[1][i]), mean(sums[2][i]), 255};
                             x += kLanes;
                             continue;
                         }
-                        if (cHi == plane.hi) {
+                        if (rowsInside && weight) {
                             const Sums s = GatherInterior(plane, band, x, y);
-                            out[x] = CPixel{Mean(s.s[0], plane.total), Mean(s.s[1], plane.total), Mean(s.s[2], plane.total), 255};
+                            out[x] = CPixel{Mean(s.s[0], weight), Mean(s.s[1], weight), Mean(s.s[2], weight), 255};
                             ++x;
                             continue;
                         }
                     }
                     uint32_t weight = 0;
-                    const Sums s = GatherClipped(plane, band, x, y, rLo, rHi, cLo, cHi, weight);
+                    const Sums s = GatherClipped(plane, band, x, y, rLo, rHi, W, weight);
                     // Nothing of the aperture falls on the picture: the pixel keeps what the destination holds.
                     if (weight) out[x] = CPixel{Mean(s.s[0], weight), Mean(s.s[1], weight), Mean(s.s[2], weight), 255};
                     ++x;
