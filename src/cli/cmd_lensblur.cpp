@@ -1,5 +1,4 @@
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "cli/cli.h"
@@ -15,11 +14,8 @@ namespace {
 // The common failure text of whole-picture edits, in both of the program's languages.
 const char kExcept[] = "发生异常，操作失败 (the operation failed)";
 
-std::string AperturePath()
-{
-    if (const char* dir = std::getenv("VELMORANDO_SKIN")) return std::string(dir) + "/lenblur.png";
-    return std::string(VM_ASSETS_DIR) + "/skin/lenblur.png";
-}
+// The aperture shapes come from the skin, as the editor's dialog takes them.
+std::string AperturePath() { return std::string(VM_ASSETS_DIR) + "/skin/lenblur.png"; }
 
 void ShowProgress(void* context, uint32_t code, int32_t value)
 {
