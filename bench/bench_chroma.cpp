@@ -9,7 +9,7 @@
 #include "imaging/image.h"
 #include "matting/chroma_key.h"
 #include "matting/gaussian.h"
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 namespace {
 
@@ -46,7 +46,7 @@ const COLImage& Shot(bool chromatic)
 {
     static COLImage green, gray;
     COLImage& img = chromatic ? green : gray;
-    if (img.IsEmpty()) MakeShot(img, chromatic ? CPixel::Make(46, 168, 72) : CPixel::Make(128, 128, 128));
+    if (img.IsNull()) MakeShot(img, chromatic ? CPixel::Make(46, 168, 72) : CPixel::Make(128, 128, 128));
     return img;
 }
 

@@ -43,7 +43,7 @@ std::string PathOf(const char* name)
 const COLImage& Photo()
 {
     static COLImage photo;
-    if (photo.IsEmpty()) {
+    if (photo.IsNull()) {
         vmbench::MakePhoto(photo, vmbench::kPhotoWidth, vmbench::kPhotoHeight);
         const double cx = photo.GetWidth() / 2.0, cy = photo.GetHeight() / 2.0;
         for (uint32_t y = 0; y < photo.GetHeight(); ++y)

@@ -6,7 +6,6 @@
 // ScaleImage/M/P: method M (0 nearest, 1 codec resample, 2 bicubic) to P percent, against cv::resize with
 // INTER_NEAREST, INTER_AREA (shrinking) or INTER_LINEAR (growing), and INTER_CUBIC.
 #include <benchmark/benchmark.h>
-
 #include <cstring>
 
 #include "bench_support.h"
@@ -29,7 +28,7 @@ namespace {
 const COLImage& Photo()
 {
     static COLImage photo;
-    if (photo.IsEmpty()) vmbench::MakePhoto(photo, vmbench::kPhotoWidth, vmbench::kPhotoHeight);
+    if (photo.IsNull()) vmbench::MakePhoto(photo, vmbench::kPhotoWidth, vmbench::kPhotoHeight);
     return photo;
 }
 
@@ -49,7 +48,8 @@ void RunLensBlur(benchmark::State& state, bool ramp)
     COLChannel depth;
     depth.Create(vmbench::kPhotoWidth, vmbench::kPhotoHeight);
     for (uint32_t y = 0; y < vmbench::kPhotoHeight; ++y)
-        std::memset(depth.GetBuffer(0, y), ramp ? int(255 - y * 255 / (vmbench::kPhotoHeight - 1)) : 255, vmbench::kPhotoWidth);
+        std::memset(depth.GetBuffer(0, y), ramp ? int(255 - y * 255 / (vmbench::kPhotoHeight - 1)) : 255,
+                    vmbench::kPhotoWidth);
     LensBlurParams params;
     params.aperture.DuplicateFrom(&Aperture());
     params.depth = &depth;
@@ -59,36 +59,74 @@ void RunLensBlur(benchmark::State& state, bool ramp)
     COLImage dst;
     CLensBlurProcess process;
     process.SetImages(const_cast<COLImage*>(&Photo()), &dst);
-    for (auto _ : state) benchmark::DoNotOptimize(process.Process(&params));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(process.Process(&params));
 }
 
-void LensBlurFlat(benchmark::State& state) { RunLensBlur(state, false); }
-BENCHMARK(LensBlurFlat)->Arg(17)->Arg(31)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+void LensBlurFlat(benchmark::State& state)
+{
+    RunLensBlur(state, false);
+}
+BENCHMARK(LensBlurFlat)
+    ->Arg(17)
+    ->Arg(31)
+    ->Arg(64)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime();
 
-void LensBlurRamp(benchmark::State& state) { RunLensBlur(state, true); }
-BENCHMARK(LensBlurRamp)->Arg(17)->Arg(31)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+void LensBlurRamp(benchmark::State& state)
+{
+    RunLensBlur(state, true);
+}
+BENCHMARK(LensBlurRamp)
+    ->Arg(17)
+    ->Arg(31)
+    ->Arg(64)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime();
 
 void ScaleImage(benchmark::State& state)
 {
     COLImage dst;
-    const int w = int(vmbench::kPhotoWidth * state.range(1) / 100), h = int(vmbench::kPhotoHeight * state.range(1) / 100);
-    for (auto _ : state) benchmark::DoNotOptimize(ScaleImage(Photo(), dst, w, h, int(state.range(0))));
+    const int w = int(vmbench::kPhotoWidth * state.range(1) / 100),
+              h = int(vmbench::kPhotoHeight * state.range(1) / 100);
+    for (auto _ : state)
+        benchmark::DoNotOptimize(ScaleImage(Photo(), dst, w, h, int(state.range(0))));
 }
 BENCHMARK(ScaleImage)
-    ->Args({0, 50})->Args({0, 200})->Args({1, 50})->Args({1, 200})->Args({2, 50})->Args({2, 200})
-    ->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+    ->Args({0, 50})
+    ->Args({0, 200})
+    ->Args({1, 50})
+    ->Args({1, 200})
+    ->Args({2, 50})
+    ->Args({2, 200})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime();
 
 #ifdef VM_HAVE_OPENCV
-cv::Mat PhotoMat() { return cv::Mat(int(vmbench::kPhotoHeight), int(vmbench::kPhotoWidth), CV_8UC4, Photo().GetBuffer()); }
+cv::Mat PhotoMat()
+{
+    return cv::Mat(int(vmbench::kPhotoHeight), int(vmbench::kPhotoWidth), CV_8UC4, Photo().GetBuffer());
+}
 
 // One baseline for every lens blur radius: the argument only pairs it with them.
 void OpenCV_GaussianBlurSigma17(benchmark::State& state)
 {
     const cv::Mat src = PhotoMat();
     cv::Mat dst;
-    for (auto _ : state) cv::GaussianBlur(src, dst, cv::Size(0, 0), 17.0);
+    for (auto _ : state)
+        cv::GaussianBlur(src, dst, cv::Size(0, 0), 17.0);
 }
-BENCHMARK(OpenCV_GaussianBlurSigma17)->Arg(17)->Arg(31)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+BENCHMARK(OpenCV_GaussianBlurSigma17)
+    ->Arg(17)
+    ->Arg(31)
+    ->Arg(64)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime();
 
 void OpenCV_Resize(benchmark::State& state)
 {
@@ -97,13 +135,23 @@ void OpenCV_Resize(benchmark::State& state)
     const int percent = int(state.range(1));
     const cv::Size size(int(vmbench::kPhotoWidth * percent / 100), int(vmbench::kPhotoHeight * percent / 100));
     const int method = int(state.range(0));
-    const int interpolation = method == 0 ? cv::INTER_NEAREST : method == 2 ? cv::INTER_CUBIC
-                                                              : percent < 100 ? cv::INTER_AREA : cv::INTER_LINEAR;
-    for (auto _ : state) cv::resize(src, dst, size, 0, 0, interpolation);
+    const int interpolation = method == 0     ? cv::INTER_NEAREST
+                              : method == 2   ? cv::INTER_CUBIC
+                              : percent < 100 ? cv::INTER_AREA
+                                              : cv::INTER_LINEAR;
+    for (auto _ : state)
+        cv::resize(src, dst, size, 0, 0, interpolation);
 }
 BENCHMARK(OpenCV_Resize)
-    ->Args({0, 50})->Args({0, 200})->Args({1, 50})->Args({1, 200})->Args({2, 50})->Args({2, 200})
-    ->Unit(benchmark::kMillisecond)->UseRealTime()->MeasureProcessCPUTime();
+    ->Args({0, 50})
+    ->Args({0, 200})
+    ->Args({1, 50})
+    ->Args({1, 200})
+    ->Args({2, 50})
+    ->Args({2, 200})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime();
 #endif
 
 } // namespace

@@ -4,10 +4,10 @@
 #include <benchmark/benchmark.h>
 
 #include "bench_support.h"
+#include "filters/resample.h"
 #include "imaging/channel.h"
 #include "imaging/image.h"
 #include "matting/gaussian.h"
-#include "matting/resample.h"
 
 #ifdef VM_HAVE_OPENCV
 // OpenCV 4.6's headers mix enumeration types in arithmetic, which C++20 warns about.
@@ -23,7 +23,7 @@ namespace {
 const COLImage& Photo()
 {
     static COLImage photo;
-    if (photo.IsEmpty()) vmbench::MakePhoto(photo, vmbench::kPhotoWidth, vmbench::kPhotoHeight);
+    if (photo.IsNull()) vmbench::MakePhoto(photo, vmbench::kPhotoWidth, vmbench::kPhotoHeight);
     return photo;
 }
 

@@ -13,7 +13,7 @@ namespace {
 const COLImage& Photo()
 {
     static COLImage photo;
-    if (photo.IsEmpty()) vmbench::MakePhoto(photo, vmbench::kPhotoWidth, vmbench::kPhotoHeight);
+    if (photo.IsNull()) vmbench::MakePhoto(photo, vmbench::kPhotoWidth, vmbench::kPhotoHeight);
     return photo;
 }
 

@@ -12,9 +12,7 @@
 namespace {
 
 using cli::LoadPicture;
-using cli::LowerExtension;
 using cli::SavePicture;
-using cli::WritableExtension;
 
 // Shows the worker's progress; events come on the worker thread while the command waits.
 class ProgressListener : public IProcessListener {
@@ -40,8 +38,7 @@ int RunBlur(const std::vector<std::string>& args)
     if (!out) return cli::Usage("blur", "needs -o OUT");
     double sigma = 0;
     if (!cli::ParseDouble(*sigmaText, 0.0, 1000.0, sigma)) return cli::Usage("blur", "--sigma takes a number from 0 to 1000");
-    if (!WritableExtension(LowerExtension(*out)))
-        return cli::Fail("cannot write '" + LowerExtension(*out) + "' files; use .png, .jpg, .bmp, .tif or .tga");
+    if (std::string error = cli::CheckWritable(*out); !error.empty()) return cli::Fail(error);
     const std::string& in = a.Positional()[0];
 
     COLImage image, result;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/cli.h"
+#include "cli/picture_io.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
 #include "matting/batch_key.h"
@@ -52,21 +53,6 @@ std::string Hex(CPixel c)
     return buf;
 }
 
-bool EndsWithPng(const std::string& path)
-{
-    if (path.size() < 4) return false;
-    std::string ext = path.substr(path.size() - 4);
-    for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
-    return ext == ".png";
-}
-
-std::string LoadError(const std::string& path)
-{
-    const uint32_t type = COLImageCodec::GetFileType(path.c_str());
-    if (type == kFileUnusable) return "cannot read " + path + ": missing, or not a picture";
-    return "cannot read " + path + ": damaged, too large or unsupported " + FileTypeName(type) + " file";
-}
-
 cli::Progress* g_progress = nullptr;
 
 void OnProgress(void*, uint32_t code, int32_t value)
@@ -83,7 +69,18 @@ int RunKey(const std::vector<std::string>& args)
     if (a.Positional().size() != 1) return cli::Usage(cmd, "expects exactly one input picture");
     const auto out = a.Value("-o");
     if (!out) return cli::Usage(cmd, "needs -o OUT.png");
-    if (!EndsWithPng(*out)) return cli::Usage(cmd, "the result is a PNG with alpha: name it .png");
+    // The cut-out is its transparency: only a format that keeps alpha will do.
+    const ExportFormat* format = FindExportFormat(*out);
+    if (!format || !format->keepsAlpha) {
+        std::string names;
+        for (size_t i = 0; i < ExportFormatCount(); ++i)
+            if (GetExportFormat(i).keepsAlpha)
+                {
+                const std::string list = GetExportFormat(i).extensions;
+                names += (names.empty() ? "." : " or .") + list.substr(0, list.find(' '));
+            }
+        return cli::Usage(cmd, "the result has transparency: name it " + names);
+    }
 
     ChromaKeyParams params;   // the panel's defaults
     batchkey::Settings colour;
@@ -112,9 +109,8 @@ int RunKey(const std::vector<std::string>& args)
     params.featherSelection = a.Has("--feather") ? 1 : 0;
 
     const std::string& in = a.Positional()[0];
-    COLImageCodec codec;
     COLImage source, result;
-    if (!codec.LoadFile(in.c_str(), &source)) return cli::Fail(LoadError(in));
+    if (std::string error = cli::LoadPicture(in, source); !error.empty()) return cli::Fail(error);
     params.backdrop = batchkey::ColourOfFile(source, colour);
 
     CChromaKeyProcess process;
@@ -128,8 +124,7 @@ int RunKey(const std::vector<std::string>& args)
     g_progress = nullptr;
     progress.Done();
     if (r != kOk) return cli::Fail("keying " + in + " failed (out of memory?)");
-    if (!codec.SaveFileWithAlpha(out->c_str(), &result))
-        return cli::Fail("cannot write " + *out + " (folder missing, no permission or disk full)");
+    if (std::string error = cli::SavePicture(*out, result); !error.empty()) return cli::Fail(error);
     std::printf("%s -> %s, %u x %u, backdrop %s, %s key\n", in.c_str(), out->c_str(), result.GetWidth(),
                 result.GetHeight(), Hex(params.backdrop).c_str(), process.WasChromatic() ? "hue" : "luma");
     return cli::kExitOk;

@@ -15,7 +15,10 @@ namespace {
 const char kExcept[] = "发生异常，操作失败 (the operation failed)";
 
 // The aperture shapes come from the skin, as the editor's dialog takes them.
-std::string AperturePath() { return std::string(VM_ASSETS_DIR) + "/skin/lenblur.png"; }
+std::string AperturePath()
+{
+    return std::string(VM_ASSETS_DIR) + "/skin/lenblur.png";
+}
 
 void ShowProgress(void* context, uint32_t code, int32_t value)
 {
@@ -27,7 +30,8 @@ bool MaskFromPicture(const COLImage& picture, COLChannel& mask)
 {
     if (mask.Create(picture.GetWidth(), picture.GetHeight()) != kOk) return false;
     bool transparent = false;
-    for (size_t i = 0; i < picture.GetPixelCount() && !transparent; ++i) transparent = picture.GetBuffer()[i].alpha != 255;
+    for (size_t i = 0; i < picture.GetPixelCount() && !transparent; ++i)
+        transparent = picture.GetBuffer()[i].alpha != 255;
     for (size_t i = 0; i < picture.GetPixelCount(); ++i)
         mask.GetBuffer()[i] = transparent ? picture.GetBuffer()[i].alpha : picture.GetBuffer()[i].GetGray2();
     return true;
@@ -41,14 +45,14 @@ int RunLensBlur(const std::vector<std::string>& args)
     if (a.Positional().size() != 1) return cli::Usage("lensblur", "expects one input file");
     const auto out = a.Value("-o");
     if (!out) return cli::Usage("lensblur", "needs -o OUT");
-    if (!cli::WritableExtension(cli::LowerExtension(*out)))
-        return cli::Fail("cannot write '" + cli::LowerExtension(*out) + "' files; use .png, .jpg, .bmp, .tif or .tga");
+    if (std::string error = cli::CheckWritable(*out); !error.empty()) return cli::Fail(error);
 
     // The dialog's initial settings, as the menu opens it.
     LensBlurSettings s = MenuEntrySettings();
     long v = 0;
     if (auto t = a.Value("--mode")) {
-        if (!cli::ParseInt(*t, 0, 2, v)) return cli::Usage("lensblur", "--mode takes 0 (flat), 1 (tunnel) or 2 (horizon)");
+        if (!cli::ParseInt(*t, 0, 2, v))
+            return cli::Usage("lensblur", "--mode takes 0 (flat), 1 (tunnel) or 2 (horizon)");
         s.depthMode = int(v);
     }
     if (auto t = a.Value("--focus")) {
@@ -60,11 +64,13 @@ int RunLensBlur(const std::vector<std::string>& args)
         s.radius = int(v);
     }
     if (auto t = a.Value("--highlights")) {
-        if (!cli::ParseInt(*t, kAmplitudeMin, kAmplitudeMax, v)) return cli::Usage("lensblur", "--highlights takes 0 to 100");
+        if (!cli::ParseInt(*t, kAmplitudeMin, kAmplitudeMax, v))
+            return cli::Usage("lensblur", "--highlights takes 0 to 100");
         s.highlightAmplitude = int(v);
     }
     if (auto t = a.Value("--threshold")) {
-        if (!cli::ParseInt(*t, kThresholdMin, kThresholdMax, v)) return cli::Usage("lensblur", "--threshold takes 200 to 255");
+        if (!cli::ParseInt(*t, kThresholdMin, kThresholdMax, v))
+            return cli::Usage("lensblur", "--threshold takes 200 to 255");
         s.highlightThreshold = int(v);
     }
     if (auto t = a.Value("--aperture")) {
@@ -98,8 +104,8 @@ int RunLensBlur(const std::vector<std::string>& args)
         if (std::string error = cli::LoadPicture(*maskPath, matte); !error.empty()) return cli::Fail(error);
         if (matte.GetWidth() != uint32_t(doc.GetWidth()) || matte.GetHeight() != uint32_t(doc.GetHeight()))
             return cli::Fail(std::string(kExcept) + ": the foreground mask is " + std::to_string(matte.GetWidth()) +
-                             " x " + std::to_string(matte.GetHeight()) + ", the picture " + std::to_string(doc.GetWidth()) +
-                             " x " + std::to_string(doc.GetHeight()));
+                             " x " + std::to_string(matte.GetHeight()) + ", the picture " +
+                             std::to_string(doc.GetWidth()) + " x " + std::to_string(doc.GetHeight()));
         if (!MaskFromPicture(matte, doc.GetSelectionMask())) return cli::Fail(std::string(kExcept) + ": out of memory");
         s.useMask = 1;
     }

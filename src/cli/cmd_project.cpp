@@ -78,7 +78,7 @@ bool LoadProjectComposite(const std::string& path, COLImage& composite, std::str
 bool SavePictureAsProject(const std::string& path, COLImage& picture)
 {
     CLayerStack doc;
-    if (picture.IsEmpty() ||
+    if (picture.IsNull() ||
         !doc.NewDocument(static_cast<int>(picture.GetWidth()), static_cast<int>(picture.GetHeight()), 0))
         return false;
     doc.GetLayer(0)->m_image = std::move(picture);

@@ -3,16 +3,14 @@
 
 #include "cli/cli.h"
 #include "cli/picture_io.h"
+#include "filters/resample.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
-#include "matting/resample.h"
 
 namespace {
 
 using cli::LoadPicture;
-using cli::LowerExtension;
 using cli::SavePicture;
-using cli::WritableExtension;
 
 // "640x480": both sides 1..kMaxImageSide.
 bool ParseSize(const std::string& text, long& w, long& h)
@@ -36,8 +34,7 @@ int RunResample(const std::vector<std::string>& args)
     const std::string method = a.Value("--method").value_or("bilinear");
     if (method != "bilinear" && method != "area" && method != "twopoint")
         return cli::Usage("resample", "--method is bilinear, area or twopoint");
-    if (!WritableExtension(LowerExtension(*out)))
-        return cli::Fail("cannot write '" + LowerExtension(*out) + "' files; use .png, .jpg, .bmp, .tif or .tga");
+    if (std::string error = cli::CheckWritable(*out); !error.empty()) return cli::Fail(error);
     const std::string& in = a.Positional()[0];
 
     COLImage image, result;

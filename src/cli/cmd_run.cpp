@@ -129,8 +129,7 @@ int RunCommands(const std::vector<std::string>& args)
     if (output.empty()) return cli::Usage("run", "expects an output file (-o OUT)");
     // Refuse an output we cannot write before any work is done.
     const bool projectOut = cli::IsProjectPath(output);
-    if (!projectOut && !cli::WritableExtension(cli::LowerExtension(output)))
-        return cli::Fail(output + ": cannot write this type; use .png, .jpg, .bmp, .tif, .tga or .vmpd");
+    if (std::string error = cli::CheckWritable(output, true); !projectOut && !error.empty()) return cli::Fail(error);
 
     CComposeDocument doc(0);
     CliHistory history(verbose);

@@ -1,26 +1,19 @@
 #include "cli/picture_io.h"
 
-#include <cctype>
-
 #include "imaging/codec.h"
 #include "imaging/image.h"
 
 namespace cli {
 
-std::string LowerExtension(const std::string& path)
+std::string CheckWritable(const std::string& path, bool alsoProject)
 {
+    if (FindExportFormat(path)) return {};
+    const std::string use = "; use " + ExportExtensionList() + (alsoProject ? ", .vmpd" : "");
     const size_t slash = path.find_last_of('/');
     const size_t dot = path.find_last_of('.');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return {};
-    std::string ext = path.substr(dot + 1);
-    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return ext;
-}
-
-bool WritableExtension(const std::string& ext)
-{
-    return ext == "png" || ext == "jpg" || ext == "jpeg" || ext == "bmp" || ext == "tif" || ext == "tiff" ||
-           ext == "tga";
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash))
+        return "cannot write " + path + ": its name has no extension to choose the type by" + use;
+    return "cannot write '" + path.substr(dot + 1) + "' files" + use;
 }
 
 std::string LoadPicture(const std::string& path, COLImage& image)
@@ -32,18 +25,19 @@ std::string LoadPicture(const std::string& path, COLImage& image)
     return "cannot read " + path + ": damaged, too large or unsupported " + FileTypeName(type) + " file";
 }
 
-std::string SavePicture(const std::string& path, const COLImage& image)
+std::string SavePicture(const std::string& path, const COLImage& image, const ExportOptions& options)
 {
-    COLImageCodec codec;
-    const std::string ext = LowerExtension(path);
-    int ok;
-    if (ext == "png")
-        ok = codec.SaveFileWithAlpha(path.c_str(), &image);
-    else if (ext == "jpg" || ext == "jpeg")
-        ok = codec.SaveJpegFile(path.c_str(), &image, 90, 72);
-    else
-        ok = codec.SaveFile(path.c_str(), &image);
-    return ok ? std::string() : "cannot write " + path + " (folder missing, no permission or disk full)";
+    switch (ExportPicture(path, image, options)) {
+    case EExportResult::kOk:
+        return {};
+    case EExportResult::kUnknownFormat:
+        return CheckWritable(path);
+    case EExportResult::kNothingToWrite:
+        return "nothing to write to " + path + ": the picture is empty";
+    case EExportResult::kWriteFailed:
+        break;
+    }
+    return "cannot write " + path + " (folder missing, no permission or disk full)";
 }
 
 } // namespace cli

@@ -11,14 +11,12 @@
 #include "commands/selection_commands.h"
 #include "document/compose_document.h"
 #include "document/layer.h"
-#include "document/picture_file.h"
 #include "effects/flip_rotate.h"
 #include "effects/image_size.h"
+#include "imaging/codec.h"
 #include "imaging/gbk_text.h"
 
 namespace {
-
-CCommandContext* g_context = nullptr;
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
@@ -482,12 +480,10 @@ int DispatchUiCommand(CCommandContext& context, const CCommand& command)
     return ok ? kCommandDone : kCommandRefused;
 }
 
-int ExecuteCommand(CCommandContext& context, const char* text, int reserved1, int reserved2)
+int ExecuteCommand(CCommandContext& context, const char* text)
 {
     CCommand command;
     if (!ParseCommand(text, command)) return kCommandUnparsable;
-    command.reserved[0] = reserved1;
-    command.reserved[1] = reserved2;
     for (char& c : command.name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     int result = kCommandDone;
     if (strncasecmp(command.name.c_str(), "Doc", 3) == 0) result = DispatchDocCommand(context, command);
@@ -495,20 +491,12 @@ int ExecuteCommand(CCommandContext& context, const char* text, int reserved1, in
     return result;
 }
 
-void SetCommandContext(CCommandContext* context) { g_context = context; }
-
-int ExecuteCommand(const char* text, int reserved1, int reserved2)
-{
-    if (!g_context) return kCommandRefused;
-    return ExecuteCommand(*g_context, text, reserved1, reserved2);
-}
-
 int OpenDocumentFile(CCommandContext& context, const char* path)
 {
     context.documentPath.clear();
     CComposeDocument* doc = context.document;
-    const uint32_t type = GetPictureFileType(path);
-    if (doc && type == kFileTypeProject) {
+    const uint32_t type = COLImageCodec::GetFileType(path);
+    if (doc && type == kFileProject) {
         // The compose history takes over a log saved with the project. A failed open changes nothing, the
         // current document's history included, so the log is not reset beforehand.
         auto* compose = dynamic_cast<CComposeHistory*>(context.history);

@@ -21,7 +21,6 @@ inline constexpr size_t kCommandArgLimit = 32;     // characters of one argument
 struct CCommand {
     std::string name;
     std::vector<std::string> args;
-    int reserved[2] = {0, 0};
 };
 
 // Parses a command text; false when it does not follow the grammar. Any earlier arguments are dropped.
@@ -73,11 +72,7 @@ struct CCommandContext {
 
 // Runs one command text: 0 done (or nothing matched), -1 unparsable, kCommandRefused when a handler failed.
 // Runs on the user-interface thread only.
-int ExecuteCommand(CCommandContext& context, const char* text, int reserved1 = 0, int reserved2 = 0);
-
-// The process-wide context that the shell installs once; ExecuteCommand(text, ...) refuses without one.
-void SetCommandContext(CCommandContext* context);
-int ExecuteCommand(const char* text, int reserved1, int reserved2);
+int ExecuteCommand(CCommandContext& context, const char* text);
 
 // Opens a picture or a project as the document. A picture resets the history and records the opening; a project
 // brings its saved history along when the context's history is the compose log, else it is recorded as opened.

@@ -180,7 +180,7 @@ bool CComposeHistory::WriteLayerHeader(FILE* stream, int index)
 bool CComposeHistory::WriteLayerRegion(FILE* stream, int index)
 {
     CLayer* layer = m_pDocument->GetLayer(index);
-    if (!layer || layer->m_image.IsEmpty()) return false;
+    if (!layer || layer->m_image.IsNull()) return false;
     const COLImage& image = layer->m_image;
     CChangeRect rect = vmhist::WholeRect(image.GetWidth(), image.GetHeight());
     bool full = true;
@@ -328,11 +328,11 @@ int CComposeHistory::ApplyLayerRegion(FILE* stream, int index)
         if (full) {
             if (!vmhist::PlausibleRect(rect, 4, stream)) return 0;
             const uint32_t w = uint32_t(rect.right - rect.left), ht = uint32_t(rect.bottom - rect.top);
-            if ((image.IsEmpty() || image.GetWidth() != w || image.GetHeight() != ht) && image.Create(w, ht) != kOk)
+            if ((image.IsNull() || image.GetWidth() != w || image.GetHeight() != ht) && image.Create(w, ht) != kOk)
                 return 0;
             if (!vmio::ReadBytes(stream, image.GetBuffer(), size_t(w) * ht * 4)) return 0;
         } else {
-            if (image.IsEmpty() || !vmhist::RectInside(rect, image.GetWidth(), image.GetHeight())) return 0;
+            if (image.IsNull() || !vmhist::RectInside(rect, image.GetWidth(), image.GetHeight())) return 0;
             if (!vmhist::ReadRows(stream, image, rect)) return 0;
         }
     }
@@ -373,7 +373,7 @@ int CComposeHistory::ApplyChannelRegion(FILE* stream, int index)
         if (!target) return 0;
         if (target->IsNull()) {
             const CLayer* base = doc.GetLayer(0);
-            if (!base || base->m_image.IsEmpty()) return 0;
+            if (!base || base->m_image.IsNull()) return 0;
             if (target->Create(base->m_image.GetWidth(), base->m_image.GetHeight()) != kOk) return 0;
             std::memset(target->GetBuffer(), 0, target->GetAreaByteSize());
         }

@@ -61,7 +61,7 @@ int WriteDocumentStream(const CLayerStack& doc, FILE* f)
     for (int i = 0; i < layers; ++i) {
         const CLayer* layer = doc.GetLayer(i);
         // The record's size fields come from the image; without pixels they would describe bytes never written.
-        if (layer->m_image.IsEmpty()) return 0;
+        if (layer->m_image.IsNull()) return 0;
         uint32_t extra = 0;
         layer->GetExtraData(extra, nullptr);
         if (!WriteChunkHeader(f, kChunkLayer, layer->m_image.GetAreaByteSize() + extra + kLayerHeaderBytes))

@@ -316,7 +316,7 @@ CChangeRect CRegionTracker::Compare()
 
 int BuildTracker(CRegionTracker& tracker, const COLImage& image)
 {
-    if (image.IsEmpty() || !tracker.Allocate(image.GetWidth(), image.GetHeight())) {
+    if (image.IsNull() || !tracker.Allocate(image.GetWidth(), image.GetHeight())) {
         tracker.Drop();
         return 0;
     }
@@ -338,7 +338,7 @@ int BuildTracker(CRegionTracker& tracker, const COLChannel& channel)
 
 CChangeRect TrackChanges(CRegionTracker& tracker, const COLImage& image)
 {
-    if (!tracker.IsValid() || image.IsEmpty() || image.GetWidth() != tracker.m_width ||
+    if (!tracker.IsValid() || image.IsNull() || image.GetWidth() != tracker.m_width ||
         image.GetHeight() != tracker.m_height) {
         BuildTracker(tracker, image);
         return {-1, 0, 0, 0};

@@ -37,7 +37,7 @@ void CSelectionHistory::RebuildTrackers()
     if (COLChannel* p = m_pDocument->GetResultMask(); p && !p->IsNull()) BuildTracker(m_trackers[kTrackResult], *p);
     if (COLChannel* p = m_pDocument->GetInnerPlane(); p && !p->IsNull()) BuildTracker(m_trackers[kTrackInner], *p);
     if (COLChannel* p = m_pDocument->GetOuterPlane(); p && !p->IsNull()) BuildTracker(m_trackers[kTrackOuter], *p);
-    if (COLImage* p = m_pDocument->GetWorkingImage(); p && !p->IsEmpty())
+    if (COLImage* p = m_pDocument->GetWorkingImage(); p && !p->IsNull())
         BuildTracker(m_trackers[kTrackWorking], *p);
 }
 
@@ -90,7 +90,7 @@ bool CSelectionHistory::WritePayload(FILE* stream, uint32_t planes)
 {
     COLImage* working = m_pDocument->GetWorkingImage();
     uint32_t width = 0, height = 0;
-    if (working && !working->IsEmpty()) working->GetSize(width, height);
+    if (working && !working->IsNull()) working->GetSize(width, height);
     uint8_t head[12];
     vmio::PutU32(head, planes);
     vmio::PutU32(head + 4, width);
@@ -105,7 +105,7 @@ bool CSelectionHistory::WritePayload(FILE* stream, uint32_t planes)
         return false;
     if (planes & kPlaneWorking) {
         // The working image is always stored whole; its tracker is kept up to date all the same.
-        if (!working || working->IsEmpty()) return false;
+        if (!working || working->IsNull()) return false;
         if (!m_trackers[kTrackWorking].IsValid()) BuildTracker(m_trackers[kTrackWorking], *working);
         else TrackChanges(m_trackers[kTrackWorking], *working);
         const CChangeRect rect = vmhist::WholeRect(width, height);
@@ -139,7 +139,7 @@ int CSelectionHistory::ApplyRecord(CHistoryRecord /*record*/, FILE* stream)
         if (vmhist::RectIsEmpty(rect)) return 1;
         if (!vmhist::PlausibleRect(rect, 4, stream)) return 0;
         const bool whole = rect.left == 0 && rect.top == 0;
-        if (working->IsEmpty() || whole) {
+        if (working->IsNull() || whole) {
             // Create keeps the pixels when the size is unchanged.
             if (working->Create(uint32_t(rect.right), uint32_t(rect.bottom)) != kOk) return 0;
         }
@@ -148,6 +148,6 @@ int CSelectionHistory::ApplyRecord(CHistoryRecord /*record*/, FILE* stream)
     }
     // The result mask is the working image's alpha wherever both exist.
     COLChannel* result = m_pDocument->GetResultMask();
-    if (working && !working->IsEmpty() && result && !result->IsNull()) working->ChannelFrom(result, 3);
+    if (working && !working->IsNull() && result && !result->IsNull()) working->ChannelFrom(result, 3);
     return 1;
 }

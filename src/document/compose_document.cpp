@@ -59,9 +59,9 @@ void CComposeDocument::GetSize(int& width, int& height)
 
 int CComposeDocument::Render(COLImage* target)
 {
-    if (!target || target->IsEmpty()) return 0;
+    if (!target || target->IsNull()) return 0;
     CStackLock lock(*this);
-    if (m_composite.IsEmpty()) {
+    if (m_composite.IsNull()) {
         if (m_composite.Create(1, 1) != kOk) return 0;
         m_composite.PutPixel(0, 0, CPixel::FromWord(0xFFFFFFFF));
     }
@@ -89,7 +89,7 @@ int CComposeDocument::RenderWhole(COLImage* target, int width, int height)
     if (!target) return 0;
     // Under the lock, unlike the canvas's thumbnails of old: the merge thread may be replacing the composite.
     CStackLock lock(*this);
-    if (m_composite.IsEmpty()) {
+    if (m_composite.IsNull()) {
         if (target->Create(1, 1) != kOk) return 0;
         target->PutPixel(0, 0, CPixel::FromWord(0xFFFFFFFF));
         return 1;
@@ -113,13 +113,13 @@ int CComposeDocument::MergeRect(int left, int top, int right, int bottom, int st
     rect.bottom = std::min(rect.bottom, m_height);
     COLImage preview;
     if (!::MergeFast(this, &preview, rect, step)) return 0;
-    if (!preview.IsEmpty()) {
+    if (!preview.IsNull()) {
         // Under the lock so that a merge that is still running cannot reallocate the composite underneath.
         CStackLock lock(*this);
         const int tw = static_cast<int>(preview.GetWidth()), th = static_cast<int>(preview.GetHeight());
         const int right = std::min(rect.right, static_cast<int>(m_composite.GetWidth()));
         const int bottom = std::min(rect.bottom, static_cast<int>(m_composite.GetHeight()));
-        if (!m_composite.IsEmpty())
+        if (!m_composite.IsNull())
             for (int y = rect.top; y < bottom; ++y) {
                 const int sy = std::min((y - rect.top) / step, th - 1);
                 CPixel* out = m_composite.GetBuffer(0, static_cast<uint32_t>(y));

@@ -247,7 +247,7 @@ void CopyColoursWithAlphaRow(CPixel* d, const CPixel* s, const uint8_t* mask, si
 // Blends the rows y0..y1 (destination coordinates) of one layer.
 void BlendLayerRows(COLImage* dst, const CLayer* layer, int y0, int y1, BlendRowFn blendRow)
 {
-    if (!layer->m_visible || layer->m_image.IsEmpty()) return;
+    if (!layer->m_visible || layer->m_image.IsNull()) return;
     const long long dw = dst->GetWidth(), dh = dst->GetHeight();
     const long long lx = layer->m_x, ly = layer->m_y;
     const long long lw = layer->m_image.GetWidth(), lh = layer->m_image.GetHeight();
@@ -378,7 +378,7 @@ void BlendPixel(CPixel d, CPixel s, CPixel* out, int mode)
 int BlendLayer(COLImage* destination, const CLayer* layer)
 {
     if (!layer || !layer->m_visible) return 0;
-    if (!destination || destination->IsEmpty()) return 1;
+    if (!destination || destination->IsNull()) return 1;
     const BlendRowFn blendRow = ChooseBlendRow();
     RunBands(static_cast<int>(destination->GetHeight()), layer->m_image.GetPixelCount(),
              [&](int y0, int y1) { BlendLayerRows(destination, layer, y0, y1, blendRow); });
@@ -389,7 +389,7 @@ int MergeLayers(const CLayerStack* stack, COLImage* destination, int maskFlag)
 {
     if (!stack || !destination || stack->GetLayerCount() == 0) return 0;
     const CLayer* base = stack->GetLayer(0);
-    if (base->m_image.IsEmpty()) return 0;
+    if (base->m_image.IsNull()) return 0;
     const uint32_t w = base->m_image.GetWidth(), h = base->m_image.GetHeight();
     if (destination->Create(w, h) != kOk) return 0;
     const BlendRowFn blendRow = ChooseBlendRow();
@@ -427,7 +427,7 @@ int MergeFast(const CLayerStack* stack, COLImage* destination, CRect rect, int s
 {
     if (!stack || !destination || stack->GetLayerCount() == 0 || step < 1) return 0;
     const CLayer* base = stack->GetLayer(0);
-    if (base->m_image.IsEmpty()) return 0;
+    if (base->m_image.IsNull()) return 0;
     const int W = static_cast<int>(base->m_image.GetWidth()), H = static_cast<int>(base->m_image.GetHeight());
     rect.Normalize();
     rect.left = std::clamp(rect.left, 0, W);
@@ -461,7 +461,7 @@ int MergeFast(const CLayerStack* stack, COLImage* destination, CRect rect, int s
 
     for (int k = 1; k < stack->GetLayerCount(); ++k) {
         const CLayer* layer = stack->GetLayer(k);
-        if (!layer->m_visible || layer->m_image.IsEmpty()) continue;
+        if (!layer->m_visible || layer->m_image.IsNull()) continue;
         const int l = layer->m_x - rect.left, t = layer->m_y - rect.top;
         const int lw = static_cast<int>(layer->m_image.GetWidth()), lh = static_cast<int>(layer->m_image.GetHeight());
         const int sx = std::max(l, 0), sy = std::max(t, 0);

@@ -58,7 +58,7 @@ int CLayer::WriteRecord(FILE* stream, int flag) const
     std::vector<uint8_t> extra;
     GetExtraData(size, &extra);
     if (std::fwrite(extra.data(), 1, extra.size(), stream) != extra.size()) return 0;
-    if (m_image.IsEmpty()) return 1;
+    if (m_image.IsNull()) return 1;
     const size_t bytes = m_image.GetAreaByteSize();
     return std::fwrite(m_image.GetBuffer(), 1, bytes, stream) == bytes ? 1 : 0;
 }
@@ -67,7 +67,7 @@ CRect CLayer::GetContentBox() const
 {
     const uint32_t w = m_image.GetWidth(), h = m_image.GetHeight();
     uint32_t l = w, t = h, r = 0, b = 0;
-    if (!m_image.IsEmpty()) {
+    if (!m_image.IsNull()) {
         for (uint32_t y = 0; y < h; ++y) {
             const CPixel* row = m_image.GetBuffer(0, y);
             uint32_t first = w, last = 0;

@@ -7,7 +7,7 @@
 
 #include "document/compositor.h"
 #include "document/layer.h"
-#include "document/picture_file.h"
+#include "imaging/codec.h"
 #include "imaging/image.h"
 
 namespace {
@@ -24,7 +24,7 @@ void FillWords(COLImage& image, uint32_t word)
 
 bool Inside(const COLImage& image, long long x, long long y)
 {
-    return !image.IsEmpty() && x >= 0 && y >= 0 && x < image.GetWidth() && y < image.GetHeight();
+    return !image.IsNull() && x >= 0 && y >= 0 && x < image.GetWidth() && y < image.GetHeight();
 }
 
 } // namespace
@@ -62,7 +62,7 @@ int CLayerStack::IndexOfImage(const COLImage* image) const
 CRect CLayerStack::GetLayerRect(const CLayer* layer) const
 {
     if (!layer) return CRect{};
-    if (layer->m_image.IsEmpty()) return CRect{layer->m_x, layer->m_y, layer->m_x, layer->m_y};
+    if (layer->m_image.IsNull()) return CRect{layer->m_x, layer->m_y, layer->m_x, layer->m_y};
     return CRect{layer->m_x, layer->m_y, layer->m_x + static_cast<int>(layer->m_image.GetWidth()),
                  layer->m_y + static_cast<int>(layer->m_image.GetHeight())};
 }
@@ -315,11 +315,11 @@ int CLayerStack::NewDocument(int width, int height, uint32_t fill)
 int CLayerStack::OpenFile(const char* path)
 {
     Clear();
-    const uint32_t type = GetPictureFileType(path);
+    const uint32_t type = COLImageCodec::GetFileType(path);
     // Photoshop documents and projects have readers of their own; none is available here yet.
-    if (type == kFileTypeUnusable || type == kFileTypePsd || type == kFileTypeProject) return 0;
+    if (type == kFileUnusable || type == kFilePsd || type == kFileProject) return 0;
     auto layer = std::make_unique<CLayer>();
-    if (!LoadPictureFile(path, &layer->m_image)) return 0;
+    if (!COLImageCodec().LoadFile(path, &layer->m_image)) return 0;
     MakeDefaultName(layer->m_name);
     CStackLock lock(*this);
     m_width = static_cast<int>(layer->m_image.GetWidth());
@@ -334,7 +334,7 @@ int CLayerStack::LoadLayerFile(const char* path, int index, int* loadedIndex)
     CLayer* target = GetLayer(index);
     if (!target) return 0;
     bool hasContent = index == 0;
-    if (!hasContent && !target->m_image.IsEmpty()) {
+    if (!hasContent && !target->m_image.IsNull()) {
         const CPixel* p = target->m_image.GetBuffer();
         for (size_t i = 0, n = target->m_image.GetPixelCount(); i < n; ++i)
             if (p[i].alpha) {
@@ -346,14 +346,14 @@ int CLayerStack::LoadLayerFile(const char* path, int index, int* loadedIndex)
         if (GetLayerCount() >= kMaxLayers) return 0;
         auto layer = std::make_unique<CLayer>();
         MakeDefaultName(layer->m_name);
-        if (!LoadPictureFile(path, &layer->m_image)) return 0;
+        if (!COLImageCodec().LoadFile(path, &layer->m_image)) return 0;
         if (!InsertLayer(layer.release(), index)) return 0;
         if (loadedIndex) *loadedIndex = index + 1;
         return 1;
     }
     // A wholly transparent upper layer takes the picture itself. Loaded aside first so a failure keeps it.
     COLImage picture;
-    if (!LoadPictureFile(path, &picture)) return 0;
+    if (!COLImageCodec().LoadFile(path, &picture)) return 0;
     {
         CStackLock lock(*this);
         target->m_image = std::move(picture);
@@ -416,7 +416,7 @@ int CLayerStack::LoadFromPath(const char* path)
 void CLayerStack::SyncSizeToBase()
 {
     const CLayer* base = GetLayer(0);
-    if (!base || base->m_image.IsEmpty()) return;
+    if (!base || base->m_image.IsNull()) return;
     SetSize(static_cast<int>(base->m_image.GetWidth()), static_cast<int>(base->m_image.GetHeight()));
 }
 

@@ -1,6 +1,6 @@
 #include "document/render_scale.h"
 
-#include "matting/resample.h"
+#include "filters/resample.h"
 
 // The canvas paints through the shared bilinear resampler.
 int ScaleForRender(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX, int srcY, int srcWidth,

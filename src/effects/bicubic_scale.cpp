@@ -4,13 +4,12 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
+#include <immintrin.h>
 #include <new>
 #include <vector>
 
-#include <immintrin.h>
-
-#include "matting/parallel_for.h"
-#include "matting/simd_level.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 
 namespace vmscale {
 
@@ -22,7 +21,8 @@ namespace {
 void BlendPlain(uint8_t* out, const uint8_t* a, const uint8_t* b, size_t n, int p)
 {
     const int q = 256 - p;
-    for (size_t i = 0; i < n; ++i) out[i] = static_cast<uint8_t>((a[i] * p + b[i] * q) >> 8);
+    for (size_t i = 0; i < n; ++i)
+        out[i] = static_cast<uint8_t>((a[i] * p + b[i] * q) >> 8);
 }
 
 void BlendSse2(uint8_t* out, const uint8_t* a, const uint8_t* b, size_t n, int p)
@@ -34,9 +34,11 @@ void BlendSse2(uint8_t* out, const uint8_t* a, const uint8_t* b, size_t n, int p
         const __m128i va = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + i));
         const __m128i vb = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + i));
         const __m128i lo = _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(va, zero), vp),
-                                                        _mm_mullo_epi16(_mm_unpacklo_epi8(vb, zero), vq)), 8);
+                                                        _mm_mullo_epi16(_mm_unpacklo_epi8(vb, zero), vq)),
+                                          8);
         const __m128i hi = _mm_srli_epi16(_mm_add_epi16(_mm_mullo_epi16(_mm_unpackhi_epi8(va, zero), vp),
-                                                        _mm_mullo_epi16(_mm_unpackhi_epi8(vb, zero), vq)), 8);
+                                                        _mm_mullo_epi16(_mm_unpackhi_epi8(vb, zero), vq)),
+                                          8);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_packus_epi16(lo, hi));
     }
     BlendPlain(out + i, a + i, b + i, n - i, p);
@@ -51,9 +53,11 @@ __attribute__((target("avx2"))) void BlendAvx2(uint8_t* out, const uint8_t* a, c
         const __m256i va = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + i));
         const __m256i vb = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + i));
         const __m256i lo = _mm256_srli_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_unpacklo_epi8(va, zero), vp),
-                                                              _mm256_mullo_epi16(_mm256_unpacklo_epi8(vb, zero), vq)), 8);
+                                                              _mm256_mullo_epi16(_mm256_unpacklo_epi8(vb, zero), vq)),
+                                             8);
         const __m256i hi = _mm256_srli_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_unpackhi_epi8(va, zero), vp),
-                                                              _mm256_mullo_epi16(_mm256_unpackhi_epi8(vb, zero), vq)), 8);
+                                                              _mm256_mullo_epi16(_mm256_unpackhi_epi8(vb, zero), vq)),
+                                             8);
         // The unpacks work within 128-bit halves, and so does the pack: the bytes come back in order.
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_packus_epi16(lo, hi));
     }
@@ -78,7 +82,8 @@ void CombineSse2(uint8_t* out, const uint8_t* pos, const uint8_t* neg, size_t n,
     auto four = [&](__m128i p16, __m128i n16, bool high) {
         const __m128i p32 = high ? _mm_unpackhi_epi16(p16, zero) : _mm_unpacklo_epi16(p16, zero);
         const __m128i n32 = high ? _mm_unpackhi_epi16(n16, zero) : _mm_unpacklo_epi16(n16, zero);
-        const __m128 x = _mm_add_ps(_mm_sub_ps(_mm_mul_ps(_mm_cvtepi32_ps(p32), vfp), _mm_mul_ps(_mm_cvtepi32_ps(n32), vfn)), half);
+        const __m128 x =
+            _mm_add_ps(_mm_sub_ps(_mm_mul_ps(_mm_cvtepi32_ps(p32), vfp), _mm_mul_ps(_mm_cvtepi32_ps(n32), vfn)), half);
         return _mm_cvttps_epi32(x);
     };
     for (; i + 16 <= n; i += 16) {
@@ -94,7 +99,7 @@ void CombineSse2(uint8_t* out, const uint8_t* pos, const uint8_t* neg, size_t n,
 }
 
 __attribute__((target("avx2"))) inline __m256i CombineEight(const uint8_t* p, const uint8_t* q, __m256 fp, __m256 fn,
-                                                           __m256 half)
+                                                            __m256 half)
 {
     const __m256i p32 = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
     const __m256i n32 = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(q)));
@@ -109,7 +114,8 @@ __attribute__((target("avx2"))) void CombineAvx2(uint8_t* out, const uint8_t* po
     const __m256 vfp = _mm256_set1_ps(fp), vfn = _mm256_set1_ps(fn), half = _mm256_set1_ps(0.5f);
     size_t i = 0;
     for (; i + 32 <= n; i += 32) {
-        const __m256i a = _mm256_packs_epi32(CombineEight(pos + i, neg + i, vfp, vfn, half), CombineEight(pos + i + 8, neg + i + 8, vfp, vfn, half));
+        const __m256i a = _mm256_packs_epi32(CombineEight(pos + i, neg + i, vfp, vfn, half),
+                                             CombineEight(pos + i + 8, neg + i + 8, vfp, vfn, half));
         const __m256i b = _mm256_packs_epi32(CombineEight(pos + i + 16, neg + i + 16, vfp, vfn, half),
                                              CombineEight(pos + i + 24, neg + i + 24, vfp, vfn, half));
         // packs interleaves the 128-bit halves; one permute puts the four groups of eight back in order.
@@ -131,17 +137,20 @@ struct LineOps {
 LineOps PickOps()
 {
     switch (vmsimd::CurrentLevel()) {
-    case vmsimd::kAvx2: return {BlendAvx2, CombineAvx2};
-    case vmsimd::kSse2: return {BlendSse2, CombineSse2};
-    default: return {BlendPlain, CombinePlain};
+    case vmsimd::kAvx2:
+        return {BlendAvx2, CombineAvx2};
+    case vmsimd::kSse2:
+        return {BlendSse2, CombineSse2};
+    default:
+        return {BlendPlain, CombinePlain};
     }
 }
 
 // One line of a group while it is merged: where its bytes are and its weight.
 struct Item {
     const uint8_t* line;
-    float weight;   // first level: the filter weight (by magnitude in the negative group)
-    int scaled;     // after the first level: weight x 256 as an integer
+    float weight; // first level: the filter weight (by magnitude in the negative group)
+    int scaled;   // after the first level: weight x 256 as an integer
 };
 
 // Merges a group into one line, pairwise and level by level. Returns the merged line (which may be a source line
@@ -225,7 +234,7 @@ bool ScaleLines(uint8_t* dst, const uint8_t* src, size_t lineBytes, uint32_t src
             pos.reserve(maxTaps);
             neg.reserve(maxTaps);
         } catch (const std::bad_alloc&) {
-            ok = false;   // each part writes its own flag value only as false, which is all that is read
+            ok = false; // each part writes its own flag value only as false, which is all that is read
             return;
         }
         uint8_t* posScratch = scratch.data();
@@ -249,13 +258,13 @@ bool ScaleLines(uint8_t* dst, const uint8_t* src, size_t lineBytes, uint32_t src
                 else
                     neg.push_back(Item{line, -k, 0});
             }
-            if (pos.empty()) {   // cannot happen with these filters: the centre tap always weighs
+            if (pos.empty()) { // cannot happen with these filters: the centre tap always weighs
                 std::memcpy(out, src + lineBytes * size_t(lo), lineBytes);
                 continue;
             }
             int wp = 0, wn = 0;
             const uint8_t* p = MergeGroup(pos, posScratch, maxTaps, lineBytes, ops, wp);
-            if (neg.empty()) {   // no negative lobe: the positive line stands alone
+            if (neg.empty()) { // no negative lobe: the positive line stands alone
                 std::memcpy(out, p, lineBytes);
                 continue;
             }
@@ -287,12 +296,14 @@ void Transpose(const uint32_t* src, uint32_t* dst, uint32_t width, uint32_t heig
                     uint32_t x = x0;
                     for (; x + 4 <= x1; x += 4) {
                         auto load = [&](uint32_t r) {
-                            return _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src + size_t(r) * width + x)));
+                            return _mm_castsi128_ps(
+                                _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + size_t(r) * width + x)));
                         };
                         __m128 r0 = load(y), r1 = load(y + 1), r2 = load(y + 2), r3 = load(y + 3);
                         _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
                         auto store = [&](uint32_t c, __m128 v) {
-                            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + size_t(c) * height + y), _mm_castps_si128(v));
+                            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + size_t(c) * height + y),
+                                             _mm_castps_si128(v));
                         };
                         store(x, r0);
                         store(x + 1, r1);
@@ -300,10 +311,12 @@ void Transpose(const uint32_t* src, uint32_t* dst, uint32_t width, uint32_t heig
                         store(x + 3, r3);
                     }
                     for (; x < x1; ++x)
-                        for (uint32_t k = 0; k < 4; ++k) dst[size_t(x) * height + y + k] = src[size_t(y + k) * width + x];
+                        for (uint32_t k = 0; k < 4; ++k)
+                            dst[size_t(x) * height + y + k] = src[size_t(y + k) * width + x];
                 }
                 for (; y < y1; ++y)
-                    for (uint32_t x = x0; x < x1; ++x) dst[size_t(x) * height + y] = src[size_t(y) * width + x];
+                    for (uint32_t x = x0; x < x1; ++x)
+                        dst[size_t(x) * height + y] = src[size_t(y) * width + x];
             }
         }
     });
@@ -329,7 +342,8 @@ long CBicubicScaleProcess::Process(const void* params)
         COLImage vertical, turned, horizontal, result;
         if (vertical.Create(sw, p.height) != kOk) return kFail;
         if (!vmscale::ScaleLines(reinterpret_cast<uint8_t*>(vertical.GetBuffer()),
-                                 reinterpret_cast<const uint8_t*>(src.GetBuffer()), size_t(sw) * 4, sh, p.height, filter))
+                                 reinterpret_cast<const uint8_t*>(src.GetBuffer()), size_t(sw) * 4, sh, p.height,
+                                 filter))
             return kFail;
         ReportProgress(40);
         if (turned.Create(p.height, sw) != kOk) return kFail;
@@ -347,7 +361,7 @@ long CBicubicScaleProcess::Process(const void* params)
         if (result.Create(p.width, p.height) != kOk) return kFail;
         vmscale::Transpose(reinterpret_cast<const uint32_t*>(horizontal.GetBuffer()),
                            reinterpret_cast<uint32_t*>(result.GetBuffer()), p.height, p.width);
-        *m_pDstImage = std::move(result);   // source and destination may be one image
+        *m_pDstImage = std::move(result); // source and destination may be one image
     } catch (const std::bad_alloc&) {
         return kFail;
     }

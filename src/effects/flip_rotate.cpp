@@ -10,7 +10,7 @@
 
 void FlipImage(COLImage& image, bool horizontal)
 {
-    if (image.IsEmpty()) return;
+    if (image.IsNull()) return;
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
     if (horizontal) {
         for (uint32_t y = 0; y < h; ++y)
@@ -23,7 +23,7 @@ void FlipImage(COLImage& image, bool horizontal)
 
 int RotateImageQuarter(const COLImage& source, COLImage& destination, bool left)
 {
-    if (source.IsEmpty() || &source == &destination) return 0;
+    if (source.IsNull() || &source == &destination) return 0;
     const uint32_t w = source.GetWidth(), h = source.GetHeight();
     if (destination.Create(h, w) != kOk) return 0;
     // Target pixel (column c, row r): turning left reads (w - 1 - r, c), turning right reads (r, h - 1 - c).
@@ -44,7 +44,8 @@ void FlipChannel(COLChannel& channel, bool horizontal)
     if (channel.IsNull()) return;
     const uint32_t w = channel.GetWidth(), h = channel.GetHeight();
     if (horizontal) {
-        for (uint32_t y = 0; y < h; ++y) std::reverse(channel.GetBuffer(0, y), channel.GetBuffer(0, y) + w);
+        for (uint32_t y = 0; y < h; ++y)
+            std::reverse(channel.GetBuffer(0, y), channel.GetBuffer(0, y) + w);
         return;
     }
     for (uint32_t top = 0, bottom = h ? h - 1 : 0; top < bottom; ++top, --bottom)
@@ -58,7 +59,8 @@ int RotateChannelQuarter(const COLChannel& source, COLChannel& destination, bool
     if (destination.Create(h, w) != kOk) return 0;
     for (uint32_t r = 0; r < w; ++r) {
         uint8_t* out = destination.GetBuffer(0, r);
-        for (uint32_t c = 0; c < h; ++c) out[c] = left ? source.GetValue(w - 1 - r, c) : source.GetValue(r, h - 1 - c);
+        for (uint32_t c = 0; c < h; ++c)
+            out[c] = left ? source.GetValue(w - 1 - r, c) : source.GetValue(r, h - 1 - c);
     }
     return 1;
 }
@@ -75,19 +77,20 @@ bool DocumentSized(const COLChannel& c, int w, int h)
 int RotateDocument(CLayerStack& stack, bool left)
 {
     const int count = stack.GetLayerCount();
-    if (count == 0 || stack.GetLayer(0)->m_image.IsEmpty()) return 0;
+    if (count == 0 || stack.GetLayer(0)->m_image.IsNull()) return 0;
     const int W = stack.GetWidth(), H = stack.GetHeight();
     std::vector<COLImage> images(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i) {
         const COLImage& image = stack.GetLayer(i)->m_image;
-        if (!image.IsEmpty() && !RotateImageQuarter(image, images[size_t(i)], left)) return 0;
+        if (!image.IsNull() && !RotateImageQuarter(image, images[size_t(i)], left)) return 0;
     }
     COLChannel mask;
     if (DocumentSized(stack.GetSelectionMask(), W, H) && !RotateChannelQuarter(stack.GetSelectionMask(), mask, left))
         return 0;
     std::vector<COLChannel> channels(static_cast<size_t>(stack.GetChannelCount()));
     for (int i = 0; i < stack.GetChannelCount(); ++i)
-        if (DocumentSized(*stack.GetChannel(i), W, H) && !RotateChannelQuarter(*stack.GetChannel(i), channels[size_t(i)], left))
+        if (DocumentSized(*stack.GetChannel(i), W, H) &&
+            !RotateChannelQuarter(*stack.GetChannel(i), channels[size_t(i)], left))
             return 0;
     {
         CStackLock lock(stack);
@@ -98,7 +101,7 @@ int RotateDocument(CLayerStack& stack, bool left)
             // The layer's rectangle turns with the document: clockwise (x, y) goes to (H - y - h, x).
             layer->m_x = left ? y : H - (y + h);
             layer->m_y = left ? W - (x + w) : x;
-            if (!images[size_t(i)].IsEmpty()) layer->m_image = std::move(images[size_t(i)]);
+            if (!images[size_t(i)].IsNull()) layer->m_image = std::move(images[size_t(i)]);
         }
         if (!mask.IsNull()) stack.GetSelectionMask() = std::move(mask);
         for (int i = 0; i < stack.GetChannelCount(); ++i)
@@ -111,7 +114,7 @@ int RotateDocument(CLayerStack& stack, bool left)
 int FlipDocument(CLayerStack& stack, bool horizontal)
 {
     const int count = stack.GetLayerCount();
-    if (count == 0 || stack.GetLayer(0)->m_image.IsEmpty()) return 0;
+    if (count == 0 || stack.GetLayer(0)->m_image.IsNull()) return 0;
     const int W = stack.GetWidth(), H = stack.GetHeight();
     CStackLock lock(stack);
     for (int i = 0; i < count; ++i) {

@@ -7,9 +7,9 @@ class CLayerStack;
 class CImageProcess;
 
 // Scaling methods of ScaleImage and of the image size dialog.
-inline constexpr int kScaleNearest = 0;   // "最小临近法"
-inline constexpr int kScaleBilinear = 1;  // "二次线性": the codec's resample, alpha resized apart as a plane
-inline constexpr int kScaleBicubic = 2;   // "二次立方": CBicubicScaleProcess
+inline constexpr int kScaleNearest = 0;  // "最小临近法"
+inline constexpr int kScaleBilinear = 1; // "二次线性": the codec's resample, alpha resized apart as a plane
+inline constexpr int kScaleBicubic = 2;  // "二次立方": CBicubicScaleProcess
 
 // Whole-picture scaling into target at width x height (each taken as 1 when below 1). 1 on success, 0 when a
 // side exceeds the picture limit or memory runs out. An unknown method returns 1 and leaves target alone.
@@ -28,5 +28,5 @@ int ResizeAllLayers(CLayerStack& stack, int width, int height, int method, CImag
 uint32_t LinkedSide(uint32_t edited, uint32_t documentWidth, uint32_t documentHeight, bool heightFromWidth);
 
 // The canvas size dialog's new size from its four margins (negative margins crop), forced to 1..20000.
-void CanvasSizeFromMargins(int documentWidth, int documentHeight, int left, int up, int right, int down,
-                           int& width, int& height);
+void CanvasSizeFromMargins(int documentWidth, int documentHeight, int left, int up, int right, int down, int& width,
+                           int& height);

@@ -4,23 +4,22 @@
 #include <atomic>
 #include <cmath>
 #include <cstring>
+#include <immintrin.h>
 #include <new>
 
-#include <immintrin.h>
-
+#include "filters/resample.h"
 #include "imaging/codec.h"
 #include "matting/gaussian.h"
-#include "matting/parallel_for.h"
-#include "matting/resample.h"
-#include "matting/simd_level.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 
 namespace {
 
 constexpr int kSide = CLensBlurProcess::kApertureSide;
-constexpr int kCentre = kSide / 2;      // the kernel byte that stands over the pixel itself
-constexpr int kGrayHighlight = 220;     // only pixels brighter than this go through the highlight curve
-constexpr int kBlockRows = 64;         // output rows that share one set of prefix sums
-constexpr int kLanes = 8;               // pixels gathered together in the vector path
+constexpr int kCentre = kSide / 2;  // the kernel byte that stands over the pixel itself
+constexpr int kGrayHighlight = 220; // only pixels brighter than this go through the highlight curve
+constexpr int kBlockRows = 64;      // output rows that share one set of prefix sums
+constexpr int kLanes = 8;           // pixels gathered together in the vector path
 
 // A column term of the interior sum: coef times the row prefix sums at column x + c, over image rows y + r0 ..
 // y + r1 - 1. A run of weight w from column a to b adds w P(b) - w P(a); where runs meet, the two terms at their
@@ -40,7 +39,7 @@ struct PlaneRects {
     std::vector<Term> rows;
     std::vector<Term> tall;
     int lo = 0, hi = 0;
-    uint32_t total = 0;     // weight sum of the whole window
+    uint32_t total = 0; // weight sum of the whole window
     uint32_t rowWeight[kSide] = {};
 };
 
@@ -55,7 +54,8 @@ PlaneRects MakeRects(const uint8_t* plane, int d)
         for (int c = p.lo; c < p.hi;) {
             const uint8_t w = row[c];
             int e = c + 1;
-            while (e < p.hi && row[e] == w) ++e;
+            while (e < p.hi && row[e] == w)
+                ++e;
             p.rowWeight[r] += uint32_t(w) * uint32_t(e - c);
             p.total += uint32_t(w) * uint32_t(e - c);
             c = e;
@@ -65,7 +65,8 @@ PlaneRects MakeRects(const uint8_t* plane, int d)
             const int left = c > p.lo ? row[c - 1] : 0, right = c < p.hi ? row[c] : 0;
             if (left == right) continue;
             const Term t{int16_t(r - kCentre), int16_t(r + 1 - kCentre), int16_t(c - kCentre), 0, left - right};
-            auto same = std::find_if(open.begin(), open.end(), [&](const Term& o) { return o.c == t.c && o.coef == t.coef; });
+            auto same =
+                std::find_if(open.begin(), open.end(), [&](const Term& o) { return o.c == t.c && o.coef == t.coef; });
             if (same != open.end()) {
                 Term grown = *same;
                 grown.r1 = t.r1;
@@ -79,7 +80,8 @@ PlaneRects MakeRects(const uint8_t* plane, int d)
         open = std::move(next);
     }
     closed.insert(closed.end(), open.begin(), open.end());
-    for (const Term& t : closed) (t.r1 - t.r0 == 1 ? p.rows : p.tall).push_back(t);
+    for (const Term& t : closed)
+        (t.r1 - t.r0 == 1 ? p.rows : p.tall).push_back(t);
     return p;
 }
 
@@ -87,8 +89,8 @@ PlaneRects MakeRects(const uint8_t* plane, int d)
 // columns 0 .. x - 1 of band row k, area[k][x] the values of rows 0 .. k - 1 and columns 0 .. x - 1. Sums wrap
 // modulo 2^32; the differences the gather takes are small enough to come out exact.
 struct Band {
-    int y0 = 0;         // picture row of band row 0
-    size_t stride = 0;  // W + 1
+    int y0 = 0;        // picture row of band row 0
+    size_t stride = 0; // W + 1
     std::vector<uint32_t> row[3];
     std::vector<uint32_t> area[3];
     const uint32_t* Row(int ch, int y) const { return row[ch].data() + stride * size_t(y - y0); }
@@ -106,7 +108,8 @@ Sums GatherInterior(const PlaneRects& plane, const Band& band, int x, int y)
     Sums out{{0, 0, 0}};
     for (int ch = 0; ch < 3; ++ch) {
         uint32_t s = 0;
-        for (const Term& t : plane.rows) s += uint32_t(t.coef) * band.Row(ch, y + t.r0)[x + t.c];
+        for (const Term& t : plane.rows)
+            s += uint32_t(t.coef) * band.Row(ch, y + t.r0)[x + t.c];
         for (const Term& t : plane.tall)
             s += uint32_t(t.coef) * (band.Area(ch, y + t.r1)[x + t.c] - band.Area(ch, y + t.r0)[x + t.c]);
         out.s[ch] = s;
@@ -130,7 +133,8 @@ __attribute__((target("avx2"))) void GatherInterior8(const PlaneRects& plane, co
         for (const Term& t : plane.tall) {
             const int r0 = std::max<int>(t.r0, lo), r1 = std::min<int>(t.r1, hi);
             if (r0 >= r1) continue;
-            const __m256i bottom = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r1) + x + t.c));
+            const __m256i bottom =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r1) + x + t.c));
             const __m256i top = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r0) + x + t.c));
             acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(_mm256_sub_epi32(bottom, top), _mm256_set1_epi32(t.coef)));
         }
@@ -146,9 +150,9 @@ struct FastTerms {
         uint32_t begin, end;
         int32_t coef;
     };
-    std::vector<std::ptrdiff_t> rows;      // row prefix offsets
+    std::vector<std::ptrdiff_t> rows; // row prefix offsets
     std::vector<Group> rowGroups;
-    std::vector<std::ptrdiff_t> tall;      // pairs of summed-area offsets: bottom, top
+    std::vector<std::ptrdiff_t> tall; // pairs of summed-area offsets: bottom, top
     std::vector<Group> tallGroups;
 };
 
@@ -160,7 +164,8 @@ FastTerms PrepareFast(const PlaneRects& plane, size_t stride)
         for (size_t i = 0; i < terms.size();) {
             size_t j = i;
             const uint32_t begin = uint32_t(emit(terms[i], true));
-            while (j < terms.size() && terms[j].coef == terms[i].coef) emit(terms[j++], false);
+            while (j < terms.size() && terms[j].coef == terms[i].coef)
+                emit(terms[j++], false);
             groups.push_back({begin, uint32_t(emit(terms[i], true)), terms[i].coef});
             i = j;
         }
@@ -207,8 +212,9 @@ __attribute__((target("avx2"))) void GatherInterior16(const FastTerms& f, const 
                 const uint32_t* top = area + f.tall[2 * i + 1];
                 s0 = _mm256_add_epi32(s0, _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom)),
                                                            _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top))));
-                s1 = _mm256_add_epi32(s1, _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + kLanes)),
-                                                           _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + kLanes))));
+                s1 = _mm256_add_epi32(
+                    s1, _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + kLanes)),
+                                         _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + kLanes))));
             }
             const __m256i c = _mm256_set1_epi32(g.coef);
             acc0 = _mm256_add_epi32(acc0, _mm256_mullo_epi32(s0, c));
@@ -230,7 +236,8 @@ Sums GatherClipped(const PlaneRects& plane, const Band& band, int x, int y, int 
     for (const Term& t : plane.rows) {
         if (t.r0 < lo || t.r0 >= hi) continue;
         const int col = std::clamp(x + t.c, 0, W);
-        for (int ch = 0; ch < 3; ++ch) out.s[ch] += uint32_t(t.coef) * band.Row(ch, y + t.r0)[col];
+        for (int ch = 0; ch < 3; ++ch)
+            out.s[ch] += uint32_t(t.coef) * band.Row(ch, y + t.r0)[col];
         weight += uint32_t(t.coef) * uint32_t(col);
     }
     for (const Term& t : plane.tall) {
@@ -245,7 +252,10 @@ Sums GatherClipped(const PlaneRects& plane, const Band& band, int x, int y, int 
 }
 
 // s / weight, capped at 255; weight is not 0.
-uint8_t Mean(uint32_t s, uint32_t weight) { return uint8_t(std::min<uint32_t>(s / weight, 255)); }
+uint8_t Mean(uint32_t s, uint32_t weight)
+{
+    return uint8_t(std::min<uint32_t>(s / weight, 255));
+}
 
 // The same by a divisor fixed for a whole plane: a multiply by the reciprocal, whose error stays far below one,
 // and one step of correction in integers makes the quotient exact.
@@ -276,7 +286,7 @@ bool CLensBlurProcess::BuildDiameterTable(double radius, uint8_t (&table)[256])
     bool half = false;
     for (int v = 0; v < 256; ++v) {
         const double d = 2.0 * radius * std::pow(v * 0.00392156862745098, 1.5);
-        if (d >= 64.0) half = true;   // the truncated diameter is above 63
+        if (d >= 64.0) half = true; // the truncated diameter is above 63
         table[v] = d >= 255.0 ? 255 : (d > 0.0 ? static_cast<uint8_t>(d) : 0);
     }
     return half;
@@ -285,20 +295,22 @@ bool CLensBlurProcess::BuildDiameterTable(double radius, uint8_t (&table)[256])
 void CLensBlurProcess::BuildHighlightCurve(int32_t threshold, int32_t amplitude, int32_t (&curve)[256])
 {
     const int t = std::clamp(threshold, 0, 256);
-    for (int i = 0; i < 256; ++i) curve[i] = i;
+    for (int i = 0; i < 256; ++i)
+        curve[i] = i;
     if (t > 254) {
         curve[255] = 255;
         return;
     }
     const int32_t k = amplitude * 32 / (255 - t);
-    for (int i = t; i < 256; ++i) curve[i] = (i - t) * k + i;
+    for (int i = t; i < 256; ++i)
+        curve[i] = (i - t) * k + i;
 }
 
 bool CLensBlurProcess::BuildKernels(const COLChannel& aperture, uint8_t* planes)
 {
     std::memset(planes, 0, size_t(kKernelPlanes) * kSide * kSide);
     if (aperture.IsNull() || aperture.GetWidth() != uint32_t(kSide) || aperture.GetHeight() != uint32_t(kSide))
-        return true;   // a shape of another size leaves the kernels empty
+        return true; // a shape of another size leaves the kernels empty
     COLImage shape, sized;
     if (shape.Create(kSide, kSide) != kOk) return false;
     for (int i = 0; i < kSide * kSide; ++i) {
@@ -311,7 +323,8 @@ bool CLensBlurProcess::BuildKernels(const COLChannel& aperture, uint8_t* planes)
         uint8_t* plane = planes + size_t(n - 1) * kSide * kSide;
         const int offset = (kSide - n) / 2;
         for (int y = 0; y < n; ++y)
-            for (int x = 0; x < n; ++x) plane[(offset + y) * kSide + offset + x] = sized.GetPixel2(uint32_t(x), uint32_t(y)).red;
+            for (int x = 0; x < n; ++x)
+                plane[(offset + y) * kSide + offset + x] = sized.GetPixel2(uint32_t(x), uint32_t(y)).red;
     }
     return true;
 }
@@ -326,7 +339,8 @@ long CLensBlurProcess::Process(const void* params)
     try {
         // A shape of another size than 64 x 64 is not taken: the kernels stay empty and the gather keeps pixels.
         if (m_aperture.Create(kSide, kSide) != kOk) return kFail;
-        if (!p.aperture.IsNull() && p.aperture.GetWidth() == uint32_t(kSide) && p.aperture.GetHeight() == uint32_t(kSide))
+        if (!p.aperture.IsNull() && p.aperture.GetWidth() == uint32_t(kSide) &&
+            p.aperture.GetHeight() == uint32_t(kSide))
             std::memcpy(m_aperture.GetBuffer(), p.aperture.GetBuffer(), size_t(kSide) * kSide);
         else
             std::memset(m_aperture.GetBuffer(), 0, size_t(kSide) * kSide);
@@ -343,7 +357,8 @@ long CLensBlurProcess::Process(const void* params)
         if (m_diameterMap.Create(w, h) != kOk) return kFail;
         const uint8_t* depth = m_pDepth->GetBuffer();
         uint8_t* diameter = m_diameterMap.GetBuffer();
-        for (size_t i = 0, n = size_t(w) * h; i < n; ++i) diameter[i] = table[depth[i]];
+        for (size_t i = 0, n = size_t(w) * h; i < n; ++i)
+            diameter[i] = table[depth[i]];
 
         ReportProgress(3);
         const COLImage* source = m_pSrcImage;
@@ -444,7 +459,8 @@ void CLensBlurProcess::Gather(const COLImage& source)
         for (size_t b = begin; b < end; ++b) {
             const int y0 = int(b) * kBlockRows, y1 = std::min(H, y0 + kBlockRows);
             bool gathers = false;
-            for (size_t i = size_t(y0) * W; i < size_t(y1) * W && !gathers; ++i) gathers = diameter[i] && diameter[i] < 64;
+            for (size_t i = size_t(y0) * W; i < size_t(y1) * W && !gathers; ++i)
+                gathers = diameter[i] && diameter[i] < 64;
             if (gathers) {
                 // The values the gather adds, colour or the highlight curve of a bright pixel, summed along rows
                 // and then down the band.
@@ -475,7 +491,8 @@ void CLensBlurProcess::Gather(const COLImage& source)
                             sum += values[ch][size_t(x)];
                             row[x + 1] = sum;
                         }
-                        for (size_t x = 0; x < band.stride; ++x) area[x] = above[x] + row[x];
+                        for (size_t x = 0; x < band.stride; ++x)
+                            area[x] = above[x] + row[x];
                     }
                 }
             }
@@ -504,7 +521,8 @@ void CLensBlurProcess::Gather(const COLImage& source)
                         uint32_t weight = plane.total;
                         if (!rowsInside) {
                             weight = 0;
-                            for (int r = rLo; r < rHi; ++r) weight += plane.rowWeight[r];
+                            for (int r = rLo; r < rHi; ++r)
+                                weight += plane.rowWeight[r];
                         }
                         // Sixteen or eight pixels of one diameter at once, all with their windows' columns on the
                         // picture.
@@ -549,5 +567,6 @@ void CLensBlurProcess::Gather(const COLImage& source)
     });
     // Every pixel becomes opaque: those copied, those taken from the half-size pass and those kept.
     CPixel* out = m_pDstImage->GetBuffer();
-    for (size_t i = 0, n = m_pDstImage->GetPixelCount(); i < n; ++i) out[i].alpha = 255;
+    for (size_t i = 0, n = m_pDstImage->GetPixelCount(); i < n; ++i)
+        out[i].alpha = 255;
 }

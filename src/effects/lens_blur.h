@@ -75,6 +75,6 @@ private:
     COLImage m_halfResult;
     COLChannel m_halfDepth;
     int32_t m_needsHalfPass = 0;
-    std::vector<uint8_t> m_kernels;   // kKernelPlanes planes of 64 x 64
+    std::vector<uint8_t> m_kernels; // kKernelPlanes planes of 64 x 64
     int32_t m_highlightCurve[256] = {};
 };

@@ -6,8 +6,8 @@
 #include "commands/history_sink.h"
 #include "document/layer.h"
 #include "effects/image_size.h"
+#include "filters/resample.h"
 #include "imaging/codec.h"
-#include "matting/resample.h"
 
 namespace {
 
@@ -63,6 +63,19 @@ CRect ThumbnailRect(const CRect& panel, int imageWidth, int imageHeight)
     return CRect{left, top, left + w, top + h};
 }
 
+bool MakeDepthThumbnail(const COLImage& image, const CRect& thumbnail, COLImage& picture)
+{
+    if (thumbnail.IsEmpty() || !ScaleImage(image, picture, thumbnail.Width(), thumbnail.Height(), kScaleBicubic))
+        return false;
+    CPixel* p = picture.GetBuffer();
+    for (size_t i = 0, n = picture.GetPixelCount(); i < n; ++i) {
+        p[i].blue = uint8_t((p[i].blue + 255) / 2);
+        p[i].green = uint8_t((p[i].green + 255) / 2);
+        p[i].red = uint8_t((p[i].red + 255) / 2);
+    }
+    return true;
+}
+
 int TunnelDistance(const DepthMapInput& in, int x, int y, int width, int height)
 {
     const CRect& t = in.thumbnail;
@@ -72,8 +85,10 @@ int TunnelDistance(const DepthMapInput& in, int x, int y, int width, int height)
     const int cx = in.vanishX, cy = in.vanishY;
     // Measured to the panel's edges. A vanishing point outside the panel can make a span empty or negative;
     // no pixel then lies on that side of it, and a span of at least 1 keeps the division defined.
-    const int dx = px <= cx ? (cx - px) * 255 / std::max(cx - g.left + 1, 1) : (px - cx) * 255 / std::max(g.right - cx + 1, 1);
-    const int dy = py <= cy ? (cy - py) * 255 / std::max(cy - g.top + 1, 1) : (py - cy) * 255 / std::max(g.bottom - cy + 1, 1);
+    const int dx =
+        px <= cx ? (cx - px) * 255 / std::max(cx - g.left + 1, 1) : (px - cx) * 255 / std::max(g.right - cx + 1, 1);
+    const int dy =
+        py <= cy ? (cy - py) * 255 / std::max(cy - g.top + 1, 1) : (py - cy) * 255 / std::max(g.bottom - cy + 1, 1);
     return std::max(dx, dy);
 }
 
@@ -106,7 +121,7 @@ bool BuildDepthMap(const DepthMapInput& in, uint32_t width, uint32_t height, COL
                 if (d > f)
                     value = (d - f) * 255 / (255 - f);
                 else
-                    value = static_cast<int>(((f - d) * 255) / (f * 1.3));   // the near side blurs more slowly
+                    value = static_cast<int>(((f - d) * 255) / (f * 1.3)); // the near side blurs more slowly
             } else {
                 value = std::min(d - f, 255);
             }
@@ -154,7 +169,7 @@ bool MakePreviewDocument(const CLayerStack& document, CComposeDocument& preview,
         } else {
             layer->m_x = static_cast<int>(from->m_x * rx);
             layer->m_y = static_cast<int>(from->m_y * ry);
-            if (!from->m_image.IsEmpty() &&
+            if (!from->m_image.IsNull() &&
                 !ScaleImage(from->m_image, layer->m_image, static_cast<int>(from->m_image.GetWidth() * rx),
                             static_cast<int>(from->m_image.GetHeight() * ry), kScaleBilinear))
                 return false;
@@ -181,7 +196,7 @@ std::string LoadAperturePicture(const std::string& path, COLImage& picture)
 bool ApertureShape(const COLImage& picture, int shape, COLChannel& aperture)
 {
     if (shape < kApertureOctagon || shape > kApertureCircle) return false;
-    return aperture.ExtractFrom(&picture, shape) != 0;   // blue, green, red: octagon, hexagon, circle
+    return aperture.ExtractFrom(&picture, shape) != 0; // blue, green, red: octagon, hexagon, circle
 }
 
 // ---- CLensBlurDlgLogic --------------------------------------------------------------------------------------
@@ -244,7 +259,7 @@ DepthMapInput CLensBlurDlgLogic::DepthInput() const
 bool CLensBlurDlgLogic::BuildPreviewDepth()
 {
     const CLayer* current = m_previewDocument.GetCurrentLayer();
-    if (!current || current->m_image.IsEmpty()) return false;
+    if (!current || current->m_image.IsNull()) return false;
     return BuildDepthMap(DepthInput(), current->m_image.GetWidth(), current->m_image.GetHeight(), m_previewDepth);
 }
 
@@ -276,11 +291,12 @@ long CLensBlurDlgLogic::RunPreview()
 long CLensBlurDlgLogic::RunFinal(CComposeDocument& document, IHistorySink* history, ProgressCallback progress)
 {
     CLayer* layer = document.GetCurrentLayer();
-    if (!layer || layer->m_image.IsEmpty() || !m_previewSource.DuplicateFrom(&layer->m_image)) return kFail;
+    if (!layer || layer->m_image.IsNull() || !m_previewSource.DuplicateFrom(&layer->m_image)) return kFail;
     // The depth map is still made at preview size and brought up to the picture's.
     if (!BuildPreviewDepth()) return kFail;
     m_previewDocument.Clear();
-    if (!ResampleChannel(&m_previewDepth, &m_fullDepth, int(m_previewSource.GetWidth()), int(m_previewSource.GetHeight())))
+    if (!ResampleChannel(&m_previewDepth, &m_fullDepth, int(m_previewSource.GetWidth()),
+                         int(m_previewSource.GetHeight())))
         return kFail;
     LensBlurParams params;
     if (!FillParams(params)) return kFail;

@@ -20,14 +20,14 @@ enum : int { kApertureOctagon = 0, kApertureHexagon = 1, kApertureCircle = 2 };
 
 // The dialog's settings with their initial values, and the controls' ranges.
 struct LensBlurSettings {
-    int depthMode = kDepthFlat;          // 0 "平面", 1 "隧道灭点", 2 "地平线"
+    int depthMode = kDepthFlat;           // 0 "平面", 1 "隧道灭点", 2 "地平线"
     int apertureShape = kApertureHexagon; // 0 "八角", 1 "六角", 2 "普通圆"
-    int focus = 0;                       // -10..100; only used when depthMode is above 0 (but see BuildDepthMap)
-    int highlightAmplitude = 0;          // 0..100
-    int radius = 2;                      // 1..64
-    int highlightThreshold = 250;        // 200..255
-    int useMask = 0;                     // take the document's mask as the foreground
-    int recordHistory = 1;               // the dialog writes its own history step
+    int focus = 0;                        // -10..100; only used when depthMode is above 0 (but see BuildDepthMap)
+    int highlightAmplitude = 0;           // 0..100
+    int radius = 2;                       // 1..64
+    int highlightThreshold = 250;         // 200..255
+    int useMask = 0;                      // take the document's mask as the foreground
+    int recordHistory = 1;                // the dialog writes its own history step
 };
 inline constexpr int kFocusMin = -10, kFocusMax = 100;
 inline constexpr int kRadiusMin = 1, kRadiusMax = 64;
@@ -48,6 +48,11 @@ void EndWizardEntry(CComposeDocument& document, int savedIndex);
 // side and letterboxed to the picture's proportions. The window lays its panel out at kDepthPanel.
 inline constexpr CRect kDepthPanel{10, 10, 266, 202};
 CRect ThumbnailRect(const CRect& panel, int imageWidth, int imageHeight);
+
+// The picture shown in the depth panel in modes 1 and 2: the image scaled (bicubic) to the thumbnail's size, each
+// channel lightened halfway to white so that the perspective figure drawn over it stays visible. False when the
+// thumbnail is empty or memory runs out.
+bool MakeDepthThumbnail(const COLImage& image, const CRect& thumbnail, COLImage& picture);
 
 // What the depth map is built from. The vanishing point is in dialog coordinates, the horizon row in rows of the
 // picture the map is made for.
@@ -122,7 +127,7 @@ private:
     double m_previewScale = 1.0;
     int m_documentWidth = 0, m_documentHeight = 0;
     CRect m_thumbnail;
-    int m_vanishX = 0, m_vanishY = 0;   // dialog coordinates
-    int m_horizonRow = 0;               // preview rows
+    int m_vanishX = 0, m_vanishY = 0; // dialog coordinates
+    int m_horizonRow = 0;             // preview rows
     CLensBlurProcess m_process;
 };

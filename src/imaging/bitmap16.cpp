@@ -26,7 +26,7 @@ void C16BitBitmap::Free()
 
 int C16BitBitmap::ConvertFromSimpleBitmap(const COLImage* image, int smart)
 {
-    if (!image || image->IsEmpty()) return 0;
+    if (!image || image->IsNull()) return 0;
     if (!Create(image->GetWidth(), image->GetHeight())) return 0;
     if (smart) return SmartConvert(image);
     const CPixel* src = image->GetBuffer();

@@ -3,8 +3,8 @@
 #include <cstring>
 #include <utility>
 
-#include "imaging/aligned_block.h"
 #include "imaging/image.h"
+#include "runtime/aligned_block.h"
 
 COLChannel::~COLChannel() { Free(); }
 
@@ -57,7 +57,7 @@ int COLChannel::DuplicateFrom(const COLChannel* source)
 
 int COLChannel::ExtractFrom(const COLImage* image, int byteIndex)
 {
-    if (!image || image->IsEmpty()) return 0;
+    if (!image || image->IsNull()) return 0;
     if (Create(image->GetWidth(), image->GetHeight()) != kOk) return 0;
     const uint8_t* src = reinterpret_cast<const uint8_t*>(image->GetBuffer()) + byteIndex;
     for (uint32_t i = 0; i < m_byteSize; ++i) m_pBuffer[i] = src[size_t(i) * 4];
@@ -105,7 +105,7 @@ void COLChannel::Square()
     for (uint32_t i = 0; i < m_byteSize; ++i) m_pBuffer[i] = static_cast<uint8_t>(m_pBuffer[i] * m_pBuffer[i] / 255);
 }
 
-int COLChannel::IsEmpty() const
+int COLChannel::IsAllZero() const
 {
     if (!m_pBuffer) return 1;
     for (uint32_t i = 0; i < m_byteSize; ++i)

@@ -39,7 +39,8 @@ public:
     COLChannel* Add(const COLChannel* other);
     COLChannel* Subtract(const COLChannel* other);
     void Square();
-    int IsEmpty() const;
+    // 1 when no byte is set (a mask that selects nothing), a plane without a buffer included.
+    int IsAllZero() const;
     // Dumps the plane as a gray BMP for inspection; failures are silent.
     void SaveToFile(const char* path) const;
 

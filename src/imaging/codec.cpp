@@ -126,7 +126,7 @@ int COLImageCodec::LoadFile(const char* path, COLImage* image)
     if (!image) return 0;
     COLImage loaded;
     const uint32_t type = path ? GetFileType(path) : kFileUnusable;
-    if (!LoadByType(path, type, loaded) || loaded.IsEmpty()) {
+    if (!LoadByType(path, type, loaded) || loaded.IsNull()) {
         image->Free();
         return 0;
     }
@@ -136,7 +136,7 @@ int COLImageCodec::LoadFile(const char* path, COLImage* image)
 
 int COLImageCodec::SaveFile(const char* path, const COLImage* image)
 {
-    if (!path || !image || image->IsEmpty()) return 0;
+    if (!path || !image || image->IsNull()) return 0;
     const std::string ext = codec::Extension(path);
     return Guarded([&] {
         if (ext == "bmp" || ext == "dib") return codec::SaveBmp(path, *image);
@@ -153,13 +153,13 @@ int COLImageCodec::SaveFile(const char* path, const COLImage* image)
 
 int COLImageCodec::SaveFileWithAlpha(const char* path, const COLImage* image)
 {
-    if (!path || !image || image->IsEmpty()) return 0;
+    if (!path || !image || image->IsNull()) return 0;
     return Guarded([&] { return codec::SavePng(path, *image, true); }) ? 1 : 0;
 }
 
 int COLImageCodec::SaveJpegFile(const char* path, const COLImage* image, int quality, int dpi)
 {
-    if (!path || !image || image->IsEmpty()) return 0;
+    if (!path || !image || image->IsNull()) return 0;
     // Above 100 the caller asks for the same quality without chroma subsampling.
     const bool fullChroma = quality > 100;
     if (fullChroma) quality -= 100;

@@ -196,7 +196,7 @@ bool LoadBmp(const uint8_t* data, size_t size, COLImage& image)
 
 bool SaveBmp(const char* path, const COLImage& image)
 {
-    if (image.IsEmpty() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
+    if (image.IsNull() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
     const uint32_t stride = (w * 3 + 3) & ~3u;
     const uint32_t pixelBytes = stride * h;

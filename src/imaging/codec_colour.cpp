@@ -123,7 +123,7 @@ void COLImageCodec::RGB2YUV(CPixel* pixels, int count)
 
 int COLImageCodec::RGBToYUV(COLImage* image)
 {
-    if (!image || image->IsEmpty()) return 0;
+    if (!image || image->IsNull()) return 0;
     CPixel* p = image->GetBuffer();
     for (size_t i = 0, n = image->GetPixelCount(); i < n; ++i)
         ToYuv(p[i]);
@@ -132,7 +132,7 @@ int COLImageCodec::RGBToYUV(COLImage* image)
 
 int COLImageCodec::YUVToRGB(COLImage* image)
 {
-    if (!image || image->IsEmpty()) return 0;
+    if (!image || image->IsNull()) return 0;
     CPixel* p = image->GetBuffer();
     for (size_t i = 0, n = image->GetPixelCount(); i < n; ++i)
         FromYuv(p[i]);

@@ -106,7 +106,7 @@ namespace {
 
 int ResampleOrThrow(const COLImage* source, COLImage* destination, int width, int height, int method)
 {
-    if (!source || !destination || source->IsEmpty() || method != 1) return 0;
+    if (!source || !destination || source->IsNull() || method != 1) return 0;
     if (width < 1 || height < 1 || uint32_t(width) > kMaxImageSide || uint32_t(height) > kMaxImageSide) return 0;
     const uint32_t sw = source->GetWidth(), sh = source->GetHeight();
     const uint32_t dw = uint32_t(width), dh = uint32_t(height);
@@ -175,7 +175,7 @@ int COLImageCodec::Resample(const COLImage* source, COLImage* destination, int w
 
 int COLImageCodec::Rotate(const COLImage* source, COLImage* destination, float angle)
 {
-    if (!source || !destination || source->IsEmpty() || !std::isfinite(angle)) return 0;
+    if (!source || !destination || source->IsNull() || !std::isfinite(angle)) return 0;
     double a = std::fmod(double(angle), 360.0);
     if (a < 0) a += 360.0;
     const uint32_t w = source->GetWidth(), h = source->GetHeight();

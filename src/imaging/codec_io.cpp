@@ -58,7 +58,7 @@ std::string Extension(const char* path)
 
 void OpaqueIfAllClear(COLImage& image)
 {
-    if (image.IsEmpty()) return;
+    if (image.IsNull()) return;
     CPixel* p = image.GetBuffer();
     const size_t n = image.GetPixelCount();
     for (size_t i = 0; i < n; ++i)

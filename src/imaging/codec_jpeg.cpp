@@ -173,7 +173,7 @@ int ExifOrientation(const uint8_t* data, size_t size)
 
 bool ApplyOrientation(COLImage& image, int orientation)
 {
-    if (orientation < 2 || orientation > 8 || image.IsEmpty()) return true;
+    if (orientation < 2 || orientation > 8 || image.IsNull()) return true;
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
     const bool swap = orientation >= 5;
     const uint32_t dw = swap ? h : w, dh = swap ? w : h;
@@ -240,7 +240,7 @@ bool LoadJpeg(const uint8_t* data, size_t size, COLImage& image)
 
 bool SaveJpeg(const char* path, const COLImage& image, int quality, bool fullChroma, int dpi)
 {
-    if (image.IsEmpty() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
+    if (image.IsNull() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
     if (quality < 1) quality = 1;
     if (quality > 100) quality = 100;
     if (dpi < 1 || dpi > 65535) dpi = 72;

@@ -132,7 +132,7 @@ bool WriteChunk(CSafeFileWriter& w, const char* type, std::initializer_list<std:
 
 bool SavePng(const char* path, const COLImage& image, bool alpha)
 {
-    if (image.IsEmpty() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
+    if (image.IsNull() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
     const size_t rowBytes = size_t(w) * (alpha ? 4 : 3) + 1;
     const uint32_t rowsPerBand = static_cast<uint32_t>(std::max<size_t>(1, kBandBytes / rowBytes));

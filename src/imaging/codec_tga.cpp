@@ -126,7 +126,7 @@ bool IsTgaFooter(const uint8_t* data, size_t size)
 
 bool SaveTga(const char* path, const COLImage& image)
 {
-    if (image.IsEmpty() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
+    if (image.IsNull() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
     if (w > 0xFFFF || h > 0xFFFF) return false;
     uint8_t header[18] = {};

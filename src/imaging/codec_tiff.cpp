@@ -261,7 +261,7 @@ bool LoadTiff(const char* path, COLImage& image)
 
 bool SaveTiff(const char* path, const COLImage& image)
 {
-    if (image.IsEmpty() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
+    if (image.IsNull() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
     CSafeFileWriter writer;
     if (!writer.Open(path)) return false;
     TIFFOpenOptions* opts = QuietOptions();

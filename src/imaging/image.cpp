@@ -8,9 +8,9 @@
 #include <new>
 #include <vector>
 
-#include "imaging/aligned_block.h"
 #include "imaging/channel.h"
 #include "imaging/safe_file.h"
+#include "runtime/aligned_block.h"
 
 COLImage::~COLImage() { Free(); }
 

@@ -25,7 +25,8 @@ public:
     void Free();
 
     CPixel* GetBuffer(uint32_t x = 0, uint32_t y = 0) const { return m_pBuffer + (size_t(y) * m_width + x); }
-    bool IsEmpty() const { return m_pBuffer == nullptr; }
+    // No pixels at all: the image was never created or has been freed.
+    bool IsNull() const { return m_pBuffer == nullptr; }
     void PutPixel(uint32_t x, uint32_t y, CPixel p) { m_pBuffer[size_t(y) * m_width + x] = p; }
     uint32_t GetPixel(uint32_t x, uint32_t y) const { return m_pBuffer[size_t(y) * m_width + x].Word(); }
     CPixel GetPixel2(uint32_t x, uint32_t y) const { return m_pBuffer[size_t(y) * m_width + x]; }

@@ -13,7 +13,7 @@ namespace batchkey {
 
 CPixel ColourAtPercent(const COLImage& image, int pickX, int pickY)
 {
-    if (image.IsEmpty()) return CPixel{0, 0, 0, 255};
+    if (image.IsNull()) return CPixel{0, 0, 0, 255};
     const uint32_t x = uint32_t(pickX) * image.GetWidth() / 100;
     const uint32_t y = uint32_t(pickY) * image.GetHeight() / 100;
     const int ix = static_cast<int>(x), iy = static_cast<int>(y);
@@ -117,7 +117,7 @@ std::vector<Failure> Run(const std::vector<std::string>& files, const Settings& 
         const std::string& path = files[i];
         if (listener.onStart) listener.onStart(i, count, path);
         COLImage source, result;
-        if (!codec.LoadFile(path.c_str(), &source) || source.IsEmpty()) {
+        if (!codec.LoadFile(path.c_str(), &source) || source.IsNull()) {
             fail(i, path, "cannot read the picture");
             continue;
         }

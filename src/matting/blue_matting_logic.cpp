@@ -52,7 +52,7 @@ bool CBlueMattingLogic::RefreshHueStrip(const std::vector<CPixel>* toolColours)
     if (toolColours && !toolColours->empty()) first = toolColours->front();
     else if (!colours.empty()) first = colours.front();
     else return false;
-    if (m_strip.IsEmpty()) return false;
+    if (m_strip.IsNull()) return false;
 
     COLImageCodec codec;
     CPixel hsb = first;
@@ -77,7 +77,7 @@ bool CBlueMattingLogic::RefreshHueStrip(const std::vector<CPixel>* toolColours)
 void CBlueMattingLogic::DrawOverChecker(const COLImage& plain, const COLImage& keyed, COLImage& picture)
 {
     const uint32_t w = plain.GetWidth(), h = plain.GetHeight();
-    if (plain.IsEmpty() || keyed.IsEmpty() || keyed.GetWidth() != w || keyed.GetHeight() != h) return;
+    if (plain.IsNull() || keyed.IsNull() || keyed.GetWidth() != w || keyed.GetHeight() != h) return;
     if (picture.Create(w, h) != kOk) return;
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x) {
@@ -98,7 +98,7 @@ void CBlueMattingLogic::DrawOverChecker(const COLImage& plain, const COLImage& k
 std::vector<int> CBlueMattingLogic::CleaningHistogram(const COLImage& result)
 {
     std::vector<int> smoothed(256, 0);
-    if (result.IsEmpty()) return smoothed;
+    if (result.IsNull()) return smoothed;
     std::vector<int64_t> raw(256, 0);
     const CPixel* p = result.GetBuffer();
     for (size_t i = 0, n = result.GetPixelCount(); i < n; ++i) ++raw[p[i].alpha];

@@ -153,7 +153,7 @@ void CChromaKeyProcess::MixColours(const COLImage& source)
 void CChromaKeyProcess::ApplyAlphaLevels(COLImage& image, int levelLow, int levelHigh)
 {
     uint8_t table[256];
-    if (image.IsEmpty() || !keymath::BuildLevelsTable(levelLow, levelHigh, table)) return;
+    if (image.IsNull() || !keymath::BuildLevelsTable(levelLow, levelHigh, table)) return;
     const uint32_t w = image.GetWidth();
     keyrows::ForRows(0, static_cast<int>(image.GetHeight()), w, [&](int y0, int y1) {
         CPixel* p = image.GetBuffer(0, y0);
@@ -208,7 +208,7 @@ long CChromaKeyProcess::RemoveShadow()
 CPixel CChromaKeyProcess::EstimateBackdropColour(const COLImage& image)
 {
     CPixel result{0, 0, 0, 255};
-    if (image.IsEmpty()) return result;
+    if (image.IsNull()) return result;
     const int w = static_cast<int>(image.GetWidth()), h = static_cast<int>(image.GetHeight());
 
     // Sums in 64 bits: a 20000 x 20000 picture overflows 32.

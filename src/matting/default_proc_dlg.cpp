@@ -59,7 +59,7 @@ void DefaultProcDlg::Close(bool restoreChannel)
     m_restartPending = 0;
     if (restoreChannel) {
         if (m_pChannelTarget && !m_savedChannel.IsNull()) m_pChannelTarget->DuplicateFrom(&m_savedChannel);
-    } else if (m_pImageTarget && !m_savedImage.IsEmpty()) {
+    } else if (m_pImageTarget && !m_savedImage.IsNull()) {
         m_pImageTarget->DuplicateFrom(&m_savedImage);
     }
     OnClosed();

@@ -7,10 +7,10 @@
 #include <utility>
 #include <vector>
 
+#include "filters/resample.h"
 #include "matting/exact_divider.h"
-#include "matting/parallel_for.h"
-#include "matting/resample.h"
-#include "matting/simd_level.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 
 #if defined(__GNUC__) && defined(__x86_64__)
 #define VM_X86_SIMD 1
@@ -343,7 +343,7 @@ struct ImageSide {
     using Picture = COLImage;
     static constexpr int kBytes = 4;
     static uint8_t* Bytes(const COLImage& p) { return reinterpret_cast<uint8_t*>(p.GetBuffer()); }
-    static bool Empty(const COLImage& p) { return p.IsEmpty(); }
+    static bool Empty(const COLImage& p) { return p.IsNull(); }
     static int Resample(const COLImage* s, COLImage* d, int w, int h) { return ResampleImage(s, d, w, h, 0, 0, -1, -1); }
 };
 

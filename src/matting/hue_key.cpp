@@ -11,7 +11,7 @@
 #include "matting/gaussian.h"
 #include "matting/key_math.h"
 #include "matting/key_rows.h"
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 namespace {
 

@@ -10,7 +10,7 @@ void CImageProcess::ReportProgress(int32_t percent)
 
 long CImageProcess::Process(const void*)
 {
-    if (!m_pSrcImage || !m_pDstImage || m_pSrcImage->IsEmpty()) return kFail;
+    if (!m_pSrcImage || !m_pDstImage || m_pSrcImage->IsNull()) return kFail;
     return kOk;
 }
 
@@ -22,7 +22,7 @@ long CImageProcess::ProcessChannel(const void*)
 
 int CImageProcess::CopySourceToResult()
 {
-    if (!m_pSrcImage || !m_pDstImage || m_pSrcImage->IsEmpty()) return 0;
+    if (!m_pSrcImage || !m_pDstImage || m_pSrcImage->IsNull()) return 0;
     if (m_pSrcImage == m_pDstImage) return 1;
     return m_pDstImage->DuplicateFrom(m_pSrcImage);
 }

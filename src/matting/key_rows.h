@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <functional>
 
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 // Row loops of the keyers over the shared core split. Only for passes whose rows are independent (each output
 // byte depends on inputs that the pass does not write), so the bytes are the same on any number of cores.

@@ -10,13 +10,8 @@
 #include "matting/image_process.h"
 #include "matting/process_wait.h"
 
-// Message numbers the worker, the dialogs and the main frame agree on.
-inline constexpr uint32_t WM_PROCESS_START = 0x433;
-inline constexpr uint32_t WM_PROCESS_EVENT = 0x434;
-inline constexpr uint32_t WM_PROCESS_CLOSE_WAIT = 0x505;
-
-// The window a run reports to. Calls come on the worker thread; an implementation posts WM_PROCESS_EVENT to its
-// own thread and returns at once (first 0: progress with the percentage; 1: done with the caller's value).
+// The window a run reports to. Calls come on the worker thread; an implementation posts the event to its own
+// thread and returns at once (first 0: progress with the percentage; 1: done with the caller's value).
 class IProcessNotify {
 public:
     virtual ~IProcessNotify() = default;

@@ -7,7 +7,7 @@
 class CProcessThread;
 class CProcessWaitDlg;
 
-// The window side of the wait dialog, implemented by the shell: a borderless dialog with kText and a modal loop.
+// The window side of the wait dialog, implemented by the shell: a borderless dialog and a modal loop.
 class IWaitDialogHost {
 public:
     virtual ~IWaitDialogHost() = default;
@@ -24,7 +24,6 @@ public:
 // Without a host the modal wait simply blocks the calling thread (the command line and tests).
 class CProcessWaitDlg {
 public:
-    static constexpr const char* kText = "处理中...如果操作支持中断，可按ESC取消";
     // What DoModal returns.
     static constexpr int kEndedByRun = 1;
     static constexpr int kEndedByEscape = 2;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 namespace {
 

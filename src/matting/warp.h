@@ -8,13 +8,13 @@
 // A second-order polynomial map from destination to source pixels. Each polynomial P applies its six
 // coefficients as P(a, b) = c0 a a + c1 b b + c2 a b + c3 a + c4 b + c5.
 struct WarpParams {
-    double xCoef[6];      // polynomial for the source x
-    double yCoef[6];      // polynomial for the source y
-    int32_t width;        // destination size
+    double xCoef[6]; // polynomial for the source x
+    double yCoef[6]; // polynomial for the source y
+    int32_t width;   // destination size
     int32_t height;
-    CPixel fillColour;    // outside the source, mode 0
-    uint32_t mode;        // 0: normalised destination coordinates; else pixel coordinates plus the origin
-    int32_t originX;      // added to x and y in the second mode
+    CPixel fillColour; // outside the source, mode 0
+    uint32_t mode;     // 0: normalised destination coordinates; else pixel coordinates plus the origin
+    int32_t originX;   // added to x and y in the second mode
     int32_t originY;
 };
 

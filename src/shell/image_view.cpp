@@ -344,7 +344,7 @@ void CImageView::paintEvent(QPaintEvent*)
     for (const QRect& part : around)
         p.fillRect(part, FromRgb(m_backColor));
 
-    if (m_pOverride && !m_pOverride->IsEmpty()) {
+    if (m_pOverride && !m_pOverride->IsNull()) {
         QImage copy(int(m_pOverride->GetWidth()), int(m_pOverride->GetHeight()), QImage::Format_RGB32);
         for (int y = 0; y < copy.height(); ++y) {
             const CPixel* src = m_pOverride->GetBuffer(0, uint32_t(y));

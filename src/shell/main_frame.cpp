@@ -30,9 +30,9 @@
 #include "commands/project_stream.h"
 #include "document/compositor.h"
 #include "document/layer.h"
-#include "document/picture_file.h"
 #include "shell/ruler.h"
 #include "imaging/codec.h"
+#include "interchange/export.h"
 #include "shell/app_globals.h"
 #include "shell/command_line.h"
 #include "shell/image_view.h"
@@ -555,13 +555,13 @@ bool CMainFrame::OpenDocumentAt(const std::string& path)
 {
     CComposeDocument& doc = m_app.Document();
     CCommandContext& context = m_app.CommandContext();
-    const uint32_t type = GetPictureFileType(path.c_str());
+    const uint32_t type = COLImageCodec::GetFileType(path.c_str());
     m_messageShown = false;
     // Opening a picture clears the document first; a picture that turns out unreadable must not cost the open
     // one. (The project reader checks the whole file before it replaces anything.)
-    if (type != kFileTypeProject && doc.GetLayerCount() > 0) {
+    if (type != kFileProject && doc.GetLayerCount() > 0) {
         COLImage probe;
-        if (!LoadPictureFile(path.c_str(), &probe)) {
+        if (!COLImageCodec().LoadFile(path.c_str(), &probe)) {
             ShowMessage("can't open");
             return false;
         }
@@ -666,9 +666,8 @@ void CMainFrame::OnClose()
 void CMainFrame::OnNewPicture()
 {
     if (!CheckDiscard()) return;
-    const bool zh = m_app.GetLanguage() == ETextLanguage::kChinese;
     QDialog dialog(this);
-    dialog.setWindowTitle(zh ? QStringLiteral("新建图片") : QStringLiteral("New picture"));
+    dialog.setWindowTitle(Text("newpicture"));
     auto* form = new QFormLayout(&dialog);
     auto* w = new QSpinBox(&dialog);
     auto* h = new QSpinBox(&dialog);
@@ -676,8 +675,8 @@ void CMainFrame::OnNewPicture()
         s->setRange(1, int(kMaxImageSide));
     w->setValue(800);
     h->setValue(600);
-    form->addRow(zh ? QStringLiteral("宽度") : QStringLiteral("Width"), w);
-    form->addRow(zh ? QStringLiteral("高度") : QStringLiteral("Height"), h);
+    form->addRow(Text("picwidth"), w);
+    form->addRow(Text("picheight"), h);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
     connect(buttons, &QDialogButtonBox::accepted, &dialog, &QDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
@@ -719,69 +718,71 @@ bool CMainFrame::SaveProjectTo(const std::string& path, bool withHistory)
     return true;
 }
 
-bool CMainFrame::ExportComposite(const std::string& path, bool jpeg)
+bool CMainFrame::ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension)
 {
-    COLImage composite;
-    if (ComposeForExport(m_app.Document(), composite).isNull()) {
-        ShowMessage("except");
-        return false;
-    }
-    COLImageCodec codec;
+    const ExportFormat* format = FindExportFormat(std::string("x.") + extension);
+    if (!format) return false;
+    ExportOptions options;
     // The quality the JPEG dialog starts with, in full colour.
-    const int ok =
-        jpeg ? codec.SaveJpegFile(path.c_str(), &composite, 180, 72) : codec.SaveFile(path.c_str(), &composite);
-    if (!ok) {
+    options.jpegQuality = 180;
+    if (ExportPicture(WithExportExtension(path, *format), picture, options) != EExportResult::kOk) {
         ShowMessage("saveerr");
         return false;
     }
     return true;
 }
 
+bool CMainFrame::ExportComposite(const std::string& path, const char* extension)
+{
+    COLImage composite;
+    if (ComposeForExport(m_app.Document(), composite).isNull()) {
+        ShowMessage("except");
+        return false;
+    }
+    return ExportPictureTo(path, composite, extension);
+}
+
 void CMainFrame::OnSave()
 {
     CComposeDocument& doc = m_app.Document();
     if (doc.GetLayerCount() < 1 || IsSelectionMode()) return;
-    const bool zh = m_app.GetLanguage() == ETextLanguage::kChinese;
     QDialog dialog(this);
-    dialog.setWindowTitle(zh ? QStringLiteral("存储和导出") : QStringLiteral("Save and export"));
+    dialog.setWindowTitle(Text("save"));
     auto* col = new QVBoxLayout(&dialog);
 
-    auto* project = new QGroupBox(
-        zh ? QStringLiteral("工程文件，以后可以继续编辑") : QStringLiteral("Project, to go on later"), &dialog);
+    auto* project = new QGroupBox(Text("saveproject"), &dialog);
     auto* projectRow = new QHBoxLayout(project);
-    auto* projectButton = new QPushButton(zh ? QStringLiteral("工程文件...") : QStringLiteral("Project..."), project);
-    auto* withHistory =
-        new QCheckBox(zh ? QStringLiteral("包含历史纪录") : QStringLiteral("Include the history"), project);
+    auto* projectButton = new QPushButton(Text("saveprojectbtn"), project);
+    auto* withHistory = new QCheckBox(Text("withhistory"), project);
     projectRow->addWidget(projectButton);
     projectRow->addWidget(withHistory);
     projectRow->addStretch(1);
     col->addWidget(project);
 
-    auto* flat = new QGroupBox(zh ? QStringLiteral("合成后的图片") : QStringLiteral("The composed picture"), &dialog);
+    auto* flat = new QGroupBox(Text("savecomposite"), &dialog);
     auto* flatRow = new QHBoxLayout(flat);
     struct Export {
         const char* label;
         const char* filter;
-        bool jpeg;
+        const char* extension;
     };
-    const Export exports[] = {{"JPEG...", "Jpeg File(*.jpg)|*.jpg||", true},
-                              {"Bitmap...", "Bitmap File(*.bmp)|*.bmp||", false},
-                              {"TIFF...", "Tiff File(*.tif)|*.tif||", false},
-                              {"TGA...", "TGA File(*.tga)|*.tga||", false}};
+    const Export exports[] = {{"JPEG...", "Jpeg File(*.jpg)|*.jpg||", "jpg"},
+                              {"Bitmap...", "Bitmap File(*.bmp)|*.bmp||", "bmp"},
+                              {"TIFF...", "Tiff File(*.tif)|*.tif||", "tif"},
+                              {"TGA...", "TGA File(*.tga)|*.tga||", "tga"}};
     for (const Export& e : exports) {
         auto* b = new QPushButton(QString::fromLatin1(e.label), flat);
         flatRow->addWidget(b);
         connect(b, &QPushButton::clicked, &dialog, [this, &dialog, e] {
             const QString path = m_pServices->GetSaveFileName(e.filter);
             if (path.isEmpty()) return;
-            ExportComposite(path.toStdString(), e.jpeg);
+            ExportComposite(path.toStdString(), e.extension);
             dialog.accept();
         });
     }
     col->addWidget(flat);
 
-    auto* layer = new QGroupBox(
-        zh ? QStringLiteral("当前图层，带透明度") : QStringLiteral("The current layer, with transparency"), &dialog);
+    auto* layer = new QGroupBox(Text("savelayer"), &dialog);
     auto* layerRow = new QHBoxLayout(layer);
     auto* png = new QPushButton(QStringLiteral("PNG..."), layer);
     layerRow->addWidget(png);
@@ -811,33 +812,30 @@ void CMainFrame::OnSave()
 void CMainFrame::OnExportLayer()
 {
     const CLayer* layer = m_app.Document().GetCurrentLayer();
-    if (!layer || layer->m_image.IsEmpty()) return;
+    if (!layer || layer->m_image.IsNull()) return;
     const QString path = m_pServices->GetSaveFileName("PNG File(*.png)|*.png||");
     if (path.isEmpty()) return;
-    COLImageCodec codec;
-    if (!codec.SaveFileWithAlpha(path.toStdString().c_str(), &layer->m_image)) ShowMessage("saveerr");
+    ExportPictureTo(path.toStdString(), layer->m_image, "png");
 }
 
 void CMainFrame::OnSettings()
 {
-    const bool zh = m_app.GetLanguage() == ETextLanguage::kChinese;
     struct Option {
-        const char* key;
-        const char* chinese;
-        const char* english;
+        const char* key;       // profile key
+        const char* textKey;   // string key of the check box
     };
     const Option options[] = {
-        {"AfterOpenWizard", "打开文件后询问下一步做什么", "Ask what to do next after opening a file"},
-        {"PureBk", "单色幕抠图前显示说明", "Explain the chroma key before it starts"},
-        {"DbSel", "内外轮廓抠图前显示说明", "Explain the contour method before it starts"},
-        {"Check Result", "第一次得到抠图结果后显示检查说明", "Explain how to check the first cut-out"},
+        {"AfterOpenWizard", "setafteropen"},
+        {"PureBk", "setpurebk"},
+        {"DbSel", "setdbsel"},
+        {"Check Result", "setcheckresult"},
     };
     QDialog dialog(this);
-    dialog.setWindowTitle(zh ? QStringLiteral("设置") : QStringLiteral("Settings"));
+    dialog.setWindowTitle(Text("settings"));
     auto* col = new QVBoxLayout(&dialog);
     std::vector<QCheckBox*> boxes;
     for (const Option& o : options) {
-        auto* box = new QCheckBox(QString::fromUtf8(zh ? o.chinese : o.english), &dialog);
+        auto* box = new QCheckBox(Text(o.textKey), &dialog);
         box->setChecked(m_app.GetProfileInt(o.key) != 0);
         col->addWidget(box);
         boxes.push_back(box);

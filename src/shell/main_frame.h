@@ -11,6 +11,7 @@
 #include "shell/ui_services.h"
 
 class CAppGlobals;
+class COLImage;
 class CImageView;
 class CRuler;
 class CLayersPanel;
@@ -118,7 +119,10 @@ private:
     void OnCompanion();
     void OnOpenLayer();
     bool SaveProjectTo(const std::string& path, bool withHistory);
-    bool ExportComposite(const std::string& path, bool jpeg);
+    // The composite or a layer's picture in the format of the name's extension; a name without a known one gets
+    // the button's extension. False after the message.
+    bool ExportComposite(const std::string& path, const char* extension);
+    bool ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension);
 
     CAppGlobals& m_app;
     std::unique_ptr<IUiServices> m_ownServices;

@@ -76,7 +76,7 @@ void CNavigator::MakeThumbnail()
     if (!source || pic.isEmpty()) return;
     if (m_thumbPixels.Create(uint32_t(pic.width()), uint32_t(pic.height())) != kOk) return;
     source->RenderWhole(&m_thumbPixels, pic.width(), pic.height());
-    if (m_thumbPixels.IsEmpty()) return;
+    if (m_thumbPixels.IsNull()) return;
     m_thumb = QImage(int(m_thumbPixels.GetWidth()), int(m_thumbPixels.GetHeight()), QImage::Format_RGB32);
     for (int y = 0; y < m_thumb.height(); ++y) {
         const CPixel* src = m_thumbPixels.GetBuffer(0, uint32_t(y));

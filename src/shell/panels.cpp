@@ -11,8 +11,8 @@
 #include "document/compose_document.h"
 #include "document/compositor.h"
 #include "document/layer.h"
+#include "filters/resample.h"
 #include "imaging/gbk_text.h"
-#include "matting/resample.h"
 #include "shell/app_globals.h"
 #include "shell/skin.h"
 
@@ -44,7 +44,7 @@ QIcon LayerThumbnail(const CLayer& layer, bool base, int docWidth, int docHeight
         for (int x = doc.left(); x <= doc.right(); x += 4)
             p.fillRect(QRect(x, y, 4, 4).intersected(doc),
                        ((x - doc.left()) / 4 + (y - doc.top()) / 4) % 2 ? QColor(0xC0, 0xC0, 0xC0) : Qt::white);
-    if (!layer.m_image.IsEmpty()) {
+    if (!layer.m_image.IsNull()) {
         const int lw = std::max(1, int(layer.m_image.GetWidth() * s));
         const int lh = std::max(1, int(layer.m_image.GetHeight() * s));
         COLImage small;

@@ -9,7 +9,7 @@
 
 QImage ToQImage(const COLImage& image, bool opaque)
 {
-    if (image.IsEmpty()) return {};
+    if (image.IsNull()) return {};
     QImage out(int(image.GetWidth()), int(image.GetHeight()), opaque ? QImage::Format_RGB32 : QImage::Format_ARGB32);
     if (out.isNull()) return {};
     for (int y = 0; y < out.height(); ++y) {

@@ -1,6 +1,7 @@
 #include "shell/string_table.h"
 
 #include <cstdlib>
+#include <iterator>
 #include <strings.h>
 
 namespace {
@@ -241,6 +242,23 @@ const TextRow kRows[] = {
     {"tutorial_blue", "help/tutorial_blue.htm", "help/tutorial_blue.htm"},
 };
 
+// Texts of this editor's own dialogs and panels, in both languages, after the rows above.
+const TextRow kEditorRows[] = {
+    {"newpicture", "新建图片", "New picture"},
+    {"picwidth", "宽度", "Width"},
+    {"picheight", "高度", "Height"},
+    {"saveproject", "工程文件，以后可以继续编辑", "Project, to go on later"},
+    {"saveprojectbtn", "工程文件...", "Project..."},
+    {"withhistory", "包含历史纪录", "Include the history"},
+    {"savecomposite", "合成后的图片", "The composed picture"},
+    {"savelayer", "当前图层，带透明度", "The current layer, with transparency"},
+    {"settings", "设置", "Settings"},
+    {"setafteropen", "打开文件后询问下一步做什么", "Ask what to do next after opening a file"},
+    {"setpurebk", "单色幕抠图前显示说明", "Explain the chroma key before it starts"},
+    {"setdbsel", "内外轮廓抠图前显示说明", "Explain the contour method before it starts"},
+    {"setcheckresult", "第一次得到抠图结果后显示检查说明", "Explain how to check the first cut-out"},
+};
+
 // Keys that callers ask for but the Chinese table does not hold (they read as empty there).
 const StringRow kEnglishOnly[] = {
     {"expect", "The operation failed."},
@@ -260,8 +278,10 @@ size_t SharedStringRowCount()
 void FillStringTable(std::vector<StringRow>& rows, ETextLanguage language)
 {
     rows.clear();
-    rows.reserve(SharedStringRowCount() + 4);
+    rows.reserve(SharedStringRowCount() + std::size(kEditorRows) + std::size(kEnglishOnly));
     for (const TextRow& r : kRows)
+        rows.push_back({r.key, language == ETextLanguage::kChinese ? r.chinese : r.english});
+    for (const TextRow& r : kEditorRows)
         rows.push_back({r.key, language == ETextLanguage::kChinese ? r.chinese : r.english});
     if (language == ETextLanguage::kEnglish)
         for (const StringRow& r : kEnglishOnly)

@@ -15,11 +15,12 @@ enum class ETextLanguage { kChinese, kEnglish };
 inline constexpr size_t kMaxStringKey = 31;
 inline constexpr size_t kMaxStringText = 511;
 
-// Empties rows and appends every row of the table in its fixed order. The Chinese table has exactly the program's
-// rows; the English one has the same keys in the same order, then a few keys that the Chinese table lacks.
+// Empties rows and appends every row of the table in its fixed order: the program's rows, then the texts of the
+// editor's own dialogs. The English table has the same keys in the same order, then a few keys that the Chinese
+// table lacks.
 void FillStringTable(std::vector<StringRow>& rows, ETextLanguage language);
 
-// Number of rows of the Chinese table, which every language shares in the same order.
+// Number of the program's rows, which every language has first and in the same order.
 size_t SharedStringRowCount();
 
 // The first row whose key equals key without regard to case; null when there is none.

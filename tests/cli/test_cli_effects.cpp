@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <string>
 
 #include "document/compose_document.h"
@@ -30,7 +29,8 @@ TEST(CliEffects, LensBlurWritesWhatTheDialogWouldMake)
     vmtest::TempDir dir;
     COLImage src;
     vmtest::FillNoise(src, 90, 60, 8);
-    for (size_t i = 0; i < src.GetPixelCount(); ++i) src.GetBuffer()[i].alpha = 255;
+    for (size_t i = 0; i < src.GetPixelCount(); ++i)
+        src.GetBuffer()[i].alpha = 255;
     COLImageCodec codec;
     ASSERT_TRUE(codec.SaveFileWithAlpha(dir.File("in.png").c_str(), &src));
     CliResult r = RunCli("lensblur " + Quote(dir.File("in.png")) + " -o " + Quote(dir.File("out.png")) +
@@ -70,7 +70,8 @@ TEST(CliEffects, LensBlurRefusesBadInput)
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_NE(r.output.find("发生异常，操作失败"), std::string::npos) << r.output;
     EXPECT_NE(r.output.find("31 x 20"), std::string::npos) << r.output;
-    for (const char* bad : {" --radius 65", " --radius 0", " --mode 3", " --aperture star", " --focus -11", " --point 5"}) {
+    for (const char* bad :
+         {" --radius 65", " --radius 0", " --mode 3", " --aperture star", " --focus -11", " --point 5"}) {
         r = RunCli(base + bad);
         EXPECT_EQ(r.exitCode, 2) << bad << ": " << r.output;
     }
@@ -84,13 +85,15 @@ TEST(CliEffects, RunTakesTheGeometryCommands)
     vmtest::FillNoise(src, 30, 20, 1);
     COLImageCodec codec;
     ASSERT_TRUE(codec.SaveFile(dir.File("in.png").c_str(), &src));
-    CliResult r = RunCli("run " + Quote(dir.File("in.png")) + " \"Doc_ImageSize('60','10','1')\" \"Doc_RotateImageLeft\" " +
-                         "\"Doc_ExtendCanvas('1','2','3','4')\" -o " + Quote(dir.File("out.png")));
+    CliResult r =
+        RunCli("run " + Quote(dir.File("in.png")) + " \"Doc_ImageSize('60','10','1')\" \"Doc_RotateImageLeft\" " +
+               "\"Doc_ExtendCanvas('1','2','3','4')\" -o " + Quote(dir.File("out.png")));
     ASSERT_EQ(r.exitCode, 0) << r.output;
     const COLImage out = Load(dir.File("out.png"));
     EXPECT_EQ(out.GetWidth(), 10u + 4);
     EXPECT_EQ(out.GetHeight(), 60u + 6);
-    r = RunCli("run " + Quote(dir.File("in.png")) + " \"Doc_ImageSize('20001','10')\" -o " + Quote(dir.File("bad.png")));
+    r = RunCli("run " + Quote(dir.File("in.png")) + " \"Doc_ImageSize('20001','10')\" -o " +
+               Quote(dir.File("bad.png")));
     EXPECT_EQ(r.exitCode, 1) << r.output;
     EXPECT_FALSE(std::filesystem::exists(dir.File("bad.png")));
 }

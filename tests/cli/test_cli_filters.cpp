@@ -2,10 +2,10 @@
 
 #include <string>
 
+#include "filters/resample.h"
 #include "imaging/channel.h"
 #include "imaging/codec.h"
 #include "matting/gaussian.h"
-#include "matting/resample.h"
 #include "support/test_support.h"
 
 using vmtest::CliResult;

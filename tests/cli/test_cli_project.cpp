@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <string>
 
-#include "document/picture_file.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
 #include "support/test_support.h"
@@ -64,7 +63,7 @@ TEST(CliProject, RunScriptsAnEditWithUndoIntoAProject)
     COLImage picture;
     vmtest::FillNoise(picture, 29, 13, 8);
     const std::string in = dir.File("in.bmp"), project = dir.File("edit.vmpd");
-    ASSERT_NE(SavePictureFile(in.c_str(), &picture), 0);
+    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
     const COLImage base = LoadWithCodec(in);
 
     CliResult r = RunCli("run " + Quote(in) + " " + Quote("Doc_NewLayer('0')") + " " + Quote("Doc_FlipH") + " " +
@@ -103,7 +102,7 @@ TEST(CliProject, DamagedProjectsFailClearly)
     COLImage picture;
     vmtest::FillNoise(picture, 9, 9, 1);
     const std::string in = dir.File("in.bmp"), project = dir.File("p.vmpd"), cut = dir.File("cut.vmpd");
-    ASSERT_NE(SavePictureFile(in.c_str(), &picture), 0);
+    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
     ASSERT_EQ(RunCli("convert " + Quote(in) + " " + Quote(project)).exitCode, 0);
     auto bytes = vmtest::ReadAll(project);
     bytes.resize(bytes.size() / 2);

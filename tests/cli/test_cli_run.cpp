@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "document/picture_file.h"
+#include "imaging/codec.h"
 #include "imaging/image.h"
 #include "support/test_support.h"
 
@@ -14,7 +14,7 @@ namespace {
 COLImage Load(const std::string& path)
 {
     COLImage image;
-    EXPECT_NE(LoadPictureFile(path.c_str(), &image), 0) << path;
+    EXPECT_NE(COLImageCodec().LoadFile(path.c_str(), &image), 0) << path;
     return image;
 }
 
@@ -26,7 +26,7 @@ TEST(CliRun, RunsCommandsAndWritesTheComposite)
     COLImage picture;
     vmtest::FillNoise(picture, 31, 17, 4);
     const std::string in = dir.File("in.bmp"), out = dir.File("out.bmp");
-    ASSERT_NE(SavePictureFile(in.c_str(), &picture), 0);
+    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
     CliResult r =
         RunCli("run " + Quote(in) + " " + Quote("Doc_NewLayer('0')") + " " + Quote("Doc_FlipH") + " -o " + Quote(out));
     ASSERT_EQ(r.exitCode, 0) << r.output;
@@ -41,7 +41,7 @@ TEST(CliRun, RunsCommandsAndWritesTheComposite)
     white.Create(4, 4);
     for (size_t i = 0; i < 16; ++i)
         white.GetBuffer()[i] = CPixel::Make(255, 255, 255);
-    ASSERT_NE(SavePictureFile(dir.File("w.bmp").c_str(), &white), 0);
+    ASSERT_NE(COLImageCodec().SaveFile(dir.File("w.bmp").c_str(), &white), 0);
     r = RunCli("run " + Quote(in) + " --file " + Quote(dir.File("w.bmp")) + " " + Quote("Doc_OpenLayer('1')") + " " +
                Quote("Doc_LayerPropertyChange('1','0','2,3')") + " " + Quote("Doc_LayerPropertyChange('1','3','128')") +
                " " + Quote("Doc_LayerPropertyChange('1','2','前景')") + " " + Quote("Doc_FlatImage") + " -o " +
@@ -60,7 +60,7 @@ TEST(CliRun, FailuresAreClearAndWriteNothing)
     COLImage picture;
     vmtest::FillNoise(picture, 8, 8, 1);
     const std::string in = dir.File("in.bmp"), out = dir.File("out.bmp");
-    ASSERT_NE(SavePictureFile(in.c_str(), &picture), 0);
+    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
 
     CliResult r = RunCli("run " + Quote(in) + " " + Quote("Doc_DeleteLayer('0')") + " -o " + Quote(out));
     EXPECT_EQ(r.exitCode, 1);
@@ -112,6 +112,6 @@ TEST(CliRun, APhotoRunsThroughToAPngOrJpeg)
 
     r = RunCli("run " + Quote(photo) + " Doc_FlipH -o " + Quote(dir.File("out.xyz")));
     EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.output.find("cannot write this type"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("cannot write 'xyz' files"), std::string::npos) << r.output;
     EXPECT_FALSE(std::filesystem::exists(dir.File("out.xyz")));
 }

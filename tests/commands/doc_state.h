@@ -49,7 +49,7 @@ inline DocState Capture(const CLayerStack& doc)
         LayerState ls{l->m_x, l->m_y, l->m_visible, l->m_kind, l->m_opacity, l->m_blendMode,
                       std::string(l->m_name, kLayerNameBytes), l->m_image.GetWidth(), l->m_image.GetHeight(), {}, -1,
                       {}};
-        if (!l->m_image.IsEmpty()) {
+        if (!l->m_image.IsNull()) {
             const uint8_t* p = reinterpret_cast<const uint8_t*>(l->m_image.GetBuffer());
             ls.pixels.assign(p, p + l->m_image.GetAreaByteSize());
         }

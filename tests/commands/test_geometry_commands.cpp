@@ -22,7 +22,8 @@ struct GeometryDoc {
     {
         EXPECT_TRUE(doc.NewDocument(40, 30, 0xFF102030));
         vmtest::FillNoise(doc.GetLayer(0)->m_image, 40, 30, 1);
-        for (size_t i = 0; i < doc.GetLayer(0)->m_image.GetPixelCount(); ++i) doc.GetLayer(0)->m_image.GetBuffer()[i].alpha = 255;
+        for (size_t i = 0; i < doc.GetLayer(0)->m_image.GetPixelCount(); ++i)
+            doc.GetLayer(0)->m_image.GetBuffer()[i].alpha = 255;
         CLayer* upper = doc.AddLayer(0, kLayerKindRaster);
         upper->m_image.Create(12, 9);
         vmtest::FillNoise(upper->m_image, 12, 9, 2);
@@ -60,11 +61,11 @@ TEST(GeometryCommands, ImageSizeScalesEveryLayerAndItsPlace)
     EXPECT_EQ(g.doc.GetHeight(), 15);
     const CLayer* upper = g.doc.GetLayer(1);
     EXPECT_EQ(upper->m_x, 62);
-    EXPECT_EQ(upper->m_y, -1);   // -3 x 0.5 truncates toward zero
+    EXPECT_EQ(upper->m_y, -1); // -3 x 0.5 truncates toward zero
     EXPECT_EQ(upper->m_image.GetWidth(), 24u);
     EXPECT_EQ(upper->m_image.GetHeight(), 4u);
-    EXPECT_TRUE(g.doc.GetSelectionMask().IsNull());        // the selection no longer fits
-    EXPECT_EQ(g.doc.GetChannel(0)->GetWidth(), 40u);       // saved channels are not scaled
+    EXPECT_TRUE(g.doc.GetSelectionMask().IsNull());  // the selection no longer fits
+    EXPECT_EQ(g.doc.GetChannel(0)->GetWidth(), 40u); // saved channels are not scaled
     ASSERT_EQ(g.history.Steps().size(), 1u);
     EXPECT_EQ(g.history.Steps()[0].kind, kStepWholeDocument);
     EXPECT_EQ(g.history.Steps()[0].label, "His_ImageSize");
@@ -94,7 +95,7 @@ TEST(GeometryCommands, CanvasByMarginsAndByAnchor)
     EXPECT_EQ(g.doc.GetHeight(), 32);
     EXPECT_EQ(g.doc.GetLayer(1)->m_x, 36);
     EXPECT_EQ(g.doc.GetLayer(1)->m_y, -5);
-    EXPECT_EQ(g.doc.GetLayer(0)->m_image.GetPixel(0, 0), 0xFFABCDEFu);   // the current colour, opaque
+    EXPECT_EQ(g.doc.GetLayer(0)->m_image.GetPixel(0, 0), 0xFFABCDEFu); // the current colour, opaque
     EXPECT_EQ(g.history.Steps().back().label, "His_CavasSize");
     // Margins adding up to less than 1 give a side of 1.
     ASSERT_EQ(ExecuteCommand(g.context, "Doc_ExtendCanvas('-30','0','-30','0')"), kCommandDone);
@@ -128,7 +129,8 @@ TEST(GeometryCommands, TurningTheDocumentTurnsItsComposite)
     // Four turns bring everything back.
     GeometryDoc g;
     const vmtest::DocState before = vmtest::Capture(g.doc);
-    for (int i = 0; i < 4; ++i) ASSERT_EQ(ExecuteCommand(g.context, "Doc_RotateImageRight"), kCommandDone);
+    for (int i = 0; i < 4; ++i)
+        ASSERT_EQ(ExecuteCommand(g.context, "Doc_RotateImageRight"), kCommandDone);
     EXPECT_EQ(vmtest::Capture(g.doc), before);
 }
 

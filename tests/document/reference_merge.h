@@ -33,7 +33,7 @@ inline int ModeColour(int mode, int d, int s)
 
 inline void BlendOnto(COLImage& dst, const CLayer& layer)
 {
-    if (!layer.m_visible || layer.m_image.IsEmpty()) return;
+    if (!layer.m_visible || layer.m_image.IsNull()) return;
     for (long y = 0; y < long(dst.GetHeight()); ++y)
         for (long x = 0; x < long(dst.GetWidth()); ++x) {
             const long lx = x - layer.m_x, ly = y - layer.m_y;

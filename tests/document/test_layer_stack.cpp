@@ -6,7 +6,7 @@
 #include "document/compositor.h"
 #include "document/layer.h"
 #include "document/layer_stack.h"
-#include "document/picture_file.h"
+#include "imaging/codec.h"
 #include "imaging/gbk_text.h"
 #include "reference_merge.h"
 #include "support/test_support.h"
@@ -347,7 +347,7 @@ TEST(LayerStack, OpenAndLoadLayerFiles)
     COLImage picture;
     vmtest::FillNoise(picture, 13, 7, 8);
     const std::string path = dir.File("p.bmp");
-    ASSERT_NE(SavePictureFile(path.c_str(), &picture), 0);
+    ASSERT_NE(COLImageCodec().SaveFile(path.c_str(), &picture), 0);
 
     CLayerStack stack;
     ASSERT_EQ(stack.OpenFile(path.c_str()), 1);

@@ -93,7 +93,7 @@ TEST(MergeThread, NoViewNoMergeAndUnthreadedDocumentsHaveNoThread)
     doc.Refresh();
     EXPECT_TRUE(doc.GetMergeThread().WaitIdle(10s));
     EXPECT_EQ(doc.GetMergeThread().GetMergeCount(), 0u);
-    EXPECT_TRUE(doc.GetComposite()->IsEmpty());
+    EXPECT_TRUE(doc.GetComposite()->IsNull());
 
     CComposeDocument plain(0);
     ASSERT_EQ(plain.NewDocument(8, 8, 0xFF010203), 1);

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "matting/parallel_for.h"
-#include "matting/simd_level.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 
 namespace vmtest {
 

@@ -1,14 +1,13 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <vector>
 
 #include "effects/bicubic_scale.h"
 #include "effects/image_size.h"
 #include "effects_test_util.h"
+#include "filters/resample.h"
 #include "imaging/codec.h"
-#include "matting/resample.h"
 #include "support/test_support.h"
 
 namespace {
@@ -20,14 +19,16 @@ using Line = std::vector<uint8_t>;
 float Kernel(float x, float b, float c)
 {
     if (x < 1.0f) return (12 - 9 * b - 6 * c) * x * x * x + (-18 + 12 * b + 6 * c) * x * x + (6 - 2 * b);
-    if (x < 2.0f) return (-b - 6 * c) * x * x * x + (6 * b + 30 * c) * x * x + (-12 * b - 48 * c) * x + (8 * b + 24 * c);
+    if (x < 2.0f)
+        return (-b - 6 * c) * x * x * x + (6 * b + 30 * c) * x * x + (-12 * b - 48 * c) * x + (8 * b + 24 * c);
     return 0.0f;
 }
 
 Line Blend(const Line& a, const Line& b, int p)
 {
     Line out(a.size());
-    for (size_t i = 0; i < a.size(); ++i) out[i] = uint8_t((a[i] * p + b[i] * (256 - p)) >> 8);
+    for (size_t i = 0; i < a.size(); ++i)
+        out[i] = uint8_t((a[i] * p + b[i] * (256 - p)) >> 8);
     return out;
 }
 
@@ -72,7 +73,8 @@ std::vector<Line> RefScaleLines(const std::vector<Line>& src, uint32_t dstLines,
     std::vector<Line> out;
     for (uint32_t i = 0; i < dstLines; ++i) {
         const float centre = r * float(i);
-        const int lo = int(std::max(centre - 2.0f * w, 0.0f)), hi = int(std::min(centre + 2.0f * w, float(srcLines - 1)));
+        const int lo = int(std::max(centre - 2.0f * w, 0.0f)),
+                  hi = int(std::min(centre + 2.0f * w, float(srcLines - 1)));
         if (hi - lo + 1 < 2) {
             out.push_back(src[size_t(lo)]);
             continue;
@@ -95,7 +97,8 @@ std::vector<Line> RefScaleLines(const std::vector<Line>& src, uint32_t dstLines,
             continue;
         }
         const Merged n = MergeAll(nl, nw);
-        const float fp = float(p.weight) / float(p.weight - n.weight), fn = float(n.weight) / float(p.weight - n.weight);
+        const float fp = float(p.weight) / float(p.weight - n.weight),
+                    fn = float(n.weight) / float(p.weight - n.weight);
         Line o(p.line.size());
         for (size_t j = 0; j < o.size(); ++j) {
             const int v = int(float(p.line[j]) * fp - float(n.line[j]) * fn + 0.5f);
@@ -120,12 +123,14 @@ COLImage RefBicubic(const COLImage& src, uint32_t w, uint32_t h)
     const std::vector<Line> vertical = RefScaleLines(rows, h, b, c);
     std::vector<Line> columns(sw, Line(size_t(h) * 4));
     for (uint32_t x = 0; x < sw; ++x)
-        for (uint32_t y = 0; y < h; ++y) std::memcpy(&columns[x][size_t(y) * 4], &vertical[y][size_t(x) * 4], 4);
+        for (uint32_t y = 0; y < h; ++y)
+            std::memcpy(&columns[x][size_t(y) * 4], &vertical[y][size_t(x) * 4], 4);
     const std::vector<Line> horizontal = RefScaleLines(columns, w, b, c);
     COLImage out;
     out.Create(w, h);
     for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x) std::memcpy(out.GetBuffer(x, y), &horizontal[x][size_t(y) * 4], 4);
+        for (uint32_t x = 0; x < w; ++x)
+            std::memcpy(out.GetBuffer(x, y), &horizontal[x][size_t(y) * 4], 4);
     return out;
 }
 
@@ -145,7 +150,8 @@ TEST(BicubicScale, MatchesThePlainFilterAtEverySizeSplitAndInstructionSet)
                 process.SetImages(&src, &out);
                 const BicubicScaleParams params{w, h};
                 ASSERT_EQ(process.Process(&params), kOk);
-                EXPECT_TRUE(vmtest::SamePixels(out, expected)) << w << "x" << h << " level " << level << " threads " << threads;
+                EXPECT_TRUE(vmtest::SamePixels(out, expected))
+                    << w << "x" << h << " level " << level << " threads " << threads;
             }
     }
 }
@@ -186,7 +192,8 @@ TEST(ScaleImage, NearestTakesTheIntegerSourcePosition)
         ASSERT_EQ(out.GetWidth(), uint32_t(w));
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x)
-                ASSERT_EQ(out.GetPixel(uint32_t(x), uint32_t(y)), src.GetPixel(uint32_t(x * 7 / w), uint32_t(y * 5 / h)));
+                ASSERT_EQ(out.GetPixel(uint32_t(x), uint32_t(y)),
+                          src.GetPixel(uint32_t(x * 7 / w), uint32_t(y * 5 / h)));
     }
     // Sides below 1 are taken as 1.
     ASSERT_EQ(ScaleImage(src, out, 0, -3, kScaleNearest), 1);
@@ -226,13 +233,13 @@ TEST(ImageSizeDialog, LinkedSidesAndCanvasMargins)
 {
     EXPECT_EQ(LinkedSide(400, 800, 600, true), 300u);
     EXPECT_EQ(LinkedSide(300, 800, 600, false), 400u);
-    EXPECT_EQ(LinkedSide(1, 1000, 10, true), 1u);        // 0 is forced up
+    EXPECT_EQ(LinkedSide(1, 1000, 10, true), 1u);         // 0 is forced up
     EXPECT_EQ(LinkedSide(20000, 10, 1000, true), 20000u); // and 2,000,000 down
     int w = 0, h = 0;
     CanvasSizeFromMargins(100, 50, 10, -5, 20, 0, w, h);
     EXPECT_EQ(w, 130);
     EXPECT_EQ(h, 45);
-    CanvasSizeFromMargins(100, 50, -60, -30, -60, -30, w, h);   // adds up to less than 1
+    CanvasSizeFromMargins(100, 50, -60, -30, -60, -30, w, h); // adds up to less than 1
     EXPECT_EQ(w, 1);
     EXPECT_EQ(h, 1);
 }

@@ -1,22 +1,21 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <vector>
 
 #include "effects/lens_blur.h"
 #include "effects/lens_blur_dialog.h"
 #include "effects_test_util.h"
+#include "filters/resample.h"
 #include "imaging/codec.h"
 #include "matting/gaussian.h"
-#include "matting/resample.h"
 #include "support/test_support.h"
 
 namespace {
 
 // The lens blur written out tap by tap, the way it is described, on small pictures.
 struct RefLensBlur {
-    bool sticky = false;   // the half-size pass, once needed
+    bool sticky = false; // the half-size pass, once needed
 
     COLImage Run(const COLImage& src, const COLChannel& depth, const COLChannel* mask, const COLChannel& aperture,
                  double radius, int threshold, int amplitude)
@@ -66,13 +65,16 @@ struct RefLensBlur {
             codec.Resample(&shape, &sized, n, n, 1);
             for (int y = 0; y < n; ++y)
                 for (int x = 0; x < n; ++x)
-                    kernels[size_t(n - 1) * 4096 + size_t((64 - n) / 2 + y) * 64 + (64 - n) / 2 + x] = sized.GetPixel2(x, y).red;
+                    kernels[size_t(n - 1) * 4096 + size_t((64 - n) / 2 + y) * 64 + (64 - n) / 2 + x] =
+                        sized.GetPixel2(x, y).red;
         }
         int curve[256];
-        for (int i = 0; i < 256; ++i) curve[i] = i;
+        for (int i = 0; i < 256; ++i)
+            curve[i] = i;
         if (threshold <= 254) {
             const int k = amplitude * 32 / (255 - threshold);
-            for (int i = threshold; i < 256; ++i) curve[i] = (i - threshold) * k + i;
+            for (int i = threshold; i < 256; ++i)
+                curve[i] = (i - threshold) * k + i;
         }
         COLImage half;
         if (sticky) {
@@ -108,11 +110,13 @@ struct RefLensBlur {
                             ws += w;
                         }
                     if (ws)
-                        dst.PutPixel(x, y, CPixel{uint8_t(std::min(s[0] / ws, 255LL)), uint8_t(std::min(s[1] / ws, 255LL)),
-                                                  uint8_t(std::min(s[2] / ws, 255LL)), 255});
+                        dst.PutPixel(x, y,
+                                     CPixel{uint8_t(std::min(s[0] / ws, 255LL)), uint8_t(std::min(s[1] / ws, 255LL)),
+                                            uint8_t(std::min(s[2] / ws, 255LL)), 255});
                 }
             }
-        for (size_t i = 0; i < dst.GetPixelCount(); ++i) dst.GetBuffer()[i].alpha = 255;
+        for (size_t i = 0; i < dst.GetPixelCount(); ++i)
+            dst.GetBuffer()[i].alpha = 255;
         return dst;
     }
 };
@@ -131,12 +135,13 @@ COLImage Photo(uint32_t w, uint32_t h, uint32_t seed)
 {
     COLImage img;
     vmtest::FillNoise(img, w, h, seed);
-    for (uint32_t i = 0; i < img.GetPixelCount(); i += 7) img.GetBuffer()[i] = CPixel::Make(250, 240, 235 - uint8_t(i % 20), 9);
+    for (uint32_t i = 0; i < img.GetPixelCount(); i += 7)
+        img.GetBuffer()[i] = CPixel::Make(250, 240, 235 - uint8_t(i % 20), 9);
     return img;
 }
 
-long RunProcess(CLensBlurProcess& p, const COLImage& src, COLImage& out, const COLChannel& depth, const COLChannel* mask,
-                const COLChannel& aperture, double radius, int threshold, int amplitude)
+long RunProcess(CLensBlurProcess& p, const COLImage& src, COLImage& out, const COLChannel& depth,
+                const COLChannel* mask, const COLChannel& aperture, double radius, int threshold, int amplitude)
 {
     LensBlurParams params;
     params.aperture.DuplicateFrom(&aperture);
@@ -158,9 +163,10 @@ TEST(LensBlur, GatherMatchesTheTapByTapSumAtEveryThreadCountAndInstructionSet)
     vmtest::FillNoise(noisy, 120, 90, 4);
     ramp.Create(120, 90);
     for (uint32_t y = 0; y < 90; ++y)
-        for (uint32_t x = 0; x < 120; ++x) ramp.SetValue(x, y, x < 100 ? uint8_t(255 - y) : uint8_t(x));
+        for (uint32_t x = 0; x < 120; ++x)
+            ramp.SetValue(x, y, x < 100 ? uint8_t(255 - y) : uint8_t(x));
     COLChannel random;
-    vmtest::FillNoise(random, 64, 64, 5);   // a ragged aperture: many short runs of weight
+    vmtest::FillNoise(random, 64, 64, 5); // a ragged aperture: many short runs of weight
     struct Case {
         COLChannel aperture;
         const COLChannel* depth;
@@ -182,8 +188,10 @@ TEST(LensBlur, GatherMatchesTheTapByTapSumAtEveryThreadCountAndInstructionSet)
                 vmtest::ThreadCount tc(threads);
                 CLensBlurProcess p;
                 COLImage out;
-                ASSERT_EQ(RunProcess(p, src, out, *c.depth, nullptr, c.aperture, c.radius, c.threshold, c.amplitude), kOk);
-                EXPECT_TRUE(vmtest::SamePixels(out, expected)) << "radius " << c.radius << " level " << level << " threads " << threads;
+                ASSERT_EQ(RunProcess(p, src, out, *c.depth, nullptr, c.aperture, c.radius, c.threshold, c.amplitude),
+                          kOk);
+                EXPECT_TRUE(vmtest::SamePixels(out, expected))
+                    << "radius " << c.radius << " level " << level << " threads " << threads;
             }
     }
 }
@@ -213,7 +221,6 @@ TEST(LensBlur, WideDiscsComeFromHalfSizePassesAndTheFlagSticks)
             ASSERT_EQ(RunProcess(q, src, fresh, depth, nullptr, aperture, 3, 230, 60), kOk);
             EXPECT_FALSE(q.NeedsHalfPass());
             EXPECT_TRUE(vmtest::SamePixels(small, fresh));
-
         }
     }
 }
@@ -226,7 +233,7 @@ TEST(LensBlur, ForegroundColoursAreReplacedBeforeTheBlur)
     mask.Create(50, 40);
     for (uint32_t y = 0; y < 40; ++y)
         for (uint32_t x = 0; x < 50; ++x) {
-            depth.SetValue(x, y, uint8_t(x * 5));   // sharp at the left, wide discs at the right
+            depth.SetValue(x, y, uint8_t(x * 5)); // sharp at the left, wide discs at the right
             mask.SetValue(x, y, (x > 15 && x < 35 && y > 8) ? 255 : (x == 15 ? 64 : 0));
         }
     const COLChannel aperture = ApertureFromSkin(kApertureHexagon);
@@ -256,9 +263,10 @@ TEST(LensBlur, CurveKernelsAndDiameters)
     CLensBlurProcess::BuildHighlightCurve(250, 100, curve);
     EXPECT_EQ(curve[249], 249);
     EXPECT_EQ(curve[250], 250);
-    EXPECT_EQ(curve[255], 5 * 640 + 255);   // k = 3200 / 5
+    EXPECT_EQ(curve[255], 5 * 640 + 255); // k = 3200 / 5
     CLensBlurProcess::BuildHighlightCurve(255, 100, curve);
-    for (int i = 0; i < 256; ++i) ASSERT_EQ(curve[i], i);
+    for (int i = 0; i < 256; ++i)
+        ASSERT_EQ(curve[i], i);
 
     uint8_t table[256];
     EXPECT_FALSE(CLensBlurProcess::BuildDiameterTable(31, table));
@@ -273,7 +281,7 @@ TEST(LensBlur, CurveKernelsAndDiameters)
     ASSERT_TRUE(CLensBlurProcess::BuildKernels(aperture, planes.data()));
     EXPECT_EQ(std::memcmp(planes.data() + 63 * 4096, aperture.GetBuffer(), 4096), 0);
     EXPECT_TRUE(std::all_of(planes.begin(), planes.begin() + 4096, [](uint8_t v) { return v == 0; }));
-    const uint8_t* p9 = planes.data() + 9 * 4096;   // 10 x 10 at offset 27
+    const uint8_t* p9 = planes.data() + 9 * 4096; // 10 x 10 at offset 27
     EXPECT_EQ(p9[26 * 64 + 31], 0);
     EXPECT_EQ(p9[31 * 64 + 31], 255);
     EXPECT_EQ(p9[37 * 64 + 31], 0);
@@ -292,7 +300,7 @@ TEST(LensBlur, AnApertureOfAnotherSizeKeepsThePicture)
     ASSERT_EQ(RunProcess(p, src, out, depth, nullptr, wrong, 10, 250, 0), kOk);
     for (size_t i = 0; i < src.GetPixelCount(); ++i) {
         ASSERT_TRUE(out.GetBuffer()[i] == src.GetBuffer()[i]);
-        ASSERT_EQ(out.GetBuffer()[i].alpha, 255);   // but opaque
+        ASSERT_EQ(out.GetBuffer()[i].alpha, 255); // but opaque
     }
 }
 
@@ -310,10 +318,10 @@ TEST(LensBlur, RefusesMissingOrMismatchedInputsAndLeavesTheSourceAlone)
     EXPECT_EQ(RunProcess(p, src, out, small, nullptr, aperture, 5, 250, 0), kFail);
     LensBlurParams none;
     p.SetImages(const_cast<COLImage*>(&src), &out);
-    EXPECT_EQ(p.Process(&none), kFail);   // no depth
+    EXPECT_EQ(p.Process(&none), kFail); // no depth
     EXPECT_EQ(p.Process(nullptr), kFail);
     ASSERT_EQ(RunProcess(p, src, out, depth, nullptr, aperture, 5, 200, 100), kOk);
-    EXPECT_TRUE(vmtest::SamePixels(src, before));   // its alpha too: the gray lives elsewhere
+    EXPECT_TRUE(vmtest::SamePixels(src, before)); // its alpha too: the gray lives elsewhere
 }
 
 } // namespace

@@ -1,13 +1,13 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
+#include <gtest/gtest.h>
 
 #include "commands/history_sink.h"
 #include "document/layer.h"
+#include "effects/image_size.h"
 #include "effects/lens_blur_dialog.h"
+#include "filters/resample.h"
 #include "imaging/codec.h"
-#include "matting/resample.h"
 #include "support/test_support.h"
 
 namespace {
@@ -44,7 +44,8 @@ void ExpectDepth(const DepthMapInput& in, int w, int h)
     ASSERT_TRUE(BuildDepthMap(in, w, h, depth));
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x)
-            ASSERT_EQ(depth.GetValue(x, y), RefDepth(in, x, y, w, h)) << x << "," << y << " mode " << in.mode << " focus " << in.focus;
+            ASSERT_EQ(depth.GetValue(x, y), RefDepth(in, x, y, w, h))
+                << x << "," << y << " mode " << in.mode << " focus " << in.focus;
 }
 
 TEST(LensBlurDepth, EachModeAndFocusFollowsTheRules)
@@ -70,25 +71,28 @@ TEST(LensBlurDepth, FlatModeIsUniformAndFullFocusIsSharp)
     COLChannel depth;
     in.focus = 50;
     ASSERT_TRUE(BuildDepthMap(in, 8, 8, depth));
-    EXPECT_EQ(depth.GetValue(3, 3), (255 - 127) * 255 / (255 - 127));   // the whole map takes the far value
-    in.focus = 100;   // left over from another mode: nothing is blurred
+    EXPECT_EQ(depth.GetValue(3, 3), (255 - 127) * 255 / (255 - 127)); // the whole map takes the far value
+    in.focus = 100;                                                   // left over from another mode: nothing is blurred
     ASSERT_TRUE(BuildDepthMap(in, 8, 8, depth));
-    for (int i = 0; i < 64; ++i) ASSERT_EQ(depth.GetBuffer()[i], 0);
-    in.focus = -10;   // nothing is sharp
+    for (int i = 0; i < 64; ++i)
+        ASSERT_EQ(depth.GetBuffer()[i], 0);
+    in.focus = -10; // nothing is sharp
     ASSERT_TRUE(BuildDepthMap(in, 8, 8, depth));
-    for (int i = 0; i < 64; ++i) ASSERT_EQ(depth.GetBuffer()[i], 255);
+    for (int i = 0; i < 64; ++i)
+        ASSERT_EQ(depth.GetBuffer()[i], 255);
 }
 
 TEST(LensBlurDepth, DegenerateHorizonsPointsAndPicturesDoNotDivideByZero)
 {
     COLChannel depth;
-    for (int horizon : {20, 21, 400}) {   // on and below the last row of a 20-row picture
+    for (int horizon : {20, 21, 400}) { // on and below the last row of a 20-row picture
         DepthMapInput in;
         in.mode = kDepthHorizon;
         in.horizonRow = horizon;
         in.thumbnail = ThumbnailRect(in.panel, 10, 20);
         ASSERT_TRUE(BuildDepthMap(in, 10, 20, depth));
-        for (int i = 0; i < 200; ++i) ASSERT_EQ(depth.GetBuffer()[i], 255) << horizon;   // all at the horizon
+        for (int i = 0; i < 200; ++i)
+            ASSERT_EQ(depth.GetBuffer()[i], 255) << horizon; // all at the horizon
     }
     for (auto [w, h] : {std::pair{1, 30}, std::pair{30, 1}, std::pair{1, 1}})
         for (int mode : {1, 2}) {
@@ -108,6 +112,27 @@ TEST(LensBlurDepth, DegenerateHorizonsPointsAndPicturesDoNotDivideByZero)
     in.vanishY = in.panel.top - 30;
     ASSERT_TRUE(BuildDepthMap(in, 16, 12, depth));
     EXPECT_EQ(depth.GetValue(15, 11), RefDepth(in, 15, 11, 16, 12));
+}
+
+TEST(LensBlurPreview, ThumbnailIsLetterboxedAndLightened)
+{
+    const CRect t = ThumbnailRect(kDepthPanel, 400, 100); // wide: the box's width, a quarter of it high
+    const CRect box{kDepthPanel.left + 32, kDepthPanel.top + 24, kDepthPanel.right - 32, kDepthPanel.bottom - 24};
+    EXPECT_EQ(t.Width(), box.Width());
+    EXPECT_EQ(t.Height(), box.Width() / 4);
+    EXPECT_EQ(t.top - box.top, (box.Height() - t.Height()) / 2);
+    const CRect tall = ThumbnailRect(kDepthPanel, 10, 100);
+    EXPECT_EQ(tall.Height(), box.Height());
+    EXPECT_EQ(tall.Width(), box.Height() / 10);
+    COLImage image, thumb, scaled;
+    vmtest::FillNoise(image, 400, 100, 9);
+    ASSERT_TRUE(MakeDepthThumbnail(image, t, thumb));
+    ASSERT_EQ(ScaleImage(image, scaled, t.Width(), t.Height(), kScaleBicubic), 1);
+    ASSERT_EQ(thumb.GetWidth(), uint32_t(t.Width()));
+    for (size_t i = 0; i < thumb.GetPixelCount(); ++i) {
+        ASSERT_EQ(thumb.GetBuffer()[i].red, (scaled.GetBuffer()[i].red + 255) / 2);
+        ASSERT_EQ(thumb.GetBuffer()[i].blue, (scaled.GetBuffer()[i].blue + 255) / 2);
+    }
 }
 
 TEST(LensBlurPreview, SizeAndScaledLayers)
@@ -165,7 +190,7 @@ TEST(LensBlurAperture, TheSkinHoldsAnOctagonAHexagonAndACircle)
         for (uint32_t y = 0; y < 64; ++y)
             for (uint32_t x = 0; x < 64; ++x) {
                 sum += a.GetValue(x, y);
-                ASSERT_EQ(a.GetValue(x, y), a.GetValue(63 - x, y)) << shape;   // symmetric both ways
+                ASSERT_EQ(a.GetValue(x, y), a.GetValue(63 - x, y)) << shape; // symmetric both ways
                 ASSERT_EQ(a.GetValue(x, y), a.GetValue(x, 63 - y)) << shape;
             }
         EXPECT_NEAR(sum / 255.0, areas[shape], areas[shape] * 0.01) << shape;
@@ -215,7 +240,7 @@ TEST(LensBlurDialog, MenuEntryBlursTheLayerWithTheFullSizeDepthAndRecordsTheStep
     ASSERT_TRUE(logic.Init(doc, SkinAperture()));
     EXPECT_EQ(logic.GetPreviewDocument().GetWidth(), 512);
     EXPECT_EQ(logic.GetHorizonRow(), (90 * 512 / 700) / 2);
-    logic.SetPointInDocument(0, 40);   // 40 document rows are 29 preview rows
+    logic.SetPointInDocument(0, 40); // 40 document rows are 29 preview rows
     EXPECT_EQ(logic.GetHorizonRow(), int(40 * (512.0 / 700)));
     ASSERT_EQ(logic.RunPreview(), kOk);
 
@@ -254,14 +279,15 @@ TEST(LensBlurDialog, WizardEntryUsesTheMaskOnTheLayerBelowAndLeavesTheHistoryAlo
     CComposeDocument doc(0);
     MakeDocument(doc, 60, 40);
     int saved = -1;
-    EXPECT_FALSE(BeginWizardEntry(doc, saved));   // the base layer has nothing below it
+    EXPECT_FALSE(BeginWizardEntry(doc, saved)); // the base layer has nothing below it
     ASSERT_NE(doc.AddLayer(0, 0), nullptr);
     doc.SetCurrentIndex(1);
     ASSERT_TRUE(BeginWizardEntry(doc, saved));
     EXPECT_EQ(saved, 1);
     EXPECT_EQ(doc.GetCurrentIndex(), 0);
     ASSERT_EQ(doc.GetSelectionMask().Create(60, 40), kOk);
-    for (uint32_t i = 0; i < 2400; ++i) doc.GetSelectionMask().GetBuffer()[i] = (i % 60) > 30 ? 255 : 0;
+    for (uint32_t i = 0; i < 2400; ++i)
+        doc.GetSelectionMask().GetBuffer()[i] = (i % 60) > 30 ? 255 : 0;
 
     CLensBlurDlgLogic logic;
     logic.settings = WizardEntrySettings();
@@ -281,7 +307,7 @@ TEST(LensBlurDialog, WizardEntryUsesTheMaskOnTheLayerBelowAndLeavesTheHistoryAlo
     CRecordingHistory history;
     ASSERT_EQ(logic.RunFinal(doc, &history), kOk);
     EXPECT_TRUE(history.Steps().empty());
-    EXPECT_FALSE(vmtest::SamePixels(doc.GetLayer(0)->m_image, withoutMask));   // the subject's colours stayed out
+    EXPECT_FALSE(vmtest::SamePixels(doc.GetLayer(0)->m_image, withoutMask)); // the subject's colours stayed out
     EndWizardEntry(doc, saved);
     EXPECT_EQ(doc.GetCurrentIndex(), 1);
     EXPECT_TRUE(doc.GetSelectionMask().IsNull());

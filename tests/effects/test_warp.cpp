@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
+#include <gtest/gtest.h>
 #include <limits>
 
 #include "effects_test_util.h"
@@ -9,7 +8,10 @@
 
 namespace {
 
-double P(const double (&c)[6], double a, double b) { return c[0] * a * a + c[1] * b * b + c[2] * a * b + c[3] * a + c[4] * b + c[5]; }
+double P(const double (&c)[6], double a, double b)
+{
+    return c[0] * a * a + c[1] * b * b + c[2] * a * b + c[3] * a + c[4] * b + c[5];
+}
 
 // Mode 0, one pixel, straight from the rules.
 CPixel RefNormalised(const COLImage& s, const WarpParams& p, int x, int y)
@@ -80,7 +82,8 @@ void ExpectMatches(const COLImage& src, const WarpParams& p)
         for (int y = 0; y < p.height; ++y)
             for (int x = 0; x < p.width; ++x) {
                 const CPixel e = p.mode ? RefPixel(src, p, x, y) : RefNormalised(src, p, x, y);
-                ASSERT_EQ(out.GetPixel(x, y), e.Word()) << x << "," << y << " mode " << p.mode << " threads " << threads;
+                ASSERT_EQ(out.GetPixel(x, y), e.Word())
+                    << x << "," << y << " mode " << p.mode << " threads " << threads;
             }
     }
 }
@@ -102,7 +105,8 @@ TEST(Warp, NormalisedIdentityLosesALittleAndFillsTheLastColumnAndRow)
 {
     COLImage src;
     vmtest::FillNoise(src, 12, 9, 3);
-    for (size_t i = 0; i < src.GetPixelCount(); ++i) src.GetBuffer()[i].alpha = 0;   // mode 0 is opaque anyway
+    for (size_t i = 0; i < src.GetPixelCount(); ++i)
+        src.GetBuffer()[i].alpha = 0; // mode 0 is opaque anyway
     WarpParams p = Params(12, 9, 0);
     p.xCoef[3] = 12;
     p.yCoef[4] = 9;
@@ -114,11 +118,11 @@ TEST(Warp, NormalisedIdentityLosesALittleAndFillsTheLastColumnAndRow)
         for (uint32_t x = 0; x < 12; ++x) {
             const CPixel o = out.GetPixel2(x, y), s = src.GetPixel2(x, y);
             EXPECT_EQ(o.alpha, 255);
-            if (x == 11 || y == 8) {   // the fill colour, through the same 255/256 losses
+            if (x == 11 || y == 8) { // the fill colour, through the same 255/256 losses
                 auto lossy = [](int v) { return ((v * 255 >> 8) * 255) >> 8; };
                 EXPECT_EQ(o.red, lossy(p.fillColour.red)) << x << "," << y;
                 EXPECT_EQ(o.green, lossy(p.fillColour.green)) << x << "," << y;
-            } else {   // 255/256 twice: at most 2 below the source
+            } else { // 255/256 twice: at most 2 below the source
                 EXPECT_LE(s.red - o.red, 2);
                 EXPECT_GE(s.red - o.red, 0);
             }

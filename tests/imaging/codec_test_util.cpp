@@ -54,7 +54,7 @@ bool ReadPam(const std::string& path, COLImage& image)
 
 int MaxColourDifference(const COLImage& expected, const COLImage& actual, bool onlyVisible)
 {
-    if (expected.IsEmpty() || actual.IsEmpty() || expected.GetWidth() != actual.GetWidth() ||
+    if (expected.IsNull() || actual.IsNull() || expected.GetWidth() != actual.GetWidth() ||
         expected.GetHeight() != actual.GetHeight())
         return -1;
     int worst = 0;
@@ -68,7 +68,7 @@ int MaxColourDifference(const COLImage& expected, const COLImage& actual, bool o
 
 int MaxAlphaDifference(const COLImage& expected, const COLImage& actual)
 {
-    if (expected.IsEmpty() || actual.IsEmpty() || expected.GetWidth() != actual.GetWidth() ||
+    if (expected.IsNull() || actual.IsNull() || expected.GetWidth() != actual.GetWidth() ||
         expected.GetHeight() != actual.GetHeight())
         return -1;
     int worst = 0;

@@ -186,7 +186,7 @@ TEST(Bmp, TruncatedRowsKeepWhatWasRead)
     vmtest::WriteAll(dir.File("t.bmp"), f);
     COLImage img;
     EXPECT_EQ(img.LoadFromFile(dir.File("t.bmp").c_str()), kBmpBadData);
-    ASSERT_FALSE(img.IsEmpty());
+    ASSERT_FALSE(img.IsNull());
     EXPECT_EQ(img.GetPixel2(0, 2).blue, 1);
     EXPECT_EQ(img.GetPixel2(1, 2).red, 6);
 }
@@ -200,7 +200,7 @@ TEST(Bmp, AbsurdSizesAreRefusedBeforeAllocating)
         f.resize(200, 0);
         vmtest::WriteAll(dir.File("big.bmp"), f);
         EXPECT_EQ(img.LoadFromFile(dir.File("big.bmp").c_str()), kBmpBadData) << w << "x" << h;
-        EXPECT_TRUE(img.IsEmpty());
+        EXPECT_TRUE(img.IsNull());
     }
 }
 

@@ -86,7 +86,7 @@ TEST(Channel, MismatchedSizesLeaveThePlaneAlone)
     EXPECT_EQ(0, std::memcmp(a.GetBuffer(), before.GetBuffer(), 16));
 }
 
-TEST(Channel, SquareAndIsEmpty)
+TEST(Channel, SquareAndIsAllZero)
 {
     COLChannel c;
     c.Create(4, 1);
@@ -97,11 +97,11 @@ TEST(Channel, SquareAndIsEmpty)
     EXPECT_EQ(c.GetBuffer()[1], 0);   // 225 / 255
     EXPECT_EQ(c.GetBuffer()[2], 64);  // 16384 / 255
     EXPECT_EQ(c.GetBuffer()[3], 255);
-    EXPECT_EQ(c.IsEmpty(), 0);
+    EXPECT_EQ(c.IsAllZero(), 0);
     std::memset(c.GetBuffer(), 0, 4);
-    EXPECT_EQ(c.IsEmpty(), 1);
+    EXPECT_EQ(c.IsAllZero(), 1);
     COLChannel none;
-    EXPECT_EQ(none.IsEmpty(), 1);
+    EXPECT_EQ(none.IsAllZero(), 1);
 }
 
 TEST(Channel, SaveToFileDumpsAGrayPicture)

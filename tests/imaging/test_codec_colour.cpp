@@ -381,7 +381,7 @@ TEST(CodecThumbnail, FitsKeepsProportionsAndReportsTheSize)
     ASSERT_EQ(codec.CreateThumbnail(dir.File("p.png").c_str(), &thumb, 1000, w, h, 0), 1);
     EXPECT_EQ(thumb.GetWidth(), 400u); // never enlarged
     EXPECT_EQ(codec.CreateThumbnail(dir.File("none.png").c_str(), &thumb, 100, w, h, 0), 0);
-    EXPECT_TRUE(thumb.IsEmpty());
+    EXPECT_TRUE(thumb.IsNull());
     EXPECT_EQ(w, 0);
 }
 

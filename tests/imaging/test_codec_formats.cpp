@@ -92,7 +92,7 @@ TEST(CodecWrite, LosslessFormatsRoundTrip)
         SCOPED_TRACE(name);
         ASSERT_EQ(codec.SaveFile(dir.File(name).c_str(), &src), 1);
         COLImage back = Load(dir.File(name));
-        ASSERT_FALSE(back.IsEmpty());
+        ASSERT_FALSE(back.IsNull());
         EXPECT_EQ(MaxColourDifference(src, back, false), 0);
         for (size_t i = 0; i < back.GetPixelCount(); ++i)
             ASSERT_EQ(back.GetBuffer()[i].alpha, 255);
@@ -352,7 +352,7 @@ TEST(CodecBmp, VariantsBuiltByHand)
     Put32(b, 0x000000FF); // alpha
     Put32(b, 0x11223344);
     img = LoadBytes(dir, b, "fields.bmp");
-    ASSERT_FALSE(img.IsEmpty());
+    ASSERT_FALSE(img.IsNull());
     EXPECT_TRUE(Is(At(img, 0, 0), 0x33, 0x22, 0x11, 0x44));
 
     // Plain 32-bit data whose fourth byte is all zero is opaque; a non-zero fourth byte is alpha.
@@ -397,7 +397,7 @@ TEST(CodecTga, OriginsDepthsAndMaps)
     const uint8_t px[] = {1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4};
     b.insert(b.end(), px, px + sizeof px);
     COLImage img = LoadBytes(dir, b, "tr.tga");
-    ASSERT_FALSE(img.IsEmpty());
+    ASSERT_FALSE(img.IsNull());
     EXPECT_EQ(At(img, 1, 0).red, 1);
     EXPECT_EQ(At(img, 0, 0).red, 2);
     EXPECT_EQ(At(img, 1, 1).red, 3);
@@ -409,7 +409,7 @@ TEST(CodecTga, OriginsDepthsAndMaps)
     b.push_back(0x00);
     Put16(b, 31); // blue, attribute bit clear
     img = LoadBytes(dir, b, "a16.tga");
-    ASSERT_FALSE(img.IsEmpty());
+    ASSERT_FALSE(img.IsNull());
     EXPECT_TRUE(Is(At(img, 0, 0), 255, 0, 0, 255));
     EXPECT_TRUE(Is(At(img, 1, 0), 255, 0, 0, 255));
     EXPECT_TRUE(Is(At(img, 2, 0), 0, 0, 255, 0));
@@ -420,7 +420,7 @@ TEST(CodecTga, OriginsDepthsAndMaps)
     b.insert(b.end(), map, map + sizeof map);
     b.push_back(5), b.push_back(6), b.push_back(2);
     img = LoadBytes(dir, b, "map.tga");
-    ASSERT_FALSE(img.IsEmpty());
+    ASSERT_FALSE(img.IsNull());
     EXPECT_TRUE(Is(At(img, 0, 0), 30, 20, 10, 255));
     EXPECT_TRUE(Is(At(img, 1, 0), 60, 50, 40, 255));
     EXPECT_TRUE(Is(At(img, 2, 0), 0, 0, 0, 255));
@@ -454,7 +454,7 @@ TEST(CodecPcx, SixteenColourPlanesAndRunsAcrossLines)
     for (uint8_t p : planes)
         b.push_back(p), b.push_back(0);
     COLImage img = LoadBytes(dir, b, "ega.pcx");
-    ASSERT_FALSE(img.IsEmpty());
+    ASSERT_FALSE(img.IsNull());
     for (uint32_t x = 0; x < 8; ++x)
         EXPECT_TRUE(Is(At(img, x, 0), int(x) * 16, 7, 9, 255)) << x;
 
@@ -462,7 +462,7 @@ TEST(CodecPcx, SixteenColourPlanesAndRunsAcrossLines)
     b = PcxHeader(8, 1, 4, 2, 4);
     b.push_back(0xC8), b.push_back(77);
     img = LoadBytes(dir, b, "run.pcx");
-    ASSERT_FALSE(img.IsEmpty());
+    ASSERT_FALSE(img.IsNull());
     EXPECT_TRUE(Is(At(img, 3, 1), 77, 77, 77, 255));
 }
 
@@ -480,7 +480,7 @@ TEST(CodecGif, FirstFrameOnItsScreen)
             }
         }
     img = Load(vmtest::DataPath("codec/gif-anim.gif"));
-    ASSERT_FALSE(img.IsEmpty());
+    ASSERT_FALSE(img.IsNull());
     for (size_t i = 0; i < img.GetPixelCount(); ++i)
         ASSERT_TRUE(Is(img.GetBuffer()[i], 0, 0, 255, 255));
 }
@@ -568,7 +568,7 @@ TEST(CodecDamage, TruncatedFilesAreRefused)
             COLImage img;
             MakePattern(img, 3, 3, false); // a failed load must empty it
             const int r = codec.LoadFile(cut.c_str(), &img);
-            ASSERT_EQ(r == 0, img.IsEmpty()) << len;
+            ASSERT_EQ(r == 0, img.IsNull()) << len;
             // Up to half the file nothing can be complete.
             if (len <= whole.size() / 2) {
                 ASSERT_EQ(r, 0) << len;
@@ -599,7 +599,7 @@ TEST(CodecDamage, ScrambledFilesNeverCrash)
             WriteAll(bad, b);
             COLImage img;
             const int r = codec.LoadFile(bad.c_str(), &img);
-            ASSERT_EQ(r == 0, img.IsEmpty());
+            ASSERT_EQ(r == 0, img.IsNull());
             if (r) {
                 EXPECT_LE(img.GetWidth(), kMaxImageSide);
                 EXPECT_LE(img.GetHeight(), kMaxImageSide);
@@ -638,36 +638,36 @@ TEST(CodecLimits, SidesAboveTheLimitAreRefused)
     png[16] = uint8_t(over >> 24), png[17] = uint8_t(over >> 16), png[18] = uint8_t(over >> 8), png[19] = uint8_t(over);
     const uint32_t crc = Crc32(&png[12], 17);
     png[29] = uint8_t(crc >> 24), png[30] = uint8_t(crc >> 16), png[31] = uint8_t(crc >> 8), png[32] = uint8_t(crc);
-    EXPECT_TRUE(LoadBytes(dir, png, "big.png").IsEmpty());
+    EXPECT_TRUE(LoadBytes(dir, png, "big.png").IsNull());
 
     ASSERT_EQ(codec.SaveJpegFile(dir.File("a.jpg").c_str(), &src, 80, 72), 1);
     Bytes jpg = ReadAll(dir.File("a.jpg"));
     const size_t sof = FindMarker(jpg, 0xC0);
     ASSERT_NE(sof, 0u);
     jpg[sof + 3] = uint8_t(over >> 8), jpg[sof + 4] = uint8_t(over);
-    EXPECT_TRUE(LoadBytes(dir, jpg, "big.jpg").IsEmpty());
+    EXPECT_TRUE(LoadBytes(dir, jpg, "big.jpg").IsNull());
 
     ASSERT_EQ(codec.SaveFile(dir.File("a.bmp").c_str(), &src), 1);
     Bytes bmp = ReadAll(dir.File("a.bmp"));
     bmp[18] = uint8_t(over), bmp[19] = uint8_t(over >> 8);
-    EXPECT_TRUE(LoadBytes(dir, bmp, "big.bmp").IsEmpty());
+    EXPECT_TRUE(LoadBytes(dir, bmp, "big.bmp").IsNull());
     bmp[18] = 8, bmp[19] = 0;
     bmp[22] = 0xFF, bmp[23] = 0xFF, bmp[24] = 0xFF, bmp[25] = 0x7F; // 2^31 - 1 rows
-    EXPECT_TRUE(LoadBytes(dir, bmp, "tall.bmp").IsEmpty());
+    EXPECT_TRUE(LoadBytes(dir, bmp, "tall.bmp").IsNull());
 
     ASSERT_EQ(codec.SaveFile(dir.File("a.tga").c_str(), &src), 1);
     Bytes tga = ReadAll(dir.File("a.tga"));
     tga[12] = uint8_t(over), tga[13] = uint8_t(over >> 8);
-    EXPECT_TRUE(LoadBytes(dir, tga, "big.tga").IsEmpty());
+    EXPECT_TRUE(LoadBytes(dir, tga, "big.tga").IsNull());
 
     Bytes pcx = PcxHeader(8, 1, 8, 1, 8);
     pcx[8] = uint8_t(over - 1), pcx[9] = uint8_t((over - 1) >> 8);
     pcx.resize(pcx.size() + 64, 0x11);
-    EXPECT_TRUE(LoadBytes(dir, pcx, "big.pcx").IsEmpty());
+    EXPECT_TRUE(LoadBytes(dir, pcx, "big.pcx").IsNull());
 
     Bytes gif = ReadAll(vmtest::DataPath("codec/gif-interlaced.gif"));
     gif[6] = uint8_t(over), gif[7] = uint8_t(over >> 8);
-    EXPECT_TRUE(LoadBytes(dir, gif, "big.gif").IsEmpty());
+    EXPECT_TRUE(LoadBytes(dir, gif, "big.gif").IsNull());
 
     // TIFF: find the ImageWidth entry of the first directory (little-endian, as libtiff writes here).
     ASSERT_EQ(codec.SaveFile(dir.File("a.tif").c_str(), &src), 1);
@@ -683,7 +683,7 @@ TEST(CodecLimits, SidesAboveTheLimitAreRefused)
         patched = true;
     }
     ASSERT_TRUE(patched);
-    EXPECT_TRUE(LoadBytes(dir, tif, "big.tif").IsEmpty());
+    EXPECT_TRUE(LoadBytes(dir, tif, "big.tif").IsNull());
 }
 
 } // namespace

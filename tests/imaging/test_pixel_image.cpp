@@ -49,7 +49,7 @@ TEST(Pixel, AddSubtractSaturateAndKeepAlpha)
 TEST(Image, CreateAlignsAndReusesOnlyAtTheSameSize)
 {
     COLImage img;
-    EXPECT_TRUE(img.IsEmpty());
+    EXPECT_TRUE(img.IsNull());
     ASSERT_EQ(img.Create(3, 5), kOk);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(img.GetBuffer()) % 16, 0u);
     EXPECT_EQ(img.GetAreaByteSize(), 60u);
@@ -68,15 +68,15 @@ TEST(Image, FreeKeepsSizeAndMoveTransfersOwnership)
     COLImage img;
     img.Create(4, 2);
     img.Free();
-    EXPECT_TRUE(img.IsEmpty());
+    EXPECT_TRUE(img.IsNull());
     uint32_t w = 0, h = 0;
     img.GetSize(w, h);
     EXPECT_EQ(w, 4u);
     EXPECT_EQ(h, 2u);
     img.Create(2, 2);
     COLImage moved(std::move(img));
-    EXPECT_TRUE(img.IsEmpty());
-    EXPECT_FALSE(moved.IsEmpty());
+    EXPECT_TRUE(img.IsNull());
+    EXPECT_FALSE(moved.IsNull());
 }
 
 TEST(Image, DuplicateFromReusesALargeEnoughBlock)

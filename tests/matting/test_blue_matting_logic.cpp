@@ -103,7 +103,7 @@ TEST(BlueMattingLogic, StripShowsWhichHuesGo)
 {
     CBlueMattingLogic logic;
     EXPECT_FALSE(logic.RefreshHueStrip());   // no colour yet: nothing to show
-    EXPECT_TRUE(logic.GetStripPicture().IsEmpty());
+    EXPECT_TRUE(logic.GetStripPicture().IsNull());
 
     logic.colours.push_back(Rgb(46, 168, 72));
     ASSERT_TRUE(logic.RefreshHueStrip());

@@ -7,7 +7,7 @@
 #include "imaging/codec.h"
 #include "matting/chroma_key.h"
 #include "matting/key_math.h"
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 #include "support/test_support.h"
 
 namespace {

@@ -5,11 +5,11 @@
 #include <set>
 #include <vector>
 
+#include "filters/resample.h"
 #include "matting/exact_divider.h"
 #include "matting/gaussian.h"
-#include "matting/parallel_for.h"
-#include "matting/resample.h"
-#include "matting/simd_level.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 #include "support/test_support.h"
 
 namespace {

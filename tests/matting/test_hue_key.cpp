@@ -6,7 +6,7 @@
 
 #include "imaging/codec.h"
 #include "matting/hue_key.h"
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 #include "support/test_support.h"
 
 namespace {

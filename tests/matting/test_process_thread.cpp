@@ -160,7 +160,7 @@ TEST(ImageProcess, ProgressRangeCancelFlagAndValidation)
     p.SetChannels(&plane, &out);
     EXPECT_EQ(p.Process(nullptr), kOk);
     EXPECT_EQ(p.ProcessChannel(nullptr), kOk);
-    EXPECT_TRUE(dst.IsEmpty());
+    EXPECT_TRUE(dst.IsNull());
     EXPECT_TRUE(out.IsNull());
     EXPECT_EQ(p.CopySourceToResult(), 1);
     EXPECT_TRUE(vmtest::SamePixels(src, dst));

@@ -58,7 +58,7 @@ void FillNoise(COLChannel& channel, uint32_t width, uint32_t height, uint32_t se
 
 bool SameColours(const COLImage& a, const COLImage& b)
 {
-    if (a.IsEmpty() || b.IsEmpty() || a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) return false;
+    if (a.IsNull() || b.IsNull() || a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) return false;
     for (size_t i = 0; i < a.GetPixelCount(); ++i)
         if (!(a.GetBuffer()[i] == b.GetBuffer()[i])) return false;
     return true;

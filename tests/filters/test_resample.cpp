@@ -5,9 +5,9 @@
 #include <cstring>
 #include <vector>
 
-#include "matting/parallel_for.h"
-#include "matting/resample.h"
-#include "matting/simd_level.h"
+#include "filters/resample.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 #include "support/test_support.h"
 
 namespace {
@@ -282,7 +282,7 @@ TEST(ResampleImage, RejectsWhatCannotBeDone)
     EXPECT_EQ(ResampleImage(&src, &dst, 5, 5, -1, 0, 5, 5), 0);
     EXPECT_EQ(ResampleImage(&src, &dst, 5, 5, 0, 10, -1, -1), 0);
     EXPECT_EQ(ResampleImage(&src, &dst, int(kMaxImageSide) + 1, 5), 0);
-    EXPECT_TRUE(dst.IsEmpty());   // nothing was made along the way
+    EXPECT_TRUE(dst.IsNull());   // nothing was made along the way
 }
 
 TEST(ResampleImage, SourceMayBeTheDestination)

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 namespace {
 

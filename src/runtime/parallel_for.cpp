@@ -1,4 +1,4 @@
-#include "matting/parallel_for.h"
+#include "runtime/parallel_for.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "matting/resample.h"
+#include "filters/resample.h"
 
 #include <algorithm>
 #include <cmath>
@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "imaging/result.h"
-#include "matting/parallel_for.h"
-#include "matting/simd_level.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 
 #if defined(__GNUC__) && defined(__x86_64__)
 #define VM_X86_SIMD 1
@@ -25,10 +25,7 @@ struct Rect {
 template <typename Picture>
 bool IsEmptyPicture(const Picture& p)
 {
-    if constexpr (std::is_same_v<Picture, COLImage>)
-        return p.IsEmpty();
-    else
-        return p.IsNull();
+    return p.IsNull();
 }
 
 template <typename Picture>

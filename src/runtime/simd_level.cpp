@@ -1,4 +1,4 @@
-#include "matting/simd_level.h"
+#include "runtime/simd_level.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,0 +1,152 @@
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+
+#include "imaging/codec.h"
+#include "imaging/image.h"
+#include "interchange/export.h"
+#include "support/test_support.h"
+
+namespace {
+
+// What the codec must find in a file each writer made, judged by the file's content.
+const std::map<std::string, uint32_t> kTypeOfFormat = {
+    {"PNG", kFilePng}, {"JPEG", kFileJpeg}, {"BMP", kFileBmp}, {"TIFF", kFileTiff}, {"TGA", kFileTga},
+};
+
+std::vector<std::string> Extensions(const ExportFormat& f)
+{
+    std::vector<std::string> out;
+    std::string list = f.extensions;
+    for (size_t p = 0; p < list.size();) {
+        size_t blank = list.find(' ', p);
+        if (blank == std::string::npos) blank = list.size();
+        out.push_back(list.substr(p, blank - p));
+        p = blank + 1;
+    }
+    return out;
+}
+
+int MaxColourDifference(const COLImage& a, const COLImage& b)
+{
+    int worst = 0;
+    for (size_t i = 0; i < a.GetPixelCount(); ++i) {
+        const CPixel p = a.GetBuffer()[i], q = b.GetBuffer()[i];
+        worst = std::max({worst, std::abs(p.red - q.red), std::abs(p.green - q.green), std::abs(p.blue - q.blue)});
+    }
+    return worst;
+}
+
+// A smooth picture (JPEG keeps it close) with a transparent band.
+void MakePicture(COLImage& image)
+{
+    ASSERT_EQ(image.Create(24, 16), kOk);
+    for (uint32_t y = 0; y < 16; ++y)
+        for (uint32_t x = 0; x < 24; ++x)
+            image.PutPixel(x, y, CPixel::Make(uint8_t(40 + x * 4), uint8_t(90 + y * 3), 120, y < 4 ? 0 : 255));
+}
+
+TEST(Export, EveryExtensionOfTheTableWritesItsFormat)
+{
+    vmtest::TempDir dir;
+    COLImage source;
+    MakePicture(source);
+    ASSERT_EQ(ExportFormatCount(), kTypeOfFormat.size());
+    for (size_t i = 0; i < ExportFormatCount(); ++i) {
+        const ExportFormat& format = GetExportFormat(i);
+        ASSERT_TRUE(kTypeOfFormat.count(format.name)) << format.name;
+        for (const std::string& ext : Extensions(format)) {
+            // Upper case too: cameras name their photos ".JPG".
+            for (const std::string& name : {"a." + ext, "B." + ext, "c." + std::string(1, char(toupper(ext[0]))) +
+                                                                         ext.substr(1)}) {
+                SCOPED_TRACE(name);
+                const std::string path = dir.File(name);
+                EXPECT_EQ(FindExportFormat(path), &format);
+                ASSERT_EQ(ExportPicture(path, source), EExportResult::kOk);
+                EXPECT_EQ(COLImageCodec::GetFileType(path.c_str()), kTypeOfFormat.at(format.name));
+                COLImage back;
+                ASSERT_EQ(COLImageCodec().LoadFile(path.c_str(), &back), 1);
+                ASSERT_EQ(back.GetWidth(), 24u);
+                ASSERT_EQ(back.GetHeight(), 16u);
+                if (format.keepsAlpha) {
+                    EXPECT_TRUE(vmtest::SamePixels(source, back));
+                } else {
+                    EXPECT_EQ(back.GetPixel2(0, 0).alpha, 255);
+                    EXPECT_LE(MaxColourDifference(source, back), std::string(format.name) == "JPEG" ? 8 : 0);
+                }
+            }
+        }
+    }
+}
+
+TEST(Export, NamesWithoutAWriter)
+{
+    vmtest::TempDir dir;
+    COLImage source;
+    MakePicture(source);
+    for (const char* name : {"picture", ".png", "picture.gif", "picture.png.bak", "shot.jpg jpeg", "folder.png/"}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(FindExportFormat(dir.File(name)), nullptr);
+        EXPECT_EQ(ExportPicture(dir.File(name), source), EExportResult::kUnknownFormat);
+        EXPECT_FALSE(std::filesystem::exists(dir.File(name)));
+    }
+    // A dot in a folder's name is not the file's extension.
+    EXPECT_EQ(FindExportFormat("/tmp/shots.png/picture"), nullptr);
+    EXPECT_NE(FindExportFormat("/tmp/shots.v2/picture.tga"), nullptr);
+}
+
+TEST(Export, AButtonsFormatNamesAFileThatHasNone)
+{
+    const ExportFormat* png = FindExportFormat("x.png");
+    const ExportFormat* jpeg = FindExportFormat("x.jpg");
+    ASSERT_TRUE(png && jpeg);
+    EXPECT_EQ(WithExportExtension("/a/cut", *png), "/a/cut.png");
+    EXPECT_EQ(WithExportExtension("/a/cut.final", *png), "/a/cut.final.png");
+    // A name the user gave a known extension keeps it, even another format's.
+    EXPECT_EQ(WithExportExtension("/a/cut.TIF", *png), "/a/cut.TIF");
+    EXPECT_EQ(WithExportExtension("/a/cut.jpeg", *jpeg), "/a/cut.jpeg");
+}
+
+TEST(Export, FailuresLeaveNothingBehind)
+{
+    vmtest::TempDir dir;
+    COLImage source, empty;
+    MakePicture(source);
+    EXPECT_EQ(ExportPicture(dir.File("none.png"), empty), EExportResult::kNothingToWrite);
+    EXPECT_FALSE(std::filesystem::exists(dir.File("none.png")));
+    EXPECT_EQ(ExportPicture(dir.File("no/such/folder/x.tif"), source), EExportResult::kWriteFailed);
+
+    // A good file stays as it was when the next write of that name cannot happen.
+    ASSERT_EQ(ExportPicture(dir.File("keep.bmp"), source), EExportResult::kOk);
+    const std::vector<uint8_t> before = vmtest::ReadAll(dir.File("keep.bmp"));
+    EXPECT_EQ(ExportPicture(dir.File("keep.bmp"), empty), EExportResult::kNothingToWrite);
+    EXPECT_EQ(vmtest::ReadAll(dir.File("keep.bmp")), before);
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.Path(), ec))
+        EXPECT_EQ(entry.path().filename(), "keep.bmp") << "a temporary was left behind";
+}
+
+TEST(Export, JpegQualityReachesTheFile)
+{
+    vmtest::TempDir dir;
+    COLImage noise;
+    vmtest::FillNoise(noise, 64, 64, 7);
+    ExportOptions low, high, clamped;
+    low.jpegQuality = 10;
+    high.jpegQuality = 95;
+    clamped.jpegQuality = 0;   // a slider at its left end: treated as 1, not refused
+    ASSERT_EQ(ExportPicture(dir.File("low.jpg"), noise, low), EExportResult::kOk);
+    ASSERT_EQ(ExportPicture(dir.File("high.jpg"), noise, high), EExportResult::kOk);
+    ASSERT_EQ(ExportPicture(dir.File("one.jpg"), noise, clamped), EExportResult::kOk);
+    const auto size = [&](const char* name) { return std::filesystem::file_size(dir.File(name)); };
+    EXPECT_LT(size("low.jpg"), size("high.jpg"));
+    EXPECT_LE(size("one.jpg"), size("low.jpg"));
+    // Above 100 the colour is kept at full resolution: a larger file at the same quality.
+    ExportOptions full;
+    full.jpegQuality = 195;
+    ASSERT_EQ(ExportPicture(dir.File("full.jpg"), noise, full), EExportResult::kOk);
+    EXPECT_GT(size("full.jpg"), size("high.jpg"));
+}
+
+} // namespace
