@@ -8,6 +8,8 @@
 #include "document/compositor.h"
 #include "document/layer.h"
 #include "document/layer_stack.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 
 namespace {
 
@@ -65,15 +67,22 @@ void Baseline_Memcpy(benchmark::State& state)
 }
 BENCHMARK(Baseline_Memcpy)->Arg(1)->Arg(kLayers)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// The plain path is the lowest vector level, one core is one worker of the pool.
+void Accelerate(bool simd, bool threads)
+{
+    vmsimd::LimitLevel(simd ? -1 : vmsimd::kPlain);
+    vmpar::SetWorkerCount(threads ? 0 : 1);
+}
+
 template <bool Simd, bool Threads, bool CutOut> void MergeLayers(benchmark::State& state)
 {
-    SetCompositorAcceleration(Simd, Threads);
+    Accelerate(Simd, Threads);
     const CLayerStack& stack = Stack(CutOut);
     COLImage composite;
     MergeLayers(&stack, &composite, 1);
     for (auto _ : state)
         MergeLayers(&stack, &composite, 1);
-    SetCompositorAcceleration(true, true);
+    Accelerate(true, true);
 }
 BENCHMARK(MergeLayers<true, true, false>)
     ->Name("MergeLayers_AllAlpha_Fast")
@@ -99,14 +108,14 @@ BENCHMARK(MergeLayers<true, true, true>)
 // One normal layer of every alpha onto a 12-megapixel picture, against one copy of the picture.
 template <bool Simd, bool Threads> void BlendOneLayer(benchmark::State& state)
 {
-    SetCompositorAcceleration(Simd, Threads);
+    Accelerate(Simd, Threads);
     const CLayerStack& stack = Stack(false);
     const CLayer* layer = stack.GetLayer(1);
     COLImage target;
     target.DuplicateFrom(&stack.GetLayer(0)->m_image);
     for (auto _ : state)
         BlendLayer(&target, layer);
-    SetCompositorAcceleration(true, true);
+    Accelerate(true, true);
 }
 BENCHMARK(BlendOneLayer<true, true>)->Name("BlendLayer_Fast")->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BlendOneLayer<true, false>)->Name("BlendLayer_OneCore")->Arg(1)->Unit(benchmark::kMillisecond)->UseRealTime();

@@ -12,6 +12,7 @@
 #include "document/layer.h"
 #include "document/layer_stack.h"
 #include "imaging/image.h"
+#include "runtime/simd_level.h"
 
 namespace {
 
@@ -59,9 +60,9 @@ void MemcpyLayer(benchmark::State& state)
 }
 BENCHMARK(MemcpyLayer)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-#if defined(__x86_64__)
+#if VM_SIMD_X86
 #include <immintrin.h>
-__attribute__((target("avx2"))) uint64_t OrAll(const uint8_t* p, size_t n)
+VM_TARGET_AVX2 uint64_t OrAll(const uint8_t* p, size_t n)
 {
     __m256i acc = _mm256_setzero_si256();
     size_t i = 0;
@@ -75,7 +76,7 @@ __attribute__((target("avx2"))) uint64_t OrAll(const uint8_t* p, size_t n)
 // Only reading the layer, as fast as the memory allows: the floor for anything that looks at every pixel.
 void ReadLayer(benchmark::State& state)
 {
-    if (!__builtin_cpu_supports("avx2")) {
+    if (vmsimd::CurrentLevel() < vmsimd::kAvx2) {
         state.SkipWithError("needs AVX2");
         return;
     }
@@ -90,14 +91,15 @@ BENCHMARK(ReadLayer)->Unit(benchmark::kMillisecond)->UseRealTime();
 // The change detector alone, at each vector width.
 void TrackChanges12MP(benchmark::State& state)
 {
-    const int level = SetTrackerVectorLevel(int(state.range(0)));
+    vmsimd::LimitLevel(int(state.range(0)));
+    const int level = vmsimd::CurrentLevel();
     const COLImage& image = Document().GetLayer(0)->m_image;
     CRegionTracker tracker;
     BuildTracker(tracker, image);
     for (auto _ : state) benchmark::DoNotOptimize(TrackChanges(tracker, image));
     state.SetBytesProcessed(int64_t(state.iterations()) * image.GetAreaByteSize());
     state.SetLabel(level == 2 ? "avx2" : level == 1 ? "sse2" : "plain");
-    SetTrackerVectorLevel(2);
+    vmsimd::LimitLevel(-1);
 }
 BENCHMARK(TrackChanges12MP)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
 

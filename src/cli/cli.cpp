@@ -18,7 +18,37 @@ const std::vector<CommandInfo>& Commands() { return Registry(); }
 
 CliRegistrar::CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler)
 {
-    Registry().push_back(CommandInfo{name, synopsis, summary, handler});
+    Registry().push_back(CommandInfo{name, synopsis, summary, handler, {}});
+}
+
+CliRegistrar::CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler,
+                           const vmparam::ParamTable& table, const void* defaults)
+{
+    Registry().push_back(CommandInfo{name, std::string(synopsis) + " " + vmparam::Synopsis(table), summary, handler,
+                                     vmparam::HelpText(table, defaults)});
+}
+
+void AddTableOptions(const vmparam::ParamTable& table, std::set<std::string>& values, std::set<std::string>& flags)
+{
+    for (const vmparam::Param& p : table.params)
+        (p.kind == vmparam::Kind::kFlag ? flags : values).insert(std::string("--") + p.name);
+}
+
+std::string ApplyTable(const vmparam::ParamTable& table, const Args& args, void* record)
+{
+    for (const vmparam::Param& p : table.params) {
+        const std::string option = std::string("--") + p.name;
+        std::string error;
+        if (p.kind == vmparam::Kind::kFlag) {
+            if (args.Has(option)) error = vmparam::ParseValue(p, "", record);
+        } else if (const auto v = args.Value(option)) {
+            error = vmparam::ParseValue(p, *v, record);
+        } else if (p.required) {
+            error = "needs " + option;
+        }
+        if (!error.empty()) return error;
+    }
+    return "";
 }
 
 Args::Args(const std::vector<std::string>& args, std::set<std::string> valueOptions, std::set<std::string> flags)

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "runtime/param_table.h"
+
 // Commands of velmorando-cli register themselves from their own source file with a static CliRegistrar.
 namespace cli {
 
@@ -21,12 +23,17 @@ struct CommandInfo {
     std::string synopsis;   // e.g. "info FILE"
     std::string summary;    // one line for --help
     Handler handler;
+    std::string options;    // the engine's parameters, one per line, for the command's --help
 };
 
 const std::vector<CommandInfo>& Commands();
 
 struct CliRegistrar {
     CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler);
+    // A command that runs an engine: its options are the engine's parameter table, appended to the synopsis and
+    // listed in --help with ranges and the defaults of a fresh settings record.
+    CliRegistrar(const char* name, const char* synopsis, const char* summary, Handler handler,
+                 const vmparam::ParamTable& table, const void* defaults);
 };
 
 // Splits arguments into positionals, flags and options with values ("--sigma 2", "--sigma=2", "-o out").
@@ -46,6 +53,12 @@ private:
     std::map<std::string, std::string> m_values;
     std::string m_error;
 };
+
+// The options of a parameter table, added to the value options and flags an Args accepts.
+void AddTableOptions(const vmparam::ParamTable& table, std::set<std::string>& values, std::set<std::string>& flags);
+// Parses every option of the table that was given into record: "" when all are taken, else the first refusal
+// (which names the option) or "needs --NAME" for a required one that is missing.
+std::string ApplyTable(const vmparam::ParamTable& table, const Args& args, void* record);
 
 // Prints "error: ..." on stderr and returns the failure exit code.
 int Fail(const std::string& message);

@@ -1,5 +1,6 @@
 #include <cctype>
 #include <cstdio>
+#include <set>
 
 #include "cli/cli.h"
 #include "cli/picture_io.h"
@@ -29,15 +30,17 @@ private:
 
 int RunBlur(const std::vector<std::string>& args)
 {
-    cli::Args a(args, {"--sigma", "-o"}, {"--channel"});
+    const vmparam::ParamTable& table = GaussianParamTable();
+    std::set<std::string> values{"-o"}, flags{"--channel"};
+    cli::AddTableOptions(table, values, flags);
+    cli::Args a(args, values, flags);
     if (!a.Ok()) return cli::Usage("blur", a.Error());
     if (a.Positional().size() != 1) return cli::Usage("blur", "expects one input file");
-    const auto sigmaText = a.Value("--sigma");
+    GaussianSettings settings;
+    if (std::string error = cli::ApplyTable(table, a, &settings); !error.empty()) return cli::Usage("blur", error);
     const auto out = a.Value("-o");
-    if (!sigmaText) return cli::Usage("blur", "needs --sigma");
     if (!out) return cli::Usage("blur", "needs -o OUT");
-    double sigma = 0;
-    if (!cli::ParseDouble(*sigmaText, 0.0, 1000.0, sigma)) return cli::Usage("blur", "--sigma takes a number from 0 to 1000");
+    double& sigma = settings.sigma;
     if (std::string error = cli::CheckWritable(*out); !error.empty()) return cli::Fail(error);
     const std::string& in = a.Positional()[0];
 
@@ -86,7 +89,9 @@ int RunBlur(const std::vector<std::string>& args)
     return cli::kExitOk;
 }
 
-cli::CliRegistrar reg("blur", "blur IN --sigma S -o OUT [--channel]",
-                      "Gaussian blur of a picture, alpha included; --channel blurs its gray plane alone", RunBlur);
+const GaussianSettings kBlurDefaults{};
+cli::CliRegistrar reg("blur", "blur IN -o OUT [--channel]",
+                      "Gaussian blur of a picture, alpha included; --channel blurs its gray plane alone", RunBlur,
+                      GaussianParamTable(), &kBlurDefaults);
 
 } // namespace

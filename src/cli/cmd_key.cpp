@@ -2,6 +2,7 @@
 #include <cctype>
 #include <cstdio>
 #include <filesystem>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -63,8 +64,10 @@ void OnProgress(void*, uint32_t code, int32_t value)
 int RunKey(const std::vector<std::string>& args)
 {
     const char* cmd = "key";
-    cli::Args a(args, {"-o", "--backdrop", "--strength", "--levels", "--luma-strength"},
-                {"--shadow", "--no-recover", "--no-jpeg-chroma", "--feather"});
+    const vmparam::ParamTable& table = ChromaKeyParamTable();
+    std::set<std::string> values{"-o", "--backdrop"}, flags;
+    cli::AddTableOptions(table, values, flags);
+    cli::Args a(args, values, flags);
     if (!a.Ok()) return cli::Usage(cmd, a.Error());
     if (a.Positional().size() != 1) return cli::Usage(cmd, "expects exactly one input picture");
     const auto out = a.Value("-o");
@@ -82,31 +85,12 @@ int RunKey(const std::vector<std::string>& args)
         return cli::Usage(cmd, "the result has transparency: name it " + names);
     }
 
-    ChromaKeyParams params;   // the panel's defaults
+    ChromaKeySettings settings;   // the panel's defaults
+    ChromaKeyParams& params = settings.params;
     batchkey::Settings colour;
     if (auto v = a.Value("--backdrop"); v && !ParseColour(*v, colour))
         return cli::Usage(cmd, "--backdrop takes auto, RRGGBB or X%,Y%");
-    long n = 0;
-    if (auto v = a.Value("--strength")) {
-        if (!cli::ParseInt(*v, 0, 100, n)) return cli::Usage(cmd, "--strength takes 0..100");
-        params.strength = int32_t(n);
-    }
-    if (auto v = a.Value("--levels")) {
-        const size_t comma = v->find(',');
-        long lo = 0, hi = 0;
-        if (comma == std::string::npos || !cli::ParseInt(v->substr(0, comma), 0, 254, lo) ||
-            !cli::ParseInt(v->substr(comma + 1), 1, 255, hi) || lo >= hi)
-            return cli::Usage(cmd, "--levels takes LO,HI with 0 <= LO < HI <= 255");
-        params.levelLow = int32_t(lo);
-        params.levelHigh = int32_t(hi);
-    }
-    long luma = 32;
-    if (auto v = a.Value("--luma-strength"); v && !cli::ParseInt(*v, 0, 100, luma))
-        return cli::Usage(cmd, "--luma-strength takes 0..100");
-    params.includeShadow = a.Has("--shadow") ? 0 : 1;
-    params.recoverColour = a.Has("--no-recover") ? 0 : 1;
-    params.jpegChroma = a.Has("--no-jpeg-chroma") ? 0 : 1;
-    params.featherSelection = a.Has("--feather") ? 1 : 0;
+    if (std::string error = cli::ApplyTable(table, a, &settings); !error.empty()) return cli::Usage(cmd, error);
 
     const std::string& in = a.Positional()[0];
     COLImage source, result;
@@ -114,7 +98,7 @@ int RunKey(const std::vector<std::string>& args)
     params.backdrop = batchkey::ColourOfFile(source, colour);
 
     CChromaKeyProcess process;
-    process.SetLumaStrength(int(luma));
+    process.SetLumaStrength(int(settings.lumaStrength));
     process.SetImages(&source, &result);
     cli::Progress progress("keying");
     g_progress = &progress;
@@ -201,12 +185,11 @@ int RunBatchKey(const std::vector<std::string>& args)
     return cli::kExitFailure;
 }
 
-cli::CliRegistrar regKey("key",
-                         "key IN -o OUT.png [--backdrop auto|RRGGBB|X%,Y%] [--strength N] [--levels LO,HI] "
-                         "[--shadow] [--no-recover] [--no-jpeg-chroma] [--feather] [--luma-strength N]",
+const ChromaKeySettings kKeyDefaults{};
+cli::CliRegistrar regKey("key", "key IN -o OUT.png [--backdrop auto|RRGGBB|X%,Y%]",
                          "cut a photo out of a single-coloured backdrop into a PNG with alpha (--shadow removes "
                          "the backdrop's shadow)",
-                         RunKey);
+                         RunKey, ChromaKeyParamTable(), &kKeyDefaults);
 cli::CliRegistrar regBatch("batch-key",
                            "batch-key FILES-OR-FOLDER... -o OUTDIR [--colour auto|RRGGBB|X%,Y%] "
                            "[--prefix S|--suffix S]",

@@ -1,5 +1,6 @@
 #include <cctype>
 #include <cstdio>
+#include <set>
 
 #include "cli/cli.h"
 #include "cli/picture_io.h"
@@ -23,7 +24,10 @@ bool ParseSize(const std::string& text, long& w, long& h)
 
 int RunResample(const std::vector<std::string>& args)
 {
-    cli::Args a(args, {"-o", "--method"});
+    const vmparam::ParamTable& table = ResampleParamTable();
+    std::set<std::string> values{"-o"}, flags;
+    cli::AddTableOptions(table, values, flags);
+    cli::Args a(args, values, flags);
     if (!a.Ok()) return cli::Usage("resample", a.Error());
     if (a.Positional().size() != 2) return cli::Usage("resample", "expects an input file and a size WxH");
     const auto out = a.Value("-o");
@@ -31,9 +35,8 @@ int RunResample(const std::vector<std::string>& args)
     long w = 0, h = 0;
     if (!ParseSize(a.Positional()[1], w, h))
         return cli::Usage("resample", "the size is WxH, each side 1 to " + std::to_string(kMaxImageSide));
-    const std::string method = a.Value("--method").value_or("bilinear");
-    if (method != "bilinear" && method != "area" && method != "twopoint")
-        return cli::Usage("resample", "--method is bilinear, area or twopoint");
+    ResampleSettings settings;
+    if (std::string error = cli::ApplyTable(table, a, &settings); !error.empty()) return cli::Usage("resample", error);
     if (std::string error = cli::CheckWritable(*out); !error.empty()) return cli::Fail(error);
     const std::string& in = a.Positional()[0];
 
@@ -41,20 +44,19 @@ int RunResample(const std::vector<std::string>& args)
     if (std::string error = LoadPicture(in, image); !error.empty()) return cli::Fail(error);
     cli::Progress progress("resample");
     progress.Update(0);
-    int ok;
-    if (method == "area") ok = ShrinkImageArea(&image, &result, int(w), int(h));
-    else if (method == "twopoint") ok = SampleImageTwoPoint(&image, &result, int(w), int(h));
-    else ok = ResampleImage(&image, &result, int(w), int(h));
+    const int ok = ResampleWith(settings, &image, &result, int(w), int(h));
     progress.Update(100);
     progress.Done();
     if (!ok) return cli::Fail("out of memory");
     if (std::string error = SavePicture(*out, result); !error.empty()) return cli::Fail(error);
     std::printf("%s -> %s, %u x %u -> %ld x %ld (%s)\n", in.c_str(), out->c_str(), image.GetWidth(), image.GetHeight(),
-                w, h, method.c_str());
+                w, h, vmparam::FormatValue(table.params[0], &settings).c_str());
     return cli::kExitOk;
 }
 
-cli::CliRegistrar reg("resample", "resample IN WxH -o OUT [--method bilinear|area|twopoint]",
-                      "scale a picture; area averages when shrinking (bilinear where a side grows)", RunResample);
+const ResampleSettings kResampleDefaults{};
+cli::CliRegistrar reg("resample", "resample IN WxH -o OUT",
+                      "scale a picture; area averages when shrinking (bilinear where a side grows)", RunResample,
+                      ResampleParamTable(), &kResampleDefaults);
 
 } // namespace

@@ -1,10 +1,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "cli/cli.h"
+#include "runtime/status.h"
 
 namespace {
 
@@ -39,9 +42,23 @@ int main(int argc, char** argv)
         std::vector<std::string> args(argv + 2, argv + argc);
         if (std::find(args.begin(), args.end(), "--help") != args.end()) {
             std::printf("usage: velmorando-cli %s\n  %s\n", c.synopsis.c_str(), c.summary.c_str());
+            if (!c.options.empty()) std::printf("\noptions:\n%s", c.options.c_str());
             return cli::kExitOk;
         }
-        return c.handler(args);
+        // Running out of memory is a failure with a reason, never a crash: whatever an engine did not turn into a
+        // failure code itself is caught here, and a failure after an allocation was refused says so.
+        const uint64_t exhaustedBefore = vmrt::ExhaustionCount();
+        int code = cli::kExitFailure;
+        try {
+            code = c.handler(args);
+        } catch (const std::bad_alloc&) {
+            vmrt::NoteExhaustion();
+        } catch (const std::length_error&) {
+            vmrt::NoteExhaustion();
+        }
+        if (code != cli::kExitOk && vmrt::ExhaustionCount() != exhaustedBefore)
+            std::fprintf(stderr, "velmorando-cli: error: not enough memory for '%s' on this picture\n", first.c_str());
+        return code;
     }
     std::fprintf(stderr, "velmorando-cli: unknown command '%s' (try --help)\n", first.c_str());
     return cli::kExitUsage;

@@ -6,10 +6,10 @@
 
 #include "imaging/channel.h"
 #include "imaging/image.h"
+#include "runtime/simd_level.h"
 
-#if defined(__x86_64__) || defined(__i386__)
+#if VM_SIMD_X86
 #include <immintrin.h>
-#define VM_TRACKER_X86 1
 #endif
 
 // The tracker runs over the whole plane at every recorded step, so its pass is written to keep up with memory:
@@ -50,7 +50,7 @@ uint32_t ChannelRowScalar(const uint8_t* row, uint32_t from, uint32_t width, uin
     return sum;
 }
 
-#ifdef VM_TRACKER_X86
+#if VM_SIMD_X86
 
 uint32_t ImageRowSse2(const uint8_t* row, uint32_t width, uint32_t* columns)
 {
@@ -98,7 +98,7 @@ uint32_t ChannelRowSse2(const uint8_t* row, uint32_t width, uint32_t* columns)
     return static_cast<uint32_t>(_mm_cvtsi128_si32(acc)) + ChannelRowScalar(row, x, width, columns);
 }
 
-__attribute__((target("avx2"))) uint32_t ImageRowAvx2(const uint8_t* row, uint32_t width, uint32_t* columns)
+VM_TARGET_AVX2 uint32_t ImageRowAvx2(const uint8_t* row, uint32_t width, uint32_t* columns)
 {
     const __m256i ones8 = _mm256_set1_epi8(1);
     const __m256i ones16 = _mm256_set1_epi16(1);
@@ -120,7 +120,7 @@ __attribute__((target("avx2"))) uint32_t ImageRowAvx2(const uint8_t* row, uint32
 }
 
 // Eight pixels' folded sums.
-__attribute__((target("avx2"), always_inline)) inline __m256i FoldEight(const uint8_t* p)
+VM_TARGET_AVX2 __attribute__((always_inline)) inline __m256i FoldEight(const uint8_t* p)
 {
     const __m256i limit = _mm256_set1_epi32(257);
     const __m256i px = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
@@ -129,7 +129,7 @@ __attribute__((target("avx2"), always_inline)) inline __m256i FoldEight(const ui
 }
 
 // Four rows at once: the column sums are loaded and stored once per four rows instead of once per row.
-__attribute__((target("avx2"))) void ImageRowsAvx2x4(const uint8_t* row, size_t stride, uint32_t width,
+VM_TARGET_AVX2 void ImageRowsAvx2x4(const uint8_t* row, size_t stride, uint32_t width,
                                                      uint32_t* columns, uint32_t* rowSums)
 {
     const auto fold = FoldEight;
@@ -156,7 +156,7 @@ __attribute__((target("avx2"))) void ImageRowsAvx2x4(const uint8_t* row, size_t 
     }
 }
 
-__attribute__((target("avx2"))) uint32_t ChannelRowAvx2(const uint8_t* row, uint32_t width, uint32_t* columns)
+VM_TARGET_AVX2 uint32_t ChannelRowAvx2(const uint8_t* row, uint32_t width, uint32_t* columns)
 {
     const __m256i threshold = _mm256_set1_epi8(static_cast<char>(130));
     const __m256i fold = _mm256_set1_epi8(static_cast<char>(129));
@@ -179,12 +179,6 @@ __attribute__((target("avx2"))) uint32_t ChannelRowAvx2(const uint8_t* row, uint
     __m128i s = _mm_add_epi64(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1));
     s = _mm_add_epi64(s, _mm_unpackhi_epi64(s, s));
     return static_cast<uint32_t>(_mm_cvtsi128_si32(s)) + ChannelRowScalar(row, x, width, columns);
-}
-
-bool HasAvx2()
-{
-    __builtin_cpu_init();   // may run before the runtime's own start-up code
-    return __builtin_cpu_supports("avx2");
 }
 
 #endif
@@ -211,8 +205,8 @@ struct Passes {
 
 Passes PassesFor(int level)
 {
-#ifdef VM_TRACKER_X86
-    if (level >= 2 && HasAvx2()) return {ImageRowAvx2, ChannelRowAvx2, ImageRowsAvx2x4, 2};
+#if VM_SIMD_X86
+    if (level >= vmsimd::kAvx2) return {ImageRowAvx2, ChannelRowAvx2, ImageRowsAvx2x4, 2};
     if (level >= 1) return {ImageRowSse2, ChannelRowSse2, nullptr, 1};
 #else
     (void)level;
@@ -220,10 +214,10 @@ Passes PassesFor(int level)
     return {ImageRowPlain, ChannelRowPlain, nullptr, 0};
 }
 
-Passes& CurrentPasses()
+// Follows vmsimd::LimitLevel at every call, like every other vector loop.
+Passes CurrentPasses()
 {
-    static Passes passes = PassesFor(2);
-    return passes;
+    return PassesFor(vmsimd::CurrentLevel());
 }
 
 } // namespace
@@ -233,7 +227,7 @@ void ComputeFoldedSums(const COLImage& image, uint32_t* rows, uint32_t* columns)
     const uint32_t width = image.GetWidth(), height = image.GetHeight();
     std::fill(columns, columns + width, 0u);
     const uint8_t* base = reinterpret_cast<const uint8_t*>(image.GetBuffer());
-    const Passes& passes = CurrentPasses();
+    const Passes passes = CurrentPasses();
     const size_t stride = size_t(width) * 4;
     uint32_t y = 0;
     if (passes.imageFour)
@@ -248,12 +242,6 @@ void ComputeFoldedSums(const COLChannel& channel, uint32_t* rows, uint32_t* colu
     const uint8_t* base = channel.GetBuffer();
     const RowPass pass = CurrentPasses().channel;
     for (uint32_t y = 0; y < height; ++y) rows[y] = pass(base + size_t(y) * width, width, columns);
-}
-
-int SetTrackerVectorLevel(int level)
-{
-    CurrentPasses() = PassesFor(level);
-    return CurrentPasses().level;
 }
 
 void CRegionTracker::Drop()

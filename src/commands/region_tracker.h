@@ -65,7 +65,4 @@ CChangeRect TrackChanges(CRegionTracker& tracker, const COLChannel& channel);
 // The folded sums themselves, exposed for tests and benchmarks: rows receives height values, columns width.
 void ComputeFoldedSums(const COLImage& image, uint32_t* rows, uint32_t* columns);
 void ComputeFoldedSums(const COLChannel& channel, uint32_t* rows, uint32_t* columns);
-
-// Chooses the vector width of the sums: 0 plain loop, 1 SSE2, 2 AVX2 where the processor has it (the default).
-// Returns the level in effect. All levels give the same sums; tests use this to check each against the others.
-int SetTrackerVectorLevel(int level);
+// The vector width of the sums follows vmsimd::CurrentLevel(); all levels give the same sums.

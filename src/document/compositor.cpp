@@ -1,34 +1,19 @@
 #include "document/compositor.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstring>
-#include <system_error>
-#include <thread>
 
 #include "document/layer.h"
 #include "document/layer_stack.h"
 #include "imaging/image.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
 
-#if defined(__x86_64__) || defined(__i386__)
+#if VM_SIMD_X86
 #include <immintrin.h>
-#define VM_COMPOSITOR_X86 1
 #endif
 
 namespace {
-
-std::atomic<bool> g_useSimd{true};
-std::atomic<bool> g_useThreads{true};
-
-bool CpuHasAvx2()
-{
-#ifdef VM_COMPOSITOR_X86
-    static const bool has = __builtin_cpu_supports("avx2");
-    return has;
-#else
-    return false;
-#endif
-}
 
 // Modes without a formula of their own blend as normal.
 int EffectiveMode(int mode)
@@ -101,8 +86,8 @@ void BlendRowPlainAny(CPixel* d, const CPixel* s, size_t n, uint32_t opacity, in
 
 // ---- AVX2 path: eight pixels at a time in 16-bit lanes ------------------------------------------------------
 
-#ifdef VM_COMPOSITOR_X86
-#define VM_AVX2 __attribute__((target("avx2")))
+#if VM_SIMD_X86
+#define VM_AVX2 VM_TARGET_AVX2
 
 // x / 255 for every 16-bit x: (x * 0x8081) >> 23.
 VM_AVX2 inline __m256i Div255x16(__m256i x)
@@ -209,8 +194,8 @@ using BlendRowFn = void (*)(CPixel*, const CPixel*, size_t, uint32_t, int);
 
 BlendRowFn ChooseBlendRow()
 {
-#ifdef VM_COMPOSITOR_X86
-    if (g_useSimd.load(std::memory_order_relaxed) && CpuHasAvx2()) return BlendRowAvx2Any;
+#if VM_SIMD_X86
+    if (vmsimd::CurrentLevel() >= vmsimd::kAvx2) return BlendRowAvx2Any;
 #endif
     return BlendRowPlainAny;
 }
@@ -307,23 +292,15 @@ void PreviewLayer(COLImage& dst, const CLayer& layer, int l, int t, int sx, int 
     }
 }
 
-// Runs fn(y0, y1) over 0..height, split in two bands on two cores when the picture is large enough to gain.
+// Runs fn(y0, y1) over 0..height, split in bands over the pool's threads when the picture is large enough to
+// gain. Rows are blended independently, so the split never changes a byte.
 template <class Fn> void RunBands(int height, size_t pixels, Fn fn)
 {
-    const bool split = g_useThreads.load(std::memory_order_relaxed) && height >= 2 && pixels >= (size_t(1) << 18) &&
-                       std::thread::hardware_concurrency() >= 2;
-    if (split) {
-        const int mid = height / 2;
-        try {
-            std::thread helper([&fn, mid, height] { fn(mid, height); });
-            fn(0, mid);
-            helper.join();
-            return;
-        } catch (const std::system_error&) {
-            // no thread to be had: fall through and do all of it here
-        }
+    if (height < 2 || pixels < (size_t(1) << 18)) {
+        fn(0, height);
+        return;
     }
-    fn(0, height);
+    vmpar::ParallelFor(size_t(height), 1, [&](size_t y0, size_t y1, unsigned) { fn(int(y0), int(y1)); });
 }
 
 } // namespace
@@ -473,15 +450,4 @@ int MergeFast(const CLayerStack* stack, COLImage* destination, CRect rect, int s
         PreviewLayer(*destination, *layer, l, t, sx, sy, std::min(ey, last * step + step), step, cols);
     }
     return 1;
-}
-
-void SetCompositorAcceleration(bool simd, bool threads)
-{
-    g_useSimd.store(simd, std::memory_order_relaxed);
-    g_useThreads.store(threads, std::memory_order_relaxed);
-}
-
-bool CompositorHasSimd()
-{
-    return CpuHasAvx2();
 }

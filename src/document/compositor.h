@@ -53,7 +53,5 @@ inline uint32_t Div255(uint32_t x)
     return (x * 0x8081u) >> 23;
 }
 
-// The compositor may use vector instructions chosen at run time and a second core; results are the same either
-// way. Tests turn both off to compare against the plain path.
-void SetCompositorAcceleration(bool simd, bool threads);
-bool CompositorHasSimd();
+// The compositor uses the vector level of vmsimd::CurrentLevel() and the threads of vmpar::ParallelFor; results
+// are the same at every level and split (vmsimd::LimitLevel and vmpar::SetWorkerCount choose them in tests).

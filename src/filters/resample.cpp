@@ -9,11 +9,8 @@
 #include "runtime/parallel_for.h"
 #include "runtime/simd_level.h"
 
-#if defined(__GNUC__) && defined(__x86_64__)
-#define VM_X86_SIMD 1
+#if VM_SIMD_X86
 #include <immintrin.h>
-#else
-#define VM_X86_SIMD 0
 #endif
 
 namespace {
@@ -198,7 +195,7 @@ void ImageRowHPlain(const uint8_t* row, const ImageColumns& c, uint16_t* out, si
     }
 }
 
-#if VM_X86_SIMD
+#if VM_SIMD_X86
 // Two destination pixels per step: each reads its pixel pair as eight bytes and weighs them lane by lane.
 void ImageRowHSse2(const uint8_t* row, const ImageColumns& c, uint16_t* out, size_t dw)
 {
@@ -222,7 +219,7 @@ void ImageRowHSse2(const uint8_t* row, const ImageColumns& c, uint16_t* out, siz
 }
 
 // Four destination pixels per step: two pixel pairs in each 128-bit half, so one multiply serves four pixels.
-__attribute__((target("avx2"))) void ImageRowHAvx2(const uint8_t* row, const ImageColumns& c, uint16_t* out, size_t dw)
+VM_TARGET_AVX2 void ImageRowHAvx2(const uint8_t* row, const ImageColumns& c, uint16_t* out, size_t dw)
 {
     const uint32_t* pos = c.pos.data();
     const uint16_t* weights = c.weights.data();
@@ -257,7 +254,7 @@ __attribute__((target("avx2"))) void ImageRowHAvx2(const uint8_t* row, const Ima
 
 void ImageRowH(const uint8_t* row, const ImageColumns& c, uint16_t* out, uint32_t dw)
 {
-#if VM_X86_SIMD
+#if VM_SIMD_X86
     if (vmsimd::CurrentLevel() >= vmsimd::kAvx2) return ImageRowHAvx2(row, c, out, dw);
     if (vmsimd::CurrentLevel() >= vmsimd::kSse2) return ImageRowHSse2(row, c, out, dw);
 #endif
@@ -283,8 +280,8 @@ void ImageRowVPlain(const uint16_t* top, const uint16_t* bottom, const uint8_t* 
     ImageRowVBody(top, bottom, bias, fy, out, count);
 }
 
-#if VM_X86_SIMD
-__attribute__((target("avx2"))) void ImageRowVAvx2(const uint16_t* top, const uint16_t* bottom, const uint8_t* bias,
+#if VM_SIMD_X86
+VM_TARGET_AVX2 void ImageRowVAvx2(const uint16_t* top, const uint16_t* bottom, const uint8_t* bias,
                                                    uint16_t fy, uint8_t* out, size_t count)
 {
     ImageRowVBody(top, bottom, bias, fy, out, count);
@@ -294,7 +291,7 @@ __attribute__((target("avx2"))) void ImageRowVAvx2(const uint16_t* top, const ui
 void ImageRowV(const uint16_t* top, const uint16_t* bottom, const uint8_t* bias, uint16_t fy, uint8_t* out,
                size_t count)
 {
-#if VM_X86_SIMD
+#if VM_SIMD_X86
     if (vmsimd::CurrentLevel() >= vmsimd::kAvx2) return ImageRowVAvx2(top, bottom, bias, fy, out, count);
 #endif
     ImageRowVPlain(top, bottom, bias, fy, out, count);
@@ -593,4 +590,25 @@ int SampleImageTwoPoint(const COLImage* src, COLImage* dst, int dstWidth, int ds
         }
         return 1;
     });
+}
+
+const vmparam::ParamTable& ResampleParamTable()
+{
+    static const vmparam::ParamTable table{
+        "resample",
+        {vmparam::Choice("method", vmparam::At<&ResampleSettings::method>(), "bilinear|area|twopoint",
+                         "bilinear; area averages when shrinking; twopoint is quick")}};
+    return table;
+}
+
+int ResampleWith(const ResampleSettings& settings, const COLImage* src, COLImage* dst, int dstWidth, int dstHeight)
+{
+    switch (settings.method) {
+    case 1:
+        return ShrinkImageArea(src, dst, dstWidth, dstHeight);
+    case 2:
+        return SampleImageTwoPoint(src, dst, dstWidth, dstHeight);
+    default:
+        return ResampleImage(src, dst, dstWidth, dstHeight);
+    }
 }

@@ -2,6 +2,7 @@
 
 #include "imaging/channel.h"
 #include "imaging/image.h"
+#include "runtime/param_table.h"
 
 // Scaling of a rectangle of a picture into another size, in fixed-point arithmetic whose truncations are part of
 // what callers see. Every function takes (src, dst, dstWidth, dstHeight, srcX, srcY, srcWidth, srcHeight); a
@@ -31,3 +32,13 @@ int ShrinkChannelArea(const COLChannel* src, COLChannel* dst, int dstWidth, int 
 // Quick scaling from two samples per axis at the ends of each destination pixel's footprint, 8-bit weights.
 int SampleImageTwoPoint(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX = 0, int srcY = 0,
                         int srcWidth = -1, int srcHeight = -1);
+
+// How a picture is scaled where the user chooses: 0 ResampleImage (bilinear), 1 ShrinkImageArea, 2
+// SampleImageTwoPoint.
+struct ResampleSettings {
+    int32_t method = 0;
+};
+// method over ResampleSettings.
+const vmparam::ParamTable& ResampleParamTable();
+// Scales src into dst with the settings' method; the result is that function's.
+int ResampleWith(const ResampleSettings& settings, const COLImage* src, COLImage* dst, int dstWidth, int dstHeight);

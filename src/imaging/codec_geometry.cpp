@@ -1,12 +1,13 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <system_error>
-#include <thread>
+#include <new>
 #include <vector>
 
 #include "imaging/codec.h"
 #include "imaging/codec_formats.h"
+#include "runtime/parallel_for.h"
+#include "runtime/status.h"
 
 // Resampling works one axis at a time from tables of taps (source index and weight). Weights of each output
 // sample are 14-bit fixed point and sum to exactly 1 << 14, so flat areas stay exactly flat and a resample to
@@ -73,31 +74,15 @@ Taps MakeTaps(uint32_t src, uint32_t dst)
     return t;
 }
 
-// Runs body(begin, end) over [0, count) on up to two more threads when the work is large; each thread writes
-// its own rows, so the result does not depend on the split.
+// Runs body(begin, end) over [0, count) on the pool when the work is large; each part writes its own rows, so
+// the result does not depend on the split.
 template <class Body> void ForRows(uint32_t count, size_t workPerRow, Body body)
 {
-    const unsigned cores = std::max(1u, std::min(4u, std::thread::hardware_concurrency()));
-    if (cores == 1 || size_t(count) * workPerRow < (size_t(1) << 20) || count < 2 * cores) {
+    if (count < 2 || size_t(count) * workPerRow < (size_t(1) << 20)) {
         body(0u, count);
         return;
     }
-    std::vector<std::thread> threads;
-    const uint32_t chunk = (count + cores - 1) / cores;
-    unsigned started = 1;
-    try {
-        for (; started < cores; ++started) {
-            const uint32_t b = std::min(count, started * chunk), e = std::min(count, (started + 1) * chunk);
-            if (b < e) threads.emplace_back(body, b, e);
-        }
-    } catch (const std::system_error&) {
-        // No thread to be had: this one does the rest.
-    }
-    body(0u, std::min(count, chunk));
-    for (unsigned c = started; c < cores; ++c)
-        body(std::min(count, c * chunk), std::min(count, (c + 1) * chunk));
-    for (std::thread& th : threads)
-        th.join();
+    vmpar::ParallelFor(count, 2, [&](size_t b, size_t e, unsigned) { body(uint32_t(b), uint32_t(e)); });
 }
 
 } // namespace
@@ -168,7 +153,10 @@ int COLImageCodec::Resample(const COLImage* source, COLImage* destination, int w
 {
     try {
         return ResampleOrThrow(source, destination, width, height, method);
-    } catch (const std::exception&) { // out of memory: a failed resample, not an exception for the caller
+    } catch (const std::bad_alloc&) { // out of memory: a failed resample, not an exception for the caller
+        vmrt::NoteExhaustion();
+        return 0;
+    } catch (const std::exception&) {
         return 0;
     }
 }

@@ -1,14 +1,12 @@
 #include <algorithm>
-#include <atomic>
 #include <cstring>
 #include <new>
-#include <system_error>
-#include <thread>
 #include <vector>
 #include <zlib.h>
 
 #include "imaging/codec_formats.h"
 #include "imaging/safe_file.h"
+#include "runtime/parallel_for.h"
 
 // The PNG writer. Photos must save without making the user wait, so the rows are filtered with Paeth and
 // compressed with zlib's run-length strategy (on photographs within a few per cent of libpng's default
@@ -141,23 +139,11 @@ bool SavePng(const char* path, const COLImage& image, bool alpha)
         bands[i].firstRow = static_cast<uint32_t>(i) * rowsPerBand;
         bands[i].rows = std::min(rowsPerBand, h - bands[i].firstRow);
     }
-    std::atomic<size_t> next{0};
-    auto work = [&] {
-        for (size_t i; (i = next.fetch_add(1)) < bands.size();)
+    // Each band is compressed on its own, so the bytes do not depend on how the pool shares them out.
+    vmpar::ParallelFor(bands.size(), 1, [&](size_t begin, size_t end, unsigned) {
+        for (size_t i = begin; i < end; ++i)
             CompressBand(image, alpha, i + 1 == bands.size(), bands[i]);
-    };
-    const size_t helpers =
-        std::min<size_t>(bands.size(), std::min(8u, std::max(1u, std::thread::hardware_concurrency()))) - 1;
-    std::vector<std::thread> threads;
-    try {
-        for (size_t t = 0; t < helpers; ++t)
-            threads.emplace_back(work);
-    } catch (const std::system_error&) {
-        // No more threads: the ones started and this one share the bands.
-    }
-    work();
-    for (std::thread& t : threads)
-        t.join();
+    });
     uLong adler = 1;
     for (const Band& b : bands) {
         if (!b.ok) return false;

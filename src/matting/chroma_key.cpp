@@ -33,7 +33,38 @@ bool CChromaKeyProcess::IsChromatic(CPixel backdrop)
     return hsb.green >= 13 && hsb.blue >= 33 && hsb.blue < 220;
 }
 
+const vmparam::ParamTable& ChromaKeyParamTable()
+{
+    using S = ChromaKeySettings;
+    using P = ChromaKeyParams;
+    using vmparam::At;
+    static const vmparam::ParamTable table{
+        "key",
+        {vmparam::Int("strength", At<&S::params, &P::strength>(), 0, 100, "how much of the backdrop's hue range goes"),
+         vmparam::IntPair("levels", At<&S::params, &P::levelLow>(), At<&S::params, &P::levelHigh>(), 0, 255,
+                          "alpha levels: alpha LO and below becomes 0, HI and above 255"),
+         vmparam::Flag("shadow", At<&S::params, &P::includeShadow>(), 0, "remove the backdrop's shadow too"),
+         vmparam::Flag("no-recover", At<&S::params, &P::recoverColour>(), 0,
+                       "keep the edge colours as they are instead of taking the backdrop's tint out"),
+         vmparam::Flag("no-jpeg-chroma", At<&S::params, &P::jpegChroma>(), 0,
+                       "do not smooth JPEG colour blocks first"),
+         vmparam::Flag("feather", At<&S::params, &P::featherSelection>(), 1, "soften the key's edge"),
+         vmparam::Int("luma-strength", At<&S::lumaStrength>(), 0, 100,
+                      "strength of the key on a gray, white or black backdrop")}};
+    return table;
+}
+
 long CChromaKeyProcess::Process(const void* params)
+{
+    // Running out of memory fails the run like any refusal. A run in place that fails half-way puts the picture
+    // back from its private copy, so the caller's picture is as it was.
+    COLImage ownSource;
+    const long result = vmrt::GuardExhaustion([&] { return Key(params, ownSource); });
+    if (result != kOk && m_pSrcImage == m_pDstImage && !ownSource.IsEmpty()) *m_pDstImage = std::move(ownSource);
+    return result;
+}
+
+long CChromaKeyProcess::Key(const void* params, COLImage& ownSource)
 {
     if (CImageProcess::Process(params) != kOk || params == nullptr) return kFail;
     m_params = *static_cast<const ChromaKeyParams*>(params);
@@ -43,7 +74,6 @@ long CChromaKeyProcess::Process(const void* params)
     m_params.levelHigh = std::clamp(m_params.levelHigh, 0, 255);
 
     // Working in place would read pixels already keyed: key a private copy instead.
-    COLImage ownSource;
     COLImage* source = m_pSrcImage;
     if (m_pSrcImage == m_pDstImage) {
         if (!ownSource.DuplicateFrom(m_pSrcImage)) return kFail;

@@ -6,6 +6,7 @@
 #include "imaging/image.h"
 #include "imaging/pixel.h"
 #include "matting/image_process.h"
+#include "runtime/param_table.h"
 
 // What a backdrop key run is told: nine 32-bit fields in this order, with the panel's defaults.
 struct ChromaKeyParams {
@@ -20,6 +21,16 @@ struct ChromaKeyParams {
     uint32_t spare = 0;             // carried along, never read
 };
 static_assert(sizeof(ChromaKeyParams) == 36, "nine 32-bit fields");
+
+// A key's settings as the command line and the panel hold them: the run's record and the luma key's slider.
+struct ChromaKeySettings {
+    ChromaKeyParams params;
+    int32_t lumaStrength = 32;
+};
+
+// strength, levels, shadow, no-recover, no-jpeg-chroma, feather and luma-strength over ChromaKeySettings. The
+// backdrop colour is not in it: it is picked (or estimated) from the picture.
+const vmparam::ParamTable& ChromaKeyParamTable();
 
 // Keys out a single-coloured backdrop. A colourful backdrop goes through the hue key (and, if asked, the shadow
 // pass); a gray, white or black one through the luma key here. The destination gets the source's pixels with
@@ -52,6 +63,7 @@ public:
     long RemoveShadow();
 
 private:
+    long Key(const void* params, COLImage& ownSource);
     long RunLumaPath(const COLImage& source);
 
     ChromaKeyParams m_params;

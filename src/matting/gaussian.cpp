@@ -12,11 +12,8 @@
 #include "runtime/parallel_for.h"
 #include "runtime/simd_level.h"
 
-#if defined(__GNUC__) && defined(__x86_64__)
-#define VM_X86_SIMD 1
+#if VM_SIMD_X86
 #include <immintrin.h>
-#else
-#define VM_X86_SIMD 0
 #endif
 
 // ---------------------------------------------------------------------------------------------------------------
@@ -100,7 +97,7 @@ constexpr auto kStride4 = MakeTable<4>(std::make_index_sequence<GaussianKernel::
 
 } // namespace plain
 
-#if VM_X86_SIMD
+#if VM_SIMD_X86
 namespace sse2 {
 
 struct Isa {
@@ -128,33 +125,33 @@ struct Isa {
     }
 };
 
+#define VM_KERNEL VM_TARGET_SSE2
 #include "matting/gaussian_simd.inl"
+#undef VM_KERNEL
 
 } // namespace sse2
 
-#pragma GCC push_options
-#pragma GCC target("avx2")
 namespace avx2 {
 
 struct Isa {
     using V = __m256i;
     static constexpr size_t kStep = 16;
-    static V Zero() { return _mm256_setzero_si256(); }
-    static V Set32(uint32_t v) { return _mm256_set1_epi32(int(v)); }
-    static V Widen(const uint8_t* p) { return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))); }
-    static V Add16(V a, V b) { return _mm256_add_epi16(a, b); }
-    static V Add32(V a, V b) { return _mm256_add_epi32(a, b); }
+    VM_TARGET_AVX2 static V Zero() { return _mm256_setzero_si256(); }
+    VM_TARGET_AVX2 static V Set32(uint32_t v) { return _mm256_set1_epi32(int(v)); }
+    VM_TARGET_AVX2 static V Widen(const uint8_t* p) { return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))); }
+    VM_TARGET_AVX2 static V Add16(V a, V b) { return _mm256_add_epi16(a, b); }
+    VM_TARGET_AVX2 static V Add32(V a, V b) { return _mm256_add_epi32(a, b); }
     // Unpacking and packing both work within 128-bit halves, so the pack at the end restores the order.
-    static V UnpackLo16(V a, V b) { return _mm256_unpacklo_epi16(a, b); }
-    static V UnpackHi16(V a, V b) { return _mm256_unpackhi_epi16(a, b); }
-    static V MulAddPairs(V a, V b) { return _mm256_madd_epi16(a, b); }
-    static V MulHigh32(V a, V m)
+    VM_TARGET_AVX2 static V UnpackLo16(V a, V b) { return _mm256_unpacklo_epi16(a, b); }
+    VM_TARGET_AVX2 static V UnpackHi16(V a, V b) { return _mm256_unpackhi_epi16(a, b); }
+    VM_TARGET_AVX2 static V MulAddPairs(V a, V b) { return _mm256_madd_epi16(a, b); }
+    VM_TARGET_AVX2 static V MulHigh32(V a, V m)
     {
         const V even = _mm256_srli_epi64(_mm256_mul_epu32(a, m), 32);
         const V odd = _mm256_mul_epu32(_mm256_srli_epi64(a, 32), m);
         return _mm256_blend_epi32(even, odd, 0xAA);
     }
-    static void StoreNarrow(uint8_t* out, V lo, V hi)
+    VM_TARGET_AVX2 static void StoreNarrow(uint8_t* out, V lo, V hi)
     {
         const V words = _mm256_packs_epi32(lo, hi);
         const V bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(words, words), 0x08);
@@ -162,10 +159,11 @@ struct Isa {
     }
 };
 
+#define VM_KERNEL VM_TARGET_AVX2
 #include "matting/gaussian_simd.inl"
+#undef VM_KERNEL
 
 } // namespace avx2
-#pragma GCC pop_options
 #endif
 
 // The loop for a tap count and stride (0: rows given one by one) at the instruction set in use.
@@ -174,7 +172,7 @@ InteriorFn PickInterior(int taps, int stride)
     const auto pick = [&](const auto& rows, const auto& s1, const auto& s4) {
         return stride == 0 ? rows[taps] : stride == 1 ? s1[taps] : s4[taps];
     };
-#if VM_X86_SIMD
+#if VM_SIMD_X86
     switch (vmsimd::CurrentLevel()) {
     case vmsimd::kAvx2: return pick(avx2::kRows, avx2::kStride1, avx2::kStride4);
     case vmsimd::kSse2: return pick(sse2::kRows, sse2::kStride1, sse2::kStride4);
@@ -324,16 +322,27 @@ int CGaussianProcess::PlanScale(double sigma, uint32_t maxScale, double& workSig
     return scale;
 }
 
+const vmparam::ParamTable& GaussianParamTable()
+{
+    static const vmparam::ParamTable table = [] {
+        vmparam::ParamTable t{"blur", {vmparam::Real("sigma", vmparam::At<&GaussianSettings::sigma>(), 0, 1000,
+                                                     "spread of the blur in pixels", true)}};
+        t.params[0].metavar = "S";
+        return t;
+    }();
+    return table;
+}
+
 long CGaussianProcess::Process(const void* params)
 {
     if (CImageProcess::Process(params) != kOk) return kFail;
-    return Run(params, false);
+    return vmrt::GuardExhaustion([&] { return Run(params, false); });
 }
 
 long CGaussianProcess::ProcessChannel(const void* params)
 {
     if (CImageProcess::ProcessChannel(params) != kOk) return kFail;
-    return Run(params, true);
+    return vmrt::GuardExhaustion([&] { return Run(params, true); });
 }
 
 namespace {

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "matting/image_process.h"
+#include "runtime/param_table.h"
 
 // Integer Gaussian kernel: raw weights trunc(base^(-k^2 / 2 sigma^2) * 1024) with the fixed base 2.7188282,
 // cut at the first zero weight or at 16 taps a side, then scaled so that the whole kernel sums to about 2048.
@@ -19,6 +20,13 @@ struct GaussianKernel {
     // Sum of the scaled weights from offset lo to hi - 1 around a centre (offsets may be negative).
     uint32_t Sum(int lo, int hi) const;
 };
+
+// A blur's settings: the record whose address is the engine's params (a pointer to the sigma).
+struct GaussianSettings {
+    double sigma = 0;
+};
+// sigma (required) over GaussianSettings.
+const vmparam::ParamTable& GaussianParamTable();
 
 // Separable Gaussian blur of an image (all four bytes of each pixel, alpha too) or of a plane. params of both
 // modes points to one double, the sigma. Sigmas above 2.5 are blurred at a reduced size and scaled back, so the

@@ -1,12 +1,13 @@
 // Interior loop of the Gaussian line passes for one instruction set. Included by gaussian.cpp inside a namespace
-// that defines Isa (vector type, step and primitives); once per instruction set, each with its own target.
+// that defines Isa (vector type, step and primitives) and VM_KERNEL (the instruction set's target attribute);
+// once per instruction set.
 //
 // Per output byte: acc = w0 c + sum over k of w_k (up_k + down_k), then acc / d by multiply and shift. The pair
 // sums fit 16 bits (at most 510), the weights too (at most 2048), so two taps at a time go through one
 // multiply-add of 16-bit pairs into 32-bit lanes, which is exact: a whole kernel sums to at most 255 * 2048.
 
 template <int N, int Stride>
-inline const uint8_t* TapUp(const Taps& t, int k)
+VM_KERNEL inline const uint8_t* TapUp(const Taps& t, int k)
 {
     if constexpr (Stride > 0)
         return t.centre - Stride * k;
@@ -15,7 +16,7 @@ inline const uint8_t* TapUp(const Taps& t, int k)
 }
 
 template <int N, int Stride>
-inline const uint8_t* TapDown(const Taps& t, int k)
+VM_KERNEL inline const uint8_t* TapDown(const Taps& t, int k)
 {
     if constexpr (Stride > 0)
         return t.centre + Stride * k;
@@ -24,7 +25,7 @@ inline const uint8_t* TapDown(const Taps& t, int k)
 }
 
 template <int N, int Stride>
-void Interior(const Taps& t, uint8_t* out, size_t count, const uint16_t* weights, uint32_t magic)
+VM_KERNEL void Interior(const Taps& t, uint8_t* out, size_t count, const uint16_t* weights, uint32_t magic)
 {
     using V = typename Isa::V;
     constexpr int kPairs = (N + 1) / 2;

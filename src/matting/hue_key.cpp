@@ -47,6 +47,11 @@ void CHueKeyProcess::SetParamsForSteps(const ChromaKeyParams& params)
 
 long CHueKeyProcess::Process(const void* params)
 {
+    return vmrt::GuardExhaustion([&] { return Key(params); });
+}
+
+long CHueKeyProcess::Key(const void* params)
+{
     if (CImageProcess::Process(params) != kOk || params == nullptr) return kFail;
     SetParamsForSteps(*static_cast<const ChromaKeyParams*>(params));
 

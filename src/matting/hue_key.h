@@ -37,6 +37,8 @@ public:
     void SetParamsForSteps(const ChromaKeyParams& params);
 
 private:
+    long Key(const void* params);
+
     ChromaKeyParams m_params;
     COLImage m_smoothed;
     CPixel m_backdropHSB{0, 0, 0, 0};

@@ -153,7 +153,14 @@ void CProcessThread::HandleStart(const Job& job)
             std::lock_guard<std::mutex> lock(m_mutex);
             m_pCurrent.store(&job, std::memory_order_release);
         }
-        const long result = job.mode == 0 ? job.process->Process(job.params) : job.process->ProcessChannel(job.params);
+        // Nothing an engine throws may end the worker (and with it the program): the run simply failed.
+        long result = kFail;
+        try {
+            result = job.mode == 0 ? job.process->Process(job.params) : job.process->ProcessChannel(job.params);
+        } catch (const std::bad_alloc&) {
+            vmrt::NoteExhaustion();
+        } catch (...) {
+        }
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_pCurrent.store(nullptr, std::memory_order_release);

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "runtime/status.h"
+
 // Raw block with the 16-byte alignment rule shared by images and planes:
 // buffer = allocation - (allocation mod 16) + 16, so 16 spare bytes are always allocated.
 struct AlignedBlock {
@@ -11,6 +13,7 @@ struct AlignedBlock {
     {
         allocation = std::malloc(bytes + 16);
         if (!allocation) {
+            vmrt::NoteExhaustion();   // so that a front end can say "not enough memory"
             buffer = nullptr;
             return false;
         }

@@ -6,6 +6,7 @@
 #include "commands/region_tracker.h"
 #include "imaging/channel.h"
 #include "imaging/image.h"
+#include "runtime/simd_level.h"
 #include "support/test_support.h"
 
 namespace {
@@ -40,8 +41,12 @@ void ReferenceSums(const COLChannel& ch, std::vector<uint32_t>& rows, std::vecto
 
 class TrackerLevels : public ::testing::TestWithParam<int> {
 protected:
-    void SetUp() override { m_level = SetTrackerVectorLevel(GetParam()); }
-    void TearDown() override { SetTrackerVectorLevel(2); }
+    void SetUp() override
+    {
+        vmsimd::LimitLevel(GetParam());
+        m_level = vmsimd::CurrentLevel();
+    }
+    void TearDown() override { vmsimd::LimitLevel(-1); }
     int m_level = 0;
 };
 

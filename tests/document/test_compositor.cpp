@@ -7,14 +7,10 @@
 #include "document/layer.h"
 #include "document/layer_stack.h"
 #include "reference_merge.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
-
-// Every combination of acceleration must give the same bytes; each test restores the default at the end.
-struct AccelerationGuard {
-    ~AccelerationGuard() { SetCompositorAcceleration(true, true); }
-};
 
 CLayer* AddNoiseLayer(CLayerStack& stack, uint32_t w, uint32_t h, int x, int y, uint32_t seed)
 {
@@ -101,7 +97,6 @@ TEST(Compositor, BlendModeCornerValues)
 // Every alpha against every opacity, for every mode, on the plain and the vector path.
 TEST(Compositor, BlendLayerMatchesTheArithmeticForAllAlphaAndOpacity)
 {
-    AccelerationGuard guard;
     COLImage below;
     vmtest::FillNoise(below, 256, 24, 5);
     CLayer layer;
@@ -109,8 +104,7 @@ TEST(Compositor, BlendLayerMatchesTheArithmeticForAllAlphaAndOpacity)
     for (uint32_t y = 0; y < 24; ++y)
         for (uint32_t x = 0; x < 256; ++x)
             layer.m_image.GetBuffer(x, y)->alpha = uint8_t(x);
-    for (bool simd : {false, true}) {
-        SetCompositorAcceleration(simd, false);
+    vmtest::ForEachLevelAndSplit([&](const std::string& label) {
         for (int mode : {0, 1, 2, 5, 6, 10}) {
             layer.m_blendMode = uint8_t(mode);
             for (int opacity = 0; opacity < 256; ++opacity) {
@@ -120,17 +114,15 @@ TEST(Compositor, BlendLayerMatchesTheArithmeticForAllAlphaAndOpacity)
                 slow.DuplicateFrom(&below);
                 ASSERT_EQ(BlendLayer(&fast, &layer), 1);
                 reftest::BlendOnto(slow, layer);
-                ASSERT_TRUE(vmtest::SamePixels(fast, slow))
-                    << "simd " << simd << " mode " << mode << " opacity " << opacity;
+                ASSERT_TRUE(vmtest::SamePixels(fast, slow)) << label << " mode " << mode << " opacity " << opacity;
             }
         }
-    }
+    });
 }
 
 TEST(Compositor, MergeLayersMatchesReferenceOnEveryPath)
 {
-    AccelerationGuard guard;
-    // Large enough to be split across two cores.
+    // Large enough to be split across the pool.
     CLayerStack stack;
     BuildRandomStack(stack, 701, 409, 42);
     vmtest::FillNoise(stack.GetSelectionMask(), 701, 409, 9);
@@ -138,15 +130,12 @@ TEST(Compositor, MergeLayersMatchesReferenceOnEveryPath)
         COLImage expected;
         vmtest::FillNoise(expected, 701, 409, 77); // alpha that flag 0 must leave alone
         reftest::Merge(stack, expected, maskFlag);
-        for (bool simd : {false, true})
-            for (bool threads : {false, true}) {
-                SetCompositorAcceleration(simd, threads);
-                COLImage out;
-                vmtest::FillNoise(out, 701, 409, 77);
-                ASSERT_EQ(MergeLayers(&stack, &out, maskFlag), 1);
-                EXPECT_TRUE(vmtest::SamePixels(out, expected))
-                    << "mask flag " << maskFlag << " simd " << simd << " threads " << threads;
-            }
+        vmtest::ForEachLevelAndSplit([&](const std::string& label) {
+            COLImage out;
+            vmtest::FillNoise(out, 701, 409, 77);
+            ASSERT_EQ(MergeLayers(&stack, &out, maskFlag), 1);
+            EXPECT_TRUE(vmtest::SamePixels(out, expected)) << "mask flag " << maskFlag << " " << label;
+        });
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include "codec_test_util.h"
 #include "imaging/codec.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
@@ -215,6 +216,21 @@ TEST(CodecResample, MatchesTheAreaAndBilinearModel)
         ASSERT_EQ(dst.GetHeight(), uint32_t(h));
         EXPECT_LE(MaxByteDifference(dst, ModelResample(src, uint32_t(w), uint32_t(h))), 1);
     }
+}
+
+// Large enough to be split over the pool in both passes: the same bytes at every split, and the model's values.
+TEST(CodecResample, EverySplitGivesTheSameBytes)
+{
+    COLImageCodec codec;
+    COLImage src, first;
+    vmtest::FillNoise(src, 1203, 801, 5);
+    ASSERT_EQ(codec.Resample(&src, &first, 700, 1100, 1), 1);
+    EXPECT_LE(MaxByteDifference(first, ModelResample(src, 700, 1100)), 1);
+    vmtest::ForEachLevelAndSplit([&](const std::string& label) {
+        COLImage dst;
+        ASSERT_EQ(codec.Resample(&src, &dst, 700, 1100, 1), 1);
+        EXPECT_TRUE(vmtest::SamePixels(dst, first)) << label;
+    });
 }
 
 TEST(CodecResample, ExactCases)

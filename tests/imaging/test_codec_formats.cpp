@@ -13,6 +13,7 @@
 #include "codec_test_util.h"
 #include "imaging/codec.h"
 #include "imaging/codec_formats.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 using codectest::MakePattern;
@@ -113,9 +114,12 @@ TEST(CodecWrite, PngInBandsIsExactAndRepeatable)
     vmtest::FillNoise(src, 1001, 1100, 21);
     COLImageCodec codec;
     ASSERT_EQ(codec.SaveFileWithAlpha(dir.File("a.png").c_str(), &src), 1);
-    ASSERT_EQ(codec.SaveFileWithAlpha(dir.File("b.png").c_str(), &src), 1);
     EXPECT_TRUE(vmtest::SamePixels(src, Load(dir.File("a.png"))));
-    EXPECT_EQ(ReadAll(dir.File("a.png")), ReadAll(dir.File("b.png")));
+    // The same file whichever way the pool shares the bands out.
+    vmtest::ForEachLevelAndSplit([&](const std::string& label) {
+        ASSERT_EQ(codec.SaveFileWithAlpha(dir.File("b.png").c_str(), &src), 1);
+        EXPECT_EQ(ReadAll(dir.File("a.png")), ReadAll(dir.File("b.png"))) << label;
+    });
     ASSERT_EQ(codec.SaveFile(dir.File("c.png").c_str(), &src), 1);
     const COLImage rgb = Load(dir.File("c.png"));
     EXPECT_EQ(MaxColourDifference(src, rgb, false), 0);

@@ -5,6 +5,8 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <new>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -429,4 +431,33 @@ TEST(DefaultProcDlg, CloseWaitsAndPutsBackWhatWasSaved)
     dlg.Close(true);
     EXPECT_EQ(plane.GetValue(1, 1), originalPlane.GetValue(1, 1));
     EXPECT_EQ(dlg.closed, 2);
+}
+
+// An engine that runs out of memory (or throws anything else) fails its run; the worker carries on.
+TEST(ProcessThread, AThrowingEngineFailsItsRunAndTheWorkerCarriesOn)
+{
+    struct Throwing : CImageProcess {
+        bool badAlloc = true;
+        long Process(const void*) override
+        {
+            if (badAlloc) throw std::bad_alloc();
+            throw std::runtime_error("engine fault");
+        }
+    };
+    Recorder rec;
+    Throwing thrower;
+    GateProcess fine(false, true);
+    const long code = 4;
+    CProcessThread thread;
+    const uint64_t exhausted = vmrt::ExhaustionCount();
+    for (bool badAlloc : {true, false}) {
+        thrower.badAlloc = badAlloc;
+        thread.StartImageProcess(&rec, &thrower, nullptr, 0, 0, 100, 1);
+        thread.WaitDone();
+        EXPECT_EQ(thread.GetLastResult(), kFail) << badAlloc;
+        thread.StartImageProcess(&rec, &fine, &code, 0, 0, 100, 1);
+        thread.WaitDone();
+        EXPECT_EQ(thread.GetLastResult(), 4) << badAlloc;
+    }
+    EXPECT_EQ(vmrt::ExhaustionCount(), exhausted + 1);   // only the bad_alloc counts as running out of memory
 }

@@ -1,0 +1,86 @@
+// The engines' parameter tables drive the commands' options: refusals name the option, --help shows ranges and
+// defaults, and every default lies in its own range.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "filters/resample.h"
+#include "matting/chroma_key.h"
+#include "matting/gaussian.h"
+#include "support/test_support.h"
+
+using vmtest::CliResult;
+using vmtest::Quote;
+using vmtest::RunCli;
+
+namespace {
+
+template <class Settings> void ExpectDefaultsInRange(const vmparam::ParamTable& table)
+{
+    const Settings fresh{};
+    const void* defaults = &fresh;
+    for (const vmparam::Param& p : table.params) {
+        if (p.required || p.kind == vmparam::Kind::kFlag) continue;
+        const double v = p.get(defaults);
+        EXPECT_GE(v, p.min) << table.engine << " --" << p.name;
+        EXPECT_LE(v, p.max) << table.engine << " --" << p.name;
+        if (p.kind == vmparam::Kind::kIntPair) {
+            EXPECT_LT(v, p.get2(defaults)) << table.engine << " --" << p.name;
+            EXPECT_LE(p.get2(defaults), p.max) << table.engine << " --" << p.name;
+        }
+        // What the table prints as the default, it takes back as the same value.
+        Settings parsed{};
+        EXPECT_EQ(vmparam::ParseValue(p, vmparam::FormatValue(p, defaults), &parsed), "") << p.name;
+        EXPECT_EQ(p.get(&parsed), v) << p.name;
+    }
+}
+
+} // namespace
+
+TEST(CliParams, EveryTableDefaultLiesInItsRange)
+{
+    ExpectDefaultsInRange<ChromaKeySettings>(ChromaKeyParamTable());
+    ExpectDefaultsInRange<GaussianSettings>(GaussianParamTable());
+    ExpectDefaultsInRange<ResampleSettings>(ResampleParamTable());
+}
+
+TEST(CliParams, BadValuesAreRefusedWithTheOptionNamed)
+{
+    vmtest::TempDir dir;
+    COLImage img;
+    vmtest::FillNoise(img, 8, 8, 1);
+    ASSERT_EQ(img.SaveToFile(dir.File("in.bmp").c_str()), kOk);
+    const std::string in = Quote(dir.File("in.bmp")), out = Quote(dir.File("out.png"));
+    const std::pair<std::string, std::string> cases[] = {
+        {"key " + in + " -o " + out + " --strength 101", "--strength takes a whole number from 0 to 100, not '101'"},
+        {"key " + in + " -o " + out + " --levels 40,40", "--levels takes LO,HI with 0 <= LO < HI <= 255, not '40,40'"},
+        {"key " + in + " -o " + out + " --feather=1", "unknown option --feather"},
+        {"blur " + in + " -o " + out, "needs --sigma"},
+        {"blur " + in + " -o " + out + " --sigma 2x", "--sigma takes a number from 0 to 1000, not '2x'"},
+        {"resample " + in + " 4x4 -o " + out + " --method cubic",
+         "--method takes bilinear, area or twopoint, not 'cubic'"},
+    };
+    for (const auto& [args, message] : cases) {
+        const CliResult r = RunCli(args);
+        EXPECT_EQ(r.exitCode, 2) << args << "\n" << r.output;
+        EXPECT_NE(r.output.find(message), std::string::npos) << args << "\n" << r.output;
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir.File("out.png")));
+    // A value at the end of its range is taken.
+    EXPECT_EQ(RunCli("resample " + in + " 4x4 -o " + out + " --method=twopoint").exitCode, 0);
+}
+
+TEST(CliParams, HelpListsTheTableWithRangesAndDefaults)
+{
+    const CliResult key = RunCli("key --help");
+    EXPECT_EQ(key.exitCode, 0);
+    for (const char* text : {"[--strength N]", "[--levels LO,HI]", "[--shadow]", "--luma-strength N",
+                             "(a whole number from 0 to 100; default 32)", "default 32,255)"})
+        EXPECT_NE(key.output.find(text), std::string::npos) << text << "\n" << key.output;
+    const CliResult blur = RunCli("blur --help");
+    EXPECT_NE(blur.output.find("--sigma S"), std::string::npos) << blur.output;
+    EXPECT_NE(blur.output.find("required)"), std::string::npos) << blur.output;
+    const CliResult resample = RunCli("resample --help");
+    EXPECT_NE(resample.output.find("default bilinear)"), std::string::npos) << resample.output;
+}

@@ -1,0 +1,154 @@
+// Engines that run out of memory fail with kFail instead of ending the program, and leave the picture they were
+// given as it was. Each attempt runs in a child process under an address-space limit.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <spawn.h>
+#include <new>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include "matting/chroma_key.h"
+#include "matting/gaussian.h"
+#include "runtime/parallel_for.h"
+#include "support/test_support.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VM_NO_ADDRESS_LIMIT 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VM_NO_ADDRESS_LIMIT 1
+#endif
+#endif
+
+namespace {
+
+enum Outcome { kSucceeded = 0, kFailedCleanly = 1, kWrongResult = 2, kPictureChanged = 3, kNoLimit = 4 };
+
+size_t AddressSpaceBytes()
+{
+    FILE* f = std::fopen("/proc/self/status", "r");
+    if (!f) return 0;
+    char line[256];
+    size_t kb = 0;
+    while (std::fgets(line, sizeof line, f))
+        if (std::sscanf(line, "VmSize: %zu kB", &kb) == 1) break;
+    std::fclose(f);
+    return kb * 1024;
+}
+
+// A green backdrop with an orange block, so that the hue path runs; large enough that a run needs tens of
+// megabytes beyond its picture, split over the pool.
+void MakePhoto(COLImage& photo)
+{
+    vmtest::FillNoise(photo, 1600, 1200, 3);
+    for (uint32_t y = 0; y < 1200; ++y)
+        for (uint32_t x = 0; x < 1600; ++x)
+            if (x < 400 || y < 300) *photo.GetBuffer(x, y) = CPixel::Make(46, 168, 72, 255);
+}
+
+int KeyInPlace(COLImage& picture)
+{
+    ChromaKeyParams params;
+    params.backdrop = CPixel::Make(46, 168, 72, 255);
+    params.featherSelection = 1;
+    CChromaKeyProcess key;
+    key.SetImages(&picture, &picture);
+    return int(key.Process(&params));
+}
+
+int Blur(const COLImage& photo, COLImage& out)
+{
+    double sigma = 7;
+    CGaussianProcess gauss;
+    gauss.SetImages(const_cast<COLImage*>(&photo), &out);
+    return int(gauss.Process(&sigma));
+}
+
+// The child's side: the result without a limit first, then the same run with `spare` bytes of address space
+// to grow by. The document's picture is keyed in place, so a failed run must give it back untouched.
+int RunChild(const std::string& engine, size_t spare)
+{
+    vmpar::SetWorkerCount(3);
+    COLImage photo, expected;
+    MakePhoto(photo);
+    if (engine == "key") {
+        expected.DuplicateFrom(&photo);
+        if (KeyInPlace(expected) != kOk) return kWrongResult;
+    } else if (Blur(photo, expected) != kOk) {
+        return kWrongResult;
+    }
+    COLImage picture, out;
+    picture.DuplicateFrom(&photo);
+    const size_t now = AddressSpaceBytes();
+    rlimit limit{now + spare, now + spare};
+    if (now == 0 || setrlimit(RLIMIT_AS, &limit) != 0) return kNoLimit;
+    if (engine == "key") {
+        if (KeyInPlace(picture) == kOk) return vmtest::SamePixels(picture, expected) ? kSucceeded : kWrongResult;
+        return vmtest::SamePixels(picture, photo) ? kFailedCleanly : kPictureChanged;
+    }
+    if (Blur(picture, out) == kOk) return vmtest::SamePixels(out, expected) ? kSucceeded : kWrongResult;
+    return vmtest::SamePixels(picture, photo) ? kFailedCleanly : kPictureChanged;
+}
+
+// The child is this test program started afresh, so it has no threads of its own yet (a forked copy of a
+// process whose pool threads sleep on a condition variable cannot use that variable). It does its run before
+// main and never reaches the tests.
+const int g_child = [] {
+    const char* ask = std::getenv("VM_EXHAUSTION_CHILD");
+    if (!ask) return 0;
+    const std::string text = ask;
+    const size_t colon = text.find(':');
+    std::fflush(nullptr);
+    _exit(RunChild(text.substr(0, colon), std::strtoull(text.c_str() + colon + 1, nullptr, 10)));
+}();
+
+// Starts the child for one engine and limit; returns its Outcome, or -signal when it died of one.
+int InChild(const std::string& engine, size_t spare)
+{
+    const std::string env = "VM_EXHAUSTION_CHILD=" + engine + ":" + std::to_string(spare);
+    char* argv[] = {const_cast<char*>("test_matting"), nullptr};
+    char* envp[] = {const_cast<char*>(env.c_str()), nullptr};
+    pid_t pid = 0;
+    if (posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, argv, envp) != 0) return -1000;
+    int status = 0;
+    if (waitpid(pid, &status, 0) != pid) return -1000;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+// Sweeps the limit from nothing to spare to plenty, so that the allocation that fails moves through the whole
+// run: every attempt must succeed with the right bytes or fail with kFail and the picture as it was.
+void Sweep(const std::string& engine, size_t largest)
+{
+    int failures = 0, successes = 0;
+    for (size_t spare = 0; spare <= largest; spare += largest / 12) {
+        const int outcome = InChild(engine, spare);
+        ASSERT_TRUE(outcome == kSucceeded || outcome == kFailedCleanly)
+            << engine << " with " << spare / 1024 << " kB to spare ended with " << outcome
+            << " (negative: killed by that signal)";
+        (outcome == kSucceeded ? successes : failures)++;
+    }
+    EXPECT_GT(failures, 0) << engine << ": no attempt ran short of memory, the sweep proves nothing";
+    EXPECT_GT(successes, 0) << engine << ": even the largest limit was too small";
+}
+
+} // namespace
+
+#ifdef VM_NO_ADDRESS_LIMIT
+TEST(Exhaustion, DISABLED_EnginesFailCleanlyUnderAnAddressSpaceLimit) {}
+#else
+TEST(Exhaustion, ChromaKeyInPlaceFailsCleanlyUnderAnAddressSpaceLimit)
+{
+    Sweep("key", size_t(192) << 20);
+}
+
+TEST(Exhaustion, BlurFailsCleanlyUnderAnAddressSpaceLimit)
+{
+    Sweep("blur", size_t(192) << 20);
+}
+#endif

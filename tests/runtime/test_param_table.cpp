@@ -1,0 +1,117 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "runtime/param_table.h"
+
+namespace {
+
+struct Inner {
+    int32_t low = 10;
+    int32_t high = 200;
+};
+
+struct Settings {
+    int32_t count = 5;
+    double radius = 1.5;
+    uint32_t keep = 1;
+    int32_t mode = 0;
+    Inner range;
+    double need = 0;
+};
+
+const vmparam::ParamTable& Table()
+{
+    using vmparam::At;
+    static const vmparam::ParamTable table{
+        "demo",
+        {vmparam::Int("count", At<&Settings::count>(), -3, 12, "how many"),
+         vmparam::Real("radius", At<&Settings::radius>(), 0, 50, "how far"),
+         vmparam::Flag("no-keep", At<&Settings::keep>(), 0, "drop it"),
+         vmparam::Choice("mode", At<&Settings::mode>(), "fast|exact|both", "which way"),
+         vmparam::IntPair("range", At<&Settings::range, &Inner::low>(), At<&Settings::range, &Inner::high>(), 0,
+                          255, "from where to where"),
+         vmparam::Real("need", At<&Settings::need>(), 0.5, 2, "must be given", true)}};
+    return table;
+}
+
+std::string Parse(const char* name, const std::string& text, Settings& s)
+{
+    const vmparam::Param* p = Table().Find(name);
+    EXPECT_NE(p, nullptr) << name;
+    return p ? vmparam::ParseValue(*p, text, &s) : "no such parameter";
+}
+
+} // namespace
+
+TEST(ParamTable, ValuesWithinTheirRangesReachTheirFields)
+{
+    Settings s;
+    EXPECT_EQ(Parse("count", "-3", s), "");
+    EXPECT_EQ(s.count, -3);
+    EXPECT_EQ(Parse("count", "12", s), "");
+    EXPECT_EQ(s.count, 12);
+    EXPECT_EQ(Parse("radius", "0.25", s), "");
+    EXPECT_DOUBLE_EQ(s.radius, 0.25);
+    EXPECT_EQ(Parse("radius", "50", s), "");
+    EXPECT_DOUBLE_EQ(s.radius, 50);
+    EXPECT_EQ(Parse("no-keep", "", s), "");
+    EXPECT_EQ(s.keep, 0u);
+    EXPECT_EQ(Parse("no-keep", "", s), "");   // given twice it stays off
+    EXPECT_EQ(s.keep, 0u);
+    EXPECT_EQ(Parse("mode", "both", s), "");
+    EXPECT_EQ(s.mode, 2);
+    EXPECT_EQ(Parse("range", "0,255", s), "");
+    EXPECT_EQ(s.range.low, 0);
+    EXPECT_EQ(s.range.high, 255);
+    EXPECT_EQ(Parse("range", "7,8", s), "");
+    EXPECT_EQ(s.range.low, 7);
+    EXPECT_EQ(s.range.high, 8);
+}
+
+TEST(ParamTable, RefusalsNameTheOptionSayWhatItTakesAndLeaveTheFieldAlone)
+{
+    Settings s;
+    const Settings fresh;
+    for (const char* bad : {"13", "-4", "", "5x", " 5", "+5", "2.5", "0x10", "99999999999999999999999"}) {
+        const std::string error = Parse("count", bad, s);
+        EXPECT_EQ(error, std::string("--count takes a whole number from -3 to 12, not '") + bad + "'");
+    }
+    for (const char* bad : {"50.01", "-0.1", "nan", "inf", "1e999", "one", ""}) {
+        const std::string error = Parse("radius", bad, s);
+        EXPECT_EQ(error, std::string("--radius takes a number from 0 to 50, not '") + bad + "'");
+    }
+    for (const char* bad : {"10,10", "20,10", "10", "10,", ",10", "-1,5", "5,256", "a,b", "1,2,3"}) {
+        const std::string error = Parse("range", bad, s);
+        EXPECT_EQ(error, std::string("--range takes LO,HI with 0 <= LO < HI <= 255, not '") + bad + "'");
+    }
+    EXPECT_EQ(Parse("mode", "Fast", s), "--mode takes fast, exact or both, not 'Fast'");
+    EXPECT_EQ(Parse("no-keep", "yes", s), "--no-keep takes no value");
+    EXPECT_EQ(s.count, fresh.count);
+    EXPECT_EQ(s.radius, fresh.radius);
+    EXPECT_EQ(s.range.low, fresh.range.low);
+    EXPECT_EQ(s.range.high, fresh.range.high);
+    EXPECT_EQ(s.mode, fresh.mode);
+    EXPECT_EQ(s.keep, fresh.keep);
+}
+
+TEST(ParamTable, HelpShowsRangesAndTheDefaultsOfAFreshRecord)
+{
+    const Settings defaults;
+    const std::string help = vmparam::HelpText(Table(), &defaults);
+    EXPECT_NE(help.find("--count N"), std::string::npos) << help;
+    EXPECT_NE(help.find("how many (a whole number from -3 to 12; default 5)"), std::string::npos) << help;
+    EXPECT_NE(help.find("(a number from 0 to 50; default 1.5)"), std::string::npos) << help;
+    EXPECT_NE(help.find("--mode fast|exact|both"), std::string::npos) << help;
+    EXPECT_NE(help.find("default fast)"), std::string::npos) << help;
+    EXPECT_NE(help.find("default 10,200)"), std::string::npos) << help;
+    EXPECT_NE(help.find("(a number from 0.5 to 2; required)"), std::string::npos) << help;
+    EXPECT_EQ(vmparam::Synopsis(Table()),
+              "[--count N] [--radius X] [--no-keep] [--mode fast|exact|both] [--range LO,HI] --need X");
+    Settings changed;
+    changed.mode = 1;
+    changed.keep = 0;
+    EXPECT_EQ(vmparam::FormatValue(*Table().Find("mode"), &changed), "exact");
+    EXPECT_EQ(vmparam::FormatValue(*Table().Find("no-keep"), &changed), "on");
+    EXPECT_EQ(vmparam::FormatValue(*Table().Find("no-keep"), &defaults), "off");
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
+
+namespace vmtest {
+
+// Caps the vector level and fixes the pool's split for one scope, then restores the automatic choice (also when
+// an assertion leaves the scope early).
+class RuntimeLimits {
+public:
+    RuntimeLimits(int level, unsigned workers)
+    {
+        vmsimd::LimitLevel(level);
+        vmpar::SetWorkerCount(workers);
+    }
+    ~RuntimeLimits()
+    {
+        vmsimd::LimitLevel(-1);
+        vmpar::SetWorkerCount(0);
+    }
+    RuntimeLimits(const RuntimeLimits&) = delete;
+    RuntimeLimits& operator=(const RuntimeLimits&) = delete;
+};
+
+// Runs fn at every vector level with one worker, then at the best level with splits of 2, 3 and 7 (odd counts
+// leave uneven parts). label names the combination for a failure message.
+inline void ForEachLevelAndSplit(const std::function<void(const std::string& label)>& fn)
+{
+    for (int level : {vmsimd::kPlain, vmsimd::kSse2, vmsimd::kAvx2}) {
+        RuntimeLimits limits(level, 1);
+        fn("level " + std::to_string(int(vmsimd::CurrentLevel())) + ", 1 worker");
+    }
+    for (unsigned workers : {2u, 3u, 7u}) {
+        RuntimeLimits limits(-1, workers);
+        fn("level " + std::to_string(int(vmsimd::CurrentLevel())) + ", " + std::to_string(workers) + " workers");
+    }
+}
+
+} // namespace vmtest
