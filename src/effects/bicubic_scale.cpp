@@ -44,7 +44,7 @@ void BlendSse2(uint8_t* out, const uint8_t* a, const uint8_t* b, size_t n, int p
     BlendPlain(out + i, a + i, b + i, n - i, p);
 }
 
-__attribute__((target("avx2"))) void BlendAvx2(uint8_t* out, const uint8_t* a, const uint8_t* b, size_t n, int p)
+VM_TARGET_AVX2 void BlendAvx2(uint8_t* out, const uint8_t* a, const uint8_t* b, size_t n, int p)
 {
     const __m256i vp = _mm256_set1_epi16(static_cast<short>(p)), vq = _mm256_set1_epi16(static_cast<short>(256 - p));
     const __m256i zero = _mm256_setzero_si256();
@@ -98,7 +98,7 @@ void CombineSse2(uint8_t* out, const uint8_t* pos, const uint8_t* neg, size_t n,
     CombinePlain(out + i, pos + i, neg + i, n - i, fp, fn);
 }
 
-__attribute__((target("avx2"))) inline __m256i CombineEight(const uint8_t* p, const uint8_t* q, __m256 fp, __m256 fn,
+VM_TARGET_AVX2 inline __m256i CombineEight(const uint8_t* p, const uint8_t* q, __m256 fp, __m256 fn,
                                                             __m256 half)
 {
     const __m256i p32 = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
@@ -108,7 +108,7 @@ __attribute__((target("avx2"))) inline __m256i CombineEight(const uint8_t* p, co
     return _mm256_cvttps_epi32(x);
 }
 
-__attribute__((target("avx2"))) void CombineAvx2(uint8_t* out, const uint8_t* pos, const uint8_t* neg, size_t n,
+VM_TARGET_AVX2 void CombineAvx2(uint8_t* out, const uint8_t* pos, const uint8_t* neg, size_t n,
                                                  float fp, float fn)
 {
     const __m256 vfp = _mm256_set1_ps(fp), vfn = _mm256_set1_ps(fn), half = _mm256_set1_ps(0.5f);

@@ -119,7 +119,7 @@ Sums GatherInterior(const PlaneRects& plane, const Band& band, int x, int y)
 
 // The same for eight pixels side by side, x .. x + 7, all of one diameter and with every column of their windows
 // on the picture. Kernel rows outside rLo .. rHi - 1 (off the picture) take no part.
-__attribute__((target("avx2"))) void GatherInterior8(const PlaneRects& plane, const Band& band, int x, int y, int rLo,
+VM_TARGET_AVX2 void GatherInterior8(const PlaneRects& plane, const Band& band, int x, int y, int rLo,
                                                      int rHi, uint32_t (&out)[3][kLanes])
 {
     const int lo = rLo - kCentre, hi = rHi - kCentre;
@@ -186,7 +186,7 @@ FastTerms PrepareFast(const PlaneRects& plane, size_t stride)
 }
 
 // Sixteen pixels x .. x + 15 of one diameter whose windows lie wholly on the picture.
-__attribute__((target("avx2"))) void GatherInterior16(const FastTerms& f, const Band& band, int x, int y,
+VM_TARGET_AVX2 void GatherInterior16(const FastTerms& f, const Band& band, int x, int y,
                                                       uint32_t (&out)[3][2 * kLanes])
 {
     const size_t at = band.stride * size_t(y - band.y0) + size_t(x);

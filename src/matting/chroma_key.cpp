@@ -60,7 +60,7 @@ long CChromaKeyProcess::Process(const void* params)
     // back from its private copy, so the caller's picture is as it was.
     COLImage ownSource;
     const long result = vmrt::GuardExhaustion([&] { return Key(params, ownSource); });
-    if (result != kOk && m_pSrcImage == m_pDstImage && !ownSource.IsEmpty()) *m_pDstImage = std::move(ownSource);
+    if (result != kOk && m_pSrcImage == m_pDstImage && !ownSource.IsNull()) *m_pDstImage = std::move(ownSource);
     return result;
 }
 
