@@ -405,11 +405,44 @@ def dialog_picture(path, kind):
         cv.round_rect(20, 6, 58, 44, 4, hexc(0x8FA07A))
         cv.checker(6, 20, 44, 58, 6, hexc(0xE4E4E4), hexc(0xB8B8B8))
         subject(cv, 25, 42, 26, hexc(0xF4C27A))
-    elif kind == 'lenblur':
+    elif kind == 'lenblurdlg':
         cv.ellipse(32, 32, 26, 26, hexc(0x303840))
         cv.ellipse(32, 32, 20, 20, hexc(0x506070))
         cv.ellipse(32, 32, 12, 12, hexc(0x90B8E0))
         cv.ellipse(27, 27, 4, 4, hexc(0xFFFFFF, 0.8))
+    cv.save_png(path)
+
+
+def aperture_masks(path):
+    """The lens blur's three aperture shapes in one 64 x 64 picture: blue the octagon, green the hexagon, red the
+    circle. Each byte is the shape's coverage of the pixel (8 x 8 samples), 255 inside and 0 outside; all three
+    fill the square from edge to edge so that the largest kernel is the whole aperture."""
+    side, c, n = 64, 32.0, 8
+
+    def regular(count, phase, circum):
+        return [(c + circum * math.cos(phase + 2 * math.pi * k / count), c + circum * math.sin(phase + 2 * math.pi * k / count))
+                for k in range(count)]
+
+    def convex(pts):
+        def inside(x, y):
+            for i in range(len(pts)):
+                (xa, ya), (xb, yb) = pts[i], pts[(i + 1) % len(pts)]
+                if (xb - xa) * (y - ya) - (yb - ya) * (x - xa) < 0:
+                    return False
+            return True
+        return inside
+
+    octagon = convex(regular(8, math.pi / 8, c / math.cos(math.pi / 8)))    # flat sides on the square's edges
+    hexagon = convex(regular(6, -math.pi / 2, c))                           # a point at the top and the bottom
+    circle = lambda x, y: (x - c) ** 2 + (y - c) ** 2 <= c * c
+    cv = Canvas(side, side)
+    offs = [(i + 0.5) / n for i in range(n)]
+    for y in range(side):
+        for x in range(side):
+            cover = []
+            for inside in (circle, hexagon, octagon):
+                cover.append(sum(1 for oy in offs for ox in offs if inside(x + ox, y + oy)) / (n * n))
+            cv.px[y * side + x] = [cover[0], cover[1], cover[2], 1.0]
     cv.save_png(path)
 
 
@@ -432,8 +465,9 @@ def main():
     mode_button(j('bkmask.png'), 'mask')
     progress(j('progress.png'))
     for kind in ('bluesel', 'inoutsel', 'batchblue', 'difsel', 'chbk', 'blur', 'delbk', 'dupsel', 'mask', 'sepbk',
-                 'lenblur'):
+                 'lenblurdlg'):
         dialog_picture(j(kind + '.png'), kind)
+    aperture_masks(j('lenblur.png'))
     create_selection_icon(j('icons/createsel.png'))
     app_icon(j('icons/velmorando.png'), 64)
     app_icon(j('icons/velmorando-256.png'), 256)

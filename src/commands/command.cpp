@@ -12,6 +12,7 @@
 #include "document/compose_document.h"
 #include "document/layer.h"
 #include "effects/flip_rotate.h"
+#include "effects/image_size.h"
 #include "imaging/codec.h"
 #include "imaging/gbk_text.h"
 
@@ -98,6 +99,77 @@ bool Rotate(CCommandContext& context, bool left)
     }
     Record(context, kStepLayerHeaderRegion, doc->GetCurrentIndex(), left ? "His_RotateLeft" : "His_RotateRight");
     doc->Refresh();
+    return true;
+}
+
+// ---- whole-document geometry: image size, canvas size, turns and mirrors of every layer ----------------------
+
+bool LegalSide(int side) { return side >= 1 && side <= static_cast<int>(kMaxImageSide); }
+
+// A failed whole-document edit tells the user with the common failure text; the document is as it was.
+bool Failed(CCommandContext& context)
+{
+    if (context.host) context.host->ShowMessage("except");
+    return false;
+}
+
+bool ImageSize(CCommandContext& context, const CCommand& command)
+{
+    int width = 0, height = 0, method = kScaleBicubic;
+    if (!HasLayers(context) || !ArgInt(command, 0, width) || !ArgInt(command, 1, height)) return false;
+    if (command.args.size() > 2 && !ArgInt(command, 2, method)) return false;
+    if (!LegalSide(width) || !LegalSide(height) || method < kScaleNearest || method > kScaleBicubic) return false;
+    if (!ResizeAllLayers(*context.document, width, height, method)) return Failed(context);
+    Record(context, kStepWholeDocument, 0, "His_ImageSize");
+    context.document->Refresh();
+    return true;
+}
+
+uint32_t CanvasFill(const CCommandContext& context) { return context.foreground | 0xFF000000u; }
+
+bool ResizeCanvasCommand(CCommandContext& context, const CCommand& command)
+{
+    int width = 0, height = 0, h = 1, v = 1;
+    if (!HasLayers(context) || !ArgInt(command, 0, width) || !ArgInt(command, 1, height)) return false;
+    if (command.args.size() > 2 && !ArgInt(command, 2, h)) return false;
+    if (command.args.size() > 3 && !ArgInt(command, 3, v)) return false;
+    if (!LegalSide(width) || !LegalSide(height) || h < 0 || h > 2 || v < 0 || v > 2) return false;
+    if (!context.document->ResizeCanvas(width, height, CanvasFill(context), h, v)) return Failed(context);
+    Record(context, kStepWholeDocument, 0, "His_CavasSize");
+    context.document->Refresh();
+    return true;
+}
+
+bool ExtendCanvas(CCommandContext& context, const CCommand& command)
+{
+    int margin[4] = {0, 0, 0, 0};   // left, up, right, down
+    if (!HasLayers(context)) return false;
+    for (size_t i = 0; i < 4; ++i)
+        if (!ArgInt(command, i, margin[i]) || margin[i] < -10000 || margin[i] > 10000) return false;
+    CComposeDocument& doc = *context.document;
+    int width = 0, height = 0;
+    CanvasSizeFromMargins(doc.GetWidth(), doc.GetHeight(), margin[0], margin[1], margin[2], margin[3], width, height);
+    if (!doc.ChangeCanvas(width, height, margin[0], margin[1], CanvasFill(context))) return Failed(context);
+    Record(context, kStepWholeDocument, 0, "His_CavasSize");
+    doc.Refresh();
+    return true;
+}
+
+bool RotateImage(CCommandContext& context, bool left)
+{
+    if (!HasLayers(context)) return false;
+    if (!RotateDocument(*context.document, left)) return Failed(context);
+    Record(context, kStepWholeDocument, 0, left ? "His_RotateLeft" : "His_RotateRight");
+    context.document->Refresh();
+    return true;
+}
+
+bool FlipImageCommand(CCommandContext& context, bool horizontal)
+{
+    if (!HasLayers(context)) return false;
+    if (!FlipDocument(*context.document, horizontal)) return false;
+    Record(context, kStepWholeDocument, 0, horizontal ? "His_FlipH" : "His_FlipV");
+    context.document->Refresh();
     return true;
 }
 
@@ -342,11 +414,19 @@ int DispatchDocCommand(CCommandContext& context, const CCommand& command)
         if (Is(command, "Doc_DelectInv")) ok &= DeleteSelection(context, true, "His_deleteinv");
         if (Is(command, "Doc_DeleteLayer")) ok &= DeleteLayer(context, command);
         break;
+    case 'E':
+        if (Is(command, "Doc_ExtendCanvas")) ok &= ExtendCanvas(context, command);
+        break;
     case 'F':
         if (Is(command, "Doc_FlatImage")) ok &= FlatImage(context);
         if (Is(command, "Doc_FlipH")) ok &= Flip(context, true);
         if (Is(command, "Doc_FlipV")) ok &= Flip(context, false);
+        if (Is(command, "Doc_FlipImageH")) ok &= FlipImageCommand(context, true);
+        if (Is(command, "Doc_FlipImageV")) ok &= FlipImageCommand(context, false);
         if (Is(command, "Doc_FillSelection")) ok &= context.host && context.host->RunFillDialog();
+        break;
+    case 'I':
+        if (Is(command, "Doc_ImageSize")) ok &= ImageSize(context, command);
         break;
     case 'L':
         if (Is(command, "Doc_LayerLocateChange")) ok &= LayerLocateChange(context, command);
@@ -368,6 +448,9 @@ int DispatchDocCommand(CCommandContext& context, const CCommand& command)
     case 'R':
         if (Is(command, "Doc_RotateRight")) ok &= Rotate(context, false);
         if (Is(command, "Doc_RotateLeft")) ok &= Rotate(context, true);
+        if (Is(command, "Doc_RotateImageRight")) ok &= RotateImage(context, false);
+        if (Is(command, "Doc_RotateImageLeft")) ok &= RotateImage(context, true);
+        if (Is(command, "Doc_ResizeCanvas")) ok &= ResizeCanvasCommand(context, command);
         break;
     case 'S':
         if (Is(command, "Doc_SelectAll")) ok &= SelectAll(context);

@@ -1,0 +1,572 @@
+#include "effects/lens_blur.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstring>
+#include <immintrin.h>
+#include <new>
+
+#include "filters/resample.h"
+#include "imaging/codec.h"
+#include "matting/gaussian.h"
+#include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
+
+namespace {
+
+constexpr int kSide = CLensBlurProcess::kApertureSide;
+constexpr int kCentre = kSide / 2;  // the kernel byte that stands over the pixel itself
+constexpr int kGrayHighlight = 220; // only pixels brighter than this go through the highlight curve
+constexpr int kBlockRows = 64;      // output rows that share one set of prefix sums
+constexpr int kLanes = 8;           // pixels gathered together in the vector path
+
+// A column term of the interior sum: coef times the row prefix sums at column x + c, over image rows y + r0 ..
+// y + r1 - 1. A run of weight w from column a to b adds w P(b) - w P(a); where runs meet, the two terms at their
+// shared column fold into one with the difference of their weights, so every boundary of a kernel row is read
+// once. Terms that repeat from one kernel row to the next, as along the upright sides of a hexagon or octagon,
+// grow down into one term read from the summed-area table.
+struct Term {
+    int16_t r0, r1;
+    int16_t c;
+    int16_t unused;
+    int32_t coef;
+};
+
+// One kernel plane inside its window: rows and columns max(32 - d, 0) up to (not including) min(32 + d, 64).
+// rows and tall hold the column terms of one and of several rows.
+struct PlaneRects {
+    std::vector<Term> rows;
+    std::vector<Term> tall;
+    int lo = 0, hi = 0;
+    uint32_t total = 0; // weight sum of the whole window
+    uint32_t rowWeight[kSide] = {};
+};
+
+PlaneRects MakeRects(const uint8_t* plane, int d)
+{
+    PlaneRects p;
+    p.lo = std::max(kCentre - d, 0);
+    p.hi = std::min(kCentre + d, kSide);
+    std::vector<Term> open, closed;
+    for (int r = p.lo; r < p.hi; ++r) {
+        const uint8_t* row = plane + r * kSide;
+        for (int c = p.lo; c < p.hi;) {
+            const uint8_t w = row[c];
+            int e = c + 1;
+            while (e < p.hi && row[e] == w)
+                ++e;
+            p.rowWeight[r] += uint32_t(w) * uint32_t(e - c);
+            p.total += uint32_t(w) * uint32_t(e - c);
+            c = e;
+        }
+        std::vector<Term> next;
+        for (int c = p.lo; c <= p.hi; ++c) {
+            const int left = c > p.lo ? row[c - 1] : 0, right = c < p.hi ? row[c] : 0;
+            if (left == right) continue;
+            const Term t{int16_t(r - kCentre), int16_t(r + 1 - kCentre), int16_t(c - kCentre), 0, left - right};
+            auto same =
+                std::find_if(open.begin(), open.end(), [&](const Term& o) { return o.c == t.c && o.coef == t.coef; });
+            if (same != open.end()) {
+                Term grown = *same;
+                grown.r1 = t.r1;
+                open.erase(same);
+                next.push_back(grown);
+            } else {
+                next.push_back(t);
+            }
+        }
+        closed.insert(closed.end(), open.begin(), open.end());
+        open = std::move(next);
+    }
+    closed.insert(closed.end(), open.begin(), open.end());
+    for (const Term& t : closed)
+        (t.r1 - t.r0 == 1 ? p.rows : p.tall).push_back(t);
+    return p;
+}
+
+// Prefix sums of a band of picture rows, one plane per channel (blue, green, red): row[k][x] sums the values of
+// columns 0 .. x - 1 of band row k, area[k][x] the values of rows 0 .. k - 1 and columns 0 .. x - 1. Sums wrap
+// modulo 2^32; the differences the gather takes are small enough to come out exact.
+struct Band {
+    int y0 = 0;        // picture row of band row 0
+    size_t stride = 0; // W + 1
+    std::vector<uint32_t> row[3];
+    std::vector<uint32_t> area[3];
+    const uint32_t* Row(int ch, int y) const { return row[ch].data() + stride * size_t(y - y0); }
+    const uint32_t* Area(int ch, int y) const { return area[ch].data() + stride * size_t(y - y0); }
+};
+
+struct Sums {
+    uint32_t s[3];
+};
+
+// The window's sums of one interior pixel from the column terms. Products and sums wrap modulo 2^32 like the
+// prefix sums; the whole comes out exact because the true sum fits.
+Sums GatherInterior(const PlaneRects& plane, const Band& band, int x, int y)
+{
+    Sums out{{0, 0, 0}};
+    for (int ch = 0; ch < 3; ++ch) {
+        uint32_t s = 0;
+        for (const Term& t : plane.rows)
+            s += uint32_t(t.coef) * band.Row(ch, y + t.r0)[x + t.c];
+        for (const Term& t : plane.tall)
+            s += uint32_t(t.coef) * (band.Area(ch, y + t.r1)[x + t.c] - band.Area(ch, y + t.r0)[x + t.c]);
+        out.s[ch] = s;
+    }
+    return out;
+}
+
+// The same for eight pixels side by side, x .. x + 7, all of one diameter and with every column of their windows
+// on the picture. Kernel rows outside rLo .. rHi - 1 (off the picture) take no part.
+VM_TARGET_AVX2 void GatherInterior8(const PlaneRects& plane, const Band& band, int x, int y, int rLo,
+                                                     int rHi, uint32_t (&out)[3][kLanes])
+{
+    const int lo = rLo - kCentre, hi = rHi - kCentre;
+    for (int ch = 0; ch < 3; ++ch) {
+        __m256i acc = _mm256_setzero_si256();
+        for (const Term& t : plane.rows) {
+            if (t.r0 < lo || t.r0 >= hi) continue;
+            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Row(ch, y + t.r0) + x + t.c));
+            acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(v, _mm256_set1_epi32(t.coef)));
+        }
+        for (const Term& t : plane.tall) {
+            const int r0 = std::max<int>(t.r0, lo), r1 = std::min<int>(t.r1, hi);
+            if (r0 >= r1) continue;
+            const __m256i bottom =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r1) + x + t.c));
+            const __m256i top = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r0) + x + t.c));
+            acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(_mm256_sub_epi32(bottom, top), _mm256_set1_epi32(t.coef)));
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch]), acc);
+    }
+}
+
+// A plane's column terms laid out for the vector path of pixels whose whole window lies on the picture: offsets
+// from the pixel's place in the band, for the band's row stride, grouped by coefficient so that each group costs
+// one multiply.
+struct FastTerms {
+    struct Group {
+        uint32_t begin, end;
+        int32_t coef;
+    };
+    std::vector<std::ptrdiff_t> rows; // row prefix offsets
+    std::vector<Group> rowGroups;
+    std::vector<std::ptrdiff_t> tall; // pairs of summed-area offsets: bottom, top
+    std::vector<Group> tallGroups;
+};
+
+FastTerms PrepareFast(const PlaneRects& plane, size_t stride)
+{
+    FastTerms f;
+    auto group = [](std::vector<Term> terms, std::vector<FastTerms::Group>& groups, auto&& emit) {
+        std::stable_sort(terms.begin(), terms.end(), [](const Term& a, const Term& b) { return a.coef < b.coef; });
+        for (size_t i = 0; i < terms.size();) {
+            size_t j = i;
+            const uint32_t begin = uint32_t(emit(terms[i], true));
+            while (j < terms.size() && terms[j].coef == terms[i].coef)
+                emit(terms[j++], false);
+            groups.push_back({begin, uint32_t(emit(terms[i], true)), terms[i].coef});
+            i = j;
+        }
+    };
+    const std::ptrdiff_t s = std::ptrdiff_t(stride);
+    group(plane.rows, f.rowGroups, [&](const Term& t, bool count) {
+        if (!count) f.rows.push_back(t.r0 * s + t.c);
+        return f.rows.size();
+    });
+    group(plane.tall, f.tallGroups, [&](const Term& t, bool count) {
+        if (!count) {
+            f.tall.push_back(t.r1 * s + t.c);
+            f.tall.push_back(t.r0 * s + t.c);
+        }
+        return f.tall.size() / 2;
+    });
+    return f;
+}
+
+// Sixteen pixels x .. x + 15 of one diameter whose windows lie wholly on the picture.
+VM_TARGET_AVX2 void GatherInterior16(const FastTerms& f, const Band& band, int x, int y,
+                                                      uint32_t (&out)[3][2 * kLanes])
+{
+    const size_t at = band.stride * size_t(y - band.y0) + size_t(x);
+    for (int ch = 0; ch < 3; ++ch) {
+        const uint32_t* row = band.row[ch].data() + at;
+        const uint32_t* area = band.area[ch].data() + at;
+        __m256i acc0 = _mm256_setzero_si256(), acc1 = _mm256_setzero_si256();
+        for (const FastTerms::Group& g : f.rowGroups) {
+            __m256i s0 = _mm256_setzero_si256(), s1 = _mm256_setzero_si256();
+            for (uint32_t i = g.begin; i < g.end; ++i) {
+                const uint32_t* q = row + f.rows[i];
+                s0 = _mm256_add_epi32(s0, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q)));
+                s1 = _mm256_add_epi32(s1, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + kLanes)));
+            }
+            const __m256i c = _mm256_set1_epi32(g.coef);
+            acc0 = _mm256_add_epi32(acc0, _mm256_mullo_epi32(s0, c));
+            acc1 = _mm256_add_epi32(acc1, _mm256_mullo_epi32(s1, c));
+        }
+        for (const FastTerms::Group& g : f.tallGroups) {
+            __m256i s0 = _mm256_setzero_si256(), s1 = _mm256_setzero_si256();
+            for (uint32_t i = g.begin; i < g.end; ++i) {
+                const uint32_t* bottom = area + f.tall[2 * i];
+                const uint32_t* top = area + f.tall[2 * i + 1];
+                s0 = _mm256_add_epi32(s0, _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom)),
+                                                           _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top))));
+                s1 = _mm256_add_epi32(
+                    s1, _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + kLanes)),
+                                         _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + kLanes))));
+            }
+            const __m256i c = _mm256_set1_epi32(g.coef);
+            acc0 = _mm256_add_epi32(acc0, _mm256_mullo_epi32(s0, c));
+            acc1 = _mm256_add_epi32(acc1, _mm256_mullo_epi32(s1, c));
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch]), acc0);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch] + kLanes), acc1);
+    }
+}
+
+// A pixel whose window the picture's edge cuts. Rows off the picture are left out; a column left of the picture
+// reads the prefix sum at column 0 (which is 0) and one right of it the row's total, which cuts every run to the
+// picture. The weight is the same sum over the column numbers themselves.
+Sums GatherClipped(const PlaneRects& plane, const Band& band, int x, int y, int rLo, int rHi, int W, uint32_t& weight)
+{
+    Sums out{{0, 0, 0}};
+    weight = 0;
+    const int lo = rLo - kCentre, hi = rHi - kCentre;
+    for (const Term& t : plane.rows) {
+        if (t.r0 < lo || t.r0 >= hi) continue;
+        const int col = std::clamp(x + t.c, 0, W);
+        for (int ch = 0; ch < 3; ++ch)
+            out.s[ch] += uint32_t(t.coef) * band.Row(ch, y + t.r0)[col];
+        weight += uint32_t(t.coef) * uint32_t(col);
+    }
+    for (const Term& t : plane.tall) {
+        const int r0 = std::max<int>(t.r0, lo), r1 = std::min<int>(t.r1, hi);
+        if (r0 >= r1) continue;
+        const int col = std::clamp(x + t.c, 0, W);
+        for (int ch = 0; ch < 3; ++ch)
+            out.s[ch] += uint32_t(t.coef) * (band.Area(ch, y + r1)[col] - band.Area(ch, y + r0)[col]);
+        weight += uint32_t(t.coef) * uint32_t(col) * uint32_t(r1 - r0);
+    }
+    return out;
+}
+
+// s / weight, capped at 255; weight is not 0.
+uint8_t Mean(uint32_t s, uint32_t weight)
+{
+    return uint8_t(std::min<uint32_t>(s / weight, 255));
+}
+
+// The same by a divisor fixed for a whole plane: a multiply by the reciprocal, whose error stays far below one,
+// and one step of correction in integers makes the quotient exact.
+struct PlaneDivider {
+    uint32_t d;
+    double inverse;
+    explicit PlaneDivider(uint32_t divisor) : d(divisor), inverse(1.0 / divisor) {}
+    uint8_t operator()(uint32_t s) const
+    {
+        if (uint64_t(s) >= uint64_t(255) * d) return 255;
+        uint32_t q = uint32_t(double(s) * inverse);
+        if (uint64_t(q) * d > s)
+            --q;
+        else if (uint64_t(q + 1) * d <= s)
+            ++q;
+        return uint8_t(q);
+    }
+};
+
+} // namespace
+
+CLensBlurProcess::CLensBlurProcess() : m_kernels(size_t(kKernelPlanes) * kSide * kSide, 0) {}
+
+CLensBlurProcess::~CLensBlurProcess() = default;
+
+bool CLensBlurProcess::BuildDiameterTable(double radius, uint8_t (&table)[256])
+{
+    bool half = false;
+    for (int v = 0; v < 256; ++v) {
+        const double d = 2.0 * radius * std::pow(v * 0.00392156862745098, 1.5);
+        if (d >= 64.0) half = true; // the truncated diameter is above 63
+        table[v] = d >= 255.0 ? 255 : (d > 0.0 ? static_cast<uint8_t>(d) : 0);
+    }
+    return half;
+}
+
+void CLensBlurProcess::BuildHighlightCurve(int32_t threshold, int32_t amplitude, int32_t (&curve)[256])
+{
+    const int t = std::clamp(threshold, 0, 256);
+    for (int i = 0; i < 256; ++i)
+        curve[i] = i;
+    if (t > 254) {
+        curve[255] = 255;
+        return;
+    }
+    const int32_t k = amplitude * 32 / (255 - t);
+    for (int i = t; i < 256; ++i)
+        curve[i] = (i - t) * k + i;
+}
+
+bool CLensBlurProcess::BuildKernels(const COLChannel& aperture, uint8_t* planes)
+{
+    std::memset(planes, 0, size_t(kKernelPlanes) * kSide * kSide);
+    if (aperture.IsNull() || aperture.GetWidth() != uint32_t(kSide) || aperture.GetHeight() != uint32_t(kSide))
+        return true; // a shape of another size leaves the kernels empty
+    COLImage shape, sized;
+    if (shape.Create(kSide, kSide) != kOk) return false;
+    for (int i = 0; i < kSide * kSide; ++i) {
+        const uint8_t v = aperture.GetBuffer()[i];
+        shape.GetBuffer()[i] = CPixel{v, v, v, v};
+    }
+    COLImageCodec codec;
+    for (int n = 2; n <= kSide; ++n) {
+        if (!codec.Resample(&shape, &sized, n, n, 1)) return false;
+        uint8_t* plane = planes + size_t(n - 1) * kSide * kSide;
+        const int offset = (kSide - n) / 2;
+        for (int y = 0; y < n; ++y)
+            for (int x = 0; x < n; ++x)
+                plane[(offset + y) * kSide + offset + x] = sized.GetPixel2(uint32_t(x), uint32_t(y)).red;
+    }
+    return true;
+}
+
+long CLensBlurProcess::Process(const void* params)
+{
+    if (CImageProcess::Process(params) != kOk || !params || m_pSrcImage == m_pDstImage) return kFail;
+    const LensBlurParams& p = *static_cast<const LensBlurParams*>(params);
+    const uint32_t w = m_pSrcImage->GetWidth(), h = m_pSrcImage->GetHeight();
+    auto sameSize = [&](const COLChannel* c) { return c->GetWidth() == w && c->GetHeight() == h && !c->IsNull(); };
+    if (!p.depth || !sameSize(p.depth)) return kFail;
+    try {
+        // A shape of another size than 64 x 64 is not taken: the kernels stay empty and the gather keeps pixels.
+        if (m_aperture.Create(kSide, kSide) != kOk) return kFail;
+        if (!p.aperture.IsNull() && p.aperture.GetWidth() == uint32_t(kSide) &&
+            p.aperture.GetHeight() == uint32_t(kSide))
+            std::memcpy(m_aperture.GetBuffer(), p.aperture.GetBuffer(), size_t(kSide) * kSide);
+        else
+            std::memset(m_aperture.GetBuffer(), 0, size_t(kSide) * kSide);
+        m_pDepth = p.depth;
+        m_pMask = p.mask;
+        m_radius = p.radius;
+        m_highlightThreshold = p.highlightThreshold;
+        m_highlightAmplitude = p.highlightAmplitude;
+        m_pixelCount = int32_t(w * h);
+
+        if (!CopySourceToResult()) return kFail;
+        uint8_t table[256];
+        if (BuildDiameterTable(m_radius, table)) m_needsHalfPass = 1;
+        if (m_diameterMap.Create(w, h) != kOk) return kFail;
+        const uint8_t* depth = m_pDepth->GetBuffer();
+        uint8_t* diameter = m_diameterMap.GetBuffer();
+        for (size_t i = 0, n = size_t(w) * h; i < n; ++i)
+            diameter[i] = table[depth[i]];
+
+        ReportProgress(3);
+        const COLImage* source = m_pSrcImage;
+        if (m_pMask && sameSize(m_pMask) && RemoveForeground()) source = &m_filledSource;
+
+        ReportProgress(8);
+        if (!BuildKernels(m_aperture, m_kernels.data())) return kFail;
+        BuildHighlightCurve(m_highlightThreshold, m_highlightAmplitude, m_highlightCurve);
+        ReportProgress(10);
+
+        if (m_needsHalfPass && !HalfSizePass(*source)) return kFail;
+        ReportProgress(30);
+        Gather(*source);
+        m_filledSource.Free();
+        m_halfResult.Free();
+    } catch (const std::bad_alloc&) {
+        return kFail;
+    }
+    ReportProgress(100);
+    return kOk;
+}
+
+bool CLensBlurProcess::RemoveForeground()
+{
+    const COLImage& src = *m_pSrcImage;
+    COLImage& dst = *m_pDstImage;
+    const uint8_t* mask = m_pMask->GetBuffer();
+    const size_t n = src.GetPixelCount();
+    // The foreground becomes zero, which the blur treats as premultiplied transparency.
+    for (size_t i = 0; i < n; ++i) {
+        CPixel q = src.GetBuffer()[i];
+        q.alpha = 255;
+        dst.GetBuffer()[i] = mask[i] <= 64 ? q : CPixel{0, 0, 0, 0};
+    }
+    ReportProgress(4);
+    CGaussianProcess gauss;
+    const double sigma = m_radius * 1.25;
+    gauss.SetImages(&dst, &m_filledSource);
+    if (gauss.Process(&sigma) != kOk) return false;
+    ReportProgress(7);
+    // Where enough surrounding colour arrived, un-premultiply it; elsewhere keep the source pixel.
+    CPixel* f = m_filledSource.GetBuffer();
+    for (size_t i = 0; i < n; ++i) {
+        if (mask[i] > 64 && f[i].alpha > 16) {
+            const uint32_t a = f[i].alpha;
+            f[i].blue = uint8_t(std::min<uint32_t>(f[i].blue * 255u / a, 255));
+            f[i].green = uint8_t(std::min<uint32_t>(f[i].green * 255u / a, 255));
+            f[i].red = uint8_t(std::min<uint32_t>(f[i].red * 255u / a, 255));
+        } else {
+            f[i] = src.GetBuffer()[i];
+        }
+    }
+    return true;
+}
+
+bool CLensBlurProcess::HalfSizePass(const COLImage& source)
+{
+    const uint32_t hw = (source.GetWidth() + 1) >> 1, hh = (source.GetHeight() + 1) >> 1;
+    COLImageCodec codec;
+    if (!codec.Resample(&source, &m_halfSource, int(hw), int(hh), 1)) return false;
+    if (!ShrinkChannelArea(m_pDepth, &m_halfDepth, int(hw), int(hh))) return false;
+    auto half = std::make_unique<CLensBlurProcess>();
+    half->SetImages(&m_halfSource, &m_halfResult);
+    half->SetProgressCallback(GetProgressCallback());
+    const int64_t span = int64_t(m_progressHigh) - m_progressLow;
+    half->SetProgressRange(int32_t(m_progressLow + 10 * span / 100), int32_t(m_progressLow + 30 * span / 100));
+    LensBlurParams params;
+    if (!params.aperture.DuplicateFrom(&m_aperture)) return false;
+    params.depth = &m_halfDepth;
+    params.radius = m_radius * 0.5;
+    params.highlightThreshold = m_highlightThreshold;
+    params.highlightAmplitude = m_highlightAmplitude;
+    if (half->Process(&params) != kOk) return false;
+    m_halfSource.Free();
+    m_halfDepth.Free();
+    return true;
+}
+
+void CLensBlurProcess::Gather(const COLImage& source)
+{
+    const int W = int(source.GetWidth()), H = int(source.GetHeight());
+    std::vector<PlaneRects> planes(kKernelPlanes);
+    std::vector<FastTerms> fast(kKernelPlanes);
+    for (int d = 1; d < kKernelPlanes; ++d) {
+        planes[size_t(d)] = MakeRects(GetKernel(d), d);
+        fast[size_t(d)] = PrepareFast(planes[size_t(d)], size_t(W) + 1);
+    }
+    const uint8_t* diameter = m_diameterMap.GetBuffer();
+    const int32_t* curve = m_highlightCurve;
+    const int base = m_needsHalfPass ? 30 : 10, span = m_needsHalfPass ? 70 : 90;
+    const int blocks = (H + kBlockRows - 1) / kBlockRows;
+    const bool vector = vmsimd::CurrentLevel() >= vmsimd::kAvx2;
+    std::atomic<int> rowsDone{0};
+
+    vmpar::ParallelFor(size_t(blocks), 1, [&](size_t begin, size_t end, unsigned part) {
+        Band band;
+        std::vector<uint32_t> values[3];
+        for (size_t b = begin; b < end; ++b) {
+            const int y0 = int(b) * kBlockRows, y1 = std::min(H, y0 + kBlockRows);
+            bool gathers = false;
+            for (size_t i = size_t(y0) * W; i < size_t(y1) * W && !gathers; ++i)
+                gathers = diameter[i] && diameter[i] < 64;
+            if (gathers) {
+                // The values the gather adds, colour or the highlight curve of a bright pixel, summed along rows
+                // and then down the band.
+                band.y0 = std::max(0, y0 - kCentre);
+                const int y1b = std::min(H, y1 + kCentre), rows = y1b - band.y0;
+                band.stride = size_t(W) + 1;
+                for (int ch = 0; ch < 3; ++ch) {
+                    band.row[ch].resize(band.stride * size_t(rows));
+                    band.area[ch].assign(band.stride * size_t(rows + 1), 0);
+                    values[ch].resize(size_t(W));
+                }
+                for (int k = 0; k < rows; ++k) {
+                    const CPixel* in = source.GetBuffer(0, uint32_t(band.y0 + k));
+                    for (int x = 0; x < W; ++x) {
+                        const CPixel q = in[x];
+                        const bool bright = q.GetGray2() > kGrayHighlight;
+                        values[0][size_t(x)] = bright ? uint32_t(curve[q.blue]) : q.blue;
+                        values[1][size_t(x)] = bright ? uint32_t(curve[q.green]) : q.green;
+                        values[2][size_t(x)] = bright ? uint32_t(curve[q.red]) : q.red;
+                    }
+                    for (int ch = 0; ch < 3; ++ch) {
+                        uint32_t* row = band.row[ch].data() + band.stride * size_t(k);
+                        const uint32_t* above = band.area[ch].data() + band.stride * size_t(k);
+                        uint32_t* area = band.area[ch].data() + band.stride * size_t(k + 1);
+                        uint32_t sum = 0;
+                        row[0] = 0;
+                        for (int x = 0; x < W; ++x) {
+                            sum += values[ch][size_t(x)];
+                            row[x + 1] = sum;
+                        }
+                        for (size_t x = 0; x < band.stride; ++x)
+                            area[x] = above[x] + row[x];
+                    }
+                }
+            }
+            for (int y = y0; y < y1; ++y) {
+                const uint8_t* dRow = diameter + size_t(y) * W;
+                const CPixel* sRow = source.GetBuffer(0, uint32_t(y));
+                CPixel* out = m_pDstImage->GetBuffer(0, uint32_t(y));
+                for (int x = 0; x < W;) {
+                    const int d = dRow[x];
+                    if (d == 0) {
+                        out[x] = sRow[x];
+                        ++x;
+                        continue;
+                    }
+                    if (d >= 64) {
+                        out[x] = m_halfResult.GetPixel2(uint32_t(x / 2), uint32_t(y / 2));
+                        ++x;
+                        continue;
+                    }
+                    const PlaneRects& plane = planes[size_t(d)];
+                    // The window, cut to the picture: kernel rows and columns lo .. hi - 1.
+                    const int rLo = std::max(plane.lo, kCentre - y), rHi = std::min(plane.hi, H + kCentre - y);
+                    const int cLo = std::max(plane.lo, kCentre - x), cHi = std::min(plane.hi, W + kCentre - x);
+                    const bool rowsInside = rLo == plane.lo && rHi == plane.hi;
+                    if (cLo == plane.lo && cHi == plane.hi) {
+                        uint32_t weight = plane.total;
+                        if (!rowsInside) {
+                            weight = 0;
+                            for (int r = rLo; r < rHi; ++r)
+                                weight += plane.rowWeight[r];
+                        }
+                        // Sixteen or eight pixels of one diameter at once, all with their windows' columns on the
+                        // picture.
+                        if (weight && rowsInside && vector && x + 2 * kLanes <= W &&
+                            W + kCentre - (x + 2 * kLanes - 1) >= plane.hi &&
+                            std::all_of(dRow + x + 1, dRow + x + 2 * kLanes, [d](uint8_t v) { return v == d; })) {
+                            uint32_t sums[3][2 * kLanes];
+                            GatherInterior16(fast[size_t(d)], band, x, y, sums);
+                            const PlaneDivider mean(weight);
+                            for (int i = 0; i < 2 * kLanes; ++i)
+                                out[x + i] = CPixel{mean(sums[0][i]), mean(sums[1][i]), mean(sums[2][i]), 255};
+                            x += 2 * kLanes;
+                            continue;
+                        }
+                        if (weight && vector && x + kLanes <= W && W + kCentre - (x + kLanes - 1) >= plane.hi &&
+                            std::all_of(dRow + x + 1, dRow + x + kLanes, [d](uint8_t v) { return v == d; })) {
+                            uint32_t sums[3][kLanes];
+                            GatherInterior8(plane, band, x, y, rLo, rHi, sums);
+                            const PlaneDivider mean(weight);
+                            for (int i = 0; i < kLanes; ++i)
+                                out[x + i] = CPixel{mean(sums[0][i]), mean(sums[1][i]), mean(sums[2][i]), 255};
+                            x += kLanes;
+                            continue;
+                        }
+                        if (rowsInside && weight) {
+                            const Sums s = GatherInterior(plane, band, x, y);
+                            out[x] = CPixel{Mean(s.s[0], weight), Mean(s.s[1], weight), Mean(s.s[2], weight), 255};
+                            ++x;
+                            continue;
+                        }
+                    }
+                    uint32_t weight = 0;
+                    const Sums s = GatherClipped(plane, band, x, y, rLo, rHi, W, weight);
+                    // Nothing of the aperture falls on the picture: the pixel keeps what the destination holds.
+                    if (weight) out[x] = CPixel{Mean(s.s[0], weight), Mean(s.s[1], weight), Mean(s.s[2], weight), 255};
+                    ++x;
+                }
+            }
+            const int done = rowsDone.fetch_add(y1 - y0) + (y1 - y0);
+            if (part == 0) ReportProgress(base + span * done / H);
+        }
+    });
+    // Every pixel becomes opaque: those copied, those taken from the half-size pass and those kept.
+    CPixel* out = m_pDstImage->GetBuffer();
+    for (size_t i = 0, n = m_pDstImage->GetPixelCount(); i < n; ++i)
+        out[i].alpha = 255;
+}

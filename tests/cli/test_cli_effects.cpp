@@ -1,0 +1,99 @@
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "document/compose_document.h"
+#include "document/layer.h"
+#include "effects/lens_blur_dialog.h"
+#include "imaging/codec.h"
+#include "support/test_support.h"
+
+using vmtest::CliResult;
+using vmtest::Quote;
+using vmtest::RunCli;
+
+namespace {
+
+COLImage Load(const std::string& path)
+{
+    COLImage img;
+    COLImageCodec codec;
+    EXPECT_TRUE(codec.LoadFile(path.c_str(), &img)) << path;
+    return img;
+}
+
+} // namespace
+
+TEST(CliEffects, LensBlurWritesWhatTheDialogWouldMake)
+{
+    vmtest::TempDir dir;
+    COLImage src;
+    vmtest::FillNoise(src, 90, 60, 8);
+    for (size_t i = 0; i < src.GetPixelCount(); ++i)
+        src.GetBuffer()[i].alpha = 255;
+    COLImageCodec codec;
+    ASSERT_TRUE(codec.SaveFileWithAlpha(dir.File("in.png").c_str(), &src));
+    CliResult r = RunCli("lensblur " + Quote(dir.File("in.png")) + " -o " + Quote(dir.File("out.png")) +
+                         " --mode 1 --point 20,45 --focus 25 --aperture circle --radius 9 --highlights 50");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+
+    // The same through the dialog's logic: a click where the dialog shows picture pixel (20, 45).
+    CComposeDocument doc(0);
+    ASSERT_TRUE(doc.NewDocument(90, 60, 0));
+    doc.GetLayer(0)->m_image.DuplicateFrom(&src);
+    COLImage aperture;
+    ASSERT_EQ(LoadAperturePicture(vmtest::AssetPath("skin/lenblur.png"), aperture), "");
+    CLensBlurDlgLogic logic;
+    logic.settings.depthMode = kDepthTunnel;
+    logic.settings.focus = 25;
+    logic.settings.apertureShape = kApertureCircle;
+    logic.settings.radius = 9;
+    logic.settings.highlightAmplitude = 50;
+    ASSERT_TRUE(logic.Init(doc, aperture));
+    const CRect t = logic.GetThumbnail();
+    logic.ClickDepthPanel(t.Width() * 20 / 90 + t.left, t.Height() * 45 / 60 + t.top);
+    ASSERT_EQ(logic.RunFinal(doc, nullptr), kOk);
+    EXPECT_TRUE(vmtest::SamePixels(Load(dir.File("out.png")), doc.GetLayer(0)->m_image));
+}
+
+TEST(CliEffects, LensBlurRefusesBadInput)
+{
+    vmtest::TempDir dir;
+    COLImage src, mask;
+    vmtest::FillNoise(src, 30, 20, 1);
+    vmtest::FillNoise(mask, 31, 20, 2);
+    COLImageCodec codec;
+    ASSERT_TRUE(codec.SaveFileWithAlpha(dir.File("in.png").c_str(), &src));
+    ASSERT_TRUE(codec.SaveFileWithAlpha(dir.File("mask.png").c_str(), &mask));
+    const std::string base = "lensblur " + Quote(dir.File("in.png")) + " -o " + Quote(dir.File("out.png"));
+    CliResult r = RunCli(base + " --foreground " + Quote(dir.File("mask.png")));
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_NE(r.output.find("发生异常，操作失败"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("31 x 20"), std::string::npos) << r.output;
+    for (const char* bad :
+         {" --radius 65", " --radius 0", " --mode 3", " --aperture star", " --focus -11", " --point 5"}) {
+        r = RunCli(base + bad);
+        EXPECT_EQ(r.exitCode, 2) << bad << ": " << r.output;
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir.File("out.png")));
+}
+
+TEST(CliEffects, RunTakesTheGeometryCommands)
+{
+    vmtest::TempDir dir;
+    COLImage src;
+    vmtest::FillNoise(src, 30, 20, 1);
+    COLImageCodec codec;
+    ASSERT_TRUE(codec.SaveFile(dir.File("in.png").c_str(), &src));
+    CliResult r =
+        RunCli("run " + Quote(dir.File("in.png")) + " \"Doc_ImageSize('60','10','1')\" \"Doc_RotateImageLeft\" " +
+               "\"Doc_ExtendCanvas('1','2','3','4')\" -o " + Quote(dir.File("out.png")));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    const COLImage out = Load(dir.File("out.png"));
+    EXPECT_EQ(out.GetWidth(), 10u + 4);
+    EXPECT_EQ(out.GetHeight(), 60u + 6);
+    r = RunCli("run " + Quote(dir.File("in.png")) + " \"Doc_ImageSize('20001','10')\" -o " +
+               Quote(dir.File("bad.png")));
+    EXPECT_EQ(r.exitCode, 1) << r.output;
+    EXPECT_FALSE(std::filesystem::exists(dir.File("bad.png")));
+}

@@ -1,0 +1,247 @@
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <vector>
+
+#include "effects/bicubic_scale.h"
+#include "effects/image_size.h"
+#include "effects_test_util.h"
+#include "filters/resample.h"
+#include "imaging/codec.h"
+#include "support/test_support.h"
+
+namespace {
+
+using Line = std::vector<uint8_t>;
+
+// The scaling written out line by line, the way the filter is described: taps, two groups, pairwise merging
+// with 8-bit ratios, the final float combination.
+float Kernel(float x, float b, float c)
+{
+    if (x < 1.0f) return (12 - 9 * b - 6 * c) * x * x * x + (-18 + 12 * b + 6 * c) * x * x + (6 - 2 * b);
+    if (x < 2.0f)
+        return (-b - 6 * c) * x * x * x + (6 * b + 30 * c) * x * x + (-12 * b - 48 * c) * x + (8 * b + 24 * c);
+    return 0.0f;
+}
+
+Line Blend(const Line& a, const Line& b, int p)
+{
+    Line out(a.size());
+    for (size_t i = 0; i < a.size(); ++i)
+        out[i] = uint8_t((a[i] * p + b[i] * (256 - p)) >> 8);
+    return out;
+}
+
+struct Merged {
+    Line line;
+    int weight;
+};
+
+Merged MergeAll(const std::vector<Line>& lines, const std::vector<float>& weights)
+{
+    std::vector<Merged> level;
+    for (size_t k = 0; k < lines.size(); k += 2) {
+        if (k + 1 < lines.size()) {
+            const float s = weights[k] + weights[k + 1];
+            const int p = s > 0.0f ? int(256.0f * weights[k] / s) : 256;
+            level.push_back({Blend(lines[k], lines[k + 1], p), int(s * 256.0f)});
+        } else {
+            level.push_back({lines[k], int(weights[k] * 256.0f)});
+        }
+    }
+    while (level.size() > 1) {
+        std::vector<Merged> next;
+        for (size_t k = 0; k < level.size(); k += 2) {
+            if (k + 1 < level.size()) {
+                const int s = level[k].weight + level[k + 1].weight;
+                const int p = s > 0 ? 256 * level[k].weight / s : 256;
+                next.push_back({Blend(level[k].line, level[k + 1].line, p), s});
+            } else {
+                next.push_back(level[k]);
+            }
+        }
+        level = std::move(next);
+    }
+    return level[0];
+}
+
+std::vector<Line> RefScaleLines(const std::vector<Line>& src, uint32_t dstLines, float b, float c)
+{
+    const uint32_t srcLines = uint32_t(src.size());
+    const float r = float(srcLines) / float(dstLines);
+    const float w = r > 1.0f ? 1.05f * r : 1.0f;
+    std::vector<Line> out;
+    for (uint32_t i = 0; i < dstLines; ++i) {
+        const float centre = r * float(i);
+        const int lo = int(std::max(centre - 2.0f * w, 0.0f)),
+                  hi = int(std::min(centre + 2.0f * w, float(srcLines - 1)));
+        if (hi - lo + 1 < 2) {
+            out.push_back(src[size_t(lo)]);
+            continue;
+        }
+        std::vector<Line> pl, nl;
+        std::vector<float> pw, nw;
+        for (int t = lo; t <= hi; ++t) {
+            const float k = Kernel(std::fabs(float(t) - centre) / w, b, c);
+            if (k > 0.0f) {
+                pl.push_back(src[size_t(t)]);
+                pw.push_back(k);
+            } else {
+                nl.push_back(src[size_t(t)]);
+                nw.push_back(-k);
+            }
+        }
+        const Merged p = MergeAll(pl, pw);
+        if (nl.empty()) {
+            out.push_back(p.line);
+            continue;
+        }
+        const Merged n = MergeAll(nl, nw);
+        const float fp = float(p.weight) / float(p.weight - n.weight),
+                    fn = float(n.weight) / float(p.weight - n.weight);
+        Line o(p.line.size());
+        for (size_t j = 0; j < o.size(); ++j) {
+            const int v = int(float(p.line[j]) * fp - float(n.line[j]) * fn + 0.5f);
+            o[j] = uint8_t(std::clamp(v, 0, 255));
+        }
+        out.push_back(o);
+    }
+    return out;
+}
+
+// Whole picture: rows, then columns, with the filter chosen by the widths.
+COLImage RefBicubic(const COLImage& src, uint32_t w, uint32_t h)
+{
+    const uint32_t sw = src.GetWidth(), sh = src.GetHeight();
+    const bool narrower = w < sw;
+    const float b = narrower ? 0.13f : 0.33f, c = narrower ? 1.25f : 0.73f;
+    std::vector<Line> rows(sh);
+    for (uint32_t y = 0; y < sh; ++y) {
+        const uint8_t* p = reinterpret_cast<const uint8_t*>(src.GetBuffer(0, y));
+        rows[y].assign(p, p + size_t(sw) * 4);
+    }
+    const std::vector<Line> vertical = RefScaleLines(rows, h, b, c);
+    std::vector<Line> columns(sw, Line(size_t(h) * 4));
+    for (uint32_t x = 0; x < sw; ++x)
+        for (uint32_t y = 0; y < h; ++y)
+            std::memcpy(&columns[x][size_t(y) * 4], &vertical[y][size_t(x) * 4], 4);
+    const std::vector<Line> horizontal = RefScaleLines(columns, w, b, c);
+    COLImage out;
+    out.Create(w, h);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x)
+            std::memcpy(out.GetBuffer(x, y), &horizontal[x][size_t(y) * 4], 4);
+    return out;
+}
+
+TEST(BicubicScale, MatchesThePlainFilterAtEverySizeSplitAndInstructionSet)
+{
+    COLImage src;
+    vmtest::FillNoise(src, 37, 29, 7);
+    const std::pair<uint32_t, uint32_t> sizes[] = {{18, 14}, {80, 61}, {37, 60}, {20, 29}, {100, 9}, {1, 1}, {2, 70}};
+    for (const auto& [w, h] : sizes) {
+        const COLImage expected = RefBicubic(src, w, h);
+        for (int level : {0, 1, 2})
+            for (unsigned threads : vmtest::kThreadCounts) {
+                vmtest::SimdCap cap(level);
+                vmtest::ThreadCount tc(threads);
+                CBicubicScaleProcess process;
+                COLImage out;
+                process.SetImages(&src, &out);
+                const BicubicScaleParams params{w, h};
+                ASSERT_EQ(process.Process(&params), kOk);
+                EXPECT_TRUE(vmtest::SamePixels(out, expected))
+                    << w << "x" << h << " level " << level << " threads " << threads;
+            }
+    }
+}
+
+TEST(BicubicScale, WidthAloneChoosesTheFilter)
+{
+    // Halving the width while doubling the height takes the reduction filter for both passes.
+    EXPECT_FLOAT_EQ(vmscale::ChooseFilter(40, 20).b, 0.13f);
+    EXPECT_FLOAT_EQ(vmscale::ChooseFilter(40, 40).b, 0.33f);
+    COLImage src;
+    vmtest::FillNoise(src, 40, 20, 3);
+    COLImage out;
+    ASSERT_EQ(ScaleImage(src, out, 20, 40, kScaleBicubic), 1);
+    EXPECT_TRUE(vmtest::SamePixels(out, RefBicubic(src, 20, 40)));
+}
+
+TEST(BicubicScale, OwnSizeCopiesAndBadTargetsAreRefused)
+{
+    COLImage src, out;
+    vmtest::FillNoise(src, 9, 5, 1);
+    CBicubicScaleProcess process;
+    process.SetImages(&src, &out);
+    BicubicScaleParams same{9, 5};
+    ASSERT_EQ(process.Process(&same), kOk);
+    EXPECT_TRUE(vmtest::SamePixels(out, src));
+    BicubicScaleParams zero{0, 5}, huge{20001, 5};
+    EXPECT_EQ(process.Process(&zero), kFail);
+    EXPECT_EQ(process.Process(&huge), kFail);
+    EXPECT_EQ(process.Process(nullptr), kFail);
+}
+
+TEST(ScaleImage, NearestTakesTheIntegerSourcePosition)
+{
+    COLImage src, out;
+    vmtest::FillNoise(src, 7, 5, 2);
+    for (const auto& [w, h] : {std::pair{3, 11}, std::pair{14, 2}, std::pair{7, 5}}) {
+        ASSERT_EQ(ScaleImage(src, out, w, h, kScaleNearest), 1);
+        ASSERT_EQ(out.GetWidth(), uint32_t(w));
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x)
+                ASSERT_EQ(out.GetPixel(uint32_t(x), uint32_t(y)),
+                          src.GetPixel(uint32_t(x * 7 / w), uint32_t(y * 5 / h)));
+    }
+    // Sides below 1 are taken as 1.
+    ASSERT_EQ(ScaleImage(src, out, 0, -3, kScaleNearest), 1);
+    EXPECT_EQ(out.GetWidth(), 1u);
+    EXPECT_EQ(out.GetHeight(), 1u);
+    EXPECT_EQ(ScaleImage(src, out, 20001, 4, kScaleNearest), 0);
+}
+
+TEST(ScaleImage, BilinearResizesAlphaAsAPlane)
+{
+    COLImage src, out, colours;
+    vmtest::FillNoise(src, 23, 17, 4);
+    ASSERT_EQ(ScaleImage(src, out, 11, 30, kScaleBilinear), 1);
+    COLImageCodec codec;
+    ASSERT_TRUE(codec.Resample(&src, &colours, 11, 30, 1));
+    COLChannel alpha, scaled;
+    alpha.ExtractFrom(&src, 3);
+    ASSERT_TRUE(ResampleChannel(&alpha, &scaled, 11, 30));
+    for (size_t i = 0; i < out.GetPixelCount(); ++i) {
+        ASSERT_TRUE(out.GetBuffer()[i] == colours.GetBuffer()[i]) << i;
+        ASSERT_EQ(out.GetBuffer()[i].alpha, scaled.GetBuffer()[i]) << i;
+    }
+}
+
+TEST(ScaleImage, UnknownMethodLeavesTheTargetAlone)
+{
+    COLImage src, out;
+    vmtest::FillNoise(src, 4, 4, 5);
+    vmtest::FillNoise(out, 2, 3, 6);
+    COLImage before;
+    before.DuplicateFrom(&out);
+    EXPECT_EQ(ScaleImage(src, out, 8, 8, 3), 1);
+    EXPECT_TRUE(vmtest::SamePixels(out, before));
+}
+
+TEST(ImageSizeDialog, LinkedSidesAndCanvasMargins)
+{
+    EXPECT_EQ(LinkedSide(400, 800, 600, true), 300u);
+    EXPECT_EQ(LinkedSide(300, 800, 600, false), 400u);
+    EXPECT_EQ(LinkedSide(1, 1000, 10, true), 1u);         // 0 is forced up
+    EXPECT_EQ(LinkedSide(20000, 10, 1000, true), 20000u); // and 2,000,000 down
+    int w = 0, h = 0;
+    CanvasSizeFromMargins(100, 50, 10, -5, 20, 0, w, h);
+    EXPECT_EQ(w, 130);
+    EXPECT_EQ(h, 45);
+    CanvasSizeFromMargins(100, 50, -60, -30, -60, -30, w, h); // adds up to less than 1
+    EXPECT_EQ(w, 1);
+    EXPECT_EQ(h, 1);
+}
+
+} // namespace

@@ -1,0 +1,327 @@
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <vector>
+
+#include "effects/lens_blur.h"
+#include "effects/lens_blur_dialog.h"
+#include "effects_test_util.h"
+#include "filters/resample.h"
+#include "imaging/codec.h"
+#include "matting/gaussian.h"
+#include "support/test_support.h"
+
+namespace {
+
+// The lens blur written out tap by tap, the way it is described, on small pictures.
+struct RefLensBlur {
+    bool sticky = false; // the half-size pass, once needed
+
+    COLImage Run(const COLImage& src, const COLChannel& depth, const COLChannel* mask, const COLChannel& aperture,
+                 double radius, int threshold, int amplitude)
+    {
+        const int W = int(src.GetWidth()), H = int(src.GetHeight());
+        COLImage dst;
+        dst.DuplicateFrom(&src);
+        uint8_t table[256];
+        for (int v = 0; v < 256; ++v) {
+            const int d = int(2 * radius * std::pow(v * 0.00392156862745098, 1.5));
+            if (d > 63) sticky = true;
+            table[v] = uint8_t(std::min(d, 255));
+        }
+        COLImage filled;
+        const COLImage* run = &src;
+        if (mask) {
+            for (int i = 0; i < W * H; ++i) {
+                CPixel q = src.GetBuffer()[i];
+                q.alpha = 255;
+                dst.GetBuffer()[i] = mask->GetBuffer()[i] <= 64 ? q : CPixel{0, 0, 0, 0};
+            }
+            CGaussianProcess g;
+            const double sigma = radius * 1.25;
+            g.SetImages(&dst, &filled);
+            EXPECT_EQ(g.Process(&sigma), kOk);
+            for (int i = 0; i < W * H; ++i) {
+                CPixel& f = filled.GetBuffer()[i];
+                if (mask->GetBuffer()[i] > 64 && f.alpha > 16) {
+                    f.red = uint8_t(std::min(f.red * 255 / f.alpha, 255));
+                    f.green = uint8_t(std::min(f.green * 255 / f.alpha, 255));
+                    f.blue = uint8_t(std::min(f.blue * 255 / f.alpha, 255));
+                } else {
+                    f = src.GetBuffer()[i];
+                }
+            }
+            run = &filled;
+        }
+        std::vector<uint8_t> kernels(64 * 64 * 64, 0);
+        COLImage shape, sized;
+        shape.Create(64, 64);
+        for (int i = 0; i < 64 * 64; ++i) {
+            const uint8_t v = aperture.GetBuffer()[i];
+            shape.GetBuffer()[i] = CPixel{v, v, v, v};
+        }
+        COLImageCodec codec;
+        for (int n = 2; n <= 64; ++n) {
+            codec.Resample(&shape, &sized, n, n, 1);
+            for (int y = 0; y < n; ++y)
+                for (int x = 0; x < n; ++x)
+                    kernels[size_t(n - 1) * 4096 + size_t((64 - n) / 2 + y) * 64 + (64 - n) / 2 + x] =
+                        sized.GetPixel2(x, y).red;
+        }
+        int curve[256];
+        for (int i = 0; i < 256; ++i)
+            curve[i] = i;
+        if (threshold <= 254) {
+            const int k = amplitude * 32 / (255 - threshold);
+            for (int i = threshold; i < 256; ++i)
+                curve[i] = (i - threshold) * k + i;
+        }
+        COLImage half;
+        if (sticky) {
+            COLImage hs;
+            COLChannel hd;
+            const int hw = (W + 1) / 2, hh = (H + 1) / 2;
+            codec.Resample(run, &hs, hw, hh, 1);
+            ShrinkChannelArea(&depth, &hd, hw, hh);
+            RefLensBlur inner;
+            half = inner.Run(hs, hd, nullptr, aperture, radius * 0.5, threshold, amplitude);
+        }
+        for (int y = 0; y < H; ++y)
+            for (int x = 0; x < W; ++x) {
+                const int d = table[depth.GetValue(x, y)];
+                if (d == 0) {
+                    dst.PutPixel(x, y, run->GetPixel2(x, y));
+                } else if (d >= 64) {
+                    dst.PutPixel(x, y, half.GetPixel2(x / 2, y / 2));
+                } else {
+                    const uint8_t* plane = kernels.data() + size_t(d) * 4096;
+                    const int r0 = std::max(32 - d, y < 32 ? 32 - y : 0), r1 = std::min({32 + d, 64, H + 32 - y});
+                    const int c0 = std::max(32 - d, x < 32 ? 32 - x : 0), c1 = std::min({32 + d, 64, W + 32 - x});
+                    long long s[3] = {0, 0, 0}, ws = 0;
+                    for (int r = r0; r < r1; ++r)
+                        for (int c = c0; c < c1; ++c) {
+                            const int w = plane[r * 64 + c];
+                            if (!w) continue;
+                            const CPixel q = run->GetPixel2(x - 32 + c, y - 32 + r);
+                            const bool bright = (3 * q.red + 6 * q.green + q.blue) / 10 > 220;
+                            s[0] += w * (bright ? curve[q.blue] : q.blue);
+                            s[1] += w * (bright ? curve[q.green] : q.green);
+                            s[2] += w * (bright ? curve[q.red] : q.red);
+                            ws += w;
+                        }
+                    if (ws)
+                        dst.PutPixel(x, y,
+                                     CPixel{uint8_t(std::min(s[0] / ws, 255LL)), uint8_t(std::min(s[1] / ws, 255LL)),
+                                            uint8_t(std::min(s[2] / ws, 255LL)), 255});
+                }
+            }
+        for (size_t i = 0; i < dst.GetPixelCount(); ++i)
+            dst.GetBuffer()[i].alpha = 255;
+        return dst;
+    }
+};
+
+COLChannel ApertureFromSkin(int shape)
+{
+    COLImage picture;
+    EXPECT_EQ(LoadAperturePicture(vmtest::AssetPath("skin/lenblur.png"), picture), "");
+    COLChannel a;
+    EXPECT_TRUE(ApertureShape(picture, shape, a));
+    return a;
+}
+
+// A picture with bright spots, so that the highlight curve has work.
+COLImage Photo(uint32_t w, uint32_t h, uint32_t seed)
+{
+    COLImage img;
+    vmtest::FillNoise(img, w, h, seed);
+    for (uint32_t i = 0; i < img.GetPixelCount(); i += 7)
+        img.GetBuffer()[i] = CPixel::Make(250, 240, 235 - uint8_t(i % 20), 9);
+    return img;
+}
+
+long RunProcess(CLensBlurProcess& p, const COLImage& src, COLImage& out, const COLChannel& depth,
+                const COLChannel* mask, const COLChannel& aperture, double radius, int threshold, int amplitude)
+{
+    LensBlurParams params;
+    params.aperture.DuplicateFrom(&aperture);
+    params.depth = &depth;
+    params.mask = mask;
+    params.radius = radius;
+    params.highlightThreshold = threshold;
+    params.highlightAmplitude = amplitude;
+    p.SetImages(const_cast<COLImage*>(&src), &out);
+    return p.Process(&params);
+}
+
+TEST(LensBlur, GatherMatchesTheTapByTapSumAtEveryThreadCountAndInstructionSet)
+{
+    const COLImage src = Photo(120, 90, 3);
+    // Depth: random (a new diameter at nearly every pixel), and a ramp down the rows with a flat stretch in each
+    // row, where eight neighbours of one diameter are gathered together.
+    COLChannel noisy, ramp;
+    vmtest::FillNoise(noisy, 120, 90, 4);
+    ramp.Create(120, 90);
+    for (uint32_t y = 0; y < 90; ++y)
+        for (uint32_t x = 0; x < 120; ++x)
+            ramp.SetValue(x, y, x < 100 ? uint8_t(255 - y) : uint8_t(x));
+    COLChannel random;
+    vmtest::FillNoise(random, 64, 64, 5); // a ragged aperture: many short runs of weight
+    struct Case {
+        COLChannel aperture;
+        const COLChannel* depth;
+        double radius;
+        int threshold, amplitude;
+    };
+    std::vector<Case> cases;
+    cases.push_back({ApertureFromSkin(kApertureHexagon), &noisy, 10, 250, 40});
+    cases.push_back({ApertureFromSkin(kApertureHexagon), &ramp, 13, 250, 40});
+    cases.push_back({ApertureFromSkin(kApertureOctagon), &ramp, 6.5, 200, 100});
+    cases.push_back({ApertureFromSkin(kApertureCircle), &ramp, 20, 230, 10});
+    cases.push_back({std::move(random), &ramp, 12, 255, 100});
+    for (const Case& c : cases) {
+        RefLensBlur ref;
+        const COLImage expected = ref.Run(src, *c.depth, nullptr, c.aperture, c.radius, c.threshold, c.amplitude);
+        for (int level : {0, 2})
+            for (unsigned threads : vmtest::kThreadCounts) {
+                vmtest::SimdCap cap(level);
+                vmtest::ThreadCount tc(threads);
+                CLensBlurProcess p;
+                COLImage out;
+                ASSERT_EQ(RunProcess(p, src, out, *c.depth, nullptr, c.aperture, c.radius, c.threshold, c.amplitude),
+                          kOk);
+                EXPECT_TRUE(vmtest::SamePixels(out, expected))
+                    << "radius " << c.radius << " level " << level << " threads " << threads;
+            }
+    }
+}
+
+TEST(LensBlur, WideDiscsComeFromHalfSizePassesAndTheFlagSticks)
+{
+    const COLImage src = Photo(41, 29, 8);
+    COLChannel depth;
+    vmtest::FillNoise(depth, 41, 29, 9);
+    const COLChannel aperture = ApertureFromSkin(kApertureCircle);
+    // Radius 64 reaches diameter 128: its half pass at 32 still exceeds 63 and recurses once more.
+    for (double radius : {40.0, 64.0}) {
+        RefLensBlur ref;
+        const COLImage expected = ref.Run(src, depth, nullptr, aperture, radius, 230, 60);
+        for (unsigned threads : {1u, 3u}) {
+            vmtest::ThreadCount tc(threads);
+            CLensBlurProcess p;
+            COLImage out;
+            ASSERT_EQ(RunProcess(p, src, out, depth, nullptr, aperture, radius, 230, 60), kOk);
+            EXPECT_TRUE(p.NeedsHalfPass());
+            EXPECT_TRUE(vmtest::SamePixels(out, expected)) << radius;
+            // A later small run of the same object still makes the pass; the bytes do not change.
+            COLImage small, fresh;
+            ASSERT_EQ(RunProcess(p, src, small, depth, nullptr, aperture, 3, 230, 60), kOk);
+            EXPECT_TRUE(p.NeedsHalfPass());
+            CLensBlurProcess q;
+            ASSERT_EQ(RunProcess(q, src, fresh, depth, nullptr, aperture, 3, 230, 60), kOk);
+            EXPECT_FALSE(q.NeedsHalfPass());
+            EXPECT_TRUE(vmtest::SamePixels(small, fresh));
+        }
+    }
+}
+
+TEST(LensBlur, ForegroundColoursAreReplacedBeforeTheBlur)
+{
+    const COLImage src = Photo(50, 40, 12);
+    COLChannel depth, mask;
+    depth.Create(50, 40);
+    mask.Create(50, 40);
+    for (uint32_t y = 0; y < 40; ++y)
+        for (uint32_t x = 0; x < 50; ++x) {
+            depth.SetValue(x, y, uint8_t(x * 5)); // sharp at the left, wide discs at the right
+            mask.SetValue(x, y, (x > 15 && x < 35 && y > 8) ? 255 : (x == 15 ? 64 : 0));
+        }
+    const COLChannel aperture = ApertureFromSkin(kApertureHexagon);
+    RefLensBlur ref;
+    const COLImage expected = ref.Run(src, depth, &mask, aperture, 8, 250, 20);
+    for (unsigned threads : vmtest::kThreadCounts) {
+        vmtest::ThreadCount tc(threads);
+        CLensBlurProcess p;
+        COLImage out;
+        ASSERT_EQ(RunProcess(p, src, out, depth, &mask, aperture, 8, 250, 20), kOk);
+        EXPECT_TRUE(vmtest::SamePixels(out, expected)) << threads;
+    }
+    // A mask of another size takes no part: the run is the one without it.
+    COLChannel other;
+    other.Create(10, 10);
+    std::memset(other.GetBuffer(), 255, 100);
+    CLensBlurProcess p, q;
+    COLImage withOther, without;
+    ASSERT_EQ(RunProcess(p, src, withOther, depth, &other, aperture, 8, 250, 20), kOk);
+    ASSERT_EQ(RunProcess(q, src, without, depth, nullptr, aperture, 8, 250, 20), kOk);
+    EXPECT_TRUE(vmtest::SamePixels(withOther, without));
+}
+
+TEST(LensBlur, CurveKernelsAndDiameters)
+{
+    int32_t curve[256];
+    CLensBlurProcess::BuildHighlightCurve(250, 100, curve);
+    EXPECT_EQ(curve[249], 249);
+    EXPECT_EQ(curve[250], 250);
+    EXPECT_EQ(curve[255], 5 * 640 + 255); // k = 3200 / 5
+    CLensBlurProcess::BuildHighlightCurve(255, 100, curve);
+    for (int i = 0; i < 256; ++i)
+        ASSERT_EQ(curve[i], i);
+
+    uint8_t table[256];
+    EXPECT_FALSE(CLensBlurProcess::BuildDiameterTable(31, table));
+    EXPECT_EQ(table[255], 62);
+    EXPECT_EQ(table[0], 0);
+    EXPECT_TRUE(CLensBlurProcess::BuildDiameterTable(64, table));
+    EXPECT_EQ(table[255], 128);
+
+    // The largest plane is the aperture itself; plane 0 is empty; the rest are centred.
+    const COLChannel aperture = ApertureFromSkin(kApertureOctagon);
+    std::vector<uint8_t> planes(64 * 64 * 64);
+    ASSERT_TRUE(CLensBlurProcess::BuildKernels(aperture, planes.data()));
+    EXPECT_EQ(std::memcmp(planes.data() + 63 * 4096, aperture.GetBuffer(), 4096), 0);
+    EXPECT_TRUE(std::all_of(planes.begin(), planes.begin() + 4096, [](uint8_t v) { return v == 0; }));
+    const uint8_t* p9 = planes.data() + 9 * 4096; // 10 x 10 at offset 27
+    EXPECT_EQ(p9[26 * 64 + 31], 0);
+    EXPECT_EQ(p9[31 * 64 + 31], 255);
+    EXPECT_EQ(p9[37 * 64 + 31], 0);
+}
+
+TEST(LensBlur, AnApertureOfAnotherSizeKeepsThePicture)
+{
+    const COLImage src = Photo(30, 20, 2);
+    COLChannel depth, wrong;
+    depth.Create(30, 20);
+    std::memset(depth.GetBuffer(), 255, 600);
+    wrong.Create(32, 32);
+    std::memset(wrong.GetBuffer(), 255, 32 * 32);
+    CLensBlurProcess p;
+    COLImage out;
+    ASSERT_EQ(RunProcess(p, src, out, depth, nullptr, wrong, 10, 250, 0), kOk);
+    for (size_t i = 0; i < src.GetPixelCount(); ++i) {
+        ASSERT_TRUE(out.GetBuffer()[i] == src.GetBuffer()[i]);
+        ASSERT_EQ(out.GetBuffer()[i].alpha, 255); // but opaque
+    }
+}
+
+TEST(LensBlur, RefusesMissingOrMismatchedInputsAndLeavesTheSourceAlone)
+{
+    const COLImage src = Photo(30, 20, 2);
+    COLImage before, out;
+    before.DuplicateFrom(&src);
+    COLChannel depth, small;
+    depth.Create(30, 20);
+    std::memset(depth.GetBuffer(), 200, 600);
+    small.Create(29, 20);
+    const COLChannel aperture = ApertureFromSkin(kApertureCircle);
+    CLensBlurProcess p;
+    EXPECT_EQ(RunProcess(p, src, out, small, nullptr, aperture, 5, 250, 0), kFail);
+    LensBlurParams none;
+    p.SetImages(const_cast<COLImage*>(&src), &out);
+    EXPECT_EQ(p.Process(&none), kFail); // no depth
+    EXPECT_EQ(p.Process(nullptr), kFail);
+    ASSERT_EQ(RunProcess(p, src, out, depth, nullptr, aperture, 5, 200, 100), kOk);
+    EXPECT_TRUE(vmtest::SamePixels(src, before)); // its alpha too: the gray lives elsewhere
+}
+
+} // namespace
