@@ -11,6 +11,7 @@
 #include "bench_support.h"
 #include "document/compose_document.h"
 #include "document/layer.h"
+#include "document/render_scale.h"
 #include "filters/resample.h"
 #include "shell/image_view.h"
 
@@ -93,6 +94,38 @@ void BM_SourceRender(benchmark::State& state)
     }
 }
 
+// The screen scaler in its straightforward form (a division per channel, rows summed one after another), which
+// gives the same bytes: the visible part alone, without the checkerboard, against BM_ScalerRender.
+void BM_PlainScalerRender(benchmark::State& state)
+{
+    Scene& s = GetScene();
+    Place(s, int(state.range(0)));
+    const COLImage* target = s.view->GetDisplayBuffer();
+    const double z = s.view->GetZoom();
+    const CViewPoint o = s.view->GetOrigin();
+    COLImage out;
+    for (auto _ : state) {
+        ScaleForScreenPlain(s.doc.GetComposite(), &out, int(target->GetWidth()), int(target->GetHeight()), o.x, o.y,
+                            1.0 / z, 1.0 / z);
+        benchmark::DoNotOptimize(out.GetBuffer());
+    }
+}
+
+void BM_ScalerRender(benchmark::State& state)
+{
+    Scene& s = GetScene();
+    Place(s, int(state.range(0)));
+    const COLImage* target = s.view->GetDisplayBuffer();
+    const double z = s.view->GetZoom();
+    const CViewPoint o = s.view->GetOrigin();
+    COLImage out;
+    for (auto _ : state) {
+        ScaleForScreen(s.doc.GetComposite(), &out, int(target->GetWidth()), int(target->GetHeight()), o.x, o.y, 1.0 / z,
+                       1.0 / z);
+        benchmark::DoNotOptimize(out.GetBuffer());
+    }
+}
+
 // What the source's render cost when it stretched through the shared bilinear resampler (which darkened flat
 // colours and striped them): the same visible part into a buffer of the same size, for comparison.
 void BM_SharedResamplerRender(benchmark::State& state)
@@ -145,6 +178,8 @@ void BM_PaintOnly(benchmark::State& state)
 BENCHMARK(Baseline_CopyVisible)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 BENCHMARK(BM_Repaint)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 BENCHMARK(BM_SourceRender)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+BENCHMARK(BM_PlainScalerRender)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+BENCHMARK(BM_ScalerRender)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 BENCHMARK(BM_SharedResamplerRender)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 // At fit the whole picture is visible and there is nothing to pan.
 BENCHMARK(BM_Pan)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();

@@ -12,6 +12,18 @@ class COLImage;
 int ScaleForScreen(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, double x0, double y0, double fx,
                    double fy);
 
+// The same bytes as ScaleForScreen, computed the straightforward way (a division per channel): the reference that
+// the quicker path is held to.
+int ScaleForScreenPlain(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, double x0, double y0,
+                        double fx, double fy);
+
+// Brings dst, made by ScaleForScreen from src with the same x0, y0, fx, fy, up to date after the source pixels in
+// [left, right) x [top, bottom) changed: only the destination pixels that read any of them are computed again, and
+// the result is byte for byte what a whole ScaleForScreen gives. For a view that keeps its reduced picture and
+// repaints from it. 1, or 0 when dst is empty or an argument makes no sense.
+int ScaleForScreenChanged(const COLImage* src, COLImage* dst, double x0, double y0, double fx, double fy, int left,
+                          int top, int right, int bottom);
+
 // The rectangle (srcX, srcY, srcWidth, srcHeight) of src stretched to dstWidth x dstHeight by ScaleForScreen; a
 // width or height of -1 reaches to the source's edge. For thumbnails of the whole picture.
 int ScaleForRender(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX, int srcY, int srcWidth,
