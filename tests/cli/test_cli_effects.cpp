@@ -12,18 +12,6 @@ using vmtest::CliResult;
 using vmtest::Quote;
 using vmtest::RunCli;
 
-namespace {
-
-COLImage Load(const std::string& path)
-{
-    COLImage img;
-    COLImageCodec codec;
-    EXPECT_TRUE(codec.LoadFile(path.c_str(), &img)) << path;
-    return img;
-}
-
-} // namespace
-
 TEST(CliEffects, LensBlurWritesWhatTheDialogWouldMake)
 {
     vmtest::TempDir dir;
@@ -53,7 +41,7 @@ TEST(CliEffects, LensBlurWritesWhatTheDialogWouldMake)
     const CRect t = logic.GetThumbnail();
     logic.ClickDepthPanel(t.Width() * 20 / 90 + t.left, t.Height() * 45 / 60 + t.top);
     ASSERT_EQ(logic.RunFinal(doc, nullptr), kOk);
-    EXPECT_TRUE(vmtest::SamePixels(Load(dir.File("out.png")), doc.GetLayer(0)->m_image));
+    EXPECT_TRUE(vmtest::SamePixels(vmtest::Load(dir.File("out.png")), doc.GetLayer(0)->m_image));
 }
 
 TEST(CliEffects, LensBlurRefusesBadInput)
@@ -89,7 +77,7 @@ TEST(CliEffects, RunTakesTheGeometryCommands)
         RunCli("run " + Quote(dir.File("in.png")) + " \"Doc_ImageSize('60','10','1')\" \"Doc_RotateImageLeft\" " +
                "\"Doc_ExtendCanvas('1','2','3','4')\" -o " + Quote(dir.File("out.png")));
     ASSERT_EQ(r.exitCode, 0) << r.output;
-    const COLImage out = Load(dir.File("out.png"));
+    const COLImage out = vmtest::Load(dir.File("out.png"));
     EXPECT_EQ(out.GetWidth(), 10u + 4);
     EXPECT_EQ(out.GetHeight(), 60u + 6);
     r = RunCli("run " + Quote(dir.File("in.png")) + " \"Doc_ImageSize('20001','10')\" -o " +

@@ -56,13 +56,6 @@ void SaveGray(const std::string& path, const COLChannel& plane, uint8_t on = 255
     ASSERT_TRUE(COLImageCodec().SaveFile(path.c_str(), &img));
 }
 
-COLImage Load(const std::string& path)
-{
-    COLImage img;
-    EXPECT_TRUE(COLImageCodec().LoadFile(path.c_str(), &img)) << path;
-    return img;
-}
-
 COLImage Expected(const Scene& s, bool optimise)
 {
     COLImage photo, out;
@@ -115,17 +108,17 @@ TEST(CliMatte, MasksTrimapAndOptimiseGiveTheEnginesResult)
     ASSERT_EQ(r.exitCode, 0) << r.output;
     EXPECT_NE(r.output.find("band "), std::string::npos) << r.output;
     const COLImage expected = Expected(s, false);
-    EXPECT_TRUE(vmtest::SamePixels(Load(f.out), expected));
+    EXPECT_TRUE(vmtest::SamePixels(vmtest::Load(f.out), expected));
 
     std::filesystem::remove(f.out);
     r = RunCli("matte " + Quote(f.photo) + " --trimap " + Quote(f.trimap) + " -o " + Quote(f.out));
     ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_TRUE(vmtest::SamePixels(Load(f.out), expected));
+    EXPECT_TRUE(vmtest::SamePixels(vmtest::Load(f.out), expected));
 
     r = RunCli("matte " + Quote(f.photo) + " --trimap " + Quote(f.trimap) + " --optimise -o " + Quote(f.out));
     ASSERT_EQ(r.exitCode, 0) << r.output;
     const COLImage optimised = Expected(s, true);
-    EXPECT_TRUE(vmtest::SamePixels(Load(f.out), optimised));
+    EXPECT_TRUE(vmtest::SamePixels(vmtest::Load(f.out), optimised));
     EXPECT_FALSE(vmtest::SamePixels(optimised, expected));
 }
 
@@ -182,7 +175,7 @@ TEST(CliSegment, RegionsInColoursGradientInAlphaAndTheCount)
     p.SetImages(&photo, &labels);
     const int32_t detail = 20;
     ASSERT_EQ(p.Process(&detail), kOk);
-    const COLImage got = Load(out);
+    const COLImage got = vmtest::Load(out);
     ASSERT_EQ(got.GetWidth(), 120u);
     std::set<uint32_t> present;
     // Same label, same colour; different labels, different colours; alpha is the gradient.

@@ -13,17 +13,6 @@ using vmtest::CliResult;
 using vmtest::Quote;
 using vmtest::RunCli;
 
-namespace {
-
-COLImage Load(const std::string& path)
-{
-    COLImage img;
-    COLImageCodec().LoadFile(path.c_str(), &img);
-    return img;
-}
-
-} // namespace
-
 TEST(CliMatteRefine, WritesTheRefinedAlphaAndSubjectColours)
 {
     vmtest::TempDir dir;
@@ -35,7 +24,7 @@ TEST(CliMatteRefine, WritesTheRefinedAlphaAndSubjectColours)
     EXPECT_NE(r.output.find("band"), std::string::npos) << r.output;
 
     // The file holds exactly what the engine answers: alpha and decontaminated colours.
-    COLImage shot = Load(in), triImage = Load(tri), written = Load(out);
+    COLImage shot = vmtest::Load(in), triImage = vmtest::Load(tri), written = vmtest::Load(out);
     COLChannel trimap, alpha;
     ASSERT_TRUE(trimap.ExtractFrom(&triImage, 2));
     COLImage fore;
@@ -44,7 +33,7 @@ TEST(CliMatteRefine, WritesTheRefinedAlphaAndSubjectColours)
     EXPECT_TRUE(vmtest::SamePixels(written, fore));
 
     // And it is a good matte: SAD against the known alpha well below the classic-style projection's.
-    COLImage truthImage = Load(vmtest::DataPath("matting/refine_fur_alpha.png"));
+    COLImage truthImage = vmtest::Load(vmtest::DataPath("matting/refine_fur_alpha.png"));
     double sad = 0;
     for (uint32_t y = 0; y < shot.GetHeight(); ++y)
         for (uint32_t x = 0; x < shot.GetWidth(); ++x)

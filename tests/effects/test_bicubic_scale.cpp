@@ -5,9 +5,9 @@
 
 #include "effects/bicubic_scale.h"
 #include "effects/image_size.h"
-#include "effects_test_util.h"
 #include "filters/resample.h"
 #include "imaging/codec.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

@@ -5,10 +5,10 @@
 
 #include "effects/lens_blur.h"
 #include "effects/lens_blur_dialog.h"
-#include "effects_test_util.h"
 #include "filters/resample.h"
 #include "imaging/codec.h"
 #include "matting/gaussian.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

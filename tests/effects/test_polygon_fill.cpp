@@ -8,6 +8,7 @@
 #include "effects/polygon_fill.h"
 #include "imaging/channel.h"
 #include "imaging/result.h"
+#include "support/test_support.h"
 
 namespace {
 
@@ -100,11 +101,6 @@ std::vector<uint8_t> PlainFill(const std::vector<CPolyPoint>& p, int w, int h, s
     return plane;
 }
 
-std::vector<uint8_t> Bytes(const COLChannel& c)
-{
-    return std::vector<uint8_t>(c.GetBuffer(), c.GetBuffer() + c.GetAreaByteSize());
-}
-
 void ExpectSameAsPlain(const std::vector<CPolyPoint>& points, int w, int h, uint32_t seed = 0)
 {
     COLChannel plane;
@@ -112,9 +108,9 @@ void ExpectSameAsPlain(const std::vector<CPolyPoint>& points, int w, int h, uint
     std::mt19937 rng(seed);
     // Some tests start from a plane that already holds a selection: it must stay where the fill does not reach.
     for (uint32_t i = 0; i < plane.GetAreaByteSize(); ++i) plane.GetBuffer()[i] = seed ? uint8_t(rng() % 3 * 100) : 0;
-    const std::vector<uint8_t> expected = PlainFill(points, w, h, Bytes(plane));
+    const std::vector<uint8_t> expected = PlainFill(points, w, h, vmtest::Bytes(plane));
     ASSERT_EQ(FillPolygon(points.data(), points.size(), &plane), kOk);
-    const std::vector<uint8_t> got = Bytes(plane);
+    const std::vector<uint8_t> got = vmtest::Bytes(plane);
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x)
             ASSERT_EQ(int(got[size_t(y * w + x)]), int(expected[size_t(y * w + x)])) << "at " << x << "," << y;

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 #include <limits>
 
-#include "effects_test_util.h"
 #include "matting/warp.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

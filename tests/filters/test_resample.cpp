@@ -6,28 +6,19 @@
 #include <vector>
 
 #include "filters/resample.h"
-#include "runtime/parallel_for.h"
-#include "runtime/simd_level.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
 
 using vmtest::Bytes;
+using vmtest::SimdCap;
+using vmtest::ThreadCount;
 
 uint8_t Byte(const COLImage& img, uint32_t x, uint32_t y, int c)
 {
     return reinterpret_cast<const uint8_t*>(img.GetBuffer(x, y))[c];
 }
-
-struct ThreadCount {
-    explicit ThreadCount(unsigned n) { vmpar::SetWorkerCount(n); }
-    ~ThreadCount() { vmpar::SetWorkerCount(0); }
-};
-
-struct SimdCap {
-    explicit SimdCap(int level) { vmsimd::LimitLevel(level); }
-    ~SimdCap() { vmsimd::LimitLevel(-1); }
-};
 
 // Plain renderings, one destination pixel at a time, straight from the arithmetic the functions promise.
 

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
-#include <sys/wait.h>
 
 namespace codectest {
 
@@ -90,19 +89,6 @@ void MakePattern(COLImage& image, uint32_t width, uint32_t height, bool withAlph
         }
 }
 
-int Run(const std::string& command, std::string& output)
-{
-    output.clear();
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (!pipe) return -1;
-    std::array<char, 4096> buf{};
-    size_t n;
-    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0)
-        output.append(buf.data(), n);
-    const int status = pclose(pipe);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 // Inserts an APP1 Exif segment holding only an orientation tag right after SOI.
 std::vector<uint8_t> WithOrientation(const std::vector<uint8_t>& jpeg, int orientation, bool bigEndian)
 {
@@ -144,12 +130,6 @@ std::vector<uint8_t> WithOrientation(const std::vector<uint8_t>& jpeg, int orien
     out.insert(out.end(), seg.begin(), seg.end());
     out.insert(out.end(), jpeg.begin() + 2, jpeg.end());
     return out;
-}
-
-bool HaveImageMagick()
-{
-    std::string out;
-    return Run("/usr/bin/identify -version", out) == 0 && out.find("ImageMagick") != std::string::npos;
 }
 
 } // namespace codectest

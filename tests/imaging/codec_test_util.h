@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "imaging/image.h"
+#include "support/test_support.h"
 
 namespace codectest {
 
@@ -25,8 +26,7 @@ void MakePattern(COLImage& image, uint32_t width, uint32_t height, bool withAlph
 // A copy of a JPEG with an APP1 Exif segment, holding an orientation tag, right after SOI.
 std::vector<uint8_t> WithOrientation(const std::vector<uint8_t>& jpeg, int orientation, bool bigEndian);
 
-// Runs a shell command, returning its exit status and output (stdout and stderr).
-int Run(const std::string& command, std::string& output);
-bool HaveImageMagick();
+using vmtest::HaveImageMagick;
+using vmtest::Run;
 
 } // namespace codectest

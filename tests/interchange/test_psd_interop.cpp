@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
 #include <vector>
 
 #include "document/compositor.h"
@@ -21,25 +20,6 @@
 // PSDs written by ImageMagick and GIMP open with the right layers, and ours open in both.
 
 namespace {
-
-int Shell(const std::string& command, std::string& output)
-{
-    output.clear();
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (!pipe) return -1;
-    std::array<char, 4096> buf{};
-    size_t n;
-    while ((n = std::fread(buf.data(), 1, buf.size(), pipe)) > 0)
-        output.append(buf.data(), n);
-    const int status = pclose(pipe);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-bool HaveImageMagick()
-{
-    std::string out;
-    return Shell("/usr/bin/identify -version", out) == 0 && out.find("ImageMagick") != std::string::npos;
-}
 
 std::string Name(const CLayer* l)
 {
@@ -157,7 +137,7 @@ TEST(PsdInterop, GimpFilesOpenWithTheirLayers)
 
 TEST(PsdInterop, ImageMagickOpensOurFiles)
 {
-    if (!HaveImageMagick()) GTEST_SKIP() << "ImageMagick (/usr/bin/identify, /usr/bin/convert) is not installed";
+    if (!vmtest::HaveImageMagick()) GTEST_SKIP() << "ImageMagick (/usr/bin/identify, /usr/bin/convert) is not installed";
     vmtest::TempDir dir;
     std::string out;
     // One layer, odd pixel count, soft alpha.
@@ -165,9 +145,9 @@ TEST(PsdInterop, ImageMagickOpensOurFiles)
     vmtest::FillNoise(picture, 13, 7, 9);
     const std::string one = dir.File("one.psd");
     ASSERT_EQ(SavePsd(one, picture, "Layer A"), kOk);
-    ASSERT_EQ(Shell("/usr/bin/identify -format '%w %h %X %Y %l\\n' " + vmtest::Quote(one), out), 0) << out;
+    ASSERT_EQ(vmtest::Run("/usr/bin/identify -format '%w %h %X %Y %l\\n' " + vmtest::Quote(one), out), 0) << out;
     EXPECT_EQ(out, "13 7 +0 +0 \n13 7 +0 +0 Layer A\n");
-    ASSERT_EQ(Shell("/usr/bin/convert " + vmtest::Quote(one + "[1]") + " " + vmtest::Quote(dir.File("l.png")) +
+    ASSERT_EQ(vmtest::Run("/usr/bin/convert " + vmtest::Quote(one + "[1]") + " " + vmtest::Quote(dir.File("l.png")) +
                         " && /usr/bin/convert " + vmtest::Quote(one + "[0]") + " " + vmtest::Quote(dir.File("m.png")),
                     out),
               0)
@@ -191,11 +171,11 @@ TEST(PsdInterop, ImageMagickOpensOurFiles)
     MakeComposition(doc);
     const std::string layered = dir.File("layered.psd");
     ASSERT_EQ(WriteLayeredPsd(layered, doc), kOk);
-    ASSERT_EQ(Shell("/usr/bin/identify -format '%w %h %X %Y %l\\n' " + vmtest::Quote(layered), out), 0) << out;
+    ASSERT_EQ(vmtest::Run("/usr/bin/identify -format '%w %h %X %Y %l\\n' " + vmtest::Quote(layered), out), 0) << out;
     EXPECT_EQ(out, "23 17 +0 +0 \n23 17 +0 +0 Backdrop\n9 7 +3 +2 Subject\n10 7 +15 +9 Shade\n");
     for (int i = 0; i < 3; ++i) {
         const std::string png = dir.File("layer" + std::to_string(i) + ".png");
-        ASSERT_EQ(Shell("/usr/bin/convert " + vmtest::Quote(layered + "[" + std::to_string(i + 1) + "]") + " " +
+        ASSERT_EQ(vmtest::Run("/usr/bin/convert " + vmtest::Quote(layered + "[" + std::to_string(i + 1) + "]") + " " +
                             vmtest::Quote(png),
                         out),
                   0)
@@ -213,7 +193,7 @@ TEST(PsdInterop, ImageMagickOpensOurFiles)
         }
         ExpectSameVisible(want, got, "layer " + std::to_string(i));
     }
-    ASSERT_EQ(Shell("/usr/bin/convert " + vmtest::Quote(layered + "[0]") + " " + vmtest::Quote(dir.File("c.png")), out),
+    ASSERT_EQ(vmtest::Run("/usr/bin/convert " + vmtest::Quote(layered + "[0]") + " " + vmtest::Quote(dir.File("c.png")), out),
               0)
         << out;
     COLImage composite;
@@ -224,7 +204,7 @@ TEST(PsdInterop, ImageMagickOpensOurFiles)
 TEST(PsdInterop, GimpOpensOurFiles)
 {
     std::string out;
-    if (Shell("command -v gimp", out) != 0)
+    if (vmtest::Run("command -v gimp", out) != 0)
         GTEST_SKIP() << "GIMP is not installed; install the gimp package to run this";
     vmtest::TempDir dir;
     COLImage picture;
@@ -254,7 +234,7 @@ TEST(PsdInterop, GimpOpensOurFiles)
   (probe ")" + one + R"(")
   (probe ")" + layered + R"(")
   (close-output-port port)))";
-    Shell("gimp -i -d -f -b " + vmtest::Quote(script) + " -b '(gimp-quit 0)'", out);
+    vmtest::Run("gimp -i -d -f -b " + vmtest::Quote(script) + " -b '(gimp-quit 0)'", out);
     const std::vector<uint8_t> bytes = vmtest::ReadAll(report);
     const std::string text(bytes.begin(), bytes.end());
     // GIMP lists layers top first.

@@ -8,6 +8,7 @@
 #include "matting/chroma_key.h"
 #include "matting/key_math.h"
 #include "runtime/parallel_for.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
@@ -261,17 +262,18 @@ TEST(ChromaKey, SameBytesOnOneCoreAndOnAll)
         params.includeShadow = 0;
         params.featherSelection = 1;
         COLImage one;
-        vmpar::SetWorkerCount(1);
-        process.SetImages(&src, &one);
-        ASSERT_EQ(process.Process(&params), kOk);
+        {
+            vmtest::ThreadCount tc(1);
+            process.SetImages(&src, &one);
+            ASSERT_EQ(process.Process(&params), kOk);
+        }
         for (unsigned workers : {2u, 3u, 7u}) {
             COLImage split;
-            vmpar::SetWorkerCount(workers);
+            vmtest::ThreadCount tc(workers);
             process.SetImages(&src, &split);
             ASSERT_EQ(process.Process(&params), kOk);
             EXPECT_TRUE(vmtest::SamePixels(one, split)) << workers;
         }
-        vmpar::SetWorkerCount(0);
     }
 }
 

@@ -10,6 +10,7 @@
 #include "matting/gaussian.h"
 #include "runtime/parallel_for.h"
 #include "runtime/simd_level.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
@@ -115,27 +116,6 @@ std::vector<uint8_t> RefGaussian(const std::vector<uint8_t>& src, int w, int h, 
     }
     return out;
 }
-
-std::vector<uint8_t> Bytes(const COLImage& img)
-{
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(img.GetBuffer());
-    return std::vector<uint8_t>(p, p + img.GetPixelCount() * 4);
-}
-
-std::vector<uint8_t> Bytes(const COLChannel& ch)
-{
-    return std::vector<uint8_t>(ch.GetBuffer(), ch.GetBuffer() + ch.GetAreaByteSize());
-}
-
-struct ThreadCount {
-    explicit ThreadCount(unsigned n) { vmpar::SetWorkerCount(n); }
-    ~ThreadCount() { vmpar::SetWorkerCount(0); }
-};
-
-struct SimdCap {
-    explicit SimdCap(int level) { vmsimd::LimitLevel(level); }
-    ~SimdCap() { vmsimd::LimitLevel(-1); }
-};
 
 // Every instruction set the filters can use on this processor.
 std::vector<int> SimdLevels()
@@ -258,8 +238,8 @@ TEST(Gaussian, WholeImagesMatchThePlainComputation)
     const std::pair<unsigned, int> setups[] = {{1, vmsimd::kPlain}, {3, vmsimd::kSse2}, {16, -1}};
     uint32_t seed = 1;
     for (auto [threads, level] : setups) {
-        ThreadCount tc(threads);
-        SimdCap cap(level);
+        vmtest::ThreadCount tc(threads);
+        vmtest::SimdCap cap(level);
         for (auto& s : sizes)
             for (double sigma : sigmas) {
                 COLImage src, dst;
@@ -271,11 +251,11 @@ TEST(Gaussian, WholeImagesMatchThePlainComputation)
                 g.SetChannels(&csrc, &cdst);
                 ASSERT_EQ(g.Process(&sigma), kOk);
                 int scale = 0;
-                ASSERT_EQ(Bytes(dst), RefGaussian(Bytes(src), s[0], s[1], 4, sigma, scale))
+                ASSERT_EQ(vmtest::Bytes(dst), RefGaussian(vmtest::Bytes(src), s[0], s[1], 4, sigma, scale))
                     << s[0] << "x" << s[1] << " sigma " << sigma << " threads " << threads;
                 EXPECT_EQ(g.GetScale(), scale);
                 ASSERT_EQ(g.ProcessChannel(&sigma), kOk);
-                ASSERT_EQ(Bytes(cdst), RefGaussian(Bytes(csrc), s[0], s[1], 1, sigma, scale))
+                ASSERT_EQ(vmtest::Bytes(cdst), RefGaussian(vmtest::Bytes(csrc), s[0], s[1], 1, sigma, scale))
                     << s[0] << "x" << s[1] << " sigma " << sigma << " plane";
             }
     }
@@ -291,7 +271,7 @@ TEST(Gaussian, EveryTapCountAgainstThePlainComputation)
     const uint8_t* in = reinterpret_cast<const uint8_t*>(src.GetBuffer());
     uint8_t* out = reinterpret_cast<uint8_t*>(dst.GetBuffer());
     for (int level : SimdLevels()) {
-        SimdCap cap(level);
+        vmtest::SimdCap cap(level);
         std::set<int> seen;
         for (double sigma = 0.01; sigma < 60; sigma *= 1.05) {
             const GaussianKernel k = GaussianKernel::Make(sigma);
@@ -300,7 +280,7 @@ TEST(Gaussian, EveryTapCountAgainstThePlainComputation)
             for (int bpp : {1, 4}) {
                 const int w = bpp == 1 ? 71 * 4 : 71;   // the same bytes, seen as a wide plane or as pixels
                 vmfilter::GaussianBlurBuffer(in, out, uint32_t(w), 45, bpp, k);
-                ASSERT_EQ(Bytes(dst), RefBlur(Bytes(src), w, 45, bpp, rk)) << "taps " << k.taps << " level " << level;
+                ASSERT_EQ(vmtest::Bytes(dst), RefBlur(vmtest::Bytes(src), w, 45, bpp, rk)) << "taps " << k.taps << " level " << level;
             }
         }
         EXPECT_EQ(seen.size(), 16u);

@@ -7,6 +7,7 @@
 #include "imaging/codec.h"
 #include "matting/hue_key.h"
 #include "runtime/parallel_for.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
@@ -144,14 +145,13 @@ TEST(HueKey, SmoothingInBandsEqualsTheWholePictureRoute)
         CHueKeyProcess::InterpolateChroma(expected);
         ASSERT_TRUE(codec.YUVToRGB(&expected));
         for (unsigned workers : {1u, 3u}) {
-            vmpar::SetWorkerCount(workers);
+            vmtest::ThreadCount tc(workers);
             COLImage dst;
             CHueKeyProcess hue;
             hue.SetImages(&src, &dst);
             ASSERT_EQ(hue.SmoothChroma(), kOk);
             EXPECT_TRUE(vmtest::SamePixels(hue.GetSmoothed(), expected)) << h << " rows, " << workers;
         }
-        vmpar::SetWorkerCount(0);
     }
 }
 

@@ -14,6 +14,7 @@
 #include "imaging/codec.h"
 #include "runtime/parallel_for.h"
 #include "matting/refined_matte.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
@@ -179,12 +180,11 @@ TEST(RefinedMatte, SameBytesAtEveryThreadCount)
     COLImage fore[3];
     const unsigned threads[3] = {1, 2, 5};
     for (int k = 0; k < 3; ++k) {
-        vmpar::SetWorkerCount(threads[k]);
+        vmtest::ThreadCount tc(threads[k]);
         ASSERT_EQ(SolveRefinedMatte(in.shot, in.trimap, alpha[k], &fore[k], RefinedMatteParams{}), kOk);
     }
-    vmpar::SetWorkerCount(0);
     for (int k = 1; k < 3; ++k) {
-        EXPECT_EQ(0, std::memcmp(alpha[0].GetBuffer(), alpha[k].GetBuffer(), alpha[0].GetAreaByteSize()));
+        EXPECT_EQ(vmtest::Bytes(alpha[0]), vmtest::Bytes(alpha[k]));
         EXPECT_TRUE(vmtest::SamePixels(fore[0], fore[k]));
     }
 }

@@ -6,24 +6,17 @@
 #include <vector>
 
 #include "matting/gaussian.h"
-#include "runtime/parallel_for.h"
-#include "runtime/simd_level.h"
 #include "filters/resample.h"
 #include "matting/segment.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
 
 // ---------------------------------------------------------------------------------------------------------------
-// A plain segmentation that scans the whole picture at every level, as the method reads. The options switch the
-// choices where the method leaves room, to show that the pictures below tell them apart.
-
-struct Options {
-    bool realMeans = false;          // merge by the exact mean instead of the truncated one
-    bool firstLinkOnly = false;      // relabel test on the first link of a chain only
-    bool coarseFromSource = false;   // reduce the raw picture instead of the blurred one
-    bool seedEndIsIndex = false;     // seedEnd as the index of the bin that crosses a tenth
-};
+// A plain segmentation that scans the whole picture at every level, as the method reads. Where the method leaves
+// room, it reduces the blurred picture, merges by truncated edge means and counts seedEnd in bins; each other
+// choice changes the labels of the pictures below.
 
 struct Ref {
     uint32_t w = 0, h = 0;
@@ -32,7 +25,6 @@ struct Ref {
     std::vector<SegmentRegion> regions;
     int hist[256] = {};
     int seedEnd = 0, level = 0;
-    Options opt;
 
     bool Adopt(uint32_t i)
     {
@@ -136,10 +128,7 @@ struct Ref {
             }
     }
 
-    double Mean(const SegmentRegion& r, int k) const
-    {
-        return opt.realMeans ? double(r.edgeSum[k]) / r.edgeLength[k] : double(r.edgeSum[k] / r.edgeLength[k]);
-    }
+    uint32_t Mean(const SegmentRegion& r, int k) const { return r.edgeSum[k] / r.edgeLength[k]; }
 
     void MergeInto(size_t idx, uint32_t label)
     {
@@ -188,8 +177,7 @@ struct Ref {
             uint32_t t = uint32_t(p);
             for (;;) {
                 p = regions[t - 1].mergedInto;
-                const bool follow = opt.firstLinkOnly ? (p >= 1 && uint32_t(p) <= count) : (p >= 1 && uint32_t(p) < count);
-                if (!follow) break;
+                if (p < 1 || uint32_t(p) >= count) break;
                 t = uint32_t(p);
             }
             l = t;
@@ -205,10 +193,9 @@ int Root(int v)
     return r;
 }
 
-Ref RefSegment(const COLImage& src, int detail, bool child, const Options& opt)
+Ref RefSegment(const COLImage& src, int detail, bool child = false)
 {
     Ref s;
-    s.opt = opt;
     s.w = src.GetWidth();
     s.h = src.GetHeight();
     const uint32_t w = s.w, h = s.h;
@@ -260,7 +247,7 @@ Ref RefSegment(const COLImage& src, int detail, bool child, const Options& opt)
     for (int b = 0; b < 256; ++b) {
         sum += s.hist[b];
         if (sum > int(w * h / 10)) {
-            s.seedEnd = opt.seedEndIsIndex ? b : b + 1;
+            s.seedEnd = b + 1;
             break;
         }
     }
@@ -278,8 +265,8 @@ Ref RefSegment(const COLImage& src, int detail, bool child, const Options& opt)
     bool merge = true;
     if ((w > 800 || h > 800) && !child && sw >= 2 && sh >= 2) {
         COLImage small;
-        EXPECT_TRUE(SampleImageTwoPoint(opt.coarseFromSource ? &src : &smooth, &small, int(sw), int(sh)));
-        const Ref c = RefSegment(small, detail, true, opt);
+        EXPECT_TRUE(SampleImageTwoPoint(&smooth, &small, int(sw), int(sh)));
+        const Ref c = RefSegment(small, detail, true);
         s.regions = c.regions;
         for (SegmentRegion& r : s.regions) {
             r.seedLevel = 4;
@@ -361,8 +348,6 @@ Got RunSegment(const COLImage& src, const int32_t* detail)
     return ::testing::AssertionSuccess();
 }
 
-bool SameLabels(const Ref& a, const Ref& b) { return a.lab == b.lab; }
-
 // Soft shapes over noise: basins, edges and plenty of small regions to merge.
 void MakeScene(COLImage& img, uint32_t w, uint32_t h, uint32_t seed)
 {
@@ -400,11 +385,10 @@ TEST(Segment, MatchesThePlainMethodByteForByte)
         else
             MakeScene(img, 71, 53, seed);
         for (int32_t detail : {10, 50, 1000}) {
-            const Ref ref = RefSegment(img, detail, false, {});
+            const Ref ref = RefSegment(img, detail);
             for (int level : {int(vmsimd::kPlain), -1})
                 for (unsigned threads : {1u, 2u}) {
-                    vmsimd::LimitLevel(level);
-                    vmpar::SetWorkerCount(threads);
+                    vmtest::RuntimeLimits limits(level, threads);
                     const Got got = RunSegment(img, &detail);
                     ASSERT_EQ(got.code, kOk);
                     EXPECT_TRUE(Same(got, ref)) << "seed " << seed << " detail " << detail << " threads " << threads
@@ -412,8 +396,6 @@ TEST(Segment, MatchesThePlainMethodByteForByte)
                 }
         }
     }
-    vmsimd::LimitLevel(-1);
-    vmpar::SetWorkerCount(0);
 }
 
 // Above 800 the picture is segmented at 800 on its long side, and the band where the small labels disagree is
@@ -423,43 +405,12 @@ TEST(Segment, ReducedSizePathMatchesThePlainMethod)
     COLImage img;
     MakeScene(img, 830, 47, 5);
     const int32_t detail = 50;
-    const Ref ref = RefSegment(img, detail, false, {});
+    const Ref ref = RefSegment(img, detail);
     const Got got = RunSegment(img, &detail);
     ASSERT_EQ(got.code, kOk);
     EXPECT_TRUE(Same(got, ref));
     ASSERT_FALSE(got.regions.empty());
     for (const SegmentRegion& r : got.regions) EXPECT_EQ(r.seedLevel, 4u);
-}
-
-// The choices where the method leaves room, each shown to make a difference on these pictures, so that the exact
-// comparisons above pin them down: the blurred picture is reduced, merging compares truncated means, seedEnd is a
-// count of bins.
-TEST(Segment, ChoicesAreVisibleInTheResults)
-{
-    COLImage wide;
-    MakeScene(wide, 830, 47, 5);
-    Options source;
-    source.coarseFromSource = true;
-    EXPECT_FALSE(SameLabels(RefSegment(wide, 50, false, {}), RefSegment(wide, 50, false, source)));
-
-    bool meansDiffer = false, seedEndDiffers = false;
-    for (uint32_t seed : {3u, 11u, 103u, 104u})
-        for (int detail : {10, 50, 1000}) {
-            COLImage img;
-            if (seed > 100)
-                MakeRamp(img, 71, 53, seed);
-            else
-                MakeScene(img, 71, 53, seed);
-            const Ref plain = RefSegment(img, detail, false, {});
-            Options real;
-            real.realMeans = true;
-            Options index;
-            index.seedEndIsIndex = true;
-            meansDiffer |= !SameLabels(plain, RefSegment(img, detail, false, real));
-            seedEndDiffers |= !SameLabels(plain, RefSegment(img, detail, false, index));
-        }
-    EXPECT_TRUE(meansDiffer);
-    EXPECT_TRUE(seedEndDiffers);
 }
 
 // A flat picture: no gradient inside, one region seeded at level 8; the border (gradient 255) joins it at the

@@ -26,6 +26,19 @@ public:
     RuntimeLimits& operator=(const RuntimeLimits&) = delete;
 };
 
+// Thread count or instruction set alone for the life of a scope; the engines must give the same bytes under each.
+struct ThreadCount {
+    explicit ThreadCount(unsigned n) { vmpar::SetWorkerCount(n); }
+    ~ThreadCount() { vmpar::SetWorkerCount(0); }
+};
+
+struct SimdCap {
+    explicit SimdCap(int level) { vmsimd::LimitLevel(level); }
+    ~SimdCap() { vmsimd::LimitLevel(-1); }
+};
+
+inline constexpr unsigned kThreadCounts[] = {1, 2, 3, 5};
+
 // Runs fn at every vector level with one worker, then at the best level with splits of 2, 3 and 7 (odd counts
 // leave uneven parts). label names the combination for a failure message.
 inline void ForEachLevelAndSplit(const std::function<void(const std::string& label)>& fn)

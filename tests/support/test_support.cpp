@@ -101,17 +101,28 @@ std::vector<uint8_t> Bytes(const COLChannel& channel)
     return std::vector<uint8_t>(p, p + (p ? channel.GetAreaByteSize() : 0));
 }
 
-CliResult RunCli(const std::string& arguments)
+int Run(const std::string& command, std::string& output)
 {
-    const std::string command = std::string(VM_CLI_PATH) + " " + arguments + " 2>&1";
-    CliResult r{-1, {}};
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return r;
+    output.clear();
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    if (!pipe) return -1;
     std::array<char, 4096> buf{};
     size_t n;
-    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) r.output.append(buf.data(), n);
+    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) output.append(buf.data(), n);
     const int status = pclose(pipe);
-    r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool HaveImageMagick()
+{
+    std::string out;
+    return Run("/usr/bin/identify -version", out) == 0 && out.find("ImageMagick") != std::string::npos;
+}
+
+CliResult RunCli(const std::string& arguments)
+{
+    CliResult r{-1, {}};
+    r.exitCode = Run(std::string(VM_CLI_PATH) + " " + arguments, r.output);
     return r;
 }
 

@@ -44,6 +44,10 @@ COLImage Load(const std::string& path);
 std::vector<uint8_t> Bytes(const COLImage& image);
 std::vector<uint8_t> Bytes(const COLChannel& channel);
 
+// Runs a shell command, returning its exit status and its stdout and stderr together.
+int Run(const std::string& command, std::string& output);
+bool HaveImageMagick();   // /usr/bin/identify and convert, for the interoperability checks
+
 // Runs velmorando-cli with the given (shell-quoted) arguments; stdout and stderr together.
 struct CliResult {
     int exitCode;

@@ -18,7 +18,7 @@ std::vector<uint8_t> Ellipse(int x0, int y0, int x1, int y1, int w, int h)
     c.Create(uint32_t(w), uint32_t(h));
     std::memset(c.GetBuffer(), 0, c.GetAreaByteSize());
     FillEllipse(x0, y0, x1, y1, &c);
-    return vmtest::Plane(c);
+    return vmtest::Bytes(c);
 }
 
 } // namespace

@@ -5,7 +5,7 @@
 #include "commands/command.h"
 
 using vmtest::Filled;
-using vmtest::Plane;
+using vmtest::Bytes;
 using vmtest::ToolTest;
 
 namespace {
@@ -104,12 +104,12 @@ TEST_F(ToolTest, ComposeUndoAndRedoOfASelection)
 {
     manager->SetCurrentTool(&manager->GetRectTool());
     Drag(3, 4, 20, 15);
-    const std::vector<uint8_t> first = Plane(doc.GetSelectionMask());
+    const std::vector<uint8_t> first = Bytes(doc.GetSelectionMask());
     manager->SetCurrentTool(&manager->GetRoundTool());
     Sink().OnKeyDown(kKeyShift, 0);
     Drag(15, 10, 35, 28);
     Sink().OnKeyUp(kKeyShift, 0);
-    const std::vector<uint8_t> second = Plane(doc.GetSelectionMask());
+    const std::vector<uint8_t> second = Bytes(doc.GetSelectionMask());
     ASSERT_NE(first, second);
 
     ModeHost modeHost(*manager, selectionLog, selection);
@@ -118,12 +118,12 @@ TEST_F(ToolTest, ComposeUndoAndRedoOfASelection)
     command.history = &composeLog;
     command.host = &modeHost;
     ASSERT_EQ(ExecuteCommand(command, "UI_HistoryBackward"), kCommandDone);
-    EXPECT_EQ(Plane(doc.GetSelectionMask()), first);
+    EXPECT_EQ(Bytes(doc.GetSelectionMask()), first);
     ASSERT_EQ(ExecuteCommand(command, "UI_HistoryBackward"), kCommandDone);
     EXPECT_TRUE(doc.GetSelectionMask().IsNull());
     ASSERT_EQ(ExecuteCommand(command, "UI_HistoryForward"), kCommandDone);
     ASSERT_EQ(ExecuteCommand(command, "UI_HistoryForward"), kCommandDone);
-    EXPECT_EQ(Plane(doc.GetSelectionMask()), second);
+    EXPECT_EQ(Bytes(doc.GetSelectionMask()), second);
 }
 
 TEST_F(ToolTest, SelectionModePolygonsUndoOnTheSelectionLog)
@@ -139,7 +139,7 @@ TEST_F(ToolTest, SelectionModePolygonsUndoOnTheSelectionLog)
     Sink().OnLButtonDown(kMkLButton, 2, 2);
     for (size_t i = 0; i + 1 < outer.size(); ++i) Sink().OnLButtonUp(0, outer[i].x, outer[i].y);
     Sink().OnLButtonDblClk(kMkLButton, 30, 27);
-    EXPECT_EQ(Plane(*selection.GetOuterPlane()), Filled(outer, W, H));
+    EXPECT_EQ(Bytes(*selection.GetOuterPlane()), Filled(outer, W, H));
     // Two steps for one polygon, both of the outer plane; the compose log is not touched.
     ASSERT_EQ(selectionLog.GetCount(), 3);
     EXPECT_EQ(selectionLog.GetRecord(2)->arg, int32_t(kPlaneOuter));
@@ -150,7 +150,7 @@ TEST_F(ToolTest, SelectionModePolygonsUndoOnTheSelectionLog)
     Sink().OnLButtonDown(kMkLButton, 10, 8);
     for (size_t i = 0; i + 1 < inner.size(); ++i) Sink().OnLButtonUp(0, inner[i].x, inner[i].y);
     Sink().OnLButtonDblClk(kMkLButton, 20, 20);
-    EXPECT_EQ(Plane(*selection.GetInnerPlane()), Filled(inner, W, H));
+    EXPECT_EQ(Bytes(*selection.GetInnerPlane()), Filled(inner, W, H));
 
     ModeHost modeHost(*manager, selectionLog, selection);
     CCommandContext command;
@@ -159,11 +159,11 @@ TEST_F(ToolTest, SelectionModePolygonsUndoOnTheSelectionLog)
     command.host = &modeHost;
     ASSERT_EQ(ExecuteCommand(command, "UI_HistoryJumpTo('3')"), kCommandDone);
     EXPECT_TRUE(selection.GetInnerPlane()->IsNull());
-    EXPECT_EQ(Plane(*selection.GetOuterPlane()), Filled(outer, W, H));
+    EXPECT_EQ(Bytes(*selection.GetOuterPlane()), Filled(outer, W, H));
     ASSERT_EQ(ExecuteCommand(command, "UI_HistoryJumpTo('1')"), kCommandDone);
     EXPECT_TRUE(selection.GetOuterPlane()->IsNull());
     ASSERT_EQ(ExecuteCommand(command, "UI_HistoryJumpTo('5')"), kCommandDone);
-    EXPECT_EQ(Plane(*selection.GetInnerPlane()), Filled(inner, W, H));
+    EXPECT_EQ(Bytes(*selection.GetInnerPlane()), Filled(inner, W, H));
     EXPECT_EQ(composeLog.GetCount(), composeSteps) << "history moves in selection mode stay on its own log";
 }
 
@@ -188,7 +188,7 @@ TEST_F(ToolTest, ModifyPolygonTakesColourBackAndLeavingKeepsTheResult)
     for (size_t i = 0; i + 1 < outline.size(); ++i) Sink().OnLButtonUp(0, outline[i].x, outline[i].y);
     Sink().OnLButtonDblClk(kMkLButton, 5, 25);
     const std::vector<uint8_t> mask = Filled(outline, W, H);
-    ASSERT_EQ(Plane(*selection.GetResultMask()), mask);
+    ASSERT_EQ(Bytes(*selection.GetResultMask()), mask);
     for (size_t i = 0; i < working.GetPixelCount(); ++i) {
         const CPixel w = working.GetBuffer()[i], src = layer->m_image.GetBuffer()[i], old = before.GetBuffer()[i];
         ASSERT_EQ(w.alpha, mask[i]);
@@ -212,7 +212,7 @@ TEST_F(ToolTest, ModifyPolygonTakesColourBackAndLeavingKeepsTheResult)
     // Leaving with OK: the wizard keeps the result as the document's selection, and the step is recorded.
     host.wizardAnswer = [this] { return selection.KeepAsSelection(doc) == kBringBackDone; };
     ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(false, 0, true));
-    EXPECT_EQ(Plane(doc.GetSelectionMask()), mask);
+    EXPECT_EQ(Bytes(doc.GetSelectionMask()), mask);
     EXPECT_EQ(LastLabel(composeLog), std::string("His_selandproc"));
     EXPECT_FALSE(selection.IsActive());
     EXPECT_EQ(selectionLog.GetCount(), 0);

@@ -96,12 +96,6 @@ public:
     std::function<bool()> wizardAnswer = [] { return true; };
 };
 
-inline std::vector<uint8_t> Plane(const COLChannel& c)
-{
-    if (c.IsNull()) return {};
-    return std::vector<uint8_t>(c.GetBuffer(), c.GetBuffer() + c.GetAreaByteSize());
-}
-
 // The polygon fill of a closed outline into a zeroed plane of the given size.
 inline std::vector<uint8_t> Filled(const std::vector<CPolyPoint>& outline, int w, int h)
 {
@@ -109,7 +103,7 @@ inline std::vector<uint8_t> Filled(const std::vector<CPolyPoint>& outline, int w
     c.Create(uint32_t(w), uint32_t(h));
     std::memset(c.GetBuffer(), 0, c.GetAreaByteSize());
     FillPolygon(outline.data(), outline.size(), &c);
-    return Plane(c);
+    return Bytes(c);
 }
 
 // Soft union and difference written out byte by byte.
@@ -176,7 +170,7 @@ protected:
         const CHistoryRecord* r = log.GetRecord(log.GetCount() - 1);
         return r ? r->label : "";
     }
-    std::vector<uint8_t> Mask() { return Plane(doc.GetSelectionMask()); }
+    std::vector<uint8_t> Mask() { return Bytes(doc.GetSelectionMask()); }
 
     TempDir m_tmp;
     std::string m_oldTmp;
