@@ -69,11 +69,6 @@ void Shot(QWidget* window, const char* name)
     window->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
 }
 
-std::vector<uint8_t> Bytes(const COLChannel& c)
-{
-    return c.IsNull() ? std::vector<uint8_t>{} : std::vector<uint8_t>(c.GetBuffer(), c.GetBuffer() + c.GetAreaByteSize());
-}
-
 } // namespace
 
 TEST_F(ToolsInFrame, RectangleThenOuterPolygonInSelectionMode)
