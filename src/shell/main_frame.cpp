@@ -134,15 +134,14 @@ QWidget* CMainFrame::BuildWorkArea()
 
 void CMainFrame::BuildToolStrip(QWidget* parent)
 {
-    // The left bar, shown with a document: the tools of the current mode stack up in m_pToolLayout, the mode
-    // button ("createsel" in compose mode) stands below them.
+    // The left bar, shown with a document: the mode button ("createsel" in compose mode) at the top, where the
+    // help texts send the user, and the tools of the current mode stacked below it in m_pToolLayout.
     m_pToolStrip = new QWidget(parent);
     m_pToolStrip->setFixedWidth(70);
     auto* strip = new QVBoxLayout(m_pToolStrip);
     strip->setContentsMargins(5, 5, 5, 5);
     m_pToolLayout = new QVBoxLayout;
     m_pToolLayout->setContentsMargins(0, 0, 0, 0);
-    strip->addLayout(m_pToolLayout);
     m_pCreateSel = new QToolButton(m_pToolStrip);
     const QImage createSel = LoadSkinPicture("icons/createsel.png");
     if (!createSel.isNull()) m_pCreateSel->setIcon(QIcon(QPixmap::fromImage(createSel)));
@@ -151,6 +150,7 @@ void CMainFrame::BuildToolStrip(QWidget* parent)
     m_pCreateSel->setToolTip(Text("createsel"));
     m_pCreateSel->setObjectName(QStringLiteral("createsel"));
     strip->addWidget(m_pCreateSel);
+    strip->addLayout(m_pToolLayout, 1);
     // The tools, and the way in and out of selection mode.
     m_pToolBar = new CToolBar(m_app, m_pView, m_pToolStrip);
     m_pToolBar->onHelp = [this](const QString& text) { SetTip(text); };
@@ -161,7 +161,6 @@ void CMainFrame::BuildToolStrip(QWidget* parent)
     };
     connect(m_pCreateSel, &QToolButton::clicked, this, [this] { selmode::Toggle(*m_pToolBar, *m_pServices); });
     m_pToolLayout->addWidget(m_pToolBar, 1);
-    strip->addStretch(1);
     m_pToolStrip->hide();
 }
 
