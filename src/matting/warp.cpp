@@ -14,6 +14,14 @@ int Trunc(double v)
     return static_cast<int>(std::clamp(v, -1.0e9, 1.0e9));
 }
 
+// The blend weight of a coordinate's fraction, in 255ths. Beyond one whole pixel the coordinate was clamped far
+// outside the source, where both neighbours of a pair are the same colour and the weight cannot change the blend;
+// holding it to one pixel keeps the products within int.
+int Fraction(double d)
+{
+    return std::clamp(Trunc(d * 255.0), -255, 255);
+}
+
 bool Finite(const double (&c)[6])
 {
     return std::all_of(c, c + 6, [](double v) { return std::isfinite(v); });
@@ -38,7 +46,7 @@ void NormalisedRow(const COLImage& src, CPixel* out, uint32_t y, const WarpParam
         }
         // A point just left of or above the source (-1 < X < 0) truncates to 0 and gets a negative fraction:
         // the blend then extrapolates, and the byte keeps the low bits of the result.
-        const int fx = Trunc((X - ix) * 255.0), fy = Trunc((Y - iy) * 255.0);
+        const int fx = Fraction(X - ix), fy = Fraction(Y - iy);
         auto channel = [&](int c) {
             const uint8_t* b0 = &q[0].blue + c;
             const uint8_t* b1 = &q[1].blue + c;
@@ -75,7 +83,7 @@ void PixelRow(const COLImage& src, CPixel* out, uint32_t y, const WarpParams& p)
         const double a = double(int64_t(x) + p.originX);
         const double X = sw * EvaluateWarpPolynomial(p.xCoef, a, b), Y = sh * EvaluateWarpPolynomial(p.yCoef, a, b);
         const int ix = FloorAtZero(X), iy = FloorAtZero(Y);
-        const int fx = Trunc((X - ix) * 255.0), fy = Trunc((Y - iy) * 255.0);
+        const int fx = Fraction(X - ix), fy = Fraction(Y - iy);
         const CPixel q[4] = {at(ix, iy), at(ix + 1, iy), at(ix, iy + 1), at(ix + 1, iy + 1)};
         uint8_t v[4];
         for (int c = 0; c < 4; ++c) {
