@@ -123,7 +123,7 @@ int InChild(const std::string& engine, size_t spare)
 
 // Sweeps the limit from nothing to spare to plenty, so that the allocation that fails moves through the whole
 // run: every attempt must succeed with the right bytes or fail with kFail and the picture as it was.
-void Sweep(const std::string& engine, size_t largest)
+[[maybe_unused]] void Sweep(const std::string& engine, size_t largest)
 {
     int failures = 0, successes = 0;
     for (size_t spare = 0; spare <= largest; spare += largest / 12) {
