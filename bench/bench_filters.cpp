@@ -22,9 +22,7 @@ namespace {
 
 const COLImage& Photo()
 {
-    static COLImage photo;
-    if (photo.IsNull()) vmbench::MakePhoto(photo, vmbench::kPhotoWidth, vmbench::kPhotoHeight);
-    return photo;
+    return vmbench::SharedPhoto();
 }
 
 const COLChannel& PhotoPlane()

@@ -25,9 +25,7 @@ namespace {
 
 const COLImage& Photo()
 {
-    static COLImage photo;
-    if (photo.IsNull()) vmbench::MakePhoto(photo, vmbench::kPhotoWidth, vmbench::kPhotoHeight);
-    return photo;
+    return vmbench::SharedPhoto();
 }
 
 // Contours 18 pixels either side of an ellipse of 1200 x 900 radii: a band of about 2 % of the picture.

@@ -102,4 +102,11 @@ int RunWithRatios(int argc, char** argv, const std::string& baselinePrefix)
     return 0;
 }
 
+const COLImage& SharedPhoto()
+{
+    static COLImage photo;
+    if (photo.IsNull()) MakePhoto(photo, kPhotoWidth, kPhotoHeight);
+    return photo;
+}
+
 } // namespace vmbench

@@ -15,6 +15,9 @@ void MakePhoto(COLImage& image, uint32_t width, uint32_t height, uint32_t seed =
 inline constexpr uint32_t kPhotoWidth = 4000;
 inline constexpr uint32_t kPhotoHeight = 3000;
 
+// The 12-megapixel photo of MakePhoto, made once per program and shared by its benchmarks.
+const COLImage& SharedPhoto();
+
 // Runs the registered benchmarks and then prints every result as a ratio to the benchmarks whose names start
 // with baselinePrefix (each benchmark is compared with the baseline that shares its argument suffix, or the
 // first baseline). Use as the body of main().
