@@ -16,15 +16,9 @@
 #include "matting/chroma_key.h"
 #include "matting/gaussian.h"
 #include "runtime/parallel_for.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define VM_NO_ADDRESS_LIMIT 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define VM_NO_ADDRESS_LIMIT 1
-#endif
-#endif
 
 namespace {
 

@@ -6,6 +6,16 @@
 #include "runtime/parallel_for.h"
 #include "runtime/simd_level.h"
 
+// Set where the sanitizers reserve address space up front, so that an address-space limit (RLIMIT_AS) cannot be
+// used to make allocations fail.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define VM_NO_ADDRESS_LIMIT 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define VM_NO_ADDRESS_LIMIT 1
+#endif
+#endif
+
 namespace vmtest {
 
 // Caps the vector level and fixes the pool's split for one scope, then restores the automatic choice (also when
