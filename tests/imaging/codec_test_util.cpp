@@ -51,31 +51,6 @@ bool ReadPam(const std::string& path, COLImage& image)
     return true;
 }
 
-int MaxColourDifference(const COLImage& expected, const COLImage& actual, bool onlyVisible)
-{
-    if (expected.IsNull() || actual.IsNull() || expected.GetWidth() != actual.GetWidth() ||
-        expected.GetHeight() != actual.GetHeight())
-        return -1;
-    int worst = 0;
-    for (size_t i = 0; i < expected.GetPixelCount(); ++i) {
-        const CPixel e = expected.GetBuffer()[i], a = actual.GetBuffer()[i];
-        if (onlyVisible && e.alpha == 0) continue;
-        worst = std::max({worst, std::abs(e.red - a.red), std::abs(e.green - a.green), std::abs(e.blue - a.blue)});
-    }
-    return worst;
-}
-
-int MaxAlphaDifference(const COLImage& expected, const COLImage& actual)
-{
-    if (expected.IsNull() || actual.IsNull() || expected.GetWidth() != actual.GetWidth() ||
-        expected.GetHeight() != actual.GetHeight())
-        return -1;
-    int worst = 0;
-    for (size_t i = 0; i < expected.GetPixelCount(); ++i)
-        worst = std::max(worst, std::abs(expected.GetBuffer()[i].alpha - actual.GetBuffer()[i].alpha));
-    return worst;
-}
-
 void MakePattern(COLImage& image, uint32_t width, uint32_t height, bool withAlpha)
 {
     image.Create(width, height);

@@ -14,10 +14,6 @@ namespace codectest {
 // Reads a binary PAM (8-bit; GRAYSCALE, GRAYSCALE_ALPHA, RGB or RGB_ALPHA) as written by ImageMagick.
 bool ReadPam(const std::string& path, COLImage& image);
 
-// Largest difference of any colour byte between two pictures of the same size, counting only pixels whose
-// alpha in `expected` is not 0 when onlyVisible is set; -1 when the sizes differ or an image is missing.
-int MaxColourDifference(const COLImage& expected, const COLImage& actual, bool onlyVisible);
-int MaxAlphaDifference(const COLImage& expected, const COLImage& actual);
 
 // A picture with smooth areas, edges and a soft alpha ramp: enough structure to notice flips, channel swaps
 // and shifted rows.
@@ -27,6 +23,8 @@ void MakePattern(COLImage& image, uint32_t width, uint32_t height, bool withAlph
 std::vector<uint8_t> WithOrientation(const std::vector<uint8_t>& jpeg, int orientation, bool bigEndian);
 
 using vmtest::HaveImageMagick;
+using vmtest::MaxAlphaDifference;
+using vmtest::MaxColourDifference;
 using vmtest::Run;
 
 } // namespace codectest

@@ -2,8 +2,10 @@
 
 #include "imaging/codec.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sys/wait.h>
 #include <random>
@@ -74,12 +76,53 @@ bool SamePixels(const COLImage& a, const COLImage& b)
     return true;
 }
 
+int MaxColourDifference(const COLImage& expected, const COLImage& actual, bool onlyVisible)
+{
+    if (expected.IsNull() || actual.IsNull() || expected.GetWidth() != actual.GetWidth() ||
+        expected.GetHeight() != actual.GetHeight())
+        return -1;
+    int worst = 0;
+    for (size_t i = 0; i < expected.GetPixelCount(); ++i) {
+        const CPixel e = expected.GetBuffer()[i], a = actual.GetBuffer()[i];
+        if (onlyVisible && e.alpha == 0) continue;
+        worst = std::max({worst, std::abs(e.red - a.red), std::abs(e.green - a.green), std::abs(e.blue - a.blue)});
+    }
+    return worst;
+}
+
+int MaxAlphaDifference(const COLImage& expected, const COLImage& actual)
+{
+    if (expected.IsNull() || actual.IsNull() || expected.GetWidth() != actual.GetWidth() ||
+        expected.GetHeight() != actual.GetHeight())
+        return -1;
+    int worst = 0;
+    for (size_t i = 0; i < expected.GetPixelCount(); ++i)
+        worst = std::max(worst, std::abs(expected.GetBuffer()[i].alpha - actual.GetBuffer()[i].alpha));
+    return worst;
+}
+
 COLImage Row(const std::vector<CPixel>& pixels)
 {
     COLImage image;
     image.Create(uint32_t(pixels.size()), 1);
     for (size_t i = 0; i < pixels.size(); ++i) image.PutPixel(uint32_t(i), 0, pixels[i]);
     return image;
+}
+
+COLImage Solid(uint32_t width, uint32_t height, CPixel colour)
+{
+    COLImage image;
+    image.Create(width, height);
+    std::fill(image.GetBuffer(), image.GetBuffer() + image.GetPixelCount(), colour);
+    return image;
+}
+
+COLChannel Plane(uint32_t width, uint32_t height, uint8_t value)
+{
+    COLChannel plane;
+    plane.Create(width, height);
+    std::fill(plane.GetBuffer(), plane.GetBuffer() + plane.GetAreaByteSize(), value);
+    return plane;
 }
 
 COLImage Load(const std::string& path)

@@ -30,6 +30,10 @@ void FillNoise(COLImage& image, uint32_t width, uint32_t height, uint32_t seed);
 void FillNoise(COLChannel& channel, uint32_t width, uint32_t height, uint32_t seed);
 bool SameColours(const COLImage& a, const COLImage& b);   // size and RGB of every pixel
 bool SamePixels(const COLImage& a, const COLImage& b);    // size and all four bytes
+// Largest difference of any colour byte between two pictures of the same size, counting only pixels whose
+// alpha in `expected` is not 0 when onlyVisible is set; -1 when the sizes differ or an image is missing.
+int MaxColourDifference(const COLImage& expected, const COLImage& actual, bool onlyVisible = false);
+int MaxAlphaDifference(const COLImage& expected, const COLImage& actual);
 
 // An opaque (or given-alpha) colour from its red, green and blue, and a one-row picture of the given pixels.
 inline CPixel Rgb(int r, int g, int b, int a = 255)
@@ -37,6 +41,19 @@ inline CPixel Rgb(int r, int g, int b, int a = 255)
     return CPixel::Make(uint8_t(r), uint8_t(g), uint8_t(b), uint8_t(a));
 }
 COLImage Row(const std::vector<CPixel>& pixels);
+// A picture of one colour, and a plane of one value.
+COLImage Solid(uint32_t width, uint32_t height, CPixel colour);
+COLChannel Plane(uint32_t width, uint32_t height, uint8_t value);
+
+// "WxH" of a picture, plane or document, and "x,y" of a layer: one comparison that names both numbers.
+template <class T> std::string Size(const T& t)
+{
+    return std::to_string(t.GetWidth()) + "x" + std::to_string(t.GetHeight());
+}
+template <class L> std::string Place(const L& layer)
+{
+    return std::to_string(layer.m_x) + "," + std::to_string(layer.m_y);
+}
 
 // A picture file through the codec; an empty image when it does not load.
 COLImage Load(const std::string& path);
