@@ -36,30 +36,19 @@ TEST(Pixel16, ConversionsRoundAndLimit)
     EXPECT_EQ(g.GetGray(), (9000 + 12000 + 1000) / 10);
 }
 
-TEST(Smooth16, ConstantAndLastRunsStay)
+TEST(Smooth16, RunsRampTowardsTheirNeighbours)
 {
-    EXPECT_EQ(Smooth({500, 500, 500, 500}), (std::vector<uint16_t>{500, 500, 500, 500}));
-    // The last run is never touched; the first run ramps up towards it.
-    EXPECT_EQ(Smooth({0, 0, 0, 0, 256, 256, 256, 256}), (std::vector<uint16_t>{0, 0, 0, 64, 256, 256, 256, 256}));
-}
-
-TEST(Smooth16, RampsOnBothSidesOfAMiddleRun)
-{
-    EXPECT_EQ(Smooth({0, 0, 0, 0, 256, 256, 256, 256, 512}),
-              (std::vector<uint16_t>{0, 0, 0, 64, 128, 192, 256, 320, 512}));
-    // Going down: d / 2 truncates towards zero.
-    EXPECT_EQ(Smooth({255, 255, 0, 0, 0, 0, 9}), (std::vector<uint16_t>{255, 255, 127, 63, 0, 2, 9}));
-}
-
-TEST(Smooth16, SingleElementsTakeTheMeanOfTheirNeighbours)
-{
-    EXPECT_EQ(Smooth({100, 200, 300}), (std::vector<uint16_t>{150, 200, 300}));
-}
-
-TEST(Smooth16, EdgesOf0x800AndMoreStaySharp)
-{
-    EXPECT_EQ(Smooth({0, 0, 0, 0, 0x800}), (std::vector<uint16_t>{0, 0, 0, 0, 0x800}));
-    EXPECT_EQ(Smooth({0, 0, 0, 0, 0x7FF}), (std::vector<uint16_t>{0, 0, 0, 0x3FF / 2, 0x7FF}));
+    const std::pair<std::vector<uint16_t>, std::vector<uint16_t>> cases[] = {
+        {{500, 500, 500, 500}, {500, 500, 500, 500}},
+        // The last run is never touched; the first run ramps up towards it.
+        {{0, 0, 0, 0, 256, 256, 256, 256}, {0, 0, 0, 64, 256, 256, 256, 256}},
+        {{0, 0, 0, 0, 256, 256, 256, 256, 512}, {0, 0, 0, 64, 128, 192, 256, 320, 512}},
+        {{255, 255, 0, 0, 0, 0, 9}, {255, 255, 127, 63, 0, 2, 9}},   // going down: d / 2 truncates towards zero
+        {{100, 200, 300}, {150, 200, 300}},                          // a single element: the mean of its neighbours
+        {{0, 0, 0, 0, 0x800}, {0, 0, 0, 0, 0x800}},                  // edges of 0x800 and more stay sharp
+        {{0, 0, 0, 0, 0x7FF}, {0, 0, 0, 0x3FF / 2, 0x7FF}},
+    };
+    for (const auto& [in, out] : cases) EXPECT_EQ(Smooth(in), out) << in.size() << " values from " << in[0];
 }
 
 TEST(Smooth16, ALongRunKeepsItsTailAfterTheTrailingRamp)
@@ -113,9 +102,7 @@ TEST(Bitmap16, SmartConversionIsTheMeanOfBothPasses)
 
 TEST(Bitmap16, ErrorDiffusionCarriesAQuarterAndChangesTheBitmap)
 {
-    COLImage img;
-    img.Create(2, 2);
-    for (int i = 0; i < 4; ++i) img.GetBuffer()[i] = CPixel::Make(0, 0, 0);
+    COLImage img = vmtest::Solid(2, 2, CPixel::Make(0, 0, 0));
     C16BitBitmap bmp;
     ASSERT_EQ(bmp.ConvertFromSimpleBitmap(&img, 0), 1);
     bmp.GetBuffer(0, 0)->blue = 383;   // rounds to 1, residue 127, a quarter is 31

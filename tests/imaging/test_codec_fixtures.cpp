@@ -61,8 +61,7 @@ TEST_P(CodecFixture, DecodesAsImageMagickReadsIt)
     COLImageCodec codec;
     COLImage image;
     ASSERT_EQ(codec.LoadFile(path.c_str(), &image), 1) << f.name;
-    ASSERT_EQ(image.GetWidth(), 32u);
-    ASSERT_EQ(image.GetHeight(), 24u);
+    ASSERT_EQ(vmtest::Size(image), "32x24");
     // Colour under fully transparent pixels is not defined by GIF or palette PNG files; compare it elsewhere.
     EXPECT_LE(codectest::MaxColourDifference(expected, image, true), f.colourTolerance) << f.name;
     EXPECT_EQ(codectest::MaxAlphaDifference(expected, image), 0) << f.name;

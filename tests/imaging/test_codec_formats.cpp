@@ -466,8 +466,7 @@ TEST(CodecPcx, SixteenColourPlanesAndRunsAcrossLines)
 TEST(CodecGif, FirstFrameOnItsScreen)
 {
     COLImage img = Load(vmtest::DataPath("codec/gif-offset.gif"));
-    ASSERT_EQ(img.GetWidth(), 32u);
-    ASSERT_EQ(img.GetHeight(), 24u);
+    ASSERT_EQ(vmtest::Size(img), "32x24");
     for (uint32_t y = 0; y < 24; ++y)
         for (uint32_t x = 0; x < 32; ++x) {
             const bool inside = x >= 5 && x < 15 && y >= 6 && y < 14;
@@ -489,8 +488,7 @@ TEST(CodecGif, FirstFrameOnItsScreen)
     ASSERT_NE(at, gif.end());
     at[1] = 28;
     img = LoadBytes(dir, gif, "clipped.gif");
-    ASSERT_EQ(img.GetWidth(), 32u);
-    ASSERT_EQ(img.GetHeight(), 24u);
+    ASSERT_EQ(vmtest::Size(img), "32x24");
     EXPECT_TRUE(Is(At(img, 31, 13), 255, 0, 0, 255));
     EXPECT_EQ(At(img, 27, 6).alpha, 0);
     EXPECT_EQ(At(img, 28, 14).alpha, 0);
