@@ -20,13 +20,6 @@ std::string Utf8Name(const CLayer* layer)
     return utf8;
 }
 
-void Fill(COLImage& image, uint32_t w, uint32_t h, CPixel p)
-{
-    image.Create(w, h);
-    for (size_t i = 0; i < image.GetPixelCount(); ++i)
-        image.GetBuffer()[i] = p;
-}
-
 // The combination of two overlapping pixels as the merge-down arithmetic states it, with true divisions.
 CPixel MergeDownPixel(CPixel pl, CPixel pu, int lowerOpacity, int upperOpacity, int mode)
 {
@@ -141,10 +134,8 @@ TEST(LayerStack, DuplicateAndMove)
     EXPECT_EQ(copy->m_kind, 0) << "a text layer's copy is a raster layer";
     EXPECT_EQ(dynamic_cast<const CTextLayer*>(copy), nullptr);
     EXPECT_TRUE(vmtest::SamePixels(copy->m_image, text->m_image));
-    EXPECT_EQ(copy->m_x, -2);
-    EXPECT_EQ(copy->m_y, 9);
-    EXPECT_EQ(copy->m_opacity, 40);
-    EXPECT_EQ(copy->m_blendMode, 6);
+    EXPECT_EQ(vmtest::Place(*copy), "-2,9");
+    EXPECT_EQ(std::make_pair(int(copy->m_opacity), int(copy->m_blendMode)), std::make_pair(40, 6));
     EXPECT_EQ(Utf8Name(copy), "图层2");
     EXPECT_EQ(stack.DuplicateLayer(5), 0);
 
@@ -157,25 +148,23 @@ TEST(LayerStack, DuplicateAndMove)
 TEST(LayerStack, TrimToContent)
 {
     CLayer layer;
-    Fill(layer.m_image, 20, 30, CPixel{});
+    layer.m_image = vmtest::Solid(20, 30, CPixel{});
     layer.m_x = 100;
     layer.m_y = -4;
     layer.m_image.PutPixel(5, 7, CPixel::Make(1, 2, 3, 255));
     ASSERT_EQ(layer.TrimToContent(), 1);
-    EXPECT_EQ(layer.m_image.GetWidth(), 1u);
-    EXPECT_EQ(layer.m_image.GetHeight(), 1u);
-    EXPECT_EQ(layer.m_x, 105);
-    EXPECT_EQ(layer.m_y, 3);
+    EXPECT_EQ(vmtest::Size(layer.m_image), "1x1");
+    EXPECT_EQ(vmtest::Place(layer), "105,3");
     EXPECT_EQ(layer.m_image.GetPixel2(0, 0).Word(), CPixel::Make(1, 2, 3, 255).Word());
 
     CLayer clear;
-    Fill(clear.m_image, 9, 4, CPixel::Make(50, 50, 50, 0));
+    clear.m_image = vmtest::Solid(9, 4, CPixel::Make(50, 50, 50, 0));
     ASSERT_EQ(clear.TrimToContent(), 1);
     EXPECT_EQ(clear.m_image.GetWidth(), 9u) << "a wholly transparent layer is left alone";
     EXPECT_EQ(clear.m_x, 0);
 
     CLayer wide;
-    Fill(wide.m_image, 9, 4, CPixel{});
+    wide.m_image = vmtest::Solid(9, 4, CPixel{});
     wide.m_image.PutPixel(0, 1, CPixel::Make(0, 0, 0, 1));
     wide.m_image.PutPixel(8, 2, CPixel::Make(0, 0, 0, 1));
     ASSERT_EQ(wide.TrimToContent(), 1);
@@ -216,13 +205,10 @@ TEST(LayerStack, MergeDownArithmeticOverTheUnionOfContent)
     ASSERT_EQ(stack.GetLayerCount(), 2);
     const CLayer* merged = stack.GetLayer(1);
     EXPECT_STREQ(merged->m_name, "low");
-    EXPECT_EQ(merged->m_opacity, 200);
-    EXPECT_EQ(merged->m_blendMode, 2);
+    EXPECT_EQ(std::make_pair(int(merged->m_opacity), int(merged->m_blendMode)), std::make_pair(200, 2));
     // Lower box: x 5..35, y 9..28; upper box: x 20..44, y -3..23.
-    EXPECT_EQ(merged->m_x, 5);
-    EXPECT_EQ(merged->m_y, -3);
-    ASSERT_EQ(merged->m_image.GetWidth(), 39u);
-    ASSERT_EQ(merged->m_image.GetHeight(), 31u);
+    EXPECT_EQ(vmtest::Place(*merged), "5,-3");
+    ASSERT_EQ(vmtest::Size(merged->m_image), "39x31");
     for (int y = -3; y < 28; ++y)
         for (int x = 5; x < 44; ++x) {
             const bool inL = x >= 5 && x < 35 && y >= 8 && y < 28, inU = x >= 20 && x < 45 && y >= -3 && y < 23;
@@ -250,8 +236,7 @@ TEST(LayerStack, MergeDownOntoTheBaseKeepsItsSize)
     ASSERT_EQ(stack.MergeDown(1), 1);
     ASSERT_EQ(stack.GetLayerCount(), 1);
     const CLayer* base = stack.GetLayer(0);
-    EXPECT_EQ(base->m_image.GetWidth(), 8u);
-    EXPECT_EQ(base->m_image.GetHeight(), 6u);
+    EXPECT_EQ(vmtest::Size(base->m_image), "8x6");
     EXPECT_EQ(base->m_x, 0);
     EXPECT_EQ(Utf8Name(base), "背景");
     EXPECT_EQ(base->m_image.GetPixel(5, 2), MergeDownPixel(CPixel::FromWord(0xFF204060), pu, 255, 255, 0).Word());
@@ -275,8 +260,7 @@ TEST(LayerStack, MergeDownOfTwoEmptyLayers)
     const CLayer* merged = stack.GetLayer(1);
     EXPECT_EQ(merged->m_image.GetWidth(), 1u);
     EXPECT_EQ(merged->m_image.GetPixel(0, 0), 0u);
-    EXPECT_EQ(merged->m_x, 2);
-    EXPECT_EQ(merged->m_y, 3);
+    EXPECT_EQ(vmtest::Place(*merged), "2,3");
 }
 
 TEST(LayerStack, FlattenAllKeepsTheMergedPicture)
@@ -315,15 +299,13 @@ TEST(LayerStack, CanvasChanges)
     stack.GetSelectionMask().Create(4, 3);
     stack.GetLayer(0)->m_image.PutPixel(0, 0, CPixel::FromWord(0xFF112233));
     ASSERT_EQ(stack.ResizeCanvas(7, 6, 0xFFABCDEF, 1, 2), 1); // offsets 3 / 2 = 1 and 3
-    EXPECT_EQ(stack.GetWidth(), 7);
-    EXPECT_EQ(stack.GetHeight(), 6);
+    EXPECT_EQ(vmtest::Size(stack), "7x6");
     const COLImage& base = stack.GetLayer(0)->m_image;
     EXPECT_EQ(base.GetPixel(1, 3), 0xFF112233u);
     EXPECT_EQ(base.GetPixel(0, 3), 0xFFABCDEFu);
     EXPECT_EQ(base.GetPixel(4, 5), 0xFF0000FFu);
     EXPECT_EQ(base.GetPixel(5, 5), 0xFFABCDEFu);
-    EXPECT_EQ(top->m_x, 2);
-    EXPECT_EQ(top->m_y, 3);
+    EXPECT_EQ(vmtest::Place(*top), "2,3");
     EXPECT_TRUE(stack.GetSelectionMask().IsNull());
 
     ASSERT_EQ(stack.ChangeCanvas(2, 2, -1, -3, 0), 1); // negative offsets crop
@@ -371,8 +353,7 @@ TEST(LayerStack, OpenAndLoadLayerFiles)
     ASSERT_EQ(stack.OpenFile(path.c_str()), 1);
     ASSERT_EQ(stack.GetLayerCount(), 1);
     EXPECT_EQ(Utf8Name(stack.GetLayer(0)), "背景");
-    EXPECT_EQ(stack.GetWidth(), 13);
-    EXPECT_EQ(stack.GetHeight(), 7);
+    EXPECT_EQ(vmtest::Size(stack), "13x7");
     EXPECT_TRUE(vmtest::SameColours(stack.GetLayer(0)->m_image, picture));
     EXPECT_EQ(stack.GetLayer(0)->m_image.GetPixel2(12, 6).alpha, 255);
 

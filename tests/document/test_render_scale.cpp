@@ -1,4 +1,3 @@
-#include <cstring>
 #include <gtest/gtest.h>
 
 #include "document/render_scale.h"
@@ -7,12 +6,6 @@
 #include "support/test_support.h"
 
 namespace {
-
-bool SameBytes(const COLImage& a, const COLImage& b)
-{
-    return a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight() &&
-           std::memcmp(a.GetBuffer(), b.GetBuffer(), a.GetAreaByteSize()) == 0;
-}
 
 struct Case {
     double x0, y0, fx, fy;
@@ -42,7 +35,7 @@ TEST(RenderScale, TheQuickPathGivesThePlainBytesAtEveryZoomLevelAndSplit)
         vmtest::ForEachLevelAndSplit([&](const std::string& label) {
             COLImage quick;
             ASSERT_EQ(ScaleForScreen(&src, &quick, c.width, c.height, c.x0, c.y0, c.fx, c.fy), 1);
-            EXPECT_TRUE(SameBytes(plain, quick)) << label;
+            EXPECT_TRUE(vmtest::SamePixels(plain, quick)) << label;
         });
     }
 }
@@ -75,7 +68,7 @@ TEST(RenderScale, AKeptViewIsBroughtUpToDateOnlyWhereTheChangeReaches)
             ASSERT_EQ(ScaleForScreen(&changed, &whole, dw, dh, x0, y0, f, f), 1);
             EXPECT_EQ(kept.GetPixel2(0, 0).Word(), 0x12345678u);
             kept.PutPixel(0, 0, whole.GetPixel2(0, 0));
-            EXPECT_TRUE(SameBytes(kept, whole));
+            EXPECT_TRUE(vmtest::SamePixels(kept, whole));
         }
     }
     // A change outside the picture leaves the view as it is; an empty view is refused.
@@ -83,7 +76,7 @@ TEST(RenderScale, AKeptViewIsBroughtUpToDateOnlyWhereTheChangeReaches)
     ASSERT_EQ(ScaleForScreen(&src, &kept, 50, 40, 0, 0, 2, 2), 1);
     ASSERT_EQ(before.DuplicateFrom(&kept), 1);
     EXPECT_EQ(ScaleForScreenChanged(&src, &kept, 0, 0, 2, 2, 700, 0, 800, 10), 1);
-    EXPECT_TRUE(SameBytes(kept, before));
+    EXPECT_TRUE(vmtest::SamePixels(kept, before));
     COLImage empty;
     EXPECT_EQ(ScaleForScreenChanged(&src, &empty, 0, 0, 2, 2, 0, 0, 10, 10), 0);
 }

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "document/layer.h"
 #include "document/layer_stack.h"
 #include "document/selection_document.h"
@@ -30,11 +28,6 @@ struct Stack {
     }
 };
 
-void SetPlane(COLChannel& plane, uint32_t w, uint32_t h, uint32_t seed)
-{
-    vmtest::FillNoise(plane, w, h, seed);
-}
-
 } // namespace
 
 TEST(SelectionDocument, BeginCopiesTheCurrentLayerAndClearFreesAll)
@@ -46,9 +39,8 @@ TEST(SelectionDocument, BeginCopiesTheCurrentLayerAndClearFreesAll)
     EXPECT_TRUE(vmtest::SamePixels(*doc.GetWorkingImage(), s.stack.GetLayer(1)->m_image));
     int w = 0, h = 0;
     doc.GetSize(w, h);
-    EXPECT_EQ(w, 8);
-    EXPECT_EQ(h, 6);
-    SetPlane(*doc.GetOuterPlane(), 8, 6, 1);
+    EXPECT_EQ(std::make_pair(w, h), std::make_pair(8, 6));
+    vmtest::FillNoise(*doc.GetOuterPlane(), 8, 6, 1);
     doc.Clear();
     doc.GetSize(w, h);
     EXPECT_EQ(w, 0);
@@ -73,9 +65,7 @@ TEST(SelectionDocument, CheckerboardIsAnchoredToTheDocument)
         EXPECT_EQ(whole.GetPixel(16, 16), whole.GetPixel(0, 0));
     }
     doc.SetDisplayMode(kShowPicture);
-    COLImage untouched;
-    untouched.Create(4, 4);
-    std::memset(untouched.GetBuffer(), 7, untouched.GetAreaByteSize());
+    COLImage untouched = vmtest::Solid(4, 4, CPixel::FromWord(0x07070707));
     EXPECT_EQ(doc.FillBackground(untouched, {0, 0, 4, 4}), 0) << "mode 3 without a picture";
     EXPECT_EQ(untouched.GetPixel(2, 2), 0x07070707u);
 }
@@ -119,7 +109,7 @@ TEST(SelectionDocument, WorkingImageOverBackgroundWithAndWithoutMask)
             ASSERT_EQ(d.alpha, 0);
         }
 
-    SetPlane(*doc.GetResultMask(), 8, 6, 4);
+    vmtest::FillNoise(*doc.GetResultMask(), 8, 6, 4);
     for (int mode : {kShowColour, kShowMask}) {
         doc.SetDisplayMode(mode);
         COLImage out;
@@ -143,8 +133,8 @@ TEST(SelectionDocument, ContourOverlayXorsInnerIntoOuter)
     Stack s;
     CSelectionDocument doc;
     ASSERT_TRUE(doc.Begin(s.stack));
-    SetPlane(*doc.GetOuterPlane(), 8, 6, 5);
-    SetPlane(*doc.GetInnerPlane(), 8, 6, 6);
+    vmtest::FillNoise(*doc.GetOuterPlane(), 8, 6, 5);
+    vmtest::FillNoise(*doc.GetInnerPlane(), 8, 6, 6);
     doc.GetInnerPlane()->SetValue(0, 0, 0);
     COLImage out;
     out.Create(8, 6);
@@ -165,7 +155,7 @@ TEST(SelectionDocument, BringBackToTheLayer)
     Stack s;
     CSelectionDocument doc;
     ASSERT_TRUE(doc.Begin(s.stack));
-    SetPlane(*doc.GetResultMask(), 8, 6, 8);
+    vmtest::FillNoise(*doc.GetResultMask(), 8, 6, 8);
     const COLChannel& mask = *doc.GetResultMask();
 
     ASSERT_EQ(doc.KeepAsSelection(s.stack), kBringBackDone);
@@ -191,7 +181,7 @@ TEST(SelectionDocument, BringBackToTheLayer)
     s.stack.SetCurrentIndex(0);
     CSelectionDocument onBase;
     ASSERT_TRUE(onBase.Begin(s.stack));
-    SetPlane(*onBase.GetResultMask(), 20, 12, 2);
+    vmtest::FillNoise(*onBase.GetResultMask(), 20, 12, 2);
     EXPECT_EQ(onBase.ApplyToLayer(s.stack), kBringBackIsBase);
     EXPECT_EQ(onBase.SeparateToLayer(s.stack), kBringBackIsBase);
     EXPECT_EQ(onBase.KeepAsSelection(s.stack), kBringBackDone);
