@@ -87,8 +87,7 @@ protected:
 void SelectRect(CLayerStack& doc, int x0, int y0, int x1, int y1, uint8_t value)
 {
     COLChannel& mask = doc.GetSelectionMask();
-    mask.Create(uint32_t(doc.GetWidth()), uint32_t(doc.GetHeight()));
-    std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
+    mask = vmtest::Plane(uint32_t(doc.GetWidth()), uint32_t(doc.GetHeight()), 0);
     for (int y = y0; y < y1; ++y)
         for (int x = x0; x < x1; ++x)
             mask.SetValue(uint32_t(x), uint32_t(y), value);
@@ -177,8 +176,7 @@ TEST_F(Commands, DeleteLayerAndSetCurLayer)
 TEST_F(Commands, LayerPropertyChange)
 {
     EXPECT_EQ(Run("Doc_LayerPropertyChange('1','0','10,-5')"), kCommandDone);
-    EXPECT_EQ(doc.GetLayer(1)->m_x, 10);
-    EXPECT_EQ(doc.GetLayer(1)->m_y, -5);
+    EXPECT_EQ(vmtest::Place(*doc.GetLayer(1)), "10,-5");
     ExpectLastStep(2, 1, "His_layerpropertychange");
     EXPECT_EQ(Run("Doc_LayerPropertyChange('2','1','0')"), kCommandDone);
     EXPECT_EQ(doc.GetLayer(2)->m_visible, 0);
@@ -290,8 +288,7 @@ TEST_F(Commands, FlipsAndRotations)
     EXPECT_EQ(Run("Doc_FlipV"), kCommandDone);
 
     EXPECT_EQ(Run("Doc_RotateRight"), kCommandDone);
-    ASSERT_EQ(layer->m_image.GetWidth(), 10u);
-    ASSERT_EQ(layer->m_image.GetHeight(), 20u);
+    ASSERT_EQ(vmtest::Size(layer->m_image), "10x20");
     // Clockwise: the bottom-left corner goes to the top-left, the top-left to the top-right.
     EXPECT_EQ(layer->m_image.GetPixel(0, 0), before.GetPixel(0, 9));
     EXPECT_EQ(layer->m_image.GetPixel(9, 0), before.GetPixel(0, 0));

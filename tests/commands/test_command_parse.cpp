@@ -32,18 +32,19 @@ TEST(CommandParse, NamesAndArguments)
     ASSERT_TRUE(ParseCommand("Doc_X('a')", c));
     EXPECT_EQ(c.args.size(), 1u) << "arguments of an earlier parse are dropped";
 
-    bool ok = false;
-    EXPECT_EQ(Args("X('1' ,  '2'  )", ok), (std::vector<std::string>{"1", "2"}));
-    EXPECT_TRUE(ok) << "blanks between arguments and before the parenthesis";
-    EXPECT_EQ(Args("X('',' b ')", ok), (std::vector<std::string>{"", "b "}));
-    EXPECT_TRUE(ok) << "an empty argument; blanks at an argument's start are skipped";
-    EXPECT_EQ(Args("X('1' junk '2')", ok), (std::vector<std::string>{"1", "2"}));
-    EXPECT_TRUE(ok) << "anything up to the next quote is skipped";
-    EXPECT_EQ(Args("X('1')trailing", ok), (std::vector<std::string>{"1"}));
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(Args("X(\"1')", ok), (std::vector<std::string>{"1"})) << "the opening quote is not looked at";
-    EXPECT_TRUE(ok);
-    EXPECT_EQ(Args("X('10,-5')", ok), (std::vector<std::string>{"10,-5"}));
+    const std::pair<const char*, std::vector<std::string>> cases[] = {
+        {"X('1' ,  '2'  )", {"1", "2"}},   // blanks between arguments and before the parenthesis
+        {"X('',' b ')", {"", "b "}},       // an empty argument; blanks at an argument's start are skipped
+        {"X('1' junk '2')", {"1", "2"}},   // anything up to the next quote is skipped
+        {"X('1')trailing", {"1"}},
+        {"X(\"1')", {"1"}},               // the opening quote is not looked at
+        {"X('10,-5')", {"10,-5"}},
+    };
+    for (const auto& [text, args] : cases) {
+        bool ok = false;
+        EXPECT_EQ(Args(text, ok), args) << text;
+        EXPECT_TRUE(ok) << text;
+    }
 }
 
 TEST(CommandParse, MalformedTextsFail)
@@ -71,22 +72,16 @@ TEST(CommandParse, MalformedTextsFail)
 
 TEST(CommandParse, ParseIntFieldIsLenient)
 {
-    int v = 99;
-    EXPECT_TRUE(ParseIntField("x12", v));
-    EXPECT_EQ(v, 12);
-    EXPECT_TRUE(ParseIntField("-5", v));
-    EXPECT_EQ(v, -5);
-    EXPECT_TRUE(ParseIntField("ab-7cd", v));
-    EXPECT_EQ(v, -7);
-    EXPECT_TRUE(ParseIntField("+8", v));
-    EXPECT_EQ(v, 8);
-    EXPECT_TRUE(ParseIntField("- 3", v)) << "the sign must stand right before the digits";
-    EXPECT_EQ(v, 3);
-    EXPECT_TRUE(ParseIntField("12x34", v));
-    EXPECT_EQ(v, 12);
-    EXPECT_TRUE(ParseIntField("-2147483648", v));
-    EXPECT_EQ(v, -2147483647 - 1);
-    v = 5;
+    const std::pair<const char*, int> cases[] = {
+        {"x12", 12}, {"-5", -5}, {"ab-7cd", -7}, {"+8", 8}, {"12x34", 12}, {"-2147483648", -2147483647 - 1},
+        {"- 3", 3},   // the sign must stand right before the digits
+    };
+    for (auto [text, value] : cases) {
+        int v = 99;
+        EXPECT_TRUE(ParseIntField(text, v)) << text;
+        EXPECT_EQ(v, value) << text;
+    }
+    int v = 5;
     EXPECT_FALSE(ParseIntField("", v));
     EXPECT_FALSE(ParseIntField("abc", v));
     EXPECT_FALSE(ParseIntField("2147483648", v));

@@ -118,8 +118,7 @@ TEST_F(ComposeHistoryTest, UndoRedoAndJumpsRestoreEveryEditExactly)
     Step(kStepLayerHeader, 1, "His_layerpropertychange");
 
     COLChannel& mask = doc.GetSelectionMask();
-    mask.Create(30, 20);
-    std::memset(mask.GetBuffer(), 255, mask.GetAreaByteSize());
+    mask = vmtest::Plane(30, 20, 255);
     Step(kStepChannel, -1, "His_select");
     mask.SetValue(4, 4, 0);
     mask.SetValue(20, 15, 7);

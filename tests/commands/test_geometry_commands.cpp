@@ -57,13 +57,10 @@ TEST(GeometryCommands, ImageSizeScalesEveryLayerAndItsPlace)
 {
     GeometryDoc g;
     ASSERT_EQ(ExecuteCommand(g.context, "Doc_ImageSize('80','15','0')"), kCommandDone);
-    EXPECT_EQ(g.doc.GetWidth(), 80);
-    EXPECT_EQ(g.doc.GetHeight(), 15);
+    EXPECT_EQ(vmtest::Size(g.doc), "80x15");
     const CLayer* upper = g.doc.GetLayer(1);
-    EXPECT_EQ(upper->m_x, 62);
-    EXPECT_EQ(upper->m_y, -1); // -3 x 0.5 truncates toward zero
-    EXPECT_EQ(upper->m_image.GetWidth(), 24u);
-    EXPECT_EQ(upper->m_image.GetHeight(), 4u);
+    EXPECT_EQ(vmtest::Place(*upper), "62,-1");   // -3 x 0.5 truncates toward zero
+    EXPECT_EQ(vmtest::Size(upper->m_image), "24x4");
     EXPECT_TRUE(g.doc.GetSelectionMask().IsNull());  // the selection no longer fits
     EXPECT_EQ(g.doc.GetChannel(0)->GetWidth(), 40u); // saved channels are not scaled
     ASSERT_EQ(g.history.Steps().size(), 1u);
@@ -91,18 +88,15 @@ TEST(GeometryCommands, CanvasByMarginsAndByAnchor)
 {
     GeometryDoc g;
     ASSERT_EQ(ExecuteCommand(g.context, "Doc_ExtendCanvas('5','-2','3','4')"), kCommandDone);
-    EXPECT_EQ(g.doc.GetWidth(), 48);
-    EXPECT_EQ(g.doc.GetHeight(), 32);
-    EXPECT_EQ(g.doc.GetLayer(1)->m_x, 36);
-    EXPECT_EQ(g.doc.GetLayer(1)->m_y, -5);
+    EXPECT_EQ(vmtest::Size(g.doc), "48x32");
+    EXPECT_EQ(vmtest::Place(*g.doc.GetLayer(1)), "36,-5");
     EXPECT_EQ(g.doc.GetLayer(0)->m_image.GetPixel(0, 0), 0xFFABCDEFu); // the current colour, opaque
     EXPECT_EQ(g.history.Steps().back().label, "His_CavasSize");
     // Margins adding up to less than 1 give a side of 1.
     ASSERT_EQ(ExecuteCommand(g.context, "Doc_ExtendCanvas('-30','0','-30','0')"), kCommandDone);
     EXPECT_EQ(g.doc.GetWidth(), 1);
     ASSERT_EQ(ExecuteCommand(g.context, "Doc_ResizeCanvas('11','42','2','1')"), kCommandDone);
-    EXPECT_EQ(g.doc.GetWidth(), 11);
-    EXPECT_EQ(g.doc.GetHeight(), 42);
+    EXPECT_EQ(vmtest::Size(g.doc), "11x42");
     EXPECT_EQ(g.history.Steps().size(), 3u);
     // An all-zero canvas edit is still a step.
     ASSERT_EQ(ExecuteCommand(g.context, "Doc_ExtendCanvas('0','0','0','0')"), kCommandDone);
@@ -117,8 +111,7 @@ TEST(GeometryCommands, TurningTheDocumentTurnsItsComposite)
         COLChannel mask;
         RotateChannelQuarter(g.doc.GetSelectionMask(), mask, left);
         ASSERT_EQ(ExecuteCommand(g.context, left ? "Doc_RotateImageLeft" : "Doc_RotateImageRight"), kCommandDone);
-        EXPECT_EQ(g.doc.GetWidth(), 30);
-        EXPECT_EQ(g.doc.GetHeight(), 40);
+        EXPECT_EQ(vmtest::Size(g.doc), "30x40");
         // Every layer moved with the picture: the new composite is the old one turned, selection included.
         EXPECT_TRUE(vmtest::SamePixels(g.Composite(), Turned(before, left)));
         EXPECT_EQ(vmtest::PlaneBytes(g.doc.GetSelectionMask()), vmtest::PlaneBytes(mask));
@@ -151,8 +144,7 @@ TEST(GeometryCommands, LayerTurnsKeepTheirCornerAndTheDocumentSize)
     GeometryDoc g;
     g.doc.SetCurrentIndex(1);
     ASSERT_EQ(ExecuteCommand(g.context, "Doc_RotateLeft"), kCommandDone);
-    EXPECT_EQ(g.doc.GetLayer(1)->m_x, 31);
-    EXPECT_EQ(g.doc.GetLayer(1)->m_y, -3);
+    EXPECT_EQ(vmtest::Place(*g.doc.GetLayer(1)), "31,-3");
     EXPECT_EQ(g.doc.GetLayer(1)->m_image.GetWidth(), 9u);
     EXPECT_EQ(g.doc.GetWidth(), 40);
     EXPECT_EQ(g.history.Steps().back().kind, kStepLayerHeaderRegion);

@@ -108,26 +108,20 @@ TEST_F(HistoryLogTest, InitFailsInAMissingFolder)
 TEST_F(HistoryLogTest, StaleLogsAreThoseBeforeTodayInAnyField)
 {
     const std::string dir = m_tmp.Dir().Path().string() + "/";
-    const char* names[] = {
-        "C20240614101010.vmh",   // today: stays
-        "S20240615000000.vmh",   // tomorrow: stays
-        "C20240613235959.vmh",   // yesterday: deleted
-        "C20240710000000.vmh",   // a later month but an earlier day: deleted, each field must reach today's
-        "C20230614101010.vmh",   // last year: deleted
-        "notes.vmh",             // not a log name: left alone
-        "C2024061410101x.vmh",   // not a log name: left alone
+    const std::pair<const char*, bool> names[] = {
+        {"C20240614101010.vmh", true},    // today
+        {"S20240615000000.vmh", true},    // tomorrow
+        {"C20240613235959.vmh", false},   // yesterday
+        {"C20240710000000.vmh", false},   // a later month but an earlier day: each field must reach today's
+        {"C20230614101010.vmh", false},   // last year
+        {"notes.vmh", true},              // not a log name
+        {"C2024061410101x.vmh", true},    // not a log name
     };
-    for (const char* n : names) vmtest::WriteAll(dir + n, {1, 2, 3});
+    for (auto [n, stays] : names) vmtest::WriteAll(dir + n, {1, 2, 3});
     fs::create_directory(dir + "C20200101000000.vmh");   // a folder is skipped
 
     EXPECT_EQ(CHistoryLog::DeleteStaleLogs(dir.c_str(), 2024, 6, 14), 3);
-    EXPECT_TRUE(fs::exists(dir + names[0]));
-    EXPECT_TRUE(fs::exists(dir + names[1]));
-    EXPECT_FALSE(fs::exists(dir + names[2]));
-    EXPECT_FALSE(fs::exists(dir + names[3]));
-    EXPECT_FALSE(fs::exists(dir + names[4]));
-    EXPECT_TRUE(fs::exists(dir + names[5]));
-    EXPECT_TRUE(fs::exists(dir + names[6]));
+    for (auto [n, stays] : names) EXPECT_EQ(fs::exists(dir + n), stays) << n;
     EXPECT_TRUE(fs::is_directory(dir + "C20200101000000.vmh"));
 }
 

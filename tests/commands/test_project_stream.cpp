@@ -245,26 +245,22 @@ protected:
     std::vector<uint8_t> m_good;
 };
 
-TEST_F(DamagedProjectTest, HandMadeStreamsAreRead)
+TEST_F(DamagedProjectTest, HandMadeStreamsUpTo32LayersAreReadAndOthersRefused)
 {
     EXPECT_EQ(Open(WithFileHeader(HandMadeStream(3, 3))), 1);
     EXPECT_EQ(m_doc.GetLayerCount(), 3);
     EXPECT_EQ(Open(WithFileHeader(HandMadeStream(32, 32))), 1);
     EXPECT_EQ(m_doc.GetLayerCount(), 32);
-}
-
-TEST_F(DamagedProjectTest, MoreThan32LayersAreRefused)
-{
+    m_before = vmtest::Capture(m_doc);
     EXPECT_EQ(Open(WithFileHeader(HandMadeStream(33, 32))), 0);
     EXPECT_EQ(Open(WithFileHeader(HandMadeStream(2, 33))), 0);
-}
-
-TEST_F(DamagedProjectTest, WrongMagicIsRefused)
-{
     auto bytes = m_good;
-    bytes[3] = 'X';
+    bytes[3] = 'X';   // wrong magic
     EXPECT_EQ(Open(bytes), 0);
     EXPECT_EQ(Open({}), 0);
+    bytes = m_good;
+    bytes.resize(bytes.size() - (8 + 2 * 3));   // no channel links: incomplete
+    EXPECT_EQ(Open(bytes), 0);
 }
 
 TEST_F(DamagedProjectTest, EveryTruncationIsRefused)
@@ -292,13 +288,6 @@ TEST_F(DamagedProjectTest, AbsurdSizesAreRefusedBeforeAllocating)
     EXPECT_EQ(Open(patch(24, 12)), 0);
     EXPECT_EQ(Open(patch(24 + 12, 0)), 0);                       // document width 0
     EXPECT_EQ(Open(patch(24 + 16, 20001)), 0);                   // document height above the limit
-}
-
-TEST_F(DamagedProjectTest, AStreamWithoutChannelLinksIsIncomplete)
-{
-    auto bytes = m_good;
-    bytes.resize(bytes.size() - (8 + 2 * 3));
-    EXPECT_EQ(Open(bytes), 0);
 }
 
 } // namespace

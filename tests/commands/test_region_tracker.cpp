@@ -87,11 +87,8 @@ TEST_P(TrackerLevels, FoldBoundaries)
     img.PutPixel(39, 0, CPixel{1, 1, 1, 1});        // 4
     std::vector<uint32_t> rows(1), cols(40);
     ComputeFoldedSums(img, rows.data(), cols.data());
-    EXPECT_EQ(cols[0], 257u);
-    EXPECT_EQ(cols[9], 1u);
-    EXPECT_EQ(cols[17], 763u);
-    EXPECT_EQ(cols[39], 4u);
-    EXPECT_EQ(rows[0], 257u + 1 + 763 + 4);
+    using Sums = std::vector<uint32_t>;
+    EXPECT_EQ((Sums{cols[0], cols[9], cols[17], cols[39], rows[0]}), (Sums{257, 1, 763, 4, 257 + 1 + 763 + 4}));
 
     COLChannel ch;
     ch.Create(40, 1);
@@ -100,10 +97,7 @@ TEST_P(TrackerLevels, FoldBoundaries)
     ch.SetValue(20, 0, 130);  // folds to 1
     ch.SetValue(35, 0, 255);  // folds to 126
     ComputeFoldedSums(ch, rows.data(), cols.data());
-    EXPECT_EQ(cols[1], 129u);
-    EXPECT_EQ(cols[20], 1u);
-    EXPECT_EQ(cols[35], 126u);
-    EXPECT_EQ(rows[0], 129u + 1 + 126);
+    EXPECT_EQ((Sums{cols[1], cols[20], cols[35], rows[0]}), (Sums{129, 1, 126, 129 + 1 + 126}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, TrackerLevels, ::testing::Values(0, 1, 2));
