@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <tuple>
 
 #include "imaging/codec.h"
 #include "matting/batch_key.h"
@@ -79,13 +80,10 @@ TEST(BatchKey, UnattendedRecord)
 {
     const ChromaKeyParams p = UnattendedParams(Rgb(1, 2, 3));
     EXPECT_EQ(p.backdrop.Word(), Rgb(1, 2, 3).Word());
-    EXPECT_EQ(p.strength, 32);
-    EXPECT_EQ(p.levelLow, 32);
-    EXPECT_EQ(p.levelHigh, 255);
-    EXPECT_EQ(p.includeShadow, 1u);
-    EXPECT_EQ(p.recoverColour, 1u);
-    EXPECT_EQ(p.jpegChroma, 1u);
-    EXPECT_EQ(p.featherSelection, 0u);
+    // strength, levels low and high, shadow kept, colour recovered, chroma smoothed, no feather
+    EXPECT_EQ(std::make_tuple(int(p.strength), int(p.levelLow), int(p.levelHigh), p.includeShadow, p.recoverColour,
+                              p.jpegChroma, p.featherSelection),
+              std::make_tuple(32, 32, 255, 1u, 1u, 1u, 0u));
 }
 
 TEST(BatchKey, FileListKeepsOneEntryPerFile)

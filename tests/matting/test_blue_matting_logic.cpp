@@ -41,8 +41,7 @@ TEST(BlueMattingLogic, HueStripRunsRoundTheColourCircle)
 {
     CBlueMattingLogic logic;
     const COLImage& strip = logic.GetHueStrip();
-    ASSERT_EQ(strip.GetWidth(), 256u);
-    ASSERT_EQ(strip.GetHeight(), 20u);
+    ASSERT_EQ(vmtest::Size(strip), "256x20");
     EXPECT_EQ(strip.GetPixel(0, 0), 0xFF800000u);   // red at brightness 128
     EXPECT_EQ(strip.GetPixel(0, 19), 0xFF800000u);
     // Every column holds its own hue (within the codec's rounding) and is opaque.
@@ -148,9 +147,9 @@ TEST(BlueMattingLogic, CheckerboardUnderTransparentHues)
     keyed.PutPixel(1, 5, CPixel{0, 0, 0, 128});
     keyed.PutPixel(11, 5, CPixel{0, 0, 0, 255});
     CBlueMattingLogic::DrawOverChecker(plain, keyed, picture);
-    EXPECT_EQ(picture.GetPixel(0, 0), 0xFFFFFFFFu);    // cell (0, 0): white
-    EXPECT_EQ(picture.GetPixel(10, 0), 0xFF000000u);   // cell (1, 0): black
-    EXPECT_EQ(picture.GetPixel(10, 5), 0xFFFFFFFFu);   // cell (1, 1): white
+    // Cells (0, 0) and (1, 1) white, (1, 0) black.
+    EXPECT_EQ(std::make_tuple(picture.GetPixel(0, 0), picture.GetPixel(10, 0), picture.GetPixel(10, 5)),
+              std::make_tuple(0xFFFFFFFFu, 0xFF000000u, 0xFFFFFFFFu));
     // Half over black: 200 * 128 / 255, 100 * 128 / 255, 50 * 128 / 255.
     EXPECT_EQ(picture.GetPixel(1, 5), 0xFF643219u);
     EXPECT_EQ(picture.GetPixel(11, 5), 0xFFC86432u);   // opaque: the strip itself
@@ -166,13 +165,10 @@ TEST(BlueMattingLogic, CleaningHistogramLeavesOutTheTransparentFlood)
     result.GetBuffer(51, 0)->alpha = 255;
     const std::vector<int> h = CBlueMattingLogic::CleaningHistogram(result);
     ASSERT_EQ(h.size(), 256u);
-    EXPECT_EQ(h[0], 0);      // bins 1, 2 only: (1 + 0) / 2; the 89 transparent pixels take no part
-    EXPECT_EQ(h[1], 0);      // bins 1..3: 1 / 3
-    EXPECT_EQ(h[8], 2);      // bins 6..10: 10 / 5
-    EXPECT_EQ(h[10], 2);
-    EXPECT_EQ(h[12], 2);
-    EXPECT_EQ(h[13], 0);
-    EXPECT_EQ(h[255], 0);    // bins 253..255: 1 / 3
+    // h[0]: bins 1, 2 only, (1 + 0) / 2, the 89 transparent pixels take no part; h[1]: bins 1..3, 1 / 3;
+    // h[8]: bins 6..10, 10 / 5; h[255]: bins 253..255, 1 / 3.
+    const int bins[][2] = {{0, 0}, {1, 0}, {8, 2}, {10, 2}, {12, 2}, {13, 0}, {255, 0}};
+    for (auto& b : bins) EXPECT_EQ(h[size_t(b[0])], b[1]) << b[0];
     EXPECT_EQ(CBlueMattingLogic::BarHeight(25, 100, 117), 50);   // half of the 100 rows above the strip
     EXPECT_EQ(CBlueMattingLogic::BarHeight(100, 100, 117), 100);
     EXPECT_EQ(CBlueMattingLogic::BarHeight(5, 0, 117), 0);

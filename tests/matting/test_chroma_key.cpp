@@ -75,9 +75,7 @@ TEST(ChromaKey, LumaPathByHand)
     // The backdrop itself: nothing left, all four bytes.
     EXPECT_EQ(dst.GetPixel(0, 0), 0u);
     // 19 steps away: key 127, lifted to 153, levels 32..255 give 138; colour solved: (147*255-128*128)/127.
-    EXPECT_EQ(dst.GetPixel2(1, 0).red, 166);
-    EXPECT_EQ(dst.GetPixel2(1, 0).blue, 166);
-    EXPECT_EQ(dst.GetPixel2(1, 0).alpha, 138);
+    EXPECT_EQ(dst.GetPixel(1, 0), Rgb(166, 166, 166, 138).Word());
     // 18 steps below: key 120, lifted to 149, levels give 133; (110*255-128*135)/120 = 89.
     EXPECT_EQ(dst.GetPixel2(2, 0).green, 89);
     EXPECT_EQ(dst.GetPixel2(2, 0).alpha, 133);
@@ -106,7 +104,6 @@ TEST(ChromaKey, LumaStrengthSetsTheOpaqueDistance)
     ASSERT_EQ(process.Process(&params), kOk);
     EXPECT_EQ(dst.GetPixel2(1, 0).alpha, 255);   // 17 steps: opaque
     EXPECT_LT(dst.GetPixel2(2, 0).alpha, 255);   // 16 steps: not quite
-    EXPECT_EQ(process.GetLumaStrength(), 0);
 }
 
 TEST(ChromaKey, LumaPathIgnoresShadowAndChromaSwitches)
@@ -230,11 +227,7 @@ TEST(ChromaKey, EstimateBackdropFromTheBorder)
         for (uint32_t x = 20; x < 280; ++x) img.PutPixel(x, y, Rgb(200, 100, 50));
     // A little variation in the border: the mean follows it.
     for (uint32_t x = 0; x < 300; ++x) img.PutPixel(x, 0, Rgb(44, 174, 74));
-    const CPixel c = CChromaKeyProcess::EstimateBackdropColour(img);
-    EXPECT_EQ(c.alpha, 255);
-    EXPECT_EQ(c.red, 40);
-    EXPECT_EQ(c.green, 170);
-    EXPECT_EQ(c.blue, 70);
+    EXPECT_EQ(CChromaKeyProcess::EstimateBackdropColour(img).Word(), Rgb(40, 170, 70).Word());
 
     // Narrower than 32: every pixel is border; a half-and-half picture has a mean that nothing is close to.
     COLImage split;

@@ -95,9 +95,7 @@ TEST(ContourOptimise, BringsRoughContoursToTheEdge)
             }
         }
 
-    COLChannel empty;
-    empty.Create(w, h);
-    std::memset(empty.GetBuffer(), 0, empty.GetAreaByteSize());
+    COLChannel empty = vmtest::Plane(w, h, 0);
     EXPECT_FALSE(CContourOptimiser::CanOptimise(&empty, &outer));
     EXPECT_FALSE(CContourOptimiser::CanOptimise(&inner, nullptr));
     EXPECT_EQ(OptimiseContoursNow(&img, &empty, &outer), kFail);
@@ -174,9 +172,7 @@ TEST(Snake, ShrinksOntoASubjectAndFillsIt)
 // with an empty plane. An open list fails at once.
 TEST(Snake, FailsOnAFlatPictureAndOnAnOpenList)
 {
-    COLImage img;
-    img.Create(60, 50);
-    for (size_t i = 0; i < img.GetPixelCount(); ++i) img.GetBuffer()[i] = CPixel::Make(100, 100, 100);
+    COLImage img = vmtest::Solid(60, 50, CPixel::Make(100, 100, 100));
     COLChannel mask, result;
     mask.Create(60, 50);
     std::vector<SnakePoint> pts = {{10, 10}, {50, 10}, {50, 40}, {10, 40}, {10, 10}};

@@ -117,8 +117,11 @@ int InChild(const std::string& engine, size_t spare)
 
 // Sweeps the limit from nothing to spare to plenty, so that the allocation that fails moves through the whole
 // run: every attempt must succeed with the right bytes or fail with kFail and the picture as it was.
-[[maybe_unused]] void Sweep(const std::string& engine, size_t largest)
+void Sweep(const std::string& engine, size_t largest)
 {
+#ifdef VM_NO_ADDRESS_LIMIT
+    GTEST_SKIP() << "the sanitizers reserve address space up front, so no limit can make an allocation fail";
+#endif
     int failures = 0, successes = 0;
     for (size_t spare = 0; spare <= largest; spare += largest / 12) {
         const int outcome = InChild(engine, spare);
@@ -133,9 +136,6 @@ int InChild(const std::string& engine, size_t spare)
 
 } // namespace
 
-#ifdef VM_NO_ADDRESS_LIMIT
-TEST(Exhaustion, DISABLED_EnginesFailCleanlyUnderAnAddressSpaceLimit) {}
-#else
 TEST(Exhaustion, ChromaKeyInPlaceFailsCleanlyUnderAnAddressSpaceLimit)
 {
     Sweep("key", size_t(192) << 20);
@@ -145,4 +145,3 @@ TEST(Exhaustion, BlurFailsCleanlyUnderAnAddressSpaceLimit)
 {
     Sweep("blur", size_t(192) << 20);
 }
-#endif

@@ -173,23 +173,17 @@ TEST(GaussianKernel, WeightsForTheListedSigmas)
 
 TEST(GaussianKernel, ScalePlanForLargeSigmas)
 {
-    double work = 0;
-    EXPECT_EQ(CGaussianProcess::PlanScale(3.0, 1000, work), 2);
-    EXPECT_EQ(work, 1.0);
-    EXPECT_EQ(CGaussianProcess::PlanScale(2.4, 1000, work), 1);
-    EXPECT_EQ(work, 2.4);
-    EXPECT_EQ(CGaussianProcess::PlanScale(6.0, 1000, work), 3);
-    EXPECT_EQ(work, 2.0);
-    EXPECT_EQ(CGaussianProcess::PlanScale(5.0, 1000, work), 2);
-    EXPECT_EQ(work, 2.0);
-    EXPECT_EQ(CGaussianProcess::PlanScale(17.0, 1000, work), 6);
-    EXPECT_EQ(work, 2.0);
-    // Above 2.5 the sigma is truncated even when no reduction follows.
-    EXPECT_EQ(CGaussianProcess::PlanScale(2.9, 1000, work), 1);
-    EXPECT_EQ(work, 2.0);
-    // The factor stops at the picture's shorter side.
-    EXPECT_EQ(CGaussianProcess::PlanScale(17.0, 4, work), 4);
-    EXPECT_EQ(work, 4.0);
+    // {sigma, shorter side, factor, sigma worked with}
+    const double cases[][4] = {
+        {3.0, 1000, 2, 1.0}, {2.4, 1000, 1, 2.4}, {6.0, 1000, 3, 2.0}, {5.0, 1000, 2, 2.0}, {17.0, 1000, 6, 2.0},
+        {2.9, 1000, 1, 2.0},   // above 2.5 the sigma is truncated even when no reduction follows
+        {17.0, 4, 4, 4.0},     // the factor stops at the picture's shorter side
+    };
+    for (auto& c : cases) {
+        double work = 0;
+        EXPECT_EQ(CGaussianProcess::PlanScale(c[0], uint32_t(c[1]), work), int(c[2])) << c[0] << " on " << c[1];
+        EXPECT_EQ(work, c[3]) << c[0] << " on " << c[1];
+    }
 }
 
 TEST(ExactDivider, MatchesDivisionAtEveryQuotientBoundary)

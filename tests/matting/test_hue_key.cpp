@@ -95,9 +95,7 @@ TEST(HueKey, StrengthMovesTheThreshold)
 
 TEST(HueKey, AllBackdropKeysToNothing)
 {
-    COLImage src, dst;
-    src.Create(40, 30);
-    for (uint32_t i = 0; i < src.GetPixelCount(); ++i) src.GetBuffer()[i] = kGreen;
+    COLImage src = vmtest::Solid(40, 30, kGreen), dst;
     CHueKeyProcess hue;
     hue.SetImages(&src, &dst);
     ChromaKeyParams p = Green();

@@ -8,15 +8,9 @@ TEST(KeyMath, AlphaMapLiftsTheMiddleAndKeepsTheEnds)
 {
     uint8_t map[256];
     BuildAlphaMap(map);
-    EXPECT_EQ(map[0], 0);
-    EXPECT_EQ(map[255], 255);
-    // Reference values worked out by hand in double precision.
-    EXPECT_EQ(map[1], 15);
-    EXPECT_EQ(map[16], 60);
-    EXPECT_EQ(map[64], 111);
-    EXPECT_EQ(map[128], 154);
-    EXPECT_EQ(map[200], 205);
-    EXPECT_EQ(map[254], 254);
+    // The ends, and reference values worked out by hand in double precision.
+    const int at[][2] = {{0, 0}, {255, 255}, {1, 15}, {16, 60}, {64, 111}, {128, 154}, {200, 205}, {254, 254}};
+    for (auto& c : at) EXPECT_EQ(map[c[0]], c[1]) << c[0];
     for (int i = 1; i < 256; ++i) {
         EXPECT_GE(map[i], map[i - 1]) << i;
         EXPECT_GE(map[i], i) << i;
@@ -40,36 +34,31 @@ TEST(KeyMath, HueWeightUsesTheSystemBaseNotE)
     EXPECT_EQ(w[6], 0);
 }
 
-TEST(KeyMath, KeyHueTruncatesTowardZeroAndWraps)
+// Each row is {arguments..., expected}; the comments say which truncation or limit a row pins.
+TEST(KeyMath, ScalarFormulasTruncateTowardZero)
 {
-    EXPECT_EQ(KeyHue(255, 0, 0), 0);
-    EXPECT_EQ(KeyHue(0, 255, 0), 85);
-    EXPECT_EQ(KeyHue(0, 0, 255), 170);   // -86 wraps
-    EXPECT_EQ(KeyHue(255, 255, 0), 42);  // red is the largest first: 255 * 255 / 1530
-    EXPECT_EQ(KeyHue(90, 90, 90), 0);
-    // Red largest, green just under blue: -10 * 255 / 1200 truncates to -2, not -3, and wraps.
-    EXPECT_EQ(KeyHue(200, 0, 10), 254);
-    // -1 * 255 / 1200 truncates to 0.
-    EXPECT_EQ(KeyHue(200, 0, 1), 0);
-    EXPECT_EQ(KeyHue(11, 10, 11), 214);  // red and blue tie: red wins
-}
-
-TEST(KeyMath, CircularDiffTakesTheShortWayRound)
-{
-    EXPECT_EQ(CircularDiff(10, 250), 16);
-    EXPECT_EQ(CircularDiff(250, 10), 16);
-    EXPECT_EQ(CircularDiff(0, 128), 128);
-    EXPECT_EQ(CircularDiff(0, 129), 127);
-    EXPECT_EQ(CircularDiff(77, 77), 0);
-}
-
-TEST(KeyMath, LumaThresholdFollowsTheSlider)
-{
-    EXPECT_EQ(LumaThreshold(0), 17);
-    EXPECT_EQ(LumaThreshold(32), 38);
-    EXPECT_EQ(LumaThreshold(100), 83);
-    EXPECT_EQ(LumaThreshold(-1), 38);
-    EXPECT_EQ(LumaThreshold(1), 18);   // (2 - 100) / 3 truncates toward zero: -32
+    const int hue[][4] = {
+        {255, 0, 0, 0}, {0, 255, 0, 85}, {0, 0, 255, 170},   // -86 wraps
+        {255, 255, 0, 42},                                    // red is the largest first: 255 * 255 / 1530
+        {90, 90, 90, 0},
+        {200, 0, 10, 254},   // red largest, green just under blue: -10 * 255 / 1200 truncates to -2, and wraps
+        {200, 0, 1, 0},      // -1 * 255 / 1200 truncates to 0
+        {11, 10, 11, 214},   // red and blue tie: red wins
+    };
+    for (auto& c : hue) EXPECT_EQ(KeyHue(c[0], c[1], c[2]), c[3]) << c[0] << "," << c[1] << "," << c[2];
+    const int circular[][3] = {{10, 250, 16}, {250, 10, 16}, {0, 128, 128}, {0, 129, 127}, {77, 77, 0}};
+    for (auto& c : circular) EXPECT_EQ(CircularDiff(c[0], c[1]), c[2]) << c[0] << "," << c[1];
+    const int luma[][2] = {{0, 17}, {32, 38}, {100, 83}, {-1, 38}, {1, 18}};   // (2 - 100) / 3 truncates to -32
+    for (auto& c : luma) EXPECT_EQ(LumaThreshold(c[0]), c[1]) << c[0];
+    const int remap[][3] = {{99, 100, 0},   {100, 100, 0},   {176, 100, 127}, {252, 100, 255},
+                            {253, 250, 255}, {251, 250, 127}, {0, -11, 10}};   // a negative threshold stays valid
+    for (auto& c : remap) EXPECT_EQ(RemapKey(c[0], c[1]), c[2]) << c[0] << "," << c[1];
+    const int spill[][3] = {
+        {19, 50, 0}, {20, 50, 0}, {34, 50, 127}, {48, 50, 255},
+        {63, 100, 244}, {64, 100, 255},   // strength 100: lo 40, hi capped at 64
+        {0, 0, 0}, {4, 0, 127},           // strength 0: lo 0, hi 8
+    };
+    for (auto& c : spill) EXPECT_EQ(SpillWeight(c[0], c[1]), c[2]) << c[0] << "," << c[1];
 }
 
 TEST(KeyMath, KeyThresholdCountsBinsToATenth)
@@ -96,32 +85,6 @@ TEST(KeyMath, KeyThresholdCountsBinsToATenth)
     uint64_t top[256] = {};
     top[255] = 50;
     EXPECT_EQ(KeyThreshold(top, 50, 100), 250);
-}
-
-TEST(KeyMath, RemapKeySpreadsAboveTheThreshold)
-{
-    EXPECT_EQ(RemapKey(99, 100), 0);
-    EXPECT_EQ(RemapKey(100, 100), 0);
-    EXPECT_EQ(RemapKey(176, 100), 127);
-    EXPECT_EQ(RemapKey(252, 100), 255);
-    EXPECT_EQ(RemapKey(253, 250), 255);
-    EXPECT_EQ(RemapKey(251, 250), 127);
-    // A negative threshold keeps the arithmetic valid.
-    EXPECT_EQ(RemapKey(0, -11), 10);
-}
-
-TEST(KeyMath, SpillWeightRampsBetweenLoAndHi)
-{
-    EXPECT_EQ(SpillWeight(19, 50), 0);
-    EXPECT_EQ(SpillWeight(20, 50), 0);
-    EXPECT_EQ(SpillWeight(34, 50), 127);
-    EXPECT_EQ(SpillWeight(48, 50), 255);
-    // Strength 100: lo 40, hi capped at 64.
-    EXPECT_EQ(SpillWeight(63, 100), 244);
-    EXPECT_EQ(SpillWeight(64, 100), 255);
-    // Strength 0: lo 0, hi 8.
-    EXPECT_EQ(SpillWeight(0, 0), 0);
-    EXPECT_EQ(SpillWeight(4, 0), 127);
 }
 
 TEST(KeyMath, LevelsTable)

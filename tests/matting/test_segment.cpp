@@ -417,9 +417,7 @@ TEST(Segment, ReducedSizePathMatchesThePlainMethod)
 // last level, so every pixel has a label.
 TEST(Segment, FlatPictureIsOneRegionBorderIncluded)
 {
-    COLImage img;
-    img.Create(40, 30);
-    for (size_t i = 0; i < img.GetPixelCount(); ++i) img.GetBuffer()[i] = CPixel::Make(90, 120, 30);
+    COLImage img = vmtest::Solid(40, 30, CPixel::Make(90, 120, 30));
     const Got got = RunSegment(img, nullptr);
     ASSERT_EQ(got.code, kOk);
     ASSERT_EQ(got.regions.size(), 1u);
