@@ -247,9 +247,7 @@ TEST(LensBlur, ForegroundColoursAreReplacedBeforeTheBlur)
         EXPECT_TRUE(vmtest::SamePixels(out, expected)) << threads;
     }
     // A mask of another size takes no part: the run is the one without it.
-    COLChannel other;
-    other.Create(10, 10);
-    std::memset(other.GetBuffer(), 255, 100);
+    COLChannel other = vmtest::Plane(10, 10, 255);
     CLensBlurProcess p, q;
     COLImage withOther, without;
     ASSERT_EQ(RunProcess(p, src, withOther, depth, &other, aperture, 8, 250, 20), kOk);
@@ -291,10 +289,8 @@ TEST(LensBlur, AnApertureOfAnotherSizeKeepsThePicture)
 {
     const COLImage src = Photo(30, 20, 2);
     COLChannel depth, wrong;
-    depth.Create(30, 20);
-    std::memset(depth.GetBuffer(), 255, 600);
-    wrong.Create(32, 32);
-    std::memset(wrong.GetBuffer(), 255, 32 * 32);
+    depth = vmtest::Plane(30, 20, 255);
+    wrong = vmtest::Plane(32, 32, 255);
     CLensBlurProcess p;
     COLImage out;
     ASSERT_EQ(RunProcess(p, src, out, depth, nullptr, wrong, 10, 250, 0), kOk);
@@ -310,8 +306,7 @@ TEST(LensBlur, RefusesMissingOrMismatchedInputsAndLeavesTheSourceAlone)
     COLImage before, out;
     before.DuplicateFrom(&src);
     COLChannel depth, small;
-    depth.Create(30, 20);
-    std::memset(depth.GetBuffer(), 200, 600);
+    depth = vmtest::Plane(30, 20, 200);
     small.Create(29, 20);
     const COLChannel aperture = ApertureFromSkin(kApertureCircle);
     CLensBlurProcess p;

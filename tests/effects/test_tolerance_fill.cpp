@@ -8,6 +8,7 @@
 #include "imaging/channel.h"
 #include "imaging/image.h"
 #include "imaging/result.h"
+#include "support/test_support.h"
 
 namespace {
 
@@ -45,19 +46,9 @@ std::vector<uint8_t> PlainFlood(const COLImage& layer, int ox, int oy, int sx, i
     return out;
 }
 
-COLImage Uniform(uint32_t w, uint32_t h, CPixel p)
-{
-    COLImage image;
-    image.Create(w, h);
-    for (size_t i = 0; i < image.GetPixelCount(); ++i) image.GetBuffer()[i] = p;
-    return image;
-}
-
 COLChannel Zeroed(uint32_t w, uint32_t h)
 {
-    COLChannel c;
-    c.Create(w, h);
-    std::memset(c.GetBuffer(), 0, c.GetAreaByteSize());
+    COLChannel c = vmtest::Plane(w, h, 0);
     return c;
 }
 
@@ -66,7 +57,7 @@ COLChannel Zeroed(uint32_t w, uint32_t h)
 TEST(ToleranceFlood, ExactColoursOnlyAtToleranceZeroAndOne)
 {
     for (int tol : {0, 1}) {
-        COLImage image = Uniform(6, 4, CPixel::Make(100, 100, 100));
+        COLImage image = vmtest::Solid(6, 4, CPixel::Make(100, 100, 100));
         image.PutPixel(3, 2, CPixel::Make(101, 100, 100));   // distance 1
         COLChannel plane = Zeroed(6, 4);
         ASSERT_EQ(ToleranceFlood(image, 0, 0, 2, 2, tol, plane), kOk);
@@ -77,7 +68,7 @@ TEST(ToleranceFlood, ExactColoursOnlyAtToleranceZeroAndOne)
 
 TEST(ToleranceFlood, JoinsBelowTheToleranceAndNotAtIt)
 {
-    COLImage image = Uniform(8, 3, CPixel::Make(50, 50, 50));
+    COLImage image = vmtest::Solid(8, 3, CPixel::Make(50, 50, 50));
     image.PutPixel(5, 1, CPixel::Make(56, 53, 50));   // distance 9
     image.PutPixel(6, 1, CPixel::Make(60, 50, 50));   // distance 10
     COLChannel plane = Zeroed(8, 3);
@@ -89,7 +80,7 @@ TEST(ToleranceFlood, JoinsBelowTheToleranceAndNotAtIt)
 
 TEST(ToleranceFlood, ColumnAndRowZeroAreReachedOnlyByTheSeed)
 {
-    COLImage image = Uniform(5, 5, CPixel::Make(9, 9, 9));
+    COLImage image = vmtest::Solid(5, 5, CPixel::Make(9, 9, 9));
     COLChannel plane = Zeroed(5, 5);
     ASSERT_EQ(ToleranceFlood(image, 0, 0, 2, 2, 5, plane), kOk);
     for (uint32_t i = 0; i < 5; ++i) {
@@ -125,7 +116,7 @@ TEST(ToleranceFlood, OffsetLayersOnNoisyPicturesMatchThePlainWalk)
 
 TEST(ToleranceFlood, UncoveredCanvasIsTheTransparencyCase)
 {
-    COLImage layer = Uniform(3, 2, CPixel::Make(1, 2, 3));
+    COLImage layer = vmtest::Solid(3, 2, CPixel::Make(1, 2, 3));
     layer.PutPixel(1, 0, CPixel::Make(1, 2, 3, 0));
     COLChannel plane = Zeroed(5, 4);
     SelectUncovered(layer, 1, 1, plane);
