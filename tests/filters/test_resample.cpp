@@ -200,8 +200,7 @@ TEST(ResampleImage, ZeroSideGivesOneWhitePixelWhateverTheSource)
     COLImage src, dst;
     vmtest::FillNoise(src, 5, 5, 1);
     ASSERT_EQ(ResampleImage(&src, &dst, 4, 0), 1);
-    ASSERT_EQ(dst.GetWidth(), 1u);
-    ASSERT_EQ(dst.GetHeight(), 1u);
+    ASSERT_EQ(vmtest::Size(dst), "1x1");
     EXPECT_EQ(dst.GetPixel(0, 0), 0xFFFFFFFFu);
     COLImage none;
     EXPECT_EQ(ResampleImage(nullptr, &dst, 0, 3), 1);
@@ -281,8 +280,7 @@ TEST(ResampleChannel, HandComputedAndMatchesThePlainComputation)
     // A plane of 255 comes out at 253 where a row is hit exactly ((255 * 255) * 255) >> 16, and 252 or 253
     // between rows, where two truncated terms add up.
     COLChannel flat, dst;
-    flat.Create(4, 4);
-    std::memset(flat.GetBuffer(), 255, 16);
+    flat = vmtest::Plane(4, 4, 255);
     ASSERT_EQ(ResampleChannel(&flat, &dst, 7, 9), 1);
     for (uint32_t i = 0; i < dst.GetAreaByteSize(); ++i) {
         ASSERT_GE(dst.GetBuffer()[i], 252);
@@ -375,8 +373,7 @@ TEST(ShrinkArea, MatchesThePlainComputation)
 TEST(ShrinkArea, FlatPictureStaysFlatAndEnlargingFallsBackToBilinear)
 {
     COLChannel flat, dst;
-    flat.Create(101, 77);
-    std::memset(flat.GetBuffer(), 180, flat.GetAreaByteSize());
+    flat = vmtest::Plane(101, 77, 180);
     ASSERT_EQ(ShrinkChannelArea(&flat, &dst, 30, 29), 1);
     for (uint32_t i = 0; i < dst.GetAreaByteSize(); ++i) {
         ASSERT_GE(dst.GetBuffer()[i], 179);

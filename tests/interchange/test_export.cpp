@@ -28,16 +28,6 @@ std::vector<std::string> Extensions(const ExportFormat& f)
     return out;
 }
 
-int MaxColourDifference(const COLImage& a, const COLImage& b)
-{
-    int worst = 0;
-    for (size_t i = 0; i < a.GetPixelCount(); ++i) {
-        const CPixel p = a.GetBuffer()[i], q = b.GetBuffer()[i];
-        worst = std::max({worst, std::abs(p.red - q.red), std::abs(p.green - q.green), std::abs(p.blue - q.blue)});
-    }
-    return worst;
-}
-
 // A smooth picture (JPEG keeps it close) with a transparent band.
 void MakePicture(COLImage& image)
 {
@@ -67,13 +57,12 @@ TEST(Export, EveryExtensionOfTheTableWritesItsFormat)
                 EXPECT_EQ(COLImageCodec::GetFileType(path.c_str()), kTypeOfFormat.at(format.name));
                 COLImage back;
                 ASSERT_EQ(COLImageCodec().LoadFile(path.c_str(), &back), 1);
-                ASSERT_EQ(back.GetWidth(), 24u);
-                ASSERT_EQ(back.GetHeight(), 16u);
+                ASSERT_EQ(vmtest::Size(back), "24x16");
                 if (format.keepsAlpha) {
                     EXPECT_TRUE(vmtest::SamePixels(source, back));
                 } else {
                     EXPECT_EQ(back.GetPixel2(0, 0).alpha, 255);
-                    EXPECT_LE(MaxColourDifference(source, back), std::string(format.name) == "JPEG" ? 8 : 0);
+                    EXPECT_LE(vmtest::MaxColourDifference(source, back), std::string(format.name) == "JPEG" ? 8 : 0);
                 }
             }
         }

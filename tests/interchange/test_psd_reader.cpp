@@ -68,16 +68,13 @@ TEST(PsdReader, LayersKeepPositionNameOpacityModeVisibilityAndPixels)
         CLayerStack stack;
         ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
         ASSERT_EQ(stack.GetLayerCount(), 2);
-        EXPECT_EQ(stack.GetWidth(), 6);
-        EXPECT_EQ(stack.GetHeight(), 5);
+        EXPECT_EQ(vmtest::Size(stack), "6x5");
         const CLayer* top = stack.GetLayer(1);
         EXPECT_EQ(Name(stack.GetLayer(0)), "Base");
         EXPECT_EQ(Name(top), "Top");
-        EXPECT_EQ(top->m_x, -2);
-        EXPECT_EQ(top->m_y, 3);
-        EXPECT_EQ(top->m_opacity, 77);
-        EXPECT_EQ(top->m_blendMode, 6);
-        EXPECT_EQ(top->m_visible, 0);
+        EXPECT_EQ(vmtest::Place(*top), "-2,3");
+        EXPECT_EQ(std::make_tuple(int(top->m_opacity), int(top->m_blendMode), int(top->m_visible)),
+                  std::make_tuple(77, 6, 0));   // opacity, mode, visibility
         ASSERT_EQ(top->m_image.GetWidth(), 4u);
         for (uint32_t y = 0; y < 3; ++y)
             for (uint32_t x = 0; x < 4; ++x)
@@ -98,8 +95,7 @@ TEST(PsdReader, BottomLayerIsPlacedAtTheOriginAtDocumentSizeAndAlwaysVisible)
     CLayerStack stack;
     ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
     const CLayer* base = stack.GetLayer(0);
-    ASSERT_EQ(base->m_image.GetWidth(), 5u);
-    ASSERT_EQ(base->m_image.GetHeight(), 4u);
+    ASSERT_EQ(vmtest::Size(base->m_image), "5x4");
     EXPECT_EQ(base->m_x, 0);
     EXPECT_EQ(base->m_visible, 1);
     for (uint32_t y = 0; y < 4; ++y)
@@ -156,11 +152,8 @@ TEST(PsdReader, LayeredFileRoundTripsEveryLayer)
     for (int i = 0; i < 3; ++i) {
         const CLayer *a = doc.GetLayer(i), *b = back.GetLayer(i);
         EXPECT_EQ(Name(b), names[i]);
-        EXPECT_EQ(b->m_x, a->m_x);
-        EXPECT_EQ(b->m_y, a->m_y);
-        EXPECT_EQ(b->m_opacity, a->m_opacity);
-        EXPECT_EQ(b->m_blendMode, a->m_blendMode);
-        EXPECT_EQ(b->m_visible, a->m_visible);
+        EXPECT_EQ(std::tie(b->m_x, b->m_y, b->m_opacity, b->m_blendMode, b->m_visible),
+                  std::tie(a->m_x, a->m_y, a->m_opacity, a->m_blendMode, a->m_visible)) << i;
         EXPECT_TRUE(vmtest::SamePixels(b->m_image, a->m_image)) << i;
     }
     // A layer without pixels keeps its place, blank.

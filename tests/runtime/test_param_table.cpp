@@ -47,26 +47,17 @@ std::string Parse(const char* name, const std::string& text, Settings& s)
 TEST(ParamTable, ValuesWithinTheirRangesReachTheirFields)
 {
     Settings s;
-    EXPECT_EQ(Parse("count", "-3", s), "");
-    EXPECT_EQ(s.count, -3);
-    EXPECT_EQ(Parse("count", "12", s), "");
-    EXPECT_EQ(s.count, 12);
-    EXPECT_EQ(Parse("radius", "0.25", s), "");
-    EXPECT_DOUBLE_EQ(s.radius, 0.25);
-    EXPECT_EQ(Parse("radius", "50", s), "");
-    EXPECT_DOUBLE_EQ(s.radius, 50);
-    EXPECT_EQ(Parse("no-keep", "", s), "");
-    EXPECT_EQ(s.keep, 0u);
-    EXPECT_EQ(Parse("no-keep", "", s), "");   // given twice it stays off
-    EXPECT_EQ(s.keep, 0u);
-    EXPECT_EQ(Parse("mode", "both", s), "");
-    EXPECT_EQ(s.mode, 2);
-    EXPECT_EQ(Parse("range", "0,255", s), "");
-    EXPECT_EQ(s.range.low, 0);
-    EXPECT_EQ(s.range.high, 255);
-    EXPECT_EQ(Parse("range", "7,8", s), "");
-    EXPECT_EQ(s.range.low, 7);
-    EXPECT_EQ(s.range.high, 8);
+    // Each value in turn, then the record: the ends of each range are inside it.
+    const std::pair<const char*, const char*> values[] = {
+        {"count", "-3"}, {"radius", "0.25"}, {"range", "0,255"}, {"no-keep", ""}, {"mode", "both"},
+    };
+    for (auto [name, text] : values) EXPECT_EQ(Parse(name, text, s), "") << name;
+    EXPECT_EQ(std::make_tuple(s.count, s.radius, s.range.low, s.range.high, s.keep, s.mode),
+              std::make_tuple(-3, 0.25, 0, 255, 0u, 2));
+    const std::pair<const char*, const char*> again[] = {{"count", "12"}, {"radius", "50"}, {"range", "7,8"},
+                                                         {"no-keep", ""}};   // given twice it stays off
+    for (auto [name, text] : again) EXPECT_EQ(Parse(name, text, s), "") << name;
+    EXPECT_EQ(std::make_tuple(s.count, s.radius, s.range.low, s.range.high, s.keep), std::make_tuple(12, 50.0, 7, 8, 0u));
 }
 
 TEST(ParamTable, RefusalsNameTheOptionSayWhatItTakesAndLeaveTheFieldAlone)
@@ -87,12 +78,8 @@ TEST(ParamTable, RefusalsNameTheOptionSayWhatItTakesAndLeaveTheFieldAlone)
     }
     EXPECT_EQ(Parse("mode", "Fast", s), "--mode takes fast, exact or both, not 'Fast'");
     EXPECT_EQ(Parse("no-keep", "yes", s), "--no-keep takes no value");
-    EXPECT_EQ(s.count, fresh.count);
-    EXPECT_EQ(s.radius, fresh.radius);
-    EXPECT_EQ(s.range.low, fresh.range.low);
-    EXPECT_EQ(s.range.high, fresh.range.high);
-    EXPECT_EQ(s.mode, fresh.mode);
-    EXPECT_EQ(s.keep, fresh.keep);
+    EXPECT_EQ(std::tie(s.count, s.radius, s.range.low, s.range.high, s.mode, s.keep),
+              std::tie(fresh.count, fresh.radius, fresh.range.low, fresh.range.high, fresh.mode, fresh.keep));
 }
 
 TEST(ParamTable, HelpShowsRangesAndTheDefaultsOfAFreshRecord)
