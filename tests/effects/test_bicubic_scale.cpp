@@ -236,11 +236,9 @@ TEST(ImageSizeDialog, LinkedSidesAndCanvasMargins)
     EXPECT_EQ(LinkedSide(20000, 10, 1000, true), 20000u); // and 2,000,000 down
     int w = 0, h = 0;
     CanvasSizeFromMargins(100, 50, 10, -5, 20, 0, w, h);
-    EXPECT_EQ(w, 130);
-    EXPECT_EQ(h, 45);
+    EXPECT_EQ(std::make_pair(w, h), std::make_pair(130, 45));
     CanvasSizeFromMargins(100, 50, -60, -30, -60, -30, w, h); // adds up to less than 1
-    EXPECT_EQ(w, 1);
-    EXPECT_EQ(h, 1);
+    EXPECT_EQ(std::make_pair(w, h), std::make_pair(1, 1));
 }
 
 } // namespace

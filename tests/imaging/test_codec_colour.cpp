@@ -31,8 +31,8 @@ TEST(CodecColour, HsbBytesOfKnownColours)
     };
     for (const auto& c : cases) {
         const CPixel p = Hsb(c.in);
-        EXPECT_EQ(p.Word(), CPixel::Make(uint8_t(c.hue), uint8_t(c.saturation), uint8_t(c.brightness), c.in.alpha).Word())
-            << std::hex << c.in.Word();
+        const CPixel want = CPixel::Make(uint8_t(c.hue), uint8_t(c.saturation), uint8_t(c.brightness), c.in.alpha);
+        EXPECT_EQ(p.Word(), want.Word()) << std::hex << c.in.Word();
     }
 }
 

@@ -57,7 +57,8 @@ TEST(ParamTable, ValuesWithinTheirRangesReachTheirFields)
     const std::pair<const char*, const char*> again[] = {{"count", "12"}, {"radius", "50"}, {"range", "7,8"},
                                                          {"no-keep", ""}};   // given twice it stays off
     for (auto [name, text] : again) EXPECT_EQ(Parse(name, text, s), "") << name;
-    EXPECT_EQ(std::make_tuple(s.count, s.radius, s.range.low, s.range.high, s.keep), std::make_tuple(12, 50.0, 7, 8, 0u));
+    EXPECT_EQ(std::make_tuple(s.count, s.radius, s.range.low, s.range.high, s.keep),
+              std::make_tuple(12, 50.0, 7, 8, 0u));
 }
 
 TEST(ParamTable, RefusalsNameTheOptionSayWhatItTakesAndLeaveTheFieldAlone)
