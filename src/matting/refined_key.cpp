@@ -33,11 +33,12 @@ constexpr float kSeedDistance = 40.0f;
 // A backdrop patch that the border does not reach counts when it holds this share of the picture.
 constexpr double kIslandShare = 0.01;
 // Backdrop pixels whose 3 x 3 mean lies further than this many noise widths from the backdrop's local colour
-// have something in front of them (a strand, the faint end of a soft edge) and go to the band. The noise width
-// is measured on the backdrop itself; the floor keeps a perfectly clean backdrop from sending its every
-// rounding step to the band.
+// have something in front of them (a strand, the faint end of a soft edge) and go to the band; pixels within it
+// are backdrop. The noise width is measured on the backdrop itself. The floor (in 0..255 levels) is above JPEG's
+// ringing at q85 beside strands and edges: below it, the backdrop between dense strands would go to the band and
+// be solved without any sure backdrop near, as a blur.
 constexpr float kResidualWidths = 4.0f;
-constexpr float kResidualFloor = 4.0f;
+constexpr float kResidualFloor = 9.0f;
 
 // Side of the cells over which the backdrop's local colour is averaged, and how many cells that colour reaches
 // into the subject (the band lies within a few pixels of the backdrop, so a short reach serves it).
@@ -297,6 +298,13 @@ public:
         for (int k = 0; k < 3; ++k) out[k] = weight > 1e-6f ? sum[k] / weight : m_fallback[k];
     }
 
+    // Whether the colour at (x, y) comes from backdrop seen within the fill's reach.
+    bool Covers(int x, int y) const
+    {
+        const int gx = std::min(x / kCell, m_gw - 1), gy = std::min(y / kCell, m_gh - 1);
+        return m_cells[(size_t(gy) * size_t(m_gw) + size_t(gx)) * 4 + 3] > 0;
+    }
+
 private:
     int m_w = 0, m_h = 0, m_gw = 0, m_gh = 0;
     float m_fallback[3] = {0, 0, 0};
@@ -313,9 +321,12 @@ int Residual(const COLImage& smooth, const CBackdropField& field, int x, int y)
     return int(std::min(d, 255.0f));
 }
 
-// Takes out of the backdrop the pixels that differ from its local colour by more than its noise: what lies in
-// front of the backdrop there is too faint for the flood's steps, a strand or the end of a soft edge.
-void DropCoveredBackdrop(const COLImage& smooth, const CBackdropField& field, std::vector<uint8_t>& back)
+// Corrects the flood with the backdrop's local colour. Flooded pixels that differ from it by more than the
+// backdrop's noise have something in front of them, too faint for the flood's steps: a strand, the end of a soft
+// edge; they leave the backdrop. Pixels the flood did not reach but that match the local colour within the noise
+// (backdrop enclosed by strands, or cut off by JPEG's ringing) join it.
+void CorrectBackdrop(const COLImage& smooth, const CBackdropField& field, const BackdropColour& model,
+                     std::vector<uint8_t>& back)
 {
     const int w = int(smooth.GetWidth()), h = int(smooth.GetHeight());
     std::vector<uint8_t> residual(back.size());
@@ -323,7 +334,7 @@ void DropCoveredBackdrop(const COLImage& smooth, const CBackdropField& field, st
         for (int y = y0; y < y1; ++y)
             for (int x = 0; x < w; ++x) {
                 const size_t i = size_t(y) * size_t(w) + size_t(x);
-                residual[i] = back[i] ? uint8_t(Residual(smooth, field, x, y)) : 0;
+                residual[i] = back[i] || field.Covers(x, y) ? uint8_t(Residual(smooth, field, x, y)) : 255;
             }
     });
     // The noise width from the median residual (a normal spread's median absolute deviation is 0.6745 sigma).
@@ -338,8 +349,11 @@ void DropCoveredBackdrop(const COLImage& smooth, const CBackdropField& field, st
     int median = 0;
     while (median < 255 && (seen += histogram[median]) * 2 < count) ++median;
     const float limit = std::max(kResidualFloor, kResidualWidths * float(median) / 0.6745f);
-    for (size_t i = 0; i < back.size(); ++i)
-        if (back[i] && float(residual[i]) > limit) back[i] = 0;
+    const CPixel* px = smooth.GetBuffer();
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
+            back[i] = float(residual[i]) <= limit && (back[i] || model.Admits(px[i]));
+    });
 }
 
 } // namespace
@@ -377,10 +391,11 @@ long CRefinedKeyProcess::Run(const ChromaKeySettings& settings)
     if (smooth.Create(uint32_t(w), uint32_t(h)) != kOk) return kFail;
     Smooth(src, smooth);
     std::vector<uint8_t> back;
-    FloodBackdrop(smooth, BackdropColour(settings.params.backdrop), back);
+    const BackdropColour model(settings.params.backdrop);
+    FloodBackdrop(smooth, model, back);
     CBackdropField field;
     field.Build(src, back, settings.params.backdrop);
-    DropCoveredBackdrop(smooth, field, back);
+    CorrectBackdrop(smooth, field, model, back);
     smooth = COLImage();
     std::vector<uint8_t> near, notBack(n);
     Dilate(back, near, w, h, std::max(1, m_options.bandRadius));
