@@ -48,6 +48,10 @@ constexpr int kFillPasses = 4;
 // decides where alpha is large and fades out where alpha is small.
 constexpr float kColourPrior = 0.05f;
 
+// On a colourful backdrop, pixels the classic key leaves below opaque within this many band widths of the
+// backdrop join the band.
+constexpr int kUnsureReach = 3;
+
 // Progress of the steps, in percent of the run.
 constexpr int kClassicEnd = 25;
 constexpr int kTrimapEnd = 32;
@@ -129,9 +133,10 @@ bool SmallStep(const CPixel& p, const CPixel& q)
            float(std::abs(p.blue - q.blue)) <= limit;
 }
 
-// Marks the backdrop (1 in `back`): flooded from the border's backdrop-coloured pixels through admitted colours
+// Marks the backdrop (1 in `back`): flooded from the border's backdrop-coloured pixels through allowed pixels
 // in small steps, then patches of backdrop colour the border does not reach, when they are large.
-void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, std::vector<uint8_t>& back)
+void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, const std::vector<uint8_t>& allowed,
+                   std::vector<uint8_t>& back)
 {
     const int w = int(smooth.GetWidth()), h = int(smooth.GetHeight());
     const size_t n = size_t(w) * size_t(h);
@@ -140,7 +145,7 @@ void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, std::vec
     const CPixel* px = smooth.GetBuffer();
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
         for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
-            state[i] = model.Admits(px[i]) ? 2 : 0;
+            state[i] = allowed[i] ? 2 : 0;
     });
 
     std::vector<uint32_t> queue;
@@ -325,7 +330,7 @@ int Residual(const COLImage& smooth, const CBackdropField& field, int x, int y)
 // backdrop's noise have something in front of them, too faint for the flood's steps: a strand, the end of a soft
 // edge; they leave the backdrop. Pixels the flood did not reach but that match the local colour within the noise
 // (backdrop enclosed by strands, or cut off by JPEG's ringing) join it.
-void CorrectBackdrop(const COLImage& smooth, const CBackdropField& field, const BackdropColour& model,
+void CorrectBackdrop(const COLImage& smooth, const CBackdropField& field, const std::vector<uint8_t>& allowed,
                      std::vector<uint8_t>& back)
 {
     const int w = int(smooth.GetWidth()), h = int(smooth.GetHeight());
@@ -349,10 +354,9 @@ void CorrectBackdrop(const COLImage& smooth, const CBackdropField& field, const 
     int median = 0;
     while (median < 255 && (seen += histogram[median]) * 2 < count) ++median;
     const float limit = std::max(kResidualFloor, kResidualWidths * float(median) / 0.6745f);
-    const CPixel* px = smooth.GetBuffer();
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
         for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
-            back[i] = float(residual[i]) <= limit && (back[i] || model.Admits(px[i]));
+            back[i] = float(residual[i]) <= limit && (back[i] || allowed[i]);
     });
 }
 
@@ -391,11 +395,33 @@ long CRefinedKeyProcess::Run(const ChromaKeySettings& settings)
     if (smooth.Create(uint32_t(w), uint32_t(h)) != kOk) return kFail;
     Smooth(src, smooth);
     std::vector<uint8_t> back;
+    // Backdrop may lie where the colour admits it and, on a colourful backdrop, where the classic key is not
+    // sure of the subject: its opaque pixels are never backdrop.
     const BackdropColour model(settings.params.backdrop);
-    FloodBackdrop(smooth, model, back);
+    std::vector<uint8_t> allowed(n);
+    const CPixel* sp = smooth.GetBuffer();
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
+            allowed[i] = model.Admits(sp[i]);
+    });
+    FloodBackdrop(smooth, model, allowed, back);
     CBackdropField field;
     field.Build(src, back, settings.params.backdrop);
-    CorrectBackdrop(smooth, field, model, back);
+    CorrectBackdrop(smooth, field, allowed, back);
+    allowed = std::vector<uint8_t>();
+    // On a colourful backdrop the band also takes what the classic key is unsure of near the backdrop: its hue
+    // distance sees JPEG's colour blocks and faint strands there that the colour steps alone let through.
+    std::vector<uint8_t> unsure;
+    if (m_chromatic) {
+        std::vector<uint8_t> nearWide;
+        Dilate(back, nearWide, w, h, kUnsureReach * std::max(1, m_options.bandRadius));
+        unsure.resize(n);
+        const CPixel* cp = classic.GetBuffer();
+        keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+            for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
+                unsure[i] = nearWide[i] && cp[i].alpha < 255;
+        });
+    }
     smooth = COLImage();
     std::vector<uint8_t> near, notBack(n);
     Dilate(back, near, w, h, std::max(1, m_options.bandRadius));
@@ -406,25 +432,26 @@ long CRefinedKeyProcess::Run(const ChromaKeySettings& settings)
     COLChannel trimap;
     if (trimap.Create(uint32_t(w), uint32_t(h)) != kOk) return kFail;
     uint8_t* t = trimap.GetBuffer();
-    const CPixel* cp = classic.GetBuffer();
-    const bool chromatic = m_chromatic;
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
         for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i) {
             if (back[i])
                 t[i] = rim[i] ? kTriBand : kTriBack;
-            else if (near[i] || (chromatic && cp[i].alpha < 255))
+            else if (near[i] || (!unsure.empty() && unsure[i]))
                 t[i] = kTriBand;
             else
                 t[i] = kTriSubject;
         }
     });
     classic = COLImage();
+    unsure = std::vector<uint8_t>();
     ReportProgress(kTrimapEnd);
     if (TestAndClearCancel()) return kFail;
 
     // The band's alpha and the subject's colour in it.
     RefinedMatteParams solve;
     solve.epsilon = m_options.epsilon;
+    solve.tolerance = m_options.tolerance;
+    solve.iterationCap = m_options.iterationCap;
     COLChannel alpha;
     COLImage result;
     CSubRange range(*this, kTrimapEnd, kSolveEnd);

@@ -18,8 +18,8 @@
 // - The backdrop is what can be reached from the picture's border (or from a large patch of backdrop colour)
 //   through backdrop-coloured pixels in small colour steps. Its colour may vary along the way (uneven light, a
 //   shadow: the same colour scaled darker), but it never crosses the subject's edge, whose step is large.
-// - Sure subject lies beyond a few pixels from that backdrop; on a colourful backdrop the classic key must agree
-//   that it is opaque. Everything between is the band.
+// - Colours the classic key calls opaque on a colourful backdrop are never backdrop. Sure subject lies beyond a
+//   few pixels from the backdrop; everything between is the band.
 // - The band is solved by the refined matting solver (closed-form colour-line model, coarse to fine, see
 //   refined_matte.h), which also estimates the subject's own colour there. So the cut-out's edge carries no
 //   backdrop tint (spill on a green screen, a light or dark fringe on white, gray and black ones).
@@ -31,8 +31,12 @@
 struct RefinedKeyOptions {
     // Half-width in pixels of the band left to the solver on the subject's side of the backdrop.
     int32_t bandRadius = 3;
-    // Regularisation of the colour-line model (see RefinedMatteParams::epsilon).
+    // Regularisation of the colour-line model and the solver's stop (see RefinedMatteParams). The band of a key
+    // is narrow and its sure backdrop close, so a looser stop than the solver's default loses nothing measurable
+    // on the evaluation set and saves most of the iterations.
     double epsilon = 1e-7;
+    double tolerance = 3e-3;
+    int32_t iterationCap = 150;
 };
 
 // Runs on the worker like every engine. Process takes the key's settings (const ChromaKeySettings*: the
