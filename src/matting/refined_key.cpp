@@ -16,9 +16,12 @@ constexpr uint8_t kTriBand = 128;
 constexpr uint8_t kTriSubject = 255;
 
 // How far a backdrop colour may lie off the line from black through the picked colour (0..255 units): a floor
-// for noise and JPEG's colour blocks, plus a share of its brightness.
+// for noise and JPEG's colour blocks, plus a share of its brightness. A colourful backdrop's saturation swings
+// with the light and with JPEG's chroma blocks, so it gets the larger share; a gray one keeps the small share,
+// which stops the backdrop at a subject's pale, nearly gray colours (light fur, skin in shade).
 constexpr float kPerpBase = 8.0f;
-constexpr float kPerpShare = 0.03f;
+constexpr float kPerpShareColourful = 0.08f;
+constexpr float kPerpShareGray = 0.03f;
 // Brightness of the backdrop along that line, relative to the picked colour: a shadow may darken it to this
 // share, light may lift it this far; the slack keeps a black backdrop's narrow range usable.
 constexpr float kDarkest = 0.35f;
@@ -73,11 +76,12 @@ private:
 // brightness a shadow or uneven light gives it.
 struct BackdropColour {
     float b[3];
-    float bb, length;
+    float bb, length, perpShare;
 
     explicit BackdropColour(CPixel c)
         : b{float(c.red), float(c.green), float(c.blue)}, bb(b[0] * b[0] + b[1] * b[1] + b[2] * b[2]),
-          length(std::sqrt(bb))
+          length(std::sqrt(bb)),
+          perpShare(CChromaKeyProcess::IsChromatic(c) ? kPerpShareColourful : kPerpShareGray)
     {
     }
 
@@ -88,7 +92,7 @@ struct BackdropColour {
         float perp = 0;
         for (int k = 0; k < 3; ++k) perp += (c[k] - s * b[k]) * (c[k] - s * b[k]);
         const float along = s * length;
-        const float limit = kPerpBase + kPerpShare * std::max(along, 0.0f);
+        const float limit = kPerpBase + perpShare * std::max(along, 0.0f);
         return perp <= limit * limit && along >= kDarkest * length - kSlack && along <= kBrightest * length + kSlack;
     }
 
