@@ -383,7 +383,7 @@ long CRefinedKeyProcess::Run(const ChromaKeySettings& settings)
         return int32_t(m_progressLow + (int64_t(m_progressHigh) - m_progressLow) * percent / 100);
     };
 
-    // The classic key: its opaque pixels are where a colourful backdrop's key is sure of the subject.
+    // The classic key: on a colourful backdrop, what it leaves below opaque near the backdrop joins the band.
     COLImage classic;
     CChromaKeyProcess key;
     key.SetLumaStrength(settings.lumaStrength);
@@ -399,8 +399,6 @@ long CRefinedKeyProcess::Run(const ChromaKeySettings& settings)
     if (smooth.Create(uint32_t(w), uint32_t(h)) != kOk) return kFail;
     Smooth(src, smooth);
     std::vector<uint8_t> back;
-    // Backdrop may lie where the colour admits it and, on a colourful backdrop, where the classic key is not
-    // sure of the subject: its opaque pixels are never backdrop.
     const BackdropColour model(settings.params.backdrop);
     std::vector<uint8_t> allowed(n);
     const CPixel* sp = smooth.GetBuffer();

@@ -14,15 +14,18 @@
 // every subject colour of about the backdrop's brightness turns partly transparent, a shadow on the backdrop
 // stays, and a thin strand is as opaque as its luma step happens to be.
 //
-// The refined key keeps the classic key's sure regions and re-solves only the band between them:
+// The refined key finds the sure backdrop and the sure subject and solves only the band between them:
 // - The backdrop is what can be reached from the picture's border (or from a large patch of backdrop colour)
 //   through backdrop-coloured pixels in small colour steps. Its colour may vary along the way (uneven light, a
-//   shadow: the same colour scaled darker), but it never crosses the subject's edge, whose step is large.
-// - Colours the classic key calls opaque on a colourful backdrop are never backdrop. Sure subject lies beyond a
-//   few pixels from the backdrop; everything between is the band.
-// - The band is solved by the refined matting solver (closed-form colour-line model, coarse to fine, see
-//   refined_matte.h), which also estimates the subject's own colour there. So the cut-out's edge carries no
-//   backdrop tint (spill on a green screen, a light or dark fringe on white, gray and black ones).
+//   shadow: the same colour scaled darker), but it never crosses the subject's edge, whose step is large. The
+//   backdrop's local colour then corrects it: pixels that differ from it by more than noise leave (strands),
+//   unreached pixels that match it join (backdrop between strands).
+// - Sure subject lies beyond a few pixels from the backdrop; everything between is the band, and on a colourful
+//   backdrop so is what the classic key leaves below opaque close to the backdrop.
+// - The band's alpha comes from the refined matting solver (closed-form colour-line model, coarse to fine, see
+//   refined_matte.h); its colour from the compositing equation with the backdrop's local colour, leaning on the
+//   solver's colour estimate where alpha is small. So the cut-out's edge carries no backdrop tint (spill on a
+//   green screen, a light or dark fringe on white, gray and black ones).
 //
 // The work follows the band, not the picture: on a 12-megapixel photo the band is a few per cent of the pixels.
 // The result is the same bytes at every thread count.
@@ -41,7 +44,8 @@ struct RefinedKeyOptions {
 
 // Runs on the worker like every engine. Process takes the key's settings (const ChromaKeySettings*: the
 // record, whose backdrop colour the caller has set, and the luma strength); the `refine` field is not read
-// here. The destination gets the source's pixels with the new alpha; band pixels carry the estimated subject
+// here. The record's strength and JPEG chroma smoothing steer the classic run; its levels, feather and shadow
+// pass do not apply (the alpha is solved, not thresholded), and colour is always recovered. The destination gets the source's pixels with the new alpha; band pixels carry the estimated subject
 // colour, pixels of alpha 0 are 0 in all four bytes. Progress 0..100 in the caller's range; a cancel request
 // ends the run with kFail. Returns kOk or kFail (bad input, cancel, out of memory); on failure the destination
 // is as it was.
