@@ -12,6 +12,7 @@
 #include "imaging/image.h"
 #include "matting/batch_key.h"
 #include "matting/chroma_key.h"
+#include "matting/refined_key.h"
 
 namespace {
 
@@ -97,33 +98,31 @@ int RunKey(const std::vector<std::string>& args)
     if (std::string error = cli::LoadPicture(in, source); !error.empty()) return cli::Fail(error);
     params.backdrop = batchkey::ColourOfFile(source, colour);
 
-    CChromaKeyProcess process;
-    process.SetLumaStrength(int(settings.lumaStrength));
-    process.SetImages(&source, &result);
-    cli::Progress progress("keying");
+    cli::Progress progress(settings.refine ? "keying (refined)" : "keying");
     g_progress = &progress;
-    process.SetProgressCallback(ProgressCallback{OnProgress, nullptr});
-    process.SetProgressRange(0, 100);
-    const long r = process.Process(&params);
+    bool chromatic = false;
+    const long r = RunBackdropKey(settings, source, result, ProgressCallback{OnProgress, nullptr}, &chromatic);
     g_progress = nullptr;
     progress.Done();
     if (r != kOk) return cli::Fail("keying " + in + " failed (out of memory?)");
     if (std::string error = cli::SavePicture(*out, result); !error.empty()) return cli::Fail(error);
-    std::printf("%s -> %s, %u x %u, backdrop %s, %s key\n", in.c_str(), out->c_str(), result.GetWidth(),
-                result.GetHeight(), Hex(params.backdrop).c_str(), process.WasChromatic() ? "hue" : "luma");
+    std::printf("%s -> %s, %u x %u, backdrop %s, %s key%s\n", in.c_str(), out->c_str(), result.GetWidth(),
+                result.GetHeight(), Hex(params.backdrop).c_str(), chromatic ? "hue" : "luma",
+                settings.refine ? ", refined" : "");
     return cli::kExitOk;
 }
 
 int RunBatchKey(const std::vector<std::string>& args)
 {
     const char* cmd = "batch-key";
-    cli::Args a(args, {"-o", "--colour", "--prefix", "--suffix"});
+    cli::Args a(args, {"-o", "--colour", "--prefix", "--suffix"}, {"--refine"});
     if (!a.Ok()) return cli::Usage(cmd, a.Error());
     if (a.Positional().empty()) return cli::Usage(cmd, "expects pictures or folders to key");
     const auto out = a.Value("-o");
     if (!out || out->empty()) return cli::Usage(cmd, "needs -o OUTDIR");
     batchkey::Settings settings;
     settings.outputDir = *out;
+    settings.refine = a.Has("--refine");
     if (auto v = a.Value("--colour"); v && !ParseColour(*v, settings))
         return cli::Usage(cmd, "--colour takes auto, RRGGBB or X%,Y%");
     const auto prefix = a.Value("--prefix"), suffix = a.Value("--suffix");
@@ -202,9 +201,9 @@ cli::CliRegistrar regKey("key", "key IN -o OUT.png [--backdrop auto|RRGGBB|X%,Y%
                          RunKey, ChromaKeyParamTable(), &kKeyDefaults);
 cli::CliRegistrar regBatch("batch-key",
                            "batch-key FILES-OR-FOLDER... -o OUTDIR [--colour auto|RRGGBB|X%,Y%] "
-                           "[--prefix S|--suffix S]",
+                           "[--prefix S|--suffix S] [--refine]",
                            "key many photos of one backdrop into OUTDIR/<name>.png, overwriting; unreadable "
-                           "files are listed and skipped",
+                           "files are listed and skipped; --refine solves the edges as key --refine does",
                            RunBatchKey);
 
 } // namespace

@@ -5,6 +5,7 @@
 #include <system_error>
 
 #include "imaging/codec.h"
+#include "matting/refined_key.h"
 
 namespace fs = std::filesystem;
 
@@ -107,7 +108,6 @@ std::vector<Failure> Run(const std::vector<std::string>& files, const Settings& 
     if (!settings.outputDir.empty()) fs::create_directories(settings.outputDir, ec);
 
     COLImageCodec codec;
-    CChromaKeyProcess process;
     for (size_t i = 0; i < count; ++i) {
         const std::string& path = files[i];
         if (listener.onStart) listener.onStart(i, count, path);
@@ -116,9 +116,10 @@ std::vector<Failure> Run(const std::vector<std::string>& files, const Settings& 
             fail(i, path, "cannot read the picture");
             continue;
         }
-        const ChromaKeyParams params = UnattendedParams(ColourOfFile(source, settings));
-        process.SetImages(&source, &result);
-        if (process.Process(&params) != kOk) {
+        ChromaKeySettings key;
+        key.params = UnattendedParams(ColourOfFile(source, settings));
+        key.refine = settings.refine ? 1 : 0;
+        if (RunBackdropKey(key, source, result) != kOk) {
             fail(i, path, "keying failed (out of memory?)");
             continue;
         }

@@ -27,6 +27,7 @@ struct Settings {
     std::string outputDir;
     std::string affix;
     bool affixIsPrefix = false;
+    bool refine = false;   // the refined key (refined_key.h) instead of the classic one
 };
 
 // Mode 1's reading: at pickX % and pickY % of the picture, the mean (>> 2) of the four pixels left, right,

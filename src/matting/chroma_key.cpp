@@ -50,7 +50,10 @@ const vmparam::ParamTable& ChromaKeyParamTable()
                        "do not smooth JPEG colour blocks first"),
          vmparam::Flag("feather", At<&S::params, &P::featherSelection>(), 1, "soften the key's edge"),
          vmparam::Int("luma-strength", At<&S::lumaStrength>(), 0, 100,
-                      "strength of the key on a gray, white or black backdrop")}};
+                      "strength of the key on a gray, white or black backdrop"),
+         vmparam::Flag("refine", At<&S::refine>(), 1,
+                       "solve the edge where the classic key is unsure: strands, soft edges, white, gray and "
+                       "black backdrops; slower")}};
     return table;
 }
 

@@ -26,10 +26,12 @@ static_assert(sizeof(ChromaKeyParams) == 36, "nine 32-bit fields");
 struct ChromaKeySettings {
     ChromaKeyParams params;
     int32_t lumaStrength = 32;
+    // 1 runs the refined key (refined_key.h) instead of the classic one; the classic key stays the default.
+    int32_t refine = 0;
 };
 
-// strength, levels, shadow, no-recover, no-jpeg-chroma, feather and luma-strength over ChromaKeySettings. The
-// backdrop colour is not in it: it is picked (or estimated) from the picture.
+// strength, levels, shadow, no-recover, no-jpeg-chroma, feather, luma-strength and refine over
+// ChromaKeySettings. The backdrop colour is not in it: it is picked (or estimated) from the picture.
 const vmparam::ParamTable& ChromaKeyParamTable();
 
 // Keys out a single-coloured backdrop. A colourful backdrop goes through the hue key (and, if asked, the shadow

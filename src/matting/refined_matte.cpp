@@ -29,10 +29,8 @@ constexpr double kDiagonalFloor = 1e-6;
 // A level is solved from a half-size start when its band holds more unknowns than this.
 constexpr size_t kCoarseAbove = 8000;
 constexpr int kMaxLevels = 5;
-// Conjugate-gradient stop: relative residual, and an iteration cap per level (the coarse start makes the fine
-// level's work small; the cap keeps a pathological band from running for minutes).
-constexpr double kTolerance = 1e-4;
-constexpr int kIterationCap = 1500;
+// Conjugate-gradient stop: the relative residual and the iteration cap per level come with the parameters (the
+// coarse start makes the fine level's work small; the cap keeps a pathological band from running for minutes).
 constexpr int kChunk = 50;
 // Colour estimation: Jacobi sweeps and the smoothness weights (a floor plus the alpha difference to the neighbour).
 constexpr int kColourSweeps = 60;
@@ -379,8 +377,11 @@ void BuildSystem(const Level& l, double eps, const std::vector<float>& prior, co
 
 // Alpha of the band of one level, 0..1 per band pixel; larger bands start from the half-size solution.
 // Progress runs from lo to hi.
-std::vector<double> SolveLevel(const Level& l, double eps, int depth, const Reporter& rep, int lo, int hi)
+std::vector<double> SolveLevel(const Level& l, const RefinedMatteParams& params, int depth, const Reporter& rep, int lo,
+                               int hi)
 {
+    const double eps = params.epsilon;
+    const int iterationCap = std::max(kChunk, int(params.iterationCap));
     const size_t n = l.band.size();
     const std::vector<uint32_t> nf = NearestKnown(l, kFore);
     const std::vector<uint32_t> nb = NearestKnown(l, kBack);
@@ -395,7 +396,7 @@ std::vector<double> SolveLevel(const Level& l, double eps, int depth, const Repo
         Level coarse;
         Downsample(l, coarse);
         mid = lo + (hi - lo) / 3;
-        const std::vector<double> cx = SolveLevel(coarse, eps, depth + 1, rep, lo, mid);
+        const std::vector<double> cx = SolveLevel(coarse, params, depth + 1, rep, lo, mid);
         // Bilinear from the half-size alpha (coarse pixel centres sit at fine 2c + 0.5).
         auto at = [&](int cx0, int cy0) {
             cx0 = std::clamp(cx0, 0, int(coarse.width) - 1);
@@ -421,14 +422,14 @@ std::vector<double> SolveLevel(const Level& l, double eps, int depth, const Repo
     rep.CheckCancel();
 
     auto run = [&](auto& cg) {
-        cg.setTolerance(kTolerance);
+        cg.setTolerance(params.tolerance);
         cg.setMaxIterations(kChunk);
         cg.compute(a);
         if (cg.info() != Eigen::Success) throw std::bad_alloc();
-        for (int done = 0; done < kIterationCap; done += kChunk) {
+        for (int done = 0; done < iterationCap; done += kChunk) {
             x = cg.solveWithGuess(rhs, x);
             rep.CheckCancel();
-            rep.Report(mid + (hi - mid) * (done + kChunk) / kIterationCap);
+            rep.Report(mid + (hi - mid) * std::min(done + kChunk, iterationCap) / iterationCap);
             if (cg.info() == Eigen::Success) break;
         }
     };
@@ -535,13 +536,15 @@ long KnownAlpha(const Level& l, COLChannel& alpha)
 long Solve(const COLImage& src, const COLChannel& trimap, COLChannel& alpha, COLImage* foreground,
            const RefinedMatteParams& params, const Reporter& rep)
 {
-    if (!Valid(src, trimap) || !(params.epsilon >= 1e-9 && params.epsilon <= 1e-2)) return kFail;
+    if (!Valid(src, trimap) || !(params.epsilon >= 1e-9 && params.epsilon <= 1e-2) ||
+        !(params.tolerance > 0 && params.tolerance < 1))
+        return kFail;
     try {
         rep.Report(0);
         Level l;
         FromImage(src, trimap, l);
         std::vector<double> a;
-        if (!l.band.empty()) a = SolveLevel(l, params.epsilon, 0, rep, 2, 80);
+        if (!l.band.empty()) a = SolveLevel(l, params, 0, rep, 2, 80);
         rep.Report(80);
         std::vector<float> fore;
         if (foreground && !l.band.empty()) EstimateColours(l, a, fore, rep, 80, 98);

@@ -26,6 +26,11 @@ struct RefinedMatteParams {
     // Regularisation of the colour-line model (1e-9..1e-2, colours on a 0..1 scale). Larger values give softer,
     // smoother alpha; smaller ones follow fine detail (and noise) more closely.
     double epsilon = 1e-7;
+    // Where the conjugate gradients stop on each level: the relative residual (0..1, exclusive), and at most this
+    // many iterations (whole chunks of 50). A caller that solves many narrow bands can trade a little precision
+    // for time; the defaults give the documented figures.
+    double tolerance = 1e-4;
+    int32_t iterationCap = 1500;
 };
 
 // The engine for the worker thread. Image mode: the destination becomes the source with the new alpha, its band

@@ -1,10 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 
 #include "imaging/codec.h"
 #include "imaging/image.h"
+#include "matting/batch_key.h"
+#include "matting/chroma_key.h"
+#include "matting/refined_key.h"
 #include "support/test_support.h"
 
 using vmtest::CliResult;
@@ -142,4 +146,67 @@ TEST(CliBatchKey, RefusesBadArguments)
     EXPECT_EQ(RunCli("batch-key " + in + " -o " + Quote(dir.File("o")) + " --colour 120%,3%").exitCode, 2);
     EXPECT_EQ(RunCli("batch-key " + in + " -o " + Quote(dir.File("o")) + " --suffix a/b").exitCode, 2);
     EXPECT_FALSE(std::filesystem::exists(dir.File("o")));
+}
+
+TEST(CliKey, RefineSolvesTheEdgeAndLeavesTheClassicOutputAlone)
+{
+    vmtest::TempDir dir;
+    const std::string shot = dir.File("white.png");
+    const std::string data = vmtest::DataPath("matting/key_white.jpg");
+    ASSERT_TRUE(std::filesystem::exists(data));
+    std::filesystem::copy_file(data, shot);
+    const COLImage source = Load(shot);
+    ASSERT_FALSE(source.IsNull());
+
+    // Without the option: the classic key's bytes, as the engine gives them.
+    CliResult r = RunCli("key " + Quote(shot) + " -o " + Quote(dir.File("classic.png")) + " --backdrop 10%,10%");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_EQ(r.output.find("refined"), std::string::npos) << r.output;
+    ChromaKeySettings settings;
+    settings.params.backdrop = batchkey::ColourAtPercent(source, 10, 10);
+    COLImage copy, classic, refined;
+    copy.DuplicateFrom(&source);
+    CChromaKeyProcess process;
+    process.SetImages(&copy, &classic);
+    ASSERT_EQ(process.Process(&settings.params), kOk);
+    const COLImage classicOut = Load(dir.File("classic.png"));
+    ASSERT_EQ(classicOut.GetPixelCount(), classic.GetPixelCount());
+    EXPECT_TRUE(std::equal(classic.GetBuffer(), classic.GetBuffer() + classic.GetPixelCount(),
+                           classicOut.GetBuffer(), [](CPixel a, CPixel b) { return a.Word() == b.Word(); }));
+
+    // With it: the refined key's bytes, which differ from the classic ones.
+    r = RunCli("key " + Quote(shot) + " -o " + Quote(dir.File("refined.png")) + " --backdrop 10%,10% --refine");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("luma key, refined"), std::string::npos) << r.output;
+    settings.refine = 1;
+    ASSERT_EQ(RunBackdropKey(settings, copy, refined), kOk);
+    const COLImage refinedOut = Load(dir.File("refined.png"));
+    ASSERT_EQ(refinedOut.GetPixelCount(), refined.GetPixelCount());
+    EXPECT_TRUE(std::equal(refined.GetBuffer(), refined.GetBuffer() + refined.GetPixelCount(),
+                           refinedOut.GetBuffer(), [](CPixel a, CPixel b) { return a.Word() == b.Word(); }));
+    EXPECT_FALSE(std::equal(refined.GetBuffer(), refined.GetBuffer() + refined.GetPixelCount(),
+                            classic.GetBuffer(), [](CPixel a, CPixel b) { return a.Word() == b.Word(); }));
+
+    EXPECT_NE(RunCli("key --help").output.find("--refine"), std::string::npos);
+    EXPECT_NE(RunCli("batch-key --help").output.find("--refine"), std::string::npos);
+}
+
+TEST(CliBatchKey, RefineTakesTheBackdropAwayCompletely)
+{
+    // The unattended classic key leaves a faint trace on a flat backdrop; the refined one none.
+    vmtest::TempDir dir;
+    std::filesystem::create_directories(dir.File("in"));
+    WriteShot(dir.File("in/a.bmp"), true);
+    const std::string out = dir.File("out");
+    CliResult r = RunCli("batch-key " + Quote(dir.File("in")) + " -o " + Quote(out) + " --colour 2EA848 --refine");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("1 of 1 pictures keyed"), std::string::npos) << r.output;
+    const COLImage keyed = Load(out + "/a.png");
+    ASSERT_FALSE(keyed.IsNull());
+    EXPECT_EQ(keyed.GetPixel2(5, 5).Word(), 0u);
+    EXPECT_EQ(keyed.GetPixel(48, 50), 0xFFD2783Cu);
+    r = RunCli("batch-key " + Quote(dir.File("in")) + " -o " + Quote(out) + " --colour 2EA848");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    const COLImage classic = Load(out + "/a.png");
+    EXPECT_GT(classic.GetPixel2(5, 5).alpha, 0);
 }

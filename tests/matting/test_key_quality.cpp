@@ -115,7 +115,7 @@ TEST(KeyQuality, EvaluationSetStaysWithinItsCeilings)
         {"white", true, 38.2, 9.9, 70.3},
     };
     const std::vector<Case> cases = LoadSet();
-    ASSERT_EQ(cases.size(), 4u);
+    ASSERT_GE(cases.size(), 4u);   // the figures below cover the first four
     for (const Ceiling& limit : ceilings) {
         const Case* c = nullptr;
         for (const Case& k : cases)

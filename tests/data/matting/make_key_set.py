@@ -7,6 +7,7 @@ JPEG at quality 85 with 4:2:0 chroma, the way a camera or a web upload would han
 
 Needs python3 (standard library only) and ImageMagick's `convert`. Output, beside this script:
   key_<name>.jpg        the composite, what the keyer gets
+  key_<name>.png        the same composite before JPEG compression
   key_<name>_alpha.png  the true alpha, 8-bit gray
   key_set.txt           one line per picture: name photo crop-x crop-y width height backdrop-RRGGBB
 The true foreground colour is the crop of the photograph itself (assets/samples/<photo>), so it is not stored.
@@ -28,6 +29,8 @@ SET = [
     ("blue", "chelsea.png", 110, 40, (34, 78, 196), 2),
     ("gray", "coffee.png", 150, 10, (128, 128, 128), 3),
     ("white", "astronaut.png", 150, 220, (244, 244, 242), 4),
+    ("lightgray", "chelsea.png", 180, 80, (196, 196, 194), 5),
+    ("black", "coffee.png", 330, 190, (20, 20, 22), 6),
 ]
 
 
@@ -144,6 +147,10 @@ def build(name, photo, ox, oy, colour, seed):
                 out[i * 3 + c] = max(0, min(255, int(v + 0.5)))
 
     header = b"P6\n%d %d\n255\n" % (W, H)
+    # The same composite without JPEG's losses, so that a figure can tell the key's own errors from JPEG's.
+    lossless = os.path.join(HERE, "key_%s.png" % name)
+    subprocess.run(["convert", "ppm:-", "-strip", "-define", "png:exclude-chunks=date,time", lossless],
+                   input=header + bytes(out), check=True)
     jpg = os.path.join(HERE, "key_%s.jpg" % name)
     subprocess.run(["convert", "ppm:-", "-strip", "-quality", "85", "-sampling-factor", "2x2,1x1,1x1", jpg],
                    input=header + bytes(out), check=True)

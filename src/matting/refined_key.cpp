@@ -1,0 +1,522 @@
+#include "matting/refined_key.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <vector>
+
+#include "matting/key_rows.h"
+#include "matting/refined_matte.h"
+#include "runtime/status.h"
+
+namespace {
+
+constexpr uint8_t kTriBack = 0;
+constexpr uint8_t kTriBand = 128;
+constexpr uint8_t kTriSubject = 255;
+
+// How far a backdrop colour may lie off the line from black through the picked colour (0..255 units): a floor
+// for noise and JPEG's colour blocks, plus a share of its brightness. A colourful backdrop's saturation swings
+// with the light and with JPEG's chroma blocks, so it gets the larger share; a gray one keeps the small share,
+// which stops the backdrop at a subject's pale, nearly gray colours (light fur, skin in shade).
+constexpr float kPerpBase = 8.0f;
+constexpr float kPerpShareColourful = 0.08f;
+constexpr float kPerpShareGray = 0.03f;
+// Brightness of the backdrop along that line, relative to the picked colour: a shadow may darken it to this
+// share, light may lift it this far; the slack keeps a black backdrop's narrow range usable.
+constexpr float kDarkest = 0.35f;
+constexpr float kBrightest = 1.3f;
+constexpr float kSlack = 12.0f;
+// Largest colour step between neighbouring backdrop pixels (3 x 3 means, per channel): a floor plus a share of
+// the brightness, so that the falling edge of a shadow is followed and the subject's edge is not.
+constexpr float kStepBase = 6.0f;
+constexpr float kStepShare = 0.035f;
+// Backdrop is entered only where the colour lies this close to the picked one.
+constexpr float kSeedDistance = 40.0f;
+// A backdrop patch that the border does not reach counts when it holds this share of the picture.
+constexpr double kIslandShare = 0.01;
+// Backdrop pixels whose 3 x 3 mean lies further than this many noise widths from the backdrop's local colour
+// have something in front of them (a strand, the faint end of a soft edge) and go to the band; pixels within it
+// are backdrop. The noise width is measured on the backdrop itself. The floor (in 0..255 levels) is above JPEG's
+// ringing at q85 beside strands and edges: below it, the backdrop between dense strands would go to the band and
+// be solved without any sure backdrop near, as a blur.
+constexpr float kResidualWidths = 4.0f;
+constexpr float kResidualFloor = 9.0f;
+
+// Side of the cells over which the backdrop's local colour is averaged, and how many cells that colour reaches
+// into the subject (the band lies within a few pixels of the backdrop, so a short reach serves it).
+constexpr int kCell = 4;
+constexpr int kFillPasses = 4;
+// Weight of the solver's colour estimate against the compositing equation with the local backdrop colour, which
+// decides where alpha is large and fades out where alpha is small.
+constexpr float kColourPrior = 0.05f;
+
+// On a colourful backdrop, pixels the classic key leaves below opaque within this many band widths of the
+// backdrop join the band.
+constexpr int kUnsureReach = 3;
+
+// Progress of the steps, in percent of the run.
+constexpr int kClassicEnd = 25;
+constexpr int kTrimapEnd = 32;
+constexpr int kSolveEnd = 98;
+
+// Hands the solver a slice of this run's progress range and this run's cancel flag.
+class CSubRange : public CImageProcess {
+public:
+    CSubRange(CImageProcess& owner, int lo, int hi) : m_owner(owner), m_lo(lo), m_hi(hi) {}
+    void ReportProgress(int32_t percent) override { m_owner.ReportProgress(m_lo + (m_hi - m_lo) * percent / 100); }
+    uint32_t TestAndClearCancel() override { return m_owner.TestAndClearCancel(); }
+
+private:
+    CImageProcess& m_owner;
+    int m_lo, m_hi;
+};
+
+// Which colours can be backdrop: close to the line from black through the picked colour, within the
+// brightness a shadow or uneven light gives it.
+struct BackdropColour {
+    float b[3];
+    float bb, length, perpShare;
+
+    explicit BackdropColour(CPixel c)
+        : b{float(c.red), float(c.green), float(c.blue)}, bb(b[0] * b[0] + b[1] * b[1] + b[2] * b[2]),
+          length(std::sqrt(bb)),
+          perpShare(CChromaKeyProcess::IsChromatic(c) ? kPerpShareColourful : kPerpShareGray)
+    {
+    }
+
+    bool Admits(const CPixel& p) const
+    {
+        const float c[3] = {float(p.red), float(p.green), float(p.blue)};
+        const float s = bb >= 1.0f ? (c[0] * b[0] + c[1] * b[1] + c[2] * b[2]) / bb : 0.0f;
+        float perp = 0;
+        for (int k = 0; k < 3; ++k) perp += (c[k] - s * b[k]) * (c[k] - s * b[k]);
+        const float along = s * length;
+        const float limit = kPerpBase + perpShare * std::max(along, 0.0f);
+        return perp <= limit * limit && along >= kDarkest * length - kSlack && along <= kBrightest * length + kSlack;
+    }
+
+    bool Near(const CPixel& p) const
+    {
+        const float d0 = p.red - b[0], d1 = p.green - b[1], d2 = p.blue - b[2];
+        return d0 * d0 + d1 * d1 + d2 * d2 < kSeedDistance * kSeedDistance;
+    }
+};
+
+// 3 x 3 mean of each colour byte, truncated; the border repeats. Alpha is not read.
+void Smooth(const COLImage& src, COLImage& out)
+{
+    const int w = int(src.GetWidth()), h = int(src.GetHeight());
+    const CPixel* in = src.GetBuffer();
+    CPixel* o = out.GetBuffer();
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            const CPixel* rows[3] = {in + size_t(std::max(0, y - 1)) * size_t(w), in + size_t(y) * size_t(w),
+                                     in + size_t(std::min(h - 1, y + 1)) * size_t(w)};
+            for (int x = 0; x < w; ++x) {
+                const int xs[3] = {std::max(0, x - 1), x, std::min(w - 1, x + 1)};
+                int sum[3] = {0, 0, 0};
+                for (const CPixel* row : rows)
+                    for (int k : xs) {
+                        sum[0] += row[k].red;
+                        sum[1] += row[k].green;
+                        sum[2] += row[k].blue;
+                    }
+                o[size_t(y) * size_t(w) + size_t(x)] =
+                    CPixel::Make(uint8_t(sum[0] / 9), uint8_t(sum[1] / 9), uint8_t(sum[2] / 9));
+            }
+        }
+    });
+}
+
+bool SmallStep(const CPixel& p, const CPixel& q)
+{
+    const int bright = std::max({p.red, p.green, p.blue, q.red, q.green, q.blue});
+    const float limit = kStepBase + kStepShare * float(bright);
+    return float(std::abs(p.red - q.red)) <= limit && float(std::abs(p.green - q.green)) <= limit &&
+           float(std::abs(p.blue - q.blue)) <= limit;
+}
+
+// Marks the backdrop (1 in `back`): flooded from the border's backdrop-coloured pixels through allowed pixels
+// in small steps, then patches of backdrop colour the border does not reach, when they are large.
+void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, const std::vector<uint8_t>& allowed,
+                   std::vector<uint8_t>& back)
+{
+    const int w = int(smooth.GetWidth()), h = int(smooth.GetHeight());
+    const size_t n = size_t(w) * size_t(h);
+    // 0 unseen, 1 backdrop, 2 admitted colour but not (yet) backdrop, 3 looked at and refused as an island
+    std::vector<uint8_t> state(n);
+    const CPixel* px = smooth.GetBuffer();
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
+            state[i] = allowed[i] ? 2 : 0;
+    });
+
+    std::vector<uint32_t> queue;
+    auto grow = [&](size_t head, uint8_t mark) {
+        for (; head < queue.size(); ++head) {
+            const uint32_t i = queue[head];
+            const int x = int(i % uint32_t(w)), y = int(i / uint32_t(w));
+            const int nx[4] = {x - 1, x + 1, x, x};
+            const int ny[4] = {y, y, y - 1, y + 1};
+            for (int k = 0; k < 4; ++k) {
+                if (nx[k] < 0 || ny[k] < 0 || nx[k] >= w || ny[k] >= h) continue;
+                const uint32_t j = uint32_t(ny[k]) * uint32_t(w) + uint32_t(nx[k]);
+                if (state[j] != 2 || !SmallStep(px[i], px[j])) continue;
+                state[j] = mark;
+                queue.push_back(j);
+            }
+        }
+    };
+    auto seed = [&](size_t i, uint8_t mark) {
+        if (state[i] != 2 || !model.Near(px[i])) return false;
+        state[i] = mark;
+        queue.push_back(uint32_t(i));
+        return true;
+    };
+    for (int x = 0; x < w; ++x) {
+        seed(size_t(x), 1);
+        seed(size_t(h - 1) * size_t(w) + size_t(x), 1);
+    }
+    for (int y = 0; y < h; ++y) {
+        seed(size_t(y) * size_t(w), 1);
+        seed(size_t(y) * size_t(w) + size_t(w - 1), 1);
+    }
+    grow(0, 1);
+
+    // Patches not reached from the border: a large one is backdrop seen through a gap; a small one is more
+    // likely a part of the subject in the backdrop's colour, and is left to the solver.
+    const size_t island = std::max<size_t>(64, size_t(kIslandShare * double(n)));
+    for (size_t i = 0; i < n; ++i) {
+        queue.clear();
+        if (!seed(i, 4)) continue;
+        grow(0, 4);
+        const uint8_t mark = queue.size() >= island ? 1 : 3;
+        for (uint32_t j : queue) state[j] = mark;
+    }
+    back.resize(n);
+    for (size_t i = 0; i < n; ++i) back[i] = state[i] == 1;
+}
+
+// Grows set pixels (non-zero) by radius in the chessboard metric: rows first, then columns.
+void Dilate(const std::vector<uint8_t>& in, std::vector<uint8_t>& out, int w, int h, int radius)
+{
+    std::vector<uint8_t> rows(in.size());
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            const uint8_t* s = &in[size_t(y) * size_t(w)];
+            uint8_t* d = &rows[size_t(y) * size_t(w)];
+            for (int x = 0; x < w; ++x) {
+                uint8_t v = 0;
+                for (int k = std::max(0, x - radius), e = std::min(w - 1, x + radius); k <= e && !v; ++k) v = s[k];
+                d[x] = v;
+            }
+        }
+    });
+    out.resize(in.size());
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y)
+            for (int x = 0; x < w; ++x) {
+                uint8_t v = 0;
+                for (int k = std::max(0, y - radius), e = std::min(h - 1, y + radius); k <= e && !v; ++k)
+                    v = rows[size_t(k) * size_t(w) + size_t(x)];
+                out[size_t(y) * size_t(w) + size_t(x)] = v;
+            }
+    });
+}
+
+// The backdrop's colour near each pixel: the mean of the sure backdrop over cells of kCell x kCell pixels, cells
+// without backdrop filled from their neighbours for a few cells, read bilinearly between cell centres. It keeps
+// uneven light and shadows that a single colour would not.
+class CBackdropField {
+public:
+    // back: non-zero where a pixel is backdrop.
+    void Build(const COLImage& src, const std::vector<uint8_t>& back, CPixel fallback)
+    {
+        m_w = int(src.GetWidth());
+        m_h = int(src.GetHeight());
+        m_gw = (m_w + kCell - 1) / kCell;
+        m_gh = (m_h + kCell - 1) / kCell;
+        m_fallback[0] = fallback.red;
+        m_fallback[1] = fallback.green;
+        m_fallback[2] = fallback.blue;
+        m_cells.assign(size_t(m_gw) * size_t(m_gh) * 4, 0.0f);
+        const CPixel* p = src.GetBuffer();
+        keyrows::ForRows(0, m_gh, size_t(m_gw) * kCell * kCell, [&](int g0, int g1) {
+            for (int gy = g0; gy < g1; ++gy)
+                for (int y = gy * kCell, ye = std::min(m_h, y + kCell); y < ye; ++y)
+                    for (int x = 0; x < m_w; ++x) {
+                        const size_t i = size_t(y) * size_t(m_w) + size_t(x);
+                        if (!back[i]) continue;
+                        float* c = &m_cells[(size_t(gy) * size_t(m_gw) + size_t(x / kCell)) * 4];
+                        c[0] += p[i].red;
+                        c[1] += p[i].green;
+                        c[2] += p[i].blue;
+                        c[3] += 1.0f;
+                    }
+        });
+        for (size_t c = 0; c < m_cells.size(); c += 4)
+            if (m_cells[c + 3] > 0)
+                for (int k = 0; k < 3; ++k) m_cells[c + size_t(k)] /= m_cells[c + 3];
+        // Fill: each pass gives an empty cell the mean of its filled neighbours of the pass before.
+        std::vector<float> next;
+        for (int pass = 0; pass < kFillPasses; ++pass) {
+            next = m_cells;
+            bool changed = false;
+            for (int gy = 0; gy < m_gh; ++gy)
+                for (int gx = 0; gx < m_gw; ++gx) {
+                    float* out = &next[(size_t(gy) * size_t(m_gw) + size_t(gx)) * 4];
+                    if (out[3] > 0) continue;
+                    float sum[3] = {0, 0, 0};
+                    int count = 0;
+                    for (int dy = -1; dy <= 1; ++dy)
+                        for (int dx = -1; dx <= 1; ++dx) {
+                            const int nx = gx + dx, ny = gy + dy;
+                            if (nx < 0 || ny < 0 || nx >= m_gw || ny >= m_gh) continue;
+                            const float* c = &m_cells[(size_t(ny) * size_t(m_gw) + size_t(nx)) * 4];
+                            if (c[3] <= 0) continue;
+                            for (int k = 0; k < 3; ++k) sum[k] += c[k];
+                            ++count;
+                        }
+                    if (!count) continue;
+                    for (int k = 0; k < 3; ++k) out[k] = sum[k] / float(count);
+                    out[3] = 1.0f;
+                    changed = true;
+                }
+            m_cells.swap(next);
+            if (!changed) break;
+        }
+    }
+
+    // The colour at pixel (x, y), 0..255 per channel.
+    void At(int x, int y, float out[3]) const
+    {
+        const float fx = (float(x) + 0.5f) / kCell - 0.5f, fy = (float(y) + 0.5f) / kCell - 0.5f;
+        const int x0 = int(std::floor(fx)), y0 = int(std::floor(fy));
+        const float tx = fx - float(x0), ty = fy - float(y0);
+        float sum[3] = {0, 0, 0}, weight = 0;
+        for (int j = 0; j < 2; ++j)
+            for (int i = 0; i < 2; ++i) {
+                const int gx = std::clamp(x0 + i, 0, m_gw - 1), gy = std::clamp(y0 + j, 0, m_gh - 1);
+                const float* c = &m_cells[(size_t(gy) * size_t(m_gw) + size_t(gx)) * 4];
+                if (c[3] <= 0) continue;
+                const float wgt = (i ? tx : 1.0f - tx) * (j ? ty : 1.0f - ty);
+                for (int k = 0; k < 3; ++k) sum[k] += wgt * c[k];
+                weight += wgt;
+            }
+        for (int k = 0; k < 3; ++k) out[k] = weight > 1e-6f ? sum[k] / weight : m_fallback[k];
+    }
+
+    // Whether the colour at (x, y) comes from backdrop seen within the fill's reach.
+    bool Covers(int x, int y) const
+    {
+        const int gx = std::min(x / kCell, m_gw - 1), gy = std::min(y / kCell, m_gh - 1);
+        return m_cells[(size_t(gy) * size_t(m_gw) + size_t(gx)) * 4 + 3] > 0;
+    }
+
+private:
+    int m_w = 0, m_h = 0, m_gw = 0, m_gh = 0;
+    float m_fallback[3] = {0, 0, 0};
+    std::vector<float> m_cells;   // r, g, b, count (after filling: 1 when known)
+};
+
+// How far the 3 x 3 mean at (x, y) lies from the backdrop's local colour: the largest channel difference.
+int Residual(const COLImage& smooth, const CBackdropField& field, int x, int y)
+{
+    const CPixel p = smooth.GetBuffer()[size_t(y) * smooth.GetWidth() + size_t(x)];
+    float b[3];
+    field.At(x, y, b);
+    const float d = std::max({std::fabs(p.red - b[0]), std::fabs(p.green - b[1]), std::fabs(p.blue - b[2])});
+    return int(std::min(d, 255.0f));
+}
+
+// Corrects the flood with the backdrop's local colour. Flooded pixels that differ from it by more than the
+// backdrop's noise have something in front of them, too faint for the flood's steps: a strand, the end of a soft
+// edge; they leave the backdrop. Pixels the flood did not reach but that match the local colour within the noise
+// (backdrop enclosed by strands, or cut off by JPEG's ringing) join it.
+void CorrectBackdrop(const COLImage& smooth, const CBackdropField& field, const std::vector<uint8_t>& allowed,
+                     std::vector<uint8_t>& back)
+{
+    const int w = int(smooth.GetWidth()), h = int(smooth.GetHeight());
+    std::vector<uint8_t> residual(back.size());
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y)
+            for (int x = 0; x < w; ++x) {
+                const size_t i = size_t(y) * size_t(w) + size_t(x);
+                residual[i] = back[i] || field.Covers(x, y) ? uint8_t(Residual(smooth, field, x, y)) : 255;
+            }
+    });
+    // The noise width from the median residual (a normal spread's median absolute deviation is 0.6745 sigma).
+    size_t histogram[256] = {}, count = 0;
+    for (size_t i = 0; i < back.size(); ++i)
+        if (back[i]) {
+            ++histogram[residual[i]];
+            ++count;
+        }
+    if (!count) return;
+    size_t seen = 0;
+    int median = 0;
+    while (median < 255 && (seen += histogram[median]) * 2 < count) ++median;
+    const float limit = std::max(kResidualFloor, kResidualWidths * float(median) / 0.6745f);
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
+            back[i] = float(residual[i]) <= limit && (back[i] || allowed[i]);
+    });
+}
+
+} // namespace
+
+long CRefinedKeyProcess::Process(const void* params)
+{
+    if (CImageProcess::Process(params) != kOk || params == nullptr) return kFail;
+    const ChromaKeySettings settings = *static_cast<const ChromaKeySettings*>(params);
+    if (m_pSrcImage->GetWidth() > kMaxImageSide || m_pSrcImage->GetHeight() > kMaxImageSide) return kFail;
+    return vmrt::GuardExhaustion([&] { return Run(settings); });
+}
+
+long CRefinedKeyProcess::Run(const ChromaKeySettings& settings)
+{
+    const COLImage& src = *m_pSrcImage;
+    const int w = int(src.GetWidth()), h = int(src.GetHeight());
+    const size_t n = size_t(w) * size_t(h);
+    auto at = [&](int percent) {
+        return int32_t(m_progressLow + (int64_t(m_progressHigh) - m_progressLow) * percent / 100);
+    };
+
+    // The classic key: on a colourful backdrop, what it leaves below opaque near the backdrop joins the band.
+    COLImage classic;
+    CChromaKeyProcess key;
+    key.SetLumaStrength(settings.lumaStrength);
+    key.SetImages(m_pSrcImage, &classic);
+    key.SetProgressCallback(GetProgressCallback());
+    key.SetProgressRange(at(0), at(kClassicEnd));
+    if (key.Process(&settings.params) != kOk) return kFail;
+    m_chromatic = key.WasChromatic();
+    if (TestAndClearCancel()) return kFail;
+
+    // The backdrop, then the band a few pixels wide on the subject's side of it.
+    COLImage smooth;
+    if (smooth.Create(uint32_t(w), uint32_t(h)) != kOk) return kFail;
+    Smooth(src, smooth);
+    std::vector<uint8_t> back;
+    const BackdropColour model(settings.params.backdrop);
+    std::vector<uint8_t> allowed(n);
+    const CPixel* sp = smooth.GetBuffer();
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
+            allowed[i] = model.Admits(sp[i]);
+    });
+    FloodBackdrop(smooth, model, allowed, back);
+    CBackdropField field;
+    field.Build(src, back, settings.params.backdrop);
+    CorrectBackdrop(smooth, field, allowed, back);
+    allowed = std::vector<uint8_t>();
+    // On a colourful backdrop the band also takes what the classic key is unsure of near the backdrop: its hue
+    // distance sees JPEG's colour blocks and faint strands there that the colour steps alone let through.
+    std::vector<uint8_t> unsure;
+    if (m_chromatic) {
+        std::vector<uint8_t> nearWide;
+        Dilate(back, nearWide, w, h, kUnsureReach * std::max(1, m_options.bandRadius));
+        unsure.resize(n);
+        const CPixel* cp = classic.GetBuffer();
+        keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+            for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
+                unsure[i] = nearWide[i] && cp[i].alpha < 255;
+        });
+    }
+    smooth = COLImage();
+    std::vector<uint8_t> near, notBack(n);
+    Dilate(back, near, w, h, std::max(1, m_options.bandRadius));
+    for (size_t i = 0; i < n; ++i) notBack[i] = !back[i];
+    std::vector<uint8_t> rim;
+    Dilate(notBack, rim, w, h, 1);   // backdrop pixels next to something else belong to the band
+
+    COLChannel trimap;
+    if (trimap.Create(uint32_t(w), uint32_t(h)) != kOk) return kFail;
+    uint8_t* t = trimap.GetBuffer();
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i) {
+            if (back[i])
+                t[i] = rim[i] ? kTriBand : kTriBack;
+            else if (near[i] || (!unsure.empty() && unsure[i]))
+                t[i] = kTriBand;
+            else
+                t[i] = kTriSubject;
+        }
+    });
+    classic = COLImage();
+    unsure = std::vector<uint8_t>();
+    ReportProgress(kTrimapEnd);
+    if (TestAndClearCancel()) return kFail;
+
+    // The band's alpha and the subject's colour in it.
+    RefinedMatteParams solve;
+    solve.epsilon = m_options.epsilon;
+    solve.tolerance = m_options.tolerance;
+    solve.iterationCap = m_options.iterationCap;
+    COLChannel alpha;
+    COLImage result;
+    CSubRange range(*this, kTrimapEnd, kSolveEnd);
+    if (SolveRefinedMatte(src, trimap, alpha, &result, solve, {}, &range) != kOk) return kFail;
+
+    // Band colours: the compositing equation with the backdrop's local colour, I = a F + (1 - a) B, solved for F
+    // in the least-squares sense with a weak pull towards the solver's estimate, which takes over where alpha is
+    // too small for the equation to say much. Sure backdrop carries nothing, as the classic key leaves it.
+    for (size_t i = 0; i < n; ++i) back[i] = t[i] == kTriBack;
+    field.Build(src, back, settings.params.backdrop);
+    CPixel* r = result.GetBuffer();
+    const CPixel* s = src.GetBuffer();
+    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y)
+            for (int x = 0; x < w; ++x) {
+                const size_t i = size_t(y) * size_t(w) + size_t(x);
+                if (t[i] == kTriBack) {
+                    r[i] = CPixel{0, 0, 0, 0};
+                    continue;
+                }
+                if (t[i] != kTriBand) continue;
+                float b[3];
+                field.At(x, y, b);
+                const float a = r[i].alpha / 255.0f;
+                const float in[3] = {float(s[i].red), float(s[i].green), float(s[i].blue)};
+                const float prior[3] = {float(r[i].red), float(r[i].green), float(r[i].blue)};
+                uint8_t out[3];
+                for (int k = 0; k < 3; ++k) {
+                    const float f = (a * (in[k] - (1.0f - a) * b[k]) + kColourPrior * prior[k]) / (a * a + kColourPrior);
+                    out[k] = uint8_t(std::clamp(f, 0.0f, 255.0f) + 0.5f);
+                }
+                r[i].red = out[0];
+                r[i].green = out[1];
+                r[i].blue = out[2];
+            }
+    });
+    m_trimap = std::move(trimap);
+    *m_pDstImage = std::move(result);
+    ReportProgress(100);
+    return kOk;
+}
+
+long RunBackdropKey(const ChromaKeySettings& settings, COLImage& source, COLImage& result, ProgressCallback progress,
+                    bool* chromatic)
+{
+    long r;
+    bool hue;
+    if (settings.refine) {
+        CRefinedKeyProcess process;
+        process.SetImages(&source, &result);
+        process.SetProgressCallback(progress);
+        process.SetProgressRange(0, 100);
+        r = process.Process(&settings);
+        hue = process.WasChromatic();
+    } else {
+        CChromaKeyProcess process;
+        process.SetLumaStrength(settings.lumaStrength);
+        process.SetImages(&source, &result);
+        process.SetProgressCallback(progress);
+        process.SetProgressRange(0, 100);
+        r = process.Process(&settings.params);
+        hue = process.WasChromatic();
+    }
+    if (chromatic) *chromatic = hue;
+    return r;
+}
