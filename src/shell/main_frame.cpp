@@ -56,11 +56,6 @@ bool IsBuilt(int id)
     case cmd::kImageSize:
     case cmd::kCanvasSize:
     case cmd::kLensBlur:
-    case cmd::kFeather:
-    case cmd::kExpand:
-    case cmd::kShrink:
-    case cmd::kFill:
-    case cmd::kStroke:
     case cmd::kInpaint:
         return false;
     default:
@@ -553,6 +548,19 @@ void CMainFrame::OnCommand(int id)
         break;
     case cmd::kCompanion:
         OnCompanion();
+        break;
+    case cmd::kExpand:
+    case cmd::kShrink:
+        OnExpand(id == cmd::kExpand);
+        break;
+    case cmd::kFeather:
+        OnFeather();
+        break;
+    case cmd::kStroke:
+        OnStroke();
+        break;
+    case cmd::kSegmentDeflate:
+        OnSegmentDeflate();
         break;
     case cmd::kTutorialCompose:
     case cmd::kTutorialBlue:
