@@ -428,9 +428,10 @@ void CMainFrame::OnSelectionMode(bool selection)
 {
     CComposeDocument& doc = m_app.Document();
     m_pView->SetSource(selection ? static_cast<ICanvasSource*>(&m_pToolBar->Selection()) : &doc);
-    if (selection)
+    if (selection) {
         selmode::BuildMenus(*this, *m_pToolBar, *m_pServices);
-    else
+        AddSelectionFeatherItem();
+    } else
         BuildMenus(true);
     m_pView->ZoomFit();
     UpdatePanels();

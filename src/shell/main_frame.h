@@ -53,6 +53,7 @@ public:
     IHistoryNavigator* GetSelectionHistory() override;
     void RefreshSelectionDocument() override;
     void UpdatePanels() override;
+    CSelectionDocument* GetSelectionDocument() override;
 
     // ISessionPrompts
     EDiscardChoice AskDiscard() override;
@@ -147,6 +148,8 @@ private:
     void OnFeather();
     void OnStroke();
     void OnSegmentDeflate();
+    // Selection mode's "feather and shrink" item, added to the first menu of that mode.
+    void AddSelectionFeatherItem();
     // The composite or a picture in the format of the name's extension; a name without a known one gets the
     // button's extension. False after the message.
     bool ExportComposite(const std::string& path, const char* extension);

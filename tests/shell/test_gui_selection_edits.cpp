@@ -1,9 +1,12 @@
 #include <QAction>
+#include <QCheckBox>
 #include <QDialog>
+#include <QMenu>
 #include <QSlider>
 #include <QSpinBox>
 #include <QTest>
 #include <QTimer>
+#include <QToolButton>
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -11,11 +14,14 @@
 #include <gtest/gtest.h>
 
 #include "document/layer.h"
+#include "document/selection_document.h"
+#include "effects/selection_modifiers.h"
 #include "gui_support.h"
 #include "imaging/codec.h"
 #include "shell/image_view.h"
 #include "shell/main_frame.h"
 #include "shell/shell_app.h"
+#include "shell/tool_bar.h"
 
 using namespace vmtest;
 
@@ -102,7 +108,8 @@ TEST_F(SelectionEdits, ExpandFillAndStrokeThroughTheMenus)
     const COLChannel& mask = doc.GetSelectionMask();
     for (uint32_t y = 0; y < kH; ++y)
         for (uint32_t x = 0; x < kW; ++x)
-            ASSERT_EQ(mask.GetValue(x, y), x + 3 >= kL && x < kR + 3 && y + 3 >= kT && y < kB + 3 ? 255 : 0) << x << "," << y;
+            ASSERT_EQ(mask.GetValue(x, y), x + 3 >= kL && x < kR + 3 && y + 3 >= kT && y < kB + 3 ? 255 : 0)
+                << x << "," << y;
 
     // Fill at 60 % with the foreground colour.
     const std::vector<uint8_t> before = Base();
@@ -142,4 +149,40 @@ TEST_F(SelectionEdits, ExpandFillAndStrokeThroughTheMenus)
         QTest::qWait(300);
         m_frame->grab().save(QString::fromUtf8(dir) + QStringLiteral("/fill-stroke.png"));
     }
+}
+
+TEST_F(SelectionEdits, FeatherOfTheResultMaskInSelectionMode)
+{
+    auto* createSel = m_frame->findChild<QToolButton*>(QStringLiteral("createsel"));
+    ASSERT_NE(createSel, nullptr);
+    QTest::mouseClick(createSel, Qt::LeftButton);
+    ASSERT_TRUE(m_frame->IsSelectionMode());
+    auto* feather = m_frame->findChild<QAction*>(QStringLiteral("selfeather"));
+    ASSERT_NE(feather, nullptr);
+    EXPECT_FALSE(feather->isEnabled()) << "no result mask yet";
+
+    CSelectionDocument& selection = m_frame->ToolBar()->Selection();
+    COLChannel& mask = *selection.GetResultMask();
+    mask.Create(kW, kH);
+    for (uint32_t y = 0; y < kH; ++y)
+        for (uint32_t x = 0; x < kW; ++x)
+            mask.SetValue(x, y, x >= kL && x < kR && y >= kT && y < kB ? 255 : 0);
+    COLChannel before, expected;
+    before.DuplicateFrom(&mask);
+    CFeatherProcess process;
+    process.SetChannels(&before, &expected);
+    const FeatherRecord record{3, 0, 1};
+    ASSERT_EQ(process.ProcessChannel(&record), 0);
+
+    const int steps = m_app.SelectionHistory()->GetCount();
+    for (QObject* o : feather->associatedObjects())
+        if (auto* menu = qobject_cast<QMenu*>(o)) Q_EMIT menu->aboutToShow();
+    ASSERT_TRUE(feather->isEnabled());
+    Answer([](QDialog& d) {
+        d.findChild<QSpinBox*>(QStringLiteral("radius"))->setValue(3);
+        d.findChild<QCheckBox*>(QStringLiteral("shrinkFirst"))->setChecked(true);
+    });
+    feather->trigger();
+    EXPECT_EQ(Bytes(*selection.GetResultMask()), Bytes(expected));
+    EXPECT_EQ(m_app.SelectionHistory()->GetCount(), steps + 1);
 }
