@@ -48,7 +48,20 @@ const char* const kHelp =
     "                            the layer's alpha, separate it to a new layer, or drop it\n"
     "  save-mask PLANE FILE      write a plane as gray PNG: selection (compose mode), outer, inner, result\n"
     "  save FILE                 write the picture as it stands (picture types or .vmpd)\n"
-    "Files named by save and save-mask, and OUT, are written only when the whole script succeeded.\n";
+    "Files named by save and save-mask, and OUT, are written only when the whole script succeeded.\n"
+    "\n"
+    "Commands that change or paint the selection (COLOUR is RRGGBB, the foreground when left out):\n"
+    "  command Doc_SelectExpand('N')            grow the selection by N pixels (square), N 1..32\n"
+    "  command Doc_SelectShrink('N')            shrink it by N pixels, N 1..32; nothing left deselects\n"
+    "  command Doc_SelectFeather('V')           soften its edge: Gaussian of sigma V / 2, V 1..999\n"
+    "  command Doc_SelectFeatherResult('R','K','S')\n"
+    "                                           selection mode: feather the result mask, radius R 0..8;\n"
+    "                                           K 1 keeps fine detail, S 1 shrinks by one pixel first\n"
+    "  command Doc_SelectSegmentDeflate         keep only the image segments wholly inside the selection\n"
+    "  command Doc_FillSelection('P','COLOUR')  fill the selection on the current layer, opacity P 0..100\n"
+    "  command Doc_StrokeSelection('W','P','COLOUR')\n"
+    "                                           paint a band W 1..16 pixels wide outside the selection,\n"
+    "                                           opacity P 1..100 (default 100)\n";
 
 struct Line {
     int number = 0;
@@ -139,6 +152,7 @@ public:
     IHistoryNavigator* GetSelectionHistory() override { return &m_history; }
     void RefreshSelectionDocument() override { m_selection.RefreshPreview(); }
     void UpdatePanels() override {}
+    CSelectionDocument* GetSelectionDocument() override { return &m_selection; }
 
     // IToolBarHost
     void ShowHelp(const std::string&) override {}

@@ -7,12 +7,14 @@
 
 #include "commands/history_log.h"
 #include "commands/history_sink.h"
+#include "commands/modifier_commands.h"
 #include "commands/project_stream.h"
 #include "commands/selection_commands.h"
 #include "document/compose_document.h"
 #include "document/layer.h"
 #include "effects/flip_rotate.h"
 #include "effects/image_size.h"
+#include "effects/selection_modifiers.h"
 #include "imaging/codec.h"
 #include "imaging/gbk_text.h"
 
@@ -343,6 +345,54 @@ bool ZoomCommand(CCommandContext& context, const CCommand& command)
     return context.host && context.host->Zoom(direction);
 }
 
+// ---- selection modifiers, fill and stroke -------------------------------------------------------------------
+
+// "Doc_SelectExpand('n')", "Doc_SelectShrink('n')" (n 1..32), "Doc_SelectFeather('v')" (v 1..999).
+bool Modify(CCommandContext& context, const CCommand& command, int direction)
+{
+    int value = 0;
+    if (!ArgInt(command, 0, value)) return false;
+    if (direction == 0) return FeatherSelection(context, value);
+    if (value < ExpandSettings::kMinAmount || value > ExpandSettings::kMaxAmount) return false;
+    return ExpandSelection(context, direction * value);
+}
+
+// "Doc_SelectFeatherResult('radius'[,'keepDetail','shrinkFirst'])": the feather of selection mode.
+bool FeatherResult(CCommandContext& context, const CCommand& command)
+{
+    FeatherRecord record;
+    if (!ArgInt(command, 0, record.radius)) return false;
+    if (command.args.size() > 1 && !ArgInt(command, 1, record.keepDetail)) return false;
+    if (command.args.size() > 2 && !ArgInt(command, 2, record.shrinkFirst)) return false;
+    return FeatherResultMask(context, record);
+}
+
+// Optional colour argument at index: "RRGGBB"; the foreground colour when absent.
+bool ColourArg(const CCommandContext& context, const CCommand& command, size_t index, uint32_t& colour)
+{
+    colour = context.foreground | 0xFF000000u;
+    return index >= command.args.size() || ParseColourArg(command.args[index].c_str(), colour);
+}
+
+// "Doc_FillSelection" opens the dialog; "Doc_FillSelection('opacity'[,'RRGGBB'])" fills with those settings.
+bool Fill(CCommandContext& context, const CCommand& command)
+{
+    if (command.args.empty()) return context.host && context.host->RunFillDialog();
+    FillSettings settings;
+    if (!ArgInt(command, 0, settings.opacity) || !ColourArg(context, command, 1, settings.colour)) return false;
+    return FillSelection(context, settings);
+}
+
+// "Doc_StrokeSelection('width'[,'opacity','RRGGBB'])".
+bool Stroke(CCommandContext& context, const CCommand& command)
+{
+    StrokeSettings settings;
+    if (!ArgInt(command, 0, settings.width)) return false;
+    if (command.args.size() > 1 && !ArgInt(command, 1, settings.opacity)) return false;
+    if (!ColourArg(context, command, 2, settings.colour)) return false;
+    return StrokeSelection(context, settings);
+}
+
 } // namespace
 
 bool ParseCommand(const char* text, CCommand& command)
@@ -423,7 +473,7 @@ int DispatchDocCommand(CCommandContext& context, const CCommand& command)
         if (Is(command, "Doc_FlipV")) ok &= Flip(context, false);
         if (Is(command, "Doc_FlipImageH")) ok &= FlipImageCommand(context, true);
         if (Is(command, "Doc_FlipImageV")) ok &= FlipImageCommand(context, false);
-        if (Is(command, "Doc_FillSelection")) ok &= context.host && context.host->RunFillDialog();
+        if (Is(command, "Doc_FillSelection")) ok &= Fill(context, command);
         break;
     case 'I':
         if (Is(command, "Doc_ImageSize")) ok &= ImageSize(context, command);
@@ -458,8 +508,12 @@ int DispatchDocCommand(CCommandContext& context, const CCommand& command)
         if (Is(command, "Doc_SelectInverse")) ok &= SelectInverse(context);
         if (Is(command, "Doc_SetCurLayer")) ok &= SetCurLayer(context, command);
         if (Is(command, "Doc_SmartInpaint")) ok &= context.host && context.host->RunInpaintDialog();
-        // Shrinking the selection to whole segments needs the segmentation, which is not in the tree yet.
-        if (Is(command, "Doc_SelectSegmentDeflate")) ok = false;
+        if (Is(command, "Doc_SelectSegmentDeflate")) ok &= DeflateSelection(context);
+        if (Is(command, "Doc_SelectExpand")) ok &= Modify(context, command, 1);
+        if (Is(command, "Doc_SelectShrink")) ok &= Modify(context, command, -1);
+        if (Is(command, "Doc_SelectFeather")) ok &= Modify(context, command, 0);
+        if (Is(command, "Doc_SelectFeatherResult")) ok &= FeatherResult(context, command);
+        if (Is(command, "Doc_StrokeSelection")) ok &= Stroke(context, command);
         break;
     default: break;
     }

@@ -5,6 +5,7 @@
 #include <vector>
 
 class CComposeDocument;
+class CSelectionDocument;
 class IHistorySink;
 class IHistoryNavigator;
 
@@ -55,6 +56,9 @@ public:
     virtual void RefreshSelectionDocument() = 0;
     // Panels show the new layer list and history.
     virtual void UpdatePanels() = 0;
+    // The selection document of selection mode, for the commands that change its result mask; null where there
+    // is none.
+    virtual CSelectionDocument* GetSelectionDocument() { return nullptr; }
 
 protected:
     ~ICommandHost() = default;

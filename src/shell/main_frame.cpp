@@ -57,11 +57,6 @@ bool IsBuilt(int id)
     case cmd::kImageSize:
     case cmd::kCanvasSize:
     case cmd::kLensBlur:
-    case cmd::kFeather:
-    case cmd::kExpand:
-    case cmd::kShrink:
-    case cmd::kFill:
-    case cmd::kStroke:
         return false;
     default:
         return true;
@@ -441,9 +436,10 @@ void CMainFrame::OnSelectionMode(bool selection)
 {
     CComposeDocument& doc = m_app.Document();
     m_pView->SetSource(selection ? static_cast<ICanvasSource*>(&m_pToolBar->Selection()) : &doc);
-    if (selection)
+    if (selection) {
         selmode::BuildMenus(*this, *m_pToolBar, *m_pServices);
-    else
+        AddSelectionFeatherItem();
+    } else
         BuildMenus(true);
     m_pView->ZoomFit();
     UpdatePanels();
@@ -561,6 +557,19 @@ void CMainFrame::OnCommand(int id)
         break;
     case cmd::kCompanion:
         OnCompanion();
+        break;
+    case cmd::kExpand:
+    case cmd::kShrink:
+        OnExpand(id == cmd::kExpand);
+        break;
+    case cmd::kFeather:
+        OnFeather();
+        break;
+    case cmd::kStroke:
+        OnStroke();
+        break;
+    case cmd::kSegmentDeflate:
+        OnSegmentDeflate();
         break;
     case cmd::kTutorialCompose:
     case cmd::kTutorialBlue:

@@ -44,7 +44,7 @@ public:
     bool CopyToClipboard(CComposeDocument& document) override;
     bool PasteFromClipboard(CComposeDocument& document, IHistorySink* history) override;
     bool AskOpenPath(bool documentFilter, std::string& path) override;
-    bool RunFillDialog() override { return false; }
+    bool RunFillDialog() override;
     bool RunInpaintDialog() override;
     void ShowMessage(const char* key) override; // also ISessionPrompts
     bool Zoom(int direction) override;
@@ -53,6 +53,7 @@ public:
     IHistoryNavigator* GetSelectionHistory() override;
     void RefreshSelectionDocument() override;
     void UpdatePanels() override;
+    CSelectionDocument* GetSelectionDocument() override;
 
     // ISessionPrompts
     EDiscardChoice AskDiscard() override;
@@ -142,6 +143,13 @@ private:
     void OnAbout();
     void OnCompanion();
     void OnOpenLayer();
+    // The selection modifiers, stroke and the deflate to segments (selection_actions.cpp).
+    void OnExpand(bool expand);
+    void OnFeather();
+    void OnStroke();
+    void OnSegmentDeflate();
+    // Selection mode's "feather and shrink" item, added to the first menu of that mode.
+    void AddSelectionFeatherItem();
     // The composite or a picture in the format of the name's extension; a name without a known one gets the
     // button's extension. False after the message.
     bool ExportComposite(const std::string& path, const char* extension);

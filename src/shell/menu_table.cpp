@@ -40,6 +40,7 @@ const MenuItemDef kItems[] = {
     {cmd::kShrink, "缩小选区...", "Shrink...", nullptr, EMenuArgument::kNone},
     {cmd::kFill, "填充 ...", "Fill...", "Doc_FillSelection", EMenuArgument::kNone},
     {cmd::kStroke, "描边 ...", "Stroke...", nullptr, EMenuArgument::kNone},
+    {cmd::kSegmentDeflate, "收缩到图像分块", "Shrink to segments", nullptr, EMenuArgument::kNone},
     {cmd::kInpaint, "智能修补选区 ...", "Smart inpaint...", "Doc_SmartInpaint", EMenuArgument::kNone},
     {cmd::kDeleteSelection, "删除选区内容\tDel", "Delete the selection\tDel", "Doc_Delect", EMenuArgument::kNone},
     {cmd::kDeleteOutside, "删除非选区内容\tCtrl+Del", "Delete outside the selection\tCtrl+Del", "Doc_DelectInv",
@@ -92,7 +93,9 @@ const std::vector<MenuDef>& ComposeMenus()
          "&File",
          {cmd::kNew, cmd::kOpen, cmd::kOpenProject, cmd::kSave, cmd::kClose, kSeparator, cmd::kPrint, kSeparator,
           cmd::kExit}},
-        {"编辑(&E)", "&Edit", {cmd::kUndo, cmd::kRedo, kSeparator, cmd::kCut, cmd::kCopy, cmd::kPaste}},
+        {"编辑(&E)",
+         "&Edit",
+         {cmd::kUndo, cmd::kRedo, kSeparator, cmd::kCut, cmd::kCopy, cmd::kPaste, kSeparator, cmd::kFill, cmd::kStroke}},
         {"图像(&I)",
          "&Image",
          {cmd::kImageSize, cmd::kCanvasSize, kSeparator, cmd::kRotateLeft, cmd::kRotateRight, cmd::kFlipH, cmd::kFlipV,
@@ -104,7 +107,7 @@ const std::vector<MenuDef>& ComposeMenus()
         {"选择(&S)",
          "&Select",
          {cmd::kSelectAll, cmd::kSelectNone, cmd::kSelectInverse, kSeparator, cmd::kFeather, cmd::kExpand, cmd::kShrink,
-          kSeparator, cmd::kFill, cmd::kStroke, cmd::kInpaint, kSeparator, cmd::kDeleteSelection, cmd::kDeleteOutside}},
+          cmd::kSegmentDeflate, kSeparator, cmd::kInpaint, kSeparator, cmd::kDeleteSelection, cmd::kDeleteOutside}},
         {"查看(&V)", "&View", {cmd::kStatusBar, cmd::kSettings}},
         {"帮助(&H)", "&Help", {kTutorialSubMenu, cmd::kHelpFile, cmd::kHomeSite, kSeparator, cmd::kAbout}},
     };
@@ -170,6 +173,7 @@ bool IsCommandEnabled(int id, const FrameState& s)
     case cmd::kExpand:
     case cmd::kShrink:
     case cmd::kStroke:
+    case cmd::kSegmentDeflate:
     case cmd::kDeleteSelection:
     case cmd::kDeleteOutside:
         return M;

@@ -41,6 +41,7 @@ inline constexpr int kExpand = 32800;
 inline constexpr int kShrink = 32801;
 inline constexpr int kFill = 32786;
 inline constexpr int kStroke = 32806;
+inline constexpr int kSegmentDeflate = 32813;
 inline constexpr int kInpaint = 32805;
 inline constexpr int kDeleteSelection = 32797;
 inline constexpr int kDeleteOutside = 32798;

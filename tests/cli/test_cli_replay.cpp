@@ -1,14 +1,18 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <tuple>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 #include "imaging/codec.h"
 #include "effects/polygon_fill.h"
+#include "effects/selection_modifiers.h"
 #include "imaging/channel.h"
 #include "imaging/image.h"
+#include "matting/gaussian.h"
 #include "support/test_support.h"
 
 using vmtest::CliResult;
@@ -120,4 +124,102 @@ TEST_F(CliReplay, BadLinesNameTheirLineAndWriteNothing)
     r = Replay("mode select\nmode compose apply\n", out);
     EXPECT_NE(r.exitCode, 0) << "a single layer is the base: apply is refused";
     EXPECT_FALSE(std::filesystem::exists(out));
+}
+
+TEST_F(CliReplay, ExpandFeatherAndFillThroughCommandLines)
+{
+    const std::string out = m_dir.File("filled.png"), soft = m_dir.File("soft.png");
+    const CliResult r = Replay("tool rect\n"
+                               "down 4 5\n"
+                               "up 30 22\n"
+                               "tool none\n"
+                               "command Doc_SelectExpand('2')\n"
+                               "command Doc_SelectFeather('3')\n"
+                               "save-mask selection " +
+                                   soft +
+                                   "\n"
+                                   "command Doc_FillSelection('60','FF0000')\n",
+                               out);
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    // The rectangle grown by a 5 x 5 square, then blurred at sigma 1.5.
+    const std::vector<uint8_t> rect = Expected({{4, 5}, {30, 5}, {30, 22}, {4, 22}, {4, 5}}, 40, 30);
+    COLChannel grown;
+    grown.Create(40, 30);
+    for (int y = 0; y < 30; ++y)
+        for (int x = 0; x < 40; ++x) {
+            uint8_t v = 0;
+            for (int j = std::max(0, y - 2); j <= std::min(29, y + 2); ++j)
+                for (int i = std::max(0, x - 2); i <= std::min(39, x + 2); ++i)
+                    v = std::max(v, rect[size_t(j) * 40 + i]);
+            grown.SetValue(uint32_t(x), uint32_t(y), v);
+        }
+    COLChannel feathered;
+    CGaussianProcess blur;
+    blur.SetChannels(&grown, &feathered);
+    const double sigma = 1.5;
+    ASSERT_EQ(blur.ProcessChannel(&sigma), 0);
+    const std::vector<uint8_t> mask = vmtest::Bytes(feathered);
+    EXPECT_EQ(ReadMask(soft), mask);
+
+    COLImage written;
+    ASSERT_NE(COLImageCodec().LoadFile(out.c_str(), &written), 0);
+    ASSERT_EQ(written.GetPixelCount(), mask.size());
+    for (size_t i = 0; i < mask.size(); ++i) {
+        const CPixel p = m_picture.GetBuffer()[i], q = written.GetBuffer()[i];
+        const int a = 60 * mask[i] / 100;
+        auto over = [a](int c, int below) { return a ? (c * a + below * (255 - a) + 127) / 255 : below; };
+        ASSERT_EQ(std::make_tuple(int(q.red), int(q.green), int(q.blue)),
+                  std::make_tuple(over(255, p.red), over(0, p.green), over(0, p.blue)))
+            << "pixel " << i << " mask " << int(mask[i]);
+    }
+}
+
+TEST_F(CliReplay, HelpListsTheSelectionCommands)
+{
+    const CliResult r = RunCli("replay --help");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    for (const char* name : {"Doc_SelectExpand", "Doc_SelectShrink", "Doc_SelectFeather", "Doc_SelectFeatherResult",
+                             "Doc_SelectSegmentDeflate", "Doc_FillSelection", "Doc_StrokeSelection"})
+        EXPECT_NE(r.output.find(name), std::string::npos) << name;
+}
+
+TEST_F(CliReplay, SelectionModeFeatherOfTheResultMaskUndoesAndRedoes)
+{
+    const std::string out = m_dir.File("out.png"), before = m_dir.File("before.png"), after = m_dir.File("after.png"),
+                      undone = m_dir.File("undone.png"), redone = m_dir.File("redone.png");
+    const CliResult r = Replay("mode select\n"
+                               "tool modifypolygon\n"
+                               "down 5 5\nup 5 5\nup 30 6\nup 28 24\nmove 5 5\nup 5 5\n"
+                               "tool none\n"
+                               "save-mask result " +
+                                   before +
+                                   "\n"
+                                   "command Doc_SelectFeatherResult('2','1','1')\n"
+                                   "save-mask result " +
+                                   after +
+                                   "\n"
+                                   "command UI_HistoryBackward\n"
+                                   "save-mask result " +
+                                   undone +
+                                   "\n"
+                                   "command UI_HistoryForward\n"
+                                   "save-mask result " +
+                                   redone +
+                                   "\n"
+                                   "mode compose keep\n",
+                               out);
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    const std::vector<uint8_t> mask = ReadMask(before);
+    COLChannel src, dst;
+    src.Create(40, 30);
+    std::memcpy(src.GetBuffer(), mask.data(), mask.size());
+    CFeatherProcess feather;
+    feather.SetChannels(&src, &dst);
+    const FeatherRecord record{2, 1, 1};
+    ASSERT_EQ(feather.ProcessChannel(&record), 0);
+    EXPECT_EQ(ReadMask(after), vmtest::Bytes(dst));
+    EXPECT_EQ(ReadMask(undone), mask);
+    EXPECT_EQ(ReadMask(redone), vmtest::Bytes(dst));
+    // Outside selection mode the command is refused.
+    EXPECT_NE(Replay("command Doc_SelectFeatherResult('2')\n", out).exitCode, 0);
 }

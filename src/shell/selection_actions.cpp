@@ -1,0 +1,147 @@
+// The main frame's Select and Edit items that change the selection as a whole or paint it: each asks its
+// settings in a dialog and runs the command string, so that the editor and a replay take the same road.
+
+#include <QApplication>
+#include <QCursor>
+#include <QMenu>
+#include <QMenuBar>
+#include <QProgressBar>
+
+#include "commands/modifier_commands.h"
+#include "matting/segment.h"
+#include "shell/app_globals.h"
+#include "shell/main_frame.h"
+#include "shell/selection_dialogs.h"
+#include "shell/tool_bar.h"
+
+namespace {
+
+QString Text(const char* key)
+{
+    return QString::fromStdString(GetString(key));
+}
+
+std::string Hex(uint32_t colour)
+{
+    char text[8];
+    std::snprintf(text, sizeof text, "%06X", unsigned(colour & 0xFFFFFFu));
+    return text;
+}
+
+// The wait cursor for the life of a scope.
+struct BusyCursor {
+    BusyCursor() { QApplication::setOverrideCursor(Qt::WaitCursor); }
+    ~BusyCursor() { QApplication::restoreOverrideCursor(); }
+};
+
+} // namespace
+
+bool CMainFrame::RunFillDialog()
+{
+    FillSettings settings;
+    settings.colour = m_app.CommandContext().foreground | 0xFF000000u;
+    if (!AskFill(this, settings)) return true; // cancelled: nothing to do, and nothing to complain about
+    BusyCursor busy;
+    return FillSelection(m_app.CommandContext(), settings);
+}
+
+void CMainFrame::OnExpand(bool expand)
+{
+    ExpandSettings settings;
+    settings.expand = expand ? 1 : 0;
+    if (!AskExpand(this, settings)) return;
+    BusyCursor busy;
+    RunCommand(std::string(expand ? "Doc_SelectExpand('" : "Doc_SelectShrink('") + std::to_string(settings.amount) +
+               "')");
+}
+
+void CMainFrame::OnFeather()
+{
+    FeatherSettings settings;
+    // A failed blur says so and offers the dialog again with the value the user chose.
+    while (AskFeather(this, settings)) {
+        int result;
+        {
+            BusyCursor busy;
+            result = m_execute("Doc_SelectFeather('" + std::to_string(settings.value) + "')");
+        }
+        UpdatePanels();
+        if (result == kCommandDone) return;
+        ShowMessage("expect");
+    }
+}
+
+void CMainFrame::OnStroke()
+{
+    StrokeSettings settings;
+    settings.colour = m_app.CommandContext().foreground | 0xFF000000u;
+    if (!AskStroke(this, settings)) return;
+    BusyCursor busy;
+    RunCommand("Doc_StrokeSelection('" + std::to_string(settings.width) + "','" + std::to_string(settings.opacity) +
+               "','" + Hex(settings.colour) + "')");
+}
+
+void CMainFrame::OnSegmentDeflate()
+{
+    // The segmentation runs here on the interface thread; its progress goes to the status bar, and the window
+    // repaints between reports (user input waits until the run is over).
+    struct Progress {
+        QProgressBar* bar;
+        static void Report(void* context, uint32_t code, int32_t value)
+        {
+            if (code != 1) return;
+            auto* self = static_cast<Progress*>(context);
+            self->bar->setValue(value);
+            self->bar->setVisible(value > 0 && value < 100);
+            QApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+        }
+    } progress{m_pProgress};
+    CSegmentProcess engine;
+    engine.SetProgressCallback({&Progress::Report, &progress});
+    engine.SetProgressRange(0, 100);
+    const QString before = StatusText();
+    SetTip(Text("deflatebusy"));
+    bool ok;
+    {
+        BusyCursor busy;
+        QApplication::processEvents(QEventLoop::ExcludeUserInputEvents);
+        ok = DeflateSelection(m_app.CommandContext(), &engine);
+    }
+    m_pProgress->hide();
+    SetTip(before);
+    if (!ok) ShowMessage("except");
+    UpdatePanels();
+}
+
+CSelectionDocument* CMainFrame::GetSelectionDocument()
+{
+    return m_pToolBar && IsSelectionMode() ? &m_pToolBar->Selection() : nullptr;
+}
+
+void CMainFrame::AddSelectionFeatherItem()
+{
+    const QList<QAction*> menus = menuBar()->actions();
+    QMenu* menu = menus.isEmpty() ? nullptr : menus.first()->menu();
+    if (!menu) return;
+    menu->addSeparator();
+    const bool chinese = m_app.GetLanguage() == ETextLanguage::kChinese;
+    QAction* feather =
+        menu->addAction(chinese ? QStringLiteral("羽化和内缩...") : QStringLiteral("Feather and shrink..."));
+    feather->setObjectName(QStringLiteral("selfeather"));
+    // Only a result mask with pixels can be feathered.
+    auto update = [this, feather] {
+        const COLChannel* mask = m_pToolBar->Selection().GetResultMask();
+        feather->setEnabled(!mask->IsNull() && !mask->IsAllZero());
+    };
+    connect(menu, &QMenu::aboutToShow, feather, update);
+    update();
+    connect(feather, &QAction::triggered, this, [this, update] {
+        update();
+        if (!m_pToolBar->Selection().GetResultMask() || m_pToolBar->Selection().GetResultMask()->IsNull()) return;
+        FeatherRecord record;
+        if (!AskSelFeather(this, record)) return;
+        BusyCursor busy;
+        RunCommand("Doc_SelectFeatherResult('" + std::to_string(record.radius) + "','" +
+                   std::to_string(record.keepDetail) + "','" + std::to_string(record.shrinkFirst) + "')");
+    });
+}

@@ -1,0 +1,304 @@
+#include <algorithm>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <tuple>
+#include <vector>
+
+#include "commands/command.h"
+#include "commands/doc_state.h"
+#include "commands/history_log.h"
+#include "commands/history_sink.h"
+#include "commands/modifier_commands.h"
+#include "commands/temp_folder_env.h"
+#include "document/compose_document.h"
+#include "document/layer.h"
+#include "effects/segment_deflate.h"
+#include "support/test_support.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// The clipped square maximum, written out.
+Bytes PlainExpand(const Bytes& m, int w, int h, int r)
+{
+    Bytes out(m.size());
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            int v = 0;
+            for (int j = std::max(0, y - r); j <= std::min(h - 1, y + r); ++j)
+                for (int i = std::max(0, x - r); i <= std::min(w - 1, x + r); ++i)
+                    v = std::max<int>(v, m[size_t(j) * w + i]);
+            out[size_t(y) * w + x] = uint8_t(v);
+        }
+    return out;
+}
+
+// A colour of alpha a put on an opaque pixel by a normal merge: the opaque result mixes with + 127 rounding.
+uint8_t Over(int c, int p, int a)
+{
+    return uint8_t((c * a + p * (255 - a) + 127) / 255);
+}
+
+// A 12 x 9 document: an opaque noisy base and one half-transparent upper layer; a soft-edged selection.
+class ModifierCommands : public ::testing::Test {
+protected:
+    static constexpr int kW = 12, kH = 9;
+    void SetUp() override
+    {
+        ASSERT_EQ(log.Init(), 1);
+        ASSERT_EQ(doc.NewDocument(kW, kH, 0xFF000000), 1);
+        vmtest::FillNoise(doc.GetLayer(0)->m_image, kW, kH, 5);
+        for (size_t i = 0; i < size_t(kW) * kH; ++i)
+            doc.GetLayer(0)->m_image.GetBuffer()[i].alpha = 255;
+        log.AddStep(&doc, kStepWholeDocument, 0, "His_open");
+        context.document = &doc;
+        context.history = &log;
+        context.foreground = 0xFF102030;
+    }
+    void Select(const Bytes& bytes)
+    {
+        COLChannel& mask = doc.GetSelectionMask();
+        mask.Create(kW, kH);
+        std::memcpy(mask.GetBuffer(), bytes.data(), bytes.size());
+        log.AddStep(&doc, kStepChannel, -1, "His_select");
+    }
+    // A block from (3, 2) to (8, 6) at 255, with a ring of 128 around it.
+    static Bytes Block()
+    {
+        Bytes m(size_t(kW) * kH, 0);
+        for (int y = 1; y < 8; ++y)
+            for (int x = 2; x < 10; ++x)
+                m[size_t(y) * kW + x] = (x >= 3 && x < 9 && y >= 2 && y < 7) ? 255 : 128;
+        return m;
+    }
+    int Run(const char* text) { return ExecuteCommand(context, text); }
+    const CHistoryRecord& LastRecord() const { return *log.GetRecord(log.GetCount() - 1); }
+
+    vmtest::ScopedTempFolder tmp;
+    CComposeHistory log;
+    CComposeDocument doc{0};
+    CCommandContext context;
+};
+
+} // namespace
+
+TEST_F(ModifierCommands, ExpandShrinkAndFeatherChangeTheMaskAndRecordIt)
+{
+    const Bytes block = Block();
+    Select(block);
+    ASSERT_EQ(Run("Doc_SelectExpand('2')"), kCommandDone);
+    EXPECT_EQ(vmtest::Bytes(doc.GetSelectionMask()), PlainExpand(block, kW, kH, 2));
+    EXPECT_EQ(std::make_tuple(LastRecord().kind, LastRecord().arg), std::make_tuple(5, -1));
+    EXPECT_STREQ(LastRecord().label, "expanddlg");
+
+    ASSERT_EQ(Run("Doc_SelectShrink('2')"), kCommandDone);
+    EXPECT_STREQ(LastRecord().label, "selshink");
+    ASSERT_EQ(Run("Doc_SelectFeather('6')"), kCommandDone);
+    EXPECT_STREQ(LastRecord().label, "His_Feature");
+
+    // Undo goes back through each mask.
+    const int steps = log.GetCurrentStep();
+    ASSERT_EQ(log.JumpTo(steps - 3), 1);
+    EXPECT_EQ(vmtest::Bytes(doc.GetSelectionMask()), block);
+}
+
+TEST_F(ModifierCommands, OutOfRangeAndMissingSelectionAreRefusedWithTheDocumentUnchanged)
+{
+    const vmtest::DocState before = vmtest::Capture(doc);
+    const size_t records = size_t(log.GetCount());
+    for (const char* text : {"Doc_SelectExpand('1')", "Doc_SelectFeather('5')", "Doc_SelectSegmentDeflate"})
+        EXPECT_EQ(Run(text), kCommandRefused) << text << " without a selection";
+    EXPECT_EQ(vmtest::Capture(doc), before);
+    Select(Block());
+    const vmtest::DocState selected = vmtest::Capture(doc);
+    for (const char* text :
+         {"Doc_SelectExpand('0')", "Doc_SelectExpand('33')", "Doc_SelectShrink('40')", "Doc_SelectFeather('0')",
+          "Doc_SelectFeather('1000')", "Doc_SelectExpand", "Doc_StrokeSelection('17')", "Doc_StrokeSelection('2','0')",
+          "Doc_FillSelection('101')", "Doc_FillSelection('50','12345G')", "Doc_SelectFeatherResult('3')"})
+        EXPECT_EQ(Run(text), kCommandRefused) << text;
+    EXPECT_EQ(vmtest::Capture(doc), selected);
+    EXPECT_EQ(size_t(log.GetCount()), records + 1) << "only the selection's own step";
+}
+
+TEST_F(ModifierCommands, ShrinkingAwayTheSelectionDeselects)
+{
+    Bytes thin(size_t(kW) * kH, 0);
+    for (int x = 2; x < 9; ++x)
+        thin[size_t(4) * kW + x] = 255;
+    Select(thin);
+    ASSERT_EQ(Run("Doc_SelectShrink('1')"), kCommandDone);
+    EXPECT_TRUE(doc.GetSelectionMask().IsNull());
+    EXPECT_STREQ(LastRecord().label, "His_selectnone");
+}
+
+TEST_F(ModifierCommands, FillAndStrokeOnTheBaseGiveExactBytesAndUndoRestoresThem)
+{
+    const Bytes block = Block();
+    Select(block);
+    const Bytes base = vmtest::Bytes(doc.GetLayer(0)->m_image);
+    const int stepBefore = log.GetCurrentStep();
+
+    ASSERT_EQ(Run("Doc_FillSelection('70','FF8000')"), kCommandDone);
+    ASSERT_EQ(doc.GetLayerCount(), 1);
+    EXPECT_EQ(std::make_tuple(int(LastRecord().kind), LastRecord().arg), std::make_tuple(4, 0));
+    EXPECT_STREQ(LastRecord().label, "fill");
+    Bytes expected = base;
+    for (size_t i = 0; i < block.size(); ++i) {
+        const int a = 70 * block[i] / 100;
+        if (!a) continue;
+        expected[i * 4 + 0] = Over(0x00, base[i * 4 + 0], a);
+        expected[i * 4 + 1] = Over(0x80, base[i * 4 + 1], a);
+        expected[i * 4 + 2] = Over(0xFF, base[i * 4 + 2], a);
+    }
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected);
+    const Bytes filled = expected;
+
+    // A stroke of 2 pixels at 50 %: the band between the mask and its expansion, on the filled base.
+    ASSERT_EQ(Run("Doc_StrokeSelection('2','50','0000FF')"), kCommandDone);
+    EXPECT_STREQ(LastRecord().label, "stroke");
+    const Bytes grown = PlainExpand(block, kW, kH, 2);
+    for (size_t i = 0; i < block.size(); ++i) {
+        const int a = 50 * std::max(0, grown[i] - block[i]) / 100;
+        if (!a) continue;
+        expected[i * 4 + 0] = Over(0xFF, filled[i * 4 + 0], a);
+        expected[i * 4 + 1] = Over(0x00, filled[i * 4 + 1], a);
+        expected[i * 4 + 2] = Over(0x00, filled[i * 4 + 2], a);
+    }
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected);
+
+    ASSERT_EQ(log.Backward(), 1);
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), filled);
+    ASSERT_EQ(log.JumpTo(stepBefore), 1);
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), base);
+    ASSERT_EQ(log.JumpTo(stepBefore + 2), 1);
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected);
+}
+
+TEST_F(ModifierCommands, FillOfAnUpperLayerIsTrimmedAndTheForegroundIsTheDefaultColour)
+{
+    CLayer* upper = doc.AddLayer(0, kLayerKindRaster);
+    ASSERT_NE(upper, nullptr);
+    doc.SetCurrentIndex(1);
+    Bytes m(size_t(kW) * kH, 0);
+    for (int y = 2; y < 4; ++y)
+        for (int x = 5; x < 8; ++x)
+            m[size_t(y) * kW + x] = 200;
+    Select(m);
+    ASSERT_EQ(Run("Doc_FillSelection('100')"), kCommandDone);
+    ASSERT_EQ(doc.GetLayerCount(), 2);
+    const CLayer* layer = doc.GetLayer(1);
+    EXPECT_EQ(std::make_tuple(layer->m_x, layer->m_y, layer->m_image.GetWidth(), layer->m_image.GetHeight()),
+              std::make_tuple(5, 2, 3u, 2u));
+    // Nothing lay below on the empty layer: the fill's pixel is taken as it is.
+    for (size_t i = 0; i < layer->m_image.GetPixelCount(); ++i)
+        EXPECT_EQ(layer->m_image.GetBuffer()[i].Word(), 0xC8102030u);
+    EXPECT_EQ(doc.GetCurrentIndex(), 1);
+}
+
+TEST_F(ModifierCommands, WithoutASelectionFillMergesNothingButRecordsItsStep)
+{
+    const Bytes base = vmtest::Bytes(doc.GetLayer(0)->m_image);
+    const size_t records = size_t(log.GetCount());
+    ASSERT_EQ(Run("Doc_FillSelection('100','FF0000')"), kCommandDone);
+    ASSERT_EQ(Run("Doc_StrokeSelection('3')"), kCommandDone);
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), base);
+    EXPECT_EQ(doc.GetLayerCount(), 1);
+    EXPECT_EQ(size_t(log.GetCount()), records + 2);
+}
+
+TEST_F(ModifierCommands, AtTheLayerLimitFillIsRefusedAndNothingChanges)
+{
+    while (doc.GetLayerCount() < kMaxLayers)
+        ASSERT_NE(doc.AddLayer(doc.GetLayerCount() - 1, 0), nullptr);
+    doc.SetCurrentIndex(3);
+    Select(Block());
+    const vmtest::DocState before = vmtest::Capture(doc);
+    EXPECT_EQ(Run("Doc_FillSelection('100')"), kCommandRefused);
+    EXPECT_EQ(Run("Doc_StrokeSelection('2')"), kCommandRefused);
+    EXPECT_EQ(vmtest::Capture(doc), before);
+}
+
+TEST(SegmentDeflate, KeepsOnlyRegionsWhollyInsideTheSelection)
+{
+    // Labels 1 (left), 2 (middle), 3 (right), and unlabelled pixels in row 0.
+    const int w = 6, h = 3;
+    COLImage labels;
+    labels.Create(w, h);
+    COLChannel mask;
+    mask.Create(w, h);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const uint32_t label = y == 0 ? 0 : x < 2 ? 1 : x < 4 ? 2 : 3;
+            labels.GetBuffer()[y * w + x] = CPixel::FromWord(0xAB000000u | label);
+            // Left region all selected; middle selected but one pixel at 127; right at 128 and up.
+            uint8_t m = 255;
+            if (x == 3 && y == 2) m = 127;
+            if (x >= 4) m = 128;
+            mask.SetValue(uint32_t(x), uint32_t(y), m);
+        }
+    COLChannel result;
+    ASSERT_TRUE(DeflateMask(mask, labels, result));
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            EXPECT_EQ(result.GetValue(uint32_t(x), uint32_t(y)), (y > 0 && (x < 2 || x >= 4)) ? 255 : 0)
+                << x << "," << y;
+    COLChannel small;
+    small.Create(2, 2);
+    EXPECT_FALSE(DeflateMask(small, labels, result)) << "sizes differ";
+}
+
+TEST_F(ModifierCommands, DeflateOnAPictureOfADarkSquareOnLightGround)
+{
+    // Two regions: the square and the ground around it. The selection covers the square with a margin.
+    CComposeDocument big{0};
+    ASSERT_EQ(big.NewDocument(64, 48, 0xFF000000), 1);
+    auto inSquare = [](int x, int y) { return x >= 16 && x < 40 && y >= 12 && y < 36; };
+    CPixel* p = big.GetLayer(0)->m_image.GetBuffer();
+    for (int y = 0; y < 48; ++y)
+        for (int x = 0; x < 64; ++x)
+            p[y * 64 + x] = CPixel::FromWord(inSquare(x, y) ? 0xFF202020u : 0xFFE0E0E0u);
+    COLChannel& mask = big.GetSelectionMask();
+    mask.Create(64, 48);
+    for (int y = 0; y < 48; ++y)
+        for (int x = 0; x < 64; ++x)
+            mask.SetValue(uint32_t(x), uint32_t(y), x >= 10 && x < 46 && y >= 6 && y < 42 ? 255 : 0);
+    CRecordingHistory steps;
+    CCommandContext c;
+    c.document = &big;
+    c.history = &steps;
+    ASSERT_EQ(ExecuteCommand(c, "Doc_SelectSegmentDeflate"), kCommandDone);
+    ASSERT_EQ(steps.Steps().size(), 1u);
+    EXPECT_EQ(std::make_tuple(steps.Steps()[0].kind, steps.Steps()[0].arg, steps.Steps()[0].label),
+              std::make_tuple(5, -1, std::string("smartin")));
+    size_t kept = 0;
+    for (int y = 0; y < 48; ++y)
+        for (int x = 0; x < 64; ++x) {
+            const uint8_t v = mask.GetValue(uint32_t(x), uint32_t(y));
+            EXPECT_TRUE(v == 0 || (v == 255 && inSquare(x, y)))
+                << x << "," << y << ": the ground sticks out and drops whole";
+            kept += v == 255;
+        }
+    EXPECT_GE(kept, 22u * 22u) << "the square stays";
+
+    // A selection that holds no whole region ends up empty, and the step is written all the same.
+    for (int y = 0; y < 48; ++y)
+        for (int x = 0; x < 64; ++x)
+            mask.SetValue(uint32_t(x), uint32_t(y), x >= 20 && x < 50 ? 255 : 0);
+    ASSERT_EQ(ExecuteCommand(c, "Doc_SelectSegmentDeflate"), kCommandDone);
+    EXPECT_FALSE(mask.IsNull());
+    EXPECT_TRUE(mask.IsAllZero());
+    EXPECT_EQ(steps.Steps().size(), 2u);
+}
+
+TEST(ColourArgument, SixHexDigits)
+{
+    uint32_t c = 0;
+    EXPECT_TRUE(ParseColourArg("FF8000", c));
+    EXPECT_EQ(c, 0xFFFF8000u);
+    EXPECT_TRUE(ParseColourArg("#00a0Bf", c));
+    EXPECT_EQ(c, 0xFF00A0BFu);
+    for (const char* bad : {"", "FFF", "FF80001", "GG0000"})
+        EXPECT_FALSE(ParseColourArg(bad, c));
+    EXPECT_FALSE(ParseColourArg(nullptr, c));
+}

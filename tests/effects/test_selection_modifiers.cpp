@@ -1,0 +1,213 @@
+#include <algorithm>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <vector>
+
+#include "effects/selection_modifiers.h"
+#include "matting/gaussian.h"
+#include "runtime/status.h"
+#include "support/runtime_limits.h"
+#include "support/test_support.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// The square scan as written: every result byte the maximum (or minimum) over the clipped square around it.
+Bytes PlainSquare(const COLChannel& src, int r, bool expand)
+{
+    const int w = int(src.GetWidth()), h = int(src.GetHeight());
+    Bytes out(size_t(w) * h);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            int v = expand ? 0 : 255;
+            for (int j = std::max(0, y - r); j <= std::min(h - 1, y + r); ++j)
+                for (int i = std::max(0, x - r); i <= std::min(w - 1, x + r); ++i) {
+                    const int s = src.GetValue(uint32_t(i), uint32_t(j));
+                    v = expand ? std::max(v, s) : std::min(v, s);
+                }
+            out[size_t(y) * w + x] = uint8_t(v);
+        }
+    return out;
+}
+
+// Noise thinned into blobs, so that both directions see edges and flat parts.
+void FillMask(COLChannel& c, uint32_t w, uint32_t h, uint32_t seed)
+{
+    vmtest::FillNoise(c, w, h, seed);
+    uint8_t* p = c.GetBuffer();
+    for (size_t i = 0; i < c.GetAreaByteSize(); ++i)
+        p[i] = p[i] < 100 ? 0 : p[i] > 180 ? 255 : p[i];
+}
+
+long Expand(const COLChannel& src, COLChannel& dst, int32_t amount)
+{
+    CExpandProcess process;
+    process.SetChannels(const_cast<COLChannel*>(&src), &dst);
+    return process.ProcessChannel(&amount);
+}
+
+Bytes Blurred(const COLChannel& src, double sigma)
+{
+    COLChannel out;
+    CGaussianProcess blur;
+    blur.SetChannels(const_cast<COLChannel*>(&src), &out);
+    EXPECT_EQ(blur.ProcessChannel(&sigma), kOk);
+    return vmtest::Bytes(out);
+}
+
+} // namespace
+
+TEST(ExpandProcess, MatchesTheSquareScanAtEverySizeRadiusLevelAndSplit)
+{
+    const struct {
+        uint32_t w, h;
+        int r;
+    } cases[] = {{1, 1, 1}, {7, 5, 1}, {7, 5, 3}, {40, 33, 2}, {40, 33, 10}, {300, 7, 32}, {9, 260, 5}, {5, 4, 100}};
+    for (const auto& c : cases) {
+        COLChannel src;
+        FillMask(src, c.w, c.h, c.w * 31 + c.h);
+        for (bool expand : {true, false}) {
+            const Bytes expected = PlainSquare(src, c.r, expand);
+            vmtest::ForEachLevelAndSplit([&](const std::string& label) {
+                COLChannel dst;
+                ASSERT_EQ(Expand(src, dst, expand ? c.r : -c.r), kOk);
+                EXPECT_EQ(vmtest::Bytes(dst), expected)
+                    << c.w << "x" << c.h << " r " << c.r << (expand ? " expand, " : " shrink, ") << label;
+            });
+        }
+    }
+}
+
+TEST(ExpandProcess, WorksInPlaceAndCopiesForAmountZero)
+{
+    COLChannel plane, copy;
+    FillMask(plane, 33, 21, 4);
+    copy.DuplicateFrom(&plane);
+    const Bytes expected = PlainSquare(copy, 4, false);
+    ASSERT_EQ(Expand(plane, plane, -4), kOk);
+    EXPECT_EQ(vmtest::Bytes(plane), expected);
+
+    COLChannel zero;
+    ASSERT_EQ(Expand(copy, zero, 0), kOk);
+    EXPECT_EQ(vmtest::Bytes(zero), vmtest::Bytes(copy));
+    COLChannel empty;
+    EXPECT_EQ(Expand(empty, zero, 3), kFail) << "a source without pixels";
+}
+
+TEST(ExpandProcess, SquareCornersAndNoShrinkFromThePlaneEdge)
+{
+    COLChannel dot;
+    dot.Create(9, 9);
+    std::memset(dot.GetBuffer(), 0, dot.GetAreaByteSize());
+    dot.SetValue(4, 4, 255);
+    COLChannel grown;
+    ASSERT_EQ(Expand(dot, grown, 2), kOk);
+    for (uint32_t y = 0; y < 9; ++y)
+        for (uint32_t x = 0; x < 9; ++x)
+            EXPECT_EQ(grown.GetValue(x, y), (x >= 2 && x <= 6 && y >= 2 && y <= 6) ? 255 : 0) << x << "," << y;
+
+    // The left half selected: shrinking moves only the inner edge.
+    COLChannel half;
+    half.Create(10, 4);
+    for (uint32_t y = 0; y < 4; ++y)
+        for (uint32_t x = 0; x < 10; ++x)
+            half.SetValue(x, y, x < 5 ? 255 : 0);
+    COLChannel shrunk;
+    ASSERT_EQ(Expand(half, shrunk, -2), kOk);
+    for (uint32_t y = 0; y < 4; ++y)
+        for (uint32_t x = 0; x < 10; ++x)
+            EXPECT_EQ(shrunk.GetValue(x, y), x < 3 ? 255 : 0) << x << "," << y;
+}
+
+TEST(ExpandProcess, CancelFailsTheRun)
+{
+    COLChannel src, dst;
+    FillMask(src, 64, 64, 2);
+    CExpandProcess process;
+    process.SetChannels(&src, &dst);
+    process.RequestCancel();
+    const int32_t amount = 3;
+    EXPECT_EQ(process.ProcessChannel(&amount), kFail);
+}
+
+TEST(FeatherProcess, EachStepAgainstItsPlainForm)
+{
+    COLChannel src;
+    FillMask(src, 37, 29, 8);
+    for (int32_t radius : {0, 1, 3, 8})
+        for (int32_t keep : {0, 1})
+            for (int32_t shrink : {0, 1}) {
+                // T: the source, or the source shrunk by one.
+                COLChannel t;
+                const Bytes tBytes = shrink ? PlainSquare(src, 1, false) : vmtest::Bytes(src);
+                t.Create(37, 29);
+                std::memcpy(t.GetBuffer(), tBytes.data(), tBytes.size());
+                Bytes expected = radius ? Blurred(t, radius) : tBytes;
+                if (keep) {
+                    const Bytes wide = Blurred(src, 4.0);
+                    for (size_t i = 0; i < expected.size(); ++i) {
+                        const int tv = wide[i];
+                        const int w = tv <= 64 ? 0 : tv <= 127 ? (tv - 64) * 4 : 256;
+                        expected[i] = uint8_t(((256 - w) * src.GetBuffer()[i] + w * expected[i]) >> 8);
+                    }
+                }
+                COLChannel dst;
+                CFeatherProcess process;
+                process.SetChannels(&src, &dst);
+                const FeatherRecord record{radius, keep, shrink};
+                ASSERT_EQ(process.ProcessChannel(&record), kOk);
+                EXPECT_EQ(vmtest::Bytes(dst), expected)
+                    << "radius " << radius << " keep " << keep << " shrink " << shrink;
+            }
+}
+
+TEST(FeatherProcess, RefusesRadiiOutsideItsRangeAndOnePlaneForBoth)
+{
+    COLChannel src, dst;
+    FillMask(src, 8, 8, 1);
+    CFeatherProcess process;
+    process.SetChannels(&src, &dst);
+    for (int32_t radius : {-1, 9, 1000}) {
+        const FeatherRecord record{radius, 0, 0};
+        EXPECT_EQ(process.ProcessChannel(&record), kFail) << radius;
+        EXPECT_TRUE(dst.IsNull());
+    }
+    process.SetChannels(&src, &src);
+    const FeatherRecord record{2, 0, 0};
+    EXPECT_EQ(process.ProcessChannel(&record), kFail);
+}
+
+TEST(FeatherPlane, IsTheSharedBlurAtHalfTheValueAndLeavesThePlaneOnRefusal)
+{
+    COLChannel plane;
+    FillMask(plane, 50, 40, 3);
+    const Bytes before = vmtest::Bytes(plane);
+    for (int32_t bad : {0, -3, 1000}) {
+        EXPECT_EQ(FeatherPlane(plane, bad), kFail) << bad;
+        EXPECT_EQ(vmtest::Bytes(plane), before);
+    }
+    for (int32_t value : {1, 7, 20}) {
+        COLChannel p;
+        p.DuplicateFrom(&plane);
+        ASSERT_EQ(FeatherPlane(p, value), kOk);
+        EXPECT_EQ(vmtest::Bytes(p), Blurred(plane, value * 0.5)) << value;
+    }
+}
+
+TEST(ModifierSettings, DialogLimits)
+{
+    EXPECT_EQ(ExpandSettings::ClampAmount(0), 1);
+    EXPECT_EQ(ExpandSettings::ClampAmount(-7), 1);
+    EXPECT_EQ(ExpandSettings::ClampAmount(33), 32);
+    EXPECT_EQ(ExpandSettings::ClampAmount(12), 12);
+    ExpandSettings shrink{0, 5};
+    EXPECT_EQ(shrink.ProcessAmount(), -5);
+    EXPECT_STREQ(shrink.CaptionKey(), "selshink");
+    EXPECT_STREQ(ExpandSettings{}.CaptionKey(), "expanddlg");
+    EXPECT_EQ(FeatherSettings::SliderPosition(300), 256) << "a value above 256 leaves the slider at its end";
+    EXPECT_EQ(FeatherSettings::SliderPosition(40), 40);
+    EXPECT_FALSE(FeatherSettings::IsValid(1000));
+    EXPECT_TRUE(FeatherSettings::IsValid(999));
+    EXPECT_DOUBLE_EQ(FeatherSettings{9}.Sigma(), 4.5);
+}
