@@ -93,6 +93,7 @@ public:
     QString StatusText() const;
     QString HelpText() const;
     bool IsShowingComposeMenus() const { return m_composeMenus; }
+    bool IsShowingSelectionMenus() const { return m_selectionMenus; }
     IUiServices& Services() { return *m_pServices; }
     const std::string& DocumentPath() const { return m_session.Path(); }
 
@@ -125,9 +126,11 @@ private:
     void BuildStatusBar();
     void BuildTopBar();
     void BuildMenus(bool compose);
+    void BuildMenuBar(const std::vector<MenuDef>& menus);
     // The canvas shows the selection document (true) or the compose document, with the menus of the mode.
     void OnSelectionMode(bool selection);
     void UpdateMenuState();
+    bool IsAvailableIn(int id, const FrameState& state) const;
     void UpdateTitle();
     // The window without a document: empty canvas, short menus.
     void ShowEmpty();
@@ -170,6 +173,7 @@ private:
     QProgressBar* m_pProgress = nullptr;
     std::map<int, QAction*> m_actions;
     bool m_composeMenus = false;
+    bool m_selectionMenus = false;
     bool m_hostMode = false;
     bool m_messageShown = false;
     std::string m_presetOpenPath;

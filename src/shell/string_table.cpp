@@ -263,6 +263,12 @@ const TextRow kEditorRows[] = {
     {"setpurebk", "单色幕抠图前显示说明", "Explain the chroma key before it starts"},
     {"setdbsel", "内外轮廓抠图前显示说明", "Explain the contour method before it starts"},
     {"setcheckresult", "第一次得到抠图结果后显示检查说明", "Explain how to check the first cut-out"},
+    {"dropcontours", "还没有抠图结果。返回合成状态将丢弃内外轮廓，继续吗？",
+     "There is no cut-out yet. Returning to composing drops the contours. Continue?"},
+    {"dropcutout", "放弃当前抠图结果并返回合成状态吗？", "Drop the cut-out and return to composing?"},
+    {"bringapply", "应用到图层", "Apply to the layer"},
+    {"bringseparate", "分离到新图层", "Separate to a new layer"},
+    {"bringkeep", "保留为选区", "Keep as selection"},
 };
 
 // Keys that callers ask for but the Chinese table does not hold (they read as empty there).
