@@ -25,17 +25,6 @@ int64_t FloorDiv(int64_t a, int64_t b)   // b > 0
     return q;
 }
 
-// The crossing rule of one edge in floating point at a sample point.
-inline bool SampleCounts(const Edge& e, double sx, double sy)
-{
-    if (!(static_cast<double>(e.ymin) <= sy && sy < static_cast<double>(e.ymax))) return false;
-    if (e.vertical) return sx > static_cast<double>(e.x1);
-    if (e.slope == 0) return false;
-    const double v = (static_cast<double>(e.x1) - sx) * static_cast<double>(e.slope) +
-                     (sy - static_cast<double>(e.y1)) * 256.0;
-    return e.slope < 0 ? v > 0.0 : v < 0.0;
-}
-
 // True when the byte at p differs from one of its eight neighbours; stride is the row length.
 inline bool DiffersFromNeighbours(const uint8_t* p, size_t stride)
 {
@@ -110,7 +99,7 @@ private:
 // Antialiasing of the border pixels of one row at a time. For each of the four sample rows the edges that reach
 // it are sorted by where they cross it: an edge crossing more than a pixel left of a sample counts for it, one
 // crossing more than a pixel right does not, whatever the rounding; only the edges crossing near the pixel are
-// tested with the exact rule.
+// tested with the exact rule. Pixels of a row come in increasing x, so the window of near edges only moves right.
 class CEdgeSampler {
 public:
     explicit CEdgeSampler(const std::vector<Edge>& edges) : m_active(edges) {}
@@ -121,36 +110,49 @@ public:
         const std::vector<const Edge*>& candidates = m_active.At(y, true);
         for (int j = 0; j < 4; ++j) {
             const double sy = static_cast<double>(y) - 0.375 + 0.25 * j;
-            m_rows[j].clear();
+            std::vector<Crossing>& row = m_rows[j];
+            row.clear();
             for (const Edge* e : candidates) {
                 if (!(static_cast<double>(e->ymin) <= sy && sy < static_cast<double>(e->ymax))) continue;
-                const double at = e->vertical ? static_cast<double>(e->x1)
-                                              : static_cast<double>(e->x1) + (sy - static_cast<double>(e->y1)) *
-                                                                                 256.0 / static_cast<double>(e->slope);
-                m_rows[j].push_back({at, e});
+                Crossing c;
+                c.x1 = static_cast<double>(e->x1);
+                c.slope = static_cast<double>(e->slope);
+                c.kind = e->vertical ? 0 : e->slope < 0 ? 1 : 2;
+                // The row's part of the rule, (sy - y1) * 256, the same product the rule forms at each sample.
+                c.offset = (sy - static_cast<double>(e->y1)) * 256.0;
+                c.x = e->vertical ? c.x1 : c.x1 + (sy - static_cast<double>(e->y1)) * 256.0 / c.slope;
+                row.push_back(c);
             }
-            std::sort(m_rows[j].begin(), m_rows[j].end(),
-                      [](const Crossing& a, const Crossing& b) { return a.x < b.x; });
-            m_keys[j].clear();
-            for (const Crossing& c : m_rows[j]) m_keys[j].push_back(c.x);
+            std::sort(row.begin(), row.end(), [](const Crossing& a, const Crossing& b) { return a.x < b.x; });
+            m_first[j] = m_last[j] = 0;
         }
-        m_y = y;
     }
 
-    uint8_t Sample(int64_t x) const
+    // x must not decrease between calls for one row.
+    uint8_t Sample(int64_t x)
     {
         int inside = 0;
+        const double lo = static_cast<double>(x) - 1.0, hi = static_cast<double>(x) + 1.0;
         for (int j = 0; j < 4; ++j) {
-            const double sy = static_cast<double>(m_y) - 0.375 + 0.25 * j;
-            const double lo = static_cast<double>(x) - 1.0, hi = static_cast<double>(x) + 1.0;
-            const std::vector<double>& keys = m_keys[j];
-            const size_t first = size_t(std::lower_bound(keys.begin(), keys.end(), lo) - keys.begin());
-            size_t last = first;
-            while (last < keys.size() && keys[last] <= hi) ++last;
+            const std::vector<Crossing>& row = m_rows[j];
+            size_t first = m_first[j], last = m_last[j];
+            while (first < row.size() && row[first].x < lo) ++first;
+            if (last < first) last = first;
+            while (last < row.size() && row[last].x <= hi) ++last;
+            m_first[j] = first;
+            m_last[j] = last;
             for (int i = 0; i < 4; ++i) {
                 const double sx = static_cast<double>(x) - 0.375 + 0.25 * i;
                 int crossings = int(first);
-                for (size_t k = first; k < last; ++k) crossings += SampleCounts(*m_rows[j][k].edge, sx, sy);
+                for (size_t k = first; k < last; ++k) {
+                    const Crossing& c = row[k];
+                    if (c.kind == 0) {
+                        crossings += sx > c.x1;
+                    } else {
+                        const double v = (c.x1 - sx) * c.slope + c.offset;
+                        crossings += c.kind == 1 ? v > 0.0 : v < 0.0;
+                    }
+                }
                 inside += crossings & 1;
             }
         }
@@ -159,13 +161,13 @@ public:
 
 private:
     struct Crossing {
-        double x;
-        const Edge* edge;
+        double x;      // where the edge crosses the sample row
+        double x1, slope, offset;
+        int kind;      // 0 vertical, 1 slope below 0, 2 slope above 0
     };
     CActiveEdges m_active;
     std::vector<Crossing> m_rows[4];
-    std::vector<double> m_keys[4];
-    int64_t m_y = 0;
+    size_t m_first[4] = {}, m_last[4] = {};
 };
 
 // True when the plane holds only zeros in the box.

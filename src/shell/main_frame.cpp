@@ -157,7 +157,7 @@ void CMainFrame::BuildToolStrip(QWidget* parent)
     m_pToolBar->onHelp = [this](const QString& text) { SetTip(text); };
     m_pToolBar->onStatus = [this](const QString& text) { m_pTip->setText(text); };
     m_pToolBar->onMode = [this](bool selection) { OnSelectionMode(selection); };
-    connect(m_pCreateSel, &QToolButton::clicked, this, [this] { selmode::Toggle(this, *m_pToolBar, *m_pServices); });
+    connect(m_pCreateSel, &QToolButton::clicked, this, [this] { OnCommand(cmd::kConfirmReturn); });
     m_pToolLayout->addWidget(m_pToolBar, 1);
     m_pToolStrip->hide();
 }
@@ -580,10 +580,13 @@ void CMainFrame::OnCommand(int id)
         OnCompanion();
         break;
     case cmd::kConfirmReturn:
+        // The way back records its step after the canvas has changed source: the panels follow it here.
         selmode::Toggle(this, *m_pToolBar, *m_pServices);
+        UpdatePanels();
         break;
     case cmd::kCancelReturn:
         selmode::CancelReturn(*m_pToolBar, *m_pServices);
+        UpdatePanels();
         break;
     case cmd::kBackColour:
     case cmd::kBackChecker:

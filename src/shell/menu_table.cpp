@@ -228,6 +228,8 @@ bool IsCommandEnabled(int id, const FrameState& s)
         // Behind an opaque working copy a background shows nothing: only a result lets it through.
         return s.selectionMode && s.resultExists;
     case cmd::kConfirmReturn:
+        // Also the large button of compose mode, which enters the mode.
+        return L > 0;
     case cmd::kCancelReturn:
         return s.selectionMode;
     default:

@@ -246,7 +246,10 @@ TEST(MenuRules, SelectionModeItemsFollowTheResult)
         EXPECT_TRUE(IsCommandEnabled(id, emptyResult)) << id;
         EXPECT_FALSE(IsCommandEnabled(id, compose)) << id;
     }
-    EXPECT_FALSE(IsCommandEnabled(cmd::kConfirmReturn, compose));
+    // The large button enters the mode through the same command, so it needs only a picture.
+    EXPECT_TRUE(IsCommandEnabled(cmd::kConfirmReturn, compose));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kConfirmReturn, FrameState{}));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kCancelReturn, compose));
 
     // Every item of the selection menus has a text in both languages, and the menu holds the return items.
     bool hasConfirm = false, hasCancel = false;

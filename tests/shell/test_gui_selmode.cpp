@@ -1,4 +1,5 @@
 #include <QCloseEvent>
+#include <QListWidget>
 #include <QTest>
 #include <QToolButton>
 #include <cstdlib>
@@ -11,6 +12,7 @@
 #include "shell/ants_outline.h"
 #include "shell/image_view.h"
 #include "shell/main_frame.h"
+#include "shell/panels.h"
 #include "shell/selection_mode.h"
 #include "shell/shell_app.h"
 #include "shell/tool_bar.h"
@@ -175,7 +177,6 @@ TEST(AntsOutline, PlaneSampledAtTheZoomKeepsItsShape)
 TEST_F(SelectionModeInFrame, ATransparentLayerCannotBeCutOut)
 {
     OpenPicture(200);
-    m_frame->OnCommand(cmd::kConfirmReturn); // not in compose mode's menus
     auto* createSel = m_frame->findChild<QToolButton*>(QStringLiteral("createsel"));
     ASSERT_NE(createSel, nullptr);
     QTest::mouseClick(createSel, Qt::LeftButton);
@@ -284,6 +285,7 @@ TEST_F(SelectionModeInFrame, KeepAsSelectionRecordsOneStepAndShowsTheAnts)
     QTest::keyClick(m_frame->View(), Qt::Key_Return, Qt::ControlModifier);
     ASSERT_FALSE(m_frame->IsSelectionMode());
     EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps + 1);
+    EXPECT_EQ(m_frame->HistoryPanel()->List()->count(), steps + 1); // the panel shows the new step
     EXPECT_EQ(Bytes(m_app.Document().GetSelectionMask()), Bytes(result));
     // Compose mode: the document's selection has black and white ants.
     ASSERT_TRUE(WaitFor([&] { return !m_frame->View()->Ants(kOutlineSelection).empty(); }));
