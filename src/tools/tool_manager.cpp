@@ -113,7 +113,7 @@ void CToolManager::UpdateBars()
         const bool result = !m_context.selection->GetResultMask()->IsNull();
         m_outPolygon.SetEnabled(result ? 0 : 1);
         m_inPolygon.SetEnabled(result ? 0 : 1);
-        if (m_pCurrent && !m_pCurrent->IsEnabled()) SetCurrentTool(nullptr);
+        // A current tool that is now disabled finishes what it does; its button only cannot be pressed again.
     } else {
         m_outPolygon.SetEnabled(1);
         m_inPolygon.SetEnabled(1);
