@@ -11,6 +11,7 @@
 #include "bench_support.h"
 #include "document/compose_document.h"
 #include "document/layer.h"
+#include "imaging/channel.h"
 #include "document/render_scale.h"
 #include "filters/resample.h"
 #include "shell/image_view.h"
@@ -175,6 +176,72 @@ void BM_PaintOnly(benchmark::State& state)
     }
 }
 
+// The selection's marching ants on the same photo: a selection whose edge follows the photo's noise (as a
+// tolerance click on a photo gives), so that the outline is long. One frame of the ants recolours the traced
+// outline and repaints the part of the canvas it covers; tracing happens once per new picture on screen.
+struct AntsScene {
+    CComposeDocument doc{0};
+    std::unique_ptr<CImageView> view;
+    QImage screen{kCanvasWidth, kCanvasHeight, QImage::Format_RGB32};
+};
+
+AntsScene& GetAntsScene()
+{
+    static std::unique_ptr<AntsScene> s;
+    if (s) return *s;
+    s = std::make_unique<AntsScene>();
+    s->doc.NewDocument(kWidth, kHeight, 0xFF000000);
+    COLImage& photo = s->doc.GetLayer(0)->m_image;
+    vmbench::MakePhoto(photo, kWidth, kHeight, 7);
+    COLChannel& mask = s->doc.GetSelectionMask();
+    mask.Create(kWidth, kHeight);
+    for (size_t i = 0; i < mask.GetAreaByteSize(); ++i) mask.GetBuffer()[i] = photo.GetBuffer()[i].green > 128 ? 255 : 0;
+    s->doc.MergeNow();
+    s->view = std::make_unique<CImageView>();
+    s->view->resize(kCanvasWidth, kCanvasHeight);
+    s->view->SetSource(&s->doc);
+    return *s;
+}
+
+void PlaceAnts(AntsScene& s, int mode)
+{
+    if (mode == 0) {
+        s.view->SetOrigin(nullptr, 0, 0, false);
+        s.view->SetZoom(s.view->FitZoom(10.0), false);
+    } else {
+        s.view->SetZoom(1.0, false);
+        s.view->SetOrigin(nullptr, kWidth / 2 - kCanvasWidth / 2, kHeight / 2 - kCanvasHeight / 2, false);
+    }
+    s.view->Render(true);
+}
+
+// One frame of the ants: recolour the outline, repaint the part it covers (with the tool's overlay).
+void BM_AntsFrame(benchmark::State& state)
+{
+    AntsScene& s = GetAntsScene();
+    PlaceAnts(s, int(state.range(0)));
+    for (auto _ : state) {
+        const QRect changed = s.view->StepAnts();
+        s.view->render(&s.screen, changed.topLeft(), QRegion(changed));
+        benchmark::DoNotOptimize(s.screen.constBits());
+    }
+    int ants = 0;
+    for (int style = 0; style < kOutlineStyles; ++style) ants += int(s.view->Ants(style).size());
+    state.counters["ants_k"] = ants / 1000.0;
+}
+
+// A full repaint with the outline traced again (a new mask, zoom or scroll).
+void BM_AntsRepaint(benchmark::State& state)
+{
+    AntsScene& s = GetAntsScene();
+    PlaceAnts(s, int(state.range(0)));
+    for (auto _ : state) {
+        s.view->Render(true);
+        s.view->render(&s.screen);
+        benchmark::DoNotOptimize(s.screen.constBits());
+    }
+}
+
 BENCHMARK(Baseline_CopyVisible)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 BENCHMARK(BM_Repaint)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 BENCHMARK(BM_SourceRender)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
@@ -184,6 +251,8 @@ BENCHMARK(BM_SharedResamplerRender)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecon
 // At fit the whole picture is visible and there is nothing to pan.
 BENCHMARK(BM_Pan)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 BENCHMARK(BM_PaintOnly)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+BENCHMARK(BM_AntsFrame)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
+BENCHMARK(BM_AntsRepaint)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();
 
 } // namespace
 

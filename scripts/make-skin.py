@@ -335,6 +335,66 @@ def create_selection_icon(path):
     cv.save_png(path)
 
 
+def dashed_path(cv, pts, width=1.2, dash=2.0):
+    """A closed path drawn in alternating dark and light dashes, as the marching ants look."""
+    pos = 0.0
+    for (xa, ya), (xb, yb) in zip(pts, pts[1:] + pts[:1]):
+        length = math.hypot(xb - xa, yb - ya)
+        t = 0.0
+        while t < length - 1e-9:
+            index = int(math.floor(pos / dash + 1e-9))
+            step = min((index + 1) * dash - pos, length - t)
+            colour = INK if index % 2 == 0 else WHITE
+            f0, f1 = t / length, (t + step) / length
+            cv.line(xa + (xb - xa) * f0, ya + (yb - ya) * f0, xa + (xb - xa) * f1, ya + (yb - ya) * f1, width,
+                    colour)
+            t += step
+            pos += step
+
+
+TOOL_POLYGON = [(2.5, 4.5), (10.5, 2.5), (13.5, 9.5), (8.5, 13.5), (3.5, 11.5)]
+
+
+def tool_icon(path, kind):
+    """The 16 x 16 pictures of the tool bar's buttons, named by the tools' tip keys."""
+    cv = Canvas(16, 16)
+    if kind == 'rectseltip':
+        dashed_path(cv, [(2.5, 3.5), (13.5, 3.5), (13.5, 12.5), (2.5, 12.5)])
+    elif kind == 'roundseltip':
+        dashed_path(cv, [(8 + 6 * math.cos(a * math.pi / 12), 8 + 4.8 * math.sin(a * math.pi / 12))
+                         for a in range(24)], width=1.4, dash=2.0)
+    elif kind == 'freeseltip':
+        loop = [(8 + 5.5 * math.cos(a * math.pi / 10), 6 + 3.8 * math.sin(a * math.pi / 10)) for a in range(20)]
+        for (xa, ya), (xb, yb) in zip(loop, loop[1:] + loop[:1]):
+            cv.line(xa, ya, xb, yb, 1.3, INK)
+        cv.line(5.5, 9.0, 4.5, 12.0, 1.3, INK)
+        cv.line(4.5, 12.0, 6.0, 14.5, 1.3, INK)
+    elif kind == 'polygonseltip':
+        dashed_path(cv, TOOL_POLYGON)
+        for x, y in TOOL_POLYGON:
+            cv.rect(x - 1, y - 1, x + 1, y + 1, hexc(ACCENT))
+    elif kind == 'magicseltip':
+        cv.line(2.5, 13.5, 10, 6, 2.2, hexc(0x5A3A1A))
+        cv.line(2.5, 13.5, 4.5, 11.5, 2.2, WHITE)
+        for a in range(4):  # the sparkle at the tip
+            ang = a * math.pi / 4
+            cv.line(12 - 3.5 * math.cos(ang), 4 - 3.5 * math.sin(ang), 12 + 3.5 * math.cos(ang),
+                    4 + 3.5 * math.sin(ang), 1.3, hexc(0xD88000))
+    else:
+        # The three polygons of selection mode: outer contour red, inner green, result blue.
+        colour = {'outpolygonseltip': 0xD02828, 'inpolygonseltip': 0x209838, 'modifypolygonseltip': 0x2858C8}[kind]
+        cv.polygon(TOOL_POLYGON, hexc(colour, 0.3))
+        for (xa, ya), (xb, yb) in zip(TOOL_POLYGON, TOOL_POLYGON[1:] + TOOL_POLYGON[:1]):
+            cv.line(xa, ya, xb, yb, 1.3, hexc(colour))
+        for x, y in TOOL_POLYGON:
+            cv.rect(x - 1, y - 1, x + 1, y + 1, INK)
+    cv.save_png(path)
+
+
+TOOL_ICONS = ('polygonseltip', 'freeseltip', 'rectseltip', 'roundseltip', 'magicseltip', 'outpolygonseltip',
+              'inpolygonseltip', 'modifypolygonseltip')
+
+
 def app_icon(path, size):
     cv = Canvas(size, size)
     s = size / 64
@@ -471,6 +531,8 @@ def main():
     create_selection_icon(j('icons/createsel.png'))
     app_icon(j('icons/velmorando.png'), 64)
     app_icon(j('icons/velmorando-256.png'), 256)
+    for kind in TOOL_ICONS:
+        tool_icon(j('icons/' + kind + '.png'), kind)
 
 
 if __name__ == '__main__':

@@ -52,6 +52,18 @@ int CSelectionDocument::RenderWhole(COLImage* target, int width, int height)
     return ResampleImage(&m_working, target, width, height);
 }
 
+int CSelectionDocument::GetOutlinePlanes(OutlinePlane* planes, int max)
+{
+    int n = 0;
+    auto add = [&](const COLChannel& plane, int style) {
+        if (!plane.IsNull() && n < max) planes[n++] = {&plane, style};
+    };
+    if (m_showOuter) add(m_outerPlane, kOutlineOuter);
+    if (m_showInner) add(m_innerPlane, kOutlineInner);
+    add(m_resultMask, kOutlineResult);
+    return n;
+}
+
 void CSelectionDocument::RefreshPreview()
 {
     ++m_refreshCount;

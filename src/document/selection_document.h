@@ -4,6 +4,7 @@
 
 #include "commands/history_log.h"
 #include "document/canvas_source.h"
+#include "document/outline_source.h"
 #include "imaging/channel.h"
 #include "imaging/image.h"
 #include "imaging/rect.h"
@@ -29,7 +30,7 @@ enum BringBackResult : int {
 // Selection mode's state: a working copy of the current layer and three planes of its size (result mask, outer
 // contour region, inner contour region), rendered over a chosen background. Empty in composition mode. It has no
 // lock: a running process blocks the interface while it writes here.
-class CSelectionDocument : public ICanvasSource, public ISelectionHistorySource {
+class CSelectionDocument : public ICanvasSource, public ISelectionHistorySource, public IOutlineSource {
 public:
     CSelectionDocument() = default;
     ~CSelectionDocument() override = default;
@@ -46,6 +47,10 @@ public:
     int Render(COLImage* target) override;
     void GetSize(int& width, int& height) override;
     int RenderWhole(COLImage* target, int width, int height) override;
+
+    // IOutlineSource: the outer and inner planes (while shown) and the result mask, each with its own ants.
+    int GetOutlinePlanes(OutlinePlane* planes, int max) override;
+    int GetOutlineVersion() const override { return m_refreshCount; }
 
     // Counts and asks the view to repaint.
     void RefreshPreview();

@@ -1,5 +1,6 @@
 #include "effects/tolerance_fill.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -9,72 +10,104 @@
 #include "imaging/image.h"
 #include "imaging/result.h"
 
+namespace {
+
+inline bool HasZeroByte(uint64_t w)
+{
+    return ((w - 0x0101010101010101ull) & ~w & 0x8080808080808080ull) != 0;
+}
+
+} // namespace
+
 long ToleranceFlood(const COLImage& layer, int ox, int oy, int seedX, int seedY, int tolerance, COLChannel& plane)
 {
     const int lw = int(layer.GetWidth()), lh = int(layer.GetHeight());
     const int cw = int(plane.GetWidth()), ch = int(plane.GetHeight());
     if (layer.IsNull() || plane.IsNull() || seedX < 0 || seedY < 0 || seedX >= lw || seedY >= lh) return kOk;
-    const CPixel ref = layer.GetPixel2(uint32_t(seedX), uint32_t(seedY));
-    const int tol = tolerance, half = tolerance / 2;
-    uint8_t* cells = plane.GetBuffer();
-
-    // Membership of a neighbour: the ramp (tol - dist) * 510 / tol only decides whether it is above 0, since a
-    // joined pixel is set to 255 when its turn comes.
-    auto joins = [&](int x, int y) {
-        const CPixel p = layer.GetPixel2(uint32_t(x), uint32_t(y));
-        const int dist = std::abs(int(p.red) - ref.red) + std::abs(int(p.green) - ref.green) +
-                         std::abs(int(p.blue) - ref.blue);
-        if (dist > tol) return false;
-        if (dist > half) return (tol - dist) * 510 / tol != 0;
-        return true;
-    };
-
-    const size_t stride = size_t(cw);
-    auto cell = [&](int x, int y) -> uint8_t& { return cells[size_t(y + oy) * stride + size_t(x + ox)]; };
-    // A pixel can join: inside the layer and the canvas, not taken yet, close enough in colour.
-    auto open = [&](int x, int y) {
-        if (x < 0 || y < 0 || x >= lw || y >= lh) return false;
-        const int cx = x + ox, cy = y + oy;
-        if (cx < 0 || cy < 0 || cx >= cw || cy >= ch) return false;
-        return cell(x, y) == 0 && joins(x, y);
-    };
     const int seedCx = seedX + ox, seedCy = seedY + oy;
     if (seedCx < 0 || seedCy < 0 || seedCx >= cw || seedCy >= ch) return kOk;
+    const CPixel ref = layer.GetPixel2(uint32_t(seedX), uint32_t(seedY));
+
+    // Membership of a neighbour by its distance |dR| + |dG| + |dB| to the seed's colour: the ramp
+    // (tol - dist) * 510 / tol only decides whether it is above 0, since a joined pixel is set to 255 when its
+    // turn comes. Worked out once for every distance there is.
+    const int tol = tolerance, half = tolerance / 2;
+    uint8_t joinsAt[3 * 255 + 1];
+    for (int dist = 0; dist <= 3 * 255; ++dist)
+        joinsAt[dist] = dist > tol ? 0 : dist > half ? uint8_t((tol - dist) * 510 / tol != 0) : 1;
+    const int rr = ref.red, rg = ref.green, rb = ref.blue;
+    auto joins = [&joinsAt, rr, rg, rb](const CPixel& p) {
+        return joinsAt[std::abs(int(p.red) - rr) + std::abs(int(p.green) - rg) + std::abs(int(p.blue) - rb)] != 0;
+    };
+
+    // Layer columns that lie on the canvas; rows likewise.
+    const int xLo = std::max(0, -ox), xHi = std::min(lw, cw - ox); // [xLo, xHi)
+    const int yLo = std::max(0, -oy), yHi = std::min(lh, ch - oy);
+    uint8_t* const cells = plane.GetBuffer();
+    const ptrdiff_t stride = cw;
+    // The cell of layer pixel (x, y) is cellRow(y)[x].
+    auto cellRow = [&](int y) { return cells + ptrdiff_t(y + oy) * stride + ox; };
 
     // The walk's moves depend on position only, so what it reaches does not depend on the order of the steps:
     // a scanline fill gives the same set. Within a row the moves left and right are bounded by fixed columns
     // (left while the canvas column is above 1, right while x < lw - ox - 1), a row expands at all only while
-    // ox + y stays inside the canvas height, up needs a canvas row above 1, down y < lh - oy - 1.
-    std::vector<uint64_t> stack;
+    // ox + y stays inside the canvas height, up needs a canvas row above 1, down y < lh - oy - 1. Every pixel
+    // that joins is marked at once, and a run of them is handed on as one span whose ends are then extended.
+    const int leftStop = 1 - ox;       // x must stay above this to step left
+    const int rightStop = lw - ox - 1; // x must stay below this to step right
+    auto expands = [&](int y) { return y + oy >= 0 && ox + y <= ch - 1; };
+    struct Span {
+        int y, l, r;
+    };
+    std::vector<Span> stack;
     try {
         stack.reserve(1024);
-        cell(seedX, seedY) = 255;
-        stack.push_back(uint64_t(uint32_t(seedX)) << 32 | uint32_t(seedY));
-        const int leftStop = 1 - ox;        // x must stay above this to step left
-        const int rightStop = lw - ox - 1;  // x must stay below this to step right
+        cellRow(seedY)[seedX] = 255;
+        if (expands(seedY)) stack.push_back({seedY, seedX, seedX});
         while (!stack.empty()) {
-            const uint64_t top = stack.back();
+            const Span span = stack.back();
             stack.pop_back();
-            const int x = int(uint32_t(top >> 32)), y = int(uint32_t(top));
-            if (!(y + oy >= 0 && ox + y <= ch - 1)) continue;
-            int l = x, r = x;
-            while (l > leftStop && open(l - 1, y)) cell(--l, y) = 255;
-            while (r < rightStop && open(r + 1, y)) cell(++r, y) = 255;
-            // Neighbour rows: one seed per run of pixels that can join, whose rightward steps reach the rest.
-            // A pixel a step cannot reach (right of rightStop, or in a row that does not expand) is a seed of
-            // its own.
+            const int y = span.y;
+            int l = span.l, r = span.r;
+            {
+                uint8_t* cell = cellRow(y);
+                const CPixel* pix = layer.GetBuffer(0, uint32_t(y));
+                const int leftLimit = std::max(leftStop, xLo); // l - 1 >= xLo and l > leftStop
+                while (l > leftLimit && cell[l - 1] == 0 && joins(pix[l - 1])) cell[--l] = 255;
+                const int rightLimit = std::min(rightStop, xHi - 1); // r + 1 < xHi and r < rightStop
+                while (r < rightLimit && cell[r + 1] == 0 && joins(pix[r + 1])) cell[++r] = 255;
+            }
+            // Neighbour rows: each run of pixels that can join is marked and becomes a span. A pixel a step
+            // cannot reach from its run (right of rightStop) is a span of its own; in a row that does not
+            // expand the pixels are only marked.
             const auto seedRow = [&](int ny) {
-                const bool expands = ny + oy >= 0 && ox + ny <= ch - 1;
-                bool inRun = false;
-                for (int i = l; i <= r; ++i) {
-                    if (!open(i, ny)) {
-                        inRun = false;
+                if (ny < yLo || ny >= yHi) return;
+                const bool grows = expands(ny);
+                uint8_t* cell = cellRow(ny);
+                const CPixel* pix = layer.GetBuffer(0, uint32_t(ny));
+                const int from = std::max(l, xLo), to = std::min(r, xHi - 1);
+                int i = from;
+                while (i <= to) {
+                    // Taken cells end runs; skip them eight at a time.
+                    while (i + 8 <= to + 1) {
+                        uint64_t w;
+                        std::memcpy(&w, cell + i, 8);
+                        if (HasZeroByte(w)) break;
+                        i += 8;
+                    }
+                    if (i > to) break;
+                    if (cell[i] != 0 || !joins(pix[i])) {
+                        ++i;
                         continue;
                     }
-                    if (inRun && expands && i <= rightStop) continue;
-                    cell(i, ny) = 255;
-                    if (expands) stack.push_back(uint64_t(uint32_t(i)) << 32 | uint32_t(ny));
-                    inRun = true;
+                    const int start = i;
+                    cell[i++] = 255;
+                    if (!grows || start > rightStop) {
+                        if (grows) stack.push_back({ny, start, start});
+                        continue;
+                    }
+                    while (i <= to && i <= rightStop && cell[i] == 0 && joins(pix[i])) cell[i++] = 255;
+                    stack.push_back({ny, start, i - 1});
                 }
             };
             if (y + oy > 1) seedRow(y - 1);

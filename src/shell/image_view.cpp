@@ -12,6 +12,8 @@
 
 #include "shell/key_translate.h"
 #include "shell/navigator.h"
+#include "shell/tool_cursors.h"
+#include "tools/tool_base.h"
 
 namespace {
 
@@ -66,8 +68,10 @@ void CImageView::SetSource(ICanvasSource* source)
     m_rendered = false;
     m_display.Free();
     m_screen = QImage();
-    m_ants.clear();
+    for (auto& ants : m_ants) ants.clear();
+    m_antsBox = {};
     m_antsCount = 0;
+    m_outlineVersion = -1;
     if (!source) {
         m_geo.SetImageSize(0, 0);
         Layout();
@@ -84,6 +88,10 @@ void CImageView::SetSink(IViewSink* sink)
 {
     m_pSink = sink;
     if (sink) sink->SetView(this);
+    if (!sink && m_cursorRole != 0) {
+        m_cursorRole = 0;
+        unsetCursor();
+    }
 }
 
 void CImageView::Layout()
@@ -142,20 +150,26 @@ int CImageView::Render(bool force)
 {
     const VRect& r = m_geo.GetImageRect();
     if (!m_pSource || !m_geo.IsLaidOut() || r.Width() <= 0 || r.Height() <= 0) return 0;
-    if (m_rendered && !force && m_lastZoom == m_geo.GetZoom() && m_lastOrigin == m_geo.GetOrigin()) return 1;
+    // A source with outline planes says by its version when its content changed.
+    auto* outlines = dynamic_cast<IOutlineSource*>(m_pSource);
+    const int version = outlines ? outlines->GetOutlineVersion() : -1;
+    if (m_rendered && !force && m_lastZoom == m_geo.GetZoom() && m_lastOrigin == m_geo.GetOrigin() &&
+        version == m_outlineVersion)
+        return 1;
+    m_outlineVersion = version;
     if (m_display.Create(uint32_t(r.Width()), uint32_t(r.Height())) != kOk) return 0;
     m_lastZoom = m_geo.GetZoom();
     m_lastOrigin = m_geo.GetOrigin();
     m_rendered = true;
     m_pSource->Render(&m_display);
     if (m_pSink) m_pSink->OnFrameDone();
-    // Most pictures have no selection: the copy notices that, and the outline search is skipped.
-    if (UpdateScreenCopy()) {
-        BuildAnts();
-    } else {
-        m_ants.clear();
-        m_antsCount = 0;
-    }
+    // Most pictures have no selection: the copy notices that, and the outline search is skipped. The outlines
+    // are traced here, once per new picture on screen; the animation only recolours them.
+    const bool selected = UpdateScreenCopy();
+    for (auto& ants : m_ants) ants.clear();
+    m_antsBox = {};
+    m_antsCount = 0;
+    if (selected || outlines) BuildAnts();
     DrawAnts();
     return 1;
 }
@@ -291,34 +305,41 @@ void CImageView::OnBarAction(bool horizontal, int action)
 
 void CImageView::BuildAnts()
 {
-    m_ants.clear();
-    m_antsCount = 0;
     const int w = int(m_display.GetWidth()), h = int(m_display.GetHeight());
     if (w <= 0 || h <= 0) return;
     const double z = m_geo.GetZoom();
     const VPoint o = m_geo.GetOrigin();
-    const int iw = m_geo.ImageWidth(), ih = m_geo.ImageHeight();
-    // A border of the buffer is an outline only where it is also a border of the image.
-    const bool leftIsEdge = o.x == 0, topIsEdge = o.y == 0;
-    const bool rightIsEdge = TruncToInt((w - 1) / z) + o.x >= iw - 1;
-    const bool bottomIsEdge = TruncToInt((h - 1) / z) + o.y >= ih - 1;
-    for (int y = 0; y < h; ++y) {
-        const CPixel* row = m_display.GetBuffer(0, uint32_t(y));
-        for (int x = 0; x < w; ++x) {
-            if (row[x].alpha < 127) continue;
-            bool edge;
-            if (x == 0 || y == 0 || x == w - 1 || y == h - 1) {
-                edge = (x == 0 && leftIsEdge) || (y == 0 && topIsEdge) || (x == w - 1 && rightIsEdge) ||
-                       (y == h - 1 && bottomIsEdge);
-            } else {
-                edge = row[x - 1].alpha <= 127 || row[x + 1].alpha <= 127 ||
-                       m_display.GetBuffer(uint32_t(x), uint32_t(y - 1))->alpha <= 127 ||
-                       m_display.GetBuffer(uint32_t(x), uint32_t(y + 1))->alpha <= 127;
-            }
-            if (edge) m_ants.push_back(uint32_t(y) * uint32_t(w) + uint32_t(x));
+    auto unite = [this](const AntsBox& b) {
+        if (b.IsEmpty()) return;
+        if (m_antsBox.IsEmpty()) {
+            m_antsBox = b;
+            return;
         }
+        m_antsBox = {std::min(m_antsBox.left, b.left), std::min(m_antsBox.top, b.top),
+                     std::max(m_antsBox.right, b.right), std::max(m_antsBox.bottom, b.bottom)};
+    };
+    if (auto* outlines = dynamic_cast<IOutlineSource*>(m_pSource)) {
+        // Each plane at screen scale, traced in its own style.
+        OutlinePlane planes[kOutlineStyles];
+        const int n = outlines->GetOutlinePlanes(planes, kOutlineStyles);
+        for (int i = 0; i < n; ++i) {
+            if (!planes[i].plane || planes[i].style < 0 || planes[i].style >= kOutlineStyles) continue;
+            const AntsBorders borders = SamplePlane(*planes[i].plane, z, o.x, o.y, w, h, m_sampled);
+            unite(TraceOutline(m_sampled.data(), w, h, 1, w, borders, m_ants[planes[i].style]));
+        }
+    } else {
+        // The selection is the display buffer's alpha. A border of the buffer is an outline only where it is
+        // also a border of the image.
+        const int iw = m_geo.ImageWidth(), ih = m_geo.ImageHeight();
+        AntsBorders borders;
+        borders.left = o.x == 0;
+        borders.top = o.y == 0;
+        borders.right = TruncToInt((w - 1) / z) + o.x >= iw - 1;
+        borders.bottom = TruncToInt((h - 1) / z) + o.y >= ih - 1;
+        const auto* alpha = reinterpret_cast<const uint8_t*>(m_display.GetBuffer()) + 3;
+        unite(TraceOutline(alpha, w, h, 4, w * 4, borders, m_ants[kOutlineSelection]));
     }
-    m_antsCount = int(m_ants.size());
+    for (const auto& ants : m_ants) m_antsCount += int(ants.size());
 }
 
 void CImageView::DrawAnts()
@@ -326,12 +347,30 @@ void CImageView::DrawAnts()
     if (!m_antsCount || m_screen.isNull()) return;
     ++m_antsFrame;
     const uint32_t t = m_antsFrame;
-    const int w = m_screen.width();
-    for (uint32_t index : m_ants) {
-        const int x = int(index % uint32_t(w)), y = int(index / uint32_t(w));
-        const bool black = ((x + y + int(t % 4)) / 4) % 2 == int((t / 4) % 2);
-        reinterpret_cast<uint32_t*>(m_screen.scanLine(y))[x] = black ? 0xFF000000u : 0xFFFFFFFFu;
+    // Dark stripes by style: the selection and the result black, the outer contour red, the inner green; the
+    // light stripes white. The colour of each phase is worked out once per step.
+    static const uint32_t kDark[kOutlineStyles] = {0xFF000000u, 0xFFE01818u, 0xFF00A000u, 0xFF000000u};
+    auto* screen = reinterpret_cast<uint32_t*>(m_screen.bits());
+    const size_t pixels = size_t(m_screen.width()) * size_t(m_screen.height());
+    // The screen copy has no row padding (32-bit pixels); the indices count pixels of the display buffer.
+    if (m_screen.bytesPerLine() != m_screen.width() * 4) return;
+    for (int style = 0; style < kOutlineStyles; ++style) {
+        uint32_t colour[8];
+        for (uint32_t phase = 0; phase < 8; ++phase) colour[phase] = AntIsDark(phase, t) ? kDark[style] : 0xFFFFFFFFu;
+        for (const uint32_t ant : m_ants[style]) {
+            const uint32_t index = AntIndex(ant);
+            if (index < pixels) screen[index] = colour[AntPhase(ant)];
+        }
     }
+}
+
+QRect CImageView::StepAnts()
+{
+    if (!m_antsCount || m_antsBox.IsEmpty()) return {};
+    DrawAnts();
+    const VRect& r = m_geo.GetImageRect();
+    return QRect(r.left + m_antsBox.left, r.top + m_antsBox.top, m_antsBox.right - m_antsBox.left,
+                 m_antsBox.bottom - m_antsBox.top);
 }
 
 void CImageView::OnTimer()
@@ -339,8 +378,9 @@ void CImageView::OnTimer()
     ++m_tick;
     const bool captured = QApplication::mouseButtons() != Qt::NoButton && (underMouse() || m_pNavigator->IsDragging());
     if (m_tick % 4 == 0 && m_antsCount && !captured) {
-        DrawAnts();
-        DrawOverlayNow();
+        // Only the part of the canvas the outlines cover is painted again (the tool's overlay with it).
+        const QRect changed = StepAnts();
+        if (!changed.isEmpty()) update(changed);
     }
     if (m_pSink) m_pSink->OnTimer();
 }
@@ -449,14 +489,27 @@ void CImageView::mouseMoveEvent(QMouseEvent* event)
     if (!hasFocus() && isActiveWindow()) setFocus(Qt::MouseFocusReason);
     const int x = int(event->position().x()), y = int(event->position().y());
     if (!m_pSink) {
-        unsetCursor();
+        UpdateToolCursor(x, y);
         return;
     }
     m_pSink->OnMouseMove(MouseFlags(event->buttons(), event->modifiers()), x, y);
+    UpdateToolCursor(x, y);
+}
+
+void CImageView::UpdateToolCursor(int x, int y)
+{
+    // Over the picture the tool chooses its cursor; elsewhere (bars, the corner box) the arrow stands.
+    int role = kCursorDefault;
     const VRect& area = m_geo.GetImageArea();
-    if (m_geo.GetImageRect().Contains(x, y) &&
-        m_pSink->OnSetCursor(area.left, area.top, area.right, area.bottom, x, y) == 0)
+    if (m_pSink && m_geo.GetImageRect().Contains(x, y) &&
+        m_pSink->OnSetCursor(area.left, area.top, area.right, area.bottom, x, y) != 0)
+        if (const auto* tool = dynamic_cast<const CToolBase*>(m_pSink)) role = tool->GetCursor();
+    if (role == m_cursorRole) return;
+    m_cursorRole = role;
+    if (role == kCursorDefault)
         unsetCursor();
+    else
+        setCursor(ToolCursorFor(role));
 }
 
 void CImageView::mouseDoubleClickEvent(QMouseEvent* event)
@@ -483,14 +536,19 @@ void CImageView::wheelEvent(QWheelEvent* event)
 
 void CImageView::keyPressEvent(QKeyEvent* event)
 {
-    if (m_pSink && m_pSink->OnKeyDown(VirtualKeyOf(event), event->isAutoRepeat() ? 0x40000000u : 0u)) return;
-    QWidget::keyPressEvent(event);
+    const bool taken = m_pSink && m_pSink->OnKeyDown(VirtualKeyOf(event), event->isAutoRepeat() ? 0x40000000u : 0u);
+    // Shift and Ctrl change the tool's mode, and with it the cursor, without a move of the pointer.
+    const QPoint at = mapFromGlobal(QCursor::pos());
+    UpdateToolCursor(at.x(), at.y());
+    if (!taken) QWidget::keyPressEvent(event);
 }
 
 void CImageView::keyReleaseEvent(QKeyEvent* event)
 {
-    if (m_pSink && m_pSink->OnKeyUp(VirtualKeyOf(event), 0xC0000000u)) return;
-    QWidget::keyReleaseEvent(event);
+    const bool taken = m_pSink && m_pSink->OnKeyUp(VirtualKeyOf(event), 0xC0000000u);
+    const QPoint at = mapFromGlobal(QCursor::pos());
+    UpdateToolCursor(at.x(), at.y());
+    if (!taken) QWidget::keyReleaseEvent(event);
 }
 
 void CImageView::leaveEvent(QEvent*)

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "imaging/image.h"
+#include "document/outline_source.h"
+#include "shell/ants_outline.h"
 #include "shell/canvas_view.h"
 #include "shell/view_geometry.h"
 
@@ -63,6 +65,16 @@ public:
 
     const CViewGeometry& Geometry() const { return m_geo; }
     int AntsCount() const { return m_antsCount; }
+    // Outline pixels of one style (EOutlineStyle), as indices into the display buffer with their stripe phase.
+    const std::vector<uint32_t>& Ants(int style) const { return m_ants[style]; }
+    // One step of the marching ants: recolours the outline pixels and asks to repaint only the part of the
+    // canvas they cover (client pixels; empty without ants).
+    QRect StepAnts();
+    uint32_t AntsFrame() const { return m_antsFrame; }
+    // The tool cursor shown over the picture (a ToolCursor role; 0 is the arrow). Called on pointer moves and
+    // keys with the pointer's client position.
+    void UpdateToolCursor(int x, int y);
+    int CursorRole() const { return m_cursorRole; }
     bool IsNavigatorVisible() const;
     QScrollBar* HorizontalBar() const { return m_pHBar; }
     QScrollBar* VerticalBar() const { return m_pVBar; }
@@ -102,8 +114,12 @@ private:
     COLImage m_display; // the source's rendering, alpha = selection at screen size
     QImage m_screen;    // the same, opaque, with the outline drawn in
     COLImage* m_pOverride = nullptr;
-    std::vector<uint32_t> m_ants; // indices of outline pixels in the display buffer
+    std::vector<uint32_t> m_ants[kOutlineStyles]; // outline pixels in the display buffer, by style
+    AntsBox m_antsBox;                             // what they cover, in display buffer pixels
+    std::vector<uint8_t> m_sampled;                // a plane at screen scale, while it is traced
     int m_antsCount = 0;
+    int m_outlineVersion = -1;
+    int m_cursorRole = 0;
     uint32_t m_antsFrame = 0;
     int m_tick = 0;
     bool m_rendered = false;

@@ -32,7 +32,11 @@ KeyDecision MapShortcut(int key, bool ctrl, bool shift, bool selectionMode)
         default:
             break;
         }
-        if (selectionMode) return {};
+        if (selectionMode) {
+            if (key == 'S') return {EKeyAction::kSave, {}};
+            if (key == vmkey::kReturn || key == vmkey::kEnter) return {EKeyAction::kConfirmReturn, {}};
+            return {};
+        }
         switch (key) {
         case vmkey::kDelete:
             return command("Doc_DelectInv");

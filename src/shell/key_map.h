@@ -6,6 +6,8 @@
 // no window library; the window side checks at compile time that they agree.
 namespace vmkey {
 inline constexpr int kEscape = 0x01000000;
+inline constexpr int kReturn = 0x01000004;
+inline constexpr int kEnter = 0x01000005;
 inline constexpr int kDelete = 0x01000007;
 inline constexpr int kPlus = 0x2b;
 inline constexpr int kMinus = 0x2d;
@@ -25,6 +27,7 @@ enum class EKeyAction {
     kSave,
     kClose,
     kCancelTool, // Escape: no current tool
+    kConfirmReturn, // selection mode: confirm the cut-out and return to composing
 };
 
 struct KeyDecision {
@@ -32,8 +35,9 @@ struct KeyDecision {
     std::string command;
 };
 
-// The shortcut table. ctrl and shift tell whether either key of the pair is held. In selection mode only undo,
-// redo and the zoom keys act; everything else falls through to the tool.
+// The shortcut table. ctrl and shift tell whether either key of the pair is held. In selection mode undo, redo,
+// the zoom keys, save (which asks to return first when there is no result) and Ctrl+Return (confirm and return)
+// act; everything else falls through to the tool.
 KeyDecision MapShortcut(int key, bool ctrl, bool shift, bool selectionMode);
 
 // The digit of Shift plus a digit key: the digit itself, or the symbol a US keyboard gives for it; -1 otherwise.

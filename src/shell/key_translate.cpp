@@ -4,7 +4,8 @@
 
 #include "shell/key_map.h"
 
-static_assert(vmkey::kEscape == Qt::Key_Escape && vmkey::kDelete == Qt::Key_Delete && vmkey::kPlus == Qt::Key_Plus &&
+static_assert(vmkey::kEscape == Qt::Key_Escape && vmkey::kDelete == Qt::Key_Delete && vmkey::kReturn == Qt::Key_Return &&
+                  vmkey::kEnter == Qt::Key_Enter && vmkey::kPlus == Qt::Key_Plus &&
                   vmkey::kMinus == Qt::Key_Minus && vmkey::kEqual == Qt::Key_Equal &&
                   vmkey::kUnderscore == Qt::Key_Underscore && vmkey::k0 == Qt::Key_0 && vmkey::k9 == Qt::Key_9 &&
                   vmkey::kA == Qt::Key_A && vmkey::kZ == Qt::Key_Z,

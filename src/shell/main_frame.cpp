@@ -151,10 +151,7 @@ void CMainFrame::BuildToolStrip(QWidget* parent)
     m_pToolBar->onHelp = [this](const QString& text) { SetTip(text); };
     m_pToolBar->onStatus = [this](const QString& text) { m_pTip->setText(text); };
     m_pToolBar->onMode = [this](bool selection) { OnSelectionMode(selection); };
-    m_pToolBar->onResultWizard = [this] {
-        return selmode::RunResultDialog(this, m_pToolBar->Selection(), m_app.Document());
-    };
-    connect(m_pCreateSel, &QToolButton::clicked, this, [this] { selmode::Toggle(*m_pToolBar, *m_pServices); });
+    connect(m_pCreateSel, &QToolButton::clicked, this, [this] { OnCommand(cmd::kConfirmReturn); });
     m_pToolLayout->addWidget(m_pToolBar, 1);
     m_pToolStrip->hide();
 }
@@ -239,7 +236,14 @@ void CMainFrame::BuildSidePanels()
 
 void CMainFrame::BuildMenus(bool compose)
 {
+    BuildMenuBar(compose ? ComposeMenus() : EmptyMenus());
     m_composeMenus = compose;
+}
+
+void CMainFrame::BuildMenuBar(const std::vector<MenuDef>& menus)
+{
+    m_composeMenus = false;
+    m_selectionMenus = &menus == &SelectionMenus();
     menuBar()->clear();
     m_actions.clear();
     const ETextLanguage lang = m_app.GetLanguage();
@@ -253,13 +257,13 @@ void CMainFrame::BuildMenus(bool compose)
                 self(subMenu, sub.items, self);
             } else {
                 QAction* a = menu->addAction(QString::fromStdString(MenuItemText(id, lang)));
-                if (id == cmd::kStatusBar || id == cmd::kToolBar) a->setCheckable(true);
+                if (id == cmd::kStatusBar || id == cmd::kToolBar || BackgroundModeOf(id) != 0) a->setCheckable(true);
                 connect(a, &QAction::triggered, this, [this, id] { OnCommand(id); });
                 m_actions[id] = a;
             }
         }
     };
-    for (const MenuDef& def : compose ? ComposeMenus() : EmptyMenus()) {
+    for (const MenuDef& def : menus) {
         QMenu* menu = menuBar()->addMenu(QString::fromUtf8(MenuTitle(def, lang)));
         addItems(menu, def.items, addItems);
         connect(menu, &QMenu::aboutToShow, this, &CMainFrame::UpdateMenuState);
@@ -286,23 +290,37 @@ FrameState CMainFrame::CurrentState()
     s.documentShown = m_pView->GetSource() != nullptr;
     const CLayer* current = doc.GetCurrentLayer();
     s.currentVisible = current && current->m_visible;
+    if (m_pToolBar && s.selectionMode) {
+        const COLChannel& result = *m_pToolBar->Selection().GetResultMask();
+        s.resultExists = !result.IsNull();
+        s.resultHasPixels = s.resultExists && !result.IsAllZero();
+    }
     return s;
 }
 
 bool CMainFrame::IsCommandAvailable(int id)
 {
+    return IsAvailableIn(id, CurrentState());
+}
+
+bool CMainFrame::IsAvailableIn(int id, const FrameState& state) const
+{
     if (!IsBuilt(id)) return false;
     // The round trip through the companion editor is not built; only its "not installed" answer is.
     if (id == cmd::kCompanion && !m_app.m_companionExe.empty()) return false;
-    return IsCommandEnabled(id, CurrentState());
+    return IsCommandEnabled(id, state);
 }
 
 void CMainFrame::UpdateMenuState()
 {
+    const FrameState state = CurrentState();
     for (auto& [id, action] : m_actions)
-        action->setEnabled(IsCommandAvailable(id));
+        action->setEnabled(IsAvailableIn(id, state));
     if (QAction* a = Action(cmd::kStatusBar)) a->setChecked(statusBar()->isVisible());
     if (QAction* a = Action(cmd::kToolBar)) a->setChecked(m_pTopBar->isVisible());
+    if (m_selectionMenus)
+        for (auto& [id, action] : m_actions)
+            if (BackgroundModeOf(id) != 0) action->setChecked(BackgroundModeOf(id) == m_pToolBar->Selection().GetDisplayMode());
 }
 
 void CMainFrame::UpdateTitle()
@@ -436,11 +454,11 @@ void CMainFrame::OnSelectionMode(bool selection)
 {
     CComposeDocument& doc = m_app.Document();
     m_pView->SetSource(selection ? static_cast<ICanvasSource*>(&m_pToolBar->Selection()) : &doc);
-    if (selection) {
-        selmode::BuildMenus(*this, *m_pToolBar, *m_pServices);
-        AddSelectionFeatherItem();
-    } else
+    if (selection)
+        BuildMenuBar(SelectionMenus());
+    else
         BuildMenus(true);
+    m_pCreateSel->setToolTip(Text(selection ? "leavesel" : "createsel"));
     m_pView->ZoomFit();
     UpdatePanels();
 }
@@ -449,7 +467,9 @@ IHistoryNavigator* CMainFrame::GetSelectionHistory() { return m_app.SelectionHis
 
 void CMainFrame::RefreshSelectionDocument()
 {
-    if (m_pToolBar) m_pToolBar->Selection().RefreshPreview();
+    if (!m_pToolBar) return;
+    m_pToolBar->Selection().RefreshPreview();
+    m_pToolBar->Manager().UpdateBars(); // undo may take the result away, or bring it back
 }
 
 void CMainFrame::CancelTool()
@@ -499,6 +519,9 @@ bool CMainFrame::HandleShortcut(int key, bool ctrl, bool shift)
         return true;
     case EKeyAction::kCancelTool:
         CancelTool();
+        return true;
+    case EKeyAction::kConfirmReturn:
+        OnCommand(cmd::kConfirmReturn);
         return true;
     case EKeyAction::kCommand:
         break;
@@ -570,6 +593,25 @@ void CMainFrame::OnCommand(int id)
         break;
     case cmd::kSegmentDeflate:
         OnSegmentDeflate();
+        break;
+    case cmd::kConfirmReturn:
+        // The way back records its step after the canvas has changed source: the panels follow it here.
+        selmode::Toggle(this, *m_pToolBar, *m_pServices);
+        UpdatePanels();
+        break;
+    case cmd::kCancelReturn:
+        selmode::CancelReturn(*m_pToolBar, *m_pServices);
+        UpdatePanels();
+        break;
+    case cmd::kBackColour:
+    case cmd::kBackChecker:
+    case cmd::kBackPicture:
+    case cmd::kBackMask:
+    case cmd::kBackOriginal:
+        selmode::ChooseBackground(this, *m_pToolBar, *m_pServices, id);
+        break;
+    case cmd::kFeatherShrink:
+        OnSelectionFeather();
         break;
     case cmd::kTutorialCompose:
     case cmd::kTutorialBlue:
@@ -695,7 +737,14 @@ void CMainFrame::OnNewPicture()
 void CMainFrame::OnSave()
 {
     CComposeDocument& doc = m_app.Document();
-    if (doc.GetLayerCount() < 1 || IsSelectionMode()) return;
+    if (doc.GetLayerCount() < 1) return;
+    if (IsSelectionMode()) {
+        selmode::Save(this, *m_pToolBar, *m_pServices,
+                      [this](const std::string& path, const COLImage& picture, const char* extension) {
+                          return ExportPictureTo(path, picture, extension);
+                      });
+        return;
+    }
     CSaveDlg dialog(this, *m_pServices, doc.GetCurrentIndex() > 0);
     dialog.exec();
     switch (dialog.What()) {
@@ -798,6 +847,11 @@ void CMainFrame::OnCompanion()
 
 void CMainFrame::closeEvent(QCloseEvent* event)
 {
+    // Work in selection mode is not part of the document yet: it is brought back or dropped first.
+    if (IsSelectionMode() && !selmode::AllowClose(this, *m_pToolBar, *m_pServices)) {
+        event->ignore();
+        return;
+    }
     if (CheckDiscard())
         event->accept();
     else

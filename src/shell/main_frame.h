@@ -94,6 +94,7 @@ public:
     QString StatusText() const;
     QString HelpText() const;
     bool IsShowingComposeMenus() const { return m_composeMenus; }
+    bool IsShowingSelectionMenus() const { return m_selectionMenus; }
     IUiServices& Services() { return *m_pServices; }
     const std::string& DocumentPath() const { return m_session.Path(); }
 
@@ -126,9 +127,11 @@ private:
     void BuildStatusBar();
     void BuildTopBar();
     void BuildMenus(bool compose);
+    void BuildMenuBar(const std::vector<MenuDef>& menus);
     // The canvas shows the selection document (true) or the compose document, with the menus of the mode.
     void OnSelectionMode(bool selection);
     void UpdateMenuState();
+    bool IsAvailableIn(int id, const FrameState& state) const;
     void UpdateTitle();
     // The window without a document: empty canvas, short menus.
     void ShowEmpty();
@@ -149,7 +152,7 @@ private:
     void OnStroke();
     void OnSegmentDeflate();
     // Selection mode's "feather and shrink" item, added to the first menu of that mode.
-    void AddSelectionFeatherItem();
+    void OnSelectionFeather();
     // The composite or a picture in the format of the name's extension; a name without a known one gets the
     // button's extension. False after the message.
     bool ExportComposite(const std::string& path, const char* extension);
@@ -178,6 +181,7 @@ private:
     QProgressBar* m_pProgress = nullptr;
     std::map<int, QAction*> m_actions;
     bool m_composeMenus = false;
+    bool m_selectionMenus = false;
     bool m_hostMode = false;
     bool m_messageShown = false;
     std::string m_presetOpenPath;

@@ -56,6 +56,14 @@ const MenuItemDef kItems[] = {
     {cmd::kHelpFile, "帮助文件(&H)", "&Help", nullptr, EMenuArgument::kNone},
     {cmd::kHomeSite, "网站", "Web site", nullptr, EMenuArgument::kNone},
     {cmd::kAbout, "关于Velmorando(&A)...", "&About Velmorando...", nullptr, EMenuArgument::kNone},
+    {cmd::kConfirmReturn, "确认返回", "&Confirm and return\tCtrl+Return", nullptr, EMenuArgument::kNone},
+    {cmd::kCancelReturn, "取消返回", "C&ancel and return", nullptr, EMenuArgument::kNone},
+    {cmd::kFeatherShrink, "羽化和内缩...", "&Feather and shrink...", nullptr, EMenuArgument::kNone},
+    {cmd::kBackColour, "单色背景", "Plain &colour", nullptr, EMenuArgument::kNone},
+    {cmd::kBackChecker, "方格背景", "C&heckerboard", nullptr, EMenuArgument::kNone},
+    {cmd::kBackPicture, "图片背景", "&Picture...", nullptr, EMenuArgument::kNone},
+    {cmd::kBackMask, "显示蒙版", "&Mask (black and white)", nullptr, EMenuArgument::kNone},
+    {cmd::kBackOriginal, "原图", "&Original picture", nullptr, EMenuArgument::kNone},
 };
 
 constexpr int kTutorialSubMenu = -1;
@@ -124,6 +132,39 @@ const std::vector<MenuDef>& EmptyMenus()
     return menus;
 }
 
+const std::vector<MenuDef>& SelectionMenus()
+{
+    static const std::vector<MenuDef> menus = {
+        {"选择(&S)",
+         "&Selection",
+         {cmd::kConfirmReturn, cmd::kCancelReturn, kSeparator, cmd::kUndo, cmd::kRedo, kSeparator,
+          cmd::kFeatherShrink}},
+        {"背景(&B)",
+         "&Background",
+         {cmd::kBackChecker, cmd::kBackColour, cmd::kBackPicture, cmd::kBackMask, kSeparator, cmd::kBackOriginal}},
+        {"帮助(&H)", "&Help", {kTutorialSubMenu, cmd::kHelpFile, kSeparator, cmd::kAbout}},
+    };
+    return menus;
+}
+
+int BackgroundModeOf(int id)
+{
+    switch (id) {
+    case cmd::kBackColour:
+        return 1;
+    case cmd::kBackChecker:
+        return 2;
+    case cmd::kBackPicture:
+        return 3;
+    case cmd::kBackMask:
+        return 4;
+    case cmd::kBackOriginal:
+        return 5;
+    default:
+        return 0;
+    }
+}
+
 const MenuDef& SubMenu(int)
 {
     return kTutorials;
@@ -181,6 +222,20 @@ bool IsCommandEnabled(int id, const FrameState& s)
         return M && !E;
     case cmd::kInpaint:
         return M && I == 0;
+    case cmd::kFeatherShrink:
+        return s.selectionMode && s.resultHasPixels;
+    case cmd::kBackColour:
+    case cmd::kBackChecker:
+    case cmd::kBackPicture:
+    case cmd::kBackMask:
+    case cmd::kBackOriginal:
+        // Behind an opaque working copy a background shows nothing: only a result lets it through.
+        return s.selectionMode && s.resultExists;
+    case cmd::kConfirmReturn:
+        // Also the large button of compose mode, which enters the mode.
+        return L > 0;
+    case cmd::kCancelReturn:
+        return s.selectionMode;
     default:
         return true; // new, exit, undo, redo, flips, export, select all, view, settings and help items
     }

@@ -56,6 +56,16 @@ inline constexpr int kTutorialSmartErase = 32819;
 inline constexpr int kHelpFile = 57670;
 inline constexpr int kHomeSite = 32811;
 inline constexpr int kAbout = 57664;
+// Selection mode.
+inline constexpr int kConfirmReturn = 32776;
+inline constexpr int kCancelReturn = 32777;
+inline constexpr int kFeatherShrink = 32803;
+// Selection mode's backgrounds behind the cut-out (the values of the display mode follow from them).
+inline constexpr int kBackColour = 20499;
+inline constexpr int kBackChecker = 20500;
+inline constexpr int kBackPicture = 20501;
+inline constexpr int kBackMask = 20502;
+inline constexpr int kBackOriginal = 20506;
 inline constexpr int kSeparator = 0;
 } // namespace cmd
 
@@ -69,6 +79,9 @@ struct FrameState {
     bool clipboardHasImage = false;
     bool documentShown = false;
     bool currentVisible = false;
+    // Selection mode: the result mask exists, and has a pixel above 0.
+    bool resultExists = false;
+    bool resultHasPixels = false;
 };
 
 enum class EMenuArgument { kNone, kCurrent, kCurrentPlusOne };
@@ -91,14 +104,18 @@ const MenuItemDef* FindMenuItem(int id);
 std::string MenuItemText(int id, ETextLanguage language);
 const char* MenuTitle(const MenuDef& menu, ETextLanguage language);
 
-// The menu bar with a document in compose mode, and the one without a document.
+// The menu bar with a document in compose mode, the one without a document, and the one of selection mode.
 const std::vector<MenuDef>& ComposeMenus();
 const std::vector<MenuDef>& EmptyMenus();
+const std::vector<MenuDef>& SelectionMenus();
 // Submenus referred to by a negative number in a menu's items.
 const MenuDef& SubMenu(int negativeId);
 
-// The enabling rule of a command in compose mode.
+// The enabling rule of a command; selection mode's items follow the state of its result mask.
 bool IsCommandEnabled(int id, const FrameState& state);
+
+// The display mode of the selection document that a background item chooses; 0 for other items.
+int BackgroundModeOf(int id);
 
 // The command text an item sends, with its layer argument filled in; empty for items the frame handles itself.
 std::string CommandTextFor(int id, int currentIndex);

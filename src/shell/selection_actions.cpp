@@ -118,30 +118,14 @@ CSelectionDocument* CMainFrame::GetSelectionDocument()
     return m_pToolBar && IsSelectionMode() ? &m_pToolBar->Selection() : nullptr;
 }
 
-void CMainFrame::AddSelectionFeatherItem()
+void CMainFrame::OnSelectionFeather()
 {
-    const QList<QAction*> menus = menuBar()->actions();
-    QMenu* menu = menus.isEmpty() ? nullptr : menus.first()->menu();
-    if (!menu) return;
-    menu->addSeparator();
-    const bool chinese = m_app.GetLanguage() == ETextLanguage::kChinese;
-    QAction* feather =
-        menu->addAction(chinese ? QStringLiteral("羽化和内缩...") : QStringLiteral("Feather and shrink..."));
-    feather->setObjectName(QStringLiteral("selfeather"));
-    // Only a result mask with pixels can be feathered.
-    auto update = [this, feather] {
-        const COLChannel* mask = m_pToolBar->Selection().GetResultMask();
-        feather->setEnabled(!mask->IsNull() && !mask->IsAllZero());
-    };
-    connect(menu, &QMenu::aboutToShow, feather, update);
-    update();
-    connect(feather, &QAction::triggered, this, [this, update] {
-        update();
-        if (!m_pToolBar->Selection().GetResultMask() || m_pToolBar->Selection().GetResultMask()->IsNull()) return;
-        FeatherRecord record;
-        if (!AskSelFeather(this, record)) return;
-        BusyCursor busy;
-        RunCommand("Doc_SelectFeatherResult('" + std::to_string(record.radius) + "','" +
-                   std::to_string(record.keepDetail) + "','" + std::to_string(record.shrinkFirst) + "')");
-    });
+    // Only a result mask with pixels can be feathered (the menu's enabling rule says the same).
+    const COLChannel* mask = m_pToolBar->Selection().GetResultMask();
+    if (!mask || mask->IsNull() || mask->IsAllZero()) return;
+    FeatherRecord record;
+    if (!AskSelFeather(this, record)) return;
+    BusyCursor busy;
+    RunCommand("Doc_SelectFeatherResult('" + std::to_string(record.radius) + "','" + std::to_string(record.keepDetail) +
+               "','" + std::to_string(record.shrinkFirst) + "')");
 }

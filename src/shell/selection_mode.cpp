@@ -1,15 +1,16 @@
 #include "shell/selection_mode.h"
 
-#include <QAction>
-#include <QMainWindow>
-#include <QMenuBar>
+#include <QColorDialog>
 #include <QMessageBox>
 #include <QPushButton>
 
-#include "commands/command.h"
 #include "document/compose_document.h"
+#include "document/layer.h"
 #include "document/selection_document.h"
+#include "imaging/codec.h"
 #include "shell/app_globals.h"
+#include "shell/file_filter.h"
+#include "shell/menu_table.h"
 #include "shell/tool_bar.h"
 #include "shell/ui_services.h"
 
@@ -19,85 +20,199 @@ namespace {
 
 QString Text(const char* key) { return QString::fromStdString(GetString(key)); }
 
-} // namespace
-
-void Toggle(CToolBar& bar, IUiServices& services)
+std::function<EBringBack(QWidget*)>& Chooser()
 {
-    CToolManager& manager = bar.Manager();
-    if (manager.IsSelectionMode() && bar.Selection().GetResultMask()->IsNull()) {
-        // Nothing to bring back yet: the contours alone are no result. Leaving drops them.
-        const EMsgResult answer =
-            services.MessageBox(QStringLiteral("There is no result yet. Leave selection mode and drop the contours?"),
-                                EMsgButtons::kYesNo, EMsgIcon::kQuestion, Text("Tittle"));
-        if (answer != EMsgResult::kYes) return;
-    }
-    manager.EnterOrLeaveSelectionMode(!manager.IsSelectionMode(), kMethodInOut, true);
+    static std::function<EBringBack(QWidget*)> chooser;
+    return chooser;
 }
 
-bool RunResultDialog(QWidget* parent, CSelectionDocument& selection, CComposeDocument& document)
+EBringBack AskBringBack(QWidget* parent)
 {
-    if (selection.GetResultMask()->IsNull()) return false;
+    if (Chooser()) return Chooser()(parent);
     QMessageBox box(parent);
     box.setWindowTitle(Text("Tittle"));
-    box.setText(QStringLiteral("What should become of the result?"));
-    QPushButton* apply = box.addButton(QStringLiteral("Apply to the layer"), QMessageBox::AcceptRole);
-    QPushButton* separate = box.addButton(QStringLiteral("Separate to a new layer"), QMessageBox::AcceptRole);
-    QPushButton* keep = box.addButton(QStringLiteral("Keep as selection"), QMessageBox::AcceptRole);
+    box.setText(Text("leavesel"));
+    QPushButton* apply = box.addButton(Text("bringapply"), QMessageBox::AcceptRole);
+    QPushButton* separate = box.addButton(Text("bringseparate"), QMessageBox::AcceptRole);
+    QPushButton* keep = box.addButton(Text("bringkeep"), QMessageBox::AcceptRole);
     box.addButton(QMessageBox::Cancel);
     box.exec();
-    int result = kBringBackFailed;
-    if (box.clickedButton() == apply) result = selection.ApplyToLayer(document);
-    if (box.clickedButton() == separate) result = selection.SeparateToLayer(document);
-    if (box.clickedButton() == keep) result = selection.KeepAsSelection(document);
-    if (result == kBringBackIsBase) {
-        // The base cannot lose its background; the result stays as the selection instead.
-        QMessageBox::warning(parent, QStringLiteral("Warning"), Text("isbkwarning"));
-        result = selection.KeepAsSelection(document);
-    }
-    return result == kBringBackDone;
+    if (box.clickedButton() == apply) return EBringBack::kApply;
+    if (box.clickedButton() == separate) return EBringBack::kSeparate;
+    if (box.clickedButton() == keep) return EBringBack::kKeep;
+    return EBringBack::kCancel;
 }
 
-void BuildMenus(QMainWindow& frame, CToolBar& bar, IUiServices& services)
+// Leaves the mode; the result dialog's part is already done, so the manager's wizard only reports it.
+void Leave(CToolBar& bar, bool broughtBack)
 {
-    QMenuBar* menus = frame.menuBar();
-    menus->clear();
-    QMenu* selectionMenu = menus->addMenu(QStringLiteral("&Selection"));
-    QAction* back = selectionMenu->addAction(QStringLiteral("Confirm and &return to compose"));
-    back->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Return));
-    QObject::connect(back, &QAction::triggered, &frame, [&bar, &services] { Toggle(bar, services); });
-    selectionMenu->addSeparator();
-    QAction* undo = selectionMenu->addAction(QStringLiteral("&Undo"));
-    undo->setShortcut(QKeySequence::Undo);
-    QAction* redo = selectionMenu->addAction(QStringLiteral("&Redo"));
-    redo->setShortcut(QKeySequence::Redo);
-    // A half-made polygon must not enter the log: the tool is left first.
-    QObject::connect(undo, &QAction::triggered, &frame, [&bar] {
-        bar.Manager().SetCurrentTool(nullptr);
-        if (CSelectionHistory* log = bar.SelectionLog(); log && log->Backward()) bar.Selection().RefreshPreview();
-    });
-    QObject::connect(redo, &QAction::triggered, &frame, [&bar] {
-        bar.Manager().SetCurrentTool(nullptr);
-        if (CSelectionHistory* log = bar.SelectionLog(); log && log->Forward()) bar.Selection().RefreshPreview();
-    });
+    std::function<bool()> wizard = std::move(bar.onResultWizard);
+    bar.onResultWizard = [broughtBack] { return broughtBack; };
+    bar.Manager().EnterOrLeaveSelectionMode(false, 0, true);
+    bar.onResultWizard = std::move(wizard);
+}
 
-    QMenu* view = menus->addMenu(QStringLiteral("&Background"));
-    const struct {
-        const char* label;
-        int mode;
-    } backgrounds[] = {{"&Checkerboard", kShowChecker}, {"&White", kShowColour}, {"&Mask (black and white)", kShowMask},
-                       {"&Original picture", kShowSource}};
-    for (const auto& b : backgrounds) {
-        QAction* a = view->addAction(QString::fromUtf8(b.label));
-        a->setCheckable(true);
-        a->setChecked(bar.Selection().GetDisplayMode() == b.mode);
-        const int mode = b.mode;
-        QObject::connect(a, &QAction::triggered, &frame, [&bar, view, a, mode] {
-            bar.Selection().SetDisplayMode(mode);
-            if (mode == kShowColour) bar.Selection().SetBackgroundColour(0xFFFFFFFF);
-            for (QAction* other : view->actions()) other->setChecked(other == a);
-            bar.Selection().RefreshPreview();
-        });
+bool LayerHasTransparency(const CComposeDocument& document)
+{
+    const CLayer* layer = document.GetCurrentLayer();
+    if (!layer || layer->m_image.IsNull()) return false;
+    const CPixel* p = layer->m_image.GetBuffer();
+    for (size_t i = 0, n = layer->m_image.GetPixelCount(); i < n; ++i)
+        if (p[i].alpha != 255) return true;
+    return false;
+}
+
+// Leaving with a result: the dialog first, so that Cancel keeps the mode and everything in it.
+bool LeaveWithResult(QWidget* parent, CToolBar& bar, IUiServices& services)
+{
+    CSelectionDocument& selection = bar.Selection();
+    CComposeDocument& document = bar.Document();
+    const EBringBack choice = AskBringBack(parent);
+    if (choice == EBringBack::kCancel) return false;
+    int result = choice == EBringBack::kApply      ? selection.ApplyToLayer(document)
+                 : choice == EBringBack::kSeparate ? selection.SeparateToLayer(document)
+                                                   : selection.KeepAsSelection(document);
+    if (result == kBringBackIsBase) {
+        // The base keeps its background; the result stays as the selection instead.
+        services.MessageBox(Text("isbkwarning"), EMsgButtons::kOk, EMsgIcon::kWarning, QStringLiteral("Warning"));
+        result = selection.KeepAsSelection(document);
     }
+    if (result != kBringBackDone) {
+        services.MessageBox(Text("except"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
+        return false;
+    }
+    Leave(bar, true);
+    return true;
+}
+
+} // namespace
+
+void SetBringBackChooser(std::function<EBringBack(QWidget*)> chooser)
+{
+    Chooser() = std::move(chooser);
+}
+
+bool HasWork(CSelectionDocument& selection)
+{
+    return !selection.GetResultMask()->IsNull() || !selection.GetOuterPlane()->IsNull() ||
+           !selection.GetInnerPlane()->IsNull();
+}
+
+bool Toggle(QWidget* parent, CToolBar& bar, IUiServices& services)
+{
+    CToolManager& manager = bar.Manager();
+    if (!manager.IsSelectionMode()) {
+        // The cut-out becomes the layer's alpha: a layer that has one already cannot be cut out.
+        if (LayerHasTransparency(bar.Document())) {
+            services.MessageBox(Text("cantsel"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
+            return false;
+        }
+        if (!manager.EnterOrLeaveSelectionMode(true, kMethodInOut, true)) {
+            services.MessageBox(Text("except"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
+            return false;
+        }
+        return true;
+    }
+    manager.SetCurrentTool(nullptr); // a half-made polygon is not part of the result
+    if (!bar.Selection().GetResultMask()->IsNull()) return LeaveWithResult(parent, bar, services);
+    // Nothing to bring back yet: the contours alone are no result, and leaving drops them.
+    if (HasWork(bar.Selection()) &&
+        services.MessageBox(Text("dropcontours"), EMsgButtons::kYesNo, EMsgIcon::kQuestion, Text("Tittle")) !=
+            EMsgResult::kYes)
+        return false;
+    Leave(bar, false);
+    return true;
+}
+
+bool CancelReturn(CToolBar& bar, IUiServices& services)
+{
+    if (!bar.Manager().IsSelectionMode()) return false;
+    bar.Manager().SetCurrentTool(nullptr);
+    if (HasWork(bar.Selection()) &&
+        services.MessageBox(Text("dropcutout"), EMsgButtons::kYesNo, EMsgIcon::kQuestion, Text("Tittle")) !=
+            EMsgResult::kYes)
+        return false;
+    Leave(bar, false);
+    return true;
+}
+
+void Save(QWidget* parent, CToolBar& bar, IUiServices& services, const PictureWriter& write)
+{
+    if (!bar.Manager().IsSelectionMode()) return;
+    CSelectionDocument& selection = bar.Selection();
+    const COLChannel& mask = *selection.GetResultMask();
+    if (mask.IsNull()) {
+        if (services.MessageBox(Text("backtocompose"), EMsgButtons::kYesNo, EMsgIcon::kQuestion, Text("Tittle")) ==
+            EMsgResult::kYes)
+            Toggle(parent, bar, services);
+        return;
+    }
+    const COLImage& working = *selection.GetWorkingImage();
+    COLImage cutout;
+    if (working.IsNull() || !cutout.DuplicateFrom(&working) || mask.GetWidth() != working.GetWidth() ||
+        mask.GetHeight() != working.GetHeight()) {
+        services.MessageBox(Text("except"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
+        return;
+    }
+    CPixel* p = cutout.GetBuffer();
+    const uint8_t* m = mask.GetBuffer();
+    for (size_t i = 0, n = cutout.GetPixelCount(); i < n; ++i)
+        p[i].alpha = m[i];
+    const QString path = services.GetSaveFileName("PNG File(*.png)|*.png|TIFF File(*.tif)|*.tif|TGA File(*.tga)|*.tga||");
+    if (path.isEmpty()) return;
+    write(path.toStdString(), cutout, "png");
+}
+
+bool AllowClose(QWidget* parent, CToolBar& bar, IUiServices& services)
+{
+    if (!bar.Manager().IsSelectionMode()) return true;
+    bar.Manager().SetCurrentTool(nullptr);
+    if (!HasWork(bar.Selection())) {
+        Leave(bar, false);
+        return true;
+    }
+    switch (services.MessageBox(Text("backtocompose"), EMsgButtons::kYesNoCancel, EMsgIcon::kQuestion,
+                                Text("Tittle"))) {
+    case EMsgResult::kYes:
+        // Bring the result back (or drop bare contours after asking); the document's question follows.
+        return Toggle(parent, bar, services);
+    case EMsgResult::kNo:
+        Leave(bar, false);
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool ChooseBackground(QWidget* parent, CToolBar& bar, IUiServices& services, int id)
+{
+    CSelectionDocument& selection = bar.Selection();
+    const int mode = BackgroundModeOf(id);
+    if (mode == 0) return false;
+    if (mode == kShowColour) {
+        const uint32_t old = selection.GetBackgroundColour();
+        const QColor chosen = QColorDialog::getColor(QColor((old >> 16) & 0xFF, (old >> 8) & 0xFF, old & 0xFF),
+                                                     parent, Text("bkmodecolor"));
+        if (!chosen.isValid()) return false;
+        selection.SetBackgroundColour(0xFF000000u | uint32_t(chosen.red()) << 16 | uint32_t(chosen.green()) << 8 |
+                                      uint32_t(chosen.blue()));
+    }
+    if (mode == kShowPicture) {
+        const std::string filter = OpenDialogFilter(GetString("openflatfiletype"), GetString("allpictures"),
+                                                    GetString("allfiles"), false);
+        const QString path = services.GetOpenFileName(filter);
+        if (path.isEmpty()) return false;
+        COLImage picture;
+        if (!COLImageCodec().LoadFile(path.toStdString().c_str(), &picture) || picture.IsNull()) {
+            services.MessageBox(Text("can't open"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
+            return false;
+        }
+        selection.GetBackgroundPicture()->Free();
+        if (!selection.GetBackgroundPicture()->DuplicateFrom(&picture)) return false;
+    }
+    selection.SetDisplayMode(mode);
+    selection.RefreshPreview();
+    return true;
 }
 
 } // namespace selmode

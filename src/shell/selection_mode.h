@@ -1,25 +1,51 @@
 #pragma once
 
+#include <functional>
+#include <string>
+
 class CComposeDocument;
 class CSelectionDocument;
+class COLImage;
 class CToolBar;
 class IUiServices;
-class QMainWindow;
 class QWidget;
 
-// Selection mode in the main frame: the way in from the large button, its menu, and the way back through the
-// result dialog.
+// Selection mode in the main frame: the way in from the large button, the way back through the result dialog
+// or without a result, saving and closing while in it, and the backgrounds behind the cut-out.
 namespace selmode {
 
-// Enters selection mode (inner-outer method: outer, inner and result polygons) or, when in it, leaves it.
-void Toggle(CToolBar& bar, IUiServices& services);
+// What the user chose in the result dialog.
+enum class EBringBack { kCancel, kApply, kSeparate, kKeep };
 
-// Asks what to do with the result: apply it to the layer, separate it to a new layer, keep it as the selection,
-// or go back to selection mode. Brings the result back and answers true for the first three.
-bool RunResultDialog(QWidget* parent, CSelectionDocument& selection, CComposeDocument& document);
+// The dialog that asks what becomes of the result. Tests put a scripted stand-in in its place; null restores
+// the real dialog.
+void SetBringBackChooser(std::function<EBringBack(QWidget* parent)> chooser);
 
-// The menu bar of selection mode: Selection (confirm and return, discard and return, undo, redo) and View
-// (background choices).
-void BuildMenus(QMainWindow& frame, CToolBar& bar, IUiServices& services);
+// Something was drawn or computed in selection mode that leaving without a result would drop.
+bool HasWork(CSelectionDocument& selection);
+
+// The large button and "Confirm and return". In compose mode: enters selection mode on the current layer
+// (inner-outer method), unless the layer has transparency ("cantsel"). In selection mode: with a result, the
+// result dialog brings it back and the mode is left, or stays on Cancel; without one, the user is asked before
+// the contours are dropped. True when the mode changed.
+bool Toggle(QWidget* parent, CToolBar& bar, IUiServices& services);
+
+// "Cancel and return": leaves without bringing anything back and records nothing; asks first when work would
+// be lost. True when the mode was left.
+bool CancelReturn(CToolBar& bar, IUiServices& services);
+
+// Save in selection mode. Without a result mask: the "backtocompose" question, and Yes returns to composing
+// (through the result dialog when there is something to bring back). With one: the cut-out (working colours,
+// the result mask as alpha) is written where the user says, and the mode stays.
+using PictureWriter = std::function<bool(const std::string& path, const COLImage& picture, const char* extension)>;
+void Save(QWidget* parent, CToolBar& bar, IUiServices& services, const PictureWriter& write);
+
+// Closing the window in selection mode: with work in the mode, Yes/No/Cancel on "backtocompose" (Yes brings the
+// result back first, No drops it). True when the window may go on closing (the document's own question follows).
+bool AllowClose(QWidget* parent, CToolBar& bar, IUiServices& services);
+
+// A background item of selection mode (the command numbers of menu_table.h): sets the display mode, asking for
+// the colour or picture where the item needs one. False when the user cancelled or the picture did not read.
+bool ChooseBackground(QWidget* parent, CToolBar& bar, IUiServices& services, int id);
 
 } // namespace selmode

@@ -281,6 +281,12 @@ const TextRow kEditorRows[] = {
      "Works best on a separate object in front of a natural texture. Where the first result does not please, select "
      "those places and inpaint them again, or touch them up by hand with the clone tool.\n\nAlgorithm version 1.0"},
     {"inpaintwait", "处理中...如果操作支持中断，可按ESC取消", "Working... Press Esc to cancel where the operation allows it."},
+    {"dropcontours", "还没有抠图结果。返回合成状态将丢弃内外轮廓，继续吗？",
+     "There is no cut-out yet. Returning to composing drops the contours. Continue?"},
+    {"dropcutout", "放弃当前抠图结果并返回合成状态吗？", "Drop the cut-out and return to composing?"},
+    {"bringapply", "应用到图层", "Apply to the layer"},
+    {"bringseparate", "分离到新图层", "Separate to a new layer"},
+    {"bringkeep", "保留为选区", "Keep as selection"},
 };
 
 // Keys that callers ask for but the Chinese table does not hold (they read as empty there).

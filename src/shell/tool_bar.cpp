@@ -152,6 +152,11 @@ CToolBar::~CToolBar()
     m_pManager->SetCurrentTool(nullptr);
 }
 
+CComposeDocument& CToolBar::Document()
+{
+    return m_app.Document();
+}
+
 void CToolBar::ShowHelp(const std::string& text)
 {
     if (onHelp) onHelp(QString::fromStdString(text));
@@ -209,7 +214,12 @@ void CToolBar::paintEvent(QPaintEvent*)
             p.drawLine(r.bottomLeft(), r.bottomRight());
             p.drawLine(r.topRight(), r.bottomRight());
         }
-        const QImage icon = LoadSkinPicture(std::string("icons/") + tool->GetTipKey() + ".png");
+        // The skin's pictures are read once; a missing one is remembered as missing.
+        auto found = m_icons.find(tool->GetTipKey());
+        if (found == m_icons.end())
+            found = m_icons.emplace(tool->GetTipKey(), LoadSkinPicture(std::string("icons/") + tool->GetTipKey() + ".png"))
+                        .first;
+        const QImage& icon = found->second;
         const QRect inner(r.left() + 2, r.top() + 2, 16, 16);
         if (!icon.isNull())
             p.drawImage(inner, icon);

@@ -1,13 +1,17 @@
 #pragma once
 
+#include <QImage>
 #include <QWidget>
 #include <functional>
+#include <map>
+#include <string>
 #include <memory>
 
 #include "document/selection_document.h"
 #include "tools/tool_manager.h"
 
 class CAppGlobals;
+class CComposeDocument;
 class CImageView;
 class QLineEdit;
 class QToolButton;
@@ -40,6 +44,7 @@ public:
 
     CToolManager& Manager() { return *m_pManager; }
     CSelectionDocument& Selection() { return m_selection; }
+    CComposeDocument& Document();
     CSelOptionsPanel* OptionsPanel() const { return m_pPanel; }
     CSelectionHistory* SelectionLog() const { return m_context.selectionHistory; }
 
@@ -76,4 +81,5 @@ private:
     CToolContext m_context;
     std::unique_ptr<CToolManager> m_pManager;
     CSelOptionsPanel* m_pPanel;
+    std::map<std::string, QImage> m_icons; // button pictures by tip key
 };

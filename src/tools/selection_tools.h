@@ -58,7 +58,12 @@ public:
     int OnKeyUp(uint32_t key, uint32_t flags) override;
     int OnMouseMove(uint32_t flags, int x, int y) override;
     int OnTimer() override;
-    int OnSetCursor(int, int, int, int, int, int) override { return 1; }
+    // The role follows the panel's mode, which its buttons may have changed since the last event.
+    int OnSetCursor(int, int, int, int, int, int) override
+    {
+        UpdateCursor();
+        return 1;
+    }
 
     CPropSel& GetPanel() { return *m_pPanel; }
     uint32_t GetKeyMode() const { return m_keyMode; }

@@ -107,6 +107,17 @@ CToolBase* CToolManager::HitTest(int x, int y) const
 
 void CToolManager::UpdateBars()
 {
+    // In selection mode the contour tools pick regions for a result still to be made: once a result mask
+    // exists (the contours are no longer shown) they are disabled, and the tools that edit the result remain.
+    if (m_selectionMode && m_context.selection) {
+        const bool result = !m_context.selection->GetResultMask()->IsNull();
+        m_outPolygon.SetEnabled(result ? 0 : 1);
+        m_inPolygon.SetEnabled(result ? 0 : 1);
+        // A current tool that is now disabled finishes what it does; its button only cannot be pressed again.
+    } else {
+        m_outPolygon.SetEnabled(1);
+        m_inPolygon.SetEnabled(1);
+    }
     if (m_pHost) m_pHost->RedrawBar();
 }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -137,6 +138,35 @@ TEST(FillPolygon, RandomOutlinesPartlyOffThePlaneMatchThePlainFill)
         points.push_back(points.front());
         SCOPED_TRACE(round);
         ExpectSameAsPlain(points, w, h, round % 2 ? uint32_t(round) : 0);
+    }
+}
+
+TEST(FillPolygon, LargeOutlinesWithManyCornersMatchThePlainFill)
+{
+    // Wide planes and many edges: long spans, touching spans, edges that start and end on many rows, and
+    // horizontal runs of border pixels, on empty planes and on planes that already hold a selection.
+    std::mt19937 rng(11);
+    for (int round = 0; round < 12; ++round) {
+        const int w = 60 + int(rng() % 140), h = 40 + int(rng() % 100);
+        std::vector<CPolyPoint> points;
+        const int n = 20 + int(rng() % 120);
+        if (round % 3 == 0) {
+            // A star around the middle, most of the plane inside.
+            for (int i = 0; i < n; ++i) {
+                const double a = 6.2831853 * i / n, r = (i % 2 ? 0.45 : 0.7) * h;
+                points.push_back({int(w / 2 + r * 1.4 * std::cos(a)), int(h / 2 + r * std::sin(a))});
+            }
+        } else {
+            // Axis-parallel steps and random corners, partly off the plane.
+            for (int i = 0; i < n; ++i) {
+                const int x = int(rng() % uint32_t(w + 16)) - 8, y = int(rng() % uint32_t(h + 16)) - 8;
+                if (i % 2 && !points.empty()) points.push_back({x, points.back().y});
+                points.push_back({x, y});
+            }
+        }
+        points.push_back(points.front());
+        SCOPED_TRACE(round);
+        ExpectSameAsPlain(points, w, h, round % 4 == 3 ? uint32_t(round) : 0);
     }
 }
 

@@ -114,6 +114,33 @@ TEST(ToleranceFlood, OffsetLayersOnNoisyPicturesMatchThePlainWalk)
     }
 }
 
+TEST(ToleranceFlood, WideRegionsWithHolesMatchThePlainWalk)
+{
+    // Larger pictures of blocks and stripes: long runs that the walk takes as spans, rows already taken that it
+    // skips eight at a time, regions that wind round holes and reach back into rows done before.
+    std::mt19937 rng(5);
+    for (int round = 0; round < 16; ++round) {
+        const uint32_t lw = 40 + rng() % 120, lh = 30 + rng() % 90;
+        const uint32_t cw = lw + rng() % 20 - 10, ch = lh + rng() % 20 - 10;
+        COLImage layer;
+        layer.Create(lw, lh);
+        const uint32_t block = 2 + rng() % 9;
+        for (uint32_t y = 0; y < lh; ++y)
+            for (uint32_t x = 0; x < lw; ++x) {
+                const bool wall = (x / block + y / block) % 3 == 0 && rng() % 5 != 0;
+                const uint8_t noise = uint8_t(rng() % 4);
+                layer.PutPixel(x, y, wall ? CPixel::Make(200, 30, 30) : CPixel::Make(uint8_t(60 + noise), 90, 120));
+            }
+        const int ox = int(rng() % 13) - 6, oy = int(rng() % 13) - 6, tol = int(rng() % 40);
+        const int sx = int(rng() % lw), sy = int(rng() % lh);
+        COLChannel plane = Zeroed(cw, ch);
+        ASSERT_EQ(ToleranceFlood(layer, ox, oy, sx, sy, tol, plane), kOk);
+        const std::vector<uint8_t> expected = PlainFlood(layer, ox, oy, sx, sy, tol, int(cw), int(ch));
+        SCOPED_TRACE(round);
+        ASSERT_EQ(std::memcmp(plane.GetBuffer(), expected.data(), expected.size()), 0);
+    }
+}
+
 TEST(ToleranceFlood, UncoveredCanvasIsTheTransparencyCase)
 {
     COLImage layer = vmtest::Solid(3, 2, CPixel::Make(1, 2, 3));

@@ -138,11 +138,15 @@ TEST(Shortcuts, ComposeModeRulesBeyondTheTable)
     EXPECT_EQ(MapShortcut('A', false, false, false).action, EKeyAction::kNone);
 }
 
-TEST(Shortcuts, SelectionModeKeepsOnlyHistoryAndZoom)
+TEST(Shortcuts, SelectionModeKeepsHistoryZoomSaveAndReturn)
 {
     for (int key : {int('0'), int('Y'), int('Z'), vmkey::kEqual, vmkey::kMinus})
         EXPECT_EQ(MapShortcut(key, true, false, true).action, EKeyAction::kCommand) << key;
-    for (int key : {int('A'), int('C'), int('D'), int('V'), int('X'), int('O'), int('S'), int('W'), vmkey::kDelete})
+    // Save asks to return first when there is no result; Ctrl+Return confirms and returns.
+    EXPECT_EQ(MapShortcut('S', true, false, true).action, EKeyAction::kSave);
+    EXPECT_EQ(MapShortcut(vmkey::kReturn, true, false, true).action, EKeyAction::kConfirmReturn);
+    EXPECT_EQ(MapShortcut(vmkey::kReturn, true, false, false).action, EKeyAction::kNone);
+    for (int key : {int('A'), int('C'), int('D'), int('V'), int('X'), int('O'), int('W'), vmkey::kDelete})
         EXPECT_EQ(MapShortcut(key, true, false, true).action, EKeyAction::kNone) << key;
     EXPECT_EQ(MapShortcut(vmkey::kDelete, false, false, true).action, EKeyAction::kNone);
     EXPECT_EQ(MapShortcut(vmkey::kEscape, false, false, true).action, EKeyAction::kNone);
@@ -211,6 +215,55 @@ TEST(MenuRules, EnablingFollowsLayersSelectionAndModalEdits)
     EXPECT_FALSE(IsCommandEnabled(cmd::kCompanion, shown));
     shown.currentVisible = true;
     EXPECT_TRUE(IsCommandEnabled(cmd::kCompanion, shown));
+}
+
+TEST(MenuRules, SelectionModeItemsFollowTheResult)
+{
+    FrameState contours;
+    contours.layerCount = 1;
+    contours.selectionMode = true;
+    FrameState emptyResult = contours;
+    emptyResult.resultExists = true;
+    FrameState result = emptyResult;
+    result.resultHasPixels = true;
+    FrameState compose = result;
+    compose.selectionMode = false;
+
+    for (const FrameState& s : {contours, emptyResult, result}) {
+        EXPECT_TRUE(IsCommandEnabled(cmd::kConfirmReturn, s));
+        EXPECT_TRUE(IsCommandEnabled(cmd::kCancelReturn, s));
+        EXPECT_TRUE(IsCommandEnabled(cmd::kUndo, s));
+        EXPECT_TRUE(IsCommandEnabled(cmd::kRedo, s));
+        EXPECT_TRUE(IsCommandEnabled(cmd::kSave, s)); // asks to return first when there is no result
+    }
+    // Feathering needs a result with something in it; the backgrounds show only through a result.
+    EXPECT_FALSE(IsCommandEnabled(cmd::kFeatherShrink, contours));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kFeatherShrink, emptyResult));
+    EXPECT_TRUE(IsCommandEnabled(cmd::kFeatherShrink, result));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kFeatherShrink, compose));
+    for (int id : {cmd::kBackColour, cmd::kBackChecker, cmd::kBackPicture, cmd::kBackMask, cmd::kBackOriginal}) {
+        EXPECT_FALSE(IsCommandEnabled(id, contours)) << id;
+        EXPECT_TRUE(IsCommandEnabled(id, emptyResult)) << id;
+        EXPECT_FALSE(IsCommandEnabled(id, compose)) << id;
+    }
+    // The large button enters the mode through the same command, so it needs only a picture.
+    EXPECT_TRUE(IsCommandEnabled(cmd::kConfirmReturn, compose));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kConfirmReturn, FrameState{}));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kCancelReturn, compose));
+
+    // Every item of the selection menus has a text in both languages, and the menu holds the return items.
+    bool hasConfirm = false, hasCancel = false;
+    for (const MenuDef& menu : SelectionMenus())
+        for (int id : menu.items) {
+            if (id <= 0) continue;
+            EXPECT_FALSE(MenuItemText(id, ETextLanguage::kEnglish).empty()) << id;
+            EXPECT_FALSE(MenuItemText(id, ETextLanguage::kChinese).empty()) << id;
+            hasConfirm |= id == cmd::kConfirmReturn;
+            hasCancel |= id == cmd::kCancelReturn;
+        }
+    EXPECT_TRUE(hasConfirm && hasCancel);
+    EXPECT_EQ(BackgroundModeOf(cmd::kBackMask), 4);
+    EXPECT_EQ(BackgroundModeOf(cmd::kUndo), 0);
 }
 
 TEST(MenuRules, CommandTextsCarryTheLayer)

@@ -157,7 +157,7 @@ TEST_F(SelectionEdits, FeatherOfTheResultMaskInSelectionMode)
     ASSERT_NE(createSel, nullptr);
     QTest::mouseClick(createSel, Qt::LeftButton);
     ASSERT_TRUE(m_frame->IsSelectionMode());
-    auto* feather = m_frame->findChild<QAction*>(QStringLiteral("selfeather"));
+    QAction* feather = m_frame->Action(cmd::kFeatherShrink);
     ASSERT_NE(feather, nullptr);
     EXPECT_FALSE(feather->isEnabled()) << "no result mask yet";
 

@@ -60,15 +60,6 @@ protected:
     CMainFrame* m_frame = nullptr;
 };
 
-// With VM_SCREENSHOT_DIR set, the window is saved there under the given name (docs/screenshots is made so).
-void Shot(QWidget* window, const char* name)
-{
-    const char* dir = std::getenv("VM_SCREENSHOT_DIR");
-    if (!dir) return;
-    QTest::qWait(150);   // the canvas repaints on a timer
-    window->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
-}
-
 } // namespace
 
 TEST_F(ToolsInFrame, RectangleThenOuterPolygonInSelectionMode)
@@ -96,7 +87,6 @@ TEST_F(ToolsInFrame, RectangleThenOuterPolygonInSelectionMode)
     const std::vector<CPolyPoint> rect = {{a.x, a.y}, {b.x, a.y}, {b.x, b.y}, {a.x, b.y}, {a.x, a.y}};
     FillPolygon(rect.data(), rect.size(), &expected);
     EXPECT_EQ(Bytes(m_app.Document().GetSelectionMask()), Bytes(expected));
-    Shot(m_frame, "tools-compose.png");
 
     // The large button enters selection mode: the canvas shows the selection document, the bar its tools.
     auto* createSel = m_frame->findChild<QToolButton*>(QStringLiteral("createsel"));
@@ -129,5 +119,4 @@ TEST_F(ToolsInFrame, RectangleThenOuterPolygonInSelectionMode)
     EXPECT_EQ(Bytes(*bar->Selection().GetOuterPlane()), Bytes(outer));
     EXPECT_GE(m_app.SelectionHistory()->GetCount(), 3);
     EXPECT_EQ(m_app.SelectionHistory()->GetRecord(2)->arg, int32_t(kPlaneOuter));
-    Shot(m_frame, "tools-selection.png");
 }
