@@ -11,16 +11,18 @@
 
 namespace {
 
-// The coarsest level is reached when the hole's box is at most this many patch sides across, or when halving
-// again would leave fewer than kMinLevelSide pixels on a side.
-constexpr int kCoarseHolePatches = 4;
+// The coarsest level is reached when the hole is at most half a patch thick (every hole pixel within half a patch
+// side of a known one), or when halving again would leave fewer than kMinLevelPatches patch sides on a side. A
+// thin scratch is thus filled at full size, a large hole from a level where it spans a few patches.
 constexpr int kMinLevelPatches = 4;
 constexpr int kMaxLevels = 12;
 // Rows per band of the parallel PatchMatch passes. Fixed, so the result does not depend on the thread count.
 constexpr int kBandRows = 32;
 // Random search at finer levels starts at this many patch sides: the coarser field already places the match.
 constexpr int kFineSearchPatches = 6;
-// Exhaustive search of the coarsest level looks at no more than this many candidate patches (evenly spaced).
+// The priority fill searches its whole level for each patch when the level holds at most this many known
+// patches; otherwise (a thin hole filled at full size) it searches a window of four patch sides around the patch,
+// widened until it holds a known patch.
 constexpr size_t kMaxCoarseCandidates = 40000;
 
 class CCancelled {};
@@ -197,98 +199,128 @@ void PriorityFill(Level& l, int r, const Reporter& reporter, int progressLow, in
     const int w = l.w, h = l.h;
     const size_t n = size_t(w) * h;
     std::vector<uint8_t> unfilled(l.hole);
-    std::vector<float> confidence(n);
+    std::vector<float> confidence(n), priority(n, -1.0f);
     std::vector<int32_t> sourceOf(n, -1);
-    size_t remaining = 0;
+    std::vector<int32_t> open;  // unfilled pixels, raster order; compacted as they fill
     for (size_t i = 0; i < n; ++i) {
         confidence[i] = unfilled[i] ? 0.0f : 1.0f;
-        remaining += unfilled[i];
+        if (unfilled[i]) open.push_back(int32_t(i));
     }
-    const size_t total = remaining;
-    // Candidates: every valid centre, thinned evenly when the level is large.
-    std::vector<int32_t> candidates;
-    const size_t stride = (l.validList.size() + kMaxCoarseCandidates - 1) / kMaxCoarseCandidates;
-    for (size_t k = 0; k < l.validList.size(); k += std::max<size_t>(stride, 1)) candidates.push_back(l.validList[k]);
+    const size_t total = open.size();
+    size_t remaining = total;
+    // A small level is searched whole; a large one (a thin hole filled at full size) in a window around the patch.
+    const bool searchAll = l.validList.size() <= kMaxCoarseCandidates;
     const float patchArea = float((2 * r + 1) * (2 * r + 1));
     auto filled = [&](int x, int y) { return x >= 0 && y >= 0 && x < w && y < h && !unfilled[size_t(y) * w + x]; };
 
+    // Priority of an unfilled pixel: -1 off the front (no filled 4-neighbour), else confidence x data term.
+    auto computePriority = [&](int x, int y) -> float {
+        if (!filled(x - 1, y) && !filled(x + 1, y) && !filled(x, y - 1) && !filled(x, y + 1)) return -1.0f;
+        float c = 0.0f;
+        for (int dy = -r; dy <= r; ++dy)
+            for (int dx = -r; dx <= r; ++dx)
+                if (filled(x + dx, y + dy)) c += confidence[size_t(y + dy) * w + x + dx];
+        c /= patchArea;
+        // Normal of the front: gradient of the filled indicator (Sobel).
+        float nx = 0.0f, ny = 0.0f;
+        for (int dy = -1; dy <= 1; ++dy)
+            for (int dx = -1; dx <= 1; ++dx) {
+                if (!filled(x + dx, y + dy)) continue;
+                nx += float(dx * (dy == 0 ? 2 : 1));
+                ny += float(dy * (dx == 0 ? 2 : 1));
+            }
+        const float nlen = std::sqrt(nx * nx + ny * ny);
+        if (nlen > 0.0f) {
+            nx /= nlen;
+            ny /= nlen;
+        }
+        // Strongest isophote among known pixels next to p (central differences where both sides are known).
+        float gxBest = 0.0f, gyBest = 0.0f, gBest = -1.0f;
+        for (int dy = -1; dy <= 1; ++dy)
+            for (int dx = -1; dx <= 1; ++dx) {
+                const int sx = x + dx, sy = y + dy;
+                if (!filled(sx, sy)) continue;
+                float gx = 0.0f, gy = 0.0f;
+                if (filled(sx - 1, sy) && filled(sx + 1, sy))
+                    gx = (float(Gray(&l.px[(size_t(sy) * w + sx + 1) * 4])) -
+                          float(Gray(&l.px[(size_t(sy) * w + sx - 1) * 4]))) * 0.5f;
+                if (filled(sx, sy - 1) && filled(sx, sy + 1))
+                    gy = (float(Gray(&l.px[(size_t(sy + 1) * w + sx) * 4])) -
+                          float(Gray(&l.px[(size_t(sy - 1) * w + sx) * 4]))) * 0.5f;
+                const float g = gx * gx + gy * gy;
+                if (g > gBest) {
+                    gBest = g;
+                    gxBest = gx;
+                    gyBest = gy;
+                }
+            }
+        // Data term: the isophote (-gy, gx) across the front's normal; a floor lets flat areas proceed by
+        // confidence alone.
+        const float data = std::fabs(-gyBest * nx + gxBest * ny) / 255.0f + 0.001f;
+        return c * data;
+    };
+    for (int32_t i : open) priority[size_t(i)] = computePriority(i % w, i / w);
+
+    // Squared distance over the filled part of the patch at (bx, by) to the valid patch at t; stops at bound.
+    auto cost = [&](int bx, int by, int32_t t, int64_t bound) {
+        const int tx = t % w, ty = t / w;
+        int64_t sum = 0;
+        for (int dy = -r; dy <= r && sum < bound; ++dy)
+            for (int dx = -r; dx <= r; ++dx) {
+                if (!filled(bx + dx, by + dy)) continue;
+                const uint8_t* a = &l.px[(size_t(by + dy) * w + bx + dx) * 4];
+                const uint8_t* b = &l.px[(size_t(ty + dy) * w + tx + dx) * 4];
+                for (int k = 0; k < 3; ++k) sum += (int(a[k]) - int(b[k])) * (int(a[k]) - int(b[k]));
+            }
+        return sum;
+    };
+
     int steps = 0;
     while (remaining > 0) {
-        // The front: unfilled pixels with a filled 4-neighbour. Take the one of highest priority, first in raster
-        // order among equals.
+        // The front pixel of highest priority, first in raster order among equals.
         float bestPriority = -1.0f;
-        int bx = -1, by = -1;
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                if (!unfilled[size_t(y) * w + x]) continue;
-                if (!filled(x - 1, y) && !filled(x + 1, y) && !filled(x, y - 1) && !filled(x, y + 1)) continue;
-                float c = 0.0f;
-                for (int dy = -r; dy <= r; ++dy)
-                    for (int dx = -r; dx <= r; ++dx)
-                        if (filled(x + dx, y + dy)) c += confidence[size_t(y + dy) * w + x + dx];
-                c /= patchArea;
-                // Normal of the front: gradient of the filled indicator (Sobel), pointing into the hole.
-                float nx = 0.0f, ny = 0.0f;
-                for (int dy = -1; dy <= 1; ++dy)
-                    for (int dx = -1; dx <= 1; ++dx) {
-                        if (!filled(x + dx, y + dy)) continue;
-                        nx += float(dx * (dy == 0 ? 2 : 1));
-                        ny += float(dy * (dx == 0 ? 2 : 1));
-                    }
-                const float nlen = std::sqrt(nx * nx + ny * ny);
-                if (nlen > 0.0f) {
-                    nx /= nlen;
-                    ny /= nlen;
-                }
-                // Strongest isophote among known pixels next to p (central differences where both sides are known).
-                float gxBest = 0.0f, gyBest = 0.0f, gBest = -1.0f;
-                for (int dy = -1; dy <= 1; ++dy)
-                    for (int dx = -1; dx <= 1; ++dx) {
-                        const int sx = x + dx, sy = y + dy;
-                        if (!filled(sx, sy)) continue;
-                        float gx = 0.0f, gy = 0.0f;
-                        if (filled(sx - 1, sy) && filled(sx + 1, sy))
-                            gx = (float(Gray(&l.px[(size_t(sy) * w + sx + 1) * 4])) -
-                                  float(Gray(&l.px[(size_t(sy) * w + sx - 1) * 4]))) * 0.5f;
-                        if (filled(sx, sy - 1) && filled(sx, sy + 1))
-                            gy = (float(Gray(&l.px[(size_t(sy + 1) * w + sx) * 4])) -
-                                  float(Gray(&l.px[(size_t(sy - 1) * w + sx) * 4]))) * 0.5f;
-                        const float g = gx * gx + gy * gy;
-                        if (g > gBest) {
-                            gBest = g;
-                            gxBest = gx;
-                            gyBest = gy;
-                        }
-                    }
-                // Data term: the isophote (-gy, gx) across the front's normal; a floor lets flat areas proceed by
-                // confidence alone.
-                const float data = std::fabs(-gyBest * nx + gxBest * ny) / 255.0f + 0.001f;
-                const float priority = c * data;
-                if (priority > bestPriority) {
-                    bestPriority = priority;
-                    bx = x;
-                    by = y;
-                }
-            }
-        if (bx < 0) break;
-        // Best known patch for the known part of the chosen patch, by exhaustive search.
-        int64_t bestDist = INT64_MAX;
-        int32_t best = -1;
-        for (int32_t t : candidates) {
-            const int tx = t % w, ty = t / w;
-            int64_t sum = 0;
-            for (int dy = -r; dy <= r && sum < bestDist; ++dy)
-                for (int dx = -r; dx <= r; ++dx) {
-                    if (!filled(bx + dx, by + dy)) continue;
-                    const uint8_t* a = &l.px[(size_t(by + dy) * w + bx + dx) * 4];
-                    const uint8_t* b = &l.px[(size_t(ty + dy) * w + tx + dx) * 4];
-                    for (int k = 0; k < 3; ++k) sum += (int(a[k]) - int(b[k])) * (int(a[k]) - int(b[k]));
-                }
-            if (sum < bestDist) {
-                bestDist = sum;
-                best = t;
+        int32_t pick = -1;
+        size_t kept = 0;
+        for (int32_t i : open) {
+            if (!unfilled[size_t(i)]) continue;
+            open[kept++] = i;
+            if (priority[size_t(i)] > bestPriority) {
+                bestPriority = priority[size_t(i)];
+                pick = i;
             }
         }
+        open.resize(kept);
+        if (pick < 0) break;
+        const int bx = pick % w, by = pick / w;
+        // Best known patch for the filled part of the chosen patch.
+        int64_t bestDist = INT64_MAX;
+        int32_t best = -1;
+        if (searchAll) {
+            for (int32_t t : l.validList) {
+                const int64_t d = cost(bx, by, t, bestDist);
+                if (d < bestDist) {
+                    bestDist = d;
+                    best = t;
+                }
+            }
+        } else {
+            for (int radius = 4 * (2 * r + 1); best < 0; radius *= 2) {
+                const int x0 = std::max(bx - radius, r), x1 = std::min(bx + radius, w - 1 - r);
+                const int y0 = std::max(by - radius, r), y1 = std::min(by + radius, h - 1 - r);
+                for (int ty = y0; ty <= y1; ++ty)
+                    for (int tx = x0; tx <= x1; ++tx) {
+                        const int32_t t = ty * w + tx;
+                        if (!l.valid[size_t(t)]) continue;
+                        const int64_t d = cost(bx, by, t, bestDist);
+                        if (d < bestDist) {
+                            bestDist = d;
+                            best = t;
+                        }
+                    }
+                if (radius > w + h) break;
+            }
+        }
+        if (best < 0) break;
         const int tx = best % w, ty = best / w;
         float c = 0.0f;
         for (int dy = -r; dy <= r; ++dy)
@@ -308,9 +340,15 @@ void PriorityFill(Level& l, int r, const Reporter& reporter, int progressLow, in
                 sourceOf[i] = int32_t(s);
                 --remaining;
             }
+        // Priorities change only within reach of the patch just filled.
+        const int reach = 2 * r + 2;
+        for (int y = std::max(by - reach, 0); y <= std::min(by + reach, h - 1); ++y)
+            for (int x = std::max(bx - reach, 0); x <= std::min(bx + reach, w - 1); ++x)
+                if (unfilled[size_t(y) * w + x]) priority[size_t(y) * w + x] = computePriority(x, y);
         if (++steps % 16 == 0) {
             reporter.CheckCancel();
-            reporter.Report(progressLow + int((progressHigh - progressLow) * int64_t(total - remaining) / int64_t(total)));
+            reporter.Report(progressLow +
+                            int((progressHigh - progressLow) * int64_t(total - remaining) / int64_t(total)));
         }
     }
     // Start of the field: where a pixel was copied, the patch around its source when that is a valid one.
@@ -523,6 +561,27 @@ struct Box {
     int x0 = 0, y0 = 0, x1 = 0, y1 = 0;  // exclusive ends
 };
 
+// Thickness of the hole: the largest chessboard distance from a hole pixel to the nearest known one (two passes).
+int HoleThickness(const Level& l)
+{
+    std::vector<int> d(size_t(l.w) * l.h);
+    for (size_t i = 0; i < d.size(); ++i) d[i] = l.hole[i] ? INT_MAX / 2 : 0;
+    auto at = [&](int x, int y) { return x < 0 || y < 0 || x >= l.w || y >= l.h ? INT_MAX / 2 : d[size_t(y) * l.w + x]; };
+    for (int y = 0; y < l.h; ++y)
+        for (int x = 0; x < l.w; ++x) {
+            int& v = d[size_t(y) * l.w + x];
+            v = std::min({v, at(x - 1, y) + 1, at(x - 1, y - 1) + 1, at(x, y - 1) + 1, at(x + 1, y - 1) + 1});
+        }
+    int thickest = 0;
+    for (int y = l.h - 1; y >= 0; --y)
+        for (int x = l.w - 1; x >= 0; --x) {
+            int& v = d[size_t(y) * l.w + x];
+            v = std::min({v, at(x + 1, y) + 1, at(x + 1, y + 1) + 1, at(x, y + 1) + 1, at(x - 1, y + 1) + 1});
+            thickest = std::max(thickest, v);
+        }
+    return thickest;
+}
+
 long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const ExemplarInpaintParams& params,
          const Reporter& reporter)
 {
@@ -577,19 +636,19 @@ long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const Exemp
         BuildMaps(l0, r);
         if (l0.validList.empty()) return kExemplarCannotFill;
 
-        // The pyramid, down to a hole of about kCoarseHolePatches patches across.
+        // The pyramid, down to a hole of about half a patch's thickness.
         const int side = 2 * r + 1;
-        Box hb{hole.x0 - work.x0, hole.y0 - work.y0, hole.x1 - work.x0, hole.y1 - work.y0};
+        int thickness = HoleThickness(l0);
         while (int(levels.size()) < kMaxLevels) {
             const Level& f = levels.back();
-            if (std::max(hb.x1 - hb.x0, hb.y1 - hb.y0) <= kCoarseHolePatches * side) break;
+            if (thickness <= side / 2) break;
+            thickness = (thickness + 1) / 2;
             if (std::min((f.w + 1) / 2, (f.h + 1) / 2) < kMinLevelPatches * side) break;
             Level c;
             Downsample(f, c);
             BuildMaps(c, r);
             if (c.validList.empty()) break;
             levels.push_back(std::move(c));
-            hb = Box{hb.x0 / 2, hb.y0 / 2, (hb.x1 + 1) / 2, (hb.y1 + 1) / 2};
         }
     }
     reporter.CheckCancel();

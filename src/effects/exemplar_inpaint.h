@@ -8,7 +8,8 @@
 // straight edges and large shapes across the hole where block quilting breaks them.
 //
 // The method, coarse to fine over a pyramid of the hole's surroundings:
-// 1. The coarsest level (hole at most about four patches across) is filled patch by patch in the order of a
+// 1. The coarsest level (where the hole is about half a patch thick; a thin scratch is filled at full size) is
+//    filled patch by patch in the order of a
 //    priority, confidence x data term: pixels on the hole's front whose patch is mostly known and that lie where an
 //    isophote (a line of equal brightness) runs into the hole go first, so edges are continued before flat areas
 //    close over them. Each patch is the best full match among all known patches of that level.
@@ -16,8 +17,8 @@
 //    patch) with PatchMatch: propagation from neighbours and random search at halving radii, and rebuilds the
 //    hole's pixels as a vote, the mean of all overlapping patches' proposals weighted by how well each matches.
 //    The field is carried to the next finer level by doubling its offsets.
-// 3. At full size the vote also runs on known pixels within kSeamWidth of the hole, and those pixels are blended
-//    with it on a ramp (2/3 at distance 1, 1/3 at distance 2), so that a small colour step at the rim fades out.
+// 3. At full size the vote also runs on the known pixels that touch the hole (kSeamWidth, chessboard distance 1),
+//    and each of them becomes the mean of itself and the vote, so that a small colour step at the rim fades out.
 //
 // Only pixels of the hole and of that seam band change; alpha never changes. The work is confined to the hole's
 // box grown by half its larger side (at least kMinMargin pixels), which is also where patches are taken from.
@@ -43,7 +44,7 @@ inline constexpr long kExemplarCannotFill = 13;
 // was. Progress 0..100 in the caller's range; the cancel flag is polled between passes.
 class CExemplarInpaintProcess : public CImageProcess {
 public:
-    static constexpr int kSeamWidth = 2;
+    static constexpr int kSeamWidth = 1;
     static constexpr int kMinMargin = 48;
     static constexpr int kMaxPatchRadius = 6;
 
