@@ -166,8 +166,8 @@ std::vector<Method> Methods(bool opencv, bool best)
                      if (!mask.DuplicateFrom(&k) || !src.DuplicateFrom(&s)) return false;
                      InpaintParams p{};
                      p.mask = &mask;
-                     p.blockSize = CPatchInpaintProcess::EstimateBlockSize(&mask);
-                     p.featherMask = 1;
+                     p.blockSize = CPatchInpaintProcess::EstimateBlockSize(mask);
+                     p.featherMask = 1;  // as the editor runs it: feathered, its own (not the exact classic) fill
                      CPatchInpaintProcess process;
                      process.SetImages(&src, &o);
                      return process.Process(&p) == kOk;
