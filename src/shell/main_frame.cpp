@@ -34,6 +34,7 @@
 #include "shell/save_dlg.h"
 #include "shell/settings_dlg.h"
 #include "shell/skin.h"
+#include "shell/smart_inpaint_dlg.h"
 #include "shell/selection_mode.h"
 #include "shell/splash.h"
 #include "shell/tool_bar.h"
@@ -61,7 +62,6 @@ bool IsBuilt(int id)
     case cmd::kShrink:
     case cmd::kFill:
     case cmd::kStroke:
-    case cmd::kInpaint:
         return false;
     default:
         return true;
@@ -409,6 +409,14 @@ bool CMainFrame::AskOpenPath(bool documentFilter, std::string& path)
     if (chosen.isEmpty()) return false;
     path = chosen.toStdString();
     return true;
+}
+
+bool CMainFrame::RunInpaintDialog()
+{
+    const bool done = RunSmartInpaintDialog(this, m_app, *m_pServices, this);
+    // The dialog has said what went wrong; a cancel needs no message either.
+    if (!done) m_messageShown = true;
+    return done;
 }
 
 void CMainFrame::ShowMessage(const char* key)

@@ -45,7 +45,7 @@ public:
     bool PasteFromClipboard(CComposeDocument& document, IHistorySink* history) override;
     bool AskOpenPath(bool documentFilter, std::string& path) override;
     bool RunFillDialog() override { return false; }
-    bool RunInpaintDialog() override { return false; }
+    bool RunInpaintDialog() override;
     void ShowMessage(const char* key) override; // also ISessionPrompts
     bool Zoom(int direction) override;
     void CancelTool() override;

@@ -263,6 +263,13 @@ const TextRow kEditorRows[] = {
     {"setpurebk", "单色幕抠图前显示说明", "Explain the chroma key before it starts"},
     {"setdbsel", "内外轮廓抠图前显示说明", "Explain the contour method before it starts"},
     {"setcheckresult", "第一次得到抠图结果后显示检查说明", "Explain how to check the first cut-out"},
+    {"inpaintfeather", "羽化选区让过渡自然", "Feather the selection for a natural transition"},
+    {"inpaintnote",
+     "以修补自然纹理背景上的独立目标效果为佳。在第一次修补不满意时，还可以针对个别不满意地方进行第二次修补或用照相机工"
+     "具手工修补。\n\n算法版本 v1.0",
+     "Works best on a separate object in front of a natural texture. Where the first result does not please, select "
+     "those places and inpaint them again, or touch them up by hand with the clone tool.\n\nAlgorithm version 1.0"},
+    {"inpaintwait", "处理中...如果操作支持中断，可按ESC取消", "Working... Press Esc to cancel where the operation allows it."},
 };
 
 // Keys that callers ask for but the Chinese table does not hold (they read as empty there).
