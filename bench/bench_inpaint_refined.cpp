@@ -3,7 +3,6 @@
 //
 //   build-bench/bench/bench_inpaint_refined --benchmark_min_time=0.01
 #include <benchmark/benchmark.h>
-
 #include <cstring>
 
 #include "bench_support.h"
@@ -30,7 +29,7 @@ const Input& GetInput(bool large)
         uint32_t holeW = 600, holeH = 400;
         if (large) {
             in.image.DuplicateFrom(&vmbench::SharedPhoto());
-            holeW = 1386;  // 1386 x 866: 10.0 % of 4000 x 3000
+            holeW = 1386; // 1386 x 866: 10.0 % of 4000 x 3000
             holeH = 866;
         } else {
             vmbench::MakePhoto(in.image, 2000, 1500, 5);
@@ -83,4 +82,7 @@ BENCHMARK_CAPTURE(BM_Structure, 12mp_10pct, true)->Unit(benchmark::kMillisecond)
 
 } // namespace
 
-int main(int argc, char** argv) { return vmbench::RunWithRatios(argc, argv, "BM_Telea"); }
+int main(int argc, char** argv)
+{
+    return vmbench::RunWithRatios(argc, argv, "BM_Telea");
+}

@@ -74,23 +74,24 @@ void MakeMask(const COLImage& img, int shape, COLChannel& mask)
     const double m = std::min(w, h);
     Clear(mask, w, h);
     switch (shape) {
-    case 0:  // blob: five overlapping discs
+    case 0: // blob: five overlapping discs
         for (int k = 0; k < 5; ++k) {
             const double a = 2 * kPi * k / 5;
             Disc(mask, 0.42 * w + 0.06 * m * std::cos(a), 0.55 * h + 0.05 * m * std::sin(a), 0.07 * m, 0.06 * m);
         }
         break;
-    case 1:  // scratch: a wavy stroke 5 pixels wide across most of the picture
+    case 1: // scratch: a wavy stroke 5 pixels wide across most of the picture
         for (double t = 0; t <= 1.0; t += 0.0005) {
             const double x = (0.1 + 0.8 * t) * w, y = (0.25 + 0.5 * t) * h + 0.04 * m * std::sin(9 * t);
             for (int dy = -2; dy <= 2; ++dy)
                 for (int dx = -2; dx <= 2; ++dx) {
                     const int px = int(x) + dx, py = int(y) + dy;
-                    if (px >= 0 && py >= 0 && px < int(w) && py < int(h)) mask.SetValue(uint32_t(px), uint32_t(py), 255);
+                    if (px >= 0 && py >= 0 && px < int(w) && py < int(h))
+                        mask.SetValue(uint32_t(px), uint32_t(py), 255);
                 }
         }
         break;
-    case 2: {  // block on texture: a square of a seventh of the short side where the luma varies most
+    case 2: { // block on texture: a square of a seventh of the short side where the luma varies most
         const int side = int(m / 7);
         double best = -1;
         int bx = 0, by = 0;
@@ -100,13 +101,14 @@ void MakeMask(const COLImage& img, int shape, COLChannel& mask)
                 if (v > best) best = v, bx = x, by = y;
             }
         for (int y = by; y < by + side; ++y)
-            for (int x = bx; x < bx + side; ++x) mask.SetValue(uint32_t(x), uint32_t(y), 255);
+            for (int x = bx; x < bx + side; ++x)
+                mask.SetValue(uint32_t(x), uint32_t(y), 255);
         break;
     }
-    case 3:  // object: an ellipse of about 12 % of the picture
+    case 3: // object: an ellipse of about 12 % of the picture
         Disc(mask, 0.55 * w, 0.5 * h, 0.22 * w, 0.18 * h);
         break;
-    default:  // border: a half-disc on the bottom edge
+    default: // border: a half-disc on the bottom edge
         Disc(mask, 0.3 * w, h, 0.13 * m, 0.13 * m);
         break;
     }
@@ -167,7 +169,7 @@ std::vector<Method> Methods(bool opencv, bool best)
                      InpaintParams p{};
                      p.mask = &mask;
                      p.blockSize = CPatchInpaintProcess::EstimateBlockSize(mask);
-                     p.featherMask = 1;  // as the editor runs it: feathered, its own (not the exact classic) fill
+                     p.featherMask = 1; // as the editor runs it: feathered, its own (not the exact classic) fill
                      CPatchInpaintProcess process;
                      process.SetImages(&src, &o);
                      return process.Process(&p) == kOk;
@@ -233,21 +235,25 @@ double Ssim(const COLImage& a, const COLImage& truth, const COLChannel& mask)
             y[size_t(j) * w + i] = truth.GetPixel2(uint32_t(i), uint32_t(j)).GetGray2();
         }
     double g[11], gs = 0;
-    for (int k = -5; k <= 5; ++k) gs += g[k + 5] = std::exp(-k * k / (2 * 1.5 * 1.5));
-    for (double& v : g) v /= gs;
+    for (int k = -5; k <= 5; ++k)
+        gs += g[k + 5] = std::exp(-k * k / (2 * 1.5 * 1.5));
+    for (double& v : g)
+        v /= gs;
     // Separable window sums of x, y, xx, yy, xy.
     auto blur = [&](const std::function<double(size_t)>& f) {
         std::vector<double> t(size_t(w) * h), o(size_t(w) * h);
         for (int j = 0; j < h; ++j)
             for (int i = 0; i < w; ++i) {
                 double s = 0;
-                for (int k = -5; k <= 5; ++k) s += g[k + 5] * f(size_t(j) * w + std::clamp(i + k, 0, w - 1));
+                for (int k = -5; k <= 5; ++k)
+                    s += g[k + 5] * f(size_t(j) * w + std::clamp(i + k, 0, w - 1));
                 t[size_t(j) * w + i] = s;
             }
         for (int j = 0; j < h; ++j)
             for (int i = 0; i < w; ++i) {
                 double s = 0;
-                for (int k = -5; k <= 5; ++k) s += g[k + 5] * t[size_t(std::clamp(j + k, 0, h - 1)) * w + i];
+                for (int k = -5; k <= 5; ++k)
+                    s += g[k + 5] * t[size_t(std::clamp(j + k, 0, h - 1)) * w + i];
                 o[size_t(j) * w + i] = s;
             }
         return o;
@@ -286,7 +292,7 @@ double Ssim(const COLImage& a, const COLImage& truth, const COLChannel& mask)
 int main(int argc, char** argv)
 {
     bool opencv = true, best = false;
-    std::string dump;  // --dump DIR: every result as DIR/photo-shape-method.png, for looking at
+    std::string dump; // --dump DIR: every result as DIR/photo-shape-method.png, for looking at
     for (int i = 1; i < argc; ++i) {
         if (std::string(argv[i]) == "--dump" && i + 1 < argc) dump = argv[++i];
         if (std::string(argv[i]) == "--quick") opencv = false;
@@ -295,9 +301,11 @@ int main(int argc, char** argv)
     const auto methods = Methods(opencv, best);
     std::printf("PSNR over the hole (dB) / SSIM over the hole and %d pixels around it.\n\n", kRing);
     std::printf("| photo | hole | hole share |");
-    for (const Method& m : methods) std::printf(" %s |", m.name.c_str());
+    for (const Method& m : methods)
+        std::printf(" %s |", m.name.c_str());
     std::printf("\n| --- | --- | --- |");
-    for (size_t i = 0; i < methods.size(); ++i) std::printf(" --- |");
+    for (size_t i = 0; i < methods.size(); ++i)
+        std::printf(" --- |");
     std::printf("\n");
     std::vector<double> psnr(methods.size(), 0.0), ssim(methods.size(), 0.0), seconds(methods.size(), 0.0);
     std::vector<int> wins(methods.size(), 0);
@@ -310,7 +318,8 @@ int main(int argc, char** argv)
             std::fprintf(stderr, "cannot read %s\n", path.c_str());
             return 1;
         }
-        for (size_t i = 0; i < truth.GetPixelCount(); ++i) truth.GetBuffer()[i].alpha = 255;
+        for (size_t i = 0; i < truth.GetPixelCount(); ++i)
+            truth.GetBuffer()[i].alpha = 255;
         for (int shape = 0; shape < int(std::size(kShapes)); ++shape) {
             COLChannel mask;
             MakeMask(truth, shape, mask);
@@ -350,11 +359,14 @@ int main(int argc, char** argv)
         }
     }
     std::printf("| **mean** | | |");
-    for (size_t k = 0; k < methods.size(); ++k) std::printf(" **%.2f / %.4f** |", psnr[k] / cases, ssim[k] / cases);
+    for (size_t k = 0; k < methods.size(); ++k)
+        std::printf(" **%.2f / %.4f** |", psnr[k] / cases, ssim[k] / cases);
     std::printf("\n| **best SSIM in** | | |");
-    for (int wcount : wins) std::printf(" %d of %d |", wcount, cases);
+    for (int wcount : wins)
+        std::printf(" %d of %d |", wcount, cases);
     std::printf("\n\nTime for the whole set, relative to the first method:");
-    for (size_t k = 0; k < methods.size(); ++k) std::printf(" %s %.2f;", methods[k].name.c_str(), seconds[k] / seconds[0]);
+    for (size_t k = 0; k < methods.size(); ++k)
+        std::printf(" %s %.2f;", methods[k].name.c_str(), seconds[k] / seconds[0]);
     std::printf("\n");
     return 0;
 }

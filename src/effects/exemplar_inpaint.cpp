@@ -59,14 +59,14 @@ uint32_t Hash(uint32_t a, uint32_t b, uint32_t c, uint32_t d)
 // distances run over whole words.
 struct Level {
     int w = 0, h = 0;
-    std::vector<uint8_t> px;       // 4 per pixel
-    std::vector<uint8_t> hole;     // 1 in the hole
-    std::vector<uint8_t> valid;    // 1 where a patch centred here is inside the level and wholly known
-    std::vector<uint8_t> active;   // 1 where a patch centred here touches the hole
+    std::vector<uint8_t> px;     // 4 per pixel
+    std::vector<uint8_t> hole;   // 1 in the hole
+    std::vector<uint8_t> valid;  // 1 where a patch centred here is inside the level and wholly known
+    std::vector<uint8_t> active; // 1 where a patch centred here touches the hole
     std::vector<int32_t> validList;
-    std::vector<int32_t> nnf;      // per active pixel: centre of its best known patch
-    std::vector<int32_t> dist;     // and the patch distance to it
-    int ax0 = 0, ay0 = 0, ax1 = 0, ay1 = 0;  // box of active pixels, exclusive ends
+    std::vector<int32_t> nnf;               // per active pixel: centre of its best known patch
+    std::vector<int32_t> dist;              // and the patch distance to it
+    int ax0 = 0, ay0 = 0, ax1 = 0, ay1 = 0; // box of active pixels, exclusive ends
 };
 
 // Sum of the hole map over a box, from a summed-area table of (w + 1) x (h + 1).
@@ -145,13 +145,15 @@ void Downsample(const Level& f, Level& c)
                     if (fx >= f.w || fy >= f.h) continue;
                     const size_t i = size_t(fy) * f.w + fx;
                     hole |= f.hole[i];
-                    for (int k = 0; k < 3; ++k) sum[k] += f.px[i * 4 + k];
+                    for (int k = 0; k < 3; ++k)
+                        sum[k] += f.px[i * 4 + k];
                     ++count;
                 }
             const size_t o = size_t(y) * c.w + x;
             c.hole[o] = uint8_t(hole);
             if (!hole)
-                for (int k = 0; k < 3; ++k) c.px[o * 4 + k] = uint8_t((sum[k] + count / 2) / count);
+                for (int k = 0; k < 3; ++k)
+                    c.px[o * 4 + k] = uint8_t((sum[k] + count / 2) / count);
         }
 }
 
@@ -192,7 +194,10 @@ int32_t RandomValid(const Level& l, uint32_t seed, uint32_t salt, int32_t i)
 // ---------------------------------------------------------------------------------------------------------------
 // Coarsest level: greedy fill in priority order.
 
-uint8_t Gray(const uint8_t* p) { return uint8_t((3 * p[2] + 6 * p[1] + p[0]) / 10); }
+uint8_t Gray(const uint8_t* p)
+{
+    return uint8_t((3 * p[2] + 6 * p[1] + p[0]) / 10);
+}
 
 void PriorityFill(Level& l, int r, const Reporter& reporter, int progressLow, int progressHigh)
 {
@@ -201,7 +206,7 @@ void PriorityFill(Level& l, int r, const Reporter& reporter, int progressLow, in
     std::vector<uint8_t> unfilled(l.hole);
     std::vector<float> confidence(n), priority(n, -1.0f);
     std::vector<int32_t> sourceOf(n, -1);
-    std::vector<int32_t> open;  // unfilled pixels, raster order; compacted as they fill
+    std::vector<int32_t> open; // unfilled pixels, raster order; compacted as they fill
     for (size_t i = 0; i < n; ++i) {
         confidence[i] = unfilled[i] ? 0.0f : 1.0f;
         if (unfilled[i]) open.push_back(int32_t(i));
@@ -243,10 +248,12 @@ void PriorityFill(Level& l, int r, const Reporter& reporter, int progressLow, in
                 float gx = 0.0f, gy = 0.0f;
                 if (filled(sx - 1, sy) && filled(sx + 1, sy))
                     gx = (float(Gray(&l.px[(size_t(sy) * w + sx + 1) * 4])) -
-                          float(Gray(&l.px[(size_t(sy) * w + sx - 1) * 4]))) * 0.5f;
+                          float(Gray(&l.px[(size_t(sy) * w + sx - 1) * 4]))) *
+                         0.5f;
                 if (filled(sx, sy - 1) && filled(sx, sy + 1))
                     gy = (float(Gray(&l.px[(size_t(sy + 1) * w + sx) * 4])) -
-                          float(Gray(&l.px[(size_t(sy - 1) * w + sx) * 4]))) * 0.5f;
+                          float(Gray(&l.px[(size_t(sy - 1) * w + sx) * 4]))) *
+                         0.5f;
                 const float g = gx * gx + gy * gy;
                 if (g > gBest) {
                     gBest = g;
@@ -259,7 +266,8 @@ void PriorityFill(Level& l, int r, const Reporter& reporter, int progressLow, in
         const float data = std::fabs(-gyBest * nx + gxBest * ny) / 255.0f + 0.001f;
         return c * data;
     };
-    for (int32_t i : open) priority[size_t(i)] = computePriority(i % w, i / w);
+    for (int32_t i : open)
+        priority[size_t(i)] = computePriority(i % w, i / w);
 
     // Squared distance over the filled part of the patch at (bx, by) to the valid patch at t; stops at bound.
     auto cost = [&](int bx, int by, int32_t t, int64_t bound) {
@@ -270,7 +278,8 @@ void PriorityFill(Level& l, int r, const Reporter& reporter, int progressLow, in
                 if (!filled(bx + dx, by + dy)) continue;
                 const uint8_t* a = &l.px[(size_t(by + dy) * w + bx + dx) * 4];
                 const uint8_t* b = &l.px[(size_t(ty + dy) * w + tx + dx) * 4];
-                for (int k = 0; k < 3; ++k) sum += (int(a[k]) - int(b[k])) * (int(a[k]) - int(b[k]));
+                for (int k = 0; k < 3; ++k)
+                    sum += (int(a[k]) - int(b[k])) * (int(a[k]) - int(b[k]));
             }
         return sum;
     };
@@ -398,7 +407,7 @@ void PatchMatchPass(Level& l, int r, uint32_t seed, uint32_t salt, bool forward,
     const std::vector<int32_t> prevNnf(l.nnf);
     const int w = l.w;
     const int bandCount = (l.ay1 - l.ay0 + kBandRows - 1) / kBandRows;
-    const int step = forward ? -1 : 1;  // where the neighbours lie
+    const int step = forward ? -1 : 1; // where the neighbours lie
     vmpar::ParallelFor(size_t(std::max(bandCount, 0)), 1, [&](size_t begin, size_t end, unsigned) {
         for (size_t band = begin; band < end; ++band) {
             const int by0 = l.ay0 + int(band) * kBandRows, by1 = std::min(by0 + kBandRows, l.ay1);
@@ -505,7 +514,8 @@ bool VoteAt(const Level& l, int r, const std::vector<float>& weights, int x, int
         }
     }
     if (total <= 0.0f) return false;
-    for (int k = 0; k < 3; ++k) out[k] = uint8_t(std::min(255.0f, sum[k] / total + 0.5f));
+    for (int k = 0; k < 3; ++k)
+        out[k] = uint8_t(std::min(255.0f, sum[k] / total + 0.5f));
     return true;
 }
 
@@ -558,15 +568,18 @@ void UpsampleHole(const Level& c, Level& f)
 }
 
 struct Box {
-    int x0 = 0, y0 = 0, x1 = 0, y1 = 0;  // exclusive ends
+    int x0 = 0, y0 = 0, x1 = 0, y1 = 0; // exclusive ends
 };
 
 // Thickness of the hole: the largest chessboard distance from a hole pixel to the nearest known one (two passes).
 int HoleThickness(const Level& l)
 {
     std::vector<int> d(size_t(l.w) * l.h);
-    for (size_t i = 0; i < d.size(); ++i) d[i] = l.hole[i] ? INT_MAX / 2 : 0;
-    auto at = [&](int x, int y) { return x < 0 || y < 0 || x >= l.w || y >= l.h ? INT_MAX / 2 : d[size_t(y) * l.w + x]; };
+    for (size_t i = 0; i < d.size(); ++i)
+        d[i] = l.hole[i] ? INT_MAX / 2 : 0;
+    auto at = [&](int x, int y) {
+        return x < 0 || y < 0 || x >= l.w || y >= l.h ? INT_MAX / 2 : d[size_t(y) * l.w + x];
+    };
     for (int y = 0; y < l.h; ++y)
         for (int x = 0; x < l.w; ++x) {
             int& v = d[size_t(y) * l.w + x];
@@ -611,8 +624,8 @@ long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const Exemp
     Box work;
     std::vector<Level> levels(1);
     if (holeCount > 0) {
-        const int margin = std::max(CExemplarInpaintProcess::kMinMargin,
-                                    std::max(hole.x1 - hole.x0, hole.y1 - hole.y0) / 2);
+        const int margin =
+            std::max(CExemplarInpaintProcess::kMinMargin, std::max(hole.x1 - hole.x0, hole.y1 - hole.y0) / 2);
         work = Box{std::max(hole.x0 - margin, 0), std::max(hole.y0 - margin, 0), std::min(hole.x1 + margin, width),
                    std::min(hole.y1 + margin, height)};
         Level& l0 = levels[0];
@@ -660,7 +673,8 @@ long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const Exemp
         std::vector<int> progressAt(size_t(count) + 1);
         {
             double total = 0.0;
-            for (int k = 0; k < count; ++k) total += std::ldexp(1.0, -2 * k);
+            for (int k = 0; k < count; ++k)
+                total += std::ldexp(1.0, -2 * k);
             double done = 0.0;
             progressAt[size_t(count)] = 5;
             for (int k = count - 1; k >= 0; --k) {
@@ -727,13 +741,13 @@ long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const Exemp
                         out->red = l.px[i * 4 + 2];
                         continue;
                     }
-                    int d = 0;  // chessboard distance to the hole, 1..seam, or 0 beyond
+                    int d = 0; // chessboard distance to the hole, 1..seam, or 0 beyond
                     for (int k = 1; k <= seam && d == 0; ++k)
                         if (sums.Box(x - k, y - k, x + k, y + k) > 0) d = k;
                     if (d == 0) continue;
                     uint8_t v[3];
                     if (!VoteAt(l, r, weights, x, y, v)) continue;
-                    const int a = seam + 1 - d, b = d;  // weights of the vote and of the pixel, out of seam + 1
+                    const int a = seam + 1 - d, b = d; // weights of the vote and of the pixel, out of seam + 1
                     const int div = seam + 1, half = div / 2;
                     out->blue = uint8_t((v[0] * a + out->blue * b + half) / div);
                     out->green = uint8_t((v[1] * a + out->green * b + half) / div);

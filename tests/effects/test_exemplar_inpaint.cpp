@@ -1,7 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <cstring>
+#include <gtest/gtest.h>
 #include <vector>
 
 #include "effects/exemplar_inpaint.h"
@@ -38,7 +37,8 @@ void MakeDiscMask(COLChannel& mask, int side, int cx, int cy, int radius)
     std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
     for (int y = 0; y < side; ++y)
         for (int x = 0; x < side; ++x)
-            if ((x - cx) * (x - cx) + (y - cy) * (y - cy) <= radius * radius) mask.SetValue(uint32_t(x), uint32_t(y), 255);
+            if ((x - cx) * (x - cx) + (y - cy) * (y - cy) <= radius * radius)
+                mask.SetValue(uint32_t(x), uint32_t(y), 255);
 }
 
 // The plain fill a structure-aware method must beat: every hole pixel relaxed to the mean of its four neighbours
@@ -140,7 +140,7 @@ TEST(ExemplarInpaint, RestoresAStraightEdgeBetterThanDiffusion)
         const int line = int(std::ceil(0.6 * x + 20));
         int turn = -1;
         for (int y = 30; y < 70; ++y)
-            if (result.GetPixel2(uint32_t(x), uint32_t(y)).blue > 105) {  // lower tone's blue is 150, upper's 60
+            if (result.GetPixel2(uint32_t(x), uint32_t(y)).blue > 105) { // lower tone's blue is 150, upper's 60
                 turn = y;
                 break;
             }
@@ -168,7 +168,8 @@ TEST(ExemplarInpaint, SameBytesAtEverySplitAndInPlace)
     mask.Create(120, 90);
     std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
     for (uint32_t y = 30; y < 62; ++y)
-        for (uint32_t x = 40; x < 85; ++x) mask.SetValue(x, y, 200);
+        for (uint32_t x = 40; x < 85; ++x)
+            mask.SetValue(x, y, 200);
     ExemplarInpaintParams params;
     params.mask = &mask;
     params.seed = 99;
@@ -190,7 +191,7 @@ TEST(ExemplarInpaint, HoleOnTheBorderIsFilledFromThePicture)
     COLImage truth, damaged, result;
     MakeEdgePicture(truth, kSide);
     COLChannel mask;
-    MakeDiscMask(mask, kSide, 0, 70, 16);  // cut by the left edge
+    MakeDiscMask(mask, kSide, 0, 70, 16); // cut by the left edge
     damaged.DuplicateFrom(&truth);
     for (uint32_t y = 0; y < kSide; ++y)
         for (uint32_t x = 0; x < kSide; ++x)
@@ -201,7 +202,8 @@ TEST(ExemplarInpaint, HoleOnTheBorderIsFilledFromThePicture)
     ExpectConfined(result, damaged, mask);
     int magenta = 0;
     for (uint32_t y = 0; y < kSide; ++y)
-        for (uint32_t x = 0; x < kSide; ++x) magenta += result.GetPixel2(x, y) == vmtest::Rgb(255, 0, 255);
+        for (uint32_t x = 0; x < kSide; ++x)
+            magenta += result.GetPixel2(x, y) == vmtest::Rgb(255, 0, 255);
     EXPECT_EQ(magenta, 0);
     EXPECT_LT(HoleError(result, truth, mask), 60.0);
 }
@@ -219,20 +221,20 @@ TEST(ExemplarInpaint, RefusesWhatItCannotFillAndLeavesTheDestination)
     CExemplarInpaintProcess process;
     process.SetImages(&src, &dst);
 
-    mask.Create(41, 30);  // another size
+    mask.Create(41, 30); // another size
     std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
     EXPECT_EQ(process.Process(&params), kExemplarCannotFill);
 
-    mask.Create(40, 30);  // a hole of more than a fifth: 241 of 1200 pixels
+    mask.Create(40, 30); // a hole of more than a fifth: 241 of 1200 pixels
     std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
     std::memset(mask.GetBuffer(), 255, 241);
     EXPECT_EQ(process.Process(&params), kExemplarCannotFill);
-    std::memset(mask.GetBuffer(), 128, mask.GetAreaByteSize());  // the whole picture
+    std::memset(mask.GetBuffer(), 128, mask.GetAreaByteSize()); // the whole picture
     EXPECT_EQ(process.Process(&params), kExemplarCannotFill);
     EXPECT_TRUE(vmtest::SamePixels(dst, before));
 
     params.patchRadius = 0;
-    std::memset(mask.GetBuffer(), 127, mask.GetAreaByteSize());  // 127 is not a hole
+    std::memset(mask.GetBuffer(), 127, mask.GetAreaByteSize()); // 127 is not a hole
     EXPECT_EQ(process.Process(&params), kFail);
     params.patchRadius = 3;
     EXPECT_EQ(process.Process(nullptr), kFail);

@@ -58,7 +58,8 @@ protected:
                     m_refineText = refine ? refine->text().toStdString() : std::string();
                     m_refineWasChecked = refine && refine->isChecked();
                     m_noteShown = note && !note->text().isEmpty();
-                    if (refine) QTest::mouseClick(refine, Qt::LeftButton, Qt::NoModifier, QPoint(8, refine->height() / 2));
+                    if (refine)
+                        QTest::mouseClick(refine, Qt::LeftButton, Qt::NoModifier, QPoint(8, refine->height() / 2));
                     m_featherEnabled = feather && feather->isEnabled();
                     if (const char* dir = std::getenv("VM_SCREENSHOT_DIR"))
                         dialog->grab().save(QString::fromUtf8(dir) + QStringLiteral("/inpaint-refine-dialog.png"));
@@ -73,7 +74,7 @@ protected:
         const char* dir = std::getenv("VM_SCREENSHOT_DIR");
         if (!dir) return;
         m_frame->ToolBar()->Manager().SetCurrentTool(nullptr);
-        QTest::qWait(300);  // the canvas repaints on a timer
+        QTest::qWait(300); // the canvas repaints on a timer
         m_frame->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
     }
 
@@ -114,14 +115,16 @@ TEST_F(RefineInFrame, StructureAwareFillRemovesTheMissionPatchWithOneUndoableSte
     const COLImage& after = m_app.Document().GetLayer(0)->m_image;
     int blue = 0, changedOutside = 0;
     for (int y = 350; y < 420; ++y)
-        for (int x = 136; x < 206; ++x) blue += after.GetBuffer(x, y)->blue > after.GetBuffer(x, y)->red;
+        for (int x = 136; x < 206; ++x)
+            blue += after.GetBuffer(x, y)->blue > after.GetBuffer(x, y)->red;
     EXPECT_LT(blue, 70 * 70 / 50);
     const COLChannel& mask = m_app.Document().GetSelectionMask();
     for (int y = 1; y < 511; ++y)
         for (int x = 1; x < 511; ++x) {
             bool near = false;
             for (int dy = -1; dy <= 1; ++dy)
-                for (int dx = -1; dx <= 1; ++dx) near = near || mask.GetValue(x + dx, y + dy) > 127;
+                for (int dx = -1; dx <= 1; ++dx)
+                    near = near || mask.GetValue(x + dx, y + dy) > 127;
             changedOutside += !near && after.GetBuffer(x, y)->Word() != before.GetBuffer(x, y)->Word();
         }
     EXPECT_EQ(changedOutside, 0);
