@@ -34,6 +34,9 @@ int RunInpaint(const std::vector<std::string>& args)
     if (a.Positional().size() != 1) return cli::Usage("inpaint", "expects one input file");
     SmartInpaintSettings settings;
     if (std::string error = cli::ApplyTable(table, a, &settings); !error.empty()) return cli::Usage("inpaint", error);
+    const bool refine = settings.method == kInpaintStructure;
+    if (refine && (settings.blockSize != 0 || !settings.feather || settings.exact))
+        return cli::Usage("inpaint", "--refine takes none of --block, --nofeather, --exact (they set block quilting)");
     if (settings.blockSize != 0 && settings.blockSize < CPatchInpaintProcess::kMinBlockSize)
         return cli::Usage("inpaint", "--block takes 0 or a whole number from 8 to 64, not '" +
                                          std::to_string(settings.blockSize) + "'");
@@ -63,7 +66,8 @@ int RunInpaint(const std::vector<std::string>& args)
     }
     if (holeCount * 5 > image.GetPixelCount())
         return cli::Fail("the hole (" + std::to_string(holeCount) + " pixels) covers more than a fifth of the picture");
-    for (size_t i = 0; i < image.GetPixelCount(); ++i)
+    // Block quilting compares alpha too; the structure-aware fill matches colours only and keeps every alpha.
+    for (size_t i = 0; i < image.GetPixelCount() && !refine; ++i)
         if (image.GetBuffer()[i].alpha == 0)
             return cli::Fail("the picture has fully transparent pixels, which cannot serve as samples");
 
@@ -80,12 +84,18 @@ int RunInpaint(const std::vector<std::string>& args)
         r = worker.GetLastResult();
     }
     progress.Done();
+    if (r == kInpaintNoSample && refine)
+        return cli::Fail("no part of the picture around the hole is large enough to fill it from");
     if (r == kInpaintNoSample)
         return cli::Fail("no sample found to fill the hole with (is it too close to the border, or too large?)");
     if (r != kOk) return cli::Fail("inpainting failed (out of memory?)");
     if (std::string error = cli::SavePicture(*out, result); !error.empty()) return cli::Fail(error);
-    std::printf("%s -> %s, %u x %u, %zu pixels filled, tiles of %d\n", in.c_str(), out->c_str(), result.GetWidth(),
-                result.GetHeight(), holeCount, int(run.GetBlockSize()));
+    if (refine)
+        std::printf("%s -> %s, %u x %u, %zu pixels filled, structure-aware\n", in.c_str(), out->c_str(),
+                    result.GetWidth(), result.GetHeight(), holeCount);
+    else
+        std::printf("%s -> %s, %u x %u, %zu pixels filled, tiles of %d\n", in.c_str(), out->c_str(),
+                    result.GetWidth(), result.GetHeight(), holeCount, int(run.GetBlockSize()));
     return cli::kExitOk;
 }
 

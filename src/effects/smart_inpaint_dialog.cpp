@@ -15,7 +15,10 @@ const vmparam::ParamTable& InpaintParamTable()
                        "paste with a hard edge instead of blending into the picture around the hole"),
          vmparam::Flag("exact", vmparam::At<&SmartInpaintSettings::exact>(), 1,
                        "the classic arithmetic: the softened mask blends the samples with what the hole held, exact "
-                       "matches are passed over, a hole at the edge may take black from the border")}};
+                       "matches are passed over, a hole at the edge may take black from the border"),
+         vmparam::Flag("refine", vmparam::At<&SmartInpaintSettings::method>(), kInpaintStructure,
+                       "structure-aware fill: continues edges and large shapes across the hole (slower; takes none "
+                       "of --block, --nofeather, --exact)")}};
     return table;
 }
 
@@ -32,6 +35,10 @@ long CInpaintRun::Prepare(const SmartInpaintSettings& settings, const COLChannel
         m_classicParams.featherMask = settings.feather ? 1 : 0;
         m_classicParams.exact = settings.exact ? 1 : 0;
         return kOk;
+    case kInpaintStructure:
+        m_structureParams = ExemplarInpaintParams{};
+        m_structureParams.mask = mask;
+        return mask ? kOk : kFail;
     default:
         return kFail;
     }
@@ -39,11 +46,13 @@ long CInpaintRun::Prepare(const SmartInpaintSettings& settings, const COLChannel
 
 CImageProcess& CInpaintRun::GetProcess()
 {
+    if (m_method == kInpaintStructure) return m_structure;
     return m_classic;
 }
 
 const void* CInpaintRun::GetParams() const
 {
+    if (m_method == kInpaintStructure) return &m_structureParams;
     return &m_classicParams;
 }
 
@@ -81,7 +90,7 @@ bool CSmartInpaintDlg::Run(IHistorySink* history, const ProcessRunner& runner, s
     m_thread.WaitIdle();
     UpdateData();
     StartProcess();
-    if (!m_succeeded) messageKey = "inpainterr";
+    if (!m_succeeded && !m_run.WasCancelled()) messageKey = "inpainterr";
     return m_succeeded;
 }
 

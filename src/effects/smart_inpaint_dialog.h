@@ -5,6 +5,7 @@
 #include <string>
 
 #include "document/compose_document.h"
+#include "effects/exemplar_inpaint.h"
 #include "effects/patch_inpaint.h"
 #include "matting/default_proc_dlg.h"
 #include "runtime/param_table.h"
@@ -16,7 +17,8 @@ class IHistorySink;
 // The methods a user can choose. A new method adds a value here and a case in CInpaintRun::Prepare; the dialog
 // and the command line both go through that one switch.
 enum EInpaintMethod : int32_t {
-    kInpaintClassic = 0, // block quilting, CPatchInpaintProcess
+    kInpaintClassic = 0,   // block quilting, CPatchInpaintProcess
+    kInpaintStructure = 1, // structure-aware fill, CExemplarInpaintProcess
 };
 
 // What the dialog's controls and the command line's options set.
@@ -25,8 +27,9 @@ struct SmartInpaintSettings {
     int32_t feather = 1;   // the check box "feather the selection for a natural transition", initially checked
     int32_t exact = 0;     // the classic arithmetic byte for byte (see InpaintParams::exact)
     int32_t blockSize = 0; // 0: measured from the hole with EstimateBlockSize
+    // feather, exact and blockSize belong to block quilting; the structure-aware fill has no settings to choose.
 };
-// block, nofeather, exact over SmartInpaintSettings.
+// block, nofeather, exact and refine (the structure-aware fill) over SmartInpaintSettings.
 const vmparam::ParamTable& InpaintParamTable();
 
 // Turns settings into a process and its record: the one place where the method is chosen.
@@ -38,11 +41,17 @@ public:
     const void* GetParams() const;
     // The tile edge the run uses (measured when the settings leave it at 0).
     int32_t GetBlockSize() const { return m_classicParams.blockSize; }
+    int32_t GetMethod() const { return m_method; }
+    // True when the last run was the structure-aware fill and stopped on a cancel request; it then filled nothing,
+    // which is no failure to report.
+    bool WasCancelled() const { return m_method == kInpaintStructure && m_structure.WasCancelled(); }
 
 private:
     int32_t m_method = kInpaintClassic;
     CPatchInpaintProcess m_classic;
     InpaintParams m_classicParams;
+    CExemplarInpaintProcess m_structure;
+    ExemplarInpaintParams m_structureParams;
 };
 
 // How a dialog hands a process to the worker and waits for its end: the editor shows the wait dialog, tests and
@@ -66,7 +75,7 @@ public:
     // layer's picture and measures the tile edge of the document's selection.
     bool Open(CComposeDocument& document, std::string& messageKey);
     // OK: runs the method through runner. True when the layer holds the result; else false with "inpainterr"
-    // and the layer put back.
+    // and the layer put back (with no message key when the user cancelled the structure-aware fill).
     bool Run(IHistorySink* history, const ProcessRunner& runner, std::string& messageKey);
 
     SmartInpaintSettings settings;

@@ -47,7 +47,18 @@ bool RunSmartInpaintDialog(QWidget* parent, CAppGlobals& app, IUiServices& servi
     auto* note = new QLabel(Text(app, CSmartInpaintDlg::kNoteKey), &dialog);
     note->setWordWrap(true);
     note->setMinimumWidth(360);
-    // The place where a choice of method goes, above the check box, when there is more than one.
+    // The method: block quilting unless the user asks for the structure-aware fill, which has no feathering.
+    auto* refine = new QCheckBox(Text(app, "inpaintrefine"), &dialog);
+    refine->setObjectName(QStringLiteral("inpaintrefine"));
+    refine->setChecked(logic.settings.method == kInpaintStructure);
+    auto* refineNote = new QLabel(Text(app, "inpaintrefinenote"), &dialog);
+    refineNote->setObjectName(QStringLiteral("inpaintrefinenote"));
+    refineNote->setWordWrap(true);
+    refineNote->setIndent(20);
+    feather->setEnabled(!refine->isChecked());
+    QObject::connect(refine, &QCheckBox::toggled, feather, [feather](bool on) { feather->setEnabled(!on); });
+    column->addWidget(refine);
+    column->addWidget(refineNote);
     column->addWidget(feather);
     column->addWidget(note);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, &dialog);
@@ -57,11 +68,14 @@ bool RunSmartInpaintDialog(QWidget* parent, CAppGlobals& app, IUiServices& servi
     if (dialog.exec() != QDialog::Accepted) return false;
 
     logic.settings.feather = feather->isChecked() ? 1 : 0;
+    logic.settings.method = refine->isChecked() ? kInpaintStructure : kInpaintClassic;
     const ProcessRunner runner = [&](CImageProcess& process, const void* params) {
         return RunProcessWithWait(*worker, process, params, parent, status);
     };
     if (!logic.Run(app.CommandContext().history, runner, key)) {
-        services.MessageBox(Text(app, key.c_str()), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
+        // No key: the user stopped the structure-aware fill, which then filled nothing; there is nothing to say.
+        if (!key.empty())
+            services.MessageBox(Text(app, key.c_str()), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
         return false;
     }
     return true;

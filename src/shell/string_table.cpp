@@ -244,6 +244,9 @@ const TextRow kRows[] = {
 
 // Texts of this editor's own dialogs and panels, in both languages, after the rows above.
 const TextRow kEditorRows[] = {
+    {"inpaintrefine", "结构感知修补", "Structure-aware fill"},
+    {"inpaintrefinenote", "沿边缘和大块形状补全破洞，适合跨越直线或较大的区域；速度较慢。",
+     "Carries edges and large shapes across the hole: better for straight lines and large areas, but slower."},
     {"layerbackground", "背景", "Background"},
     {"layername", "图层%d", "Layer %d"},
     {"allpictures", "所有图片", "All pictures"},

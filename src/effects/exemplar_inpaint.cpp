@@ -1,0 +1,789 @@
+#include "effects/exemplar_inpaint.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "runtime/parallel_for.h"
+#include "runtime/status.h"
+
+namespace {
+
+// The coarsest level is reached when the hole is at most half a patch thick (every hole pixel within half a patch
+// side of a known one), or when halving again would leave fewer than kMinLevelPatches patch sides on a side. A
+// thin scratch is thus filled at full size, a large hole from a level where it spans a few patches.
+constexpr int kMinLevelPatches = 4;
+constexpr int kMaxLevels = 12;
+// Rows per band of the parallel PatchMatch passes. Fixed, so the result does not depend on the thread count.
+constexpr int kBandRows = 32;
+// Random search at finer levels starts at this many patch sides: the coarser field already places the match.
+constexpr int kFineSearchPatches = 6;
+// The priority fill searches its whole level for each patch when the level holds at most this many known
+// patches; otherwise (a thin hole filled at full size) it searches a window of four patch sides around the patch,
+// widened until it holds a known patch.
+constexpr size_t kMaxCoarseCandidates = 40000;
+
+class CCancelled {};
+
+struct Reporter {
+    CImageProcess* owner = nullptr;
+    bool* cancelled = nullptr;
+
+    void Report(int percent) const
+    {
+        if (owner) owner->ReportProgress(percent);
+    }
+    void CheckCancel() const
+    {
+        if (owner && owner->TestAndClearCancel()) {
+            if (cancelled) *cancelled = true;
+            throw CCancelled();
+        }
+    }
+};
+
+uint32_t Hash(uint32_t a, uint32_t b, uint32_t c, uint32_t d)
+{
+    uint64_t x = (uint64_t(a) << 32 | b) * 0x9E3779B97F4A7C15ull ^ (uint64_t(c) << 32 | d);
+    x ^= x >> 30;
+    x *= 0xBF58476D1CE4E5B9ull;
+    x ^= x >> 27;
+    x *= 0x94D049BB133111EBull;
+    x ^= x >> 31;
+    return uint32_t(x);
+}
+
+// One level of the pyramid over the working box. Pixels are 4 bytes, blue, green, red and a zero, so that patch
+// distances run over whole words.
+struct Level {
+    int w = 0, h = 0;
+    std::vector<uint8_t> px;     // 4 per pixel
+    std::vector<uint8_t> hole;   // 1 in the hole
+    std::vector<uint8_t> valid;  // 1 where a patch centred here is inside the level and wholly known
+    std::vector<uint8_t> active; // 1 where a patch centred here touches the hole
+    std::vector<int32_t> validList;
+    std::vector<int32_t> nnf;               // per active pixel: centre of its best known patch
+    std::vector<int32_t> dist;              // and the patch distance to it
+    int ax0 = 0, ay0 = 0, ax1 = 0, ay1 = 0; // box of active pixels, exclusive ends
+};
+
+// Sum of the hole map over a box, from a summed-area table of (w + 1) x (h + 1).
+struct HoleSums {
+    int w = 0, h = 0;
+    std::vector<int32_t> s;
+    void Build(const Level& l)
+    {
+        w = l.w;
+        h = l.h;
+        s.assign(size_t(w + 1) * (h + 1), 0);
+        for (int y = 0; y < h; ++y) {
+            int32_t row = 0;
+            for (int x = 0; x < w; ++x) {
+                row += l.hole[size_t(y) * w + x];
+                s[size_t(y + 1) * (w + 1) + x + 1] = s[size_t(y) * (w + 1) + x + 1] + row;
+            }
+        }
+    }
+    // Box [x0, x1] x [y0, y1] inclusive, clipped to the level.
+    int32_t Box(int x0, int y0, int x1, int y1) const
+    {
+        x0 = std::max(x0, 0);
+        y0 = std::max(y0, 0);
+        x1 = std::min(x1, w - 1);
+        y1 = std::min(y1, h - 1);
+        if (x0 > x1 || y0 > y1) return 0;
+        return s[size_t(y1 + 1) * (w + 1) + x1 + 1] - s[size_t(y0) * (w + 1) + x1 + 1] -
+               s[size_t(y1 + 1) * (w + 1) + x0] + s[size_t(y0) * (w + 1) + x0];
+    }
+};
+
+void BuildMaps(Level& l, int r)
+{
+    HoleSums sums;
+    sums.Build(l);
+    const size_t n = size_t(l.w) * l.h;
+    l.valid.assign(n, 0);
+    l.active.assign(n, 0);
+    l.validList.clear();
+    l.ax0 = l.w;
+    l.ay0 = l.h;
+    l.ax1 = l.ay1 = 0;
+    for (int y = 0; y < l.h; ++y)
+        for (int x = 0; x < l.w; ++x) {
+            const size_t i = size_t(y) * l.w + x;
+            const bool touches = sums.Box(x - r, y - r, x + r, y + r) > 0;
+            if (touches) {
+                l.active[i] = 1;
+                l.ax0 = std::min(l.ax0, x);
+                l.ay0 = std::min(l.ay0, y);
+                l.ax1 = std::max(l.ax1, x + 1);
+                l.ay1 = std::max(l.ay1, y + 1);
+            } else if (x >= r && y >= r && x < l.w - r && y < l.h - r) {
+                l.valid[i] = 1;
+                l.validList.push_back(int32_t(i));
+            }
+        }
+    l.nnf.assign(n, -1);
+    l.dist.assign(n, INT32_MAX);
+}
+
+// Half size: a pixel is in the hole when any of its (up to four) sources is; otherwise it is their mean.
+void Downsample(const Level& f, Level& c)
+{
+    c.w = (f.w + 1) / 2;
+    c.h = (f.h + 1) / 2;
+    c.px.assign(size_t(c.w) * c.h * 4, 0);
+    c.hole.assign(size_t(c.w) * c.h, 0);
+    for (int y = 0; y < c.h; ++y)
+        for (int x = 0; x < c.w; ++x) {
+            int sum[3] = {0, 0, 0}, count = 0, hole = 0;
+            for (int dy = 0; dy < 2; ++dy)
+                for (int dx = 0; dx < 2; ++dx) {
+                    const int fx = 2 * x + dx, fy = 2 * y + dy;
+                    if (fx >= f.w || fy >= f.h) continue;
+                    const size_t i = size_t(fy) * f.w + fx;
+                    hole |= f.hole[i];
+                    for (int k = 0; k < 3; ++k)
+                        sum[k] += f.px[i * 4 + k];
+                    ++count;
+                }
+            const size_t o = size_t(y) * c.w + x;
+            c.hole[o] = uint8_t(hole);
+            if (!hole)
+                for (int k = 0; k < 3; ++k)
+                    c.px[o * 4 + k] = uint8_t((sum[k] + count / 2) / count);
+        }
+}
+
+// Squared colour distance of the patches at q and t, over the part of q's patch inside the level (t's patch is
+// always inside). Stops as soon as the sum reaches bound.
+int32_t PatchDistance(const Level& l, int r, int qx, int qy, int tx, int ty, int32_t bound)
+{
+    const int x0 = std::max(-r, -qx), x1 = std::min(r, l.w - 1 - qx);
+    const int y0 = std::max(-r, -qy), y1 = std::min(r, l.h - 1 - qy);
+    const int bytes = (x1 - x0 + 1) * 4;
+    int32_t sum = 0;
+    for (int dy = y0; dy <= y1; ++dy) {
+        const uint8_t* a = &l.px[(size_t(qy + dy) * l.w + qx + x0) * 4];
+        const uint8_t* b = &l.px[(size_t(ty + dy) * l.w + tx + x0) * 4];
+        int32_t row = 0;
+        for (int k = 0; k < bytes; ++k) {
+            const int32_t d = int32_t(a[k]) - int32_t(b[k]);
+            row += d * d;
+        }
+        sum += row;
+        if (sum >= bound) return sum;
+    }
+    return sum;
+}
+
+int PatchPixels(const Level& l, int r, int qx, int qy)
+{
+    const int x0 = std::max(-r, -qx), x1 = std::min(r, l.w - 1 - qx);
+    const int y0 = std::max(-r, -qy), y1 = std::min(r, l.h - 1 - qy);
+    return (x1 - x0 + 1) * (y1 - y0 + 1);
+}
+
+int32_t RandomValid(const Level& l, uint32_t seed, uint32_t salt, int32_t i)
+{
+    return l.validList[Hash(seed, salt, uint32_t(i), 0x5EEDu) % l.validList.size()];
+}
+
+// ---------------------------------------------------------------------------------------------------------------
+// Coarsest level: greedy fill in priority order.
+
+uint8_t Gray(const uint8_t* p)
+{
+    return uint8_t((3 * p[2] + 6 * p[1] + p[0]) / 10);
+}
+
+void PriorityFill(Level& l, int r, const Reporter& reporter, int progressLow, int progressHigh)
+{
+    const int w = l.w, h = l.h;
+    const size_t n = size_t(w) * h;
+    std::vector<uint8_t> unfilled(l.hole);
+    std::vector<float> confidence(n), priority(n, -1.0f);
+    std::vector<int32_t> sourceOf(n, -1);
+    std::vector<int32_t> open; // unfilled pixels, raster order; compacted as they fill
+    for (size_t i = 0; i < n; ++i) {
+        confidence[i] = unfilled[i] ? 0.0f : 1.0f;
+        if (unfilled[i]) open.push_back(int32_t(i));
+    }
+    const size_t total = open.size();
+    size_t remaining = total;
+    // A small level is searched whole; a large one (a thin hole filled at full size) in a window around the patch.
+    const bool searchAll = l.validList.size() <= kMaxCoarseCandidates;
+    const float patchArea = float((2 * r + 1) * (2 * r + 1));
+    auto filled = [&](int x, int y) { return x >= 0 && y >= 0 && x < w && y < h && !unfilled[size_t(y) * w + x]; };
+
+    // Priority of an unfilled pixel: -1 off the front (no filled 4-neighbour), else confidence x data term.
+    auto computePriority = [&](int x, int y) -> float {
+        if (!filled(x - 1, y) && !filled(x + 1, y) && !filled(x, y - 1) && !filled(x, y + 1)) return -1.0f;
+        float c = 0.0f;
+        for (int dy = -r; dy <= r; ++dy)
+            for (int dx = -r; dx <= r; ++dx)
+                if (filled(x + dx, y + dy)) c += confidence[size_t(y + dy) * w + x + dx];
+        c /= patchArea;
+        // Normal of the front: gradient of the filled indicator (Sobel).
+        float nx = 0.0f, ny = 0.0f;
+        for (int dy = -1; dy <= 1; ++dy)
+            for (int dx = -1; dx <= 1; ++dx) {
+                if (!filled(x + dx, y + dy)) continue;
+                nx += float(dx * (dy == 0 ? 2 : 1));
+                ny += float(dy * (dx == 0 ? 2 : 1));
+            }
+        const float nlen = std::sqrt(nx * nx + ny * ny);
+        if (nlen > 0.0f) {
+            nx /= nlen;
+            ny /= nlen;
+        }
+        // Strongest isophote among known pixels next to p (central differences where both sides are known).
+        float gxBest = 0.0f, gyBest = 0.0f, gBest = -1.0f;
+        for (int dy = -1; dy <= 1; ++dy)
+            for (int dx = -1; dx <= 1; ++dx) {
+                const int sx = x + dx, sy = y + dy;
+                if (!filled(sx, sy)) continue;
+                float gx = 0.0f, gy = 0.0f;
+                if (filled(sx - 1, sy) && filled(sx + 1, sy))
+                    gx = (float(Gray(&l.px[(size_t(sy) * w + sx + 1) * 4])) -
+                          float(Gray(&l.px[(size_t(sy) * w + sx - 1) * 4]))) *
+                         0.5f;
+                if (filled(sx, sy - 1) && filled(sx, sy + 1))
+                    gy = (float(Gray(&l.px[(size_t(sy + 1) * w + sx) * 4])) -
+                          float(Gray(&l.px[(size_t(sy - 1) * w + sx) * 4]))) *
+                         0.5f;
+                const float g = gx * gx + gy * gy;
+                if (g > gBest) {
+                    gBest = g;
+                    gxBest = gx;
+                    gyBest = gy;
+                }
+            }
+        // Data term: the isophote (-gy, gx) across the front's normal; a floor lets flat areas proceed by
+        // confidence alone.
+        const float data = std::fabs(-gyBest * nx + gxBest * ny) / 255.0f + 0.001f;
+        return c * data;
+    };
+    for (int32_t i : open)
+        priority[size_t(i)] = computePriority(i % w, i / w);
+
+    // Squared distance over the filled part of the patch at (bx, by) to the valid patch at t; stops at bound.
+    auto cost = [&](int bx, int by, int32_t t, int64_t bound) {
+        const int tx = t % w, ty = t / w;
+        int64_t sum = 0;
+        for (int dy = -r; dy <= r && sum < bound; ++dy)
+            for (int dx = -r; dx <= r; ++dx) {
+                if (!filled(bx + dx, by + dy)) continue;
+                const uint8_t* a = &l.px[(size_t(by + dy) * w + bx + dx) * 4];
+                const uint8_t* b = &l.px[(size_t(ty + dy) * w + tx + dx) * 4];
+                for (int k = 0; k < 3; ++k)
+                    sum += (int(a[k]) - int(b[k])) * (int(a[k]) - int(b[k]));
+            }
+        return sum;
+    };
+
+    int steps = 0;
+    while (remaining > 0) {
+        // The front pixel of highest priority, first in raster order among equals.
+        float bestPriority = -1.0f;
+        int32_t pick = -1;
+        size_t kept = 0;
+        for (int32_t i : open) {
+            if (!unfilled[size_t(i)]) continue;
+            open[kept++] = i;
+            if (priority[size_t(i)] > bestPriority) {
+                bestPriority = priority[size_t(i)];
+                pick = i;
+            }
+        }
+        open.resize(kept);
+        if (pick < 0) break;
+        const int bx = pick % w, by = pick / w;
+        // Best known patch for the filled part of the chosen patch.
+        int64_t bestDist = INT64_MAX;
+        int32_t best = -1;
+        if (searchAll) {
+            for (int32_t t : l.validList) {
+                const int64_t d = cost(bx, by, t, bestDist);
+                if (d < bestDist) {
+                    bestDist = d;
+                    best = t;
+                }
+            }
+        } else {
+            for (int radius = 4 * (2 * r + 1); best < 0; radius *= 2) {
+                const int x0 = std::max(bx - radius, r), x1 = std::min(bx + radius, w - 1 - r);
+                const int y0 = std::max(by - radius, r), y1 = std::min(by + radius, h - 1 - r);
+                for (int ty = y0; ty <= y1; ++ty)
+                    for (int tx = x0; tx <= x1; ++tx) {
+                        const int32_t t = ty * w + tx;
+                        if (!l.valid[size_t(t)]) continue;
+                        const int64_t d = cost(bx, by, t, bestDist);
+                        if (d < bestDist) {
+                            bestDist = d;
+                            best = t;
+                        }
+                    }
+                if (radius > w + h) break;
+            }
+        }
+        if (best < 0) break;
+        const int tx = best % w, ty = best / w;
+        float c = 0.0f;
+        for (int dy = -r; dy <= r; ++dy)
+            for (int dx = -r; dx <= r; ++dx)
+                if (filled(bx + dx, by + dy)) c += confidence[size_t(by + dy) * w + bx + dx];
+        c /= patchArea;
+        for (int dy = -r; dy <= r; ++dy)
+            for (int dx = -r; dx <= r; ++dx) {
+                const int x = bx + dx, y = by + dy;
+                if (x < 0 || y < 0 || x >= w || y >= h) continue;
+                const size_t i = size_t(y) * w + x;
+                if (!unfilled[i]) continue;
+                const size_t s = size_t(ty + dy) * w + tx + dx;
+                std::memcpy(&l.px[i * 4], &l.px[s * 4], 4);
+                unfilled[i] = 0;
+                confidence[i] = c;
+                sourceOf[i] = int32_t(s);
+                --remaining;
+            }
+        // Priorities change only within reach of the patch just filled.
+        const int reach = 2 * r + 2;
+        for (int y = std::max(by - reach, 0); y <= std::min(by + reach, h - 1); ++y)
+            for (int x = std::max(bx - reach, 0); x <= std::min(bx + reach, w - 1); ++x)
+                if (unfilled[size_t(y) * w + x]) priority[size_t(y) * w + x] = computePriority(x, y);
+        if (++steps % 16 == 0) {
+            reporter.CheckCancel();
+            reporter.Report(progressLow +
+                            int((progressHigh - progressLow) * int64_t(total - remaining) / int64_t(total)));
+        }
+    }
+    // Start of the field: where a pixel was copied, the patch around its source when that is a valid one.
+    for (int y = l.ay0; y < l.ay1; ++y)
+        for (int x = l.ax0; x < l.ax1; ++x) {
+            const size_t i = size_t(y) * w + x;
+            if (!l.active[i]) continue;
+            const int32_t s = sourceOf[i];
+            l.nnf[i] = (s >= 0 && l.valid[size_t(s)]) ? s : -1;
+        }
+}
+
+// ---------------------------------------------------------------------------------------------------------------
+// Refinement: PatchMatch and the vote.
+
+void ComputeDistances(Level& l, int r)
+{
+    const int rows = l.ay1 - l.ay0;
+    vmpar::ParallelFor(size_t(std::max(rows, 0)), 8, [&](size_t begin, size_t end, unsigned) {
+        for (size_t row = begin; row < end; ++row) {
+            const int y = l.ay0 + int(row);
+            for (int x = l.ax0; x < l.ax1; ++x) {
+                const size_t i = size_t(y) * l.w + x;
+                if (!l.active[i]) continue;
+                const int32_t t = l.nnf[i];
+                l.dist[i] = PatchDistance(l, r, x, y, t % l.w, t / l.w, INT32_MAX);
+            }
+        }
+    });
+}
+
+// Gives every active pixel without a field entry a random valid patch.
+void FillMissingField(Level& l, uint32_t seed, uint32_t salt)
+{
+    for (int y = l.ay0; y < l.ay1; ++y)
+        for (int x = l.ax0; x < l.ax1; ++x) {
+            const size_t i = size_t(y) * l.w + x;
+            if (l.active[i] && l.nnf[i] < 0) l.nnf[i] = RandomValid(l, seed, salt, int32_t(i));
+        }
+}
+
+// One PatchMatch pass: forward passes propagate from the left and upper neighbours, backward passes from the right
+// and lower ones, then each pixel tries random patches around its best at halving radii. Bands of kBandRows rows
+// run in parallel, each in scan order; a neighbour in another band is read as it was before the pass.
+void PatchMatchPass(Level& l, int r, uint32_t seed, uint32_t salt, bool forward, int searchRadius)
+{
+    const std::vector<int32_t> prevNnf(l.nnf);
+    const int w = l.w;
+    const int bandCount = (l.ay1 - l.ay0 + kBandRows - 1) / kBandRows;
+    const int step = forward ? -1 : 1; // where the neighbours lie
+    vmpar::ParallelFor(size_t(std::max(bandCount, 0)), 1, [&](size_t begin, size_t end, unsigned) {
+        for (size_t band = begin; band < end; ++band) {
+            const int by0 = l.ay0 + int(band) * kBandRows, by1 = std::min(by0 + kBandRows, l.ay1);
+            for (int k = 0; k < by1 - by0; ++k) {
+                const int y = forward ? by0 + k : by1 - 1 - k;
+                for (int j = 0; j < l.ax1 - l.ax0; ++j) {
+                    const int x = forward ? l.ax0 + j : l.ax1 - 1 - j;
+                    const size_t i = size_t(y) * w + x;
+                    if (!l.active[i]) continue;
+                    int32_t best = l.nnf[i], bestDist = l.dist[i];
+                    auto tryCentre = [&](int tx, int ty) {
+                        if (tx < 0 || ty < 0 || tx >= w || ty >= l.h) return;
+                        const int32_t t = ty * w + tx;
+                        if (t == best || !l.valid[size_t(t)]) return;
+                        const int32_t d = PatchDistance(l, r, x, y, tx, ty, bestDist);
+                        if (d < bestDist) {
+                            bestDist = d;
+                            best = t;
+                        }
+                    };
+                    // Horizontal neighbour: same row, same band.
+                    const int nx = x + step;
+                    if (nx >= 0 && nx < w && l.active[size_t(y) * w + nx]) {
+                        const int32_t t = l.nnf[size_t(y) * w + nx];
+                        tryCentre(t % w - step, t / w);
+                    }
+                    // Vertical neighbour: in this band it has been visited already; across the band's edge it is
+                    // read from before the pass.
+                    const int ny = y + step;
+                    if (ny >= 0 && ny < l.h && l.active[size_t(ny) * w + x]) {
+                        const bool inBand = ny >= by0 && ny < by1;
+                        const int32_t t = inBand ? l.nnf[size_t(ny) * w + x] : prevNnf[size_t(ny) * w + x];
+                        tryCentre(t % w, t / w - step);
+                    }
+                    // Random search around the best.
+                    uint32_t k2 = 0;
+                    for (int radius = searchRadius; radius >= 1; radius /= 2, ++k2) {
+                        const uint32_t hsh = Hash(seed, salt, uint32_t(i), k2);
+                        const int span = 2 * radius + 1;
+                        const int cx = best % w, cy = best / w;
+                        const int tx = std::clamp(cx + int(hsh % uint32_t(span)) - radius, r, w - 1 - r);
+                        const int ty = std::clamp(cy + int((hsh >> 16) % uint32_t(span)) - radius, r, l.h - 1 - r);
+                        tryCentre(tx, ty);
+                    }
+                    l.nnf[i] = best;
+                    l.dist[i] = bestDist;
+                }
+            }
+        }
+    });
+}
+
+// Patch weights for the vote: exp(-d / (2 s^2)) of the per-pixel distance, s^2 its 75th percentile over the field.
+std::vector<float> VoteWeights(const Level& l, int r)
+{
+    std::vector<float> weights(size_t(l.w) * l.h, 0.0f);
+    std::vector<float> normalised;
+    for (int y = l.ay0; y < l.ay1; ++y)
+        for (int x = l.ax0; x < l.ax1; ++x) {
+            const size_t i = size_t(y) * l.w + x;
+            if (!l.active[i]) continue;
+            const float d = float(l.dist[i]) / float(PatchPixels(l, r, x, y));
+            weights[i] = d;
+            normalised.push_back(d);
+        }
+    float scale = 0.0f;
+    if (!normalised.empty()) {
+        auto mid = normalised.begin() + std::ptrdiff_t(normalised.size() * 3 / 4);
+        std::nth_element(normalised.begin(), mid, normalised.end());
+        scale = *mid;
+    }
+    for (int y = l.ay0; y < l.ay1; ++y)
+        for (int x = l.ax0; x < l.ax1; ++x) {
+            const size_t i = size_t(y) * l.w + x;
+            if (!l.active[i]) continue;
+            // The floor keeps a pixel covered only by poor matches from losing every weight to underflow.
+            weights[i] = scale > 0.0f ? std::max(std::exp(-weights[i] / (2.0f * scale)), 1e-30f) : 1.0f;
+        }
+    return weights;
+}
+
+// The vote at one pixel: the weighted mean of what every active patch covering it proposes. False when no patch
+// covers it.
+bool VoteAt(const Level& l, int r, const std::vector<float>& weights, int x, int y, uint8_t* out)
+{
+    float sum[3] = {0.0f, 0.0f, 0.0f}, total = 0.0f;
+    const int w = l.w;
+    for (int dy = -r; dy <= r; ++dy) {
+        const int qy = y + dy;
+        if (qy < 0 || qy >= l.h) continue;
+        for (int dx = -r; dx <= r; ++dx) {
+            const int qx = x + dx;
+            if (qx < 0 || qx >= w) continue;
+            const size_t q = size_t(qy) * w + qx;
+            if (!l.active[q]) continue;
+            const int32_t t = l.nnf[q];
+            const size_t s = size_t(t / w - dy) * w + size_t(t % w - dx);
+            const float wt = weights[q];
+            const uint8_t* p = &l.px[s * 4];
+            sum[0] += wt * p[0];
+            sum[1] += wt * p[1];
+            sum[2] += wt * p[2];
+            total += wt;
+        }
+    }
+    if (total <= 0.0f) return false;
+    for (int k = 0; k < 3; ++k)
+        out[k] = uint8_t(std::min(255.0f, sum[k] / total + 0.5f));
+    return true;
+}
+
+// Rebuilds the hole's pixels of a level from the field. Sources are known pixels only, so the pixels written are
+// never read by the same vote.
+void VoteHole(Level& l, int r)
+{
+    const std::vector<float> weights = VoteWeights(l, r);
+    const int rows = l.ay1 - l.ay0;
+    vmpar::ParallelFor(size_t(std::max(rows, 0)), 8, [&](size_t begin, size_t end, unsigned) {
+        for (size_t row = begin; row < end; ++row) {
+            const int y = l.ay0 + int(row);
+            for (int x = l.ax0; x < l.ax1; ++x) {
+                const size_t i = size_t(y) * l.w + x;
+                if (l.hole[i]) VoteAt(l, r, weights, x, y, &l.px[i * 4]);
+            }
+        }
+    });
+}
+
+// Carries the coarser level's field to this one: offsets doubled, the position within the 2 x 2 block kept.
+void UpsampleField(const Level& c, Level& f, uint32_t seed, uint32_t salt)
+{
+    for (int y = f.ay0; y < f.ay1; ++y)
+        for (int x = f.ax0; x < f.ax1; ++x) {
+            const size_t i = size_t(y) * f.w + x;
+            if (!f.active[i]) continue;
+            const int cx = std::min(x / 2, c.w - 1), cy = std::min(y / 2, c.h - 1);
+            const size_t ci = size_t(cy) * c.w + cx;
+            int32_t t = -1;
+            if (c.active[ci] && c.nnf[ci] >= 0) {
+                const int tx = 2 * (c.nnf[ci] % c.w) + (x - 2 * cx), ty = 2 * (c.nnf[ci] / c.w) + (y - 2 * cy);
+                if (tx >= 0 && ty >= 0 && tx < f.w && ty < f.h && f.valid[size_t(ty) * f.w + tx]) t = ty * f.w + tx;
+            }
+            f.nnf[i] = t;
+        }
+    FillMissingField(f, seed, salt);
+}
+
+// The hole of a finer level starts as the coarser level's colours (nearest).
+void UpsampleHole(const Level& c, Level& f)
+{
+    for (int y = f.ay0; y < f.ay1; ++y)
+        for (int x = f.ax0; x < f.ax1; ++x) {
+            const size_t i = size_t(y) * f.w + x;
+            if (!f.hole[i]) continue;
+            const size_t ci = size_t(std::min(y / 2, c.h - 1)) * c.w + std::min(x / 2, c.w - 1);
+            std::memcpy(&f.px[i * 4], &c.px[ci * 4], 4);
+        }
+}
+
+struct Box {
+    int x0 = 0, y0 = 0, x1 = 0, y1 = 0; // exclusive ends
+};
+
+// Thickness of the hole: the largest chessboard distance from a hole pixel to the nearest known one (two passes).
+int HoleThickness(const Level& l)
+{
+    std::vector<int> d(size_t(l.w) * l.h);
+    for (size_t i = 0; i < d.size(); ++i)
+        d[i] = l.hole[i] ? INT_MAX / 2 : 0;
+    auto at = [&](int x, int y) {
+        return x < 0 || y < 0 || x >= l.w || y >= l.h ? INT_MAX / 2 : d[size_t(y) * l.w + x];
+    };
+    for (int y = 0; y < l.h; ++y)
+        for (int x = 0; x < l.w; ++x) {
+            int& v = d[size_t(y) * l.w + x];
+            v = std::min({v, at(x - 1, y) + 1, at(x - 1, y - 1) + 1, at(x, y - 1) + 1, at(x + 1, y - 1) + 1});
+        }
+    int thickest = 0;
+    for (int y = l.h - 1; y >= 0; --y)
+        for (int x = l.w - 1; x >= 0; --x) {
+            int& v = d[size_t(y) * l.w + x];
+            v = std::min({v, at(x + 1, y) + 1, at(x + 1, y + 1) + 1, at(x, y + 1) + 1, at(x - 1, y + 1) + 1});
+            thickest = std::max(thickest, v);
+        }
+    return thickest;
+}
+
+long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const ExemplarInpaintParams& params,
+         const Reporter& reporter)
+{
+    const int width = int(src.GetWidth()), height = int(src.GetHeight());
+    if (int(mask.GetWidth()) != width || int(mask.GetHeight()) != height) return kExemplarCannotFill;
+    const int r = params.patchRadius;
+    if (r < 1 || r > CExemplarInpaintProcess::kMaxPatchRadius) return kFail;
+
+    // Hole box and count.
+    Box hole{width, height, 0, 0};
+    size_t holeCount = 0;
+    for (int y = 0; y < height; ++y) {
+        const uint8_t* m = mask.GetBuffer(0, uint32_t(y));
+        for (int x = 0; x < width; ++x)
+            if (m[x] > 127) {
+                ++holeCount;
+                hole.x0 = std::min(hole.x0, x);
+                hole.y0 = std::min(hole.y0, y);
+                hole.x1 = std::max(hole.x1, x + 1);
+                hole.y1 = std::max(hole.y1, y + 1);
+            }
+    }
+    if (holeCount * 5 > size_t(width) * height) return kExemplarCannotFill;
+    reporter.Report(1);
+
+    // Working box: the hole's box grown by half its larger side.
+    Box work;
+    std::vector<Level> levels(1);
+    if (holeCount > 0) {
+        const int margin =
+            std::max(CExemplarInpaintProcess::kMinMargin, std::max(hole.x1 - hole.x0, hole.y1 - hole.y0) / 2);
+        work = Box{std::max(hole.x0 - margin, 0), std::max(hole.y0 - margin, 0), std::min(hole.x1 + margin, width),
+                   std::min(hole.y1 + margin, height)};
+        Level& l0 = levels[0];
+        l0.w = work.x1 - work.x0;
+        l0.h = work.y1 - work.y0;
+        l0.px.assign(size_t(l0.w) * l0.h * 4, 0);
+        l0.hole.assign(size_t(l0.w) * l0.h, 0);
+        for (int y = 0; y < l0.h; ++y) {
+            const CPixel* s = src.GetBuffer(uint32_t(work.x0), uint32_t(work.y0 + y));
+            const uint8_t* m = mask.GetBuffer(uint32_t(work.x0), uint32_t(work.y0 + y));
+            for (int x = 0; x < l0.w; ++x) {
+                const size_t i = size_t(y) * l0.w + x;
+                l0.hole[i] = m[x] > 127;
+                if (!l0.hole[i]) {
+                    l0.px[i * 4] = s[x].blue;
+                    l0.px[i * 4 + 1] = s[x].green;
+                    l0.px[i * 4 + 2] = s[x].red;
+                }
+            }
+        }
+        BuildMaps(l0, r);
+        if (l0.validList.empty()) return kExemplarCannotFill;
+
+        // The pyramid, down to a hole of about half a patch's thickness.
+        const int side = 2 * r + 1;
+        int thickness = HoleThickness(l0);
+        while (int(levels.size()) < kMaxLevels) {
+            const Level& f = levels.back();
+            if (thickness <= side / 2) break;
+            thickness = (thickness + 1) / 2;
+            if (std::min((f.w + 1) / 2, (f.h + 1) / 2) < kMinLevelPatches * side) break;
+            Level c;
+            Downsample(f, c);
+            BuildMaps(c, r);
+            if (c.validList.empty()) break;
+            levels.push_back(std::move(c));
+        }
+    }
+    reporter.CheckCancel();
+    reporter.Report(5);
+
+    if (holeCount > 0) {
+        // Work per level grows fourfold per step towards full size; progress follows that.
+        const int count = int(levels.size());
+        std::vector<int> progressAt(size_t(count) + 1);
+        {
+            double total = 0.0;
+            for (int k = 0; k < count; ++k)
+                total += std::ldexp(1.0, -2 * k);
+            double done = 0.0;
+            progressAt[size_t(count)] = 5;
+            for (int k = count - 1; k >= 0; --k) {
+                done += std::ldexp(1.0, -2 * k);
+                progressAt[size_t(k)] = 5 + int(90.0 * done / total);
+            }
+        }
+        for (int k = count - 1; k >= 0; --k) {
+            Level& l = levels[size_t(k)];
+            const uint32_t salt = uint32_t(k) * 1000u;
+            const int low = progressAt[size_t(k) + 1], high = progressAt[size_t(k)];
+            int searchRadius = std::max(l.w, l.h);
+            int emRounds = 0, pmPasses = 0, emLow = low;
+            if (k == count - 1) {
+                emLow = low + (high - low) / 2;
+                PriorityFill(l, r, reporter, low, emLow);
+                FillMissingField(l, params.seed, salt + 1);
+                emRounds = 4;
+                pmPasses = 2;
+            } else {
+                UpsampleField(levels[size_t(k) + 1], l, params.seed, salt + 1);
+                UpsampleHole(levels[size_t(k) + 1], l);
+                searchRadius = std::min(searchRadius, kFineSearchPatches * (2 * r + 1));
+                emRounds = k == 0 ? 1 : 2;
+                pmPasses = 2;
+            }
+            ComputeDistances(l, r);
+            if (k != count - 1) VoteHole(l, r);
+            for (int round = 0; round < emRounds; ++round) {
+                if (round > 0 || k != count - 1) ComputeDistances(l, r);
+                for (int pass = 0; pass < pmPasses; ++pass)
+                    PatchMatchPass(l, r, params.seed, salt + 10 + uint32_t(round * pmPasses + pass), pass % 2 == 0,
+                                   searchRadius);
+                VoteHole(l, r);
+                reporter.CheckCancel();
+                reporter.Report(emLow + (high - emLow) * (round + 1) / emRounds);
+            }
+        }
+    }
+
+    // The result: the source with the hole's pixels, and the seam band blended on a ramp.
+    // Everything that allocates comes first, so that a failure leaves the destination as it was.
+    std::vector<float> weights;
+    HoleSums sums;
+    if (holeCount > 0) {
+        ComputeDistances(levels[0], r);
+        weights = VoteWeights(levels[0], r);
+        sums.Build(levels[0]);
+    }
+    if (&dst != &src && !dst.DuplicateFrom(&src)) return kFail;
+    if (holeCount > 0) {
+        const Level& l = levels[0];
+        constexpr int seam = CExemplarInpaintProcess::kSeamWidth;
+        const int y0 = std::max(l.ay0 - seam, 0), y1 = std::min(l.ay1 + seam, l.h);
+        vmpar::ParallelFor(size_t(std::max(y1 - y0, 0)), 8, [&](size_t begin, size_t end, unsigned) {
+            for (size_t row = begin; row < end; ++row) {
+                const int y = y0 + int(row);
+                for (int x = std::max(l.ax0 - seam, 0); x < std::min(l.ax1 + seam, l.w); ++x) {
+                    const size_t i = size_t(y) * l.w + x;
+                    CPixel* out = dst.GetBuffer(uint32_t(work.x0 + x), uint32_t(work.y0 + y));
+                    if (l.hole[i]) {
+                        out->blue = l.px[i * 4];
+                        out->green = l.px[i * 4 + 1];
+                        out->red = l.px[i * 4 + 2];
+                        continue;
+                    }
+                    int d = 0; // chessboard distance to the hole, 1..seam, or 0 beyond
+                    for (int k = 1; k <= seam && d == 0; ++k)
+                        if (sums.Box(x - k, y - k, x + k, y + k) > 0) d = k;
+                    if (d == 0) continue;
+                    uint8_t v[3];
+                    if (!VoteAt(l, r, weights, x, y, v)) continue;
+                    const int a = seam + 1 - d, b = d; // weights of the vote and of the pixel, out of seam + 1
+                    const int div = seam + 1, half = div / 2;
+                    out->blue = uint8_t((v[0] * a + out->blue * b + half) / div);
+                    out->green = uint8_t((v[1] * a + out->green * b + half) / div);
+                    out->red = uint8_t((v[2] * a + out->red * b + half) / div);
+                }
+            }
+        });
+    }
+    reporter.Report(100);
+    return kOk;
+}
+
+} // namespace
+
+long ExemplarInpaint(const COLImage& src, const COLChannel& mask, COLImage& dst, const ExemplarInpaintParams& params,
+                     CImageProcess* owner, bool* cancelled)
+{
+    if (cancelled) *cancelled = false;
+    if (src.IsNull() || mask.IsNull()) return kFail;
+    const Reporter reporter{owner, cancelled};
+    return vmrt::GuardExhaustion([&]() -> long {
+        try {
+            return Run(src, mask, dst, params, reporter);
+        } catch (const CCancelled&) {
+            return kFail;
+        }
+    });
+}
+
+long CExemplarInpaintProcess::Process(const void* params)
+{
+    m_cancelled = false;
+    const long base = CImageProcess::Process(params);
+    if (base != kOk) return base;
+    if (!params) return kFail;
+    const ExemplarInpaintParams copy = *static_cast<const ExemplarInpaintParams*>(params);
+    if (!copy.mask) return kFail;
+    return ExemplarInpaint(*m_pSrcImage, *copy.mask, *m_pDstImage, copy, this, &m_cancelled);
+}

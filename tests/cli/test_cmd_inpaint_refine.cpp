@@ -1,0 +1,87 @@
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "effects/exemplar_inpaint.h"
+#include "imaging/codec.h"
+#include "support/test_support.h"
+
+using vmtest::CliResult;
+using vmtest::Quote;
+using vmtest::RunCli;
+
+namespace {
+
+constexpr int kW = 80, kH = 60;
+
+// Diagonal stripes with a little noise, and a mask picture with a block of hole at (30, 20)..(46, 36).
+struct RefineFiles {
+    vmtest::TempDir dir;
+    COLImage picture;
+
+    RefineFiles()
+    {
+        COLImage noise;
+        vmtest::FillNoise(noise, kW, kH, 5);
+        picture.Create(kW, kH);
+        for (int y = 0; y < kH; ++y)
+            for (int x = 0; x < kW; ++x) {
+                const int band = ((x + 2 * y) / 9) % 2 ? 180 : 60;
+                picture.PutPixel(x, y, vmtest::Rgb(band + noise.GetBuffer(x, y)->red / 16, band / 2, 255 - band));
+            }
+        EXPECT_TRUE(COLImageCodec().SaveFile(dir.File("in.png").c_str(), &picture));
+        COLImage mask;
+        mask.Create(kW, kH);
+        for (int y = 0; y < kH; ++y)
+            for (int x = 0; x < kW; ++x)
+                mask.PutPixel(x, y, InHole(x, y) ? vmtest::Rgb(255, 255, 255) : vmtest::Rgb(0, 0, 0));
+        EXPECT_TRUE(COLImageCodec().SaveFile(dir.File("mask.png").c_str(), &mask));
+    }
+    static bool InHole(int x, int y) { return x >= 30 && x < 46 && y >= 20 && y < 36; }
+    std::string Command(const std::string& extra) const
+    {
+        return "inpaint " + Quote(dir.File("in.png")) + " --mask " + Quote(dir.File("mask.png")) + " -o " +
+               Quote(dir.File("out.png")) + extra;
+    }
+};
+
+} // namespace
+
+TEST(CmdInpaintRefine, FillsTheHoleAndKeepsEverythingBeyondTheSeam)
+{
+    RefineFiles f;
+    const CliResult r = RunCli(f.Command(" --refine"));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+    EXPECT_NE(r.output.find("structure-aware"), std::string::npos) << r.output;
+    const COLImage out = vmtest::Load(f.dir.File("out.png"));
+    ASSERT_EQ(out.GetWidth(), uint32_t(kW));
+    const int seam = CExemplarInpaintProcess::kSeamWidth;
+    int changedInHole = 0;
+    for (int y = 0; y < kH; ++y)
+        for (int x = 0; x < kW; ++x) {
+            const bool nearHole = x >= 30 - seam && x < 46 + seam && y >= 20 - seam && y < 36 + seam;
+            if (!nearHole) {
+                ASSERT_EQ(out.GetBuffer(x, y)->Word(), f.picture.GetBuffer(x, y)->Word()) << x << "," << y;
+            }
+            // The hole held the stripes themselves, so a good fill is close to them: within 60 per pixel on average.
+            if (RefineFiles::InHole(x, y)) changedInHole += *out.GetBuffer(x, y) - *f.picture.GetBuffer(x, y);
+        }
+    EXPECT_LT(changedInHole, 60 * 16 * 16);
+
+    // The same run again gives the same bytes.
+    const std::vector<uint8_t> first = vmtest::ReadAll(f.dir.File("out.png"));
+    ASSERT_EQ(RunCli(f.Command(" --refine")).exitCode, 0);
+    EXPECT_EQ(vmtest::ReadAll(f.dir.File("out.png")), first);
+}
+
+TEST(CmdInpaintRefine, RefusesBlockQuiltingsOptions)
+{
+    RefineFiles f;
+    vmtest::WriteAll(f.dir.File("out.png"), {'k', 'e', 'e', 'p'});
+    for (const char* extra : {" --refine --block 16", " --refine --exact", " --refine --nofeather"}) {
+        const CliResult r = RunCli(f.Command(extra));
+        EXPECT_EQ(r.exitCode, 2) << extra << ": " << r.output;
+        EXPECT_NE(r.output.find("--refine"), std::string::npos) << r.output;
+        EXPECT_EQ(vmtest::ReadAll(f.dir.File("out.png")), (std::vector<uint8_t>{'k', 'e', 'e', 'p'}));
+    }
+}

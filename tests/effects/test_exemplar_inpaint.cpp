@@ -1,0 +1,286 @@
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <vector>
+
+#include "effects/exemplar_inpaint.h"
+#include "support/runtime_limits.h"
+#include "support/test_support.h"
+
+namespace {
+
+constexpr int kSide = 96;
+
+// Two textured tones split by a straight diagonal edge (y = 0.6 x + 20), with a little fine noise: the case block
+// quilting and diffusion both get wrong. Alpha varies so that its preservation is visible.
+void MakeEdgePicture(COLImage& image, int side)
+{
+    image.Create(uint32_t(side), uint32_t(side));
+    uint32_t state = 12345;
+    for (int y = 0; y < side; ++y)
+        for (int x = 0; x < side; ++x) {
+            state = state * 1664525u + 1013904223u;
+            const int noise = int(state >> 28) - 8;
+            const bool upper = y < 0.6 * x + 20;
+            const int base = upper ? 200 : 60;
+            const int stripe = ((x + y) / 3) % 2 ? 10 : -10;
+            const int v = std::clamp(base + stripe + noise, 0, 255);
+            image.PutPixel(uint32_t(x), uint32_t(y),
+                           vmtest::Rgb(v, upper ? v - 40 : v + 20, upper ? 60 : 150, 200 + (x + y) % 50));
+        }
+}
+
+// A disc of hole over the picture's centre, on the edge.
+void MakeDiscMask(COLChannel& mask, int side, int cx, int cy, int radius)
+{
+    mask.Create(uint32_t(side), uint32_t(side));
+    std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
+    for (int y = 0; y < side; ++y)
+        for (int x = 0; x < side; ++x)
+            if ((x - cx) * (x - cx) + (y - cy) * (y - cy) <= radius * radius)
+                mask.SetValue(uint32_t(x), uint32_t(y), 255);
+}
+
+// The plain fill a structure-aware method must beat: every hole pixel relaxed to the mean of its four neighbours
+// until it settles (a discrete Laplace equation with the known rim as boundary).
+void DiffusionFill(const COLImage& src, const COLChannel& mask, COLImage& out)
+{
+    out.DuplicateFrom(&src);
+    const int w = int(src.GetWidth()), h = int(src.GetHeight());
+    for (int sweep = 0; sweep < 3000; ++sweep)
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                if (mask.GetValue(uint32_t(x), uint32_t(y)) <= 127) continue;
+                int sum[3] = {0, 0, 0}, n = 0;
+                const int nb[4][2] = {{x - 1, y}, {x + 1, y}, {x, y - 1}, {x, y + 1}};
+                for (const auto& p : nb) {
+                    if (p[0] < 0 || p[1] < 0 || p[0] >= w || p[1] >= h) continue;
+                    const CPixel q = out.GetPixel2(uint32_t(p[0]), uint32_t(p[1]));
+                    sum[0] += q.blue;
+                    sum[1] += q.green;
+                    sum[2] += q.red;
+                    ++n;
+                }
+                CPixel* o = out.GetBuffer(uint32_t(x), uint32_t(y));
+                o->blue = uint8_t((sum[0] + n / 2) / n);
+                o->green = uint8_t((sum[1] + n / 2) / n);
+                o->red = uint8_t((sum[2] + n / 2) / n);
+            }
+}
+
+double HoleError(const COLImage& a, const COLImage& truth, const COLChannel& mask)
+{
+    double sum = 0;
+    int n = 0;
+    for (uint32_t y = 0; y < a.GetHeight(); ++y)
+        for (uint32_t x = 0; x < a.GetWidth(); ++x)
+            if (mask.GetValue(x, y) > 127) {
+                sum += a.GetPixel2(x, y) - truth.GetPixel2(x, y);
+                ++n;
+            }
+    return sum / n;
+}
+
+// Chessboard distance of (x, y) to the nearest hole pixel, capped at cap.
+int DistanceToHole(const COLChannel& mask, int x, int y, int cap)
+{
+    for (int d = 0; d < cap; ++d)
+        for (int dy = -d; dy <= d; ++dy)
+            for (int dx = -d; dx <= d; ++dx) {
+                const int px = x + dx, py = y + dy;
+                if (px >= 0 && py >= 0 && px < int(mask.GetWidth()) && py < int(mask.GetHeight()) &&
+                    mask.GetValue(uint32_t(px), uint32_t(py)) > 127)
+                    return d;
+            }
+    return cap;
+}
+
+// Nothing beyond the seam band changes, and alpha changes nowhere.
+void ExpectConfined(const COLImage& result, const COLImage& src, const COLChannel& mask)
+{
+    const int seam = CExemplarInpaintProcess::kSeamWidth;
+    int changedOutside = 0, alphaChanged = 0;
+    for (uint32_t y = 0; y < src.GetHeight(); ++y)
+        for (uint32_t x = 0; x < src.GetWidth(); ++x) {
+            const CPixel a = result.GetPixel2(x, y), b = src.GetPixel2(x, y);
+            alphaChanged += a.alpha != b.alpha;
+            if (a != b && DistanceToHole(mask, int(x), int(y), seam + 1) > seam) ++changedOutside;
+        }
+    EXPECT_EQ(changedOutside, 0);
+    EXPECT_EQ(alphaChanged, 0);
+}
+
+TEST(ExemplarInpaint, RestoresAStraightEdgeBetterThanDiffusion)
+{
+    COLImage truth, damaged, result, diffused;
+    MakeEdgePicture(truth, kSide);
+    COLChannel mask;
+    MakeDiscMask(mask, kSide, 48, 49, 13);
+    // The hole holds something else entirely, which must not survive.
+    damaged.DuplicateFrom(&truth);
+    for (uint32_t y = 0; y < kSide; ++y)
+        for (uint32_t x = 0; x < kSide; ++x)
+            if (mask.GetValue(x, y) > 127) damaged.GetBuffer(x, y)->red = 255, damaged.GetBuffer(x, y)->blue = 255;
+
+    ExemplarInpaintParams params;
+    params.mask = &mask;
+    CExemplarInpaintProcess process;
+    process.SetImages(&damaged, &result);
+    ASSERT_EQ(process.Process(&params), kOk);
+    DiffusionFill(damaged, mask, diffused);
+
+    const double refined = HoleError(result, truth, mask), plain = HoleError(diffused, truth, mask);
+    EXPECT_LT(refined, 0.3 * plain) << "refined " << refined << ", diffusion " << plain;
+    ExpectConfined(result, damaged, mask);
+
+    // The edge itself: along each column through the hole, the rows where the colour turns from upper to lower
+    // tone sit within two pixels of the true line.
+    int misplaced = 0, columns = 0;
+    for (int x = 38; x <= 58; ++x) {
+        const int line = int(std::ceil(0.6 * x + 20));
+        int turn = -1;
+        for (int y = 30; y < 70; ++y)
+            if (result.GetPixel2(uint32_t(x), uint32_t(y)).blue > 105) { // lower tone's blue is 150, upper's 60
+                turn = y;
+                break;
+            }
+        ++columns;
+        misplaced += std::abs(turn - line) > 2;
+    }
+    EXPECT_LE(misplaced, columns / 5);
+}
+
+TEST(ExemplarInpaint, SameBytesAtEverySplitAndInPlace)
+{
+    COLImage src, first;
+    vmtest::FillNoise(src, 120, 90, 7);
+    // Smooth the noise into blobs so that patches have something to match.
+    for (int pass = 0; pass < 3; ++pass)
+        for (uint32_t y = 1; y + 1 < 90; ++y)
+            for (uint32_t x = 1; x + 1 < 120; ++x) {
+                CPixel* p = src.GetBuffer(x, y);
+                const CPixel l = src.GetPixel2(x - 1, y), u = src.GetPixel2(x, y - 1);
+                p->red = uint8_t((p->red + l.red + u.red) / 3);
+                p->green = uint8_t((p->green + l.green + u.green) / 3);
+                p->blue = uint8_t((p->blue + l.blue + u.blue) / 3);
+            }
+    COLChannel mask;
+    mask.Create(120, 90);
+    std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
+    for (uint32_t y = 30; y < 62; ++y)
+        for (uint32_t x = 40; x < 85; ++x)
+            mask.SetValue(x, y, 200);
+    ExemplarInpaintParams params;
+    params.mask = &mask;
+    params.seed = 99;
+    ASSERT_EQ(ExemplarInpaint(src, mask, first, params), kOk);
+    EXPECT_FALSE(vmtest::SamePixels(first, src));
+    vmtest::ForEachLevelAndSplit([&](const std::string& label) {
+        COLImage again;
+        ASSERT_EQ(ExemplarInpaint(src, mask, again, params), kOk);
+        EXPECT_TRUE(vmtest::SamePixels(again, first)) << label;
+    });
+    COLImage inPlace;
+    inPlace.DuplicateFrom(&src);
+    ASSERT_EQ(ExemplarInpaint(inPlace, mask, inPlace, params), kOk);
+    EXPECT_TRUE(vmtest::SamePixels(inPlace, first));
+}
+
+TEST(ExemplarInpaint, HoleOnTheBorderIsFilledFromThePicture)
+{
+    COLImage truth, damaged, result;
+    MakeEdgePicture(truth, kSide);
+    COLChannel mask;
+    MakeDiscMask(mask, kSide, 0, 70, 16); // cut by the left edge
+    damaged.DuplicateFrom(&truth);
+    for (uint32_t y = 0; y < kSide; ++y)
+        for (uint32_t x = 0; x < kSide; ++x)
+            if (mask.GetValue(x, y) > 127) *damaged.GetBuffer(x, y) = vmtest::Rgb(255, 0, 255);
+    ExemplarInpaintParams params;
+    params.mask = &mask;
+    ASSERT_EQ(ExemplarInpaint(damaged, mask, result, params), kOk);
+    ExpectConfined(result, damaged, mask);
+    int magenta = 0;
+    for (uint32_t y = 0; y < kSide; ++y)
+        for (uint32_t x = 0; x < kSide; ++x)
+            magenta += result.GetPixel2(x, y) == vmtest::Rgb(255, 0, 255);
+    EXPECT_EQ(magenta, 0);
+    EXPECT_LT(HoleError(result, truth, mask), 60.0);
+}
+
+TEST(ExemplarInpaint, RefusesWhatItCannotFillAndLeavesTheDestination)
+{
+    COLImage src, dst;
+    vmtest::FillNoise(src, 40, 30, 3);
+    vmtest::FillNoise(dst, 5, 5, 4);
+    COLImage before;
+    before.DuplicateFrom(&dst);
+    COLChannel mask;
+    ExemplarInpaintParams params;
+    params.mask = &mask;
+    CExemplarInpaintProcess process;
+    process.SetImages(&src, &dst);
+
+    mask.Create(41, 30); // another size
+    std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
+    EXPECT_EQ(process.Process(&params), kExemplarCannotFill);
+
+    mask.Create(40, 30); // a hole of more than a fifth: 241 of 1200 pixels
+    std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
+    std::memset(mask.GetBuffer(), 255, 241);
+    EXPECT_EQ(process.Process(&params), kExemplarCannotFill);
+    std::memset(mask.GetBuffer(), 128, mask.GetAreaByteSize()); // the whole picture
+    EXPECT_EQ(process.Process(&params), kExemplarCannotFill);
+    EXPECT_TRUE(vmtest::SamePixels(dst, before));
+
+    params.patchRadius = 0;
+    std::memset(mask.GetBuffer(), 127, mask.GetAreaByteSize()); // 127 is not a hole
+    EXPECT_EQ(process.Process(&params), kFail);
+    params.patchRadius = 3;
+    EXPECT_EQ(process.Process(nullptr), kFail);
+    ExemplarInpaintParams noMask;
+    EXPECT_EQ(process.Process(&noMask), kFail);
+    EXPECT_TRUE(vmtest::SamePixels(dst, before));
+
+    // An empty hole is a copy.
+    EXPECT_EQ(process.Process(&params), kOk);
+    EXPECT_TRUE(vmtest::SamePixels(dst, src));
+}
+
+void RecordProgress(void* context, uint32_t code, int32_t value)
+{
+    if (code == 1) static_cast<std::vector<int>*>(context)->push_back(value);
+}
+
+TEST(ExemplarInpaint, ReportsProgressAndStopsOnCancel)
+{
+    COLImage src, dst;
+    MakeEdgePicture(src, kSide);
+    COLChannel mask;
+    MakeDiscMask(mask, kSide, 50, 40, 10);
+    ExemplarInpaintParams params;
+    params.mask = &mask;
+    std::vector<int> progress;
+    CExemplarInpaintProcess process;
+    process.SetImages(&src, &dst);
+    process.SetProgressCallback(ProgressCallback{&RecordProgress, &progress});
+    process.SetProgressRange(10, 30);
+    ASSERT_EQ(process.Process(&params), kOk);
+    ASSERT_GE(progress.size(), 4u);
+    EXPECT_EQ(progress.back(), 30);
+    EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+    EXPECT_GE(progress.front(), 10);
+    EXPECT_FALSE(process.WasCancelled());
+
+    COLImage untouched;
+    vmtest::FillNoise(untouched, 3, 3, 1);
+    COLImage before;
+    before.DuplicateFrom(&untouched);
+    process.SetImages(&src, &untouched);
+    process.RequestCancel();
+    EXPECT_EQ(process.Process(&params), kFail);
+    EXPECT_TRUE(process.WasCancelled());
+    EXPECT_TRUE(vmtest::SamePixels(untouched, before));
+}
+
+} // namespace
