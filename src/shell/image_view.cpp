@@ -12,6 +12,7 @@
 
 #include "shell/key_translate.h"
 #include "shell/navigator.h"
+#include "tools/tool_base.h"
 
 namespace {
 
@@ -414,6 +415,7 @@ uint32_t CImageView::MouseFlags(Qt::MouseButtons buttons, Qt::KeyboardModifiers 
     if (buttons & Qt::MiddleButton) f |= kMkMButton;
     if (modifiers & Qt::ShiftModifier) f |= kMkShift;
     if (modifiers & Qt::ControlModifier) f |= kMkControl;
+    if (modifiers & Qt::AltModifier) f |= kMkAlt;
     return f;
 }
 
@@ -454,9 +456,21 @@ void CImageView::mouseMoveEvent(QMouseEvent* event)
     }
     m_pSink->OnMouseMove(MouseFlags(event->buttons(), event->modifiers()), x, y);
     const VRect& area = m_geo.GetImageArea();
-    if (m_geo.GetImageRect().Contains(x, y) &&
-        m_pSink->OnSetCursor(area.left, area.top, area.right, area.bottom, x, y) == 0)
-        unsetCursor();
+    if (m_geo.GetImageRect().Contains(x, y)) {
+        if (m_pSink->OnSetCursor(area.left, area.top, area.right, area.bottom, x, y) == 0) {
+            unsetCursor();
+        } else if (const auto* tool = dynamic_cast<const CToolBase*>(m_pSink)) {
+            // The brushes draw their circle as overlay; the pointer itself is a small cross, or a pointing hand
+            // while the clone brush waits for its source and the picker for a click.
+            switch (tool->GetCursor()) {
+            case kCursorBrush:
+            case kCursorCross: setCursor(Qt::CrossCursor); break;
+            case kCursorCloneSource:
+            case kCursorPicker: setCursor(Qt::PointingHandCursor); break;
+            default: break;
+            }
+        }
+    }
 }
 
 void CImageView::mouseDoubleClickEvent(QMouseEvent* event)

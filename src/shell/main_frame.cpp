@@ -156,6 +156,7 @@ void CMainFrame::BuildToolStrip(QWidget* parent)
     m_pToolBar->onHelp = [this](const QString& text) { SetTip(text); };
     m_pToolBar->onStatus = [this](const QString& text) { m_pTip->setText(text); };
     m_pToolBar->onMode = [this](bool selection) { OnSelectionMode(selection); };
+    m_pToolBar->onMessage = [this](const char* key) { ShowMessage(key); };
     m_pToolBar->onResultWizard = [this] {
         return selmode::RunResultDialog(this, m_pToolBar->Selection(), m_app.Document());
     };

@@ -8,6 +8,7 @@
 #include "tools/tool_manager.h"
 
 class CAppGlobals;
+class CBrushOptionsPanel;
 class CImageView;
 class QLineEdit;
 class QToolButton;
@@ -41,6 +42,7 @@ public:
     CToolManager& Manager() { return *m_pManager; }
     CSelectionDocument& Selection() { return m_selection; }
     CSelOptionsPanel* OptionsPanel() const { return m_pPanel; }
+    CBrushOptionsPanel* BrushPanel() const { return m_pBrushPanel; }
     CSelectionHistory* SelectionLog() const { return m_context.selectionHistory; }
 
     // What the frame does for the bar.
@@ -48,6 +50,7 @@ public:
     std::function<void(const QString&)> onStatus;      // status bar text
     std::function<void(bool selectionMode)> onMode;    // swap canvas source and menus
     std::function<bool()> onResultWizard;              // bring-back dialog; true on OK
+    std::function<void(const char* key)> onMessage;    // message box with the text of a key
 
     // IToolBarHost
     void ShowHelp(const std::string& text) override;
@@ -76,4 +79,5 @@ private:
     CToolContext m_context;
     std::unique_ptr<CToolManager> m_pManager;
     CSelOptionsPanel* m_pPanel;
+    CBrushOptionsPanel* m_pBrushPanel;
 };

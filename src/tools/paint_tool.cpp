@@ -301,6 +301,7 @@ int CPaintTool::OnLButtonDown(uint32_t, int x, int y)
     OnStrokeBegin();
     StampSegment(x, y, x, y);
     OnStrokeUpdate();
+    if (m_pView) m_pView->Refresh();
     return 0;
 }
 
@@ -319,7 +320,8 @@ int CPaintTool::OnMouseMove(uint32_t, int x, int y)
     m_lastY = y;
     OnStrokeUpdate();
     OnFrameDone();
-    if (m_pView) m_pView->Redraw();
+    // The picture changed under the view: it is rendered again, not only repainted.
+    if (m_pView) m_pView->Refresh();
     // The pause caps a stroke at 20 frames a second; the pointer events that arrive meanwhile are what spaces
     // the stamps.
     if (m_frameMs > 0) {
@@ -340,7 +342,7 @@ int CPaintTool::OnLButtonUp(uint32_t, int, int)
 
 int CPaintTool::OnSetCursor(int, int, int, int, int, int)
 {
-    SetCursorRole(kCursorCross);
+    SetCursorRole(kCursorBrush);
     return 1;
 }
 

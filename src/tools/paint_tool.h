@@ -61,6 +61,8 @@ public:
     int GetSoft() const { return m_soft; }
     int GetAlphaPercent() const { return m_alphaPercent; }
     int RebuildStamp();
+    // The stamp the panel writes (the tool's); null before Attach.
+    const COLChannel* GetStamp() const { return m_pStamp; }
 
 private:
     COLChannel* m_pStamp = nullptr;
