@@ -553,7 +553,9 @@ int Replay(const std::vector<std::string>& args)
                 if (!write->picture.DuplicateFrom(selection.GetWorkingImage()))
                     return cli::Fail(at(l) + "out of memory");
             } else {
-                if (!MergeLayers(&doc, &write->picture, 0)) return cli::Fail(at(l) + "no picture to write");
+                if (!MergeLayers(&doc, &write->picture, 0))
+                    return cli::Fail(at(l) + (doc.GetLayerCount() == 0 ? "no picture to write"
+                                                                       : "not enough memory to flatten the document"));
                 for (size_t i = 0; i < write->picture.GetPixelCount(); ++i) write->picture.GetBuffer()[i].alpha = 255;
             }
             writes.push_back(std::move(write));
@@ -583,7 +585,9 @@ int Replay(const std::vector<std::string>& args)
         return cli::kExitOk;
     }
     COLImage composite;
-    if (!MergeLayers(&doc, &composite, 0)) return cli::Fail("the document has no picture to write");
+    if (!MergeLayers(&doc, &composite, 0))
+        return cli::Fail(doc.GetLayerCount() == 0 ? "the document has no picture to write"
+                                                  : "not enough memory to flatten the document");
     // The composite's alpha bytes hold the selection, not coverage: the flattened picture is opaque.
     for (size_t i = 0; i < composite.GetPixelCount(); ++i) composite.GetBuffer()[i].alpha = 255;
     if (std::string why = cli::SavePicture(output, composite); !why.empty()) return cli::Fail(why);

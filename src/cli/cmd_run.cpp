@@ -164,7 +164,9 @@ int RunCommands(const std::vector<std::string>& args)
         return cli::kExitOk;
     }
     COLImage composite;
-    if (!MergeLayers(&doc, &composite, 0)) return cli::Fail("the document has no picture to write");
+    if (!MergeLayers(&doc, &composite, 0))
+        return cli::Fail(doc.GetLayerCount() == 0 ? "the document has no picture to write"
+                                                  : "not enough memory to flatten the document");
     // The composite's alpha bytes hold the selection, not coverage: the flattened picture is opaque.
     for (size_t i = 0; i < composite.GetPixelCount(); ++i) composite.GetBuffer()[i].alpha = 255;
     if (std::string error = cli::SavePicture(output, composite); !error.empty()) return cli::Fail(error);

@@ -493,7 +493,7 @@ int ExecuteCommand(CCommandContext& context, const char* text)
 
 int OpenDocumentFile(CCommandContext& context, const char* path)
 {
-    context.documentPath.clear();
+    // A failed open keeps the open document, so its path stays with it too.
     CComposeDocument* doc = context.document;
     const uint32_t type = COLImageCodec::GetFileType(path);
     if (doc && type == kFileProject) {
@@ -504,6 +504,7 @@ int OpenDocumentFile(CCommandContext& context, const char* path)
             if (context.host) context.host->ShowMessage("can't open");
             return kCommandRefused;
         }
+        context.documentPath.clear();
         if (context.history && !compose) {
             context.history->Reset();
             context.history->AddStep(doc, kStepWholeDocument, 0, "His_open");

@@ -347,13 +347,15 @@ int CLayerStack::OpenFile(const char* path)
         m_currentLayer = 0;
         return 1;
     }
-    Clear();
     // Projects have a reader of their own (OpenProject).
     if (type == kFileUnusable || type == kFileProject) return 0;
+    // The picture is read aside first, as a PSD is: a damaged or too-large file leaves the open document as it
+    // was, so a mistaken open never costs the user their work.
     auto layer = std::make_unique<CLayer>();
     if (!COLImageCodec().LoadFile(path, &layer->m_image)) return 0;
-    MakeDefaultName(layer->m_name);
     CStackLock lock(*this);
+    Clear();
+    MakeDefaultName(layer->m_name);
     m_width = static_cast<int>(layer->m_image.GetWidth());
     m_height = static_cast<int>(layer->m_image.GetHeight());
     m_layers.push_back(layer.release());

@@ -431,8 +431,9 @@ TEST_F(Commands, OpenDocumentAndLayerFiles)
     EXPECT_EQ(doc.GetLayerCount(), 3);
     EXPECT_EQ(Run("Doc_Open"), kCommandRefused);
     EXPECT_EQ(host.messages, "can't open;can't open;");
-    EXPECT_EQ(context.documentPath, "");
-    EXPECT_EQ(doc.GetLayerCount(), 0) << "a failed open has already cleared the document";
+    EXPECT_EQ(context.documentPath, path) << "the open document keeps its path";
+    EXPECT_EQ(doc.GetLayerCount(), 3) << "a failed open keeps the open document";
+    EXPECT_EQ(history.ResetCount(), 1) << "and its history";
 }
 
 TEST_F(Commands, ZoomAndHistoryCommands)
