@@ -8,6 +8,7 @@
 #include "document/compose_document.h"
 #include "document/layer.h"
 #include "document/selection_document.h"
+#include "tools/stamp_kernel.h"
 
 namespace {
 
@@ -138,21 +139,29 @@ void CEraseLayerTool::OnStrokeUpdate()
         const uint8_t* mk = m_useMask ? mask.GetBuffer(0, uint32_t(y)) : nullptr;
         const CPixel* sn = m_snapshot.GetBuffer(0, uint32_t(ly));
         CPixel* out = image.GetBuffer(0, uint32_t(ly));
+        if (!base) {
+            // Where the stroke is still 0 it always was, and the pixel is still the snapshot's.
+            for (int lx = r.left; lx < r.right; ++lx) {
+                const int x = lx + o.x;
+                const uint32_t s = st[x];
+                if (!s || (mk && mk[x] == 0)) continue;
+                out[lx] = sn[lx];
+                out[lx].alpha = uint8_t(Div255((255 - s) * sn[lx].alpha));
+            }
+            continue;
+        }
         for (int lx = r.left; lx < r.right; ++lx) {
             const int x = lx + o.x;
             if (mk && mk[x] == 0) continue;
             const uint32_t s = st[x];
             const CPixel p = sn[lx];
-            if (base) {
+            {
                 // The base has no transparency: erasing it paints the foreground colour.
                 const uint32_t sm = mk ? s * mk[x] / 255 : s;
                 out[lx].blue = uint8_t((fg.blue * sm + p.blue * (255 - sm)) / 255);
                 out[lx].green = uint8_t((fg.green * sm + p.green * (255 - sm)) / 255);
                 out[lx].red = uint8_t((fg.red * sm + p.red * (255 - sm)) / 255);
                 out[lx].alpha = 255;
-            } else {
-                out[lx] = p;
-                out[lx].alpha = uint8_t((255 - s) * p.alpha / 255);
             }
         }
     }
