@@ -29,9 +29,15 @@ const char* const kHelp =
     "  option mode M             combination of the next outline: replace, add or subtract\n"
     "                            (as the panel's buttons: any key release sets replace again)\n"
     "  option tolerance N        tolerance of the magic tool, 0..99\n"
+    "  option size N             brush size of the current brush tool, 1..255 (the brush is about twice\n"
+    "                            as wide: the size is its radius)\n"
+    "  option soft N             brush softness in percent, 0..100 (the dialog shows hardness = 100 - soft)\n"
+    "  option alpha N            brush opacity in percent, 0..100\n"
+    "  option color RRGGBB       the foreground colour (brush, eraser on the base layer), hex; default 000000\n"
     "  down X Y [shift] [ctrl] [alt]\n"
     "                            move the pointer to X Y and press the left button; the keys named are\n"
-    "                            pressed before and released after the next up or dbl\n"
+    "                            pressed before and released after the next up or dbl (clone: alt sets\n"
+    "                            the source point; innerbrush, outerbrush: ctrl erases)\n"
     "  drag X Y                  move the pointer with the button held\n"
     "  up X Y                    move the pointer to X Y and release the button\n"
     "  dbl X Y                   a double click at X Y (press, release, double-click event, release)\n"
@@ -115,6 +121,7 @@ public:
     }
     CViewPoint ClientToImage(int x, int y) override { return {x, y}; }
     CViewPoint ImageToClient(int x, int y) override { return {x, y}; }
+    ICanvasSource* GetSource() override { return *m_ppSource; }
     IViewSink* Sink() const { return m_pSink; }
 
 private:
@@ -246,6 +253,19 @@ std::string CheckLine(const Line& l)
             long v;
             return cli::ParseInt(w[2], 0, 99, v) ? "" : "tolerance is a whole number from 0 to 99";
         }
+        if (w[1] == "size") {
+            long v;
+            return cli::ParseInt(w[2], kBrushSizeMin, kBrushSizeMax, v) ? "" : "size is a whole number from 1 to 255";
+        }
+        if (w[1] == "soft" || w[1] == "alpha") {
+            long v;
+            return cli::ParseInt(w[2], 0, kBrushPercentMax, v) ? "" : w[1] + " is a whole number from 0 to 100";
+        }
+        if (w[1] == "color" || w[1] == "colour") {
+            if (w[2].size() != 6 || w[2].find_first_not_of("0123456789abcdef") != std::string::npos)
+                return "color is six hex digits, RRGGBB";
+            return "";
+        }
         return "unknown option \"" + w[1] + "\"";
     }
     if (op == "down") {
@@ -371,7 +391,17 @@ int Replay(const std::vector<std::string>& args)
     toolContext.composeHistory = &history;
     toolContext.selection = &selection;
     toolContext.selectionHistory = &selectionHistory;
+    CPixel foreground{0, 0, 0, 255};
+    toolContext.foreground = [&foreground] { return foreground; };
+    toolContext.setForeground = [&foreground, &context](CPixel c) {
+        foreground = c;
+        context.foreground = c.Word();
+    };
+    std::string refusal;
+    toolContext.message = [&refusal](const char* key) { refusal = key ? key : ""; };
     CToolManager manager(toolContext);
+    // A script paints at once: the pause that paces a hand's stroke on screen has nothing to wait for here.
+    for (CPaintTool* tool : manager.GetPaintTools()) tool->SetFramePacing(0);
     ReplayView view(&host.m_pSource);
     selection.SetView(&view);
     manager.SetView(&view);
@@ -408,12 +438,27 @@ int Replay(const std::vector<std::string>& args)
             if (!shown)
                 return cli::Fail(at(l) + "the tool \"" + w[1] + "\" is not offered in " +
                                  (manager.IsSelectionMode() ? "selection" : "compose") + " mode");
+            refusal.clear();
             manager.SetCurrentTool(tool);
-            if (manager.GetCurrentTool() != tool) return cli::Fail(at(l) + "the tool refused to start");
+            if (manager.GetCurrentTool() != tool)
+                return cli::Fail(at(l) + "the tool refused to start" +
+                                 (refusal.empty() ? std::string() : " (message \"" + refusal + "\")"));
         } else if (op == "option") {
             CToolBase* tool = manager.GetCurrentTool();
             auto* panel = tool ? dynamic_cast<CPropSel*>(tool->GetOptionPanel()) : nullptr;
-            if (w[1] == "mode") {
+            auto* brush = tool ? dynamic_cast<CNullProperty*>(tool->GetOptionPanel()) : nullptr;
+            if (w[1] == "color" || w[1] == "colour") {
+                const unsigned long rgb = std::stoul(w[2], nullptr, 16);
+                toolContext.setForeground(CPixel{uint8_t(rgb), uint8_t(rgb >> 8), uint8_t(rgb >> 16), 255});
+            } else if (w[1] == "size" || w[1] == "soft" || w[1] == "alpha") {
+                if (!brush) return cli::Fail(at(l) + "the current tool has no brush");
+                long v = 0;
+                cli::ParseInt(w[2], 0, 255, v);
+                const int size = w[1] == "size" ? int(v) : brush->GetSize();
+                const int soft = w[1] == "soft" ? int(v) : brush->GetSoft();
+                const int alpha = w[1] == "alpha" ? int(v) : brush->GetAlphaPercent();
+                if (!brush->SetValues(size, soft, alpha)) return cli::Fail(at(l) + "out of memory for the brush");
+            } else if (w[1] == "mode") {
                 if (!panel) return cli::Fail(at(l) + "the current tool has no mode");
                 panel->SetMode(w[2] == "add" ? kSelAdd : w[2] == "subtract" ? kSelSubtract : kSelNew);
             } else {
@@ -426,7 +471,7 @@ int Replay(const std::vector<std::string>& args)
             uint32_t flags = op == "down" ? kMkLButton : kMkRButton;
             for (size_t i = 3; i < w.size(); ++i) {
                 const uint32_t key = w[i] == "shift" ? kKeyShift : w[i] == "ctrl" ? kKeyControl : 0;
-                flags |= w[i] == "shift" ? kMkShift : w[i] == "ctrl" ? kMkControl : 0;
+                flags |= w[i] == "shift" ? kMkShift : w[i] == "ctrl" ? kMkControl : w[i] == "alt" ? kMkAlt : 0;
                 if (key) {
                     sink()->OnKeyDown(key, 0);
                     held.push_back(key);

@@ -454,6 +454,7 @@ uint32_t CImageView::MouseFlags(Qt::MouseButtons buttons, Qt::KeyboardModifiers 
     if (buttons & Qt::MiddleButton) f |= kMkMButton;
     if (modifiers & Qt::ShiftModifier) f |= kMkShift;
     if (modifiers & Qt::ControlModifier) f |= kMkControl;
+    if (modifiers & Qt::AltModifier) f |= kMkAlt;
     return f;
 }
 
@@ -506,10 +507,15 @@ void CImageView::UpdateToolCursor(int x, int y)
         if (const auto* tool = dynamic_cast<const CToolBase*>(m_pSink)) role = tool->GetCursor();
     if (role == m_cursorRole) return;
     m_cursorRole = role;
-    if (role == kCursorDefault)
-        unsetCursor();
-    else
-        setCursor(ToolCursorFor(role));
+    switch (role) {
+    case kCursorDefault: unsetCursor(); break;
+    // The brushes draw their circle as overlay; the pointer itself is a small cross, or a pointing hand while
+    // the clone brush waits for its source and the picker for a click.
+    case kCursorBrush: setCursor(Qt::CrossCursor); break;
+    case kCursorCloneSource:
+    case kCursorPicker: setCursor(Qt::PointingHandCursor); break;
+    default: setCursor(ToolCursorFor(role)); break;
+    }
 }
 
 void CImageView::mouseDoubleClickEvent(QMouseEvent* event)

@@ -151,6 +151,7 @@ void CMainFrame::BuildToolStrip(QWidget* parent)
     m_pToolBar->onHelp = [this](const QString& text) { SetTip(text); };
     m_pToolBar->onStatus = [this](const QString& text) { m_pTip->setText(text); };
     m_pToolBar->onMode = [this](bool selection) { OnSelectionMode(selection); };
+    m_pToolBar->onMessage = [this](const char* key) { ShowMessage(key); };
     connect(m_pCreateSel, &QToolButton::clicked, this, [this] { OnCommand(cmd::kConfirmReturn); });
     m_pToolLayout->addWidget(m_pToolBar, 1);
     m_pToolStrip->hide();

@@ -290,6 +290,17 @@ const TextRow kEditorRows[] = {
     {"bringapply", "应用到图层", "Apply to the layer"},
     {"bringseparate", "分离到新图层", "Separate to a new layer"},
     {"bringkeep", "保留为选区", "Keep as selection"},
+    {"innerbrushtip", "内轮廓画笔", "Inner contour brush"},
+    {"innerbrushhelp", "涂抹肯定属于前景的地方，加入内轮廓。按住Ctrl涂抹则从内轮廓擦除。",
+     "Paint where the picture is surely foreground to add it to the inner contour. Hold Ctrl to erase from it."},
+    {"outerbrushtip", "外轮廓画笔", "Outer contour brush"},
+    {"outerbrushhelp", "涂抹肯定属于背景的地方，加入外轮廓。按住Ctrl涂抹则从外轮廓擦除。",
+     "Paint where the picture is surely background to add it to the outer contour. Hold Ctrl to erase from it."},
+    {"brushdlg", "设置笔刷", "Brush settings"},
+    {"brushsize", "大小", "Size"},
+    {"brushhard", "硬度", "Hardness"},
+    {"brushalpha", "不透明度", "Opacity"},
+    {"brushbutton", "点击设置笔刷", "Click to set the brush"},
 };
 
 // Keys that callers ask for but the Chinese table does not hold (they read as empty there).

@@ -12,6 +12,7 @@
 #include <QVBoxLayout>
 
 #include "shell/app_globals.h"
+#include "shell/brush_panel.h"
 #include "shell/image_view.h"
 #include "shell/skin.h"
 #include "shell/string_table.h"
@@ -32,7 +33,42 @@ void DrawGlyph(QPainter& p, const CToolBase* tool, const QRect& r)
     if (key == "modifypolygonseltip") pen.setColor(QColor(40, 70, 200));
     p.setPen(pen);
     p.setBrush(Qt::NoBrush);
-    if (key == "rectseltip") {
+    // The brushes: a round tip on a slanted handle, the tip's colour saying what it does.
+    auto brush = [&](const QColor& tip) {
+        p.drawLine(QPointF(box.right(), box.top()), QPointF(box.center().x() + 1, box.center().y() - 1));
+        p.setBrush(tip);
+        p.drawEllipse(QPointF(box.left() + 4, box.bottom() - 4), 3.5, 3.5);
+        p.setBrush(Qt::NoBrush);
+    };
+    if (key == "freepaint") {
+        brush(QColor(220, 60, 40));
+    } else if (key == "forepainttip") {
+        brush(QColor(250, 250, 250));
+    } else if (key == "innerbrushtip") {
+        brush(QColor(60, 170, 60));
+    } else if (key == "outerbrushtip") {
+        brush(QColor(210, 50, 50));
+    } else if (key == "desattip") {
+        brush(QColor(128, 128, 128));
+    } else if (key == "erase" || key == "erasesel") {
+        // An eraser block, tilted; the selection eraser's is blue.
+        const QPointF pts[4] = {{box.left() + 1, box.bottom() - 4}, {box.right() - 4, box.top() + 1},
+                                {box.right(), box.top() + 5}, {box.left() + 5, box.bottom()}};
+        p.setBrush(key == "erase" ? QColor(240, 170, 170) : QColor(150, 180, 240));
+        p.drawPolygon(pts, 4);
+        p.setBrush(Qt::NoBrush);
+    } else if (key == "cameratooltip") {
+        // A stamp: handle, body and the print line.
+        p.drawEllipse(QPointF(box.center().x(), box.top() + 2.5), 2.5, 2.5);
+        p.drawLine(QPointF(box.center().x(), box.top() + 5), QPointF(box.center().x(), box.center().y() + 1));
+        p.drawRect(QRectF(box.left() + 1, box.center().y() + 1, box.width() - 2, 3.5));
+        p.drawLine(QPointF(box.left(), box.bottom()), QPointF(box.right(), box.bottom()));
+    } else if (key == "pickertip") {
+        p.drawLine(QPointF(box.left() + 1, box.bottom() - 1), QPointF(box.right() - 3, box.top() + 3));
+        p.setBrush(QColor(30, 30, 30));
+        p.drawEllipse(QPointF(box.right() - 2.5, box.top() + 2.5), 2.5, 2.5);
+        p.setBrush(Qt::NoBrush);
+    } else if (key == "rectseltip") {
         pen.setStyle(Qt::DashLine);
         p.setPen(pen);
         p.drawRect(box);
@@ -137,12 +173,23 @@ CToolBar::CToolBar(CAppGlobals& app, CImageView* view, QWidget* parent) : QWidge
     m_context.selection = &m_selection;
     m_context.selectionHistory = app.SelectionHistory();
     m_context.text = [](const char* key) { return GetString(key); };
+    m_context.foreground = [&app] { return app.m_foreColor; };
+    m_context.setForeground = [&app](CPixel colour) {
+        app.m_foreColor = colour;
+        app.CommandContext().foreground = colour.Word();
+    };
+    m_context.message = [this](const char* key) {
+        if (onMessage) onMessage(key);
+    };
+    m_context.profileInt = [&app](const std::string& key, int def) { return app.GetProfileInt(key, def); };
     m_pManager = std::make_unique<CToolManager>(m_context);
     m_pManager->SetView(view);
     m_pManager->SetHost(this);
     m_selection.SetView(view);
     m_pPanel = new CSelOptionsPanel(this);
     m_pPanel->setGeometry(4, 200, 64, 48);
+    m_pBrushPanel = new CBrushOptionsPanel(this);
+    m_pBrushPanel->setGeometry(2, 200, 66, 150);
 }
 
 CToolBar::~CToolBar()
@@ -165,9 +212,11 @@ void CToolBar::ShowHelp(const std::string& text)
 void CToolBar::ShowOptionPanel(CToolOptions* panel)
 {
     m_pPanel->Show(panel);
+    m_pBrushPanel->Show(panel);
     // Below the last row of buttons.
     const int rows = (int(m_pManager->GetShownTools().size()) + 2) / 3;
     m_pPanel->move(4, Cell(rows * 3).top + 6);
+    m_pBrushPanel->move(2, Cell(rows * 3).top + 6);
 }
 
 void CToolBar::OnModeChanged(bool selectionMode)

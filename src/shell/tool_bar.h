@@ -12,6 +12,7 @@
 
 class CAppGlobals;
 class CComposeDocument;
+class CBrushOptionsPanel;
 class CImageView;
 class QLineEdit;
 class QToolButton;
@@ -46,6 +47,7 @@ public:
     CSelectionDocument& Selection() { return m_selection; }
     CComposeDocument& Document();
     CSelOptionsPanel* OptionsPanel() const { return m_pPanel; }
+    CBrushOptionsPanel* BrushPanel() const { return m_pBrushPanel; }
     CSelectionHistory* SelectionLog() const { return m_context.selectionHistory; }
 
     // What the frame does for the bar.
@@ -53,6 +55,7 @@ public:
     std::function<void(const QString&)> onStatus;      // status bar text
     std::function<void(bool selectionMode)> onMode;    // swap canvas source and menus
     std::function<bool()> onResultWizard;              // bring-back dialog; true on OK
+    std::function<void(const char* key)> onMessage;    // message box with the text of a key
 
     // IToolBarHost
     void ShowHelp(const std::string& text) override;
@@ -82,4 +85,5 @@ private:
     std::unique_ptr<CToolManager> m_pManager;
     CSelOptionsPanel* m_pPanel;
     std::map<std::string, QImage> m_icons; // button pictures by tip key
+    CBrushOptionsPanel* m_pBrushPanel;
 };

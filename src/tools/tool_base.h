@@ -41,6 +41,9 @@ enum ToolCursor : int {
     kCursorMagic,
     kCursorMagicAdd,
     kCursorMagicSubtract,
+    kCursorBrush,          // paint tools: the canvas draws the brush circle, the pointer is a small cross
+    kCursorCloneSource,    // the clone brush waits for its source point
+    kCursorPicker,
 };
 
 // Everything a tool works on: the two documents and their undo logs, and the string table. Owned by the
@@ -54,8 +57,20 @@ struct CToolContext {
     std::function<std::string(const char* key)> text;
     // Redraws the tool bar and the background buttons after a contour changed.
     std::function<void()> updateBars;
+    // The foreground colour (paint, erasing the base layer) and the picker's way to set it.
+    std::function<CPixel()> foreground;
+    std::function<void(CPixel)> setForeground;
+    // Shows the text of a string key in a message box (a tool that refuses to start says why).
+    std::function<void(const char* key)> message;
+    // A number of the profile's "Int" section with its default; the brushes read their settings through it.
+    std::function<int(const std::string& key, int def)> profileInt;
 
     std::string Text(const char* key) const { return text ? text(key) : std::string(key ? key : ""); }
+    CPixel Foreground() const { return foreground ? foreground() : CPixel{0, 0, 0, 255}; }
+    void Message(const char* key) const
+    {
+        if (message) message(key);
+    }
 };
 
 // Settings of a tool that its option panel shows and edits. The panel registers for changes.

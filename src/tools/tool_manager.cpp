@@ -13,7 +13,11 @@ enum : int { kInC = 1, kInK = 2, kInI = 4 };
 
 CToolManager::CToolManager(CToolContext& context)
     : m_context(context), m_polygon(&context), m_free(&context), m_rect(&context), m_round(&context),
-      m_magic(&context), m_outPolygon(&context), m_inPolygon(&context), m_modifyPolygon(&context)
+      m_magic(&context), m_outPolygon(&context), m_inPolygon(&context), m_modifyPolygon(&context),
+      m_eraseLayer(&context), m_freePaint(&context), m_camera(&context), m_desat(&context), m_picker(&context),
+      m_forePaint(&context), m_eraseSel(&context),
+      m_innerBrush(&context, "innerbrushtip", "innerbrushhelp", 180, kPlaneInner),
+      m_outerBrush(&context, "outerbrushtip", "outerbrushhelp", 180, kPlaneOuter)
 {
     // One row per tool: its short name for scripts, the lists it stands in, and what it does. The order of the
     // rows is the order of the buttons. Tools still to come join here.
@@ -28,10 +32,24 @@ CToolManager::CToolManager(CToolContext& context)
         {"rect", &m_rect, kInC, "rectangle selection: drag from corner to corner"},
         {"ellipse", &m_round, kInC, "ellipse selection inside the dragged rectangle"},
         {"magic", &m_magic, kInC, "tolerance selection: click a colour, neighbours within the tolerance join"},
+        {"eraser", &m_eraseLayer, kInC,
+         "erase the current layer (its alpha goes down; the base layer takes the foreground colour)"},
+        {"brush", &m_freePaint, kInC, "paint the foreground colour on the current layer"},
+        {"clone", &m_camera, kInC,
+         "clone brush: down X Y alt (or the first click) sets the source, strokes copy from it"},
+        {"desaturate", &m_desat, kInC, "take the colour out of the current layer under the brush"},
+        {"picker", &m_picker, kInC, "click: the colour of the picture becomes the foreground colour"},
         {"outpolygon", &m_outPolygon, kInI, "selection mode: polygon on the outer contour plane (sure background)"},
         {"inpolygon", &m_inPolygon, kInI, "selection mode: polygon on the inner contour plane (sure foreground)"},
         {"modifypolygon", &m_modifyPolygon, kInK | kInI,
          "selection mode: polygon on the result mask; raised parts take their colour back from the layer"},
+        {"restore", &m_forePaint, kInK | kInI,
+         "selection mode: brush that puts the untouched picture back (raises the result mask)"},
+        {"resulteraser", &m_eraseSel, kInK | kInI, "selection mode: brush that erases the result mask"},
+        {"innerbrush", &m_innerBrush, kInI,
+         "selection mode: brush on the inner contour plane (sure foreground); down X Y ctrl erases"},
+        {"outerbrush", &m_outerBrush, kInI,
+         "selection mode: brush on the outer contour plane (sure background); down X Y ctrl erases"},
     };
     for (const auto& row : table) {
         m_named.push_back({row.name, row.tool, row.summary});
@@ -41,6 +59,15 @@ CToolManager::CToolManager(CToolContext& context)
         if (row.lists & kInI) AddTool(row.tool, kListInOut);
     }
     context.updateBars = [this] { UpdateBars(); };
+    // The brushes take their settings from the profile once, as their panels are made.
+    if (context.profileInt)
+        for (CPaintTool* tool : GetPaintTools()) tool->GetBrush().LoadSettings(context.profileInt);
+}
+
+std::vector<CPaintTool*> CToolManager::GetPaintTools()
+{
+    return {&m_eraseLayer, &m_freePaint, &m_camera, &m_desat, &m_forePaint, &m_eraseSel, &m_innerBrush,
+            &m_outerBrush};
 }
 
 void CToolManager::RegisterPanel(CToolBase* tool)

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/paint_tools.h"
 #include "tools/selection_tools.h"
 #include "tools/tool_base.h"
 
@@ -92,6 +93,17 @@ public:
     COutPolygonTool& GetOutPolygonTool() { return m_outPolygon; }
     CInPolygonTool& GetInPolygonTool() { return m_inPolygon; }
     CModifyPolygonTool& GetModifyPolygonTool() { return m_modifyPolygon; }
+    CEraseLayerTool& GetEraseLayerTool() { return m_eraseLayer; }
+    CFreePaintTool& GetFreePaintTool() { return m_freePaint; }
+    CCameraTool& GetCameraTool() { return m_camera; }
+    CDesatTool& GetDesatTool() { return m_desat; }
+    CPickerTool& GetPickerTool() { return m_picker; }
+    CForePaintTool& GetForePaintTool() { return m_forePaint; }
+    CEraseSelTool& GetEraseSelTool() { return m_eraseSel; }
+    CPlaneBrushTool& GetInnerBrushTool() { return m_innerBrush; }
+    CPlaneBrushTool& GetOuterBrushTool() { return m_outerBrush; }
+    // Every brush tool, for the option panels and the settings.
+    std::vector<CPaintTool*> GetPaintTools();
     // The option panels in the order they were registered.
     const std::vector<CToolOptions*>& GetOptionPanels() const { return m_panels; }
 
@@ -119,5 +131,14 @@ private:
     COutPolygonTool m_outPolygon;
     CInPolygonTool m_inPolygon;
     CModifyPolygonTool m_modifyPolygon;
+    CEraseLayerTool m_eraseLayer;
+    CFreePaintTool m_freePaint;
+    CCameraTool m_camera;
+    CDesatTool m_desat;
+    CPickerTool m_picker;
+    CForePaintTool m_forePaint;
+    CEraseSelTool m_eraseSel;
+    CPlaneBrushTool m_innerBrush;
+    CPlaneBrushTool m_outerBrush;
     std::vector<NamedTool> m_named;
 };

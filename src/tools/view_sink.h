@@ -15,6 +15,8 @@ inline constexpr uint32_t kMkRButton = 0x0002;
 inline constexpr uint32_t kMkShift = 0x0004;
 inline constexpr uint32_t kMkControl = 0x0008;
 inline constexpr uint32_t kMkMButton = 0x0010;
+// Alt held (the clone brush takes its source point with Alt and a click).
+inline constexpr uint32_t kMkAlt = 0x0020;
 
 // Where an overlay draws: canvas client pixels. Lines invert what lies under them, so drawing a line twice
 // leaves the picture as it was.

@@ -82,13 +82,19 @@ TEST_F(ToolTest, ListsAndButtonCells)
     const auto& compose = manager->GetList(kListCompose);
     EXPECT_EQ(compose, (std::vector<CToolBase*>{&manager->GetPolygonTool(), &manager->GetFreeTool(),
                                                   &manager->GetRectTool(), &manager->GetRoundTool(),
-                                                  &manager->GetMagicTool()}));
+                                                  &manager->GetMagicTool(), &manager->GetEraseLayerTool(),
+                                                  &manager->GetFreePaintTool(), &manager->GetCameraTool(),
+                                                  &manager->GetDesatTool(), &manager->GetPickerTool()}));
     EXPECT_EQ(manager->GetList(kListInOut),
               (std::vector<CToolBase*>{&manager->GetOutPolygonTool(), &manager->GetInPolygonTool(),
-                                       &manager->GetModifyPolygonTool()}));
-    EXPECT_EQ(manager->GetCommonTools(), (std::vector<CToolBase*>{&manager->GetModifyPolygonTool()}));
+                                       &manager->GetModifyPolygonTool(), &manager->GetForePaintTool(),
+                                       &manager->GetEraseSelTool(), &manager->GetInnerBrushTool(),
+                                       &manager->GetOuterBrushTool()}));
+    const std::vector<CToolBase*> common{&manager->GetModifyPolygonTool(), &manager->GetForePaintTool(),
+                                         &manager->GetEraseSelTool()};
+    EXPECT_EQ(manager->GetCommonTools(), common);
     manager->AddTool(&manager->GetModifyPolygonTool(), kListInOut);
-    EXPECT_EQ(manager->GetCommonTools().size(), 1u) << "a tool stands once in a list";
+    EXPECT_EQ(manager->GetCommonTools(), common) << "a tool stands once in a list";
 
     EXPECT_EQ(manager->GetButtonRect(4), (CRect{25, 95, 44, 114})) << "cell 4: column 1, row 1";
     EXPECT_EQ(manager->HitTest(26, 96), &manager->GetMagicTool());

@@ -1,0 +1,118 @@
+#pragma once
+
+// The brush written out plainly, for comparison with the tools: the stamp's disc and band, the stamping of a
+// segment with the falloff across its axis, straight from their definitions and without any shortcut.
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "imaging/channel.h"
+#include "matting/gaussian.h"
+
+namespace plainbrush {
+
+struct Stamp {
+    int w = 0, h = 0;
+    std::vector<uint8_t> v;
+    int At(int x, int y) const { return v[size_t(y) * w + x]; }
+};
+
+inline Stamp MakeStamp(int size, int soft, int side = 512)
+{
+    COLChannel disc;
+    disc.Create(uint32_t(side), uint32_t(side));
+    const int c = side / 2;
+    for (int y = 0; y < side; ++y)
+        for (int x = 0; x < side; ++x) {
+            const int dx = x - c, dy = y - c;
+            const int r = int(std::sqrt(double(dx * dx + dy * dy)));
+            int value = 0;
+            if (r < size - 1) {
+                value = 255;
+            } else if (r <= size + 1) {
+                int n = 0;
+                for (int i = -2; i <= 1; ++i)
+                    for (int j = -2; j <= 1; ++j) {
+                        const double sx = dx + 0.25 * i + 0.125, sy = dy + 0.25 * j + 0.125;
+                        n += std::sqrt(sx * sx + sy * sy) < size * 0.5;
+                    }
+                value = std::min(255, 16 * n);
+            }
+            disc.SetValue(uint32_t(x), uint32_t(y), uint8_t(value));
+        }
+    // The blur itself is the shared filter, tested on its own.
+    double sigma = soft * 0.01 * (size / 3);
+    COLChannel blurred;
+    CGaussianProcess g;
+    g.SetChannels(&disc, &blurred);
+    g.ProcessChannel(&sigma);
+    int l = side, t = side, r = -1, b = -1, peak = 0;
+    for (int y = 0; y < side; ++y)
+        for (int x = 0; x < side; ++x) {
+            const int v = blurred.GetValue(uint32_t(x), uint32_t(y));
+            if (!v) continue;
+            l = std::min(l, x), r = std::max(r, x), t = std::min(t, y), b = std::max(b, y);
+            peak = std::max(peak, v);
+        }
+    Stamp s;
+    s.w = r - l + 1;
+    s.h = b - t + 1;
+    for (int y = t; y <= b; ++y)
+        for (int x = l; x <= r; ++x) s.v.push_back(uint8_t(blurred.GetValue(uint32_t(x), uint32_t(y)) * 255 / peak));
+    return s;
+}
+
+// The stroke mask of a canvas at zoom 1.
+struct Stroke {
+    int w, h;
+    std::vector<uint8_t> s;
+    Stroke(int width, int height) : w(width), h(height), s(size_t(width) * height, 0) {}
+
+    void Segment(const Stamp& st, int alpha, int a, int b, int c, int d)
+    {
+        double A, B, C;
+        if (a == c) {
+            A = 1, B = 0, C = -a;
+        } else if (b == d) {
+            A = 0, B = 1, C = -b;
+        } else {
+            A = double(d - b) / (c - a), B = -1, C = b - a * A;
+        }
+        const double N = std::sqrt(A * A + B * B);
+        for (int py = std::min(b, d); py <= std::max(b, d); ++py)
+            for (int px = std::min(a, c); px <= std::max(a, c); ++px) {
+                const double dist = std::fabs(A * px + B * py + C) / N;
+                if (dist >= 1.0) continue;
+                const double k = int(dist * 100) * 0.01;
+                const int fall = int((1 - k * k * k) * 255);
+                const int wgt = fall * alpha / 255;
+                for (int j = 0; j < st.h; ++j)
+                    for (int i = 0; i < st.w; ++i) {
+                        const int t = st.At(i, j) * wgt / 255;
+                        const int x = px + i - st.w / 2, y = py + j - st.h / 2;
+                        if (!t || x < 0 || y < 0 || x >= w || y >= h) continue;
+                        uint8_t& o = s[size_t(y) * w + x];
+                        if (o < t) o = uint8_t(t);
+                    }
+            }
+    }
+};
+
+// The stroke after each frame of a pointer path: press at the first point, a move to each further one.
+inline std::vector<Stroke> Frames(const Stamp& st, int alpha, int w, int h, const std::vector<std::pair<int, int>>& path)
+{
+    std::vector<Stroke> frames;
+    Stroke s(w, h);
+    s.Segment(st, alpha, path[0].first, path[0].second, path[0].first, path[0].second);
+    frames.push_back(s);
+    for (size_t i = 1; i < path.size(); ++i) {
+        s.Segment(st, alpha, path[i - 1].first, path[i - 1].second, path[i].first, path[i].second);
+        frames.push_back(s);
+    }
+    return frames;
+}
+
+} // namespace plainbrush

@@ -1,0 +1,378 @@
+#include "plain_brush.h"
+#include "runtime/simd_level.h"
+#include "tool_fixture.h"
+#include "tools/stamp_kernel.h"
+
+using plainbrush::Frames;
+using plainbrush::MakeStamp;
+using vmtest::ToolTest;
+
+namespace {
+
+using Path = std::vector<std::pair<int, int>>;
+
+// A diagonal, a horizontal and a vertical piece, with a point visited twice.
+const Path kPath = {{6, 5}, {14, 11}, {25, 11}, {25, 20}, {14, 11}};
+
+class PaintTest : public ToolTest {
+protected:
+    void Paint(const Path& path, uint32_t pressFlags = 0)
+    {
+        Sink().OnMouseMove(0, path[0].first, path[0].second);
+        Sink().OnLButtonDown(kMkLButton | pressFlags, path[0].first, path[0].second);
+        for (size_t i = 1; i < path.size(); ++i) Sink().OnMouseMove(kMkLButton, path[i].first, path[i].second);
+        Sink().OnLButtonUp(0, path.back().first, path.back().second);
+    }
+    void Take(CPaintTool& tool, int size, int soft, int alpha)
+    {
+        tool.SetFramePacing(0);
+        ASSERT_TRUE(tool.GetBrush().SetValues(size, soft, alpha));
+        manager->SetCurrentTool(&tool);
+        ASSERT_EQ(manager->GetCurrentTool(), &tool);
+    }
+    std::vector<uint8_t> PlainStroke(int size, int soft, int alphaPercent, const Path& path)
+    {
+        return Frames(MakeStamp(size, soft), alphaPercent * 255 / 100, W, H, path).back().s;
+    }
+    // An upper layer of noise with soft alpha, placed off the origin so that it hangs past the canvas.
+    CLayer* AddUpperLayer(int x, int y)
+    {
+        CLayer* layer = doc.AddLayer(0, 0);
+        vmtest::FillNoise(layer->m_image, W, H, 5);
+        layer->m_x = x;
+        layer->m_y = y;
+        doc.SetCurrentIndex(1);
+        composeLog.AddStep(&doc, kStepWholeDocument, 0, "His_open");
+        return layer;
+    }
+};
+
+} // namespace
+
+TEST(StampKernel, EveryLevelMatchesTheDivisionForAllBytesAndWeights)
+{
+    std::vector<uint8_t> src(256 + 7);
+    for (size_t i = 0; i < src.size(); ++i) src[i] = uint8_t(i * 37 + 11);
+    for (int level = vmsimd::kPlain; level <= vmsimd::kAvx2; ++level) {
+        vmsimd::LimitLevel(level);
+        for (uint32_t w = 0; w <= 255; ++w) {
+            std::vector<uint8_t> dst(src.size());
+            for (size_t i = 0; i < dst.size(); ++i) dst[i] = uint8_t(i * 91);
+            std::vector<uint8_t> expected = dst;
+            for (size_t i = 0; i < dst.size(); ++i) expected[i] = std::max<uint8_t>(expected[i], uint8_t(src[i] * w / 255));
+            StampRowMax(dst.data(), src.data(), src.size(), w);
+            ASSERT_EQ(dst, expected) << "level " << level << " weight " << w;
+        }
+    }
+    vmsimd::LimitLevel(-1);
+}
+
+TEST(BrushStamp, DiscBandBlurAndCropAsDefined)
+{
+    for (int size : {1, 2, 3, 9, 20}) {
+        for (int soft : {0, 50, 100}) {
+            COLChannel stamp;
+            ASSERT_EQ(BuildBrushStamp(size, soft, 512, stamp), kOk);
+            const plainbrush::Stamp plain = MakeStamp(size, soft);
+            ASSERT_EQ(int(stamp.GetWidth()), plain.w) << size << "/" << soft;
+            ASSERT_EQ(int(stamp.GetHeight()), plain.h);
+            EXPECT_EQ(vmtest::Bytes(stamp), plain.v) << size << "/" << soft;
+        }
+    }
+    // A hard brush of size 9 is the disc of truncated radius 7 (below size - 1; the band is empty), 15 pixels
+    // across: near twice the size that the dialog calls a diameter.
+    COLChannel hard;
+    ASSERT_EQ(BuildBrushStamp(9, 0, 512, hard), kOk);
+    EXPECT_EQ(hard.GetWidth(), 15u);
+    EXPECT_EQ(StampRadius(hard), 7);
+    // Size 1 is a single pixel: no circle to show at any zoom.
+    COLChannel dot;
+    ASSERT_EQ(BuildBrushStamp(1, 0, 512, dot), kOk);
+    EXPECT_EQ(dot.GetWidth(), 1u);
+    EXPECT_EQ(StampRadius(dot), 0);
+}
+
+TEST(BrushDialog, SizeSliderIsFinerForSmallBrushes)
+{
+    const int pairs[][2] = {{0, 1}, {2, 2}, {18, 10}, {19, 11}, {58, 50}, {59, 54}, {79, 152}, {100, 255}};
+    for (const auto& p : pairs) EXPECT_EQ(BrushSliderToSize(p[0]), p[1]) << p[0];
+    const int back[][2] = {{1, 0}, {10, 18}, {11, 19}, {50, 58}, {51, 58}, {255, 100}};
+    for (const auto& p : back) EXPECT_EQ(BrushSizeToSlider(p[0]), p[1]) << p[0];
+    int n = 0;
+    const BrushPreset* presets = BrushPresets(n);
+    ASSERT_EQ(n, 42);
+    EXPECT_EQ(presets[3].size, 2);
+    EXPECT_EQ(presets[41].size, 100);
+    EXPECT_EQ(presets[41].hardness, 0);
+}
+
+TEST(BrushSettings, ProfileValuesAreReadOnceAndBroughtIntoRange)
+{
+    std::vector<std::string> asked;
+    CNullProperty brush("DesatTool");
+    COLChannel stamp;
+    uint8_t alpha = 0;
+    brush.Attach(nullptr, &stamp, &alpha);
+    brush.LoadSettings([&](const std::string& key, int def) {
+        asked.push_back(key);
+        return key == "DesatTool_BrushSize" ? 999 : key == "DesatTool_BrushSoft" ? -4 : def;
+    });
+    EXPECT_EQ(asked, (std::vector<std::string>{"DesatTool_BrushSize", "DesatTool_BrushSoft", "DesatTool_BrushAlpha"}));
+    EXPECT_EQ(brush.GetSize(), 255);
+    EXPECT_EQ(brush.GetSoft(), 0);
+    EXPECT_EQ(alpha, 255);
+    EXPECT_TRUE(brush.SetValues(0, 120, 40));
+    EXPECT_EQ(brush.GetSize(), 1);
+    EXPECT_EQ(brush.GetSoft(), 100);
+    EXPECT_EQ(alpha, 40 * 255 / 100);
+}
+
+TEST_F(PaintTest, EraserLowersAlphaOfAnUpperLayerAndUndoRestoresIt)
+{
+    CLayer* layer = AddUpperLayer(3, -2);
+    const std::vector<uint8_t> before = vmtest::Bytes(layer->m_image);
+    Take(manager->GetEraseLayerTool(), 3, 50, 80);
+    const int steps = composeLog.GetCount();
+    Paint(kPath);
+
+    const std::vector<uint8_t> s = PlainStroke(3, 50, 80, kPath);
+    std::vector<uint8_t> expected = before;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const int cx = x + 3, cy = y - 2;
+            if (cx >= W || cy < 0) continue;
+            uint8_t& a = expected[(size_t(y) * W + x) * 4 + 3];
+            a = uint8_t((255 - s[size_t(cy) * W + cx]) * a / 255);
+        }
+    CLayer* now = doc.GetLayer(1);
+    EXPECT_EQ(vmtest::Bytes(now->m_image), expected);
+    ASSERT_EQ(composeLog.GetCount(), steps + 1);
+    const CHistoryRecord* r = composeLog.GetRecord(steps);
+    EXPECT_EQ(r->kind, kStepLayerHeaderRegion);
+    EXPECT_EQ(r->arg, 1);
+    EXPECT_EQ(std::string(r->label), "erase");
+
+    ASSERT_EQ(composeLog.Backward(), 1);
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(1)->m_image), before);
+    ASSERT_EQ(composeLog.Forward(), 1);
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(1)->m_image), expected);
+}
+
+TEST_F(PaintTest, EraserOnTheBasePaintsForegroundInsideTheSelection)
+{
+    CPixel fg{10, 200, 90, 255};
+    context.foreground = [&] { return fg; };
+    COLChannel& mask = doc.GetSelectionMask();
+    mask.Create(W, H);
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) mask.SetValue(uint32_t(x), uint32_t(y), uint8_t(x < 12 ? 0 : x * 6));
+    const std::vector<uint8_t> before = vmtest::Bytes(doc.GetLayer(0)->m_image);
+    Take(manager->GetEraseLayerTool(), 2, 0, 100);
+    Paint(kPath);
+
+    const std::vector<uint8_t> s = PlainStroke(2, 0, 100, kPath);
+    std::vector<uint8_t> expected = before;
+    for (size_t i = 0; i < s.size(); ++i) {
+        const int m = mask.GetBuffer()[i];
+        if (!m) continue;
+        const int sm = s[i] * m / 255;
+        const uint8_t f[3] = {fg.blue, fg.green, fg.red};
+        for (int c = 0; c < 3; ++c) expected[i * 4 + c] = uint8_t((f[c] * sm + before[i * 4 + c] * (255 - sm)) / 255);
+        expected[i * 4 + 3] = 255;
+    }
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected);
+}
+
+TEST_F(PaintTest, EraserRefusesAHiddenLayer)
+{
+    std::string said;
+    context.message = [&](const char* key) { said = key; };
+    doc.GetLayer(0)->m_visible = 0;
+    manager->SetCurrentTool(&manager->GetEraseLayerTool());
+    EXPECT_EQ(manager->GetCurrentTool(), nullptr);
+    EXPECT_EQ(said, "erasewar");
+}
+
+TEST_F(PaintTest, BrushMergesOnePaintLayerPerStroke)
+{
+    CPixel fg{0, 40, 250, 255};
+    context.foreground = [&] { return fg; };
+    CLayer* layer = AddUpperLayer(0, 0);
+    (void)layer;
+    // The stroke crosses itself: a paint layer merged once does not build up where it does.
+    const Path path = {{4, 4}, {30, 20}, {30, 4}, {4, 20}};
+    CComposeDocument reference;
+    reference.NewDocument(W, H, 0);
+    reference.GetLayer(0)->m_image.DuplicateFrom(&doc.GetLayer(0)->m_image);
+    CLayer* refUpper = reference.AddLayer(0, 0);
+    refUpper->m_image.DuplicateFrom(&doc.GetLayer(1)->m_image);
+    CLayer* paint = reference.AddLayer(1, 0);
+    const std::vector<uint8_t> s = PlainStroke(4, 30, 60, path);
+    for (size_t i = 0; i < s.size(); ++i) {
+        CPixel p = fg;
+        p.alpha = s[i];
+        paint->m_image.GetBuffer()[i] = s[i] ? p : CPixel{0, 0, 0, 0};
+    }
+    ASSERT_EQ(reference.MergeDown(2), 1);
+
+    Take(manager->GetFreePaintTool(), 4, 30, 60);
+    const int steps = composeLog.GetCount();
+    Paint(path);
+    ASSERT_EQ(doc.GetLayerCount(), 2);
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(1)->m_image), vmtest::Bytes(reference.GetLayer(1)->m_image));
+    EXPECT_EQ(doc.GetLayer(1)->m_x, reference.GetLayer(1)->m_x);
+    EXPECT_EQ(composeLog.GetCount(), steps + 1);
+    EXPECT_EQ(LastLabel(composeLog), "freepaint");
+}
+
+TEST_F(PaintTest, CloneTakesItsSourceFirstThenCopiesWithTheOffset)
+{
+    const std::vector<uint8_t> before = vmtest::Bytes(doc.GetLayer(0)->m_image);
+    Take(manager->GetCameraTool(), 2, 0, 100);
+    const int steps = composeLog.GetCount();
+    // The first click only sets the source point.
+    Sink().OnLButtonDown(kMkLButton, 5, 6);
+    Sink().OnLButtonUp(0, 5, 6);
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), before);
+    EXPECT_EQ(composeLog.GetCount(), steps);
+    // Alt and a click sets it again.
+    Sink().OnLButtonDown(kMkLButton | kMkAlt, 4, 4);
+    Sink().OnLButtonUp(0, 4, 4);
+    const Path path = {{20, 10}, {28, 14}, {33, 14}};
+    Paint(path);
+    ASSERT_EQ(composeLog.GetCount(), steps + 1);
+    EXPECT_EQ(LastLabel(composeLog), "cameratooltip");
+
+    // Plain: a layer of source pixels (offset 16, 6) with alpha scaled by s, laid over the base.
+    CComposeDocument reference;
+    reference.NewDocument(W, H, 0);
+    reference.GetLayer(0)->m_image.DuplicateFrom(&doc.GetLayer(0)->m_image);
+    std::memcpy(reference.GetLayer(0)->m_image.GetBuffer(), before.data(), before.size());
+    CLayer* paint = reference.AddLayer(0, 0);
+    const std::vector<uint8_t> s = PlainStroke(2, 0, 100, path);
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const size_t i = size_t(y) * W + x;
+            const int sx = x - 16, sy = y - 6;
+            if (!s[i] || sx < 0 || sy < 0) continue;
+            CPixel p;
+            std::memcpy(&p, &before[(size_t(sy) * W + sx) * 4], 4);
+            p.alpha = uint8_t(p.alpha * s[i] / 255);
+            paint->m_image.GetBuffer()[i] = p;
+        }
+    ASSERT_EQ(reference.MergeDown(1), 1);
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), vmtest::Bytes(reference.GetLayer(0)->m_image));
+}
+
+TEST_F(PaintTest, DesaturateMovesColoursToGrayUnderTheBrush)
+{
+    const std::vector<uint8_t> before = vmtest::Bytes(doc.GetLayer(0)->m_image);
+    Take(manager->GetDesatTool(), 5, 100, 100);
+    Paint(kPath);
+    const std::vector<uint8_t> s = PlainStroke(5, 100, 100, kPath);
+    std::vector<uint8_t> expected = before;
+    for (size_t i = 0; i < s.size(); ++i) {
+        const uint8_t* p = &before[i * 4];
+        const int grey = (p[0] + 3 * p[2] + 6 * p[1]) / 10;
+        for (int c = 0; c < 3; ++c) expected[i * 4 + c] = uint8_t((grey * s[i] + p[c] * (255 - s[i])) / 255);
+    }
+    EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected);
+    EXPECT_EQ(LastLabel(composeLog), "desattip");
+}
+
+TEST_F(PaintTest, SelectionModeBrushesOnTheResultMask)
+{
+    ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodInOut, true));
+    COLChannel* mask = selection.GetResultMask();
+    COLImage* working = selection.GetWorkingImage();
+    // A matting result: the left half kept, and the working image's colours darkened where it was cut.
+    mask->Create(W, H);
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            mask->SetValue(uint32_t(x), uint32_t(y), uint8_t(x < 20 ? 255 : 40));
+            CPixel& p = working->GetBuffer()[size_t(y) * W + x];
+            p.alpha = mask->GetValue(uint32_t(x), uint32_t(y));
+            if (x >= 20) p.red = p.green = p.blue = 3;
+        }
+    selectionLog.AddStep(&selection, kStepChannel, kPlaneResult | kPlaneWorking, "modifypolygonseltip");
+    const std::vector<uint8_t> maskBefore = vmtest::Bytes(*mask), workBefore = vmtest::Bytes(*working);
+    const std::vector<uint8_t> picture = vmtest::Bytes(doc.GetLayer(0)->m_image);
+
+    // Restore: colours move towards the picture at every frame, the mask rises by the stroke.
+    Take(manager->GetForePaintTool(), 3, 60, 100);
+    const Path path = {{22, 5}, {30, 12}, {34, 12}, {26, 24}};
+    Paint(path);
+    const std::vector<plainbrush::Stroke> frames = Frames(MakeStamp(3, 60), 255, W, H, path);
+    std::vector<uint8_t> work = workBefore, m = maskBefore;
+    for (const plainbrush::Stroke& f : frames)
+        for (size_t i = 0; i < f.s.size(); ++i) {
+            const int v = f.s[i];
+            if (!v) continue;
+            for (int c = 0; c < 3; ++c) work[i * 4 + c] = uint8_t((picture[i * 4 + c] * v + work[i * 4 + c] * (255 - v)) / 255);
+            m[i] = uint8_t((maskBefore[i] * (255 - v) + v * 255) / 255);
+            work[i * 4 + 3] = m[i];
+        }
+    EXPECT_EQ(vmtest::Bytes(*mask), m);
+    EXPECT_EQ(vmtest::Bytes(*working), work);
+    EXPECT_EQ(LastLabel(selectionLog), "forepainttip");
+    EXPECT_EQ(selectionLog.GetRecord(selectionLog.GetCount() - 1)->arg, kPlaneResult | kPlaneWorking);
+
+    // Erase the result: mask = (255 - s) x mask / 255; undo brings the restored mask back.
+    Take(manager->GetEraseSelTool(), 6, 20, 50);
+    Paint(kPath);
+    const std::vector<uint8_t> s = PlainStroke(6, 20, 50, kPath);
+    std::vector<uint8_t> erased = m;
+    for (size_t i = 0; i < s.size(); ++i) erased[i] = uint8_t((255 - s[i]) * m[i] / 255);
+    EXPECT_EQ(vmtest::Bytes(*mask), erased);
+    EXPECT_EQ(selectionLog.GetRecord(selectionLog.GetCount() - 1)->arg, kPlaneResult);
+    ASSERT_EQ(selectionLog.Backward(), 1);
+    EXPECT_EQ(vmtest::Bytes(*selection.GetResultMask()), m);
+    ASSERT_EQ(selectionLog.Backward(), 1);
+    EXPECT_EQ(vmtest::Bytes(*selection.GetResultMask()), maskBefore);
+    EXPECT_EQ(vmtest::Bytes(*selection.GetWorkingImage()), workBefore);
+}
+
+TEST_F(PaintTest, ContourBrushesPaintAndEraseTheirPlanes)
+{
+    ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodInOut, true));
+    EXPECT_TRUE(selection.GetInnerPlane()->IsNull());
+    Take(manager->GetInnerBrushTool(), 4, 50, 100);
+    Paint(kPath);
+    const std::vector<uint8_t> s = PlainStroke(4, 50, 100, kPath);
+    std::vector<uint8_t> painted(s.size());
+    for (size_t i = 0; i < s.size(); ++i) painted[i] = uint8_t(255 * s[i] / 255);
+    EXPECT_EQ(vmtest::Bytes(*selection.GetInnerPlane()), painted);
+    EXPECT_TRUE(selection.GetOuterPlane()->IsNull());
+    EXPECT_EQ(selectionLog.GetRecord(selectionLog.GetCount() - 1)->arg, kPlaneInner);
+
+    const Path across = {{2, 14}, {38, 14}};
+    Paint(across, kMkControl);
+    const std::vector<uint8_t> e = PlainStroke(4, 50, 100, across);
+    std::vector<uint8_t> erased = painted;
+    for (size_t i = 0; i < e.size(); ++i) erased[i] = uint8_t((255 - e[i]) * painted[i] / 255);
+    EXPECT_EQ(vmtest::Bytes(*selection.GetInnerPlane()), erased);
+    ASSERT_EQ(selectionLog.Backward(), 1);
+    EXPECT_EQ(vmtest::Bytes(*selection.GetInnerPlane()), painted);
+}
+
+TEST_F(PaintTest, BrushCircleFollowsZoomAndSizeOneShowsNone)
+{
+    CPaintTool& tool = manager->GetDesatTool();
+    Take(tool, 9, 0, 100);
+    EXPECT_EQ(tool.GetRadius(), 7);
+    view.dc.lines = 0;
+    Sink().OnMouseMove(0, 20, 15);
+    EXPECT_EQ(view.dc.lines, 28) << "r = 7: 4 r chords";
+    view.SetZoom(0.25, false);
+    view.dc.lines = 0;
+    Sink().OnMouseMove(0, 21, 15);
+    EXPECT_EQ(view.dc.lines, 28 + 7) << "the old circle is erased, then r = 1.75 gives 7 chords";
+    view.SetZoom(8, false);
+    view.dc.lines = 0;
+    Sink().OnMouseMove(0, 22, 15);
+    EXPECT_EQ(view.dc.lines, 7 + 32) << "r = 56: at most 32 chords";
+    ASSERT_TRUE(tool.GetBrush().SetValues(1, 0, 100));
+    view.dc.lines = 0;
+    Sink().OnMouseMove(0, 22, 15);
+    EXPECT_EQ(view.dc.lines, 32) << "size 1 has radius 0: only the erase of the old circle";
+}
