@@ -92,6 +92,12 @@ void CImageView::SetSink(IViewSink* sink)
         m_cursorRole = 0;
         unsetCursor();
     }
+    // A tool chosen by key or menu while the pointer rests on the picture shows its cursor at once, not at the
+    // next move.
+    if (sink) {
+        const QPoint at = mapFromGlobal(QCursor::pos());
+        if (rect().contains(at)) UpdateToolCursor(at.x(), at.y());
+    }
 }
 
 void CImageView::Layout()
