@@ -338,16 +338,31 @@ void BuildSystem(const Level& l, double eps, const std::vector<float>& prior, co
     rhs.resize(Eigen::Index(n));
     const int w = int(l.width), h = int(l.height);
 
+    // A window serves the rows of up to nine unknowns. Each part keeps the windows of a run of unknowns (in
+    // raster order, so a run spans neighbouring rows) in a small table and works each out once; a window's
+    // figures do not depend on when they are worked out, so the rows come out the same.
+    // The table (open addressing) has room for the 9 * kRun windows a run can touch at most, at a load below 0.6.
+    constexpr size_t kRun = 2048, kTable = 32768;
     vmpar::ParallelFor(n, 2048, [&](size_t b, size_t e, unsigned) {
+        std::vector<uint32_t> keys(kTable);
+        std::vector<Window> cache(kTable);
+        const size_t mask = kTable - 1;
         for (size_t v = b; v < e; ++v) {
+            if ((v - b) % kRun == 0) std::fill(keys.begin(), keys.end(), kNone);
             const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
             double row[kSpan] = {};
             const float* pi = &l.rgb[size_t(l.band[v]) * 3];
             for (int wy = y - 1; wy <= y + 1; ++wy)
                 for (int wx = x - 1; wx <= x + 1; ++wx) {
                     if (wx < 1 || wy < 1 || wx > w - 2 || wy > h - 2) continue;   // windows lie inside
-                    Window win;
-                    WindowStats(l, wx, wy, eps, win);
+                    const uint32_t centre = uint32_t(size_t(wy) * l.width + size_t(wx));
+                    size_t at = (size_t(centre) * 2654435761u) & mask;
+                    while (keys[at] != kNone && keys[at] != centre) at = (at + 1) & mask;
+                    if (keys[at] == kNone) {
+                        keys[at] = centre;
+                        WindowStats(l, wx, wy, eps, cache[at]);
+                    }
+                    const Window& win = cache[at];
                     double di[3], vi[3];
                     for (int c = 0; c < 3; ++c) di[c] = pi[c] - win.mean[c];
                     for (int c = 0; c < 3; ++c)
