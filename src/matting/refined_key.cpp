@@ -103,27 +103,30 @@ struct BackdropColour {
     }
 };
 
-// 3 x 3 mean of each colour byte, truncated; the border repeats. Alpha is not read.
+// 3 x 3 mean of each colour byte, truncated; the border repeats. Alpha is not read. Column sums of three rows
+// first, then three of them per pixel: the same whole-number sums as nine reads, a third of the work.
 void Smooth(const COLImage& src, COLImage& out)
 {
     const int w = int(src.GetWidth()), h = int(src.GetHeight());
     const CPixel* in = src.GetBuffer();
     CPixel* o = out.GetBuffer();
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
+        std::vector<int> columns(size_t(w) * 3);
         for (int y = y0; y < y1; ++y) {
             const CPixel* rows[3] = {in + size_t(std::max(0, y - 1)) * size_t(w), in + size_t(y) * size_t(w),
                                      in + size_t(std::min(h - 1, y + 1)) * size_t(w)};
             for (int x = 0; x < w; ++x) {
-                const int xs[3] = {std::max(0, x - 1), x, std::min(w - 1, x + 1)};
-                int sum[3] = {0, 0, 0};
-                for (const CPixel* row : rows)
-                    for (int k : xs) {
-                        sum[0] += row[k].red;
-                        sum[1] += row[k].green;
-                        sum[2] += row[k].blue;
-                    }
-                o[size_t(y) * size_t(w) + size_t(x)] =
-                    CPixel::Make(uint8_t(sum[0] / 9), uint8_t(sum[1] / 9), uint8_t(sum[2] / 9));
+                int* c = &columns[size_t(x) * 3];
+                c[0] = rows[0][x].red + rows[1][x].red + rows[2][x].red;
+                c[1] = rows[0][x].green + rows[1][x].green + rows[2][x].green;
+                c[2] = rows[0][x].blue + rows[1][x].blue + rows[2][x].blue;
+            }
+            for (int x = 0; x < w; ++x) {
+                const int* l = &columns[size_t(std::max(0, x - 1)) * 3];
+                const int* m = &columns[size_t(x) * 3];
+                const int* r = &columns[size_t(std::min(w - 1, x + 1)) * 3];
+                o[size_t(y) * size_t(w) + size_t(x)] = CPixel::Make(
+                    uint8_t((l[0] + m[0] + r[0]) / 9), uint8_t((l[1] + m[1] + r[1]) / 9), uint8_t((l[2] + m[2] + r[2]) / 9));
             }
         }
     });
