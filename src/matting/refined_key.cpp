@@ -125,8 +125,9 @@ void Smooth(const COLImage& src, COLImage& out)
                 const int* l = &columns[size_t(std::max(0, x - 1)) * 3];
                 const int* m = &columns[size_t(x) * 3];
                 const int* r = &columns[size_t(std::min(w - 1, x + 1)) * 3];
-                o[size_t(y) * size_t(w) + size_t(x)] = CPixel::Make(
-                    uint8_t((l[0] + m[0] + r[0]) / 9), uint8_t((l[1] + m[1] + r[1]) / 9), uint8_t((l[2] + m[2] + r[2]) / 9));
+                o[size_t(y) * size_t(w) + size_t(x)] =
+                    CPixel::Make(uint8_t((l[0] + m[0] + r[0]) / 9), uint8_t((l[1] + m[1] + r[1]) / 9),
+                                 uint8_t((l[2] + m[2] + r[2]) / 9));
             }
         }
     });

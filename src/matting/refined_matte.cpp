@@ -74,7 +74,8 @@ void IndexBand(Level& l)
     const size_t rows = l.height, stride = l.width;
     l.var.resize(n);
     std::vector<uint32_t> perRow(rows + 1, 0);
-    vmpar::ParallelFor(rows, std::max<size_t>(1, 16384 / std::max<size_t>(1, stride)), [&](size_t b, size_t e, unsigned) {
+    const size_t minRows = std::max<size_t>(1, 16384 / std::max<size_t>(1, stride));
+    vmpar::ParallelFor(rows, minRows, [&](size_t b, size_t e, unsigned) {
         for (size_t y = b; y < e; ++y) {
             uint32_t count = 0;
             for (size_t i = y * stride, end = i + stride; i < end; ++i) count += l.cls[i] == kUnknown;
@@ -83,7 +84,7 @@ void IndexBand(Level& l)
     });
     for (size_t y = 0; y < rows; ++y) perRow[y + 1] += perRow[y];
     l.band.resize(perRow[rows]);
-    vmpar::ParallelFor(rows, std::max<size_t>(1, 16384 / std::max<size_t>(1, stride)), [&](size_t b, size_t e, unsigned) {
+    vmpar::ParallelFor(rows, minRows, [&](size_t b, size_t e, unsigned) {
         for (size_t y = b; y < e; ++y) {
             uint32_t at = perRow[y];
             for (size_t i = y * stride, end = i + stride; i < end; ++i)
@@ -124,7 +125,8 @@ void Downsample(const Level& f, Level& c)
     c.height = (f.height + 1) / 2;
     c.rgb.resize(size_t(c.width) * c.height * 3);
     c.cls.resize(size_t(c.width) * c.height);
-    vmpar::ParallelFor(c.height, std::max<size_t>(1, 8192 / std::max<uint32_t>(1, c.width)), [&](size_t y0, size_t y1, unsigned) {
+    const size_t minRows = std::max<size_t>(1, 8192 / std::max<uint32_t>(1, c.width));
+    vmpar::ParallelFor(c.height, minRows, [&](size_t y0, size_t y1, unsigned) {
         for (uint32_t y = uint32_t(y0); y < uint32_t(y1); ++y)
             for (uint32_t x = 0; x < c.width; ++x) {
                 float sum[3] = {0, 0, 0};
