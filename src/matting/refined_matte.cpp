@@ -66,16 +66,36 @@ struct Level {
     std::vector<int32_t> var;     // per pixel: its position in band, or -1
 };
 
+// Band positions in raster order. Rows are counted across cores, then each row range fills its own stretch of
+// the list, so the order (and every result after it) is the same on any number of cores.
 void IndexBand(Level& l)
 {
     const size_t n = size_t(l.width) * l.height;
-    l.var.assign(n, -1);
-    l.band.clear();
-    for (size_t i = 0; i < n; ++i)
-        if (l.cls[i] == kUnknown) {
-            l.var[i] = int32_t(l.band.size());
-            l.band.push_back(uint32_t(i));
+    const size_t rows = l.height, stride = l.width;
+    l.var.resize(n);
+    std::vector<uint32_t> perRow(rows + 1, 0);
+    const size_t minRows = std::max<size_t>(1, 16384 / std::max<size_t>(1, stride));
+    vmpar::ParallelFor(rows, minRows, [&](size_t b, size_t e, unsigned) {
+        for (size_t y = b; y < e; ++y) {
+            uint32_t count = 0;
+            for (size_t i = y * stride, end = i + stride; i < end; ++i) count += l.cls[i] == kUnknown;
+            perRow[y + 1] = count;
         }
+    });
+    for (size_t y = 0; y < rows; ++y) perRow[y + 1] += perRow[y];
+    l.band.resize(perRow[rows]);
+    vmpar::ParallelFor(rows, minRows, [&](size_t b, size_t e, unsigned) {
+        for (size_t y = b; y < e; ++y) {
+            uint32_t at = perRow[y];
+            for (size_t i = y * stride, end = i + stride; i < end; ++i)
+                if (l.cls[i] == kUnknown) {
+                    l.var[i] = int32_t(at);
+                    l.band[at++] = uint32_t(i);
+                } else {
+                    l.var[i] = -1;
+                }
+        }
+    });
 }
 
 void FromImage(const COLImage& src, const COLChannel& trimap, Level& l)
@@ -103,26 +123,29 @@ void Downsample(const Level& f, Level& c)
 {
     c.width = (f.width + 1) / 2;
     c.height = (f.height + 1) / 2;
-    c.rgb.assign(size_t(c.width) * c.height * 3, 0.0f);
-    c.cls.assign(size_t(c.width) * c.height, kUnknown);
-    for (uint32_t y = 0; y < c.height; ++y)
-        for (uint32_t x = 0; x < c.width; ++x) {
-            float sum[3] = {0, 0, 0};
-            int count = 0, fore = 0, back = 0;
-            for (uint32_t dy = 0; dy < 2; ++dy)
-                for (uint32_t dx = 0; dx < 2; ++dx) {
-                    const uint32_t fx = 2 * x + dx, fy = 2 * y + dy;
-                    if (fx >= f.width || fy >= f.height) continue;
-                    const size_t i = size_t(fy) * f.width + fx;
-                    for (int k = 0; k < 3; ++k) sum[k] += f.rgb[i * 3 + k];
-                    ++count;
-                    fore += f.cls[i] == kFore;
-                    back += f.cls[i] == kBack;
-                }
-            const size_t o = size_t(y) * c.width + x;
-            for (int k = 0; k < 3; ++k) c.rgb[o * 3 + k] = sum[k] / float(count);
-            c.cls[o] = fore == count ? kFore : (back == count ? kBack : kUnknown);
-        }
+    c.rgb.resize(size_t(c.width) * c.height * 3);
+    c.cls.resize(size_t(c.width) * c.height);
+    const size_t minRows = std::max<size_t>(1, 8192 / std::max<uint32_t>(1, c.width));
+    vmpar::ParallelFor(c.height, minRows, [&](size_t y0, size_t y1, unsigned) {
+        for (uint32_t y = uint32_t(y0); y < uint32_t(y1); ++y)
+            for (uint32_t x = 0; x < c.width; ++x) {
+                float sum[3] = {0, 0, 0};
+                int count = 0, fore = 0, back = 0;
+                for (uint32_t dy = 0; dy < 2; ++dy)
+                    for (uint32_t dx = 0; dx < 2; ++dx) {
+                        const uint32_t fx = 2 * x + dx, fy = 2 * y + dy;
+                        if (fx >= f.width || fy >= f.height) continue;
+                        const size_t i = size_t(fy) * f.width + fx;
+                        for (int k = 0; k < 3; ++k) sum[k] += f.rgb[i * 3 + k];
+                        ++count;
+                        fore += f.cls[i] == kFore;
+                        back += f.cls[i] == kBack;
+                    }
+                const size_t o = size_t(y) * c.width + x;
+                for (int k = 0; k < 3; ++k) c.rgb[o * 3 + k] = sum[k] / float(count);
+                c.cls[o] = fore == count ? kFore : (back == count ? kBack : kUnknown);
+            }
+    });
     IndexBand(c);
 }
 
@@ -317,16 +340,31 @@ void BuildSystem(const Level& l, double eps, const std::vector<float>& prior, co
     rhs.resize(Eigen::Index(n));
     const int w = int(l.width), h = int(l.height);
 
+    // A window serves the rows of up to nine unknowns. Each part keeps the windows of a run of unknowns (in
+    // raster order, so a run spans neighbouring rows) in a small table and works each out once; a window's
+    // figures do not depend on when they are worked out, so the rows come out the same.
+    // The table (open addressing) has room for the 9 * kRun windows a run can touch at most, at a load below 0.6.
+    constexpr size_t kRun = 2048, kTable = 32768;
     vmpar::ParallelFor(n, 2048, [&](size_t b, size_t e, unsigned) {
+        std::vector<uint32_t> keys(kTable);
+        std::vector<Window> cache(kTable);
+        const size_t mask = kTable - 1;
         for (size_t v = b; v < e; ++v) {
+            if ((v - b) % kRun == 0) std::fill(keys.begin(), keys.end(), kNone);
             const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
             double row[kSpan] = {};
             const float* pi = &l.rgb[size_t(l.band[v]) * 3];
             for (int wy = y - 1; wy <= y + 1; ++wy)
                 for (int wx = x - 1; wx <= x + 1; ++wx) {
                     if (wx < 1 || wy < 1 || wx > w - 2 || wy > h - 2) continue;   // windows lie inside
-                    Window win;
-                    WindowStats(l, wx, wy, eps, win);
+                    const uint32_t centre = uint32_t(size_t(wy) * l.width + size_t(wx));
+                    size_t at = (size_t(centre) * 2654435761u) & mask;
+                    while (keys[at] != kNone && keys[at] != centre) at = (at + 1) & mask;
+                    if (keys[at] == kNone) {
+                        keys[at] = centre;
+                        WindowStats(l, wx, wy, eps, cache[at]);
+                    }
+                    const Window& win = cache[at];
                     double di[3], vi[3];
                     for (int c = 0; c < 3; ++c) di[c] = pi[c] - win.mean[c];
                     for (int c = 0; c < 3; ++c)
@@ -373,6 +411,101 @@ void BuildSystem(const Level& l, double eps, const std::vector<float>& prior, co
         at += size_t(counts[v]);
     }
     outer[n] = int32_t(at);
+}
+
+// Conjugate gradients with the Jacobi preconditioner (the same iteration as the default solver's), with the
+// matrix-vector product and the vector updates split across cores. Sums run over fixed blocks of unknowns, in
+// double, and the blocks' sums are added in order, so the result does not depend on the number of cores. The
+// iteration runs through without restarts until the relative residual falls below tolerance or the cap.
+void SolveSplit(const SparseRows& a, const Vector& rhs, Vector& solution, double tolerance, int iterationCap,
+                const Reporter& rep, int lo, int hi)
+{
+    const size_t n = size_t(rhs.size());
+    constexpr size_t kBlock = 4096;
+    const size_t blocks = (n + kBlock - 1) / kBlock;
+    const int32_t* outer = a.outerIndexPtr();
+    const int32_t* inner = a.innerIndexPtr();
+    const Real* values = a.valuePtr();
+    const Real* b = rhs.data();
+    Real* x = solution.data();
+    std::vector<Real> invDiag(n), r(n), z(n), p(n), q(n);
+    std::vector<double> sum0(blocks), sum1(blocks), sum2(blocks);
+    auto forBlocks = [&](const auto& fn) {
+        vmpar::ParallelFor(blocks, 1, [&](size_t k0, size_t k1, unsigned) {
+            for (size_t k = k0; k < k1; ++k) fn(k, k * kBlock, std::min(n, (k + 1) * kBlock));
+        });
+    };
+    auto total = [](const std::vector<double>& parts) {
+        double t = 0;
+        for (double v : parts) t += v;
+        return t;
+    };
+    auto product = [&](const Real* v, size_t i) {
+        Real s = 0;
+        for (int32_t j = outer[i]; j < outer[i + 1]; ++j) s += values[j] * v[inner[j]];
+        return s;
+    };
+    forBlocks([&](size_t k, size_t i0, size_t i1) {
+        double rr = 0, rz = 0, bb = 0;
+        for (size_t i = i0; i < i1; ++i) {
+            Real d = 0;
+            for (int32_t j = outer[i]; j < outer[i + 1]; ++j)
+                if (size_t(inner[j]) == i) d = values[j];
+            invDiag[i] = d != 0 ? Real(1) / d : Real(1);
+            r[i] = b[i] - product(x, i);
+            z[i] = r[i] * invDiag[i];
+            rr += double(r[i]) * r[i];
+            rz += double(r[i]) * z[i];
+            bb += double(b[i]) * b[i];
+        }
+        sum0[k] = rr;
+        sum1[k] = rz;
+        sum2[k] = bb;
+    });
+    const double rhsNorm2 = total(sum2);
+    if (rhsNorm2 == 0) {
+        solution.setZero();
+        return;
+    }
+    const double threshold = std::max(tolerance * tolerance * rhsNorm2, 1e-30);
+    double rz = total(sum1);
+    if (total(sum0) < threshold) return;
+    double beta = 0;
+    for (int it = 0; it < iterationCap; ++it) {
+        // p = z + beta p and q = A p, the latter as A z + beta q so that one pass does both.
+        forBlocks([&](size_t k, size_t i0, size_t i1) {
+            double pq = 0;
+            for (size_t i = i0; i < i1; ++i) {
+                p[i] = z[i] + Real(beta) * p[i];
+                q[i] = product(z.data(), i) + Real(beta) * q[i];
+                pq += double(p[i]) * q[i];
+            }
+            sum0[k] = pq;
+        });
+        const double pq = total(sum0);
+        if (!(pq > 0)) break;
+        const Real step = Real(rz / pq);
+        forBlocks([&](size_t k, size_t i0, size_t i1) {
+            double rr = 0, rzNew = 0;
+            for (size_t i = i0; i < i1; ++i) {
+                x[i] += step * p[i];
+                r[i] -= step * q[i];
+                z[i] = r[i] * invDiag[i];
+                rr += double(r[i]) * r[i];
+                rzNew += double(r[i]) * z[i];
+            }
+            sum0[k] = rr;
+            sum1[k] = rzNew;
+        });
+        if ((it + 1) % kChunk == 0) {
+            rep.CheckCancel();
+            rep.Report(lo + (hi - lo) * std::min(it + 1, iterationCap) / iterationCap);
+        }
+        if (total(sum0) < threshold) break;
+        const double rzNew = total(sum1);
+        beta = rzNew / rz;
+        rz = rzNew;
+    }
 }
 
 // Alpha of the band of one level, 0..1 per band pixel; larger bands start from the half-size solution.
@@ -433,8 +566,12 @@ std::vector<double> SolveLevel(const Level& l, const RefinedMatteParams& params,
             if (cg.info() == Eigen::Success) break;
         }
     };
-    Eigen::ConjugateGradient<SparseRows, Eigen::Lower | Eigen::Upper> cg;   // Jacobi-preconditioned
-    run(cg);
+    if (params.splitSolve) {
+        SolveSplit(a, rhs, x, params.tolerance, iterationCap, rep, mid, hi);
+    } else {
+        Eigen::ConjugateGradient<SparseRows, Eigen::Lower | Eigen::Upper> cg;   // Jacobi-preconditioned
+        run(cg);
+    }
     std::vector<double> out(n);
     for (size_t v = 0; v < n; ++v) out[v] = std::clamp(double(x[Eigen::Index(v)]), 0.0, 1.0);
     rep.Report(hi);
@@ -459,43 +596,80 @@ void EstimateColours(const Level& l, const std::vector<double>& alpha, std::vect
         }
     const int w = int(l.width), h = int(l.height);
     static constexpr int kDx[4] = {-1, 1, 0, 0}, kDy[4] = {0, 0, -1, 1};
+    // What a sweep needs of each band pixel does not change between sweeps: the 2 x 2 system's coefficients and,
+    // per 4-neighbour in a fixed order, either the band neighbour and its weight or the known neighbour's weighted
+    // colour. Worked out once, added in the same order as before, so the sums are the same.
+    struct Neighbour {
+        int32_t var;   // band neighbour, or kKnownFore / kKnownBack / kOutside
+        float d;
+        float colour[3];   // d times the known neighbour's colour
+    };
+    constexpr int32_t kKnownFore = -1, kKnownBack = -2, kOutside = -3;
+    std::vector<Neighbour> around(n * 4);
+    std::vector<float> fixed(n * 7);   // a0 * I (3), a1 * I (3), 1 / det (or 0)
+    std::vector<float> coef(n * 3);  // a00, a01, a11
+    vmpar::ParallelFor(n, 4096, [&](size_t b, size_t e, unsigned) {
+        for (size_t v = b; v < e; ++v) {
+            const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
+            const float a0 = float(alpha[v]), a1 = 1.0f - a0;
+            float a00 = a0 * a0, a01 = a0 * a1, a11 = a1 * a1;
+            const float* img = &l.rgb[size_t(l.band[v]) * 3];
+            for (int c = 0; c < 3; ++c) {
+                fixed[v * 7 + size_t(c)] = a0 * img[c];
+                fixed[v * 7 + 3 + size_t(c)] = a1 * img[c];
+            }
+            for (int k = 0; k < 4; ++k) {
+                Neighbour& side = around[v * 4 + size_t(k)];
+                side.var = kOutside;
+                const int nx = x + kDx[k], ny = y + kDy[k];
+                if (nx < 0 || ny < 0 || nx >= w || ny >= h) continue;
+                const size_t j = size_t(ny) * l.width + size_t(nx);
+                const int32_t nv = l.var[j];
+                if (nv >= 0) {
+                    const float d = kColourFloor + kColourGradient * std::fabs(a0 - float(alpha[size_t(nv)]));
+                    a00 += d;
+                    a11 += d;
+                    side.var = nv;
+                    side.d = d;
+                } else if (l.cls[j] == kFore) {
+                    const float d = kColourFloor + kColourGradient * a1;
+                    a00 += d;
+                    side.var = kKnownFore;
+                    for (int c = 0; c < 3; ++c) side.colour[c] = d * l.rgb[j * 3 + c];
+                } else {
+                    const float d = kColourFloor + kColourGradient * a0;
+                    a11 += d;
+                    side.var = kKnownBack;
+                    for (int c = 0; c < 3; ++c) side.colour[c] = d * l.rgb[j * 3 + c];
+                }
+            }
+            const float det = a00 * a11 - a01 * a01;
+            fixed[v * 7 + 6] = det > 1e-12f ? 1.0f / det : 0.0f;
+            coef[v * 3 + 0] = a00;
+            coef[v * 3 + 1] = a01;
+            coef[v * 3 + 2] = a11;
+        }
+    });
     for (int sweep = 0; sweep < kColourSweeps; ++sweep) {
         vmpar::ParallelFor(n, 4096, [&](size_t b, size_t e, unsigned) {
             for (size_t v = b; v < e; ++v) {
-                const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
-                const float a0 = float(alpha[v]), a1 = 1.0f - a0;
-                float a00 = a0 * a0, a01 = a0 * a1, a11 = a1 * a1;
-                const float* img = &l.rgb[size_t(l.band[v]) * 3];
-                float b0[3], b1[3];
-                for (int c = 0; c < 3; ++c) {
-                    b0[c] = a0 * img[c];
-                    b1[c] = a1 * img[c];
-                }
+                const float* o = &fixed[v * 7];
+                float b0[3] = {o[0], o[1], o[2]}, b1[3] = {o[3], o[4], o[5]};
                 for (int k = 0; k < 4; ++k) {
-                    const int nx = x + kDx[k], ny = y + kDy[k];
-                    if (nx < 0 || ny < 0 || nx >= w || ny >= h) continue;
-                    const size_t j = size_t(ny) * l.width + size_t(nx);
-                    const int32_t nv = l.var[j];
-                    if (nv >= 0) {
-                        const float d = kColourFloor + kColourGradient * std::fabs(a0 - float(alpha[size_t(nv)]));
-                        a00 += d;
-                        a11 += d;
+                    const Neighbour& side = around[v * 4 + size_t(k)];
+                    if (side.var >= 0) {
+                        const float* nc = &cur[size_t(side.var) * 6];
                         for (int c = 0; c < 3; ++c) {
-                            b0[c] += d * cur[size_t(nv) * 6 + c];
-                            b1[c] += d * cur[size_t(nv) * 6 + 3 + c];
+                            b0[c] += side.d * nc[c];
+                            b1[c] += side.d * nc[3 + c];
                         }
-                    } else if (l.cls[j] == kFore) {
-                        const float d = kColourFloor + kColourGradient * a1;
-                        a00 += d;
-                        for (int c = 0; c < 3; ++c) b0[c] += d * l.rgb[j * 3 + c];
-                    } else {
-                        const float d = kColourFloor + kColourGradient * a0;
-                        a11 += d;
-                        for (int c = 0; c < 3; ++c) b1[c] += d * l.rgb[j * 3 + c];
+                    } else if (side.var == kKnownFore) {
+                        for (int c = 0; c < 3; ++c) b0[c] += side.colour[c];
+                    } else if (side.var == kKnownBack) {
+                        for (int c = 0; c < 3; ++c) b1[c] += side.colour[c];
                     }
                 }
-                const float det = a00 * a11 - a01 * a01;
-                const float r = det > 1e-12f ? 1.0f / det : 0.0f;
+                const float a00 = coef[v * 3 + 0], a01 = coef[v * 3 + 1], a11 = coef[v * 3 + 2], r = o[6];
                 for (int c = 0; c < 3; ++c) {
                     float f = r > 0 ? (a11 * b0[c] - a01 * b1[c]) * r : cur[v * 6 + c];
                     float k = r > 0 ? (a00 * b1[c] - a01 * b0[c]) * r : cur[v * 6 + 3 + c];
@@ -529,7 +703,9 @@ long KnownAlpha(const Level& l, COLChannel& alpha)
 {
     if (alpha.Create(l.width, l.height) != kOk) return kFail;
     uint8_t* out = alpha.GetBuffer();
-    for (size_t i = 0; i < l.cls.size(); ++i) out[i] = l.cls[i] == kFore ? 255 : 0;
+    vmpar::ParallelFor(l.cls.size(), 65536, [&](size_t b, size_t e, unsigned) {
+        for (size_t i = b; i < e; ++i) out[i] = l.cls[i] == kFore ? 255 : 0;
+    });
     return kOk;
 }
 
@@ -559,7 +735,9 @@ long Solve(const COLImage& src, const COLChannel& trimap, COLChannel& alpha, COL
             if (!out.DuplicateFrom(&src)) return kFail;
             CPixel* p = out.GetBuffer();
             const uint8_t* av = outAlpha.GetBuffer();
-            for (size_t i = 0; i < l.cls.size(); ++i) p[i].alpha = av[i];
+            vmpar::ParallelFor(l.cls.size(), 65536, [&](size_t b, size_t e, unsigned) {
+                for (size_t i = b; i < e; ++i) p[i].alpha = av[i];
+            });
             for (size_t v = 0; v < l.band.size(); ++v) {
                 CPixel& q = p[l.band[v]];
                 q.red = ToByte(fore[v * 3 + 0]);
