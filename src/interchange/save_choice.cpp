@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "document/compositor.h"
+#include "document/layer.h"
 #include "document/layer_stack.h"
 #include "imaging/channel.h"
 #include "imaging/image.h"
@@ -110,6 +112,35 @@ long WriteSaveChoice(ESaveChoice choice, const std::string& path, const SaveSour
         break;
     }
     return kFail;
+}
+
+bool ComposeForSave(const CLayerStack& stack, COLImage& out)
+{
+    COLImage picture;
+    if (stack.GetLayerCount() < 1 || !MergeLayers(&stack, &picture, 0)) return false;
+    const CLayer* base = stack.GetLayer(0);
+    const uint32_t w = picture.GetWidth(), h = picture.GetHeight();
+    if (base->m_image.GetWidth() != w || base->m_image.GetHeight() != h) return false;
+    for (uint32_t y = 0; y < h; ++y) {
+        const CPixel* baseRow = base->m_image.GetBuffer(0, y);
+        CPixel* row = picture.GetBuffer(0, y);
+        for (uint32_t x = 0; x < w; ++x) {
+            uint32_t cover = baseRow[x].alpha;
+            for (int i = 1; i < stack.GetLayerCount() && cover < 255; ++i) {
+                const CLayer* layer = stack.GetLayer(i);
+                if (!layer->m_visible || layer->m_image.IsNull()) continue;
+                const int64_t lx = int64_t(x) - layer->m_x, ly = int64_t(y) - layer->m_y;
+                if (lx < 0 || ly < 0 || lx >= int64_t(layer->m_image.GetWidth()) ||
+                    ly >= int64_t(layer->m_image.GetHeight()))
+                    continue;
+                const uint32_t a = layer->m_image.GetBuffer(uint32_t(lx), uint32_t(ly))->alpha * layer->m_opacity / 255;
+                cover += a * (255 - cover) / 255;
+            }
+            row[x].alpha = static_cast<uint8_t>(cover);
+        }
+    }
+    out = std::move(picture);
+    return true;
 }
 
 bool BuildSelectionExport(const COLImage& working, const COLChannel& plane, COLImage& out)

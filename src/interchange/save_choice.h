@@ -81,6 +81,12 @@ struct SaveSources {
 long WriteSaveChoice(ESaveChoice choice, const std::string& path, const SaveSources& sources,
                      const ExportOptions& options = {});
 
+// The document as one picture, as the canvas shows it: the colours of the merged layers, and as alpha the
+// coverage: the base's alpha with every visible layer's alpha (times its opacity / 255) laid over it,
+// cover + a x (255 - cover) / 255, truncated. The caller holds the document lock when another thread may change
+// the stack. False when there are no layers or memory runs out.
+bool ComposeForSave(const CLayerStack& stack, COLImage& out);
+
 // The cut-out of selection mode as one picture: the working image's colours with the selection plane's bytes as
 // alpha. Fails (false, out untouched) when there is no working image or the plane's size differs.
 bool BuildSelectionExport(const COLImage& working, const COLChannel& plane, COLImage& out);

@@ -141,10 +141,10 @@ private:
     void OnExportLayer();
     void OnAbout();
     void OnCompanion();
+    void OnPrint();
     void OnOpenLayer();
-    // The composite or a picture in the format of the name's extension; a name without a known one gets the
-    // button's extension. False after the message.
-    bool ExportComposite(const std::string& path, const char* extension);
+    // A picture in the format of the name's extension; a name without a known one gets the given extension.
+    // False after the message.
     bool ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension);
 
     CAppGlobals& m_app;

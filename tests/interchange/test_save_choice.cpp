@@ -4,6 +4,7 @@
 #include <set>
 #include <sys/resource.h>
 
+#include "document/compositor.h"
 #include "document/layer.h"
 #include "document/layer_stack.h"
 #include "imaging/channel.h"
@@ -222,6 +223,44 @@ TEST_F(SaveChoiceTest, AFailedWriteKeepsTheOlderFile)
         EXPECT_TRUE(name == "plain" || (name.rfind("keep.", 0) == 0 && name.find('.', 5) == std::string::npos))
             << name;
     }
+}
+
+} // namespace
+
+namespace {
+
+// The saved composite is see-through where the canvas shows the checkerboard: the base's alpha with each visible
+// layer laid over it at its opacity; hidden layers and what lies outside a layer do not cover.
+TEST(SaveChoice, TheCompositeCarriesTheDocumentsCoverage)
+{
+    CLayerStack stack;
+    stack.SetSize(9, 6);
+    CLayer* base = stack.AddLayer(-1, 0);
+    CLayer* top = stack.AddLayer(0, 0);
+    CLayer* hidden = stack.AddLayer(1, 0);
+    ASSERT_TRUE(base && top && hidden);
+    vmtest::FillNoise(base->m_image, 9, 6, 1);
+    vmtest::FillNoise(top->m_image, 4, 3, 2);
+    top->m_x = 6; // hangs over the right edge
+    top->m_y = 2;
+    top->m_opacity = 170;
+    vmtest::FillNoise(hidden->m_image, 9, 6, 3);
+    hidden->m_visible = false;
+    COLImage out, colours;
+    ASSERT_TRUE(ComposeForSave(stack, out));
+    ASSERT_EQ(MergeLayers(&stack, &colours, 0), 1);
+    for (uint32_t y = 0; y < 6; ++y)
+        for (uint32_t x = 0; x < 9; ++x) {
+            int cover = base->m_image.GetBuffer(x, y)->alpha;
+            if (x >= 6 && y >= 2 && y < 5) {
+                const int a = top->m_image.GetBuffer(x - 6, y - 2)->alpha * 170 / 255;
+                cover = cover + a * (255 - cover) / 255;
+            }
+            const CPixel got = *out.GetBuffer(x, y), colour = *colours.GetBuffer(x, y);
+            EXPECT_EQ(got.alpha, cover) << x << "," << y;
+            EXPECT_EQ(got.Word() & 0xFFFFFF, colour.Word() & 0xFFFFFF);
+        }
+    EXPECT_FALSE(ComposeForSave(CLayerStack(), out));
 }
 
 } // namespace
