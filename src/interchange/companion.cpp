@@ -34,8 +34,8 @@ bool ApplyCompanionEdit(CLayer& layer, const COLImage& edited, const COLChannel*
                 continue;
             }
             const int64_t dx = int64_t(layer.m_x) + x;
-            const int m = dx >= 0 && dy >= 0 && dx < maskW && dy < maskH ? mask->GetValue(uint32_t(dx), uint32_t(dy))
-                                                                         : 0;
+            const int m =
+                dx >= 0 && dy >= 0 && dx < maskW && dy < maskH ? mask->GetValue(uint32_t(dx), uint32_t(dy)) : 0;
             if (m == 0) continue;
             row[x].blue = static_cast<uint8_t>((in[x].blue * m + row[x].blue * (255 - m)) / 255);
             row[x].green = static_cast<uint8_t>((in[x].green * m + row[x].green * (255 - m)) / 255);

@@ -22,10 +22,9 @@ bool WriteHostResult(const std::string& path, int mode, const COLImage& working,
     CSafeFileWriter writer;
     if (!writer.Open(path)) return false;
     const uint32_t w = result.GetWidth(), h = result.GetHeight();
-    const uint8_t header[8] = {uint8_t(w),       uint8_t(w >> 8), uint8_t(w >> 16), uint8_t(w >> 24),
-                               uint8_t(h),       uint8_t(h >> 8), uint8_t(h >> 16), uint8_t(h >> 24)};
-    if (!writer.Write(header, sizeof(header)) ||
-        !writer.Write(result.GetBuffer(), size_t(w) * h * sizeof(CPixel))) {
+    const uint8_t header[8] = {uint8_t(w), uint8_t(w >> 8), uint8_t(w >> 16), uint8_t(w >> 24),
+                               uint8_t(h), uint8_t(h >> 8), uint8_t(h >> 16), uint8_t(h >> 24)};
+    if (!writer.Write(header, sizeof(header)) || !writer.Write(result.GetBuffer(), size_t(w) * h * sizeof(CPixel))) {
         writer.Discard();
         return false;
     }

@@ -13,16 +13,16 @@ class COLImage;
 // window; everything it decides is here, without one, so that it is tested headless.
 
 enum class ESaveChoice {
-    kProject,        // the document as a project, with or without its history
-    kCompositePng,   // the composed picture with its transparency
-    kCompositeJpeg,  // the composed picture, through the JPEG quality dialog
+    kProject,       // the document as a project, with or without its history
+    kCompositePng,  // the composed picture with its transparency
+    kCompositeJpeg, // the composed picture, through the JPEG quality dialog
     kCompositeBmp,
     kCompositeTiff,
     kCompositeTga,
-    kCompositePsd,   // the composed picture as a one-layer Photoshop document, pixels exact
-    kLayeredPsd,     // every layer as a Photoshop layer
-    kLayerPng,       // the current layer (or the cut-out of selection mode) with its transparency
-    kLayerPsd,       // the same as a one-layer Photoshop document
+    kCompositePsd, // the composed picture as a one-layer Photoshop document, pixels exact
+    kLayeredPsd,   // every layer as a Photoshop layer
+    kLayerPng,     // the current layer (or the cut-out of selection mode) with its transparency
+    kLayerPsd,     // the same as a one-layer Photoshop document
 };
 
 // Who writes the file.

@@ -79,8 +79,7 @@ ECompanionOutcome RunCompanionRoundTrip(CAppGlobals& app, const std::string& pro
     removeFiles();
     if (!loaded) return ECompanionOutcome::kNoResult;
     CLayer* layer = doc.GetCurrentLayer();
-    if (!layer || edited.GetWidth() != layer->m_image.GetWidth() ||
-        edited.GetHeight() != layer->m_image.GetHeight()) {
+    if (!layer || edited.GetWidth() != layer->m_image.GetWidth() || edited.GetHeight() != layer->m_image.GetHeight()) {
         Tell(services, "olwarning");
         return ECompanionOutcome::kSizeChanged;
     }

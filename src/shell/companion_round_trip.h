@@ -7,11 +7,11 @@ class IUiServices;
 class QWidget;
 
 enum class ECompanionOutcome {
-    kApplied,      // the editor's colours are in the current layer, with a history step "Ombra Lens"
-    kNoResult,     // the editor left no picture: nothing changed
-    kSizeChanged,  // the editor changed the size: its work was dropped ("olwarning")
-    kWriteFailed,  // the exchange file could not be written ("saveerr"); nothing started
-    kStartFailed,  // the program could not be started ("olfailed")
+    kApplied,     // the editor's colours are in the current layer, with a history step "Ombra Lens"
+    kNoResult,    // the editor left no picture: nothing changed
+    kSizeChanged, // the editor changed the size: its work was dropped ("olwarning")
+    kWriteFailed, // the exchange file could not be written ("saveerr"); nothing started
+    kStartFailed, // the program could not be started ("olfailed")
     kNothingToEdit,
 };
 

@@ -76,8 +76,9 @@ CJpegDlg::CJpegDlg(QWidget* parent, const COLImage& picture, CProcessThread* wor
     });
     connect(m_pSlider, &QSlider::sliderReleased, this, &CJpegDlg::RequestUpdate);
     connect(m_pSlider, &QSlider::actionTriggered, this, [this](int action) {
-        if (action != QAbstractSlider::SliderMove) QMetaObject::invokeMethod(this, [this] { RequestUpdate(); },
-                                                                               Qt::QueuedConnection);
+        if (action != QAbstractSlider::SliderMove)
+            QMetaObject::invokeMethod(
+                this, [this] { RequestUpdate(); }, Qt::QueuedConnection);
     });
     connect(m_pSpin, &QSpinBox::valueChanged, this, [this](int v) {
         if (m_pSlider->value() != v) m_pSlider->setValue(v);
@@ -147,7 +148,8 @@ void CJpegDlg::StartRun()
         m_pWorker->StartImageProcess(this, m_pProcess.get(), &m_params, 0, 0, 100, 1);
     } else {
         const long result = m_pProcess->Process(&m_params);
-        QMetaObject::invokeMethod(this, [this, result] { OnRunDone(result); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this, result] { OnRunDone(result); }, Qt::QueuedConnection);
     }
 }
 

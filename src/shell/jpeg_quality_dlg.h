@@ -29,9 +29,9 @@ public:
     CJpegDlg(QWidget* parent, const COLImage& picture, CProcessThread* worker);
     ~CJpegDlg() override;
 
-    int Quality() const;          // 1..100 (0 counts as 1)
+    int Quality() const; // 1..100 (0 counts as 1)
     bool HighColour() const;
-    int WriterQuality() const;    // what the JPEG writer takes: Quality(), plus 100 with high-quality colour
+    int WriterQuality() const; // what the JPEG writer takes: Quality(), plus 100 with high-quality colour
     // The last measured size in bytes, 0 until the first run ends; and whether a run is under way.
     size_t CompressedSize() const { return m_shownSize; }
     bool IsMeasuring() const { return m_running || m_pending; }

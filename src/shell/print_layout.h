@@ -4,9 +4,9 @@
 // are in inches, the printable area's position relative to the page's corner; device pixels are truncated.
 
 struct PrintPage {
-    double areaLeft = 0, areaTop = 0;    // the printable area on the page
+    double areaLeft = 0, areaTop = 0; // the printable area on the page
     double areaWidth = 0, areaHeight = 0;
-    int dpiX = 300, dpiY = 300;          // the device's resolution
+    int dpiX = 300, dpiY = 300; // the device's resolution
 };
 
 enum class EPrintAlign { kStart = 0, kCentre = 1, kEnd = 2 }; // left or top, centre, right or bottom

@@ -27,8 +27,8 @@ ESaveOutcome CSavePaths::Save(ESaveChoice choice, const std::string& path, bool 
 
     CComposeDocument& doc = m_app.Document();
     auto fail = [this, &info] {
-        m_services.MessageBox(QString::fromStdString(GetString(info.failureKey)), EMsgButtons::kOk,
-                              EMsgIcon::kWarning, QString());
+        m_services.MessageBox(QString::fromStdString(GetString(info.failureKey)), EMsgButtons::kOk, EMsgIcon::kWarning,
+                              QString());
         return ESaveOutcome::kFailed;
     };
     SaveSources sources;

@@ -2,12 +2,12 @@
 #include <gtest/gtest.h>
 
 #include "document/layer.h"
+#include "document/layer_stack.h"
 #include "imaging/channel.h"
 #include "imaging/image.h"
 #include "interchange/companion.h"
 #include "interchange/host_result.h"
 #include "interchange/psd_reader.h"
-#include "document/layer_stack.h"
 #include "support/test_support.h"
 
 namespace {
@@ -45,7 +45,7 @@ TEST(Companion, EditsComeBackOnlyWhereSelected)
 
     COLChannel mask;
     vmtest::FillNoise(mask, 7, 3, 4); // the document is 7 x 3
-    mask.GetBuffer(4, 0)[0] = 0; // layer pixel (1, 1): stays
+    mask.GetBuffer(4, 0)[0] = 0;      // layer pixel (1, 1): stays
     // layer pixel (2, 1): the edit whole
     mask.GetBuffer(5, 0)[0] = 255;
     ASSERT_TRUE(ApplyCompanionEdit(layer, edited, &mask));

@@ -27,24 +27,24 @@ struct Expected {
 };
 
 const Expected kExpected[] = {
-    {ESaveChoice::kCompositePng, ESaveWriter::kExportTable, ESaveSource::kComposite, "png",
-     "PNG File(*.png)|*.png||", kFilePng},
-    {ESaveChoice::kCompositeJpeg, ESaveWriter::kExportTable, ESaveSource::kComposite, "jpg",
-     "Jpeg File(*.jpg)|*.jpg||", kFileJpeg},
+    {ESaveChoice::kCompositePng, ESaveWriter::kExportTable, ESaveSource::kComposite, "png", "PNG File(*.png)|*.png||",
+     kFilePng},
+    {ESaveChoice::kCompositeJpeg, ESaveWriter::kExportTable, ESaveSource::kComposite, "jpg", "Jpeg File(*.jpg)|*.jpg||",
+     kFileJpeg},
     {ESaveChoice::kCompositeBmp, ESaveWriter::kExportTable, ESaveSource::kComposite, "bmp",
      "Bitmap File(*.bmp)|*.bmp||", kFileBmp},
-    {ESaveChoice::kCompositeTiff, ESaveWriter::kExportTable, ESaveSource::kComposite, "tif",
-     "Tiff File(*.tif)|*.tif||", kFileTiff},
-    {ESaveChoice::kCompositeTga, ESaveWriter::kExportTable, ESaveSource::kComposite, "tga",
-     "TGA File(*.tga)|*.tga||", kFileTga},
-    {ESaveChoice::kCompositePsd, ESaveWriter::kPsdOneLayer, ESaveSource::kComposite, "psd",
-     "PNG File(*.psd)|*.psd||", kFilePsd},
+    {ESaveChoice::kCompositeTiff, ESaveWriter::kExportTable, ESaveSource::kComposite, "tif", "Tiff File(*.tif)|*.tif||",
+     kFileTiff},
+    {ESaveChoice::kCompositeTga, ESaveWriter::kExportTable, ESaveSource::kComposite, "tga", "TGA File(*.tga)|*.tga||",
+     kFileTga},
+    {ESaveChoice::kCompositePsd, ESaveWriter::kPsdOneLayer, ESaveSource::kComposite, "psd", "PNG File(*.psd)|*.psd||",
+     kFilePsd},
     {ESaveChoice::kLayeredPsd, ESaveWriter::kPsdLayered, ESaveSource::kDocument, "psd", "PNG File(*.psd)|*.psd||",
      kFilePsd},
-    {ESaveChoice::kLayerPng, ESaveWriter::kExportTable, ESaveSource::kLayerPicture, "png",
-     "PNG File(*.png)|*.png||", kFilePng},
-    {ESaveChoice::kLayerPsd, ESaveWriter::kPsdOneLayer, ESaveSource::kLayerPicture, "psd",
-     "PNG File(*.psd)|*.psd||", kFilePsd},
+    {ESaveChoice::kLayerPng, ESaveWriter::kExportTable, ESaveSource::kLayerPicture, "png", "PNG File(*.png)|*.png||",
+     kFilePng},
+    {ESaveChoice::kLayerPsd, ESaveWriter::kPsdOneLayer, ESaveSource::kLayerPicture, "psd", "PNG File(*.psd)|*.psd||",
+     kFilePsd},
 };
 
 // Two layers: a noisy opaque base and a smaller, half-transparent layer at an offset.
@@ -220,8 +220,7 @@ TEST_F(SaveChoiceTest, AFailedWriteKeepsTheOlderFile)
     // No temporary is left behind ("keep.png.Ab12Cd" would be one).
     for (const auto& entry : std::filesystem::directory_iterator(m_dir.Path())) {
         const std::string name = entry.path().filename().string();
-        EXPECT_TRUE(name == "plain" || (name.rfind("keep.", 0) == 0 && name.find('.', 5) == std::string::npos))
-            << name;
+        EXPECT_TRUE(name == "plain" || (name.rfind("keep.", 0) == 0 && name.find('.', 5) == std::string::npos)) << name;
     }
 }
 

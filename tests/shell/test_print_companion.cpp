@@ -154,8 +154,8 @@ protected:
         ASSERT_EQ(COLImageCodec().SaveFile(m_dir.File("edited.bmp").c_str(), &edited), 1);
         const std::string script = m_dir.File("editor.sh");
         const std::string body = "#!/bin/sh\n[ \"$1\" = -i ] || exit 2\nhead -c 4 \"$2\" | grep -q VMPD || exit 3\n"
-                                 "echo \"$2\" > '" + m_dir.File("seen.txt") + "'\ncp '" + m_dir.File("edited.bmp") +
-                                 "' \"$2.bmp\"\n";
+                                 "echo \"$2\" > '" +
+                                 m_dir.File("seen.txt") + "'\ncp '" + m_dir.File("edited.bmp") + "' \"$2.bmp\"\n";
         WriteAll(script, std::vector<uint8_t>(body.begin(), body.end()));
         std::filesystem::permissions(script, std::filesystem::perms::owner_all);
         m_app.m_companionExe = script;
