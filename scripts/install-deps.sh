@@ -2,6 +2,7 @@
 # Installs what Velmorando needs from Debian's packages, and nothing when all is there.
 # --bench also installs OpenCV, which only the benchmarks use as a baseline to compare with.
 # --fuzz also installs clang and its runtime (libFuzzer and the sanitizers) for `make fuzz`.
+# poppler-utils (pdftoppm, pdfinfo) lets the printing test look at the page it printed to a PDF.
 set -euo pipefail
 
 PACKAGES=(
@@ -11,6 +12,7 @@ PACKAGES=(
   libeigen3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   fonts-wqy-zenhei xvfb xauth xdotool imagemagick
+  poppler-utils
 )
 
 for arg in "$@"; do

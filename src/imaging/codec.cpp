@@ -232,3 +232,20 @@ int COLImageCodec::CreateThumbnail(const char* path, COLImage* image, int maxSid
     *image = std::move(framed);
     return 1;
 }
+
+int EncodeJpegToMemory(const COLImage& image, int quality, int dpi, std::vector<uint8_t>& out,
+                       const std::function<bool()>* cancel)
+{
+    if (image.IsNull()) return 0;
+    const bool fullChroma = quality > 100;
+    if (fullChroma) quality -= 100;
+    return Guarded([&] { return codec::EncodeJpeg(image, quality, fullChroma, dpi, out, cancel); }) ? 1 : 0;
+}
+
+int DecodeJpegFromMemory(const uint8_t* data, size_t size, COLImage& image)
+{
+    if (!data) return 0;
+    if (Guarded([&] { return codec::LoadJpeg(data, size, image); })) return 1;
+    image.Free();
+    return 0;
+}

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <vector>
 
 #include "imaging/image.h"
 #include "imaging/pixel.h"
@@ -80,3 +82,11 @@ public:
     // formats that have no signature. A file that cannot be read or recognised gives kFileUnusable.
     static uint32_t GetFileType(const char* path);
 };
+
+// The bytes of the JPEG file SaveJpegFile(quality, dpi) would write, in memory: for measuring a quality's file
+// size without touching the disk. cancel (may be null) is asked every 16 rows and stops the encoding when it
+// answers true. 1, or 0 on failure or cancel (out is then unspecified).
+int EncodeJpegToMemory(const COLImage& image, int quality, int dpi, std::vector<uint8_t>& out,
+                       const std::function<bool()>* cancel = nullptr);
+// Reads a JPEG file's bytes; 1, or 0 with the image empty.
+int DecodeJpegFromMemory(const uint8_t* data, size_t size, COLImage& image);

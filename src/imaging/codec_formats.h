@@ -5,7 +5,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "imaging/image.h"
 #include "imaging/result.h"
@@ -64,6 +66,9 @@ bool IsTgaFooter(const uint8_t* data, size_t size);
 // RGBA or RGB, Paeth-filtered, run-length compressed in bands on all cores.
 bool SavePng(const char* path, const COLImage& image, bool alpha);
 bool SaveJpeg(const char* path, const COLImage& image, int quality, bool fullChroma, int dpi);
+// The bytes SaveJpeg would write, in memory. cancel (may be null) is asked every 16 rows; true stops (false).
+bool EncodeJpeg(const COLImage& image, int quality, bool fullChroma, int dpi, std::vector<uint8_t>& out,
+                const std::function<bool()>* cancel);
 bool SaveBmp(const char* path, const COLImage& image);
 bool SaveTga(const char* path, const COLImage& image);
 bool SaveTiff(const char* path, const COLImage& image);

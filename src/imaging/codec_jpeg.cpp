@@ -1,6 +1,8 @@
 #include <csetjmp>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <jerror.h>
 #include <jpeglib.h>
 #include <vector>
@@ -108,11 +110,17 @@ bool DecodeRows(jpeg_decompress_struct& c, ErrorState& err, const uint8_t* data,
     return true;
 }
 
-bool EncodeRows(jpeg_compress_struct& c, ErrorState& err, FILE* out, const COLImage& image, int quality,
-                bool fullChroma, int dpi)
+// Writes to the stream out, or with out null into a buffer of libjpeg's (*memory, *memorySize; the caller frees
+// it). cancel (may be null) is asked between rows; a true answer abandons the encoding.
+bool EncodeRows(jpeg_compress_struct& c, ErrorState& err, FILE* out, unsigned char** memory,
+                unsigned long* memorySize, const COLImage& image, int quality, bool fullChroma, int dpi,
+                const std::function<bool()>* cancel)
 {
     if (setjmp(err.jump)) return false;
-    jpeg_stdio_dest(&c, out);
+    if (out)
+        jpeg_stdio_dest(&c, out);
+    else
+        jpeg_mem_dest(&c, memory, memorySize);
     c.image_width = image.GetWidth();
     c.image_height = image.GetHeight();
     c.input_components = 4;
@@ -129,6 +137,10 @@ bool EncodeRows(jpeg_compress_struct& c, ErrorState& err, FILE* out, const COLIm
     c.Y_density = static_cast<UINT16>(dpi);
     jpeg_start_compress(&c, TRUE);
     while (c.next_scanline < c.image_height) {
+        if (cancel && (c.next_scanline & 15) == 0 && (*cancel)()) {
+            jpeg_abort_compress(&c);
+            return false;
+        }
         JSAMPROW row = reinterpret_cast<JSAMPROW>(image.GetBuffer(0, c.next_scanline));
         jpeg_write_scanlines(&c, &row, 1);
     }
@@ -251,10 +263,37 @@ bool SaveJpeg(const char* path, const COLImage& image, int quality, bool fullChr
     InitErrors(err);
     c.err = &err.mgr;
     jpeg_create_compress(&c);
-    const bool ok = EncodeRows(c, err, writer.Stream(), image, quality, fullChroma, dpi);
+    const bool ok = EncodeRows(c, err, writer.Stream(), nullptr, nullptr, image, quality, fullChroma, dpi, nullptr);
     jpeg_destroy_compress(&c);
     if (!ok || std::ferror(writer.Stream())) return false;
     return writer.Commit();
+}
+
+bool EncodeJpeg(const COLImage& image, int quality, bool fullChroma, int dpi, std::vector<uint8_t>& out,
+                const std::function<bool()>* cancel)
+{
+    if (image.IsNull() || !SidesOk(image.GetWidth(), image.GetHeight())) return false;
+    quality = quality < 1 ? 1 : quality > 100 ? 100 : quality;
+    if (dpi < 1 || dpi > 65535) dpi = 72;
+    jpeg_compress_struct c;
+    ErrorState err;
+    InitErrors(err);
+    c.err = &err.mgr;
+    jpeg_create_compress(&c);
+    unsigned char* memory = nullptr;
+    unsigned long memorySize = 0;
+    const bool ok = EncodeRows(c, err, nullptr, &memory, &memorySize, image, quality, fullChroma, dpi, cancel);
+    jpeg_destroy_compress(&c);
+    bool kept = false;
+    if (ok && memory) {
+        try {
+            out.assign(memory, memory + memorySize);
+            kept = true;
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    std::free(memory);
+    return kept;
 }
 
 } // namespace codec

@@ -28,11 +28,38 @@ std::vector<FileFilterEntry> ParseFileFilter(const std::string& filter)
     return entries;
 }
 
+namespace {
+
+// True when the name already ends with its patterns in parentheses, as "PNG File(*.png)" does: the toolkit reads
+// the patterns from there, and writing them again would show them twice.
+bool NameShowsPatterns(const FileFilterEntry& e)
+{
+    const std::string& n = e.name;
+    const size_t open = n.rfind('(');
+    if (n.empty() || n.back() != ')' || open == std::string::npos || e.patterns.empty()) return false;
+    std::vector<std::string> shown;
+    const std::string inside = n.substr(open + 1, n.size() - open - 2);
+    size_t p = 0;
+    while (p <= inside.size()) {
+        size_t end = inside.find_first_of("; ", p);
+        if (end == std::string::npos) end = inside.size();
+        if (end > p) shown.push_back(inside.substr(p, end - p));
+        p = end + 1;
+    }
+    return shown == e.patterns;
+}
+
+} // namespace
+
 std::string ToDialogFilter(const std::string& filter)
 {
     std::string out;
     for (const FileFilterEntry& e : ParseFileFilter(filter)) {
         if (!out.empty()) out += ";;";
+        if (NameShowsPatterns(e)) {
+            out += e.name;
+            continue;
+        }
         out += e.name + " (";
         for (size_t i = 0; i < e.patterns.size(); ++i)
             out += (i ? " " : "") + e.patterns[i];

@@ -32,6 +32,9 @@
 #include "shell/panels.h"
 #include "shell/ruler.h"
 #include "shell/save_dlg.h"
+#include "shell/save_paths.h"
+#include "shell/companion_round_trip.h"
+#include "shell/print_support.h"
 #include "shell/settings_dlg.h"
 #include "shell/skin.h"
 #include "shell/smart_inpaint_dlg.h"
@@ -50,7 +53,6 @@ QString Text(const char* key)
 bool IsBuilt(int id)
 {
     switch (id) {
-    case cmd::kPrint:
     case cmd::kCut:
     case cmd::kCopy:
     case cmd::kPaste:
@@ -66,13 +68,6 @@ bool IsBuilt(int id)
 bool IsDocCommand(const std::string& text)
 {
     return text.size() >= 3 && strncasecmp(text.c_str(), "Doc", 3) == 0;
-}
-
-QImage ComposeForExport(CComposeDocument& doc, COLImage& out)
-{
-    CStackLock lock(doc);
-    if (!MergeLayers(&doc, &out, 0)) return {};
-    return ToQImage(out, true);
 }
 
 } // namespace
@@ -307,8 +302,6 @@ bool CMainFrame::IsCommandAvailable(int id)
 bool CMainFrame::IsAvailableIn(int id, const FrameState& state) const
 {
     if (!IsBuilt(id)) return false;
-    // The round trip through the companion editor is not built; only its "not installed" answer is.
-    if (id == cmd::kCompanion && !m_app.m_companionExe.empty()) return false;
     return IsCommandEnabled(id, state);
 }
 
@@ -549,6 +542,9 @@ void CMainFrame::OnCommand(int id)
     case cmd::kSave:
         OnSave();
         break;
+    case cmd::kPrint:
+        OnPrint();
+        break;
     case cmd::kClose:
         OnClose();
         break;
@@ -746,22 +742,12 @@ void CMainFrame::OnSave()
                       });
         return;
     }
-    CSaveDlg dialog(this, *m_pServices, doc.GetCurrentIndex() > 0);
+    CSavePaths paths(this, m_app, m_session, *m_pServices);
+    CSaveDlg dialog(this, *m_pServices, doc.GetCurrentIndex(), false,
+                    [&paths](ESaveChoice choice, const std::string& path, bool withHistory) {
+                        return paths.Save(choice, path, withHistory);
+                    });
     dialog.exec();
-    switch (dialog.What()) {
-    case CSaveDlg::EWhat::kNothing:
-        break;
-    case CSaveDlg::EWhat::kProject:
-        m_session.SaveProject(dialog.Path(), dialog.WithHistory());
-        break;
-    case CSaveDlg::EWhat::kComposite:
-        ExportComposite(dialog.Path(), dialog.Extension());
-        break;
-    case CSaveDlg::EWhat::kLayer:
-        if (const CLayer* layer = doc.GetCurrentLayer(); layer && !layer->m_image.IsNull())
-            ExportPictureTo(dialog.Path(), layer->m_image, dialog.Extension());
-        break;
-    }
     UpdateTitle();
 }
 
@@ -777,16 +763,6 @@ bool CMainFrame::ExportPictureTo(const std::string& path, const COLImage& pictur
         return false;
     }
     return true;
-}
-
-bool CMainFrame::ExportComposite(const std::string& path, const char* extension)
-{
-    COLImage composite;
-    if (ComposeForExport(m_app.Document(), composite).isNull()) {
-        ShowMessage("except");
-        return false;
-    }
-    return ExportPictureTo(path, composite, extension);
 }
 
 void CMainFrame::OnExportLayer()
@@ -838,10 +814,29 @@ void CMainFrame::OnAbout()
 
 void CMainFrame::OnCompanion()
 {
-    if (!m_app.m_companionExe.empty()) return;
-    if (m_pServices->MessageBox(Text("olnotfound"), EMsgButtons::kYesNo, EMsgIcon::kQuestion, QString()) ==
-        EMsgResult::kYes)
-        m_pServices->OpenAddress(Text("oldwonload"));
+    // Without the editor the answer is where to get it; the round trip is not tried (it could only fail).
+    if (m_app.m_companionExe.empty()) {
+        if (m_pServices->MessageBox(Text("olnotfound"), EMsgButtons::kYesNo, EMsgIcon::kQuestion, QString()) ==
+            EMsgResult::kYes)
+            m_pServices->OpenAddress(Text("oldwonload"));
+        return;
+    }
+    CancelTool();
+    RunCompanionRoundTrip(m_app, m_app.m_companionExe, this, *m_pServices);
+    m_pView->Refresh();
+    UpdatePanels();
+}
+
+void CMainFrame::OnPrint()
+{
+    COLImage composite;
+    {
+        CStackLock lock(m_app.Document());
+        if (!MergeLayers(&m_app.Document(), &composite, 0)) return;
+    }
+    QString error;
+    if (!RunPrint(this, composite, error))
+        m_pServices->MessageBox(error, EMsgButtons::kOk, EMsgIcon::kWarning, QString());
 }
 
 // ---- Window events ------------------------------------------------------------------------------------------

@@ -145,6 +145,7 @@ private:
     void OnExportLayer();
     void OnAbout();
     void OnCompanion();
+    void OnPrint();
     void OnOpenLayer();
     // The selection modifiers, stroke and the deflate to segments (selection_actions.cpp).
     void OnExpand(bool expand);
@@ -153,9 +154,8 @@ private:
     void OnSegmentDeflate();
     // Selection mode's "feather and shrink" item, added to the first menu of that mode.
     void OnSelectionFeather();
-    // The composite or a picture in the format of the name's extension; a name without a known one gets the
-    // button's extension. False after the message.
-    bool ExportComposite(const std::string& path, const char* extension);
+    // A picture in the format of the name's extension; a name without a known one gets the given extension.
+    // False after the message.
     bool ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension);
 
     CAppGlobals& m_app;

@@ -290,7 +290,14 @@ TEST(MenuRules, CommandTextsCarryTheLayer)
 
 TEST(FileFilters, TableFiltersBecomeDialogFilters)
 {
-    EXPECT_EQ(ToDialogFilter("工程文件格式(*.vmpd)|*.vmpd||"), "工程文件格式(*.vmpd) (*.vmpd)");
+    // A name that already shows its patterns is written once, not "PNG File(*.png) (*.png)".
+    EXPECT_EQ(ToDialogFilter("工程文件格式(*.vmpd)|*.vmpd||"), "工程文件格式(*.vmpd)");
+    EXPECT_EQ(ToDialogFilter("PNG File(*.png)|*.png||"), "PNG File(*.png)");
+    EXPECT_EQ(ToDialogFilter("PNG File(*.psd)|*.psd||"), "PNG File(*.psd)");
+    EXPECT_EQ(ToDialogFilter("Pictures (*.png *.jpg)|*.png;*.jpg||"), "Pictures (*.png *.jpg)");
+    // Parentheses that say something else keep the patterns beside them.
+    EXPECT_EQ(ToDialogFilter("PNG (alpha)|*.png||"), "PNG (alpha) (*.png)");
+    EXPECT_EQ(ToDialogFilter("Old(*.bmp)|*.bmp;*.dib||"), "Old(*.bmp) (*.bmp *.dib)");
     EXPECT_EQ(ToDialogFilter("所有支持格式|*.bmp;*.jpg;*.tga;||"), "所有支持格式 (*.bmp *.jpg *.tga)");
     EXPECT_EQ(ToDialogFilter("A|*.a|B|*.b;*.c||"), "A (*.a);;B (*.b *.c)");
     EXPECT_EQ(DefaultExtension("工程文件格式(*.vmpd)|*.vmpd||"), "vmpd");

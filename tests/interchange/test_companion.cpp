@@ -1,0 +1,101 @@
+#include <filesystem>
+#include <gtest/gtest.h>
+
+#include "document/layer.h"
+#include "document/layer_stack.h"
+#include "imaging/channel.h"
+#include "imaging/image.h"
+#include "interchange/companion.h"
+#include "interchange/host_result.h"
+#include "interchange/psd_reader.h"
+#include "support/test_support.h"
+
+namespace {
+
+TEST(Companion, ExchangeNameHasTheSecond)
+{
+    std::tm when{};
+    when.tm_year = 2026 - 1900;
+    when.tm_mon = 0;
+    when.tm_mday = 9;
+    when.tm_hour = 7;
+    when.tm_min = 5;
+    when.tm_sec = 3;
+    EXPECT_EQ(CompanionExchangePath("/tmp/", when), "/tmp/V20260109070503.vmh");
+    EXPECT_EQ(CompanionResultPath("/tmp/V20260109070503.vmh"), "/tmp/V20260109070503.vmh.bmp");
+}
+
+// The editor's colours replace the layer's; alpha stays; with a selection only where it is, softly, by the mask
+// byte at the document position (the layer sits at an offset, and hangs over the mask's edge).
+TEST(Companion, EditsComeBackOnlyWhereSelected)
+{
+    CLayer layer;
+    vmtest::FillNoise(layer.m_image, 6, 4, 1);
+    layer.m_x = 3;
+    layer.m_y = -1;
+    COLImage edited, other;
+    vmtest::FillNoise(edited, 6, 4, 2);
+    COLImage before;
+    before.DuplicateFrom(&layer.m_image);
+
+    vmtest::FillNoise(other, 6, 5, 3);
+    EXPECT_FALSE(ApplyCompanionEdit(layer, other, nullptr)); // another size: dropped
+    for (size_t i = 0; i < before.GetPixelCount(); ++i)
+        ASSERT_EQ(layer.m_image.GetBuffer()[i].Word(), before.GetBuffer()[i].Word());
+
+    COLChannel mask;
+    vmtest::FillNoise(mask, 7, 3, 4); // the document is 7 x 3
+    mask.GetBuffer(4, 0)[0] = 0;      // layer pixel (1, 1): stays
+    // layer pixel (2, 1): the edit whole
+    mask.GetBuffer(5, 0)[0] = 255;
+    ASSERT_TRUE(ApplyCompanionEdit(layer, edited, &mask));
+    for (uint32_t y = 0; y < 4; ++y)
+        for (uint32_t x = 0; x < 6; ++x) {
+            const int dx = 3 + int(x), dy = -1 + int(y);
+            const int m = dx < 7 && dy >= 0 && dy < 3 ? mask.GetValue(dx, dy) : 0;
+            const CPixel o = before.GetBuffer(x, y)[0], e = edited.GetBuffer(x, y)[0];
+            const CPixel got = layer.m_image.GetBuffer(x, y)[0];
+            EXPECT_EQ(got.alpha, o.alpha);
+            EXPECT_EQ(got.red, (e.red * m + o.red * (255 - m)) / 255) << x << "," << y;
+            EXPECT_EQ(got.green, (e.green * m + o.green * (255 - m)) / 255);
+            EXPECT_EQ(got.blue, (e.blue * m + o.blue * (255 - m)) / 255);
+        }
+}
+
+TEST(HostResult, RawAndPsdForms)
+{
+    vmtest::TempDir dir;
+    COLImage working;
+    COLChannel plane;
+    vmtest::FillNoise(working, 5, 3, 1);
+    vmtest::FillNoise(plane, 5, 3, 2);
+    const std::string raw = dir.File("result.raw");
+    ASSERT_TRUE(WriteHostResult(raw, 0, working, plane));
+    const std::vector<uint8_t> bytes = vmtest::ReadAll(raw);
+    ASSERT_EQ(bytes.size(), 8u + 5 * 3 * 4);
+    EXPECT_EQ(std::vector<uint8_t>(bytes.begin(), bytes.begin() + 8), (std::vector<uint8_t>{5, 0, 0, 0, 3, 0, 0, 0}));
+    for (size_t i = 0; i < 15; ++i) {
+        const CPixel p = working.GetBuffer()[i];
+        EXPECT_EQ(bytes[8 + 4 * i], p.blue);
+        EXPECT_EQ(bytes[8 + 4 * i + 1], p.green);
+        EXPECT_EQ(bytes[8 + 4 * i + 2], p.red);
+        EXPECT_EQ(bytes[8 + 4 * i + 3], plane.GetBuffer()[i]);
+    }
+
+    const std::string base = dir.File("result");
+    ASSERT_TRUE(WriteHostResult(base, 3, working, plane));
+    EXPECT_FALSE(std::filesystem::exists(base));
+    CLayerStack stack;
+    CPsdReader reader;
+    ASSERT_EQ(reader.LoadFile((base + ".24bit.psd").c_str(), stack), 1);
+    ASSERT_EQ(stack.GetLayerCount(), 1);
+    EXPECT_EQ(stack.GetLayer(0)->m_image.GetBuffer()[7].alpha, plane.GetBuffer()[7]);
+
+    COLChannel wrong;
+    vmtest::FillNoise(wrong, 4, 3, 2);
+    EXPECT_FALSE(WriteHostResult(dir.File("bad"), 0, working, wrong));
+    EXPECT_FALSE(WriteHostResult(dir.File("no/folder/x"), 0, working, plane));
+    EXPECT_FALSE(std::filesystem::exists(dir.File("bad")));
+}
+
+} // namespace
