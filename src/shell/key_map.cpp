@@ -35,6 +35,7 @@ KeyDecision MapShortcut(int key, bool ctrl, bool shift, bool selectionMode)
         if (selectionMode) {
             if (key == 'S') return {EKeyAction::kSave, {}};
             if (key == vmkey::kReturn || key == vmkey::kEnter) return {EKeyAction::kConfirmReturn, {}};
+            if (key == 'B') return {EKeyAction::kBuildSelection, {}};
             return {};
         }
         switch (key) {

@@ -28,6 +28,7 @@ enum class EKeyAction {
     kClose,
     kCancelTool, // Escape: no current tool
     kConfirmReturn, // selection mode: confirm the cut-out and return to composing
+    kBuildSelection, // selection mode: compute the cut-out from the contours
 };
 
 struct KeyDecision {
@@ -36,8 +37,8 @@ struct KeyDecision {
 };
 
 // The shortcut table. ctrl and shift tell whether either key of the pair is held. In selection mode undo, redo,
-// the zoom keys, save (which asks to return first when there is no result) and Ctrl+Return (confirm and return)
-// act; everything else falls through to the tool.
+// the zoom keys, save (which asks to return first when there is no result), Ctrl+Return (confirm and return)
+// and Ctrl+B (compute the cut-out from the contours) act; everything else falls through to the tool.
 KeyDecision MapShortcut(int key, bool ctrl, bool shift, bool selectionMode);
 
 // The digit of Shift plus a digit key: the digit itself, or the symbol a US keyboard gives for it; -1 otherwise.

@@ -18,6 +18,7 @@
 #include <QToolButton>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <cstdlib>
 #include <strings.h>
 
 #include "document/compositor.h"
@@ -25,6 +26,7 @@
 #include "imaging/codec.h"
 #include "interchange/export.h"
 #include "shell/app_globals.h"
+#include "shell/contour_cutout.h"
 #include "shell/file_filter.h"
 #include "shell/image_view.h"
 #include "shell/key_map.h"
@@ -83,6 +85,7 @@ CMainFrame::CMainFrame(CAppGlobals& app, IUiServices* services)
     }
     m_execute = [this](const std::string& text) { return ExecuteCommand(m_app.CommandContext(), text.c_str()); };
     m_app.CommandContext().host = this;
+    m_refinedEdges = m_app.GetProfileInt("RefinedEdges", 0) != 0;
 
     setWindowTitle(Text("Tittle"));
     setMinimumSize(640, 500);
@@ -106,6 +109,8 @@ CMainFrame::~CMainFrame()
     if (CProcessThread* worker = m_app.Worker()) worker->SetStatusProgress(nullptr);
     if (m_app.CommandContext().host == this) m_app.CommandContext().host = nullptr;
     m_pView->SetSource(nullptr);
+    // The bar outlives this body for a moment (Qt deletes the children later): it must not call back.
+    if (m_pToolBar) m_pToolBar->onBarsChanged = nullptr;
 }
 
 QWidget* CMainFrame::BuildWorkArea()
@@ -140,6 +145,34 @@ void CMainFrame::BuildToolStrip(QWidget* parent)
     m_pCreateSel->setToolTip(Text("createsel"));
     m_pCreateSel->setObjectName(QStringLiteral("createsel"));
     strip->addWidget(m_pCreateSel);
+    // Selection mode's inner-outer method: computing the cut-out is the step after drawing both contours, so its
+    // button stands right under the mode button.
+    m_pBuildSel = new QToolButton(m_pToolStrip);
+    {
+        // The strip is narrow: the label goes on two lines, broken at the space nearest its middle.
+        QString label = Text("buildseltext");
+        int best = -1;
+        for (int i = 0; i < label.size(); ++i)
+            if (label[i] == QLatin1Char(' ') &&
+                (best < 0 || std::abs(i - label.size() / 2) < std::abs(best - label.size() / 2)))
+                best = i;
+        if (best >= 0) label[best] = QLatin1Char('\n');
+        m_pBuildSel->setText(label);
+    }
+    m_pBuildSel->setToolTip(Text("buildseltip"));
+    m_pBuildSel->setStatusTip(Text("buildseltip"));
+    m_pBuildSel->setObjectName(QStringLiteral("buildseltip"));
+    m_pBuildSel->setFixedWidth(60);
+    m_pBuildSel->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    m_pBuildSel->setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
+    {
+        QFont font = m_pBuildSel->font();
+        font.setPointSizeF(font.pointSizeF() * 0.75);
+        m_pBuildSel->setFont(font);
+    }
+    m_pBuildSel->hide();
+    connect(m_pBuildSel, &QToolButton::clicked, this, [this] { OnCommand(cmd::kBuildSelection); });
+    strip->addWidget(m_pBuildSel);
     strip->addLayout(m_pToolLayout, 1);
     // The tools, and the way in and out of selection mode.
     m_pToolBar = new CToolBar(m_app, m_pView, m_pToolStrip);
@@ -147,6 +180,8 @@ void CMainFrame::BuildToolStrip(QWidget* parent)
     m_pToolBar->onStatus = [this](const QString& text) { m_pTip->setText(text); };
     m_pToolBar->onMode = [this](bool selection) { OnSelectionMode(selection); };
     m_pToolBar->onMessage = [this](const char* key) { ShowMessage(key); };
+    // A contour drawn or erased changes whether the cut-out can be built.
+    m_pToolBar->onBarsChanged = [this] { UpdateMenuState(); };
     connect(m_pCreateSel, &QToolButton::clicked, this, [this] { OnCommand(cmd::kConfirmReturn); });
     m_pToolLayout->addWidget(m_pToolBar, 1);
     m_pToolStrip->hide();
@@ -253,7 +288,9 @@ void CMainFrame::BuildMenuBar(const std::vector<MenuDef>& menus)
                 self(subMenu, sub.items, self);
             } else {
                 QAction* a = menu->addAction(QString::fromStdString(MenuItemText(id, lang)));
-                if (id == cmd::kStatusBar || id == cmd::kToolBar || BackgroundModeOf(id) != 0) a->setCheckable(true);
+                if (id == cmd::kStatusBar || id == cmd::kToolBar || id == cmd::kRefinedEdges ||
+                    BackgroundModeOf(id) != 0)
+                    a->setCheckable(true);
                 connect(a, &QAction::triggered, this, [this, id] { OnCommand(id); });
                 m_actions[id] = a;
             }
@@ -290,6 +327,9 @@ FrameState CMainFrame::CurrentState()
         const COLChannel& result = *m_pToolBar->Selection().GetResultMask();
         s.resultExists = !result.IsNull();
         s.resultHasPixels = s.resultExists && !result.IsAllZero();
+        s.inoutMethod = m_pToolBar->Manager().GetMethod() == kMethodInOut;
+        CSelectionDocument& selection = m_pToolBar->Selection();
+        s.contoursDrawn = !selection.GetInnerPlane()->IsAllZero() && !selection.GetOuterPlane()->IsAllZero();
     }
     return s;
 }
@@ -312,6 +352,11 @@ void CMainFrame::UpdateMenuState()
         action->setEnabled(IsAvailableIn(id, state));
     if (QAction* a = Action(cmd::kStatusBar)) a->setChecked(statusBar()->isVisible());
     if (QAction* a = Action(cmd::kToolBar)) a->setChecked(m_pTopBar->isVisible());
+    if (QAction* a = Action(cmd::kRefinedEdges)) a->setChecked(m_refinedEdges);
+    if (m_pBuildSel) {
+        m_pBuildSel->setVisible(state.selectionMode && state.inoutMethod);
+        m_pBuildSel->setEnabled(IsAvailableIn(cmd::kBuildSelection, state));
+    }
     if (m_selectionMenus)
         for (auto& [id, action] : m_actions)
             if (BackgroundModeOf(id) != 0) action->setChecked(BackgroundModeOf(id) == m_pToolBar->Selection().GetDisplayMode());
@@ -517,6 +562,10 @@ bool CMainFrame::HandleShortcut(int key, bool ctrl, bool shift)
     case EKeyAction::kConfirmReturn:
         OnCommand(cmd::kConfirmReturn);
         return true;
+    case EKeyAction::kBuildSelection:
+        // A grey item does nothing from its key either.
+        if (IsCommandAvailable(cmd::kBuildSelection)) OnCommand(cmd::kBuildSelection);
+        return true;
     case EKeyAction::kCommand:
         break;
     }
@@ -609,6 +658,12 @@ void CMainFrame::OnCommand(int id)
         break;
     case cmd::kFeatherShrink:
         OnSelectionFeather();
+        break;
+    case cmd::kBuildSelection:
+        OnBuildSelection();
+        break;
+    case cmd::kRefinedEdges:
+        OnRefinedEdges();
         break;
     case cmd::kTutorialCompose:
     case cmd::kTutorialBlue:

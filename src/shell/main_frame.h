@@ -103,6 +103,9 @@ public:
     // The plug-in mode of a host editor's start.
     void SetHostMode(bool host) { m_hostMode = host; }
     bool IsHostMode() const { return m_hostMode; }
+    // The build button under the mode button (hidden outside inner-outer selection mode).
+    QToolButton* BuildSelectionButton() const { return m_pBuildSel; }
+    bool IsRefinedEdges() const { return m_refinedEdges; }
     // Shortcuts wait while the worker runs a process.
     bool IsWorkerBusy() const;
     // IStatusProgress: the worker's progress, from its thread, shown in the status bar.
@@ -154,6 +157,12 @@ private:
     void OnSegmentDeflate();
     // Selection mode's "feather and shrink" item, added to the first menu of that mode.
     void OnSelectionFeather();
+    // Selection mode's cut-out from the inner and outer contours, by the solver the user chose
+    // (contour_cutout.cpp runs it).
+    void OnBuildSelection();
+    void OnRefinedEdges();
+    // The help panel shows a page of the program's help folder; false when the page is missing.
+    bool ShowHelpPanelPage(const char* file);
     // A picture in the format of the name's extension; a name without a known one gets the given extension.
     // False after the message.
     bool ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension);
@@ -174,6 +183,7 @@ private:
     CRuler* m_pVRuler = nullptr;
     QWidget* m_pRulerCorner = nullptr;
     QToolButton* m_pCreateSel = nullptr;
+    QToolButton* m_pBuildSel = nullptr; // "buildseltip": selection mode, inner-outer method
     CToolBar* m_pToolBar = nullptr;
     QToolBar* m_pTopBar = nullptr;
     QAction* m_pSaveButton = nullptr;
@@ -183,6 +193,7 @@ private:
     bool m_composeMenus = false;
     bool m_selectionMenus = false;
     bool m_hostMode = false;
+    bool m_refinedEdges = false; // the build uses the refined solver (profile "RefinedEdges")
     bool m_messageShown = false;
     std::string m_presetOpenPath;
 };

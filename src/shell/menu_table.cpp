@@ -59,6 +59,9 @@ const MenuItemDef kItems[] = {
     {cmd::kConfirmReturn, "确认返回", "&Confirm and return\tCtrl+Return", nullptr, EMenuArgument::kNone},
     {cmd::kCancelReturn, "取消返回", "C&ancel and return", nullptr, EMenuArgument::kNone},
     {cmd::kFeatherShrink, "羽化和内缩...", "&Feather and shrink...", nullptr, EMenuArgument::kNone},
+    {cmd::kBuildSelection, "根据内外轮廓创建选区\tCtrl+B", "Create the cut-out from the contours\tCtrl+B", nullptr,
+     EMenuArgument::kNone},
+    {cmd::kRefinedEdges, "精细边缘（较慢）", "&Refined edges (slower)", nullptr, EMenuArgument::kNone},
     {cmd::kBackColour, "单色背景", "Plain &colour", nullptr, EMenuArgument::kNone},
     {cmd::kBackChecker, "方格背景", "C&heckerboard", nullptr, EMenuArgument::kNone},
     {cmd::kBackPicture, "图片背景", "&Picture...", nullptr, EMenuArgument::kNone},
@@ -138,7 +141,7 @@ const std::vector<MenuDef>& SelectionMenus()
         {"选择(&S)",
          "&Selection",
          {cmd::kConfirmReturn, cmd::kCancelReturn, kSeparator, cmd::kUndo, cmd::kRedo, kSeparator,
-          cmd::kFeatherShrink}},
+          cmd::kBuildSelection, cmd::kRefinedEdges, kSeparator, cmd::kFeatherShrink}},
         {"背景(&B)",
          "&Background",
          {cmd::kBackChecker, cmd::kBackColour, cmd::kBackPicture, cmd::kBackMask, kSeparator, cmd::kBackOriginal}},
@@ -224,6 +227,11 @@ bool IsCommandEnabled(int id, const FrameState& s)
         return M && I == 0;
     case cmd::kFeatherShrink:
         return s.selectionMode && s.resultHasPixels;
+    case cmd::kBuildSelection:
+        // Both contours drawn and nothing computed yet: a result is edited, not built again.
+        return s.selectionMode && s.inoutMethod && s.contoursDrawn && !s.resultExists;
+    case cmd::kRefinedEdges:
+        return s.selectionMode && s.inoutMethod;
     case cmd::kBackColour:
     case cmd::kBackChecker:
     case cmd::kBackPicture:

@@ -60,6 +60,8 @@ inline constexpr int kAbout = 57664;
 inline constexpr int kConfirmReturn = 32776;
 inline constexpr int kCancelReturn = 32777;
 inline constexpr int kFeatherShrink = 32803;
+inline constexpr int kBuildSelection = 32820;   // also the "buildseltip" button of the tool strip
+inline constexpr int kRefinedEdges = 32821;     // checkable: which solver the build uses
 // Selection mode's backgrounds behind the cut-out (the values of the display mode follow from them).
 inline constexpr int kBackColour = 20499;
 inline constexpr int kBackChecker = 20500;
@@ -82,6 +84,9 @@ struct FrameState {
     // Selection mode: the result mask exists, and has a pixel above 0.
     bool resultExists = false;
     bool resultHasPixels = false;
+    // Selection mode: the inner-outer method, and both contour planes hold a pixel.
+    bool inoutMethod = false;
+    bool contoursDrawn = false;
 };
 
 enum class EMenuArgument { kNone, kCurrent, kCurrentPlusOne };

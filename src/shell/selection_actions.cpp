@@ -3,13 +3,17 @@
 
 #include <QApplication>
 #include <QCursor>
+#include <QFileInfo>
 #include <QMenu>
 #include <QMenuBar>
 #include <QProgressBar>
+#include <QTextBrowser>
+#include <QUrl>
 
 #include "commands/modifier_commands.h"
 #include "matting/segment.h"
 #include "shell/app_globals.h"
+#include "shell/contour_cutout.h"
 #include "shell/main_frame.h"
 #include "shell/selection_dialogs.h"
 #include "shell/tool_bar.h"
@@ -128,4 +132,38 @@ void CMainFrame::OnSelectionFeather()
     BusyCursor busy;
     RunCommand("Doc_SelectFeatherResult('" + std::to_string(record.radius) + "','" + std::to_string(record.keepDetail) +
                "','" + std::to_string(record.shrinkFirst) + "')");
+}
+
+void CMainFrame::OnBuildSelection()
+{
+    if (!IsCommandAvailable(cmd::kBuildSelection)) return;
+    const selmode::ESolver solver = m_refinedEdges ? selmode::ESolver::kRefined : selmode::ESolver::kClassic;
+    switch (selmode::BuildFromContours(this, m_app, *m_pToolBar, solver, this)) {
+    case selmode::EBuildOutcome::kDone:
+        // The first look at a cut-out: how to check it, unless the user turned the page off in the settings.
+        if (m_app.GetProfileInt("Check Result") != 0) ShowHelpPanelPage("checkresult.htm");
+        break;
+    case selmode::EBuildOutcome::kFailed:
+        ShowMessage("buildselfail");
+        break;
+    case selmode::EBuildOutcome::kCancelled:
+    case selmode::EBuildOutcome::kNotReady:
+        break;
+    }
+    m_pProgress->hide();
+    UpdatePanels();
+}
+
+void CMainFrame::OnRefinedEdges()
+{
+    m_refinedEdges = !m_refinedEdges;
+    m_app.SetProfileInt("RefinedEdges", m_refinedEdges ? 1 : 0);
+}
+
+bool CMainFrame::ShowHelpPanelPage(const char* file)
+{
+    const QString path = QString::fromStdString(m_app.GetWorkDir()) + QStringLiteral("help/") + QString::fromUtf8(file);
+    if (!QFileInfo::exists(path)) return false;
+    m_pHelp->setSource(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
+    return true;
 }

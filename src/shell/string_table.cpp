@@ -50,6 +50,9 @@ const TextRow kRows[] = {
     {"modifypolygonseltip", "修改轮廓", "Edit a contour"},
     {"buildseltip", "根据内外轮廓创建选区", "Build the selection from the inner and outer contours"},
     {"buildseltext", "计算抠图", "Compute the cut-out"},
+    {"buildselfail", "无法根据轮廓计算抠图：外轮廓内需要有内轮廓以外的区域，图片也不能太小（约140x140像素以上）。",
+     "The cut-out could not be computed: the outer contour must enclose pixels that the inner one does not, and the "
+     "picture must be about 140 x 140 pixels or larger."},
     {"bkmodecolor", "单色背景", "Plain colour behind the cut-out"},
     {"bkmodeblock", "方格背景", "Checkerboard behind the cut-out"},
     {"bkmodeimage", "图片背景", "A picture behind the cut-out"},

@@ -219,6 +219,12 @@ void CToolBar::ShowOptionPanel(CToolOptions* panel)
     m_pBrushPanel->move(2, Cell(rows * 3).top + 6);
 }
 
+void CToolBar::RedrawBar()
+{
+    update();
+    if (onBarsChanged) onBarsChanged();
+}
+
 void CToolBar::OnModeChanged(bool selectionMode)
 {
     if (onMode) onMode(selectionMode);

@@ -56,11 +56,12 @@ public:
     std::function<void(bool selectionMode)> onMode;    // swap canvas source and menus
     std::function<bool()> onResultWizard;              // bring-back dialog; true on OK
     std::function<void(const char* key)> onMessage;    // message box with the text of a key
+    std::function<void()> onBarsChanged;               // the tools' state changed (a contour drawn, a result made)
 
     // IToolBarHost
     void ShowHelp(const std::string& text) override;
     void ShowOptionPanel(CToolOptions* panel) override;
-    void RedrawBar() override { update(); }
+    void RedrawBar() override;
     void OnModeChanged(bool selectionMode) override;
     bool RunResultWizard() override { return onResultWizard && onResultWizard(); }
 

@@ -146,6 +146,9 @@ TEST(Shortcuts, SelectionModeKeepsHistoryZoomSaveAndReturn)
     EXPECT_EQ(MapShortcut('S', true, false, true).action, EKeyAction::kSave);
     EXPECT_EQ(MapShortcut(vmkey::kReturn, true, false, true).action, EKeyAction::kConfirmReturn);
     EXPECT_EQ(MapShortcut(vmkey::kReturn, true, false, false).action, EKeyAction::kNone);
+    // Ctrl+B computes the cut-out in selection mode only.
+    EXPECT_EQ(MapShortcut('B', true, false, true).action, EKeyAction::kBuildSelection);
+    EXPECT_EQ(MapShortcut('B', true, false, false).action, EKeyAction::kNone);
     for (int key : {int('A'), int('C'), int('D'), int('V'), int('X'), int('O'), int('W'), vmkey::kDelete})
         EXPECT_EQ(MapShortcut(key, true, false, true).action, EKeyAction::kNone) << key;
     EXPECT_EQ(MapShortcut(vmkey::kDelete, false, false, true).action, EKeyAction::kNone);
@@ -264,6 +267,28 @@ TEST(MenuRules, SelectionModeItemsFollowTheResult)
     EXPECT_TRUE(hasConfirm && hasCancel);
     EXPECT_EQ(BackgroundModeOf(cmd::kBackMask), 4);
     EXPECT_EQ(BackgroundModeOf(cmd::kUndo), 0);
+}
+
+TEST(MenuRules, TheCutOutIsBuiltOnceFromBothContoursOfTheInnerOuterMethod)
+{
+    FrameState s;
+    s.layerCount = 1;
+    s.selectionMode = true;
+    s.inoutMethod = true;
+    EXPECT_FALSE(IsCommandEnabled(cmd::kBuildSelection, s)); // a contour is still empty
+    EXPECT_TRUE(IsCommandEnabled(cmd::kRefinedEdges, s));
+    s.contoursDrawn = true;
+    EXPECT_TRUE(IsCommandEnabled(cmd::kBuildSelection, s));
+    FrameState built = s;
+    built.resultExists = true;
+    EXPECT_FALSE(IsCommandEnabled(cmd::kBuildSelection, built));
+    FrameState otherMethod = s;
+    otherMethod.inoutMethod = false;
+    EXPECT_FALSE(IsCommandEnabled(cmd::kBuildSelection, otherMethod));
+    EXPECT_FALSE(IsCommandEnabled(cmd::kRefinedEdges, otherMethod));
+    FrameState compose = s;
+    compose.selectionMode = false;
+    EXPECT_FALSE(IsCommandEnabled(cmd::kBuildSelection, compose));
 }
 
 TEST(MenuRules, CommandTextsCarryTheLayer)

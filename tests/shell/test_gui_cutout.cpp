@@ -1,0 +1,349 @@
+// The cut-out from the inner and outer contours, built from the window: the result must be the engine's, the
+// item and button must follow the enabling rule, undo must take the result away and a failed or cancelled run
+// must change nothing.
+#include <QAction>
+#include <QApplication>
+#include <QTest>
+#include <QTimer>
+#include <QToolButton>
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+
+#include "gui_support.h"
+#include "imaging/codec.h"
+#include "matting/contour_matting.h"
+#include "matting/refined_matte.h"
+#include "shell/image_view.h"
+#include "shell/main_frame.h"
+#include "shell/selection_mode.h"
+#include "shell/shell_app.h"
+#include "shell/tool_bar.h"
+#include "shell/wait_dialog.h"
+
+using namespace vmtest;
+
+namespace {
+
+// A copy of a plane or picture, for the engine run of the test and for "nothing changed" checks.
+std::vector<uint8_t> Copy(const COLChannel& c)
+{
+    if (c.IsNull()) return {};
+    return {c.GetBuffer(), c.GetBuffer() + size_t(c.GetWidth()) * c.GetHeight()};
+}
+
+std::vector<uint8_t> Copy(const COLImage& img)
+{
+    if (img.IsNull()) return {};
+    const auto* p = reinterpret_cast<const uint8_t*>(img.GetBuffer());
+    return {p, p + img.GetPixelCount() * 4};
+}
+
+class ContourCutOut : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
+        m_shell->Start("", TestOptions(m_dir, "en"), 0);
+        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
+        m_frame = m_shell->Frame();
+        m_frame->resize(900, 700);
+        m_frame->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
+    }
+
+    // A dark disc with a soft rim on a light, slightly graded background: the band has real mixed pixels.
+    void OpenSynthetic(uint32_t w, uint32_t h)
+    {
+        COLImage img;
+        img.Create(w, h);
+        const double cx = w / 2.0, cy = h / 2.0, r = std::min(w, h) * 0.3;
+        for (uint32_t y = 0; y < h; ++y)
+            for (uint32_t x = 0; x < w; ++x) {
+                const double d = std::hypot(x - cx, y - cy);
+                const double a = std::clamp((r + 4 - d) / 8, 0.0, 1.0);
+                const auto mix = [&](double fg, double bg) { return uint8_t(fg * a + bg * (1 - a)); };
+                img.PutPixel(x, y, CPixel::Make(mix(40, 200 + x % 40), mix(60, 220), mix(150, 180 + y % 50), 255));
+            }
+        OpenFile(img, "disc.png");
+    }
+
+    void OpenFile(const COLImage& img, const char* name)
+    {
+        const std::string path = m_dir.File(name);
+        ASSERT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 0);
+        m_services.openPaths.push_back(path);
+        m_frame->OnCommand(cmd::kOpen);
+        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+    }
+
+    CToolBar& Bar() { return *m_frame->ToolBar(); }
+    CToolManager& Manager() { return Bar().Manager(); }
+    CSelectionDocument& Sel() { return Bar().Selection(); }
+    bool Enabled(int id) { return m_frame->IsCommandAvailable(id); }
+
+    void EnterSelectionMode()
+    {
+        auto* createSel = m_frame->findChild<QToolButton*>(QStringLiteral("createsel"));
+        ASSERT_NE(createSel, nullptr);
+        QTest::mouseClick(createSel, Qt::LeftButton);
+        ASSERT_TRUE(m_frame->IsSelectionMode());
+    }
+
+    // A polygon drawn with a plane tool through the canvas, as a user clicks it.
+    void Polygon(CToolBase& tool, const std::vector<CViewPoint>& corners)
+    {
+        Manager().SetCurrentTool(&tool);
+        CImageView* view = m_frame->View();
+        auto client = [&](const CViewPoint& p) {
+            const CViewPoint c = view->ImageToClient(p.x, p.y);
+            return QPoint(c.x, c.y);
+        };
+        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(corners[0]));
+        for (const CViewPoint& p : corners) {
+            QTest::mouseMove(view, client(p));
+            QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(p));
+        }
+        QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(corners.back()));
+    }
+
+    // Both contours around and inside the disc of OpenSynthetic(200, 160).
+    void DrawContours()
+    {
+        Polygon(Manager().GetOutPolygonTool(), {{40, 10}, {160, 10}, {170, 150}, {30, 150}});
+        Polygon(Manager().GetInPolygonTool(), {{85, 65}, {115, 65}, {115, 95}, {85, 95}});
+        ASSERT_FALSE(Sel().GetOuterPlane()->IsAllZero());
+        ASSERT_FALSE(Sel().GetInnerPlane()->IsAllZero());
+    }
+
+    struct Expected {
+        std::vector<uint8_t> mask, working;
+    };
+
+    // The classic engine run directly on copies of the document's planes; the mask is the squared alpha.
+    Expected Classic()
+    {
+        COLImage source, result;
+        COLChannel inner, outer, doubt;
+        source.DuplicateFrom(Sel().GetWorkingImage());
+        inner.DuplicateFrom(Sel().GetInnerPlane());
+        outer.DuplicateFrom(Sel().GetOuterPlane());
+        doubt.DuplicateFrom(Sel().GetInnerPlane());
+        CContourMattingProcess engine;
+        engine.SetImages(&source, &result);
+        engine.AddChannel(&doubt);
+        ContourMattingParams params;
+        params.innerPlane = &inner;
+        params.outerPlane = &outer;
+        EXPECT_EQ(engine.Process(&params), kOk);
+        return Finish(result);
+    }
+
+    Expected Refined()
+    {
+        COLImage source, result;
+        source.DuplicateFrom(Sel().GetWorkingImage());
+        const COLChannel& inner = *Sel().GetInnerPlane();
+        const COLChannel& outer = *Sel().GetOuterPlane();
+        COLChannel trimap;
+        trimap.Create(inner.GetWidth(), inner.GetHeight());
+        for (size_t i = 0; i < size_t(inner.GetWidth()) * inner.GetHeight(); ++i)
+            trimap.GetBuffer()[i] = inner.GetBuffer()[i] ? 255 : (outer.GetBuffer()[i] ? 128 : 0);
+        CRefinedMatteProcess engine;
+        engine.SetImages(&source, &result);
+        RefinedMatteParams params;
+        params.trimap = &trimap;
+        EXPECT_EQ(engine.Process(&params), kOk);
+        return Finish(result);
+    }
+
+    static Expected Finish(const COLImage& result)
+    {
+        Expected e;
+        e.working = Copy(result);
+        for (size_t i = 0; i < result.GetPixelCount(); ++i) {
+            const unsigned a = result.GetBuffer()[i].alpha;
+            e.mask.push_back(uint8_t(a * a / 255));
+        }
+        return e;
+    }
+
+    TempDir m_dir;
+    CFakeServices m_services;
+    CAppGlobals m_app;
+    std::unique_ptr<CShellApp> m_shell;
+    CMainFrame* m_frame = nullptr;
+};
+
+} // namespace
+
+TEST_F(ContourCutOut, TheMenuItemBuildsTheEnginesResultAndUndoTakesItAway)
+{
+    OpenSynthetic(200, 160);
+    EnterSelectionMode();
+    QToolButton* button = m_frame->BuildSelectionButton();
+    ASSERT_NE(button, nullptr);
+    EXPECT_TRUE(button->isVisible());
+    // Nothing drawn, then only the outer contour: not yet.
+    EXPECT_FALSE(Enabled(cmd::kBuildSelection));
+    Polygon(Manager().GetOutPolygonTool(), {{40, 10}, {160, 10}, {170, 150}, {30, 150}});
+    EXPECT_FALSE(Enabled(cmd::kBuildSelection));
+    EXPECT_FALSE(button->isEnabled());
+    Polygon(Manager().GetInPolygonTool(), {{85, 65}, {115, 65}, {115, 95}, {85, 95}});
+    EXPECT_TRUE(Enabled(cmd::kBuildSelection));
+    EXPECT_TRUE(button->isEnabled()); // followed the drawing without a menu being opened
+    const Expected expected = Classic();
+    const std::vector<uint8_t> outerBefore = Copy(*Sel().GetOuterPlane());
+    const std::vector<uint8_t> workingBefore = Copy(*Sel().GetWorkingImage());
+    const int stepsBefore = Bar().SelectionLog()->GetCount();
+
+    QAction* item = m_frame->Action(cmd::kBuildSelection);
+    ASSERT_NE(item, nullptr);
+    EXPECT_TRUE(item->text().startsWith(QStringLiteral("Create the cut-out")));
+    item->trigger(); // the wait dialog is modal: the run is over when this returns
+
+    EXPECT_EQ(Copy(*Sel().GetResultMask()), expected.mask);
+    EXPECT_EQ(Copy(*Sel().GetWorkingImage()), expected.working);
+    // The document's outer contour is left as drawn (the engine's inversion happens on a copy).
+    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outerBefore);
+    ASSERT_EQ(Bar().SelectionLog()->GetCount(), stepsBefore + 1);
+    const CHistoryRecord* step = Bar().SelectionLog()->GetRecord(stepsBefore);
+    ASSERT_NE(step, nullptr);
+    EXPECT_EQ(step->kind, 255);
+    EXPECT_STREQ(step->label, "His_inout");
+    // A result exists: no second build, the contour tools rest, the backgrounds act, the help shows the check page.
+    EXPECT_FALSE(Enabled(cmd::kBuildSelection));
+    EXPECT_FALSE(button->isEnabled());
+    EXPECT_FALSE(Manager().GetOutPolygonTool().IsEnabled());
+    EXPECT_TRUE(Enabled(cmd::kBackChecker));
+    EXPECT_EQ(Manager().GetCurrentTool(), nullptr);
+    EXPECT_NE(m_frame->HelpText(), QString::fromStdString(GetString("nohelp")));
+    EXPECT_TRUE(m_services.messages.empty());
+
+    m_frame->OnCommand(cmd::kUndo);
+    EXPECT_TRUE(Sel().GetResultMask()->IsNull());
+    EXPECT_EQ(Copy(*Sel().GetWorkingImage()), workingBefore);
+    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outerBefore);
+    EXPECT_TRUE(Enabled(cmd::kBuildSelection));
+    EXPECT_TRUE(button->isEnabled());
+    EXPECT_TRUE(Manager().GetOutPolygonTool().IsEnabled());
+}
+
+TEST_F(ContourCutOut, TheRefinedChoiceGivesTheRefinedEnginesBytesAndIsRemembered)
+{
+    OpenSynthetic(200, 160);
+    EnterSelectionMode();
+    DrawContours();
+    QAction* refined = m_frame->Action(cmd::kRefinedEdges);
+    ASSERT_NE(refined, nullptr);
+    EXPECT_TRUE(refined->isCheckable());
+    EXPECT_FALSE(refined->isChecked()); // the classic solver is the default
+    refined->trigger();
+    EXPECT_TRUE(m_frame->IsRefinedEdges());
+    EXPECT_EQ(m_app.GetProfileInt("RefinedEdges", 0), 1);
+    const Expected expected = Refined();
+    const Expected classic = Classic();
+    ASSERT_NE(expected.mask, classic.mask); // otherwise the check below would not tell the solvers apart
+
+    QTest::mouseClick(m_frame->BuildSelectionButton(), Qt::LeftButton);
+    EXPECT_EQ(Copy(*Sel().GetResultMask()), expected.mask);
+    EXPECT_EQ(Copy(*Sel().GetWorkingImage()), expected.working);
+}
+
+TEST_F(ContourCutOut, AFailedOrCancelledRunChangesNothing)
+{
+    OpenSynthetic(200, 160);
+    EnterSelectionMode();
+    DrawContours();
+    const std::vector<uint8_t> working = Copy(*Sel().GetWorkingImage());
+    const std::vector<uint8_t> outer = Copy(*Sel().GetOuterPlane());
+    const int steps = Bar().SelectionLog()->GetCount();
+
+    // Esc in the wait dialog: the run's result is dropped, and nothing is said.
+    QTimer escape;
+    bool pressed = false;
+    QObject::connect(&escape, &QTimer::timeout, [&] {
+        if (auto* wait = qobject_cast<CWaitDialog*>(QApplication::activeModalWidget()); wait && !pressed) {
+            pressed = true;
+            QTest::keyClick(wait, Qt::Key_Escape);
+        }
+    });
+    escape.start(1);
+    m_frame->OnCommand(cmd::kBuildSelection);
+    escape.stop();
+    ASSERT_TRUE(pressed);
+    EXPECT_TRUE(Sel().GetResultMask()->IsNull());
+    EXPECT_EQ(Copy(*Sel().GetWorkingImage()), working);
+    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outer);
+    EXPECT_EQ(Bar().SelectionLog()->GetCount(), steps);
+    EXPECT_TRUE(m_services.messages.empty());
+    EXPECT_TRUE(Enabled(cmd::kBuildSelection));
+}
+
+TEST_F(ContourCutOut, AnEmptyBandSaysSoAndKeepsTheContours)
+{
+    OpenSynthetic(200, 160);
+    EnterSelectionMode();
+    // The inner contour covers the whole outer one: there is nothing left to solve.
+    Polygon(Manager().GetOutPolygonTool(), {{80, 60}, {120, 60}, {120, 100}, {80, 100}});
+    Polygon(Manager().GetInPolygonTool(), {{60, 40}, {140, 40}, {140, 120}, {60, 120}});
+    ASSERT_TRUE(Enabled(cmd::kBuildSelection));
+    const std::vector<uint8_t> working = Copy(*Sel().GetWorkingImage());
+    const std::vector<uint8_t> inner = Copy(*Sel().GetInnerPlane());
+    const int steps = Bar().SelectionLog()->GetCount();
+    m_frame->OnCommand(cmd::kBuildSelection);
+    ASSERT_EQ(m_services.messages.size(), 1u);
+    EXPECT_EQ(m_services.messages.back(), GetString("buildselfail"));
+    EXPECT_TRUE(Sel().GetResultMask()->IsNull());
+    EXPECT_EQ(Copy(*Sel().GetWorkingImage()), working);
+    EXPECT_EQ(Copy(*Sel().GetInnerPlane()), inner);
+    EXPECT_EQ(Bar().SelectionLog()->GetCount(), steps);
+}
+
+TEST_F(ContourCutOut, CtrlBBuildsAndTheScreenshotShowsTheCutOutOverTheCheckerboard)
+{
+    COLImage photo;
+    ASSERT_NE(COLImageCodec().LoadFile(AssetPath("samples/coffee.png").c_str(), &photo), 0);
+    ASSERT_EQ(photo.GetWidth(), 600u);
+    OpenFile(photo, "coffee.png");
+    EnterSelectionMode();
+    // The cup on its saucer: the outer contour just outside, the inner one well inside.
+    Polygon(Manager().GetOutPolygonTool(), {{170, 4},
+                                            {300, 2},
+                                            {425, 45},
+                                            {450, 100},
+                                            {495, 200},
+                                            {495, 280},
+                                            {440, 370},
+                                            {300, 399},
+                                            {150, 385},
+                                            {70, 320},
+                                            {55, 220},
+                                            {75, 130},
+                                            {160, 55}});
+    Polygon(Manager().GetInPolygonTool(), {{195, 40},
+                                           {300, 30},
+                                           {395, 55},
+                                           {400, 110},
+                                           {445, 175},
+                                           {455, 270},
+                                           {390, 345},
+                                           {300, 375},
+                                           {190, 355},
+                                           {110, 290},
+                                           {95, 210},
+                                           {130, 140},
+                                           {180, 100}});
+    ASSERT_TRUE(m_frame->HandleShortcut('B', true, false));
+    ASSERT_FALSE(Sel().GetResultMask()->IsNull());
+    EXPECT_EQ(Sel().GetDisplayMode(), kShowChecker);
+    // The corner is far outside the outer contour, the saucer's middle inside the inner one.
+    EXPECT_EQ(Sel().GetResultMask()->GetValue(2, 398), 0);
+    EXPECT_EQ(Sel().GetResultMask()->GetValue(300, 300), 255);
+    if (const char* dir = std::getenv("VM_SCREENSHOT_DIR")) {
+        QTest::qWait(300);
+        m_frame->grab().save(QString::fromUtf8(dir) + QStringLiteral("/contour-cutout.png"));
+    }
+}
