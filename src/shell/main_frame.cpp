@@ -34,6 +34,7 @@
 #include "shell/panels.h"
 #include "shell/ruler.h"
 #include "shell/save_dlg.h"
+#include "shell/save_flows.h"
 #include "shell/save_paths.h"
 #include "shell/companion_round_trip.h"
 #include "shell/print_support.h"
@@ -791,42 +792,24 @@ void CMainFrame::OnSave()
     CComposeDocument& doc = m_app.Document();
     if (doc.GetLayerCount() < 1) return;
     if (IsSelectionMode()) {
-        selmode::Save(this, *m_pToolBar, *m_pServices,
-                      [this](const std::string& path, const COLImage& picture, const char* extension) {
-                          return ExportPictureTo(path, picture, extension);
-                      });
+        // With a result, the save dialog's layer exports write the cut-out.
+        selmode::Save(
+            *m_pToolBar, *m_pServices,
+            [this] {
+                RunSaveDialog(this, m_app, m_session, *m_pServices, ESaveDialogUse::kCutout, &m_pToolBar->Selection());
+            },
+            [this] { OnCommand(cmd::kConfirmReturn); });
         return;
     }
-    CSavePaths paths(this, m_app, m_session, *m_pServices);
-    CSaveDlg dialog(this, *m_pServices, doc.GetCurrentIndex(), false,
-                    [&paths](ESaveChoice choice, const std::string& path, bool withHistory) {
-                        return paths.Save(choice, path, withHistory);
-                    });
-    dialog.exec();
+    RunSaveDialog(this, m_app, m_session, *m_pServices, ESaveDialogUse::kDocument);
     UpdateTitle();
-}
-
-bool CMainFrame::ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension)
-{
-    const ExportFormat* format = FindExportFormat(std::string("x.") + extension);
-    if (!format) return false;
-    ExportOptions options;
-    // The quality the JPEG dialog starts with, in full colour.
-    options.jpegQuality = 180;
-    if (ExportPicture(WithExportExtension(path, *format), picture, options) != EExportResult::kOk) {
-        ShowMessage("saveerr");
-        return false;
-    }
-    return true;
 }
 
 void CMainFrame::OnExportLayer()
 {
     const CLayer* layer = m_app.Document().GetCurrentLayer();
     if (!layer || layer->m_image.IsNull()) return;
-    const QString path = m_pServices->GetSaveFileName("PNG File(*.png)|*.png||");
-    if (path.isEmpty()) return;
-    ExportPictureTo(path.toStdString(), layer->m_image, "png");
+    RunSaveDialog(this, m_app, m_session, *m_pServices, ESaveDialogUse::kLayer);
 }
 
 // ---- Layers -------------------------------------------------------------------------------------------------

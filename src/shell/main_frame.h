@@ -163,9 +163,6 @@ private:
     void OnRefinedEdges();
     // The help panel shows a page of the program's help folder; false when the page is missing.
     bool ShowHelpPanelPage(const char* file);
-    // A picture in the format of the name's extension; a name without a known one gets the given extension.
-    // False after the message.
-    bool ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension);
 
     CAppGlobals& m_app;
     std::unique_ptr<IUiServices> m_ownServices;
