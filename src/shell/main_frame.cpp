@@ -642,11 +642,20 @@ void CMainFrame::OnCommand(int id)
         OnSegmentDeflate();
         break;
     case cmd::kConfirmReturn:
+        // For a host the end of the selection work is the end of its visit.
+        if (m_hostMode && IsSelectionMode()) {
+            OnHostReturn(true);
+            break;
+        }
         // The way back records its step after the canvas has changed source: the panels follow it here.
         selmode::Toggle(this, *m_pToolBar, *m_pServices);
         UpdatePanels();
         break;
     case cmd::kCancelReturn:
+        if (m_hostMode && IsSelectionMode()) {
+            OnHostReturn(false);
+            break;
+        }
         selmode::CancelReturn(*m_pToolBar, *m_pServices);
         UpdatePanels();
         break;
@@ -739,7 +748,8 @@ bool CMainFrame::OpenDocumentAt(const std::string& path)
 
 bool CMainFrame::LoadHostImage(const std::string& path)
 {
-    if (!m_session.OpenHostImage(path)) return false;
+    if (!m_session.OpenHostImage(path, &m_hostChannels)) return false;
+    m_hostPath = path; // the result goes back where the picture came from
     AfterOpen();
     return true;
 }
@@ -881,6 +891,14 @@ void CMainFrame::OnPrint()
 
 void CMainFrame::closeEvent(QCloseEvent* event)
 {
+    // For a host, closing ends its visit: the result goes back, or not, as the user answers.
+    if (m_hostMode && IsSelectionMode()) {
+        if (OnHostReturn(true))
+            event->accept();
+        else
+            event->ignore();
+        return;
+    }
     // Work in selection mode is not part of the document yet: it is brought back or dropped first.
     if (IsSelectionMode() && !selmode::AllowClose(this, *m_pToolBar, *m_pServices)) {
         event->ignore();
