@@ -126,7 +126,7 @@ bool CDocumentSession::NewPicture(int width, int height)
     return true;
 }
 
-bool CDocumentSession::OpenHostImage(const std::string& path)
+bool CDocumentSession::OpenHostImage(const std::string& path, uint32_t* bytesPerPixelOut)
 {
     CComposeDocument& doc = m_app.Document();
     COLImage picture;
@@ -134,6 +134,7 @@ bool CDocumentSession::OpenHostImage(const std::string& path)
     const bool read = ReadHostImage(path, picture, m_app.m_foreColor.Word(), bytesPerPixel);
     std::remove(path.c_str()); // the host's exchange file goes whatever happened
     if (!read) return false;
+    if (bytesPerPixelOut) *bytesPerPixelOut = bytesPerPixel;
     {
         CStackLock lock(doc);
         doc.Clear();

@@ -48,8 +48,9 @@ public:
     bool Open(const std::string& path);
     // A white picture of the given size.
     bool NewPicture(int width, int height);
-    // The host plug-in's exchange file; the file is deleted whatever happens.
-    bool OpenHostImage(const std::string& path);
+    // The host plug-in's exchange file; the file is deleted whatever happens. bytesPerPixel, when given, gets
+    // the file's 3 or 4 (the form the host wants its result in).
+    bool OpenHostImage(const std::string& path, uint32_t* bytesPerPixel = nullptr);
     // Empties the document and both logs.
     void Close();
 

@@ -34,6 +34,7 @@
 #include "shell/panels.h"
 #include "shell/ruler.h"
 #include "shell/save_dlg.h"
+#include "shell/save_flows.h"
 #include "shell/save_paths.h"
 #include "shell/companion_round_trip.h"
 #include "shell/print_support.h"
@@ -641,11 +642,20 @@ void CMainFrame::OnCommand(int id)
         OnSegmentDeflate();
         break;
     case cmd::kConfirmReturn:
+        // For a host the end of the selection work is the end of its visit.
+        if (m_hostMode && IsSelectionMode()) {
+            OnHostReturn(true);
+            break;
+        }
         // The way back records its step after the canvas has changed source: the panels follow it here.
         selmode::Toggle(this, *m_pToolBar, *m_pServices);
         UpdatePanels();
         break;
     case cmd::kCancelReturn:
+        if (m_hostMode && IsSelectionMode()) {
+            OnHostReturn(false);
+            break;
+        }
         selmode::CancelReturn(*m_pToolBar, *m_pServices);
         UpdatePanels();
         break;
@@ -738,7 +748,8 @@ bool CMainFrame::OpenDocumentAt(const std::string& path)
 
 bool CMainFrame::LoadHostImage(const std::string& path)
 {
-    if (!m_session.OpenHostImage(path)) return false;
+    if (!m_session.OpenHostImage(path, &m_hostChannels)) return false;
+    m_hostPath = path; // the result goes back where the picture came from
     AfterOpen();
     return true;
 }
@@ -791,42 +802,24 @@ void CMainFrame::OnSave()
     CComposeDocument& doc = m_app.Document();
     if (doc.GetLayerCount() < 1) return;
     if (IsSelectionMode()) {
-        selmode::Save(this, *m_pToolBar, *m_pServices,
-                      [this](const std::string& path, const COLImage& picture, const char* extension) {
-                          return ExportPictureTo(path, picture, extension);
-                      });
+        // With a result, the save dialog's layer exports write the cut-out.
+        selmode::Save(
+            *m_pToolBar, *m_pServices,
+            [this] {
+                RunSaveDialog(this, m_app, m_session, *m_pServices, ESaveDialogUse::kCutout, &m_pToolBar->Selection());
+            },
+            [this] { OnCommand(cmd::kConfirmReturn); });
         return;
     }
-    CSavePaths paths(this, m_app, m_session, *m_pServices);
-    CSaveDlg dialog(this, *m_pServices, doc.GetCurrentIndex(), false,
-                    [&paths](ESaveChoice choice, const std::string& path, bool withHistory) {
-                        return paths.Save(choice, path, withHistory);
-                    });
-    dialog.exec();
+    RunSaveDialog(this, m_app, m_session, *m_pServices, ESaveDialogUse::kDocument);
     UpdateTitle();
-}
-
-bool CMainFrame::ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension)
-{
-    const ExportFormat* format = FindExportFormat(std::string("x.") + extension);
-    if (!format) return false;
-    ExportOptions options;
-    // The quality the JPEG dialog starts with, in full colour.
-    options.jpegQuality = 180;
-    if (ExportPicture(WithExportExtension(path, *format), picture, options) != EExportResult::kOk) {
-        ShowMessage("saveerr");
-        return false;
-    }
-    return true;
 }
 
 void CMainFrame::OnExportLayer()
 {
     const CLayer* layer = m_app.Document().GetCurrentLayer();
     if (!layer || layer->m_image.IsNull()) return;
-    const QString path = m_pServices->GetSaveFileName("PNG File(*.png)|*.png||");
-    if (path.isEmpty()) return;
-    ExportPictureTo(path.toStdString(), layer->m_image, "png");
+    RunSaveDialog(this, m_app, m_session, *m_pServices, ESaveDialogUse::kLayer);
 }
 
 // ---- Layers -------------------------------------------------------------------------------------------------
@@ -898,6 +891,14 @@ void CMainFrame::OnPrint()
 
 void CMainFrame::closeEvent(QCloseEvent* event)
 {
+    // For a host, closing ends its visit: the result goes back, or not, as the user answers.
+    if (m_hostMode && IsSelectionMode()) {
+        if (OnHostReturn(true))
+            event->accept();
+        else
+            event->ignore();
+        return;
+    }
     // Work in selection mode is not part of the document yet: it is brought back or dropped first.
     if (IsSelectionMode() && !selmode::AllowClose(this, *m_pToolBar, *m_pServices)) {
         event->ignore();

@@ -103,6 +103,11 @@ public:
     // The plug-in mode of a host editor's start.
     void SetHostMode(bool host) { m_hostMode = host; }
     bool IsHostMode() const { return m_hostMode; }
+    // Plug-in mode: the selection method the host asked for by digit (host_return.cpp); other digits stay in
+    // compose mode.
+    void EnterHostMethod(int digit);
+    const std::string& HostPath() const { return m_hostPath; }
+    uint32_t HostChannels() const { return m_hostChannels; }
     // The build button under the mode button (hidden outside inner-outer selection mode).
     QToolButton* BuildSelectionButton() const { return m_pBuildSel; }
     bool IsRefinedEdges() const { return m_refinedEdges; }
@@ -115,6 +120,11 @@ public:
     void SetTip(const QString& text);
     void ShowTopBar(bool show);
     bool IsTopBarShown() const;
+
+Q_SIGNALS:
+    // Plug-in mode: the host's visit is over (the result was sent, or the user ended without one); the program
+    // is to end with the code.
+    void HostFinished(int code);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -161,11 +171,11 @@ private:
     // (contour_cutout.cpp runs it).
     void OnBuildSelection();
     void OnRefinedEdges();
+    // Plug-in mode's end of the selection work, with the result (true) or without; true when the program is to
+    // end (host_return.cpp).
+    bool OnHostReturn(bool withResult);
     // The help panel shows a page of the program's help folder; false when the page is missing.
     bool ShowHelpPanelPage(const char* file);
-    // A picture in the format of the name's extension; a name without a known one gets the given extension.
-    // False after the message.
-    bool ExportPictureTo(const std::string& path, const COLImage& picture, const char* extension);
 
     CAppGlobals& m_app;
     std::unique_ptr<IUiServices> m_ownServices;
@@ -193,6 +203,8 @@ private:
     bool m_composeMenus = false;
     bool m_selectionMenus = false;
     bool m_hostMode = false;
+    uint32_t m_hostChannels = 3; // bytes a pixel of the host's exchange file
+    std::string m_hostPath;      // the host's exchange file, where the result goes back
     bool m_refinedEdges = false; // the build uses the refined solver (profile "RefinedEdges")
     bool m_messageShown = false;
     std::string m_presetOpenPath;

@@ -136,31 +136,19 @@ bool CancelReturn(CToolBar& bar, IUiServices& services)
     return true;
 }
 
-void Save(QWidget* parent, CToolBar& bar, IUiServices& services, const PictureWriter& write)
+void Save(CToolBar& bar, IUiServices& services, const std::function<void()>& saveCutout,
+          const std::function<void()>& leave)
 {
     if (!bar.Manager().IsSelectionMode()) return;
-    CSelectionDocument& selection = bar.Selection();
-    const COLChannel& mask = *selection.GetResultMask();
-    if (mask.IsNull()) {
+    if (bar.Selection().GetResultMask()->IsNull()) {
         if (services.MessageBox(Text("backtocompose"), EMsgButtons::kYesNo, EMsgIcon::kQuestion, Text("Tittle")) ==
-            EMsgResult::kYes)
-            Toggle(parent, bar, services);
+                EMsgResult::kYes &&
+            leave)
+            leave();
         return;
     }
-    const COLImage& working = *selection.GetWorkingImage();
-    COLImage cutout;
-    if (working.IsNull() || !cutout.DuplicateFrom(&working) || mask.GetWidth() != working.GetWidth() ||
-        mask.GetHeight() != working.GetHeight()) {
-        services.MessageBox(Text("except"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
-        return;
-    }
-    CPixel* p = cutout.GetBuffer();
-    const uint8_t* m = mask.GetBuffer();
-    for (size_t i = 0, n = cutout.GetPixelCount(); i < n; ++i)
-        p[i].alpha = m[i];
-    const QString path = services.GetSaveFileName("PNG File(*.png)|*.png|TIFF File(*.tif)|*.tif|TGA File(*.tga)|*.tga||");
-    if (path.isEmpty()) return;
-    write(path.toStdString(), cutout, "png");
+    bar.Manager().SetCurrentTool(nullptr); // a half-made polygon is not part of the cut-out
+    if (saveCutout) saveCutout();
 }
 
 bool AllowClose(QWidget* parent, CToolBar& bar, IUiServices& services)

@@ -34,11 +34,12 @@ bool Toggle(QWidget* parent, CToolBar& bar, IUiServices& services);
 // be lost. True when the mode was left.
 bool CancelReturn(CToolBar& bar, IUiServices& services);
 
-// Save in selection mode. Without a result mask: the "backtocompose" question, and Yes returns to composing
-// (through the result dialog when there is something to bring back). With one: the cut-out (working colours,
-// the result mask as alpha) is written where the user says, and the mode stays.
-using PictureWriter = std::function<bool(const std::string& path, const COLImage& picture, const char* extension)>;
-void Save(QWidget* parent, CToolBar& bar, IUiServices& services, const PictureWriter& write);
+// Save in selection mode. Without a result mask: the "backtocompose" question, and Yes runs leave (the window's
+// "confirm and return": the result dialog, or for a host the end of its visit). With one: saveCutout runs (the
+// save dialog whose layer exports write the cut-out: working colours, the result mask as alpha), and the mode
+// stays.
+void Save(CToolBar& bar, IUiServices& services, const std::function<void()>& saveCutout,
+          const std::function<void()>& leave);
 
 // Closing the window in selection mode: with work in the mode, Yes/No/Cancel on "backtocompose" (Yes brings the
 // result back first, No drops it). True when the window may go on closing (the document's own question follows).

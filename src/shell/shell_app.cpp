@@ -29,6 +29,11 @@ int CShellApp::Start(const std::string& commandText, const AppInitOptions& optio
     if (m_pSplash->LoadPicture(m_app.GetSkinPath("start.lgb")) && m_commandLine.path.empty()) m_pSplash->ShowCentred();
 
     m_pFrame = std::make_unique<CMainFrame>(m_app, m_pServices);
+    // The end of a host's visit ends the program.
+    connect(m_pFrame.get(), &CMainFrame::HostFinished, this, [this](int code) {
+        m_exitCode = code;
+        Q_EMIT ExitRequested(code);
+    });
     m_pKeyFilter = new CKeyFilter(m_pFrame.get());
     qApp->installEventFilter(m_pKeyFilter);
     // Without a window manager (a bare X server) maximising does nothing: start with the whole screen anyway.
@@ -52,8 +57,9 @@ void CShellApp::HandleCommandLine()
                 Q_EMIT ExitRequested(-1);
                 return;
             }
-            // The matting methods a host asks for by digit come with selection mode; compose mode meanwhile.
             m_pFrame->ShowTopBar(false);
+            // The host asked for a matting method by digit: its selection mode is the visit.
+            m_pFrame->EnterHostMethod(m_commandLine.methodDigit);
         } else {
             m_pFrame->OpenDocumentAt(m_commandLine.path);
         }

@@ -31,7 +31,8 @@ public:
     CSplashWindow* Splash() const { return m_pSplash.get(); }
     const ShellCommandLine& CommandLine() const { return m_commandLine; }
     bool CommandLineHandled() const { return m_handled; }
-    // -1 when a host's exchange file could not be read: the program is to end with that code.
+    // The code the program is to end with once ExitRequested was sent: -1 when a host's exchange file could not
+    // be read, 0 at the end of a host's visit.
     int ExitCode() const { return m_exitCode; }
 
 Q_SIGNALS:

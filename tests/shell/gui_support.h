@@ -3,6 +3,8 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QString>
+#include <QTimer>
+#include <QWidget>
 #include <deque>
 #include <functional>
 #include <string>
@@ -72,6 +74,24 @@ inline bool WaitFor(const std::function<bool()>& pred, int ms = 5000)
         QApplication::processEvents(QEventLoop::AllEvents, 20);
     }
     return true;
+}
+
+// Runs action on the first visible top-level widget of type T once it is up: modal dialogs block the caller, so
+// the action is queued before the dialog is opened.
+template <class T> void OnDialogShown(std::function<void(T*)> action)
+{
+    auto* timer = new QTimer();
+    timer->setInterval(20);
+    QObject::connect(timer, &QTimer::timeout, [timer, action] {
+        for (QWidget* w : QApplication::topLevelWidgets())
+            if (auto* d = qobject_cast<T*>(w); d && d->isVisible()) {
+                timer->stop();
+                timer->deleteLater();
+                action(d);
+                return;
+            }
+    });
+    timer->start();
 }
 
 // Start-up options for tests: the committed data folder and a profile in a temporary folder.

@@ -1,5 +1,6 @@
 #include <QCloseEvent>
 #include <QListWidget>
+#include <QPushButton>
 #include <QTest>
 #include <QToolButton>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include "shell/image_view.h"
 #include "shell/main_frame.h"
 #include "shell/panels.h"
+#include "shell/save_dlg.h"
 #include "shell/selection_mode.h"
 #include "shell/shell_app.h"
 #include "shell/tool_bar.h"
@@ -307,10 +309,11 @@ TEST_F(SelectionModeInFrame, SavingAsksToReturnWithoutAResultAndWritesTheCutOutW
     EXPECT_EQ(m_services.messages.back(), GetString("backtocompose"));
     EXPECT_TRUE(m_services.filters.size() <= 1); // only the open dialog of the picture
 
-    // With a result the cut-out is written with the mask as alpha, and the mode stays.
+    // With a result the save dialog's layer export writes the cut-out with the mask as alpha, and the mode stays.
     Polygon(Manager().GetModifyPolygonTool(), {{30, 20}, {120, 25}, {110, 95}, {35, 90}});
     const std::string out = m_dir.File("cut.png");
     m_services.savePaths.push_back(out);
+    OnDialogShown<CSaveDlg>([](CSaveDlg* d) { d->Button(ESaveChoice::kLayerPng)->click(); });
     m_frame->OnCommand(cmd::kSave);
     EXPECT_TRUE(m_frame->IsSelectionMode());
     COLImage written;

@@ -1,0 +1,285 @@
+// The plug-in start: a host editor's exchange file opens in the selection method it asked for, and the end of the
+// selection work sends the cut-out back through that file.
+
+#include <QCloseEvent>
+#include <QSignalSpy>
+#include <QTest>
+#include <QToolButton>
+#include <filesystem>
+#include <gtest/gtest.h>
+
+#include "document/layer.h"
+#include "document/layer_stack.h"
+#include "document/selection_document.h"
+#include "gui_support.h"
+#include "interchange/host_result.h"
+#include "interchange/psd_reader.h"
+#include "shell/host_return.h"
+#include "shell/image_view.h"
+#include "shell/main_frame.h"
+#include "shell/shell_app.h"
+#include "shell/tool_bar.h"
+
+using namespace vmtest;
+
+namespace {
+
+constexpr uint32_t kW = 160, kH = 120;
+
+uint8_t Red(uint32_t x)
+{
+    return uint8_t(x * 3 / 2);
+}
+uint8_t Green(uint32_t y)
+{
+    return uint8_t(y * 2);
+}
+
+// The host's exchange file: the header, then R, G, B (and a pad byte with four) row by row.
+void WriteHostFile(const std::string& path, uint32_t bytesPerPixel)
+{
+    std::vector<uint8_t> bytes = {uint8_t(kW), uint8_t(kW >> 8), 0, 0, uint8_t(kH), 0, 0, 0};
+    for (uint32_t y = 0; y < kH; ++y)
+        for (uint32_t x = 0; x < kW; ++x) {
+            bytes.insert(bytes.end(), {Red(x), Green(y), 120});
+            if (bytesPerPixel == 4) bytes.push_back(77);
+        }
+    WriteAll(path, bytes);
+}
+
+class HostStart : public ::testing::Test {
+protected:
+    // Starts the editor as a host's plug-in does, on a file of the given form, and shows the window.
+    void StartFor(const std::string& path, char digit, uint32_t bytesPerPixel)
+    {
+        WriteHostFile(path, bytesPerPixel);
+        m_path = path;
+        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
+        m_exits = std::make_unique<QSignalSpy>(m_shell.get(), &CShellApp::ExitRequested);
+        m_shell->Start(std::string("-i") + digit + " \"" + path + "\"", TestOptions(m_dir, "en"), 0);
+        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
+        m_frame = m_shell->Frame();
+        ASSERT_TRUE(m_frame->IsHostMode());
+        m_frame->resize(900, 700);
+        m_frame->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
+    }
+
+    CToolBar& Bar() { return *m_frame->ToolBar(); }
+    CToolManager& Manager() { return Bar().Manager(); }
+    CSelectionDocument& Selection() { return Bar().Selection(); }
+
+    // A cut-out drawn with the polygon tool through the canvas, as a user clicks it.
+    void CutOut()
+    {
+        Manager().SetCurrentTool(&Manager().GetModifyPolygonTool());
+        CImageView* view = m_frame->View();
+        const std::vector<CViewPoint> corners = {{30, 20}, {120, 25}, {110, 95}, {35, 90}};
+        auto client = [&](const CViewPoint& p) {
+            const CViewPoint c = view->ImageToClient(p.x, p.y);
+            return QPoint(c.x, c.y);
+        };
+        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(corners[0]));
+        for (const CViewPoint& p : corners) {
+            QTest::mouseMove(view, client(p));
+            QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(p));
+        }
+        QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(corners.back()));
+        ASSERT_TRUE(hostret::HasResult(Selection()));
+    }
+
+    // What WriteHostResult itself writes for the current work in a mode, read back.
+    std::vector<uint8_t> DirectResult(int mode)
+    {
+        const std::string path = m_dir.File("direct");
+        EXPECT_TRUE(WriteHostResult(path, mode, *Selection().GetWorkingImage(), *Selection().GetResultMask()));
+        return ReadAll(HostResultPath(path, mode));
+    }
+
+    int Exits() const { return int(m_exits->count()); }
+
+    TempDir m_dir;
+    CFakeServices m_services;
+    CAppGlobals m_app;
+    std::unique_ptr<CShellApp> m_shell;
+    std::unique_ptr<QSignalSpy> m_exits;
+    CMainFrame* m_frame = nullptr;
+    std::string m_path;
+};
+
+} // namespace
+
+TEST(HostMethod, DigitsChooseChromaOrContoursAndOthersNone)
+{
+    EXPECT_EQ(hostret::MethodForDigit(0), kMethodChroma);
+    EXPECT_EQ(hostret::MethodForDigit(1), kMethodInOut);
+    EXPECT_EQ(hostret::MethodForDigit(2), 0);
+    EXPECT_EQ(hostret::MethodForDigit(-'0'), 0); // "-i" with nothing after it
+}
+
+TEST_F(HostStart, FourBytesAPixelGetTheRawCutOutBackAfterTheQuestion)
+{
+    StartFor(m_dir.File("host.raw"), '1', 4);
+    EXPECT_TRUE(m_frame->IsSelectionMode());
+    EXPECT_EQ(Manager().GetMethod(), uint32_t(kMethodInOut));
+    EXPECT_EQ(m_frame->HostChannels(), 4u);
+    EXPECT_FALSE(std::filesystem::exists(m_path)); // read and removed
+    ASSERT_NO_FATAL_FAILURE(CutOut());
+
+    // Cancel goes on editing: nothing written, the program stays.
+    m_services.answers.push_back(EMsgResult::kCancel);
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    EXPECT_EQ(m_services.messages, std::vector<std::string>{GetString("pluginask")});
+    EXPECT_FALSE(std::filesystem::exists(m_path));
+    EXPECT_EQ(Exits(), 0);
+    EXPECT_TRUE(m_frame->IsSelectionMode());
+
+    // Yes through the large button: the host's file holds the cut-out, and the program ends with 0.
+    m_services.answers.push_back(EMsgResult::kYes);
+    m_frame->findChild<QToolButton*>(QStringLiteral("createsel"))->click();
+    ASSERT_EQ(Exits(), 1);
+    EXPECT_EQ(m_exits->front().front().toInt(), 0);
+    EXPECT_EQ(m_shell->ExitCode(), 0);
+    const std::vector<uint8_t> sent = ReadAll(m_path);
+    EXPECT_EQ(sent, DirectResult(4));
+    // The form the host reads: the size, then blue, green, red and the mask as alpha, row by row.
+    ASSERT_EQ(sent.size(), 8 + size_t(kW) * kH * 4);
+    EXPECT_EQ(std::vector<uint8_t>(sent.begin(), sent.begin() + 8), (std::vector<uint8_t>{160, 0, 0, 0, 120, 0, 0, 0}));
+    const COLChannel& mask = *Selection().GetResultMask();
+    for (uint32_t y = 0; y < kH; y += 7)
+        for (uint32_t x = 0; x < kW; x += 5) {
+            const uint8_t* p = sent.data() + 8 + (size_t(y) * kW + x) * 4;
+            ASSERT_EQ(p[0], 120);
+            ASSERT_EQ(p[1], Green(y));
+            ASSERT_EQ(p[2], Red(x));
+            ASSERT_EQ(p[3], mask.GetValue(x, y)) << x << "," << y;
+        }
+    EXPECT_EQ(mask.GetValue(70, 60), 255);
+    EXPECT_EQ(mask.GetValue(5, 5), 0);
+}
+
+TEST_F(HostStart, ThreeBytesAPixelGetAOneLayerPsdBeside)
+{
+    StartFor(m_dir.File("host.raw"), '1', 3);
+    EXPECT_EQ(m_frame->HostChannels(), 3u);
+    ASSERT_NO_FATAL_FAILURE(CutOut());
+    m_services.answers.push_back(EMsgResult::kYes);
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    ASSERT_EQ(Exits(), 1);
+    EXPECT_FALSE(std::filesystem::exists(m_path));
+    const std::string psd = m_path + ".24bit.psd";
+    ASSERT_TRUE(std::filesystem::exists(psd));
+    EXPECT_EQ(ReadAll(psd), DirectResult(3));
+    CLayerStack read;
+    CPsdReader reader;
+    ASSERT_EQ(reader.LoadFile(psd.c_str(), read), 1);
+    EXPECT_EQ(read.GetWidth(), int(kW));
+    EXPECT_EQ(read.GetHeight(), int(kH));
+}
+
+TEST_F(HostStart, ARefusedQuestionWritesNothingAndEnds)
+{
+    StartFor(m_dir.File("host.raw"), '1', 4);
+    ASSERT_NO_FATAL_FAILURE(CutOut());
+    // Closing the window asks too; Cancel keeps it.
+    m_services.answers.push_back(EMsgResult::kCancel);
+    QCloseEvent close;
+    QApplication::sendEvent(m_frame, &close);
+    EXPECT_FALSE(close.isAccepted());
+    EXPECT_EQ(Exits(), 0);
+    // No: the host gets nothing, the program ends with 0.
+    m_services.answers.push_back(EMsgResult::kNo);
+    QCloseEvent again;
+    QApplication::sendEvent(m_frame, &again);
+    EXPECT_TRUE(again.isAccepted());
+    ASSERT_EQ(Exits(), 1);
+    EXPECT_EQ(m_exits->front().front().toInt(), 0);
+    EXPECT_EQ(m_services.messages, (std::vector<std::string>{GetString("pluginask"), GetString("pluginask")}));
+    EXPECT_FALSE(std::filesystem::exists(m_path));
+    EXPECT_FALSE(std::filesystem::exists(m_path + ".24bit.psd"));
+}
+
+TEST_F(HostStart, AFailedWriteSaysSoAndLosesNothing)
+{
+    std::filesystem::create_directories(m_dir.File("exchange"));
+    StartFor(m_dir.File("exchange/host.raw"), '1', 4);
+    ASSERT_NO_FATAL_FAILURE(CutOut());
+    const COLChannel& mask = *Selection().GetResultMask();
+    const std::vector<uint8_t> before(mask.GetBuffer(), mask.GetBuffer() + size_t(kW) * kH);
+    // The host's folder went away meanwhile.
+    std::filesystem::remove_all(m_dir.File("exchange"));
+    m_services.answers.push_back(EMsgResult::kYes);
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    EXPECT_EQ(m_services.messages, (std::vector<std::string>{GetString("pluginask"), GetString("saveerr")}));
+    EXPECT_EQ(Exits(), 0);
+    EXPECT_TRUE(m_frame->IsSelectionMode());
+    ASSERT_FALSE(Selection().GetResultMask()->IsNull());
+    EXPECT_EQ(std::vector<uint8_t>(mask.GetBuffer(), mask.GetBuffer() + size_t(kW) * kH), before);
+    // Once the folder is back, the same answer sends it.
+    std::filesystem::create_directories(m_dir.File("exchange"));
+    m_services.answers.push_back(EMsgResult::kYes);
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    ASSERT_EQ(Exits(), 1);
+    EXPECT_EQ(ReadAll(m_path), DirectResult(4));
+}
+
+TEST_F(HostStart, WithoutACutOutThereIsNothingToSend)
+{
+    StartFor(m_dir.File("host.raw"), '1', 4);
+    // Ctrl+S without a result: "backtocompose", and Yes leaves the way the host's visit ends: the question.
+    m_services.answers.assign({EMsgResult::kYes, EMsgResult::kCancel});
+    m_frame->View()->setFocus();
+    QTest::keyClick(m_frame->View(), Qt::Key_S, Qt::ControlModifier);
+    EXPECT_EQ(m_services.messages, (std::vector<std::string>{GetString("backtocompose"), GetString("pluginask")}));
+    // Yes has nothing to send: the work goes on.
+    m_services.answers.push_back(EMsgResult::kYes);
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    EXPECT_EQ(Exits(), 0);
+    EXPECT_TRUE(m_frame->IsSelectionMode());
+    EXPECT_FALSE(std::filesystem::exists(m_path));
+    // "Cancel and return" with nothing to lose ends at once, without a question.
+    m_services.messages.clear();
+    m_frame->OnCommand(cmd::kCancelReturn);
+    ASSERT_EQ(Exits(), 1);
+    EXPECT_TRUE(m_services.messages.empty());
+    EXPECT_FALSE(std::filesystem::exists(m_path));
+}
+
+TEST_F(HostStart, CancelAndReturnAsksBeforeDroppingACutOut)
+{
+    StartFor(m_dir.File("host.raw"), '1', 4);
+    ASSERT_NO_FATAL_FAILURE(CutOut());
+    m_services.answers.push_back(EMsgResult::kNo);
+    m_frame->OnCommand(cmd::kCancelReturn);
+    EXPECT_EQ(m_services.messages, std::vector<std::string>{GetString("dropcutout")});
+    EXPECT_EQ(Exits(), 0);
+    EXPECT_TRUE(m_frame->IsSelectionMode());
+    m_services.answers.push_back(EMsgResult::kYes);
+    m_frame->OnCommand(cmd::kCancelReturn);
+    ASSERT_EQ(Exits(), 1);
+    EXPECT_FALSE(std::filesystem::exists(m_path));
+}
+
+TEST_F(HostStart, DigitZeroAsksForTheChromaKey)
+{
+    StartFor(m_dir.File("host.raw"), '0', 3);
+    EXPECT_TRUE(m_frame->IsSelectionMode());
+    EXPECT_EQ(Manager().GetMethod(), uint32_t(kMethodChroma));
+    EXPECT_TRUE(m_services.messages.empty());
+}
+
+TEST_F(HostStart, AnotherDigitOpensInComposeModeAndTheWayOutStillLeadsToTheHost)
+{
+    StartFor(m_dir.File("host.raw"), '7', 4);
+    EXPECT_FALSE(m_frame->IsSelectionMode());
+    EXPECT_TRUE(m_frame->IsShowingComposeMenus());
+    // The large button enters selection mode as always; its end is the host's question.
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    ASSERT_TRUE(m_frame->IsSelectionMode());
+    ASSERT_NO_FATAL_FAILURE(CutOut());
+    m_services.answers.push_back(EMsgResult::kYes);
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    EXPECT_EQ(m_services.messages, std::vector<std::string>{GetString("pluginask")});
+    ASSERT_EQ(Exits(), 1);
+    EXPECT_EQ(ReadAll(m_path), DirectResult(4));
+}

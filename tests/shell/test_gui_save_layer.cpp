@@ -1,0 +1,161 @@
+// The save dialog opened for the current layer alone (the layer menu's export) and for the cut-out of selection
+// mode: which choices it offers, and that what it writes is what the core writers write for that picture.
+
+#include <QCheckBox>
+#include <QPushButton>
+#include <QTest>
+#include <filesystem>
+#include <gtest/gtest.h>
+
+#include "document/layer.h"
+#include "document/selection_document.h"
+#include "gui_support.h"
+#include "imaging/codec.h"
+#include "interchange/save_choice.h"
+#include "runtime/status.h"
+#include "shell/image_view.h"
+#include "shell/main_frame.h"
+#include "shell/save_dlg.h"
+#include "shell/shell_app.h"
+#include "shell/tool_bar.h"
+
+using namespace vmtest;
+
+namespace {
+
+// What the dialog offered, seen before the press.
+struct Offer {
+    bool project = true, history = true, composite = true, layered = true, layerPng = false, layerPsd = false;
+};
+
+class SaveForLayer : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
+        m_shell->Start("", TestOptions(m_dir, "en"), 0);
+        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
+        m_frame = m_shell->Frame();
+        m_frame->resize(900, 700);
+        m_frame->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
+        // Opaque, so that selection mode takes it; the colours tell every pixel apart.
+        COLImage img;
+        img.Create(160, 120);
+        for (uint32_t y = 0; y < 120; ++y)
+            for (uint32_t x = 0; x < 160; ++x)
+                img.PutPixel(x, y, CPixel::Make(uint8_t(x * 3 / 2), uint8_t(y * 2), 120, 255));
+        const std::string path = m_dir.File("in.png");
+        ASSERT_EQ(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 1);
+        m_services.openPaths.push_back(path);
+        m_frame->OnCommand(cmd::kOpen);
+        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+    }
+
+    // Runs the command that opens the dialog and presses the button of choice, after noting what was offered.
+    Offer SaveThrough(int command, ESaveChoice choice, const std::string& path)
+    {
+        Offer offer;
+        m_services.savePaths.push_back(path);
+        OnDialogShown<CSaveDlg>([&offer, choice](CSaveDlg* d) {
+            offer.project = d->Button(ESaveChoice::kProject)->isEnabled();
+            offer.history = d->findChild<QCheckBox*>()->isEnabled();
+            offer.composite = d->Button(ESaveChoice::kCompositePng)->isEnabled() ||
+                              d->Button(ESaveChoice::kCompositeJpeg)->isEnabled();
+            offer.layered = d->Button(ESaveChoice::kLayeredPsd)->isEnabled();
+            offer.layerPng = d->Button(ESaveChoice::kLayerPng)->isEnabled();
+            offer.layerPsd = d->Button(ESaveChoice::kLayerPsd)->isEnabled();
+            if (d->Button(choice)->isEnabled())
+                d->Button(choice)->click();
+            else
+                d->reject();
+        });
+        m_frame->OnCommand(command);
+        return offer;
+    }
+
+    // What the core writer writes for the choice and the picture, read back.
+    std::vector<uint8_t> CoreBytes(ESaveChoice choice, const COLImage& picture, const char* gbkName)
+    {
+        SaveSources sources;
+        sources.layerPicture = &picture;
+        sources.gbkLayerName = gbkName;
+        const std::string path = m_dir.File(std::string("core.") + DescribeSaveChoice(choice).extension);
+        EXPECT_EQ(WriteSaveChoice(choice, path, sources), kOk);
+        return ReadAll(path);
+    }
+
+    TempDir m_dir;
+    CFakeServices m_services;
+    CAppGlobals m_app;
+    std::unique_ptr<CShellApp> m_shell;
+    CMainFrame* m_frame = nullptr;
+};
+
+void ExpectLayerOnly(const Offer& offer)
+{
+    EXPECT_FALSE(offer.project);
+    EXPECT_FALSE(offer.history);
+    EXPECT_FALSE(offer.composite);
+    EXPECT_FALSE(offer.layered);
+    EXPECT_TRUE(offer.layerPng);
+    EXPECT_TRUE(offer.layerPsd);
+}
+
+} // namespace
+
+TEST_F(SaveForLayer, TheLayerExportOffersTheLayerAloneEvenOnTheBackground)
+{
+    const CLayer& base = *m_app.Document().GetLayer(0);
+    const std::string psd = m_dir.File("layer.psd");
+    ExpectLayerOnly(SaveThrough(cmd::kExportLayer, ESaveChoice::kLayerPsd, psd));
+    EXPECT_EQ(m_services.filters.back(), "PNG File(*.psd)|*.psd||");
+    EXPECT_EQ(ReadAll(psd), CoreBytes(ESaveChoice::kLayerPsd, base.m_image, base.m_name));
+
+    const std::string png = m_dir.File("layer.png");
+    SaveThrough(cmd::kExportLayer, ESaveChoice::kLayerPng, png);
+    EXPECT_EQ(ReadAll(png), CoreBytes(ESaveChoice::kLayerPng, base.m_image, base.m_name));
+    EXPECT_TRUE(m_services.messages.empty());
+    // Save itself still offers the whole document, and no layer export on the background.
+    const Offer whole = SaveThrough(cmd::kSave, ESaveChoice::kLayerPng, m_dir.File("never.png"));
+    EXPECT_TRUE(whole.project && whole.composite && whole.layered);
+    EXPECT_FALSE(whole.layerPng || whole.layerPsd);
+    EXPECT_FALSE(std::filesystem::exists(m_dir.File("never.png")));
+}
+
+TEST_F(SaveForLayer, SavingInSelectionModeWritesTheCutOut)
+{
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    ASSERT_TRUE(m_frame->IsSelectionMode());
+    CToolManager& manager = m_frame->ToolBar()->Manager();
+    manager.SetCurrentTool(&manager.GetModifyPolygonTool());
+    CImageView* view = m_frame->View();
+    auto client = [&](int x, int y) {
+        const CViewPoint c = view->ImageToClient(x, y);
+        return QPoint(c.x, c.y);
+    };
+    QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(30, 20));
+    for (const auto& [x, y] : std::vector<std::pair<int, int>>{{30, 20}, {120, 25}, {110, 95}, {35, 90}}) {
+        QTest::mouseMove(view, client(x, y));
+        QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(x, y));
+    }
+    QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(35, 90));
+    CSelectionDocument& selection = m_frame->ToolBar()->Selection();
+    ASSERT_FALSE(selection.GetResultMask()->IsNull());
+    COLImage cutout;
+    ASSERT_TRUE(BuildSelectionExport(*selection.GetWorkingImage(), *selection.GetResultMask(), cutout));
+
+    const std::string png = m_dir.File("cut.png");
+    ExpectLayerOnly(SaveThrough(cmd::kSave, ESaveChoice::kLayerPng, png));
+    EXPECT_EQ(ReadAll(png), CoreBytes(ESaveChoice::kLayerPng, cutout, nullptr));
+    const std::string psd = m_dir.File("cut.psd");
+    SaveThrough(cmd::kSave, ESaveChoice::kLayerPsd, psd);
+    EXPECT_EQ(ReadAll(psd), CoreBytes(ESaveChoice::kLayerPsd, cutout, nullptr));
+    // The file holds the cut-out, not the opaque layer: the mask is its alpha.
+    COLImage back;
+    ASSERT_EQ(COLImageCodec().LoadFile(png.c_str(), &back), 1);
+    EXPECT_EQ(back.GetPixel2(70, 60).alpha, 255);
+    EXPECT_EQ(back.GetPixel2(5, 5).alpha, 0);
+    EXPECT_TRUE(m_frame->IsSelectionMode());
+    EXPECT_TRUE(m_services.messages.empty());
+}
