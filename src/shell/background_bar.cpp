@@ -14,7 +14,10 @@
 
 namespace {
 
-QString Text(const char* key) { return QString::fromStdString(GetString(key)); }
+QString Text(const char* key)
+{
+    return QString::fromStdString(GetString(key));
+}
 
 constexpr QSize kFace(39, 14);
 
@@ -29,7 +32,10 @@ QToolButton* MakeButton(QWidget* parent, const char* name, const char* tipKey, i
     return b;
 }
 
-QColor FromWord(uint32_t colour) { return QColor((colour >> 16) & 0xFF, (colour >> 8) & 0xFF, colour & 0xFF); }
+QColor FromWord(uint32_t colour)
+{
+    return QColor((colour >> 16) & 0xFF, (colour >> 8) & 0xFF, colour & 0xFF);
+}
 
 // The checkerboard's face: 4-pixel squares of the two shades the canvas will use.
 QIcon CheckerFace(int style)

@@ -15,14 +15,19 @@
 
 namespace {
 
-QString Text(const char* key) { return QString::fromStdString(GetString(key)); }
+QString Text(const char* key)
+{
+    return QString::fromStdString(GetString(key));
+}
 
-bool HasData(const COLChannel* plane) { return plane && !plane->IsNull() && !plane->IsAllZero(); }
+bool HasData(const COLChannel* plane)
+{
+    return plane && !plane->IsNull() && !plane->IsAllZero();
+}
 
 } // namespace
 
-CTabInout::CTabInout(CAppGlobals& app, CToolBar& bar, IUiServices& services, IStatusProgress* status,
-                     QWidget* parent)
+CTabInout::CTabInout(CAppGlobals& app, CToolBar& bar, IUiServices& services, IStatusProgress* status, QWidget* parent)
     : QWidget(parent), m_app(app), m_bar(bar), m_services(services), m_pStatus(status),
       m_pShowInner(new QCheckBox(Text("showinner"), this)), m_pShowOuter(new QCheckBox(Text("showouter"), this)),
       m_pOptimise(new QPushButton(Text("optimizecontours"), this)), m_pNote(new QLabel(Text("optimizenote"), this))
@@ -92,8 +97,8 @@ CTabInout::EOptimiseOutcome CTabInout::OptimiseContours()
     }
     CProcessThread* worker = m_app.Worker();
     CContourOptimiser optimiser;
-    if (!worker || optimiser.Prepare(selection.GetWorkingImage(), selection.GetInnerPlane(),
-                                     selection.GetOuterPlane()) != kOk) {
+    if (!worker ||
+        optimiser.Prepare(selection.GetWorkingImage(), selection.GetInnerPlane(), selection.GetOuterPlane()) != kOk) {
         m_services.MessageBox(Text("except"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
         return EOptimiseOutcome::kFailed;
     }

@@ -37,7 +37,10 @@ std::vector<uint8_t> Copy(const COLChannel& c)
     return {c.GetBuffer(), c.GetBuffer() + size_t(c.GetWidth()) * c.GetHeight()};
 }
 
-bool Empty(const COLChannel& c) { return c.IsNull() || c.IsAllZero(); }
+bool Empty(const COLChannel& c)
+{
+    return c.IsNull() || c.IsAllZero();
+}
 
 class InoutPage : public ::testing::Test {
 protected:
@@ -205,7 +208,6 @@ TEST_F(InoutPage, AnEmptyContourIsRefusedAndChangesNothing)
     EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outer);
     EXPECT_TRUE(Empty(*Sel().GetInnerPlane()));
     EXPECT_EQ(Log().GetCount(), steps);
-
 }
 
 TEST_F(InoutPage, EscInTheWaitDialogChangesNothing)
@@ -374,7 +376,8 @@ TEST_F(InoutPage, TheBackgroundButtonsAndTheMenuAgree)
     COLImage picture;
     picture.Create(30, 20);
     for (uint32_t y = 0; y < 20; ++y)
-        for (uint32_t x = 0; x < 30; ++x) picture.PutPixel(x, y, CPixel::Make(200, 10, 10, 255));
+        for (uint32_t x = 0; x < 30; ++x)
+            picture.PutPixel(x, y, CPixel::Make(200, 10, 10, 255));
     const std::string path = m_dir.File("back.png");
     ASSERT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &picture), 0);
     m_services.openPaths.push_back(path);
@@ -406,11 +409,31 @@ TEST_F(InoutPage, ScreenshotOfThePageWithBothContours)
     ASSERT_NE(COLImageCodec().LoadFile(AssetPath("samples/coffee.png").c_str(), &photo), 0);
     OpenFile(photo, "coffee.png");
     EnterSelectionMode();
-    Polygon(Manager().GetOutPolygonTool(), {{170, 4}, {300, 2}, {425, 45}, {450, 100}, {495, 200}, {495, 280},
-                                            {440, 370}, {300, 399}, {150, 385}, {70, 320}, {55, 220}, {75, 130},
+    Polygon(Manager().GetOutPolygonTool(), {{170, 4},
+                                            {300, 2},
+                                            {425, 45},
+                                            {450, 100},
+                                            {495, 200},
+                                            {495, 280},
+                                            {440, 370},
+                                            {300, 399},
+                                            {150, 385},
+                                            {70, 320},
+                                            {55, 220},
+                                            {75, 130},
                                             {160, 55}});
-    Polygon(Manager().GetInPolygonTool(), {{195, 40}, {300, 30}, {395, 55}, {400, 110}, {445, 175}, {455, 270},
-                                           {390, 345}, {300, 375}, {190, 355}, {110, 290}, {95, 210}, {130, 140},
+    Polygon(Manager().GetInPolygonTool(), {{195, 40},
+                                           {300, 30},
+                                           {395, 55},
+                                           {400, 110},
+                                           {445, 175},
+                                           {455, 270},
+                                           {390, 345},
+                                           {300, 375},
+                                           {190, 355},
+                                           {110, 290},
+                                           {95, 210},
+                                           {130, 140},
                                            {180, 100}});
     Manager().SetCurrentTool(nullptr);
     m_frame->UpdateBars();
