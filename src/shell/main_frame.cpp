@@ -26,6 +26,7 @@
 #include "imaging/codec.h"
 #include "interchange/export.h"
 #include "shell/app_globals.h"
+#include "shell/background_bar.h"
 #include "shell/contour_cutout.h"
 #include "shell/file_filter.h"
 #include "shell/image_view.h"
@@ -43,6 +44,7 @@
 #include "shell/smart_inpaint_dlg.h"
 #include "shell/selection_mode.h"
 #include "shell/splash.h"
+#include "shell/tab_inout.h"
 #include "shell/tool_bar.h"
 
 namespace {
@@ -185,6 +187,11 @@ void CMainFrame::BuildToolStrip(QWidget* parent)
     m_pToolBar->onBarsChanged = [this] { UpdateMenuState(); };
     connect(m_pCreateSel, &QToolButton::clicked, this, [this] { OnCommand(cmd::kConfirmReturn); });
     m_pToolLayout->addWidget(m_pToolBar, 1);
+    // Selection mode's backgrounds, at the foot of the bar.
+    m_pBackBar = new CBackgroundBar(m_app, *m_pToolBar, *m_pServices, m_pToolStrip);
+    m_pBackBar->hide();
+    connect(m_pBackBar, &CBackgroundBar::Changed, this, [this] { UpdateMenuState(); });
+    m_pToolLayout->addWidget(m_pBackBar, 0, Qt::AlignLeft);
     m_pToolStrip->hide();
 }
 
@@ -250,12 +257,23 @@ void CMainFrame::BuildSidePanels()
     m_pHistory = new CHistoryPanel(m_pSide);
     m_pHelp = new QTextBrowser(m_pSide);
     m_pHelp->setOpenExternalLinks(false);
-    col->addWidget(new CPanelTitle(Text("tablayer"), m_pSide));
+    m_pLayersTitle = new CPanelTitle(Text("tablayer"), m_pSide);
+    col->addWidget(m_pLayersTitle);
     col->addWidget(m_pLayers, 3);
     col->addWidget(new CPanelTitle(Text("tabhistory"), m_pSide));
     col->addWidget(m_pHistory, 2);
     col->addWidget(new CPanelTitle(Text("tabwizard"), m_pSide));
     col->addWidget(m_pHelp, 1);
+    // Selection mode's page of the inner-outer method (shown by UpdatePanels).
+    m_pInout = new CTabInout(m_app, *m_pToolBar, *m_pServices, this, m_pSide);
+    m_pInoutTitle = new CPanelTitle(Text("algorithm"), m_pSide);
+    col->addWidget(m_pInoutTitle);
+    col->addWidget(m_pInout);
+    m_pInoutTitle->hide();
+    m_pInout->hide();
+    connect(m_pInout, &CTabInout::Changed, this, [this] { UpdatePanels(); });
+    connect(m_pInout, &CTabInout::Tip, this, [this](const QString& text) { SetTip(text); });
+    m_pHistory->SetLogSource([this] { return HistoryOfMode(); });
     m_pHelp->setPlainText(Text("nohelp"));
     connect(m_pLayers, &CLayersPanel::Command, this,
             [this](const QByteArray& text) { RunCommand(text.toStdString()); });
@@ -361,6 +379,11 @@ void CMainFrame::UpdateMenuState()
     if (m_selectionMenus)
         for (auto& [id, action] : m_actions)
             if (BackgroundModeOf(id) != 0) action->setChecked(BackgroundModeOf(id) == m_pToolBar->Selection().GetDisplayMode());
+    if (m_pBackBar) {
+        // The buttons act where the Background menu does: in selection mode, once a result exists.
+        m_pBackBar->setVisible(IsAvailableIn(cmd::kBackChecker, state));
+        m_pBackBar->Sync();
+    }
 }
 
 void CMainFrame::UpdateTitle()
@@ -376,7 +399,15 @@ void CMainFrame::UpdatePanels()
 {
     CComposeDocument& doc = m_app.Document();
     m_pLayers->Rebuild(doc);
-    m_pHistory->Rebuild(m_app.ComposeHistory());
+    m_pHistory->Rebuild(HistoryOfMode());
+    // Selection mode hides the layers; the inner-outer method shows its own page.
+    const bool selection = IsSelectionMode();
+    m_pLayersTitle->setVisible(!selection);
+    m_pLayers->setVisible(!selection);
+    const bool inout = selection && m_pToolBar->Manager().GetMethod() == kMethodInOut;
+    m_pInoutTitle->setVisible(inout);
+    m_pInout->setVisible(inout);
+    if (inout) m_pInout->SyncControls();
     m_pSaveButton->setEnabled(doc.GetLayerCount() > 0);
     m_pToolStrip->setVisible(m_pView->GetSource() != nullptr);
     for (QWidget* w : {static_cast<QWidget*>(m_pHRuler), static_cast<QWidget*>(m_pVRuler), m_pRulerCorner})
@@ -504,6 +535,12 @@ void CMainFrame::OnSelectionMode(bool selection)
 }
 
 IHistoryNavigator* CMainFrame::GetSelectionHistory() { return m_app.SelectionHistory(); }
+
+const CHistoryLog* CMainFrame::HistoryOfMode()
+{
+    if (IsSelectionMode()) return m_app.SelectionHistory();
+    return m_app.ComposeHistory();
+}
 
 void CMainFrame::RefreshSelectionDocument()
 {

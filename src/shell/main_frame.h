@@ -18,6 +18,9 @@ class CRuler;
 class CToolBar;
 class CLayersPanel;
 class CHistoryPanel;
+class CTabInout;
+class CBackgroundBar;
+class CHistoryLog;
 class QLabel;
 class QProgressBar;
 class QTextBrowser;
@@ -90,6 +93,11 @@ public:
     CLayersPanel* LayersPanel() const { return m_pLayers; }
     CHistoryPanel* HistoryPanel() const { return m_pHistory; }
     CToolBar* ToolBar() const { return m_pToolBar; }
+    // Selection mode's side page of the inner-outer method, and the background buttons of the left bar.
+    CTabInout* InoutPage() const { return m_pInout; }
+    CBackgroundBar* BackgroundBar() const { return m_pBackBar; }
+    // The log the history panel shows: the selection log in selection mode, else the compose log.
+    const CHistoryLog* HistoryOfMode();
     QAction* Action(int id) const;
     QString StatusText() const;
     QString HelpText() const;
@@ -186,6 +194,10 @@ private:
     CLayersPanel* m_pLayers = nullptr;
     CHistoryPanel* m_pHistory = nullptr;
     QTextBrowser* m_pHelp = nullptr;
+    QWidget* m_pLayersTitle = nullptr;
+    QWidget* m_pInoutTitle = nullptr;
+    CTabInout* m_pInout = nullptr;
+    CBackgroundBar* m_pBackBar = nullptr;
     QWidget* m_pSide = nullptr;
     QWidget* m_pToolStrip = nullptr;
     QVBoxLayout* m_pToolLayout = nullptr;

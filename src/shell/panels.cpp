@@ -1,5 +1,6 @@
 #include "shell/panels.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -321,11 +322,40 @@ CHistoryPanel::CHistoryPanel(QWidget* parent) : QWidget(parent), m_pList(new QLi
         if (m_rebuilding) return;
         Q_EMIT Command(QStringLiteral("UI_HistoryJumpTo('%1')").arg(m_pList->row(item) + 1).toLatin1());
     });
+    auto* poll = new QTimer(this);
+    poll->setInterval(200);
+    connect(poll, &QTimer::timeout, this, [this] {
+        if (!(QApplication::mouseButtons() & Qt::LeftButton)) Poll();
+    });
+    poll->start();
 }
 
-void CHistoryPanel::Rebuild(const CComposeHistory* history)
+CHistoryPanel::Shown CHistoryPanel::Look(const CHistoryLog* history)
+{
+    Shown s;
+    s.log = history;
+    if (history) {
+        s.count = history->GetCount();
+        s.current = history->GetCurrentStep();
+        // A step replaced after an undo keeps count and position: its record offset tells it apart.
+        if (s.count > 0) s.written = history->GetRecord(s.count - 1)->offset;
+    }
+    return s;
+}
+
+bool CHistoryPanel::Poll()
+{
+    if (!m_source) return false;
+    const CHistoryLog* history = m_source();
+    if (Look(history) == m_shown) return false;
+    Rebuild(history);
+    return true;
+}
+
+void CHistoryPanel::Rebuild(const CHistoryLog* history)
 {
     m_rebuilding = true;
+    m_shown = Look(history);
     m_pList->clear();
     if (history) {
         for (int i = 0; i < history->GetCount(); ++i) {

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <QWidget>
+#include <cstdint>
+#include <functional>
 #include <string>
 
 class CComposeDocument;
-class CComposeHistory;
+class CHistoryLog;
 class QComboBox;
 class QListWidget;
 class QListWidgetItem;
@@ -75,20 +77,36 @@ private:
     bool m_rebuilding = false;
 };
 
-// The steps of the compose history; a click jumps to a step.
+// The steps of the log of the mode (the compose history, or the selection history in selection mode); a click
+// jumps to a step. Tools add their steps without telling the panels, so the panel also looks at the log of the
+// mode five times a second and rebuilds when its steps changed (not while a mouse button is down).
 class CHistoryPanel : public QWidget {
     Q_OBJECT
 public:
     explicit CHistoryPanel(QWidget* parent);
-    void Rebuild(const CComposeHistory* history);
+    void Rebuild(const CHistoryLog* history);
     QListWidget* List() const { return m_pList; }
+    // Where the polling finds the log of the mode (null: none).
+    void SetLogSource(std::function<const CHistoryLog*()> source) { m_source = std::move(source); }
+    // Rebuilds when the log of the mode differs from what the list shows; true when it did.
+    bool Poll();
 
 Q_SIGNALS:
     void Command(const QByteArray& text);
 
 private:
+    struct Shown {
+        const CHistoryLog* log = nullptr;
+        int count = -1, current = -1;
+        uint32_t written = 0;
+        bool operator==(const Shown&) const = default;
+    };
+    static Shown Look(const CHistoryLog* history);
+
     QListWidget* m_pList;
     bool m_rebuilding = false;
+    std::function<const CHistoryLog*()> m_source;
+    Shown m_shown;
 };
 
 // Layer names and history labels are GBK in the document; the screen wants Unicode.

@@ -323,6 +323,17 @@ const TextRow kEditorRows[] = {
     {"brushhard", "硬度", "Hardness"},
     {"brushalpha", "不透明度", "Opacity"},
     {"brushbutton", "点击设置笔刷", "Click to set the brush"},
+    {"showinner", "显示内轮廓", "Show the inner contour"},
+    {"showouter", "显示外轮廓", "Show the outer contour"},
+    {"optimizecontours", "优化内外轮廓", "Snap the contours to edges"},
+    {"optimizenote", "利用图像分割原理，优化内外轮廓，让其更靠近实际边缘",
+     "Segments the picture and moves the inner and outer contours closer to the real edges."},
+    {"optimizeempty", "请先画出内轮廓和外轮廓，再优化它们。",
+     "Draw both the inner and the outer contour before snapping them to the edges."},
+    {"bkcolorpick", "选择背景颜色", "Choose the colour behind the cut-out"},
+    {"bkblockswitch", "切换方格的明暗", "Lighter or darker checkerboard"},
+    {"bkimagepick", "选择背景图片", "Choose the picture behind the cut-out"},
+    {"orgshowtip", "按住显示原图", "Hold to see the original picture"},
 };
 
 // Keys that callers ask for but the Chinese table does not hold (they read as empty there).

@@ -1,0 +1,448 @@
+// Selection mode's panels: the inner-outer page (show boxes, the contour snap on the worker), the history panel
+// following the log of the mode, and the background buttons of the left bar agreeing with the Background menu.
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+#include <QToolButton>
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+
+#include "commands/history_log.h"
+#include "gui_support.h"
+#include "imaging/codec.h"
+#include "matting/contour_optimise.h"
+#include "shell/background_bar.h"
+#include "shell/image_view.h"
+#include "shell/main_frame.h"
+#include "shell/panels.h"
+#include "shell/shell_app.h"
+#include "shell/tab_inout.h"
+#include "shell/tool_bar.h"
+#include "shell/wait_dialog.h"
+
+using namespace vmtest;
+
+namespace {
+
+std::vector<uint8_t> Copy(const COLChannel& c)
+{
+    if (c.IsNull()) return {};
+    return {c.GetBuffer(), c.GetBuffer() + size_t(c.GetWidth()) * c.GetHeight()};
+}
+
+bool Empty(const COLChannel& c)
+{
+    return c.IsNull() || c.IsAllZero();
+}
+
+class InoutPage : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
+        m_shell->Start("", TestOptions(m_dir, "en"), 0);
+        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
+        m_frame = m_shell->Frame();
+        m_frame->resize(1000, 720);
+        m_frame->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
+    }
+
+    // A dark disc with a soft rim on a light, graded background: the segmentation finds a real edge.
+    void OpenSynthetic(uint32_t w, uint32_t h)
+    {
+        COLImage img;
+        img.Create(w, h);
+        const double cx = w / 2.0, cy = h / 2.0, r = std::min(w, h) * 0.3;
+        for (uint32_t y = 0; y < h; ++y)
+            for (uint32_t x = 0; x < w; ++x) {
+                const double d = std::hypot(x - cx, y - cy);
+                const double a = std::clamp((r + 4 - d) / 8, 0.0, 1.0);
+                const auto mix = [&](double fg, double bg) { return uint8_t(fg * a + bg * (1 - a)); };
+                img.PutPixel(x, y, CPixel::Make(mix(40, 200 + x % 40), mix(60, 220), mix(150, 180 + y % 50), 255));
+            }
+        OpenFile(img, "disc.png");
+    }
+
+    void OpenFile(const COLImage& img, const char* name)
+    {
+        const std::string path = m_dir.File(name);
+        ASSERT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 0);
+        m_services.openPaths.push_back(path);
+        m_frame->OnCommand(cmd::kOpen);
+        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+    }
+
+    CToolBar& Bar() { return *m_frame->ToolBar(); }
+    CToolManager& Manager() { return Bar().Manager(); }
+    CSelectionDocument& Sel() { return Bar().Selection(); }
+    CTabInout& Page() { return *m_frame->InoutPage(); }
+    CSelectionHistory& Log() { return *Bar().SelectionLog(); }
+
+    void EnterSelectionMode()
+    {
+        auto* createSel = m_frame->findChild<QToolButton*>(QStringLiteral("createsel"));
+        ASSERT_NE(createSel, nullptr);
+        QTest::mouseClick(createSel, Qt::LeftButton);
+        ASSERT_TRUE(m_frame->IsSelectionMode());
+    }
+
+    void Polygon(CToolBase& tool, const std::vector<CViewPoint>& corners)
+    {
+        Manager().SetCurrentTool(&tool);
+        CImageView* view = m_frame->View();
+        auto client = [&](const CViewPoint& p) {
+            const CViewPoint c = view->ImageToClient(p.x, p.y);
+            return QPoint(c.x, c.y);
+        };
+        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(corners[0]));
+        for (const CViewPoint& p : corners) {
+            QTest::mouseMove(view, client(p));
+            QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(p));
+        }
+        QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(corners.back()));
+    }
+
+    void DrawOuter() { Polygon(Manager().GetOutPolygonTool(), {{40, 10}, {160, 10}, {170, 150}, {30, 150}}); }
+    void DrawInner() { Polygon(Manager().GetInPolygonTool(), {{85, 65}, {115, 65}, {115, 95}, {85, 95}}); }
+
+    // Pixels of the canvas in one exact colour: the ants of a contour use colours no pixel of the picture has.
+    int CountOnCanvas(QRgb colour)
+    {
+        QTest::qWait(50);
+        const QImage shot = m_frame->View()->grab().toImage().convertToFormat(QImage::Format_RGB32);
+        int n = 0;
+        for (int y = 0; y < shot.height(); ++y)
+            for (int x = 0; x < shot.width(); ++x)
+                n += (shot.pixel(x, y) & 0xFFFFFF) == (colour & 0xFFFFFF);
+        return n;
+    }
+
+    TempDir m_dir;
+    CFakeServices m_services;
+    CAppGlobals m_app;
+    std::unique_ptr<CShellApp> m_shell;
+    CMainFrame* m_frame = nullptr;
+};
+
+} // namespace
+
+TEST_F(InoutPage, TheButtonGivesTheCoreOptimisersPlanesAsOneStepThatUndoTakesBack)
+{
+    OpenSynthetic(200, 160);
+    EXPECT_FALSE(Page().isVisible()); // compose mode: the layers, not the page
+    EXPECT_TRUE(m_frame->LayersPanel()->isVisible());
+    EnterSelectionMode();
+    EXPECT_TRUE(Page().isVisible());
+    EXPECT_FALSE(m_frame->LayersPanel()->isVisible());
+    EXPECT_FALSE(Page().OptimiseButton()->isEnabled());
+    DrawOuter();
+    DrawInner();
+    Page().SyncControls();
+    ASSERT_TRUE(Page().OptimiseButton()->isEnabled());
+
+    const std::vector<uint8_t> innerDrawn = Copy(*Sel().GetInnerPlane());
+    const std::vector<uint8_t> outerDrawn = Copy(*Sel().GetOuterPlane());
+    COLImage source;
+    COLChannel inner, outer;
+    ASSERT_TRUE(source.DuplicateFrom(Sel().GetWorkingImage()));
+    ASSERT_TRUE(inner.DuplicateFrom(Sel().GetInnerPlane()));
+    ASSERT_TRUE(outer.DuplicateFrom(Sel().GetOuterPlane()));
+    const int32_t detail = CTabInout::kDetail;
+    ASSERT_EQ(OptimiseContoursNow(&source, &inner, &outer, &detail), kOk);
+    // Both planes move, or the comparisons below could not tell a snap from no run at all.
+    ASSERT_NE(Copy(inner), innerDrawn);
+    ASSERT_NE(Copy(outer), outerDrawn);
+    const int steps = Log().GetCount();
+
+    QTest::mouseClick(Page().OptimiseButton(), Qt::LeftButton); // the wait dialog is modal: done on return
+
+    EXPECT_EQ(Copy(*Sel().GetInnerPlane()), Copy(inner));
+    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), Copy(outer));
+    ASSERT_EQ(Log().GetCount(), steps + 1);
+    const CHistoryRecord* step = Log().GetRecord(steps);
+    EXPECT_EQ(step->kind, 5);
+    EXPECT_EQ(step->arg, int32_t(kPlaneInner | kPlaneOuter));
+    EXPECT_STREQ(step->label, "inoutoptimize");
+    EXPECT_EQ(m_frame->HelpText(), QString::fromStdString(GetString("afterinoutoptimize")));
+    EXPECT_TRUE(m_services.messages.empty());
+    EXPECT_TRUE(m_frame->IsCommandAvailable(cmd::kBuildSelection));
+
+    m_frame->OnCommand(cmd::kUndo);
+    EXPECT_EQ(Copy(*Sel().GetInnerPlane()), innerDrawn);
+    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outerDrawn);
+    m_frame->OnCommand(cmd::kRedo);
+    EXPECT_EQ(Copy(*Sel().GetInnerPlane()), Copy(inner));
+    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), Copy(outer));
+
+    // Once a result exists the contours are done with: the page's controls rest.
+    m_frame->OnCommand(cmd::kBuildSelection);
+    ASSERT_FALSE(Sel().GetResultMask()->IsNull());
+    EXPECT_FALSE(Page().OptimiseButton()->isEnabled());
+    EXPECT_FALSE(Page().ShowInnerBox()->isEnabled());
+    EXPECT_EQ(Page().OptimiseContours(), CTabInout::EOptimiseOutcome::kNotReady);
+}
+
+TEST_F(InoutPage, AnEmptyContourIsRefusedAndChangesNothing)
+{
+    OpenSynthetic(200, 160);
+    EnterSelectionMode();
+    DrawOuter();
+    Page().SyncControls();
+    EXPECT_FALSE(Page().OptimiseButton()->isEnabled());
+    EXPECT_TRUE(Page().ShowOuterBox()->isEnabled());
+    EXPECT_FALSE(Page().ShowInnerBox()->isEnabled());
+    const std::vector<uint8_t> outer = Copy(*Sel().GetOuterPlane());
+    const int steps = Log().GetCount();
+
+    EXPECT_EQ(Page().OptimiseContours(), CTabInout::EOptimiseOutcome::kEmpty);
+    ASSERT_EQ(m_services.messages.size(), 1u);
+    EXPECT_EQ(m_services.messages.back(), GetString("optimizeempty"));
+    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outer);
+    EXPECT_TRUE(Empty(*Sel().GetInnerPlane()));
+    EXPECT_EQ(Log().GetCount(), steps);
+}
+
+TEST_F(InoutPage, EscInTheWaitDialogChangesNothing)
+{
+    // Large enough that the segmentation is still running when Esc comes.
+    OpenSynthetic(1600, 1200);
+    EnterSelectionMode();
+    DrawOuter();
+    DrawInner();
+    const std::vector<uint8_t> outer = Copy(*Sel().GetOuterPlane());
+    const std::vector<uint8_t> inner = Copy(*Sel().GetInnerPlane());
+    const int drawnSteps = Log().GetCount();
+    QTimer escape;
+    bool pressed = false;
+    QObject::connect(&escape, &QTimer::timeout, [&] {
+        if (auto* wait = qobject_cast<CWaitDialog*>(QApplication::activeModalWidget()); wait && !pressed) {
+            pressed = true;
+            QTest::keyClick(wait, Qt::Key_Escape);
+        }
+    });
+    escape.start(1);
+    const CTabInout::EOptimiseOutcome outcome = Page().OptimiseContours();
+    escape.stop();
+    ASSERT_TRUE(pressed);
+    EXPECT_EQ(outcome, CTabInout::EOptimiseOutcome::kCancelled);
+    EXPECT_EQ(Copy(*Sel().GetInnerPlane()), inner);
+    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outer);
+    EXPECT_EQ(Log().GetCount(), drawnSteps);
+    EXPECT_TRUE(m_services.messages.empty());
+}
+
+TEST_F(InoutPage, TheShowBoxesChangeWhatTheCanvasDraws)
+{
+    OpenSynthetic(200, 160);
+    EnterSelectionMode();
+    DrawOuter();
+    DrawInner();
+    Manager().SetCurrentTool(nullptr);
+    Page().SyncControls();
+    const QRgb red = 0xE01818, green = 0x00A000; // the dark stripes of the outer and the inner contour's ants
+    ASSERT_TRUE(WaitFor([&] { return CountOnCanvas(red) > 0 && CountOnCanvas(green) > 0; }));
+
+    QTest::mouseClick(Page().ShowInnerBox(), Qt::LeftButton);
+    EXPECT_EQ(Sel().GetShowInner(), 0);
+    EXPECT_TRUE(WaitFor([&] { return CountOnCanvas(green) == 0; }));
+    EXPECT_GT(CountOnCanvas(red), 0);
+
+    QTest::mouseClick(Page().ShowOuterBox(), Qt::LeftButton);
+    EXPECT_EQ(Sel().GetShowOuter(), 0);
+    EXPECT_TRUE(WaitFor([&] { return CountOnCanvas(red) == 0; }));
+    EXPECT_EQ(CountOnCanvas(green), 0);
+
+    // Hidden is only not drawn: the planes are still there and come back.
+    EXPECT_FALSE(Empty(*Sel().GetInnerPlane()));
+    QTest::mouseClick(Page().ShowInnerBox(), Qt::LeftButton);
+    QTest::mouseClick(Page().ShowOuterBox(), Qt::LeftButton);
+    EXPECT_TRUE(WaitFor([&] { return CountOnCanvas(red) > 0 && CountOnCanvas(green) > 0; }));
+}
+
+TEST_F(InoutPage, TheHistoryPanelShowsTheLogOfTheModeAndAClickJumpsThroughIt)
+{
+    OpenSynthetic(200, 160);
+    QListWidget* list = m_frame->HistoryPanel()->List();
+    const CComposeHistory& compose = *m_app.ComposeHistory();
+    ASSERT_EQ(list->count(), compose.GetCount());
+
+    EnterSelectionMode();
+    DrawOuter();
+    DrawInner();
+    // The double click of the test leaves the button down as the application sees it; a release with no tool
+    // lifts it. The panel does not rebuild under a pressed button.
+    Manager().SetCurrentTool(nullptr);
+    QTest::mouseRelease(m_frame->View(), Qt::LeftButton, Qt::NoModifier, QPoint(2, 2));
+    ASSERT_EQ(QApplication::mouseButtons(), Qt::NoButton);
+    // "createsel", then two steps for each contour polygon (the tools record one as the polygon is filled and
+    // one as it is committed). The tools record them without telling the panels: the panel finds them itself.
+    ASSERT_EQ(Log().GetCount(), 5);
+    ASSERT_TRUE(WaitFor([&] { return list->count() == 5; }));
+    for (int i = 0; i < 5; ++i) {
+        char label[33] = {};
+        std::memcpy(label, Log().GetRecord(i)->label, 32);
+        EXPECT_EQ(list->item(i)->text(), HistoryLabelText(label)) << i;
+    }
+    EXPECT_EQ(list->item(1)->text(), QString::fromStdString(GetString("outpolygonseltip")));
+    EXPECT_EQ(list->currentRow(), 4);
+    const std::vector<uint8_t> outer = Copy(*Sel().GetOuterPlane());
+
+    // A click on the outer contour's last row goes back to just after it: the inner contour is gone.
+    QListWidgetItem* row = list->item(2);
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, list->visualItemRect(row).center());
+    EXPECT_EQ(Log().GetCurrentStep(), 3);
+    EXPECT_TRUE(Empty(*Sel().GetInnerPlane()));
+    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outer);
+    ASSERT_EQ(list->count(), 5); // the undone steps stay in the list, greyed, for redo
+    EXPECT_EQ(list->currentRow(), 2);
+    EXPECT_NE(list->item(3)->foreground().color(), list->item(0)->foreground().color());
+    // And forward again by the last row.
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, list->visualItemRect(list->item(4)).center());
+    EXPECT_EQ(Log().GetCurrentStep(), 5);
+    EXPECT_FALSE(Empty(*Sel().GetInnerPlane()));
+
+    // Back in compose mode the compose log comes back.
+    m_frame->OnCommand(cmd::kCancelReturn);
+    ASSERT_FALSE(m_frame->IsSelectionMode());
+    ASSERT_EQ(list->count(), compose.GetCount());
+    char label[33] = {};
+    std::memcpy(label, compose.GetRecord(0)->label, 32);
+    EXPECT_EQ(list->item(0)->text(), HistoryLabelText(label));
+    EXPECT_FALSE(Page().isVisible());
+    EXPECT_TRUE(m_frame->LayersPanel()->isVisible());
+}
+
+TEST_F(InoutPage, TheBackgroundButtonsAndTheMenuAgree)
+{
+    OpenSynthetic(200, 160);
+    CBackgroundBar& buttons = *m_frame->BackgroundBar();
+    EXPECT_FALSE(buttons.isVisible());
+    EnterSelectionMode();
+    DrawOuter();
+    DrawInner();
+    EXPECT_FALSE(buttons.isVisible()); // nothing to see behind the opaque working copy yet
+    m_frame->OnCommand(cmd::kBuildSelection);
+    ASSERT_FALSE(Sel().GetResultMask()->IsNull());
+    ASSERT_TRUE(buttons.isVisible());
+
+    // The menu's checked item and the pressed button are the display mode, whichever way it was chosen.
+    auto agree = [&](int mode) {
+        EXPECT_EQ(Sel().GetDisplayMode(), mode);
+        for (int id : {cmd::kBackColour, cmd::kBackChecker, cmd::kBackPicture, cmd::kBackMask, cmd::kBackOriginal}) {
+            QAction* item = m_frame->Action(id);
+            EXPECT_EQ(item && item->isChecked(), BackgroundModeOf(id) == mode) << id;
+        }
+        for (int m = 1; m <= 4; ++m)
+            EXPECT_EQ(buttons.ModeButton(m)->isChecked(), m == mode) << m;
+    };
+    agree(kShowChecker);
+    if (const char* dir = std::getenv("VM_SCREENSHOT_DIR")) {
+        QTest::qWait(300);
+        m_frame->grab().save(QString::fromUtf8(dir) + QStringLiteral("/background-buttons.png"));
+    }
+    QTest::mouseClick(buttons.ModeButton(kShowMask), Qt::LeftButton);
+    agree(kShowMask);
+    m_frame->Action(cmd::kBackChecker)->trigger();
+    agree(kShowChecker);
+    QTest::mouseClick(buttons.ModeButton(kShowChecker), Qt::LeftButton); // pressing the pressed one keeps it
+    agree(kShowChecker);
+    m_frame->Action(cmd::kBackOriginal)->trigger();
+    agree(kShowSource);
+
+    // Plain colour: the button takes the colour as it stands (the profile's gray), the helper asks for one.
+    QTest::mouseClick(buttons.ModeButton(kShowColour), Qt::LeftButton);
+    agree(kShowColour);
+    EXPECT_EQ(Sel().GetBackgroundColour(), 0xFF808080u);
+    buttons.chooseColour = [](const QColor&, QWidget*) { return QColor(10, 20, 30); };
+    m_frame->Action(cmd::kBackMask)->trigger();
+    QTest::mouseClick(buttons.ColourHelper(), Qt::LeftButton);
+    agree(kShowColour);
+    EXPECT_EQ(Sel().GetBackgroundColour(), 0xFF0A141Eu);
+    buttons.chooseColour = [](const QColor&, QWidget*) { return QColor(); }; // cancelled
+    QTest::mouseClick(buttons.ColourHelper(), Qt::LeftButton);
+    EXPECT_EQ(Sel().GetBackgroundColour(), 0xFF0A141Eu);
+
+    // The picture button without a picture asks for one; a cancelled dialog changes nothing.
+    QTest::mouseClick(buttons.ModeButton(kShowPicture), Qt::LeftButton);
+    agree(kShowColour);
+    COLImage picture;
+    picture.Create(30, 20);
+    for (uint32_t y = 0; y < 20; ++y)
+        for (uint32_t x = 0; x < 30; ++x)
+            picture.PutPixel(x, y, CPixel::Make(200, 10, 10, 255));
+    const std::string path = m_dir.File("back.png");
+    ASSERT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &picture), 0);
+    m_services.openPaths.push_back(path);
+    QTest::mouseClick(buttons.ModeButton(kShowPicture), Qt::LeftButton);
+    agree(kShowPicture);
+    EXPECT_EQ(Sel().GetBackgroundPicture()->GetWidth(), 30u);
+
+    // The checkerboard helper switches light and dark.
+    const int style = Sel().GetCheckerStyle();
+    QTest::mouseClick(buttons.CheckerHelper(), Qt::LeftButton);
+    EXPECT_EQ(Sel().GetCheckerStyle(), style ? 0 : 1);
+
+    // "Original" shows the source only while held.
+    QTest::mousePress(buttons.OriginalButton(), Qt::LeftButton);
+    EXPECT_EQ(Sel().GetDisplayMode(), kShowSource);
+    EXPECT_TRUE(buttons.ModeButton(kShowPicture)->isChecked());
+    QTest::mouseRelease(buttons.OriginalButton(), Qt::LeftButton);
+    agree(kShowPicture);
+
+    // Undo takes the result away, and the buttons with it.
+    m_frame->OnCommand(cmd::kUndo);
+    ASSERT_TRUE(Sel().GetResultMask()->IsNull());
+    EXPECT_FALSE(buttons.isVisible());
+}
+
+TEST_F(InoutPage, ScreenshotOfThePageWithBothContours)
+{
+    COLImage photo;
+    ASSERT_NE(COLImageCodec().LoadFile(AssetPath("samples/coffee.png").c_str(), &photo), 0);
+    OpenFile(photo, "coffee.png");
+    EnterSelectionMode();
+    Polygon(Manager().GetOutPolygonTool(), {{170, 4},
+                                            {300, 2},
+                                            {425, 45},
+                                            {450, 100},
+                                            {495, 200},
+                                            {495, 280},
+                                            {440, 370},
+                                            {300, 399},
+                                            {150, 385},
+                                            {70, 320},
+                                            {55, 220},
+                                            {75, 130},
+                                            {160, 55}});
+    Polygon(Manager().GetInPolygonTool(), {{195, 40},
+                                           {300, 30},
+                                           {395, 55},
+                                           {400, 110},
+                                           {445, 175},
+                                           {455, 270},
+                                           {390, 345},
+                                           {300, 375},
+                                           {190, 355},
+                                           {110, 290},
+                                           {95, 210},
+                                           {130, 140},
+                                           {180, 100}});
+    Manager().SetCurrentTool(nullptr);
+    m_frame->UpdateBars();
+    EXPECT_TRUE(Page().isVisible());
+    EXPECT_TRUE(Page().OptimiseButton()->isEnabled());
+    EXPECT_TRUE(Page().ShowInnerBox()->isChecked());
+    EXPECT_TRUE(Page().ShowOuterBox()->isChecked());
+    if (const char* dir = std::getenv("VM_SCREENSHOT_DIR")) {
+        QTest::qWait(300);
+        m_frame->grab().save(QString::fromUtf8(dir) + QStringLiteral("/inout-page.png"));
+    }
+}
