@@ -41,6 +41,7 @@
 #include "shell/skin.h"
 #include "shell/smart_inpaint_dlg.h"
 #include "shell/selection_mode.h"
+#include "shell/tab_blue_matting.h"
 #include "shell/splash.h"
 #include "shell/tool_bar.h"
 
@@ -256,6 +257,11 @@ void CMainFrame::BuildSidePanels()
     col->addWidget(new CPanelTitle(Text("tabwizard"), m_pSide));
     col->addWidget(m_pHelp, 1);
     m_pHelp->setPlainText(Text("nohelp"));
+    // The chroma-key page stands under the others while that method is on.
+    m_pBlueTab = new CTabBlueMatting(m_app, *m_pToolBar, m_pSide);
+    m_pBlueTab->SetStatusProgress(this);
+    m_pBlueTab->hide();
+    col->addWidget(m_pBlueTab, 4);
     connect(m_pLayers, &CLayersPanel::Command, this,
             [this](const QByteArray& text) { RunCommand(text.toStdString()); });
     connect(m_pLayers, &CLayersPanel::MessageRequested, this, [this](const char* key) { ShowMessage(key); });
@@ -498,6 +504,11 @@ void CMainFrame::OnSelectionMode(bool selection)
     else
         BuildMenus(true);
     m_pCreateSel->setToolTip(Text(selection ? "leavesel" : "createsel"));
+    if (m_pBlueTab) {
+        // A live preview must be done with the pictures before the mode lets go of them.
+        if (!selection) m_pBlueTab->WaitIdle();
+        m_pBlueTab->setVisible(selection && m_pToolBar->Manager().GetMethod() == kMethodChroma);
+    }
     m_pView->ZoomFit();
     UpdatePanels();
 }
@@ -647,6 +658,10 @@ void CMainFrame::OnCommand(int id)
         break;
     case cmd::kCancelReturn:
         selmode::CancelReturn(*m_pToolBar, *m_pServices);
+        UpdatePanels();
+        break;
+    case cmd::kChromaKey:
+        selmode::EnterChromaKey(*m_pToolBar, *m_pBlueTab, *m_pServices);
         UpdatePanels();
         break;
     case cmd::kBackColour:

@@ -16,6 +16,7 @@ class COLImage;
 class CImageView;
 class CRuler;
 class CToolBar;
+class CTabBlueMatting;
 class CLayersPanel;
 class CHistoryPanel;
 class QLabel;
@@ -90,6 +91,8 @@ public:
     CLayersPanel* LayersPanel() const { return m_pLayers; }
     CHistoryPanel* HistoryPanel() const { return m_pHistory; }
     CToolBar* ToolBar() const { return m_pToolBar; }
+    // The chroma-key page of the side panel (selection mode, chroma-key method).
+    CTabBlueMatting* BlueTab() const { return m_pBlueTab; }
     QAction* Action(int id) const;
     QString StatusText() const;
     QString HelpText() const;
@@ -185,6 +188,7 @@ private:
     QToolButton* m_pCreateSel = nullptr;
     QToolButton* m_pBuildSel = nullptr; // "buildseltip": selection mode, inner-outer method
     CToolBar* m_pToolBar = nullptr;
+    CTabBlueMatting* m_pBlueTab = nullptr;
     QToolBar* m_pTopBar = nullptr;
     QAction* m_pSaveButton = nullptr;
     QLabel* m_pTip = nullptr;
