@@ -518,6 +518,8 @@ IHistoryNavigator* CMainFrame::GetSelectionHistory() { return m_app.SelectionHis
 void CMainFrame::RefreshSelectionDocument()
 {
     if (!m_pToolBar) return;
+    // Undo or redo replaced the planes: a chroma-key preview still on the worker must not overwrite them.
+    if (m_pBlueTab) m_pBlueTab->WaitIdle();
     m_pToolBar->Selection().RefreshPreview();
     m_pToolBar->Manager().UpdateBars(); // undo may take the result away, or bring it back
 }
