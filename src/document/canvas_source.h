@@ -50,6 +50,8 @@ public:
     virtual void Refresh() {}
     virtual COLImage* GetDisplayBuffer() { return nullptr; }
     virtual void SetDisplayOverride(COLImage*) {}
+    // One zoom stop in or out about the client point (x, y), as the wheel does.
+    virtual void ZoomStep(bool, int, int) {}
 
 protected:
     ~ICanvasView() = default;

@@ -55,7 +55,7 @@ public:
     void FitWhole(double maxZoom);
 
     // One zoom stop in or out about a client point; only with a source.
-    void ZoomStep(bool in, int x, int y);
+    void ZoomStep(bool in, int x, int y) override;
     // The largest zoom that shows the whole picture without scroll bars (capped at maxZoom).
     double FitZoom(double maxZoom) const;
 

@@ -43,6 +43,7 @@
 #include "shell/skin.h"
 #include "shell/smart_inpaint_dlg.h"
 #include "shell/selection_mode.h"
+#include "shell/tab_blue_matting.h"
 #include "shell/splash.h"
 #include "shell/tab_inout.h"
 #include "shell/tool_bar.h"
@@ -275,6 +276,11 @@ void CMainFrame::BuildSidePanels()
     connect(m_pInout, &CTabInout::Tip, this, [this](const QString& text) { SetTip(text); });
     m_pHistory->SetLogSource([this] { return HistoryOfMode(); });
     m_pHelp->setPlainText(Text("nohelp"));
+    // The chroma-key page stands under the others while that method is on.
+    m_pBlueTab = new CTabBlueMatting(m_app, *m_pToolBar, m_pSide);
+    m_pBlueTab->SetStatusProgress(this);
+    m_pBlueTab->hide();
+    col->addWidget(m_pBlueTab, 4);
     connect(m_pLayers, &CLayersPanel::Command, this,
             [this](const QByteArray& text) { RunCommand(text.toStdString()); });
     connect(m_pLayers, &CLayersPanel::MessageRequested, this, [this](const char* key) { ShowMessage(key); });
@@ -530,6 +536,11 @@ void CMainFrame::OnSelectionMode(bool selection)
     else
         BuildMenus(true);
     m_pCreateSel->setToolTip(Text(selection ? "leavesel" : "createsel"));
+    if (m_pBlueTab) {
+        // A live preview must be done with the pictures before the mode lets go of them.
+        if (!selection) m_pBlueTab->WaitIdle();
+        m_pBlueTab->setVisible(selection && m_pToolBar->Manager().GetMethod() == kMethodChroma);
+    }
     m_pView->ZoomFit();
     UpdatePanels();
 }
@@ -545,6 +556,8 @@ const CHistoryLog* CMainFrame::HistoryOfMode()
 void CMainFrame::RefreshSelectionDocument()
 {
     if (!m_pToolBar) return;
+    // Undo or redo replaced the planes: a chroma-key preview still on the worker must not overwrite them.
+    if (m_pBlueTab) m_pBlueTab->WaitIdle();
     m_pToolBar->Selection().RefreshPreview();
     m_pToolBar->Manager().UpdateBars(); // undo may take the result away, or bring it back
 }
@@ -694,6 +707,10 @@ void CMainFrame::OnCommand(int id)
             break;
         }
         selmode::CancelReturn(*m_pToolBar, *m_pServices);
+        UpdatePanels();
+        break;
+    case cmd::kChromaKey:
+        selmode::EnterChromaKey(*m_pToolBar, *m_pBlueTab, *m_pServices);
         UpdatePanels();
         break;
     case cmd::kBackColour:

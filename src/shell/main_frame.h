@@ -16,6 +16,7 @@ class COLImage;
 class CImageView;
 class CRuler;
 class CToolBar;
+class CTabBlueMatting;
 class CLayersPanel;
 class CHistoryPanel;
 class CTabInout;
@@ -98,6 +99,8 @@ public:
     CBackgroundBar* BackgroundBar() const { return m_pBackBar; }
     // The log the history panel shows: the selection log in selection mode, else the compose log.
     const CHistoryLog* HistoryOfMode();
+    // The chroma-key page of the side panel (selection mode, chroma-key method).
+    CTabBlueMatting* BlueTab() const { return m_pBlueTab; }
     QAction* Action(int id) const;
     QString StatusText() const;
     QString HelpText() const;
@@ -207,6 +210,7 @@ private:
     QToolButton* m_pCreateSel = nullptr;
     QToolButton* m_pBuildSel = nullptr; // "buildseltip": selection mode, inner-outer method
     CToolBar* m_pToolBar = nullptr;
+    CTabBlueMatting* m_pBlueTab = nullptr;
     QToolBar* m_pTopBar = nullptr;
     QAction* m_pSaveButton = nullptr;
     QLabel* m_pTip = nullptr;

@@ -62,6 +62,8 @@ const MenuItemDef kItems[] = {
     {cmd::kBuildSelection, "根据内外轮廓创建选区\tCtrl+B", "Create the cut-out from the contours\tCtrl+B", nullptr,
      EMenuArgument::kNone},
     {cmd::kRefinedEdges, "精细边缘（较慢）", "&Refined edges (slower)", nullptr, EMenuArgument::kNone},
+    {cmd::kChromaKey, "单色幕去背法(色度键法)...", "&Chroma key (single-coloured backdrop)...", nullptr,
+     EMenuArgument::kNone},
     {cmd::kBackColour, "单色背景", "Plain &colour", nullptr, EMenuArgument::kNone},
     {cmd::kBackChecker, "方格背景", "C&heckerboard", nullptr, EMenuArgument::kNone},
     {cmd::kBackPicture, "图片背景", "&Picture...", nullptr, EMenuArgument::kNone},
@@ -118,7 +120,8 @@ const std::vector<MenuDef>& ComposeMenus()
         {"选择(&S)",
          "&Select",
          {cmd::kSelectAll, cmd::kSelectNone, cmd::kSelectInverse, kSeparator, cmd::kFeather, cmd::kExpand, cmd::kShrink,
-          cmd::kSegmentDeflate, kSeparator, cmd::kInpaint, kSeparator, cmd::kDeleteSelection, cmd::kDeleteOutside}},
+          cmd::kSegmentDeflate, kSeparator, cmd::kInpaint, kSeparator, cmd::kDeleteSelection, cmd::kDeleteOutside,
+          kSeparator, cmd::kChromaKey}},
         {"查看(&V)", "&View", {cmd::kStatusBar, cmd::kSettings}},
         {"帮助(&H)", "&Help", {kTutorialSubMenu, cmd::kHelpFile, cmd::kHomeSite, kSeparator, cmd::kAbout}},
     };
@@ -244,6 +247,8 @@ bool IsCommandEnabled(int id, const FrameState& s)
         return L > 0;
     case cmd::kCancelReturn:
         return s.selectionMode;
+    case cmd::kChromaKey:
+        return L > 0 && !s.selectionMode && !E;
     default:
         return true; // new, exit, undo, redo, flips, export, select all, view, settings and help items
     }

@@ -13,6 +13,7 @@
 
 #include "shell/app_globals.h"
 #include "shell/brush_panel.h"
+#include "shell/contour_tool_panels.h"
 #include "shell/image_view.h"
 #include "shell/skin.h"
 #include "shell/string_table.h"
@@ -190,6 +191,10 @@ CToolBar::CToolBar(CAppGlobals& app, CImageView* view, QWidget* parent) : QWidge
     m_pPanel->setGeometry(4, 200, 64, 48);
     m_pBrushPanel = new CBrushOptionsPanel(this);
     m_pBrushPanel->setGeometry(2, 200, 66, 150);
+    m_pBkPickerPanel = new CBkPickerOptionsPanel(this);
+    m_pBkPickerPanel->setGeometry(2, 200, 66, 190);
+    m_pZoomPanel = new CZoomOptionsPanel(this);
+    m_pZoomPanel->setGeometry(4, 200, 64, 22);
 }
 
 CToolBar::~CToolBar()
@@ -213,10 +218,14 @@ void CToolBar::ShowOptionPanel(CToolOptions* panel)
 {
     m_pPanel->Show(panel);
     m_pBrushPanel->Show(panel);
+    m_pBkPickerPanel->Show(panel);
+    m_pZoomPanel->Show(panel);
     // Below the last row of buttons.
     const int rows = (int(m_pManager->GetShownTools().size()) + 2) / 3;
     m_pPanel->move(4, Cell(rows * 3).top + 6);
     m_pBrushPanel->move(2, Cell(rows * 3).top + 6);
+    m_pBkPickerPanel->move(2, Cell(rows * 3).top + 6);
+    m_pZoomPanel->move(4, Cell(rows * 3).top + 6);
 }
 
 void CToolBar::RedrawBar()

@@ -13,6 +13,8 @@
 class CAppGlobals;
 class CComposeDocument;
 class CBrushOptionsPanel;
+class CBkPickerOptionsPanel;
+class CZoomOptionsPanel;
 class CImageView;
 class QLineEdit;
 class QToolButton;
@@ -87,4 +89,6 @@ private:
     CSelOptionsPanel* m_pPanel;
     std::map<std::string, QImage> m_icons; // button pictures by tip key
     CBrushOptionsPanel* m_pBrushPanel;
+    CBkPickerOptionsPanel* m_pBkPickerPanel;
+    CZoomOptionsPanel* m_pZoomPanel;
 };

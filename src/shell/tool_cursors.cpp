@@ -112,10 +112,37 @@ QCursor Make(EShape shape, EBadge badge)
     return QCursor(pixmap, hotX, hotY);
 }
 
+// A magnifier with a plus or a minus in its glass; the hot spot is the glass's centre.
+QCursor MagnifierCursor(bool in)
+{
+    QPixmap pixmap(kSize, kSize);
+    pixmap.fill(Qt::transparent);
+    QPainter p(&pixmap);
+    p.setRenderHint(QPainter::Antialiasing, true);
+    QPainterPath glass;
+    glass.addEllipse(QPointF(12, 12), 8, 8);
+    glass.moveTo(18, 18);
+    glass.lineTo(28, 28);
+    glass.moveTo(8, 12);
+    glass.lineTo(16, 12);
+    if (in) {
+        glass.moveTo(12, 8);
+        glass.lineTo(12, 16);
+    }
+    Stroke(p, glass);
+    p.end();
+    return QCursor(pixmap, 12, 12);
+}
+
 } // namespace
 
 QCursor ToolCursorFor(int role)
 {
+    if (role == kCursorZoomIn || role == kCursorZoomOut) {
+        static const QCursor zoomIn = MagnifierCursor(true), zoomOut = MagnifierCursor(false);
+        return role == kCursorZoomIn ? zoomIn : zoomOut;
+    }
+    if (role == kCursorPan) return QCursor(Qt::OpenHandCursor);
     static std::array<QCursor, 14> cursors;
     static std::array<bool, 14> made{};
     if (role <= kCursorDefault || role > kCursorMagicSubtract) return QCursor(Qt::ArrowCursor);

@@ -44,6 +44,9 @@ enum ToolCursor : int {
     kCursorBrush,          // paint tools: the canvas draws the brush circle, the pointer is a small cross
     kCursorCloneSource,    // the clone brush waits for its source point
     kCursorPicker,
+    kCursorZoomIn,         // the zoom tool, by its panel's mode
+    kCursorZoomOut,
+    kCursorPan,
 };
 
 // Everything a tool works on: the two documents and their undo logs, and the string table. Owned by the

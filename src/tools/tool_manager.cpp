@@ -17,7 +17,8 @@ CToolManager::CToolManager(CToolContext& context)
       m_eraseLayer(&context), m_freePaint(&context), m_camera(&context), m_desat(&context), m_picker(&context),
       m_forePaint(&context), m_eraseSel(&context),
       m_innerBrush(&context, "innerbrushtip", "innerbrushhelp", 180, kPlaneInner),
-      m_outerBrush(&context, "outerbrushtip", "outerbrushhelp", 180, kPlaneOuter)
+      m_outerBrush(&context, "outerbrushtip", "outerbrushhelp", 180, kPlaneOuter), m_bkPicker(&context),
+      m_inject(&context), m_zoom(&context)
 {
     // One row per tool: its short name for scripts, the lists it stands in, and what it does. The order of the
     // rows is the order of the buttons. Tools still to come join here.
@@ -38,9 +39,13 @@ CToolManager::CToolManager(CToolContext& context)
         {"clone", &m_camera, kInC,
          "clone brush: down X Y alt (or the first click) sets the source, strokes copy from it"},
         {"desaturate", &m_desat, kInC, "take the colour out of the current layer under the brush"},
-        {"picker", &m_picker, kInC, "click: the colour of the picture becomes the foreground colour"},
+        {"colourpicker", &m_picker, kInC, "click: the colour of the picture becomes the foreground colour"},
+        {"picker", &m_bkPicker, kInK,
+         "selection mode, chroma key: click the backdrop; its colour is keyed out (a second click takes the "
+         "result away)"},
         {"outpolygon", &m_outPolygon, kInI, "selection mode: polygon on the outer contour plane (sure background)"},
         {"inpolygon", &m_inPolygon, kInI, "selection mode: polygon on the inner contour plane (sure foreground)"},
+        {"inject", &m_inject, kInI, "selection mode: click adds one point to the inner contour plane"},
         {"modifypolygon", &m_modifyPolygon, kInK | kInI,
          "selection mode: polygon on the result mask; raised parts take their colour back from the layer"},
         {"restore", &m_forePaint, kInK | kInI,
@@ -50,6 +55,8 @@ CToolManager::CToolManager(CToolContext& context)
          "selection mode: brush on the inner contour plane (sure foreground); down X Y ctrl erases"},
         {"outerbrush", &m_outerBrush, kInI,
          "selection mode: brush on the outer contour plane (sure background); down X Y ctrl erases"},
+        {"zoom", &m_zoom, kInC | kInK | kInI,
+         "click zooms in one stop (shift: out); ctrl and drag pans the view"},
     };
     for (const auto& row : table) {
         m_named.push_back({row.name, row.tool, row.summary});
@@ -140,10 +147,12 @@ void CToolManager::UpdateBars()
         const bool result = !m_context.selection->GetResultMask()->IsNull();
         m_outPolygon.SetEnabled(result ? 0 : 1);
         m_inPolygon.SetEnabled(result ? 0 : 1);
+        m_inject.SetEnabled(result ? 0 : 1);
         // A current tool that is now disabled finishes what it does; its button only cannot be pressed again.
     } else {
         m_outPolygon.SetEnabled(1);
         m_inPolygon.SetEnabled(1);
+        m_inject.SetEnabled(1);
     }
     if (m_pHost) m_pHost->RedrawBar();
 }
@@ -197,6 +206,7 @@ bool CToolManager::EnterOrLeaveSelectionMode(bool enter, int32_t method, bool wi
         if (!selection->Begin(*document)) return false;
         m_selectionMode = 1;
         m_method = uint32_t(method);
+        if (method == kMethodChroma) m_bkPicker.ResetForEntry();
         if (m_pHost) m_pHost->OnModeChanged(true);
         if (m_context.selectionHistory) {
             m_context.selectionHistory->Reset();
@@ -209,6 +219,7 @@ bool CToolManager::EnterOrLeaveSelectionMode(bool enter, int32_t method, bool wi
         m_selectionMode = 0;
         if (m_pHost) m_pHost->OnModeChanged(false);
         selection->Clear();
+        m_bkPicker.Forget();
         if (ok && withHistory && m_context.composeHistory)
             m_context.composeHistory->AddStep(document, kStepWholeDocument, 0, "His_selandproc");
         document->Refresh();

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/bk_picker_tool.h"
+#include "tools/contour_tools.h"
 #include "tools/paint_tools.h"
 #include "tools/selection_tools.h"
 #include "tools/tool_base.h"
@@ -102,6 +104,9 @@ public:
     CEraseSelTool& GetEraseSelTool() { return m_eraseSel; }
     CPlaneBrushTool& GetInnerBrushTool() { return m_innerBrush; }
     CPlaneBrushTool& GetOuterBrushTool() { return m_outerBrush; }
+    CBkPickerTool& GetBkPickerTool() { return m_bkPicker; }
+    CInjectTool& GetInjectTool() { return m_inject; }
+    CZoomTool& GetZoomTool() { return m_zoom; }
     // Every brush tool, for the option panels and the settings.
     std::vector<CPaintTool*> GetPaintTools();
     // The option panels in the order they were registered.
@@ -140,5 +145,8 @@ private:
     CEraseSelTool m_eraseSel;
     CPlaneBrushTool m_innerBrush;
     CPlaneBrushTool m_outerBrush;
+    CBkPickerTool m_bkPicker;
+    CInjectTool m_inject;
+    CZoomTool m_zoom;
     std::vector<NamedTool> m_named;
 };

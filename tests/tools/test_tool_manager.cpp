@@ -84,14 +84,20 @@ TEST_F(ToolTest, ListsAndButtonCells)
                                                   &manager->GetRectTool(), &manager->GetRoundTool(),
                                                   &manager->GetMagicTool(), &manager->GetEraseLayerTool(),
                                                   &manager->GetFreePaintTool(), &manager->GetCameraTool(),
-                                                  &manager->GetDesatTool(), &manager->GetPickerTool()}));
+                                                  &manager->GetDesatTool(), &manager->GetPickerTool(),
+                                                  &manager->GetZoomTool()}));
     EXPECT_EQ(manager->GetList(kListInOut),
               (std::vector<CToolBase*>{&manager->GetOutPolygonTool(), &manager->GetInPolygonTool(),
-                                       &manager->GetModifyPolygonTool(), &manager->GetForePaintTool(),
-                                       &manager->GetEraseSelTool(), &manager->GetInnerBrushTool(),
-                                       &manager->GetOuterBrushTool()}));
+                                       &manager->GetInjectTool(), &manager->GetModifyPolygonTool(),
+                                       &manager->GetForePaintTool(), &manager->GetEraseSelTool(),
+                                       &manager->GetInnerBrushTool(), &manager->GetOuterBrushTool(),
+                                       &manager->GetZoomTool()}));
+    EXPECT_EQ(manager->GetList(kListChroma),
+              (std::vector<CToolBase*>{&manager->GetBkPickerTool(), &manager->GetModifyPolygonTool(),
+                                       &manager->GetForePaintTool(), &manager->GetEraseSelTool(),
+                                       &manager->GetZoomTool()}));
     const std::vector<CToolBase*> common{&manager->GetModifyPolygonTool(), &manager->GetForePaintTool(),
-                                         &manager->GetEraseSelTool()};
+                                         &manager->GetEraseSelTool(), &manager->GetZoomTool()};
     EXPECT_EQ(manager->GetCommonTools(), common);
     manager->AddTool(&manager->GetModifyPolygonTool(), kListInOut);
     EXPECT_EQ(manager->GetCommonTools(), common) << "a tool stands once in a list";

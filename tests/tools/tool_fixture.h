@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -57,6 +58,7 @@ public:
         return 0;
     }
     CRect GetImageRect() override { return imageRect; }
+    void ZoomStep(bool in, int x, int y) override { zoomSteps.push_back({in ? 1 : 0, x, y}); }
     CViewPoint ClientToImage(int x, int y) override
     {
         return {int(m_origin.x + x / m_zoom), int(m_origin.y + y / m_zoom)};
@@ -75,6 +77,7 @@ public:
     IOverlayDrawer* overlay = nullptr;
     std::vector<std::string> calls;
     int redraws = 0;
+    std::vector<std::array<int, 3>> zoomSteps;   // in (1) or out (0), client x, y
     CRect imageRect{0, 0, 10000, 10000};
 
 private:

@@ -1,0 +1,70 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+
+#include "imaging/codec.h"
+#include "imaging/image.h"
+#include "matting/refined_key.h"
+#include "support/test_support.h"
+#include "tools/bk_picker_tool.h"
+
+using vmtest::CliResult;
+using vmtest::Quote;
+using vmtest::RunCli;
+
+namespace {
+
+std::vector<uint8_t> ReadGray(const std::string& path)
+{
+    COLImage image;
+    EXPECT_NE(COLImageCodec().LoadFile(path.c_str(), &image), 0) << path;
+    std::vector<uint8_t> bytes;
+    for (size_t i = 0; i < image.GetPixelCount(); ++i) bytes.push_back(image.GetBuffer()[i].red);
+    return bytes;
+}
+
+} // namespace
+
+TEST(CliReplayPicker, BackdropPickerKeysTheGreenScreenLikeTheEngine)
+{
+    vmtest::TempDir dir;
+    const std::string in = vmtest::DataPath("matting/key_green.png");
+    const std::string script = dir.File("script.txt"), mask = dir.File("result.png"), out = dir.File("out.png");
+    std::ofstream(script) << "mode select chroma\n"
+                             "tool picker        # the backdrop picker\n"
+                             "down 12 10\n"
+                             "up 12 10\n"
+                             "save-mask result " + mask + "\n"
+                             "mode compose keep\n";
+    const CliResult r = RunCli("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(out));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+
+    COLImage picture, result;
+    ASSERT_NE(COLImageCodec().LoadFile(in.c_str(), &picture), 0);
+    ChromaKeySettings settings;
+    settings.params.backdrop = CBkPickerTool::PickColour(picture, 12, 10);
+    ASSERT_EQ(RunBackdropKey(settings, picture, result), kOk);
+    std::vector<uint8_t> expected;
+    for (size_t i = 0; i < result.GetPixelCount(); ++i) {
+        const unsigned a = result.GetBuffer()[i].alpha;
+        expected.push_back(uint8_t(a * a / 255));
+    }
+    EXPECT_EQ(ReadGray(mask), expected);
+    EXPECT_EQ(expected.front(), 0) << "the corner is backdrop";
+}
+
+TEST(CliReplayPicker, ColourPickerHasItsOwnNameAndThePickerBelongsToTheChromaMethod)
+{
+    vmtest::TempDir dir;
+    const std::string in = vmtest::DataPath("matting/key_green.png");
+    const std::string script = dir.File("script.txt"), out = dir.File("out.png");
+    std::ofstream(script) << "tool colourpicker\ndown 5 5\nup 5 5\ntool picker\n";
+    const CliResult r = RunCli("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(out));
+    EXPECT_NE(r.exitCode, 0);
+    EXPECT_NE(r.output.find("line 4"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("not offered in compose mode"), std::string::npos) << r.output;
+    const CliResult help = RunCli("replay --help");
+    EXPECT_NE(help.output.find("colourpicker"), std::string::npos);
+    EXPECT_NE(help.output.find("inject"), std::string::npos);
+}

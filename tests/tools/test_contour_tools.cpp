@@ -1,0 +1,291 @@
+#include "tool_fixture.h"
+
+#include "matting/refined_key.h"
+
+using vmtest::Bytes;
+using vmtest::ToolTest;
+
+namespace {
+
+void Put(COLImage& image, uint32_t x, uint32_t y, CPixel c) { *image.GetBuffer(x, y) = c; }
+
+// A green screen with a reddish square in the middle, opaque.
+void PaintGreenScreen(COLImage& image)
+{
+    const int w = int(image.GetWidth()), h = int(image.GetHeight());
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            const bool subject = x >= w / 3 && x < 2 * w / 3 && y >= h / 3 && y < 2 * h / 3;
+            // A little variation per pixel, so the four-pixel mean is not any single pixel.
+            const uint8_t n = uint8_t((x * 7 + y * 13) % 9);
+            Put(image, uint32_t(x), uint32_t(y),
+                            subject ? CPixel{uint8_t(40 + n), uint8_t(60 + n), uint8_t(190 - n), 255}
+                                    : CPixel{uint8_t(30 + n), uint8_t(170 - n), uint8_t(20 + n), 255});
+        }
+}
+
+// The channel of a picture's alpha, squared as the cut-out's mask is.
+std::vector<uint8_t> SquaredAlpha(const COLImage& image)
+{
+    std::vector<uint8_t> out(image.GetPixelCount());
+    for (size_t i = 0; i < out.size(); ++i) {
+        const uint32_t a = image.GetBuffer()[i].alpha;
+        out[i] = uint8_t(a * a / 255);
+    }
+    return out;
+}
+
+std::vector<uint8_t> PictureBytes(const COLImage& image)
+{
+    const uint8_t* p = reinterpret_cast<const uint8_t*>(image.GetBuffer());
+    return std::vector<uint8_t>(p, p + image.GetPixelCount() * 4);
+}
+
+class ContourToolTest : public ToolTest {
+protected:
+    void EnterChroma()
+    {
+        PaintGreenScreen(doc.GetLayer(0)->m_image);
+        ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodChroma, true));
+        manager->SetCurrentTool(&manager->GetBkPickerTool());
+        ASSERT_EQ(manager->GetCurrentTool(), &manager->GetBkPickerTool());
+    }
+    // What the engine makes of the layer's picture when called directly.
+    COLImage DirectKey(const ChromaKeySettings& settings)
+    {
+        COLImage source, result;
+        source.DuplicateFrom(&doc.GetLayer(0)->m_image);
+        EXPECT_EQ(RunBackdropKey(settings, source, result), kOk);
+        return result;
+    }
+};
+
+} // namespace
+
+TEST(BkPicker, ColourIsTheTruncatedMeanOfFourPixelsClampedAtTheEdge)
+{
+    COLImage image;
+    ASSERT_EQ(image.Create(4, 3), kOk);
+    for (uint32_t y = 0; y < 3; ++y)
+        for (uint32_t x = 0; x < 4; ++x)
+            Put(image, x, y, CPixel{uint8_t(10 * x + y), uint8_t(50 + 3 * x * y), uint8_t(200 - 7 * x), uint8_t(100 + x)});
+    // (2, 1): itself, (1, 0), (3, 2), (1, 2). Blue 21 + 10 + 32 + 12 = 75 -> 18; green 56 + 50 + 68 + 56 = 230 -> 57;
+    // red 186 + 193 + 179 + 193 = 751 -> 187; alpha of (2, 1) itself.
+    const CPixel c = CBkPickerTool::PickColour(image, 2, 1);
+    EXPECT_EQ(c.blue, 18);
+    EXPECT_EQ(c.green, 57);
+    EXPECT_EQ(c.red, 187);
+    EXPECT_EQ(c.alpha, 102);
+    // (0, 0): x - 1 and y - 1 read column and row 0. Points: (0,0), (0,0), (1,1), (0,1).
+    // Blue 0 + 0 + 11 + 1 = 12 -> 3; green 50 + 50 + 53 + 50 = 203 -> 50; red 200 + 200 + 193 + 200 = 793 -> 198.
+    const CPixel e = CBkPickerTool::PickColour(image, 0, 0);
+    EXPECT_EQ(e.blue, 3);
+    EXPECT_EQ(e.green, 50);
+    EXPECT_EQ(e.red, 198);
+    EXPECT_EQ(e.alpha, 100);
+}
+
+TEST_F(ContourToolTest, PickerKeysTheWorkingImageIntoTheResultWithOneStep)
+{
+    EnterChroma();
+    const int before = selectionLog.GetCount();
+    const COLImage& layer = doc.GetLayer(0)->m_image;
+    Click(3, 4);
+    ASSERT_EQ(manager->GetBkPickerTool().GetPicked().size(), 1u);
+    const CPixel picked = CPixel::FromWord(manager->GetBkPickerTool().GetPicked()[0]);
+    EXPECT_EQ(picked.Word(), CBkPickerTool::PickColour(layer, 3, 4).Word());
+
+    ChromaKeySettings settings;
+    settings.params.backdrop = picked;
+    const COLImage expected = DirectKey(settings);
+    ASSERT_FALSE(selection.GetResultMask()->IsNull());
+    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), PictureBytes(expected));
+    EXPECT_EQ(Bytes(*selection.GetResultMask()), SquaredAlpha(expected));
+    // The backdrop went (its slight noise keeps a trace), the subject stayed.
+    EXPECT_LT(selection.GetResultMask()->GetValue(2, 2), 8);
+    EXPECT_EQ(selection.GetResultMask()->GetValue(W / 2, H / 2), 255);
+
+    ASSERT_EQ(selectionLog.GetCount(), before + 1);
+    EXPECT_EQ(LastLabel(selectionLog), "His_bkpicker");
+    EXPECT_EQ(selectionLog.GetRecord(selectionLog.GetCount() - 1)->kind, 255);
+    // Undo takes the key away: the working image is the layer's picture again.
+    ASSERT_EQ(selectionLog.Backward(), 1);
+    EXPECT_TRUE(selection.GetResultMask()->IsNull() || selection.GetResultMask()->IsAllZero());
+    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), PictureBytes(layer));
+}
+
+TEST_F(ContourToolTest, SecondClickTakesTheResultAwayAndPicksNothing)
+{
+    EnterChroma();
+    Click(3, 4);
+    ASSERT_FALSE(selection.GetResultMask()->IsNull());
+    const int steps = selectionLog.GetCount();
+    Click(W / 2, H / 2);
+    EXPECT_TRUE(selection.GetResultMask()->IsNull());
+    EXPECT_TRUE(manager->GetBkPickerTool().GetPicked().empty());
+    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), PictureBytes(doc.GetLayer(0)->m_image));
+    EXPECT_EQ(selectionLog.GetCount(), steps) << "taking the result away records nothing";
+    // The third click picks again.
+    Click(3, 4);
+    EXPECT_FALSE(selection.GetResultMask()->IsNull());
+}
+
+TEST_F(ContourToolTest, FirstPickOfARedBackdropLowersTheStrengthOnce)
+{
+    // A red backdrop, a blue subject.
+    COLImage& image = doc.GetLayer(0)->m_image;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x)
+            Put(image, uint32_t(x), uint32_t(y),
+                            x > W / 3 ? CPixel{200, 40, 30, 255} : CPixel{20, 30, 180, 255});
+    ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodChroma, true));
+    manager->SetCurrentTool(&manager->GetBkPickerTool());
+    Click(2, 2);
+    EXPECT_EQ(manager->GetBkPickerTool().CurrentSettings().params.strength, 20);
+    ChromaKeySettings settings;
+    settings.params.backdrop = CPixel{20, 30, 180, 255};
+    settings.params.strength = 20;
+    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), PictureBytes(DirectKey(settings)));
+}
+
+TEST_F(ContourToolTest, PanelSliderBecomesTheLumaStrengthOfTheNextRun)
+{
+    // A gray backdrop goes the luma way, which the panel's slider steers.
+    COLImage& image = doc.GetLayer(0)->m_image;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const uint8_t v = x < W / 2 ? uint8_t(128 + x % 3) : uint8_t(150 + y % 40);
+            Put(image, uint32_t(x), uint32_t(y), CPixel{v, v, v, 255});
+        }
+    ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodChroma, true));
+    CBkPickerTool& picker = manager->GetBkPickerTool();
+    manager->SetCurrentTool(&picker);
+    EXPECT_EQ(host.panels.back(), &picker.GetPanel());
+    Click(5, 5);
+    const CPixel backdrop = CPixel::FromWord(picker.GetPicked()[0]);
+    ChromaKeySettings settings;
+    settings.params.backdrop = backdrop;
+    const std::vector<uint8_t> at32 = PictureBytes(DirectKey(settings));
+    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), at32) << "the picker starts at luma strength 32";
+
+    picker.GetPanel().SetSlider(100);
+    EXPECT_EQ(picker.GetLumaStrength(), 32) << "the slider alone changes nothing";
+    const int steps = selectionLog.GetCount();
+    picker.ApplyPanel();
+    EXPECT_EQ(picker.GetLumaStrength(), 100);
+    settings.lumaStrength = 100;
+    const std::vector<uint8_t> at100 = PictureBytes(DirectKey(settings));
+    ASSERT_NE(at100, at32);
+    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), at100) << "the run keys the picture before the key";
+    EXPECT_EQ(selectionLog.GetCount(), steps + 1);
+}
+
+TEST_F(ContourToolTest, InjectAddsOnePointOfTheInnerContourWhereAllowed)
+{
+    ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodInOut, true));
+    std::string said;
+    context.message = [&said](const char* key) { said = key; };
+    CInjectTool& inject = manager->GetInjectTool();
+    manager->SetCurrentTool(&inject);
+    EXPECT_EQ(manager->GetCurrentTool(), nullptr) << "no inner contour yet";
+    EXPECT_EQ(said, "injecterr");
+
+    COLChannel& inner = *selection.GetInnerPlane();
+    COLChannel& outer = *selection.GetOuterPlane();
+    ASSERT_EQ(inner.Create(W, H), kOk);
+    ASSERT_EQ(outer.Create(W, H), kOk);
+    std::memset(inner.GetBuffer(), 0, inner.GetAreaByteSize());
+    std::memset(outer.GetBuffer(), 255, outer.GetAreaByteSize());
+    inner.SetValue(20, 15, 255);
+    outer.SetValue(10, 10, 0);   // outside the outer contour
+    outer.SetValue(12, 10, 254);
+    manager->SetCurrentTool(&inject);
+    ASSERT_EQ(manager->GetCurrentTool(), &inject);
+
+    std::vector<uint8_t> expected = Bytes(inner);
+    const int steps = selectionLog.GetCount();
+    for (const auto& p : {std::array<int, 2>{0, 5}, {5, 0}, {10, 10}, {12, 10}, {W, 5}}) {
+        Click(p[0], p[1]);
+        EXPECT_EQ(Bytes(inner), expected) << "refused at " << p[0] << "," << p[1];
+    }
+    EXPECT_EQ(selectionLog.GetCount(), steps);
+
+    Click(1, 1);
+    Click(7, 9);
+    expected[size_t(1) * W + 1] = 255;
+    expected[size_t(9) * W + 7] = 255;
+    EXPECT_EQ(Bytes(inner), expected);
+    EXPECT_EQ(selectionLog.GetCount(), steps + 2);
+    EXPECT_EQ(LastLabel(selectionLog), "injecttip");
+    // The cursor: a cross where a click adds, the arrow where it would not (refused or already inner).
+    Sink().OnSetCursor(0, 0, 0, 0, 8, 9);
+    EXPECT_EQ(inject.GetCursor(), kCursorCross);
+    Sink().OnSetCursor(0, 0, 0, 0, 7, 9);
+    EXPECT_EQ(inject.GetCursor(), kCursorDefault);
+    Sink().OnSetCursor(0, 0, 0, 0, 0, 9);
+    EXPECT_EQ(inject.GetCursor(), kCursorDefault);
+
+    // Without outer contour pixels the outer plane does not limit.
+    std::memset(outer.GetBuffer(), 0, outer.GetAreaByteSize());
+    Click(10, 10);
+    EXPECT_EQ(inner.GetValue(10, 10), 255);
+    // Undo takes the last point back.
+    ASSERT_EQ(selectionLog.Backward(), 1);
+    EXPECT_EQ(inner.GetValue(10, 10), 0);
+    EXPECT_EQ(inner.GetValue(7, 9), 255);
+}
+
+TEST_F(ContourToolTest, ZoomClicksStepAndPanFollowsTheDragInImagePixels)
+{
+    CZoomTool& zoom = manager->GetZoomTool();
+    manager->SetCurrentTool(&zoom);
+    Click(10, 20);
+    zoom.GetPanel().SetMode(CPropZoom::kZoomOut);
+    Click(30, 5);
+    ASSERT_EQ(view.zoomSteps.size(), 2u);
+    EXPECT_EQ(view.zoomSteps[0], (std::array<int, 3>{1, 10, 20}));
+    EXPECT_EQ(view.zoomSteps[1], (std::array<int, 3>{0, 30, 5}));
+
+    // Pan at zoom 2.5 from origin (40, 50): a drag of (-7, 12) client pixels moves by trunc(-2.8) = -2 and
+    // trunc(4.8) = 4 image pixels, the other way.
+    view.SetZoom(2.5, false);
+    view.SetOrigin(nullptr, 40, 50, false);
+    zoom.GetPanel().SetMode(CPropZoom::kPan);
+    Sink().OnLButtonDown(kMkLButton, 100, 100);
+    EXPECT_TRUE(zoom.IsPanning());
+    Sink().OnMouseMove(kMkLButton, 93, 112);
+    EXPECT_EQ(view.GetOrigin().x, 42);
+    EXPECT_EQ(view.GetOrigin().y, 46);
+    Sink().OnMouseMove(kMkLButton, 100, 100);
+    EXPECT_EQ(view.GetOrigin().x, 40) << "offsets are from the press, not summed";
+    Sink().OnLButtonUp(0, 100, 100);
+    EXPECT_FALSE(zoom.IsPanning());
+    Sink().OnMouseMove(0, 0, 0);
+    EXPECT_EQ(view.GetOrigin().x, 40);
+    EXPECT_EQ(view.zoomSteps.size(), 2u) << "a pan press does not zoom";
+}
+
+TEST_F(ContourToolTest, ZoomKeysHoldAModeUntilAnyKeyIsReleased)
+{
+    CZoomTool& zoom = manager->GetZoomTool();
+    manager->SetCurrentTool(&zoom);
+    Sink().OnSetCursor(0, 0, 0, 0, 1, 1);
+    EXPECT_EQ(zoom.GetCursor(), kCursorZoomIn);
+    Sink().OnKeyDown(kKeyControl, 0);
+    EXPECT_EQ(zoom.GetPanel().GetMode(), CPropZoom::kPan);
+    EXPECT_EQ(zoom.GetCursor(), kCursorPan);
+    Sink().OnKeyDown(kKeyShift, 0);
+    EXPECT_EQ(zoom.GetPanel().GetMode(), CPropZoom::kPan) << "a second key while one is held changes nothing";
+    Sink().OnKeyUp('A', 0);
+    EXPECT_EQ(zoom.GetPanel().GetMode(), CPropZoom::kZoomIn) << "any key released ends the held mode";
+    EXPECT_EQ(zoom.GetCursor(), kCursorZoomIn);
+
+    zoom.GetPanel().SetMode(CPropZoom::kPan);
+    Sink().OnKeyDown(kKeyShift, 0);
+    EXPECT_EQ(zoom.GetCursor(), kCursorZoomOut);
+    Click(4, 4);
+    ASSERT_EQ(view.zoomSteps.size(), 1u);
+    EXPECT_EQ(view.zoomSteps[0][0], 0) << "shift zooms out";
+    Sink().OnKeyUp(kKeyShift, 0);
+    EXPECT_EQ(zoom.GetPanel().GetMode(), CPropZoom::kPan) << "the mode from before the key comes back";
+}
