@@ -382,10 +382,25 @@ TEST_F(ImageMenuInFrame, LensBlurOkGivesTheEnginesBytesAndCancelChangesNothing)
     WhenShown("lensblur", [&](QDialog& d) {
         auto& dlg = static_cast<CLensBlurDlg&>(d);
         SetLensControls(d, click);
+        // The radius dragged through other values while previews run: each change overtakes the run going on, and
+        // what is finally shown is the preview of the last value, not of one overtaken.
+        auto* radius = d.findChild<QSlider*>(QStringLiteral("radius"));
+        for (int v : {30, 3, 25, 12}) {
+            radius->setValue(v);
+            QTest::qWait(40);
+        }
         WaitFor([&] { return dlg.PreviewsFinished() > 0 && !dlg.IsPreviewRunning(); }, 20000);
+        QTest::qWait(150); // a restart still waiting on its timer would start now
+        WaitFor([&] { return !dlg.IsPreviewRunning(); }, 20000);
+        CLensBlurDlgLogic plain;
+        plain.settings = ExpectedSettings(MenuEntrySettings());
+        EXPECT_TRUE(plain.Init(before, Aperture()));
+        plain.ClickDepthPanel(click.x(), click.y());
+        EXPECT_EQ(plain.RunPreview(), kOk);
         // The preview document shows the blur, the real document does not yet.
         const CLayer* shown = dlg.Logic().GetPreviewDocument().GetCurrentLayer();
-        previewShown = shown && shown->m_image.GetWidth() == 512;
+        previewShown = shown && shown->m_image.GetWidth() == 512 &&
+                       SamePixels(shown->m_image, plain.GetPreviewDocument().GetCurrentLayer()->m_image);
         PressOk(d);
     });
     m_frame->OnCommand(cmd::kLensBlur);
