@@ -135,8 +135,10 @@ bool ResizeCanvasCommand(CCommandContext& context, const CCommand& command)
     if (!HasLayers(context) || !ArgInt(command, 0, width) || !ArgInt(command, 1, height)) return false;
     if (command.args.size() > 2 && !ArgInt(command, 2, h)) return false;
     if (command.args.size() > 3 && !ArgInt(command, 3, v)) return false;
+    uint32_t fill = CanvasFill(context);
+    if (command.args.size() > 4 && !ParseColourArg(command.args[4].c_str(), fill)) return false;
     if (!LegalSide(width) || !LegalSide(height) || h < 0 || h > 2 || v < 0 || v > 2) return false;
-    if (!context.document->ResizeCanvas(width, height, CanvasFill(context), h, v)) return Failed(context);
+    if (!context.document->ResizeCanvas(width, height, fill, h, v)) return Failed(context);
     Record(context, kStepWholeDocument, 0, "His_CavasSize");
     context.document->Refresh();
     return true;
@@ -148,10 +150,12 @@ bool ExtendCanvas(CCommandContext& context, const CCommand& command)
     if (!HasLayers(context)) return false;
     for (size_t i = 0; i < 4; ++i)
         if (!ArgInt(command, i, margin[i]) || margin[i] < -10000 || margin[i] > 10000) return false;
+    uint32_t fill = CanvasFill(context);
+    if (command.args.size() > 4 && !ParseColourArg(command.args[4].c_str(), fill)) return false;
     CComposeDocument& doc = *context.document;
     int width = 0, height = 0;
     CanvasSizeFromMargins(doc.GetWidth(), doc.GetHeight(), margin[0], margin[1], margin[2], margin[3], width, height);
-    if (!doc.ChangeCanvas(width, height, margin[0], margin[1], CanvasFill(context))) return Failed(context);
+    if (!doc.ChangeCanvas(width, height, margin[0], margin[1], fill)) return Failed(context);
     Record(context, kStepWholeDocument, 0, "His_CavasSize");
     doc.Refresh();
     return true;

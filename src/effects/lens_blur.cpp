@@ -369,16 +369,31 @@ long CLensBlurProcess::Process(const void* params)
         BuildHighlightCurve(m_highlightThreshold, m_highlightAmplitude, m_highlightCurve);
         ReportProgress(10);
 
-        if (m_needsHalfPass && !HalfSizePass(*source)) return kFail;
+        if (StopRequested() || (m_needsHalfPass && !HalfSizePass(*source))) return Stopped();
         ReportProgress(30);
         Gather(*source);
         m_filledSource.Free();
         m_halfResult.Free();
+        if (StopRequested()) return Stopped();
     } catch (const std::bad_alloc&) {
         return kFail;
     }
     ReportProgress(100);
     return kOk;
+}
+
+bool CLensBlurProcess::StopRequested() const
+{
+    return m_cancel.load(std::memory_order_relaxed) != 0 || (m_pParent && m_pParent->StopRequested());
+}
+
+long CLensBlurProcess::Stopped()
+{
+    // The request is answered: the next run starts afresh.
+    TestAndClearCancel();
+    m_filledSource.Free();
+    m_halfResult.Free();
+    return kFail;
 }
 
 bool CLensBlurProcess::RemoveForeground()
@@ -421,6 +436,7 @@ bool CLensBlurProcess::HalfSizePass(const COLImage& source)
     if (!codec.Resample(&source, &m_halfSource, int(hw), int(hh), 1)) return false;
     if (!ShrinkChannelArea(m_pDepth, &m_halfDepth, int(hw), int(hh))) return false;
     auto half = std::make_unique<CLensBlurProcess>();
+    half->m_pParent = this;
     half->SetImages(&m_halfSource, &m_halfResult);
     half->SetProgressCallback(GetProgressCallback());
     const int64_t span = int64_t(m_progressHigh) - m_progressLow;
@@ -457,6 +473,7 @@ void CLensBlurProcess::Gather(const COLImage& source)
         Band band;
         std::vector<uint32_t> values[3];
         for (size_t b = begin; b < end; ++b) {
+            if (StopRequested()) return; // the caller throws the destination away
             const int y0 = int(b) * kBlockRows, y1 = std::min(H, y0 + kBlockRows);
             bool gathers = false;
             for (size_t i = size_t(y0) * W; i < size_t(y1) * W && !gathers; ++i)

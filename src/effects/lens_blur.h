@@ -37,8 +37,9 @@ public:
     ~CLensBlurProcess() override;
 
     // params points to LensBlurParams. kOk, or kFail when source, destination, params or depth are missing,
-    // the depth map (or a given mask) has another size than the source, or memory runs out. The source is read
-    // only; the destination may not be the source.
+    // the depth map (or a given mask) has another size than the source, memory runs out, or a cancel was asked
+    // for (noticed between stages and between bands of rows; the destination is then incomplete). The source is
+    // read only; the destination may not be the source.
     long Process(const void* params) override;
 
     // Set once a run needed discs above 63 pixels; from then on every run of this object makes the half-size
@@ -58,6 +59,9 @@ public:
     static bool BuildKernels(const COLChannel& aperture, uint8_t* planes);
 
 private:
+    // A cancel asked of this run or of the run whose half-size pass this is.
+    bool StopRequested() const;
+    long Stopped();
     bool RemoveForeground();
     bool HalfSizePass(const COLImage& source);
     void Gather(const COLImage& source);
@@ -75,6 +79,7 @@ private:
     COLImage m_halfResult;
     COLChannel m_halfDepth;
     int32_t m_needsHalfPass = 0;
+    const CLensBlurProcess* m_pParent = nullptr; // the run this half-size pass serves
     std::vector<uint8_t> m_kernels; // kKernelPlanes planes of 64 x 64
     int32_t m_highlightCurve[256] = {};
 };

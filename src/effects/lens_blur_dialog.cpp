@@ -270,59 +270,88 @@ bool CLensBlurDlgLogic::FillParams(LensBlurParams& params) const
     return ApertureShape(m_aperturePicture, settings.apertureShape, params.aperture);
 }
 
-long CLensBlurDlgLogic::RunPreview()
+bool CLensBlurDlgLogic::PreparePreview(LensBlurParams& params)
 {
-    if (!BuildPreviewDepth()) return kFail;
-    CLayer* current = m_previewDocument.GetCurrentLayer();
-    LensBlurParams params;
-    if (!current || !FillParams(params)) return kFail;
+    if (!BuildPreviewDepth()) return false;
+    const CLayer* current = m_previewDocument.GetCurrentLayer();
+    if (!current || !FillParams(params)) return false;
     params.depth = &m_previewDepth;
     params.radius = settings.radius * m_previewScale;
     const COLChannel& mask = m_previewDocument.GetSelectionMask();
     params.mask = settings.useMask && !mask.IsNull() ? &mask : nullptr;
     m_process.SetImages(&m_previewSource, &m_previewResult);
+    return true;
+}
+
+void CLensBlurDlgLogic::FinishPreview()
+{
+    CLayer* current = m_previewDocument.GetCurrentLayer();
+    if (!current || !current->m_image.DuplicateFrom(&m_previewResult)) return;
+    m_previewDocument.MergeNow();
+}
+
+long CLensBlurDlgLogic::RunPreview()
+{
+    LensBlurParams params;
+    if (!PreparePreview(params)) return kFail;
     const long r = m_process.Process(&params);
     if (r != kOk) return r;
-    current->m_image.DuplicateFrom(&m_previewResult);
-    m_previewDocument.MergeNow();
+    FinishPreview();
     return kOk;
 }
 
-long CLensBlurDlgLogic::RunFinal(CComposeDocument& document, IHistorySink* history, ProgressCallback progress)
+bool CLensBlurDlgLogic::PrepareFinal(const CComposeDocument& document, LensBlurParams& params)
 {
-    CLayer* layer = document.GetCurrentLayer();
-    if (!layer || layer->m_image.IsNull() || !m_previewSource.DuplicateFrom(&layer->m_image)) return kFail;
+    const CLayer* layer = document.GetCurrentLayer();
+    if (!layer || layer->m_image.IsNull() || !m_previewSource.DuplicateFrom(&layer->m_image)) return false;
     // The depth map is still made at preview size and brought up to the picture's.
-    if (!BuildPreviewDepth()) return kFail;
-    m_previewDocument.Clear();
+    if (!BuildPreviewDepth()) return false;
     if (!ResampleChannel(&m_previewDepth, &m_fullDepth, int(m_previewSource.GetWidth()),
                          int(m_previewSource.GetHeight())))
-        return kFail;
-    LensBlurParams params;
-    if (!FillParams(params)) return kFail;
+        return false;
+    if (!FillParams(params)) return false;
     params.depth = &m_fullDepth;
     params.radius = settings.radius;
+    params.mask = nullptr;
     const COLChannel& mask = document.GetSelectionMask();
     if (settings.useMask && !mask.IsNull()) {
         // A mask that does not cover the picture pixel for pixel would cut the wrong colours out.
         if (mask.GetWidth() != m_previewSource.GetWidth() || mask.GetHeight() != m_previewSource.GetHeight())
-            return kFail;
+            return false;
         params.mask = &mask;
     }
     // Into a picture of its own, which replaces the layer's only when the run succeeded.
-    COLImage result;
-    m_process.SetImages(&m_previewSource, &result);
-    m_process.SetProgressCallback(progress);
-    m_process.SetProgressRange(0, 100);
-    const long r = m_process.Process(&params);
-    m_process.SetProgressCallback({});
-    if (r != kOk) return r;
+    m_finalResult.Free();
+    m_process.SetImages(&m_previewSource, &m_finalResult);
+    return true;
+}
+
+long CLensBlurDlgLogic::FinishFinal(CComposeDocument& document, IHistorySink* history)
+{
+    CLayer* layer = document.GetCurrentLayer();
+    if (!layer || m_finalResult.IsNull()) return kFail;
+    m_previewDocument.Clear();
     {
         CStackLock lock(document);
-        layer->m_image = std::move(result);
+        layer->m_image = std::move(m_finalResult);
     }
     if (settings.recordHistory && history)
         history->AddStep(&document, kStepLayerHeaderRegion, document.GetCurrentIndex(), "lensblur");
     document.Refresh();
     return kOk;
+}
+
+long CLensBlurDlgLogic::RunFinal(CComposeDocument& document, IHistorySink* history, ProgressCallback progress)
+{
+    LensBlurParams params;
+    if (!PrepareFinal(document, params)) return kFail;
+    m_process.SetProgressCallback(progress);
+    m_process.SetProgressRange(0, 100);
+    const long r = m_process.Process(&params);
+    m_process.SetProgressCallback({});
+    if (r != kOk) {
+        m_finalResult.Free();
+        return r;
+    }
+    return FinishFinal(document, history);
 }

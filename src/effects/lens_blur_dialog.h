@@ -104,9 +104,24 @@ public:
     // unchanged. With recordHistory a step of kind 4 labelled "lensblur" is added.
     long RunFinal(CComposeDocument& document, IHistorySink* history, ProgressCallback progress = {});
 
+    // The same two runs cut around a worker thread, for the window. Prepare* fills params and points the process
+    // at its pictures; the caller then runs GetProcess() with params (on the worker; nothing here is touched
+    // until it has returned) and hands the result to Finish*. A preview whose run failed or was cancelled is
+    // simply not finished.
+    bool PreparePreview(LensBlurParams& params);
+    void FinishPreview();
+    // False (key "except") when the layer cannot be copied, the depth map cannot be made or resized, or the mask
+    // does not cover the layer. The preview document stays until FinishFinal, so that a cancelled or failed run
+    // can go back to the dialog.
+    bool PrepareFinal(const CComposeDocument& document, LensBlurParams& params);
+    // After a run that returned kOk: the layer takes the result, the step is recorded, the document composited.
+    long FinishFinal(CComposeDocument& document, IHistorySink* history);
+    CLensBlurProcess& GetProcess() { return m_process; }
+
     LensBlurSettings settings;
 
     const CComposeDocument& GetPreviewDocument() const { return m_previewDocument; }
+    CComposeDocument& PreviewDocument() { return m_previewDocument; }
     const COLChannel& GetPreviewDepth() const { return m_previewDepth; }
     double GetPreviewScale() const { return m_previewScale; }
     const CRect& GetThumbnail() const { return m_thumbnail; }
@@ -124,6 +139,7 @@ private:
     COLImage m_previewResult;
     COLChannel m_previewDepth;
     COLChannel m_fullDepth;
+    COLImage m_finalResult;
     double m_previewScale = 1.0;
     int m_documentWidth = 0, m_documentHeight = 0;
     CRect m_thumbnail;

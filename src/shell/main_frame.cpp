@@ -42,6 +42,9 @@
 #include "shell/settings_dlg.h"
 #include "shell/skin.h"
 #include "shell/smart_inpaint_dlg.h"
+#include "shell/canvas_size_dlg.h"
+#include "shell/image_size_dlg.h"
+#include "shell/lens_blur_dlg.h"
 #include "shell/selection_mode.h"
 #include "shell/tab_blue_matting.h"
 #include "shell/splash.h"
@@ -62,9 +65,6 @@ bool IsBuilt(int id)
     case cmd::kCut:
     case cmd::kCopy:
     case cmd::kPaste:
-    case cmd::kImageSize:
-    case cmd::kCanvasSize:
-    case cmd::kLensBlur:
         return false;
     default:
         return true;
@@ -677,6 +677,17 @@ void CMainFrame::OnCommand(int id)
         break;
     case cmd::kCompanion:
         OnCompanion();
+        break;
+    case cmd::kImageSize:
+        RunImageSizeDialog(this, m_app.Document(), *m_pServices, [this](const std::string& t) { return RunCommand(t); });
+        break;
+    case cmd::kCanvasSize:
+        RunCanvasSizeDialog(this, m_app.Document(), m_app.CommandContext().foreground, *m_pServices,
+                            [this](const std::string& t) { return RunCommand(t); });
+        break;
+    case cmd::kLensBlur:
+        RunLensBlurDialog(this, m_app, *m_pServices, this);
+        UpdatePanels();
         break;
     case cmd::kExpand:
     case cmd::kShrink:

@@ -23,6 +23,13 @@ const MenuItemDef kItems[] = {
     {cmd::kRotateRight, "顺时针90度", "Rotate 90° clockwise", "Doc_RotateRight", EMenuArgument::kNone},
     {cmd::kFlipH, "水平翻转", "Flip horizontally", "Doc_FlipH", EMenuArgument::kNone},
     {cmd::kFlipV, "垂直翻转", "Flip vertically", "Doc_FlipV", EMenuArgument::kNone},
+    {cmd::kRotateImageLeft, "整幅图象逆时针90度", "Rotate the whole picture 90° counter-clockwise",
+     "Doc_RotateImageLeft", EMenuArgument::kNone},
+    {cmd::kRotateImageRight, "整幅图象顺时针90度", "Rotate the whole picture 90° clockwise", "Doc_RotateImageRight",
+     EMenuArgument::kNone},
+    {cmd::kFlipImageH, "整幅图象水平翻转", "Flip the whole picture horizontally", "Doc_FlipImageH",
+     EMenuArgument::kNone},
+    {cmd::kFlipImageV, "整幅图象垂直翻转", "Flip the whole picture vertically", "Doc_FlipImageV", EMenuArgument::kNone},
     {cmd::kLensBlur, "镜头模糊...", "Lens blur...", nullptr, EMenuArgument::kNone},
     {cmd::kCompanion, "&Ombra Lens", "&Ombra Lens", nullptr, EMenuArgument::kNone},
     {cmd::kMergeDown, "向下合并", "Merge down", "Doc_MergeDownLayer('%d')", EMenuArgument::kCurrent},
@@ -112,7 +119,8 @@ const std::vector<MenuDef>& ComposeMenus()
         {"图像(&I)",
          "&Image",
          {cmd::kImageSize, cmd::kCanvasSize, kSeparator, cmd::kRotateLeft, cmd::kRotateRight, cmd::kFlipH, cmd::kFlipV,
-          kSeparator, cmd::kLensBlur, cmd::kCompanion}},
+          kSeparator, cmd::kRotateImageLeft, cmd::kRotateImageRight, cmd::kFlipImageH, cmd::kFlipImageV, kSeparator,
+          cmd::kLensBlur, cmd::kCompanion}},
         {"图层(&L)",
          "&Layer",
          {cmd::kNewLayer, cmd::kOpenLayer, cmd::kExportLayer, cmd::kDeleteLayer, kSeparator, cmd::kMergeDown,
@@ -197,6 +205,10 @@ bool IsCommandEnabled(int id, const FrameState& s)
         return s.clipboardHasImage;
     case cmd::kImageSize:
     case cmd::kCanvasSize:
+    case cmd::kRotateImageLeft:
+    case cmd::kRotateImageRight:
+    case cmd::kFlipImageH:
+    case cmd::kFlipImageV:
         return L > 0 && !E;
     case cmd::kRotateLeft:
     case cmd::kRotateRight:

@@ -26,6 +26,11 @@ inline constexpr int kRotateRight = 32783;
 inline constexpr int kFlipH = 32784;
 inline constexpr int kFlipV = 32785;
 inline constexpr int kLensBlur = 32807;
+// The same turns and mirrors for the whole document (every layer, the selection and the channels).
+inline constexpr int kRotateImageLeft = 32830;
+inline constexpr int kRotateImageRight = 32831;
+inline constexpr int kFlipImageH = 32832;
+inline constexpr int kFlipImageV = 32833;
 inline constexpr int kCompanion = 32773;
 inline constexpr int kMergeDown = 32771;
 inline constexpr int kFlatten = 32772;

@@ -10,6 +10,7 @@
 #include "imaging/codec.h"
 #include "shell/app_globals.h"
 #include "shell/file_filter.h"
+#include "shell/lens_blur_dlg.h"
 #include "shell/menu_table.h"
 #include "shell/tool_bar.h"
 #include "shell/ui_services.h"
@@ -35,11 +36,13 @@ EBringBack AskBringBack(QWidget* parent)
     QPushButton* apply = box.addButton(Text("bringapply"), QMessageBox::AcceptRole);
     QPushButton* separate = box.addButton(Text("bringseparate"), QMessageBox::AcceptRole);
     QPushButton* keep = box.addButton(Text("bringkeep"), QMessageBox::AcceptRole);
+    QPushButton* blur = box.addButton(Text("blurbk"), QMessageBox::AcceptRole);
     box.addButton(QMessageBox::Cancel);
     box.exec();
     if (box.clickedButton() == apply) return EBringBack::kApply;
     if (box.clickedButton() == separate) return EBringBack::kSeparate;
     if (box.clickedButton() == keep) return EBringBack::kKeep;
+    if (box.clickedButton() == blur) return EBringBack::kBlurBackground;
     return EBringBack::kCancel;
 }
 
@@ -69,6 +72,17 @@ bool LeaveWithResult(QWidget* parent, CToolBar& bar, IUiServices& services)
     CComposeDocument& document = bar.Document();
     const EBringBack choice = AskBringBack(parent);
     if (choice == EBringBack::kCancel) return false;
+    if (choice == EBringBack::kBlurBackground) {
+        // The blur is part of the way back: the step recorded on leaving holds it.
+        // The main window shows the run's progress in its status bar.
+        if (!BlurBackgroundAfterCutout(parent, *AppGlobals(), services, selection,
+                                       dynamic_cast<IStatusProgress*>(parent))) {
+            services.MessageBox(Text("except"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
+            return false;
+        }
+        Leave(bar, true);
+        return true;
+    }
     int result = choice == EBringBack::kApply      ? selection.ApplyToLayer(document)
                  : choice == EBringBack::kSeparate ? selection.SeparateToLayer(document)
                                                    : selection.KeepAsSelection(document);

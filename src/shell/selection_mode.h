@@ -15,7 +15,8 @@ class QWidget;
 namespace selmode {
 
 // What the user chose in the result dialog.
-enum class EBringBack { kCancel, kApply, kSeparate, kKeep };
+// kBlurBackground: the cut-out goes on a copy above the layer and the lens blur dialog blurs the layer under it.
+enum class EBringBack { kCancel, kApply, kSeparate, kKeep, kBlurBackground };
 
 // The dialog that asks what becomes of the result. Tests put a scripted stand-in in its place; null restores
 // the real dialog.

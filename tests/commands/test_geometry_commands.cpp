@@ -103,6 +103,20 @@ TEST(GeometryCommands, CanvasByMarginsAndByAnchor)
     EXPECT_EQ(g.history.Steps().size(), 4u);
 }
 
+TEST(GeometryCommands, CanvasTakesTheColourTheDialogChose)
+{
+    GeometryDoc g;
+    ASSERT_EQ(ExecuteCommand(g.context, "Doc_ExtendCanvas('2','0','0','0','123456')"), kCommandDone);
+    EXPECT_EQ(g.doc.GetLayer(0)->m_image.GetPixel(0, 0), 0xFF123456u);
+    ASSERT_EQ(ExecuteCommand(g.context, "Doc_ResizeCanvas('60','40','0','0','A0B0C0')"), kCommandDone);
+    EXPECT_EQ(g.doc.GetLayer(0)->m_image.GetPixel(59, 39), 0xFFA0B0C0u);
+    const auto before = vmtest::Capture(g.doc);
+    for (const char* text : {"Doc_ExtendCanvas('1','1','1','1','12345')", "Doc_ResizeCanvas('9','9','1','1','GG0000')"})
+        EXPECT_EQ(ExecuteCommand(g.context, text), kCommandRefused) << text;
+    EXPECT_EQ(vmtest::Capture(g.doc), before);
+    EXPECT_EQ(g.history.Steps().size(), 2u);
+}
+
 TEST(GeometryCommands, TurningTheDocumentTurnsItsComposite)
 {
     for (bool left : {true, false}) {

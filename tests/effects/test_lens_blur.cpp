@@ -297,6 +297,41 @@ TEST(LensBlur, AnApertureOfAnotherSizeKeepsThePicture)
     }
 }
 
+// A cancel asked while the half-size pass or the gather runs ends the run with kFail; the request is used up, so
+// the next run of the same object gives the full result.
+TEST(LensBlur, ACancelEndsTheRunAndTheNextRunIsWhole)
+{
+    const COLImage src = Photo(64, 48, 21);
+    COLChannel depth;
+    vmtest::FillNoise(depth, 64, 48, 22);
+    const COLChannel aperture = ApertureFromSkin(kApertureHexagon);
+    RefLensBlur ref;
+    const COLImage expected = ref.Run(src, depth, nullptr, aperture, 40, 240, 30);
+    struct Stopper {
+        CLensBlurProcess* process;
+        int at;
+        int reports = 0;
+    };
+    // At 12 the half-size pass (10..30) is running, at 40 the gather.
+    for (int at : {12, 40}) {
+        CLensBlurProcess p;
+        Stopper stopper{&p, at};
+        p.SetProgressCallback({[](void* c, uint32_t, int32_t value) {
+                                   auto* s = static_cast<Stopper*>(c);
+                                   ++s->reports;
+                                   if (value >= s->at) s->process->RequestCancel();
+                               },
+                               &stopper});
+        p.SetProgressRange(0, 100);
+        COLImage out;
+        EXPECT_EQ(RunProcess(p, src, out, depth, nullptr, aperture, 40, 240, 30), kFail) << at;
+        EXPECT_GT(stopper.reports, 0);
+        p.SetProgressCallback({});
+        ASSERT_EQ(RunProcess(p, src, out, depth, nullptr, aperture, 40, 240, 30), kOk) << at;
+        EXPECT_TRUE(vmtest::SamePixels(out, expected)) << at;
+    }
+}
+
 TEST(LensBlur, RefusesMissingOrMismatchedInputsAndLeavesTheSourceAlone)
 {
     const COLImage src = Photo(30, 20, 2);
