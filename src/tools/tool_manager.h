@@ -8,6 +8,7 @@
 
 #include "tools/paint_tools.h"
 #include "tools/selection_tools.h"
+#include "tools/smart_adjust_tool.h"
 #include "tools/tool_base.h"
 
 // What the tool bar needs from the window around it. The editor implements it; the command line's replay has a
@@ -102,6 +103,7 @@ public:
     CEraseSelTool& GetEraseSelTool() { return m_eraseSel; }
     CPlaneBrushTool& GetInnerBrushTool() { return m_innerBrush; }
     CPlaneBrushTool& GetOuterBrushTool() { return m_outerBrush; }
+    CSmartAdjustTool& GetSmartAdjustTool() { return m_smartAdjust; }
     // Every brush tool, for the option panels and the settings.
     std::vector<CPaintTool*> GetPaintTools();
     // The option panels in the order they were registered.
@@ -140,5 +142,6 @@ private:
     CEraseSelTool m_eraseSel;
     CPlaneBrushTool m_innerBrush;
     CPlaneBrushTool m_outerBrush;
+    CSmartAdjustTool m_smartAdjust;
     std::vector<NamedTool> m_named;
 };

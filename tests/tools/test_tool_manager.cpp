@@ -87,7 +87,8 @@ TEST_F(ToolTest, ListsAndButtonCells)
                                                   &manager->GetDesatTool(), &manager->GetPickerTool()}));
     EXPECT_EQ(manager->GetList(kListInOut),
               (std::vector<CToolBase*>{&manager->GetOutPolygonTool(), &manager->GetInPolygonTool(),
-                                       &manager->GetModifyPolygonTool(), &manager->GetForePaintTool(),
+                                       &manager->GetSmartAdjustTool(), &manager->GetModifyPolygonTool(),
+                                       &manager->GetForePaintTool(),
                                        &manager->GetEraseSelTool(), &manager->GetInnerBrushTool(),
                                        &manager->GetOuterBrushTool()}));
     const std::vector<CToolBase*> common{&manager->GetModifyPolygonTool(), &manager->GetForePaintTool(),
