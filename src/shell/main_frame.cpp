@@ -26,6 +26,7 @@
 #include "imaging/codec.h"
 #include "interchange/export.h"
 #include "shell/app_globals.h"
+#include "shell/batch_review.h"
 #include "shell/contour_cutout.h"
 #include "shell/file_filter.h"
 #include "shell/image_view.h"
@@ -647,6 +648,10 @@ void CMainFrame::OnCommand(int id)
         break;
     case cmd::kCancelReturn:
         selmode::CancelReturn(*m_pToolBar, *m_pServices);
+        UpdatePanels();
+        break;
+    case cmd::kBatchKey:
+        RunBatchKey(this, m_app, *m_pToolBar, m_pView, *m_pServices, DocumentPath());
         UpdatePanels();
         break;
     case cmd::kBackColour:
