@@ -15,6 +15,7 @@
 #include "shell/brush_panel.h"
 #include "shell/image_view.h"
 #include "shell/skin.h"
+#include "shell/smart_adjust_panel.h"
 #include "shell/string_table.h"
 
 namespace {
@@ -48,6 +49,12 @@ void DrawGlyph(QPainter& p, const CToolBase* tool, const QRect& r)
         brush(QColor(60, 170, 60));
     } else if (key == "outerbrushtip") {
         brush(QColor(210, 50, 50));
+    } else if (key == "smartadjtip") {
+        // Half foreground, half background: the brush that works between the two.
+        brush(QColor(250, 250, 250));
+        p.setBrush(QColor(40, 40, 40));
+        p.drawPie(QRectF(box.left() + 0.5, box.bottom() - 7.5, 7, 7), 90 * 16, 180 * 16);
+        p.setBrush(Qt::NoBrush);
     } else if (key == "desattip") {
         brush(QColor(128, 128, 128));
     } else if (key == "erase" || key == "erasesel") {
@@ -190,6 +197,8 @@ CToolBar::CToolBar(CAppGlobals& app, CImageView* view, QWidget* parent) : QWidge
     m_pPanel->setGeometry(4, 200, 64, 48);
     m_pBrushPanel = new CBrushOptionsPanel(this);
     m_pBrushPanel->setGeometry(2, 200, 66, 150);
+    m_pSmartPanel = new CSmartAdjPanel(this);
+    m_pSmartPanel->setGeometry(2, 350, 66, 46);
 }
 
 CToolBar::~CToolBar()
@@ -213,10 +222,12 @@ void CToolBar::ShowOptionPanel(CToolOptions* panel)
 {
     m_pPanel->Show(panel);
     m_pBrushPanel->Show(panel);
+    m_pSmartPanel->Show(panel);
     // Below the last row of buttons.
     const int rows = (int(m_pManager->GetShownTools().size()) + 2) / 3;
     m_pPanel->move(4, Cell(rows * 3).top + 6);
     m_pBrushPanel->move(2, Cell(rows * 3).top + 6);
+    m_pSmartPanel->move(2, Cell(rows * 3).top + 6 + m_pBrushPanel->height() + 2);
 }
 
 void CToolBar::RedrawBar()
