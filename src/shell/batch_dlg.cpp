@@ -27,7 +27,10 @@
 
 namespace {
 
-QString Text(const char* key) { return QString::fromStdString(GetString(key)); }
+QString Text(const char* key)
+{
+    return QString::fromStdString(GetString(key));
+}
 
 QImage ToQImage(const COLImage& image)
 {
@@ -36,7 +39,8 @@ QImage ToQImage(const COLImage& image)
     for (int y = 0; y < out.height(); ++y) {
         const CPixel* src = image.GetBuffer(0, uint32_t(y));
         auto* dst = reinterpret_cast<uint32_t*>(out.scanLine(y));
-        for (int x = 0; x < out.width(); ++x) dst[x] = src[x].Word() | 0xFF000000u;
+        for (int x = 0; x < out.width(); ++x)
+            dst[x] = src[x].Word() | 0xFF000000u;
     }
     return out;
 }
@@ -230,11 +234,11 @@ CBatchDlg::CBatchDlg(QWidget* parent, IUiServices& services, CProcessThread* wor
     column->addLayout(buttons);
 
     chooseFiles = [this] {
-        const std::string filter = OpenDialogFilter(GetString("openflatfiletype"), GetString("allpictures"),
-                                                    GetString("allfiles"), false);
+        const std::string filter =
+            OpenDialogFilter(GetString("openflatfiletype"), GetString("allpictures"), GetString("allfiles"), false);
         std::vector<std::string> paths;
-        for (const QString& p :
-             QFileDialog::getOpenFileNames(this, Text("batadd"), QString(), QString::fromStdString(ToDialogFilter(filter))))
+        for (const QString& p : QFileDialog::getOpenFileNames(this, Text("batadd"), QString(),
+                                                              QString::fromStdString(ToDialogFilter(filter))))
             paths.push_back(p.toStdString());
         return paths;
     };
@@ -280,7 +284,8 @@ void CBatchDlg::RemoveSelected()
 {
     // At least one photo always stays.
     std::vector<int> rows;
-    for (const QListWidgetItem* item : m_pList->selectedItems()) rows.push_back(m_pList->row(item));
+    for (const QListWidgetItem* item : m_pList->selectedItems())
+        rows.push_back(m_pList->row(item));
     std::sort(rows.rbegin(), rows.rend());
     for (int row : rows) {
         if (m_files.size() <= 1) break;
@@ -333,7 +338,7 @@ void CBatchDlg::SyncPreview()
 void CBatchDlg::SetInputsEnabled(bool enabled)
 {
     for (QWidget* w : std::initializer_list<QWidget*>{m_pList, m_pAdd, m_pRemove, m_pMode, m_pReview, m_pFolder,
-                                                       m_pBrowse, m_pAffix, m_pPrefix, m_pContinue, m_pPreview})
+                                                      m_pBrowse, m_pAffix, m_pPrefix, m_pContinue, m_pPreview})
         w->setEnabled(enabled);
 }
 
@@ -364,7 +369,8 @@ void CBatchDlg::StartNext()
         Finish();
         return;
     }
-    m_pStatus->setText(QStringLiteral("(%1/%2) %3").arg(m_index + 1).arg(m_files.size()).arg(DisplayName(m_files[m_index])));
+    m_pStatus->setText(
+        QStringLiteral("(%1/%2) %3").arg(m_index + 1).arg(m_files.size()).arg(DisplayName(m_files[m_index])));
     m_params = BatchFileParams{};
     m_params.path = m_files[m_index];
     m_params.settings = m_settings;
@@ -374,7 +380,8 @@ void CBatchDlg::StartNext()
         m_pWorker->StartImageProcess(this, m_pProcess.get(), &m_params, uint32_t(m_index), 0, 100, 1);
     } else {
         m_pProcess->Process(&m_params);
-        QMetaObject::invokeMethod(this, [this, run] { OnFileDone(run); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this, run] { OnFileDone(run); }, Qt::QueuedConnection);
     }
 }
 
@@ -392,7 +399,8 @@ void CBatchDlg::PostProcessEvent(uint32_t first, int32_t second)
             Qt::QueuedConnection);
         return;
     }
-    QMetaObject::invokeMethod(this, [this, run] { OnFileDone(run); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this, run] { OnFileDone(run); }, Qt::QueuedConnection);
 }
 
 void CBatchDlg::OnFileDone(uint64_t run)
@@ -429,10 +437,11 @@ void CBatchDlg::Finish()
     if (!m_failures.empty()) {
         text += QStringLiteral("\n\n") + Text("batfailed");
         for (const batchkey::Failure& f : m_failures)
-            text += QStringLiteral("\n") + DisplayName(f.path) + QStringLiteral(": ") + QString::fromStdString(f.reason);
+            text +=
+                QStringLiteral("\n") + DisplayName(f.path) + QStringLiteral(": ") + QString::fromStdString(f.reason);
     }
-    m_services.MessageBox(text, EMsgButtons::kOk,
-                          m_failures.empty() ? EMsgIcon::kInformation : EMsgIcon::kWarning, Text("batchdlg"));
+    m_services.MessageBox(text, EMsgButtons::kOk, m_failures.empty() ? EMsgIcon::kInformation : EMsgIcon::kWarning,
+                          Text("batchdlg"));
     m_outcome = kFinished;
     done(kFinished);
 }
@@ -466,7 +475,8 @@ void CBatchDlg::StopWorker()
     if (!m_running || !m_pWorker || !m_pProcess) return;
     // The run holds this dialog's process and record: stop it and wait until the worker has let go of them.
     m_pProcess->RequestCancel();
-    while (m_pWorker->IsBusy()) QThread::msleep(50);
+    while (m_pWorker->IsBusy())
+        QThread::msleep(50);
     m_pWorker->WaitDone();
     m_running = false;
 }

@@ -110,7 +110,7 @@ public Q_SLOTS:
     void Continue();
 
 protected:
-    void reject() override;   // Cancel and Esc
+    void reject() override; // Cancel and Esc
     void closeEvent(QCloseEvent* event) override;
 
 private:
@@ -129,7 +129,7 @@ private:
     int m_pickX = 10, m_pickY = 10;
     CPixel m_fixedColour{0, 0, 0, 255};
     size_t m_index = 0;
-    batchkey::Settings m_settings;   // of the run under way
+    batchkey::Settings m_settings; // of the run under way
     std::unique_ptr<CBatchFileProcess> m_pProcess;
     BatchFileParams m_params;
     bool m_running = false;

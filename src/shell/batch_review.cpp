@@ -19,7 +19,10 @@
 
 namespace {
 
-QString Text(const char* key) { return QString::fromStdString(GetString(key)); }
+QString Text(const char* key)
+{
+    return QString::fromStdString(GetString(key));
+}
 
 std::function<void(CBatchDlg&)>& DialogHook()
 {
@@ -35,8 +38,8 @@ CBatchReview*& Current()
 
 } // namespace
 
-CBatchReview::CBatchReview(QMainWindow* frame, CAppGlobals& app, CToolBar& bar, CImageView* view,
-                           IUiServices& services, std::vector<std::string> files, batchkey::Settings settings)
+CBatchReview::CBatchReview(QMainWindow* frame, CAppGlobals& app, CToolBar& bar, CImageView* view, IUiServices& services,
+                           std::vector<std::string> files, batchkey::Settings settings)
     : QToolBar(frame), m_app(app), m_bar(bar), m_pView(view), m_services(services), m_files(std::move(files)),
       m_settings(std::move(settings))
 {
@@ -106,15 +109,17 @@ void CBatchReview::ProcessBatchFile()
         worker->StartImageProcess(this, m_pProcess.get(), &m_params, uint32_t(m_index), 0, 100, 1);
     } else {
         m_pProcess->Process(&m_params);
-        QMetaObject::invokeMethod(this, [this, run] { OnKeyed(run); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this, run] { OnKeyed(run); }, Qt::QueuedConnection);
     }
 }
 
 void CBatchReview::PostProcessEvent(uint32_t first, int32_t)
 {
-    if (first != 1) return;   // the frame's status bar shows the worker's progress
+    if (first != 1) return; // the frame's status bar shows the worker's progress
     const uint64_t run = m_runId.load();
-    QMetaObject::invokeMethod(this, [this, run] { OnKeyed(run); }, Qt::QueuedConnection);
+    QMetaObject::invokeMethod(
+        this, [this, run] { OnKeyed(run); }, Qt::QueuedConnection);
 }
 
 void CBatchReview::OnKeyed(uint64_t run)
@@ -186,8 +191,8 @@ void CBatchReview::Next()
     }
     if (!saved) {
         // The result stays on screen: the user can free room or choose another folder and press again.
-        m_services.MessageBox(Text("saveerr") + QStringLiteral("\n") + QString::fromStdString(output),
-                              EMsgButtons::kOk, EMsgIcon::kWarning, Text("batchdlg"));
+        m_services.MessageBox(Text("saveerr") + QStringLiteral("\n") + QString::fromStdString(output), EMsgButtons::kOk,
+                              EMsgIcon::kWarning, Text("batchdlg"));
         return;
     }
     if (++m_index < m_files.size())

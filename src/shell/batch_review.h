@@ -58,13 +58,13 @@ private:
 
     CAppGlobals& m_app;
     CToolBar& m_bar;
-    QPointer<QWidget> m_pBarAlive;   // the frame deletes the bar before this one
+    QPointer<QWidget> m_pBarAlive; // the frame deletes the bar before this one
     CImageView* m_pView;
     IUiServices& m_services;
     std::vector<std::string> m_files;
     batchkey::Settings m_settings;
     size_t m_index = 0;
-    COLImage m_source;   // the photo under review: the selection document's untouched picture
+    COLImage m_source; // the photo under review: the selection document's untouched picture
     std::unique_ptr<CBatchFileProcess> m_pProcess;
     BatchFileParams m_params;
     bool m_keying = false;

@@ -9,7 +9,10 @@
 
 namespace {
 
-QString Text(const char* key) { return QString::fromStdString(GetString(key)); }
+QString Text(const char* key)
+{
+    return QString::fromStdString(GetString(key));
+}
 
 } // namespace
 
@@ -88,9 +91,10 @@ void CSmartAdjPanel::Sync()
         const bool picked = i == 0 ? m_pOptions->IsForePicked() : m_pOptions->IsBackPicked();
         const CPixel c = i == 0 ? m_pOptions->GetForeColor() : m_pOptions->GetBackColor();
         const QColor shown = picked ? QColor(c.red, c.green, c.blue) : QColor(0x80, 0x80, 0x80);
-        m_pSwatches[i]->setStyleSheet(QStringLiteral("QToolButton { background: %1; border: 1px solid black; }")
-                                          .arg(shown.name()));
+        m_pSwatches[i]->setStyleSheet(
+            QStringLiteral("QToolButton { background: %1; border: 1px solid black; }").arg(shown.name()));
         m_pSwatches[i]->setText(picked ? QString() : QStringLiteral("?"));
     }
-    for (int i = 0; i < 3; ++i) m_pModes[i]->setChecked(m_pOptions->GetMode() == uint32_t(i));
+    for (int i = 0; i < 3; ++i)
+        m_pModes[i]->setChecked(m_pOptions->GetMode() == uint32_t(i));
 }

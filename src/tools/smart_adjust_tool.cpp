@@ -122,8 +122,8 @@ CPixel CSmartAdjustTool::MeanAround(CViewPoint p) const
     int sum[3] = {0, 0, 0};
     for (int dy = -1; dy <= 1; ++dy)
         for (int dx = -1; dx <= 1; ++dx) {
-            const CPixel c = picture->GetPixel2(uint32_t(std::clamp(p.x + dx, 0, w - 1)),
-                                                uint32_t(std::clamp(p.y + dy, 0, h - 1)));
+            const CPixel c =
+                picture->GetPixel2(uint32_t(std::clamp(p.x + dx, 0, w - 1)), uint32_t(std::clamp(p.y + dy, 0, h - 1)));
             sum[0] += c.blue;
             sum[1] += c.green;
             sum[2] += c.red;

@@ -8,9 +8,9 @@
 
 // Ways the smart-adjust brush may change the result mask.
 enum SmartAdjustMode : uint32_t {
-    kAdjustBoth = 0,    // raise or lower, whatever the colours say
-    kAdjustRaise = 1,   // only where the colours ask for more opacity than there is (Shift held)
-    kAdjustLower = 2,   // only where they ask for less (Ctrl held)
+    kAdjustBoth = 0,  // raise or lower, whatever the colours say
+    kAdjustRaise = 1, // only where the colours ask for more opacity than there is (Shift held)
+    kAdjustLower = 2, // only where they ask for less (Ctrl held)
 };
 
 // The option panel of the smart-adjust brush: the brush itself, the mode and the two reference colours. A colour

@@ -1,7 +1,6 @@
-#include <gtest/gtest.h>
-
 #include <cmath>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <string>
 
 #include "imaging/codec.h"
@@ -22,14 +21,16 @@ std::vector<uint8_t> Gray(const std::string& path)
     COLImage image;
     EXPECT_NE(COLImageCodec().LoadFile(path.c_str(), &image), 0) << path;
     std::vector<uint8_t> out;
-    for (size_t i = 0; i < image.GetPixelCount(); ++i) out.push_back(image.GetBuffer()[i].red);
+    for (size_t i = 0; i < image.GetPixelCount(); ++i)
+        out.push_back(image.GetBuffer()[i].red);
     return out;
 }
 
 int Dist(const int* a, const int* b)
 {
     double s = 0;
-    for (int c = 0; c < 3; ++c) s += double(a[c] - b[c]) * (a[c] - b[c]);
+    for (int c = 0; c < 3; ++c)
+        s += double(a[c] - b[c]) * (a[c] - b[c]);
     return int(std::floor(std::sqrt(s)));
 }
 
@@ -40,7 +41,8 @@ TEST(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
     vmtest::TempDir dir;
     COLImage picture;
     vmtest::FillNoise(picture, W, H, 71);
-    for (size_t i = 0; i < picture.GetPixelCount(); ++i) picture.GetBuffer()[i].alpha = 255;
+    for (size_t i = 0; i < picture.GetPixelCount(); ++i)
+        picture.GetBuffer()[i].alpha = 255;
     const std::string in = dir.File("in.bmp"), out = dir.File("out.png"), script = dir.File("script.txt");
     ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
     const std::string inner = dir.File("inner.png"), outer = dir.File("outer.png"), before = dir.File("before.png"),
@@ -50,14 +52,17 @@ TEST(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
                              "tool outerbrush\noption size 3\noption soft 0\ndown 35 3\nup 35 27\n"
                              "tool modifypolygon\ndown 0 0\nup 0 0\nup 20 0\nup 20 29\nup 0 29\nmove 0 0\nup 0 0\n"
                              "tool none\n"
-                             "save-mask inner " << inner << "\nsave-mask outer " << outer
-                          << "\nsave-mask result " << before << "\n"
+                             "save-mask inner "
+                          << inner << "\nsave-mask outer " << outer << "\nsave-mask result " << before
+                          << "\n"
                              "tool smartadjust\n"
-                             "down 4 15\nup 4 15\n"     // inside the inner contour: the foreground colour
-                             "down 35 15\nup 35 15\n"   // inside the outer contour: the background colour
+                             "down 4 15\nup 4 15\n"   // inside the inner contour: the foreground colour
+                             "down 35 15\nup 35 15\n" // inside the outer contour: the background colour
                              "option size 4\noption soft 30\n"
                              "down 12 5\ndrag 20 14\nup 28 24\n"
-                             "save-mask result " << after << "\n"
+                             "save-mask result "
+                          << after
+                          << "\n"
                              "mode compose cancel\n";
     const CliResult r = RunCli("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(out));
     ASSERT_EQ(r.exitCode, 0) << r.output;
@@ -88,7 +93,9 @@ TEST(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
             const CPixel px = picture.GetBuffer()[p];
             const int c[3] = {px.blue, px.green, px.red};
             const long d0 = Dist(f, b), d1 = Dist(c, b), d2 = Dist(c, f);
-            long a = d1 + d2 == 0 ? 255 : d0 < 16 ? 255 * d1 / (d1 + d2) : 255 * (d1 * d1 - d2 * d2 + d0 * d0) / (2 * d0 * d0);
+            long a = d1 + d2 == 0 ? 255
+                     : d0 < 16    ? 255 * d1 / (d1 + d2)
+                                  : 255 * (d1 * d1 - d2 * d2 + d0 * d0) / (2 * d0 * d0);
             a = std::min(std::labs(a), 255L);
             const int t0 = 255 * int(a) - 8160, t = t0 < 0 ? 0 : t0 < 48960 ? t0 / 192 : 255;
             m[p] = uint8_t(((255 - s) * m[p] + t * s) / 255);

@@ -1,6 +1,6 @@
 #include <QAction>
-#include <QComboBox>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QProgressBar>
@@ -42,8 +42,10 @@ COLImage GreenScreen(int seed)
             const int n = (x * 7 + y * 13 + seed * 31) % 9;
             CPixel p = CPixel::Make(uint8_t(40 + n), uint8_t(170 + x / 4 + n), uint8_t(60 + n));
             const int d2 = (x - cx) * (x - cx) + (y - cy) * (y - cy);
-            if (d2 < r * r) p = CPixel::Make(uint8_t(200 - n * 3), uint8_t(90 + y), uint8_t(70 + n * 5));
-            else if (d2 < (r + 1) * (r + 1)) p = CPixel::Make(120, 130, 65);   // a mixed rim
+            if (d2 < r * r)
+                p = CPixel::Make(uint8_t(200 - n * 3), uint8_t(90 + y), uint8_t(70 + n * 5));
+            else if (d2 < (r + 1) * (r + 1))
+                p = CPixel::Make(120, 130, 65); // a mixed rim
             img.PutPixel(uint32_t(x), uint32_t(y), p);
         }
     return img;
@@ -62,7 +64,8 @@ protected:
         fs::create_directories(m_dir.File("shots"));
         for (int i = 0; i < 3; ++i) {
             COLImage photo = GreenScreen(i);
-            const std::string path = m_dir.File(std::string("shots/photo") + char('a' + i) + (i == 2 ? ".bmp" : ".png"));
+            const std::string path =
+                m_dir.File(std::string("shots/photo") + char('a' + i) + (i == 2 ? ".bmp" : ".png"));
             ASSERT_NE(COLImageCodec().SaveFile(path.c_str(), &photo), 0) << path;
             m_photos.push_back(path);
         }
@@ -152,8 +155,9 @@ TEST_F(BatchInFrame, ListPreviewCrosshairAndClickToPick)
     const QPoint at = preview->ImageToWidget(20, 22) + QPoint(1, 1);
     ASSERT_TRUE(preview->WidgetToImage(at, x, y));
     QTest::mouseClick(preview, Qt::LeftButton, Qt::NoModifier, at);
-    const CPixel n[4] = {picture.GetPixel2(uint32_t(x - 1), uint32_t(y)), picture.GetPixel2(uint32_t(x + 1), uint32_t(y)),
-                         picture.GetPixel2(uint32_t(x), uint32_t(y + 1)), picture.GetPixel2(uint32_t(x), uint32_t(y - 1))};
+    const CPixel n[4] = {
+        picture.GetPixel2(uint32_t(x - 1), uint32_t(y)), picture.GetPixel2(uint32_t(x + 1), uint32_t(y)),
+        picture.GetPixel2(uint32_t(x), uint32_t(y + 1)), picture.GetPixel2(uint32_t(x), uint32_t(y - 1))};
     const CPixel picked = dlg.FixedColour();
     EXPECT_EQ(picked.green, (n[0].green + n[1].green + n[2].green + n[3].green) / 4);
     EXPECT_EQ(picked.red, (n[0].red + n[1].red + n[2].red + n[3].red) / 4);
@@ -198,7 +202,8 @@ TEST_F(BatchInFrame, UnattendedRunFromTheMenuWritesWhatTheCoreBatchWritesAndSkip
         dlg.FolderEdit()->setText(QString::fromStdString(out));
         dlg.AffixEdit()->setText(QStringLiteral("_cut"));
         dlg.ColourMode()->setCurrentIndex(batchkey::kColourAtPoint);
-        QObject::connect(dlg.Progress(), &QProgressBar::valueChanged, [&](int v) { maxProgress = std::max(maxProgress, v); });
+        QObject::connect(dlg.Progress(), &QProgressBar::valueChanged,
+                         [&](int v) { maxProgress = std::max(maxProgress, v); });
         QObject::connect(&dlg, &QDialog::finished, [&, d = &dlg] {
             used = d->GetSettings();
             written = d->Written();
@@ -297,7 +302,8 @@ TEST_F(BatchInFrame, ReviewStepsWithNextAndFinishesWithFinishTheBatch)
         EXPECT_EQ(Bytes(*selection.GetWorkingImage()), Bytes(result)) << photo;
         EXPECT_EQ(Bytes(*selection.GetSourceImage()), Bytes(source)) << photo;
         std::vector<uint8_t> alpha;
-        for (size_t i = 0; i < result.GetPixelCount(); ++i) alpha.push_back(result.GetBuffer()[i].alpha);
+        for (size_t i = 0; i < result.GetPixelCount(); ++i)
+            alpha.push_back(result.GetBuffer()[i].alpha);
         EXPECT_EQ(Bytes(*selection.GetResultMask()), alpha);
     };
     ASSERT_TRUE(WaitFor([&] { return next->isEnabled(); }));
@@ -329,7 +335,8 @@ TEST_F(BatchInFrame, ReviewStepsWithNextAndFinishesWithFinishTheBatch)
     ASSERT_FALSE(m_services.messages.empty());
     EXPECT_NE(m_services.messages.back().find("The batch is done"), std::string::npos);
     EXPECT_NE(m_services.messages.back().find("broken.jpg"), std::string::npos);
-    for (const std::string& photo : m_photos) EXPECT_TRUE(fs::exists(batchkey::OutputPath(out, photo, "cut_", true)));
+    for (const std::string& photo : m_photos)
+        EXPECT_TRUE(fs::exists(batchkey::OutputPath(out, photo, "cut_", true)));
     EXPECT_FALSE(fs::exists(batchkey::OutputPath(out, m_broken, "cut_", true)));
     EXPECT_EQ(m_app.Document().GetLayerCount(), 1);
     EXPECT_EQ(Bytes(m_app.Document().GetLayer(0)->m_image), m_before);

@@ -23,7 +23,8 @@ TEST(SmartAdjustPanel, SwatchesAndModesFollowTheToolInSelectionMode)
     COLImage img;
     img.Create(60, 40);
     for (uint32_t y = 0; y < 40; ++y)
-        for (uint32_t x = 0; x < 60; ++x) img.PutPixel(x, y, CPixel::Make(uint8_t(x * 4), 120, uint8_t(y * 6)));
+        for (uint32_t x = 0; x < 60; ++x)
+            img.PutPixel(x, y, CPixel::Make(uint8_t(x * 4), 120, uint8_t(y * 6)));
     const std::string path = dir.File("p.png");
     ASSERT_NE(COLImageCodec().SaveFile(path.c_str(), &img), 0);
     CShellApp shell(app, &services);

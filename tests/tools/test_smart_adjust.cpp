@@ -15,7 +15,8 @@ using Path = std::vector<std::pair<int, int>>;
 int PlainDistance(const uint8_t* a, const uint8_t* b)
 {
     double sum = 0;
-    for (int c = 0; c < 3; ++c) sum += double(a[c] - b[c]) * double(a[c] - b[c]);
+    for (int c = 0; c < 3; ++c)
+        sum += double(a[c] - b[c]) * double(a[c] - b[c]);
     return int(std::floor(std::sqrt(sum)));
 }
 
@@ -93,7 +94,8 @@ protected:
         if (key) Sink().OnKeyDown(key, 0);
         Sink().OnMouseMove(keyFlags, path[0].first, path[0].second);
         Sink().OnLButtonDown(kMkLButton | keyFlags, path[0].first, path[0].second);
-        for (size_t i = 1; i < path.size(); ++i) Sink().OnMouseMove(kMkLButton | keyFlags, path[i].first, path[i].second);
+        for (size_t i = 1; i < path.size(); ++i)
+            Sink().OnMouseMove(kMkLButton | keyFlags, path[i].first, path[i].second);
         Sink().OnLButtonUp(keyFlags, path.back().first, path.back().second);
         if (key) Sink().OnKeyUp(key, 0);
     }
@@ -121,7 +123,8 @@ protected:
     {
         std::vector<uint8_t> a;
         const COLImage& w = *selection.GetWorkingImage();
-        for (size_t i = 0; i < w.GetPixelCount(); ++i) a.push_back(w.GetBuffer()[i].alpha);
+        for (size_t i = 0; i < w.GetPixelCount(); ++i)
+            a.push_back(w.GetBuffer()[i].alpha);
         return a;
     }
 
@@ -157,7 +160,7 @@ TEST_F(SmartAdjustTest, CurveIsZeroToThirtyTwoThenARampToTwoHundredTwentyFour)
     const uint8_t* curve = tool->GetCurve();
     EXPECT_EQ(curve[0], 0);
     EXPECT_EQ(curve[32], 0);
-    EXPECT_EQ(curve[33], 1);   // 255 / 192
+    EXPECT_EQ(curve[33], 1); // 255 / 192
     EXPECT_EQ(curve[128], 127);
     EXPECT_EQ(curve[223], 253);
     EXPECT_EQ(curve[224], 255);
@@ -171,7 +174,7 @@ TEST_F(SmartAdjustTest, ClicksInTheContoursPickTheReferencesThenAStrokeFollowsTh
     // Before both colours are picked a press in the band is refused and changes nothing.
     Click(20, 10);
     ASSERT_EQ(messages, std::vector<std::string>{"smartadjerr"});
-    Click(4, 6);   // inner contour: the foreground reference
+    Click(4, 6); // inner contour: the foreground reference
     EXPECT_TRUE(panel.IsForePicked());
     EXPECT_FALSE(panel.IsBackPicked());
     Click(20, 10);
@@ -180,8 +183,10 @@ TEST_F(SmartAdjustTest, ClicksInTheContoursPickTheReferencesThenAStrokeFollowsTh
     ASSERT_TRUE(panel.IsBackPicked());
     EXPECT_EQ(vmtest::Bytes(*selection.GetResultMask()), before);
     const std::vector<uint8_t> f = Mean3x3(4, 6), b = Mean3x3(39, 29);
-    EXPECT_EQ((std::vector<uint8_t>{panel.GetForeColor().blue, panel.GetForeColor().green, panel.GetForeColor().red}), f);
-    EXPECT_EQ((std::vector<uint8_t>{panel.GetBackColor().blue, panel.GetBackColor().green, panel.GetBackColor().red}), b);
+    EXPECT_EQ((std::vector<uint8_t>{panel.GetForeColor().blue, panel.GetForeColor().green, panel.GetForeColor().red}),
+              f);
+    EXPECT_EQ((std::vector<uint8_t>{panel.GetBackColor().blue, panel.GetBackColor().green, panel.GetBackColor().red}),
+              b);
     const size_t steps = selectionLog.GetCount();
 
     Paint(kBand);
@@ -189,7 +194,8 @@ TEST_F(SmartAdjustTest, ClicksInTheContoursPickTheReferencesThenAStrokeFollowsTh
     ASSERT_NE(expected, before);
     EXPECT_EQ(vmtest::Bytes(*selection.GetResultMask()), expected);
     EXPECT_EQ(WorkingAlpha(), expected);
-    EXPECT_EQ(selection.GetResultMask()->GetValue(20, 14), before[14 * W + 20]) << "a soft contour pixel keeps its value";
+    EXPECT_EQ(selection.GetResultMask()->GetValue(20, 14), before[14 * W + 20])
+        << "a soft contour pixel keeps its value";
     ASSERT_EQ(selectionLog.GetCount(), steps + 1);
     EXPECT_EQ(LastLabel(selectionLog), "smartadjtip");
     EXPECT_EQ(selectionLog.GetRecord(selectionLog.GetCount() - 1)->arg, kPlaneResult);
@@ -221,7 +227,8 @@ TEST_F(SmartAdjustTest, ShiftRaisesOnlyCtrlLowersOnlyAndTheButtonsHold)
     Paint(across, kMkControl, kKeyControl);
     const std::vector<uint8_t> lowered = vmtest::Bytes(*selection.GetResultMask());
     EXPECT_EQ(lowered, Expected(raised, across, 2, f, b));
-    for (size_t i = 0; i < lowered.size(); ++i) EXPECT_LE(lowered[i], raised[i]) << i;
+    for (size_t i = 0; i < lowered.size(); ++i)
+        EXPECT_LE(lowered[i], raised[i]) << i;
     EXPECT_NE(lowered, raised);
 
     // A mode from the buttons is not changed by the keys.
@@ -249,7 +256,7 @@ public:
     CViewPoint ClientToImage(int x, int y) override { return {(x - 3) * 2, (y - 2) * 2}; }
     COLImage* GetDisplayBuffer() override { return &display; }
     void SetDisplayOverride(COLImage* image) override { shown = image; }
-    static constexpr int W = 40, H = 30;   // the fixture's canvas
+    static constexpr int W = 40, H = 30; // the fixture's canvas
     COLImage display;
     COLImage* shown = nullptr;
 };
@@ -260,7 +267,8 @@ TEST_F(SmartAdjustTest, TheContoursShowThePlainPictureTheBandTheResult)
 {
     DisplayView screen;
     screen.display.Create(W / 2, H / 2);
-    for (size_t i = 0; i < screen.display.GetPixelCount(); ++i) screen.display.GetBuffer()[i] = CPixel{1, 2, 3, 4};
+    for (size_t i = 0; i < screen.display.GetPixelCount(); ++i)
+        screen.display.GetBuffer()[i] = CPixel{1, 2, 3, 4};
     tool->GetDrawer()->SetView(&screen);
     tool->OnFrameDone();
     ASSERT_NE(screen.shown, nullptr);
