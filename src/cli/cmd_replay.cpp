@@ -34,6 +34,11 @@ const char* const kHelp =
     "  option soft N             brush softness in percent, 0..100 (the dialog shows hardness = 100 - soft)\n"
     "  option alpha N            brush opacity in percent, 0..100\n"
     "  option color RRGGBB       the foreground colour (brush, eraser on the base layer), hex; default 000000\n"
+    "  option adjust M           smartadjust: both, raise or lower (as the panel's three buttons); a down\n"
+    "                            with shift (raise) or ctrl (lower) forces it for that stroke from both\n"
+    "  option fore RRGGBB, option back RRGGBB\n"
+    "                            smartadjust: a reference colour as the swatch's colour dialog sets it\n"
+    "                            (a click inside the inner or outer contour picks it from the picture)\n"
     "  down X Y [shift] [ctrl] [alt]\n"
     "                            move the pointer to X Y and press the left button; the keys named are\n"
     "                            pressed before and released after the next up or dbl (clone: alt sets\n"
@@ -261,9 +266,11 @@ std::string CheckLine(const Line& l)
             long v;
             return cli::ParseInt(w[2], 0, kBrushPercentMax, v) ? "" : w[1] + " is a whole number from 0 to 100";
         }
-        if (w[1] == "color" || w[1] == "colour") {
+        if (w[1] == "adjust")
+            return (w[2] == "both" || w[2] == "raise" || w[2] == "lower") ? "" : "adjust is both, raise or lower";
+        if (w[1] == "color" || w[1] == "colour" || w[1] == "fore" || w[1] == "back") {
             if (w[2].size() != 6 || w[2].find_first_not_of("0123456789abcdef") != std::string::npos)
-                return "color is six hex digits, RRGGBB";
+                return w[1] + " is six hex digits, RRGGBB";
             return "";
         }
         return "unknown option \"" + w[1] + "\"";
@@ -447,7 +454,20 @@ int Replay(const std::vector<std::string>& args)
             CToolBase* tool = manager.GetCurrentTool();
             auto* panel = tool ? dynamic_cast<CPropSel*>(tool->GetOptionPanel()) : nullptr;
             auto* brush = tool ? dynamic_cast<CNullProperty*>(tool->GetOptionPanel()) : nullptr;
-            if (w[1] == "color" || w[1] == "colour") {
+            auto* adjust = dynamic_cast<CPropSmartAdj*>(brush);
+            if (w[1] == "adjust" || w[1] == "fore" || w[1] == "back") {
+                if (!adjust) return cli::Fail(at(l) + "option " + w[1] + " belongs to the smartadjust tool");
+                if (w[1] == "adjust") {
+                    adjust->SetMode(w[2] == "raise" ? kAdjustRaise : w[2] == "lower" ? kAdjustLower : kAdjustBoth);
+                } else {
+                    const unsigned long rgb = std::stoul(w[2], nullptr, 16);
+                    const CPixel c{uint8_t(rgb), uint8_t(rgb >> 8), uint8_t(rgb >> 16), 255};
+                    if (w[1] == "fore")
+                        adjust->SetForeColor(c);
+                    else
+                        adjust->SetBackColor(c);
+                }
+            } else if (w[1] == "color" || w[1] == "colour") {
                 const unsigned long rgb = std::stoul(w[2], nullptr, 16);
                 toolContext.setForeground(CPixel{uint8_t(rgb), uint8_t(rgb >> 8), uint8_t(rgb >> 16), 255});
             } else if (w[1] == "size" || w[1] == "soft" || w[1] == "alpha") {

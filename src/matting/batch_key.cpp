@@ -5,7 +5,7 @@
 #include <system_error>
 
 #include "imaging/codec.h"
-#include "matting/refined_key.h"
+#include "matting/batch_file_process.h"
 
 namespace fs = std::filesystem;
 
@@ -107,28 +107,19 @@ std::vector<Failure> Run(const std::vector<std::string>& files, const Settings& 
     std::error_code ec;
     if (!settings.outputDir.empty()) fs::create_directories(settings.outputDir, ec);
 
-    COLImageCodec codec;
     for (size_t i = 0; i < count; ++i) {
         const std::string& path = files[i];
         if (listener.onStart) listener.onStart(i, count, path);
-        COLImage source, result;
-        if (!codec.LoadFile(path.c_str(), &source) || source.IsNull()) {
-            fail(i, path, "cannot read the picture");
+        // The editor's batch dialog runs the same object on its worker.
+        CBatchFileProcess process;
+        BatchFileParams params;
+        params.path = path;
+        params.settings = settings;
+        if (process.Process(&params) != kOk) {
+            fail(i, path, process.GetReason());
             continue;
         }
-        ChromaKeySettings key;
-        key.params = UnattendedParams(ColourOfFile(source, settings));
-        key.refine = settings.refine ? 1 : 0;
-        if (RunBackdropKey(key, source, result) != kOk) {
-            fail(i, path, "keying failed (out of memory?)");
-            continue;
-        }
-        const std::string output = OutputPath(settings.outputDir, path, settings.affix, settings.affixIsPrefix);
-        if (!codec.SaveFileWithAlpha(output.c_str(), &result)) {
-            fail(i, path, "cannot write " + output);
-            continue;
-        }
-        if (listener.onDone) listener.onDone(i, count, path, output);
+        if (listener.onDone) listener.onDone(i, count, path, process.GetOutput());
     }
     return failures;
 }

@@ -27,6 +27,7 @@
 #include "interchange/export.h"
 #include "shell/app_globals.h"
 #include "shell/background_bar.h"
+#include "shell/batch_review.h"
 #include "shell/contour_cutout.h"
 #include "shell/file_filter.h"
 #include "shell/image_view.h"
@@ -722,6 +723,10 @@ void CMainFrame::OnCommand(int id)
         break;
     case cmd::kChromaKey:
         selmode::EnterChromaKey(*m_pToolBar, *m_pBlueTab, *m_pServices);
+        UpdatePanels();
+        break;
+    case cmd::kBatchKey:
+        RunBatchKey(this, m_app, *m_pToolBar, m_pView, *m_pServices, DocumentPath());
         UpdatePanels();
         break;
     case cmd::kBackColour:

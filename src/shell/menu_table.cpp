@@ -10,6 +10,7 @@ const MenuItemDef kItems[] = {
     {cmd::kOpenProject, "打开工程(&D)...", "Open &project...", nullptr, EMenuArgument::kNone},
     {cmd::kSave, "存储文件(&S)...\tCtrl+S", "&Save...\tCtrl+S", nullptr, EMenuArgument::kNone},
     {cmd::kClose, "关闭文件\tCtrl+W", "&Close\tCtrl+W", nullptr, EMenuArgument::kNone},
+    {cmd::kBatchKey, "批量单色幕...", "&Batch chroma key...", nullptr, EMenuArgument::kNone},
     {cmd::kPrint, "打印(&P)...\tCtrl+P", "&Print...\tCtrl+P", nullptr, EMenuArgument::kNone},
     {cmd::kExit, "退出(&X)", "E&xit", nullptr, EMenuArgument::kNone},
     {cmd::kUndo, "撤消(&U)\tCtrl+Z", "&Undo\tCtrl+Z", "UI_HistoryBackward", EMenuArgument::kNone},
@@ -111,8 +112,8 @@ const std::vector<MenuDef>& ComposeMenus()
     static const std::vector<MenuDef> menus = {
         {"文件(&F)",
          "&File",
-         {cmd::kNew, cmd::kOpen, cmd::kOpenProject, cmd::kSave, cmd::kClose, kSeparator, cmd::kPrint, kSeparator,
-          cmd::kExit}},
+         {cmd::kNew, cmd::kOpen, cmd::kOpenProject, cmd::kSave, cmd::kClose, kSeparator, cmd::kBatchKey, kSeparator,
+          cmd::kPrint, kSeparator, cmd::kExit}},
         {"编辑(&E)",
          "&Edit",
          {cmd::kUndo, cmd::kRedo, kSeparator, cmd::kCut, cmd::kCopy, cmd::kPaste, kSeparator, cmd::kFill, cmd::kStroke}},
@@ -261,6 +262,9 @@ bool IsCommandEnabled(int id, const FrameState& s)
         return s.selectionMode;
     case cmd::kChromaKey:
         return L > 0 && !s.selectionMode && !E;
+    case cmd::kBatchKey:
+        // Review shows each result in selection mode, which the open photo leads into.
+        return L > 0 && !E && !s.selectionMode;
     default:
         return true; // new, exit, undo, redo, flips, export, select all, view, settings and help items
     }

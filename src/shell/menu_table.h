@@ -68,6 +68,7 @@ inline constexpr int kFeatherShrink = 32803;
 inline constexpr int kBuildSelection = 32820;   // also the "buildseltip" button of the tool strip
 inline constexpr int kRefinedEdges = 32821;     // checkable: which solver the build uses
 inline constexpr int kChromaKey = 32840;        // selection mode with the chroma-key method
+inline constexpr int kBatchKey = 32841;         // the batch chroma-key dialog, with a photo open
 // Selection mode's backgrounds behind the cut-out (the values of the display mode follow from them).
 inline constexpr int kBackColour = 20499;
 inline constexpr int kBackChecker = 20500;

@@ -389,6 +389,38 @@ const TextRow kEditorRows[] = {
     {"lbradius", "半径:", "Radius:"},
     {"lbthreshold", "高光门限:", "Highlight threshold:"},
     {"lbpointhint", "在上图中点击，设置灭点或地平线。", "Click in the panel above to place the vanishing point or the horizon."},
+    {"batchdlg", "批量处理单色幕照片", "Batch chroma key"},
+    {"batfiles", "照片列表", "Photos"},
+    {"batadd", "加", "Add..."},
+    {"batremove", "减", "Remove"},
+    {"batcolourmode", "背景色获取方式:", "Backdrop colour:"},
+    {"batauto", "自动获得", "Found automatically"},
+    {"batpoint", "从指定位置获得", "Read at a point (click the preview)"},
+    {"batfixed", "指定颜色", "One colour (click the preview)"},
+    {"batreview", "逐个检视和修改抠图结果", "Review and correct each result"},
+    {"batreviewnote", "抠图结果可能存在瑕疵，建议对每一张进行检视和修改。否则输出到结果文件后，将无法修补这些瑕疵。",
+     "A cut-out may have flaws. Reviewing each one is advised: once written to its file, a flaw can no longer be "
+     "mended here."},
+    {"batoutput", "输出为带掩模的PNG格式", "Output: PNG with a mask"},
+    {"batfolder", "目录:", "Folder:"},
+    {"batrename", "改名:原名 + ", "Name: original + "},
+    {"batprefix", "为前缀", "as prefix"},
+    {"batpngnote",
+     "本功能输出带透明通道24bitPNG文件，可以直接在本软件及Photoshop等外部软件中打开使用。\r\n请注意，在Photoshop "
+     "中使用的时候，需要解开图层移动锁定才能进一步调整。",
+     "The results are 24-bit PNG files with a transparency channel; this program and others such as Photoshop "
+     "open them directly.\r\nIn Photoshop, unlock the layer's position before moving it."},
+    {"batcontinue", "继续 >", "Continue >"},
+    {"batcancel", "取消", "Cancel"},
+    {"batstopping", "正在停止...", "Stopping after this photo..."},
+    {"batfailed", "以下照片未能处理:", "These photos could not be processed:"},
+    {"batreadfail", "无法读取，已跳过:", "Cannot read, skipped:"},
+    {"batfolderpick", "Folder", "Folder"},
+    {"smartadjfore", "前景参考色：在内轮廓内点击选取，或点此设置", "Foreground reference: click inside the inner contour, or here"},
+    {"smartadjback", "背景参考色：在外轮廓内点击选取，或点此设置", "Background reference: click inside the outer contour, or here"},
+    {"smartadjboth", "增加和减少", "Raise and lower"},
+    {"smartadjraise", "只增加 (Shift)", "Raise only (Shift)"},
+    {"smartadjlower", "只减少 (Ctrl)", "Lower only (Ctrl)"},
 };
 
 // Keys that callers ask for but the Chinese table does not hold (they read as empty there).

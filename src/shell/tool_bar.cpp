@@ -16,6 +16,7 @@
 #include "shell/contour_tool_panels.h"
 #include "shell/image_view.h"
 #include "shell/skin.h"
+#include "shell/smart_adjust_panel.h"
 #include "shell/string_table.h"
 
 namespace {
@@ -49,6 +50,12 @@ void DrawGlyph(QPainter& p, const CToolBase* tool, const QRect& r)
         brush(QColor(60, 170, 60));
     } else if (key == "outerbrushtip") {
         brush(QColor(210, 50, 50));
+    } else if (key == "smartadjtip") {
+        // Half foreground, half background: the brush that works between the two.
+        brush(QColor(250, 250, 250));
+        p.setBrush(QColor(40, 40, 40));
+        p.drawPie(QRectF(box.left() + 0.5, box.bottom() - 7.5, 7, 7), 90 * 16, 180 * 16);
+        p.setBrush(Qt::NoBrush);
     } else if (key == "desattip") {
         brush(QColor(128, 128, 128));
     } else if (key == "erase" || key == "erasesel") {
@@ -195,6 +202,8 @@ CToolBar::CToolBar(CAppGlobals& app, CImageView* view, QWidget* parent) : QWidge
     m_pBkPickerPanel->setGeometry(2, 200, 66, 190);
     m_pZoomPanel = new CZoomOptionsPanel(this);
     m_pZoomPanel->setGeometry(4, 200, 64, 22);
+    m_pSmartPanel = new CSmartAdjPanel(this);
+    m_pSmartPanel->setGeometry(2, 350, 66, 46);
 }
 
 CToolBar::~CToolBar()
@@ -220,12 +229,14 @@ void CToolBar::ShowOptionPanel(CToolOptions* panel)
     m_pBrushPanel->Show(panel);
     m_pBkPickerPanel->Show(panel);
     m_pZoomPanel->Show(panel);
+    m_pSmartPanel->Show(panel);
     // Below the last row of buttons.
     const int rows = (int(m_pManager->GetShownTools().size()) + 2) / 3;
     m_pPanel->move(4, Cell(rows * 3).top + 6);
     m_pBrushPanel->move(2, Cell(rows * 3).top + 6);
     m_pBkPickerPanel->move(2, Cell(rows * 3).top + 6);
     m_pZoomPanel->move(4, Cell(rows * 3).top + 6);
+    m_pSmartPanel->move(2, Cell(rows * 3).top + 6 + m_pBrushPanel->height() + 2);
 }
 
 void CToolBar::RedrawBar()

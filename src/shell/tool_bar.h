@@ -15,6 +15,7 @@ class CComposeDocument;
 class CBrushOptionsPanel;
 class CBkPickerOptionsPanel;
 class CZoomOptionsPanel;
+class CSmartAdjPanel;
 class CImageView;
 class QLineEdit;
 class QToolButton;
@@ -50,6 +51,7 @@ public:
     CComposeDocument& Document();
     CSelOptionsPanel* OptionsPanel() const { return m_pPanel; }
     CBrushOptionsPanel* BrushPanel() const { return m_pBrushPanel; }
+    CSmartAdjPanel* SmartAdjPanel() const { return m_pSmartPanel; }
     CSelectionHistory* SelectionLog() const { return m_context.selectionHistory; }
 
     // What the frame does for the bar.
@@ -91,4 +93,5 @@ private:
     CBrushOptionsPanel* m_pBrushPanel;
     CBkPickerOptionsPanel* m_pBkPickerPanel;
     CZoomOptionsPanel* m_pZoomPanel;
+    CSmartAdjPanel* m_pSmartPanel;
 };

@@ -191,7 +191,7 @@ int CPaintTool::OnActivate()
     int width = 0, height = 0;
     if (!GetCanvasSize(width, height)) return 0;
     RecomputeRadius();
-    m_brush.Attach(this, &m_stamp, &m_alpha);
+    m_pBrush->Attach(this, &m_stamp, &m_alpha);
     if (m_stroke.Create(uint32_t(width), uint32_t(height)) != kOk ||
         m_strokeCopy.Create(uint32_t(width), uint32_t(height)) != kOk) {
         m_stroke.Free();
@@ -373,6 +373,16 @@ void CPaintTool::RecordStroke()
     if (IsSelectionModeTool() || !m_pContext || !m_pContext->composeHistory || !m_pContext->document) return;
     m_pContext->composeHistory->AddStep(m_pContext->document, kStepLayerHeaderRegion,
                                         m_pContext->document->GetCurrentIndex(), m_tipKey);
+}
+
+void CPaintTool::UseBrush(CNullProperty* brush)
+{
+    if (!brush || brush == m_pBrush) return;
+    m_pBrush->Attach(nullptr, nullptr, nullptr);
+    m_pBrush = brush;
+    m_pOptionPanel = brush;
+    brush->Attach(this, &m_stamp, &m_alpha);
+    brush->RebuildStamp();
 }
 
 void CPaintTool::MergeDirty()

@@ -105,7 +105,7 @@ public:
     // The circle's radius from the stamp, after a change of the brush.
     void RecomputeRadius() { m_radius = StampRadius(m_stamp); }
 
-    CNullProperty& GetBrush() { return m_brush; }
+    CNullProperty& GetBrush() { return *m_pBrush; }
     const COLChannel& GetStroke() const { return m_stroke; }
     const COLChannel& GetStamp() const { return m_stamp; }
     uint8_t GetAlpha() const { return m_alpha; }
@@ -125,6 +125,8 @@ protected:
     CRect StrokeBounds() const;
     // A coarse composite of the dirty rectangle while painting in compose mode.
     void MergeDirty();
+    // A tool whose panel carries more than the brush hands its own panel in; it then writes the stamp.
+    void UseBrush(CNullProperty* brush);
 
     uint32_t m_painting = 0;
     COLChannel m_stroke;
@@ -144,4 +146,5 @@ protected:
     uint32_t m_lastStampWeight = 0;
     bool m_hasLastStamp = false;
     CNullProperty m_brush;
+    CNullProperty* m_pBrush = &m_brush;
 };

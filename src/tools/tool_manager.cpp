@@ -18,7 +18,7 @@ CToolManager::CToolManager(CToolContext& context)
       m_forePaint(&context), m_eraseSel(&context),
       m_innerBrush(&context, "innerbrushtip", "innerbrushhelp", 180, kPlaneInner),
       m_outerBrush(&context, "outerbrushtip", "outerbrushhelp", 180, kPlaneOuter), m_bkPicker(&context),
-      m_inject(&context), m_zoom(&context)
+      m_inject(&context), m_zoom(&context), m_smartAdjust(&context)
 {
     // One row per tool: its short name for scripts, the lists it stands in, and what it does. The order of the
     // rows is the order of the buttons. Tools still to come join here.
@@ -46,6 +46,10 @@ CToolManager::CToolManager(CToolContext& context)
         {"outpolygon", &m_outPolygon, kInI, "selection mode: polygon on the outer contour plane (sure background)"},
         {"inpolygon", &m_inPolygon, kInI, "selection mode: polygon on the inner contour plane (sure foreground)"},
         {"inject", &m_inject, kInI, "selection mode: click adds one point to the inner contour plane"},
+        {"smartadjust", &m_smartAdjust, kInI,
+         "selection mode: click inside the inner and the outer contour to pick the two reference colours, then "
+         "brush the band between them: the result mask follows the colours (down X Y shift raises only, ctrl "
+         "lowers only; option adjust)"},
         {"modifypolygon", &m_modifyPolygon, kInK | kInI,
          "selection mode: polygon on the result mask; raised parts take their colour back from the layer"},
         {"restore", &m_forePaint, kInK | kInI,
@@ -74,7 +78,7 @@ CToolManager::CToolManager(CToolContext& context)
 std::vector<CPaintTool*> CToolManager::GetPaintTools()
 {
     return {&m_eraseLayer, &m_freePaint, &m_camera, &m_desat, &m_forePaint, &m_eraseSel, &m_innerBrush,
-            &m_outerBrush};
+            &m_outerBrush, &m_smartAdjust};
 }
 
 void CToolManager::RegisterPanel(CToolBase* tool)
@@ -148,11 +152,13 @@ void CToolManager::UpdateBars()
         m_outPolygon.SetEnabled(result ? 0 : 1);
         m_inPolygon.SetEnabled(result ? 0 : 1);
         m_inject.SetEnabled(result ? 0 : 1);
+        m_smartAdjust.SetEnabled(result ? 1 : 0);
         // A current tool that is now disabled finishes what it does; its button only cannot be pressed again.
     } else {
         m_outPolygon.SetEnabled(1);
         m_inPolygon.SetEnabled(1);
         m_inject.SetEnabled(1);
+        m_smartAdjust.SetEnabled(1);
     }
     if (m_pHost) m_pHost->RedrawBar();
 }

@@ -10,6 +10,7 @@
 #include "tools/contour_tools.h"
 #include "tools/paint_tools.h"
 #include "tools/selection_tools.h"
+#include "tools/smart_adjust_tool.h"
 #include "tools/tool_base.h"
 
 // What the tool bar needs from the window around it. The editor implements it; the command line's replay has a
@@ -107,6 +108,7 @@ public:
     CBkPickerTool& GetBkPickerTool() { return m_bkPicker; }
     CInjectTool& GetInjectTool() { return m_inject; }
     CZoomTool& GetZoomTool() { return m_zoom; }
+    CSmartAdjustTool& GetSmartAdjustTool() { return m_smartAdjust; }
     // Every brush tool, for the option panels and the settings.
     std::vector<CPaintTool*> GetPaintTools();
     // The option panels in the order they were registered.
@@ -148,5 +150,6 @@ private:
     CBkPickerTool m_bkPicker;
     CInjectTool m_inject;
     CZoomTool m_zoom;
+    CSmartAdjustTool m_smartAdjust;
     std::vector<NamedTool> m_named;
 };

@@ -88,10 +88,10 @@ TEST_F(ToolTest, ListsAndButtonCells)
                                                   &manager->GetZoomTool()}));
     EXPECT_EQ(manager->GetList(kListInOut),
               (std::vector<CToolBase*>{&manager->GetOutPolygonTool(), &manager->GetInPolygonTool(),
-                                       &manager->GetInjectTool(), &manager->GetModifyPolygonTool(),
-                                       &manager->GetForePaintTool(), &manager->GetEraseSelTool(),
-                                       &manager->GetInnerBrushTool(), &manager->GetOuterBrushTool(),
-                                       &manager->GetZoomTool()}));
+                                       &manager->GetInjectTool(), &manager->GetSmartAdjustTool(),
+                                       &manager->GetModifyPolygonTool(), &manager->GetForePaintTool(),
+                                       &manager->GetEraseSelTool(), &manager->GetInnerBrushTool(),
+                                       &manager->GetOuterBrushTool(), &manager->GetZoomTool()}));
     EXPECT_EQ(manager->GetList(kListChroma),
               (std::vector<CToolBase*>{&manager->GetBkPickerTool(), &manager->GetModifyPolygonTool(),
                                        &manager->GetForePaintTool(), &manager->GetEraseSelTool(),

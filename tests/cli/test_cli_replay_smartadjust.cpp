@@ -1,0 +1,124 @@
+#include <cmath>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+
+#include "imaging/codec.h"
+#include "imaging/image.h"
+#include "support/test_support.h"
+#include "tools/plain_brush.h"
+
+using vmtest::CliResult;
+using vmtest::Quote;
+using vmtest::RunCli;
+
+namespace {
+
+constexpr int W = 40, H = 30;
+
+std::vector<uint8_t> Gray(const std::string& path)
+{
+    COLImage image;
+    EXPECT_NE(COLImageCodec().LoadFile(path.c_str(), &image), 0) << path;
+    std::vector<uint8_t> out;
+    for (size_t i = 0; i < image.GetPixelCount(); ++i)
+        out.push_back(image.GetBuffer()[i].red);
+    return out;
+}
+
+int Dist(const int* a, const int* b)
+{
+    double s = 0;
+    for (int c = 0; c < 3; ++c)
+        s += double(a[c] - b[c]) * (a[c] - b[c]);
+    return int(std::floor(std::sqrt(s)));
+}
+
+} // namespace
+
+TEST(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
+{
+    vmtest::TempDir dir;
+    COLImage picture;
+    vmtest::FillNoise(picture, W, H, 71);
+    for (size_t i = 0; i < picture.GetPixelCount(); ++i)
+        picture.GetBuffer()[i].alpha = 255;
+    const std::string in = dir.File("in.bmp"), out = dir.File("out.png"), script = dir.File("script.txt");
+    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
+    const std::string inner = dir.File("inner.png"), outer = dir.File("outer.png"), before = dir.File("before.png"),
+                      after = dir.File("after.png");
+    std::ofstream(script) << "mode select inout\n"
+                             "tool innerbrush\noption size 3\noption soft 0\ndown 4 3\nup 4 27\n"
+                             "tool outerbrush\noption size 3\noption soft 0\ndown 35 3\nup 35 27\n"
+                             "tool modifypolygon\ndown 0 0\nup 0 0\nup 20 0\nup 20 29\nup 0 29\nmove 0 0\nup 0 0\n"
+                             "tool none\n"
+                             "save-mask inner "
+                          << inner << "\nsave-mask outer " << outer << "\nsave-mask result " << before
+                          << "\n"
+                             "tool smartadjust\n"
+                             "down 4 15\nup 4 15\n"   // inside the inner contour: the foreground colour
+                             "down 35 15\nup 35 15\n" // inside the outer contour: the background colour
+                             "option size 4\noption soft 30\n"
+                             "down 12 5\ndrag 20 14\nup 28 24\n"
+                             "save-mask result "
+                          << after
+                          << "\n"
+                             "mode compose cancel\n";
+    const CliResult r = RunCli("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(out));
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+
+    const std::vector<uint8_t> i = Gray(inner), o = Gray(outer), m0 = Gray(before);
+    ASSERT_EQ(i[15 * W + 4], 255);
+    ASSERT_EQ(o[15 * W + 35], 255);
+    auto mean = [&](int cx, int cy, int* c) {
+        for (int k = 0; k < 3; ++k) {
+            int sum = 0;
+            for (int y = cy - 1; y <= cy + 1; ++y)
+                for (int x = cx - 1; x <= cx + 1; ++x) {
+                    const CPixel q = picture.GetPixel2(uint32_t(x), uint32_t(y));
+                    sum += k == 0 ? q.blue : k == 1 ? q.green : q.red;
+                }
+            c[k] = sum / 9;
+        }
+    };
+    int f[3], b[3];
+    mean(4, 15, f);
+    mean(35, 15, b);
+    const auto frames = plainbrush::Frames(plainbrush::MakeStamp(4, 30), 255, W, H, {{12, 5}, {20, 14}, {28, 24}});
+    std::vector<uint8_t> m = m0;
+    for (const plainbrush::Stroke& frame : frames)
+        for (size_t p = 0; p < m.size(); ++p) {
+            const int s = frame.s[p];
+            if (!s || i[p] || o[p]) continue;
+            const CPixel px = picture.GetBuffer()[p];
+            const int c[3] = {px.blue, px.green, px.red};
+            const long d0 = Dist(f, b), d1 = Dist(c, b), d2 = Dist(c, f);
+            long a = d1 + d2 == 0 ? 255
+                     : d0 < 16    ? 255 * d1 / (d1 + d2)
+                                  : 255 * (d1 * d1 - d2 * d2 + d0 * d0) / (2 * d0 * d0);
+            a = std::min(std::labs(a), 255L);
+            const int t0 = 255 * int(a) - 8160, t = t0 < 0 ? 0 : t0 < 48960 ? t0 / 192 : 255;
+            m[p] = uint8_t(((255 - s) * m[p] + t * s) / 255);
+        }
+    ASSERT_NE(m, m0);
+    EXPECT_EQ(Gray(after), m);
+}
+
+TEST(CliReplaySmartAdjust, ItsOptionsBelongToItAndTheHelpNamesThem)
+{
+    vmtest::TempDir dir;
+    COLImage picture;
+    vmtest::FillNoise(picture, W, H, 5);
+    const std::string in = dir.File("in.bmp"), script = dir.File("s.txt");
+    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
+    std::ofstream(script) << "tool brush\noption adjust raise\n";
+    CliResult r = RunCli("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(dir.File("o.png")));
+    EXPECT_NE(r.exitCode, 0);
+    EXPECT_NE(r.output.find("belongs to the smartadjust tool"), std::string::npos) << r.output;
+    std::ofstream(script) << "option adjust sideways\n";
+    r = RunCli("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(dir.File("o.png")));
+    EXPECT_NE(r.output.find(":1: adjust is both, raise or lower"), std::string::npos) << r.output;
+    r = RunCli("replay --help");
+    EXPECT_NE(r.output.find("smartadjust"), std::string::npos) << r.output;
+    EXPECT_NE(r.output.find("option adjust M"), std::string::npos) << r.output;
+}

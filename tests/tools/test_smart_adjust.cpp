@@ -1,0 +1,322 @@
+#include <cmath>
+
+#include "plain_brush.h"
+#include "tool_fixture.h"
+
+using plainbrush::Frames;
+using plainbrush::MakeStamp;
+using vmtest::ToolTest;
+
+namespace {
+
+using Path = std::vector<std::pair<int, int>>;
+
+// The smart-adjust rule written out from its definition, one frame of the stroke at a time.
+int PlainDistance(const uint8_t* a, const uint8_t* b)
+{
+    double sum = 0;
+    for (int c = 0; c < 3; ++c)
+        sum += double(a[c] - b[c]) * double(a[c] - b[c]);
+    return int(std::floor(std::sqrt(sum)));
+}
+
+int PlainPosition(const uint8_t* p, const uint8_t* f, const uint8_t* b)
+{
+    const long d0 = PlainDistance(f, b), d1 = PlainDistance(p, b), d2 = PlainDistance(p, f);
+    long a;
+    if (d1 + d2 == 0)
+        a = 255;
+    else if (d0 < 16)
+        a = 255 * d1 / (d1 + d2);
+    else
+        a = 255 * (d1 * d1 - d2 * d2 + d0 * d0) / (2 * d0 * d0);
+    if (a < 0) a = -a;
+    return a > 255 ? 255 : int(a);
+}
+
+int PlainCurve(int a)
+{
+    const int t = 255 * a - 8160;
+    return t < 0 ? 0 : t < 48960 ? t / 192 : 255;
+}
+
+class SmartAdjustTest : public ToolTest {
+protected:
+    static constexpr int kInnerEnd = 10, kOuterStart = 30;
+    void SetUp() override
+    {
+        ToolTest::SetUp();
+        context.message = [this](const char* key) { messages.push_back(key); };
+        ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodInOut, true));
+        // Inner contour on the left, outer on the right, a soft contour pixel inside the band, and a result
+        // whose working alpha is the mask.
+        COLChannel* inner = selection.GetInnerPlane();
+        COLChannel* outer = selection.GetOuterPlane();
+        COLChannel* mask = selection.GetResultMask();
+        inner->Create(W, H);
+        outer->Create(W, H);
+        mask->Create(W, H);
+        COLImage* working = selection.GetWorkingImage();
+        for (int y = 0; y < H; ++y)
+            for (int x = 0; x < W; ++x) {
+                inner->SetValue(uint32_t(x), uint32_t(y), x < kInnerEnd ? 255 : 0);
+                outer->SetValue(uint32_t(x), uint32_t(y), x >= kOuterStart ? 255 : 0);
+                const uint8_t m = uint8_t(x < kInnerEnd ? 255 : x >= kOuterStart ? 0 : (x * 37 + y * 11) % 256);
+                mask->SetValue(uint32_t(x), uint32_t(y), m);
+                working->GetBuffer()[size_t(y) * W + x].alpha = m;
+            }
+        inner->SetValue(20, 14, 90);
+        selectionLog.AddStep(&selection, kStepWholeDocument, 0, "modifypolygonseltip");
+        manager->UpdateBars();
+        tool = &manager->GetSmartAdjustTool();
+        tool->SetFramePacing(0);
+        ASSERT_TRUE(tool->GetBrush().SetValues(4, 40, 90));
+        manager->SetCurrentTool(tool);
+        ASSERT_EQ(manager->GetCurrentTool(), tool);
+        picture = vmtest::Bytes(*selection.GetSourceImage());
+    }
+    std::vector<uint8_t> Mean3x3(int cx, int cy) const
+    {
+        std::vector<uint8_t> c(3);
+        for (int k = 0; k < 3; ++k) {
+            int sum = 0;
+            for (int y = cy - 1; y <= cy + 1; ++y)
+                for (int x = cx - 1; x <= cx + 1; ++x) {
+                    const int px = std::min(std::max(x, 0), W - 1), py = std::min(std::max(y, 0), H - 1);
+                    sum += picture[(size_t(py) * W + px) * 4 + k];
+                }
+            c[k] = uint8_t(sum / 9);
+        }
+        return c;
+    }
+    void Paint(const Path& path, uint32_t keyFlags = 0, uint32_t key = 0)
+    {
+        if (key) Sink().OnKeyDown(key, 0);
+        Sink().OnMouseMove(keyFlags, path[0].first, path[0].second);
+        Sink().OnLButtonDown(kMkLButton | keyFlags, path[0].first, path[0].second);
+        for (size_t i = 1; i < path.size(); ++i)
+            Sink().OnMouseMove(kMkLButton | keyFlags, path[i].first, path[i].second);
+        Sink().OnLButtonUp(keyFlags, path.back().first, path.back().second);
+        if (key) Sink().OnKeyUp(key, 0);
+    }
+    // The mask after the stroke in the given mode: every frame walks the whole stroke so far again, and compares
+    // with the working alpha as it stood before that frame.
+    std::vector<uint8_t> Expected(std::vector<uint8_t> m, const Path& path, int mode, const std::vector<uint8_t>& f,
+                                  const std::vector<uint8_t>& b, std::vector<uint8_t> alpha = {})
+    {
+        const std::vector<uint8_t> in = vmtest::Bytes(*selection.GetInnerPlane());
+        const std::vector<uint8_t> out = vmtest::Bytes(*selection.GetOuterPlane());
+        for (const plainbrush::Stroke& frame : Frames(MakeStamp(4, 40), 90 * 255 / 100, W, H, path)) {
+            // The working alpha follows the mask after every frame; before the first it may differ.
+            if (alpha.empty()) alpha = m;
+            for (size_t i = 0; i < m.size(); ++i) {
+                const int s = frame.s[i];
+                if (!s || in[i] || out[i]) continue;
+                const int t = PlainCurve(PlainPosition(&picture[i * 4], f.data(), b.data()));
+                if (mode == 1 && t < alpha[i]) continue;
+                if (mode == 2 && t > alpha[i]) continue;
+                m[i] = uint8_t(((255 - s) * m[i] + t * s) / 255);
+            }
+            alpha = m;
+        }
+        return m;
+    }
+    std::vector<uint8_t> WorkingAlpha()
+    {
+        std::vector<uint8_t> a;
+        const COLImage& w = *selection.GetWorkingImage();
+        for (size_t i = 0; i < w.GetPixelCount(); ++i)
+            a.push_back(w.GetBuffer()[i].alpha);
+        return a;
+    }
+
+    CSmartAdjustTool* tool = nullptr;
+    std::vector<uint8_t> picture;
+    std::vector<std::string> messages;
+};
+
+const Path kBand = {{12, 4}, {18, 10}, {27, 10}, {27, 24}, {14, 20}, {21, 14}};
+
+} // namespace
+
+TEST(SmartAdjustMath, PositionOnTheLineBetweenTheReferences)
+{
+    const CPixel f{0, 200, 0, 255}, b{0, 0, 200, 255};
+    EXPECT_EQ(CSmartAdjustTool::PositionBetween(f, f, b), 255);
+    EXPECT_EQ(CSmartAdjustTool::PositionBetween(b, f, b), 0);
+    // Halfway: d1 = d2 = 141, d0 = 282: 255 x 282^2 / (2 x 282^2) = 127.
+    EXPECT_EQ(CSmartAdjustTool::PositionBetween(CPixel{0, 100, 100, 255}, f, b), 127);
+    // Beyond the background reference the projection is negative; its size counts: d0 = 253, d1 = 100,
+    // d2 = 324, 255 x (10000 - 104976 + 64009) / 128018 = -61.
+    EXPECT_EQ(CSmartAdjustTool::PositionBetween(CPixel{0, 0, 255, 255}, f, CPixel{0, 0, 155, 255}), 61);
+    // Far past the foreground it is clamped.
+    EXPECT_EQ(CSmartAdjustTool::PositionBetween(CPixel{0, 255, 0, 255}, CPixel{0, 100, 0, 255}, b), 255);
+    // References closer than 16: the ratio of the distances (d1 = 3, d2 = 5).
+    EXPECT_EQ(CSmartAdjustTool::PositionBetween(CPixel{2, 2, 2, 255}, CPixel{5, 5, 5, 255}, CPixel{0, 0, 0, 255}), 95);
+    // Equal references and the picture on them: fully foreground.
+    EXPECT_EQ(CSmartAdjustTool::PositionBetween(f, f, f), 255);
+}
+
+TEST_F(SmartAdjustTest, CurveIsZeroToThirtyTwoThenARampToTwoHundredTwentyFour)
+{
+    const uint8_t* curve = tool->GetCurve();
+    EXPECT_EQ(curve[0], 0);
+    EXPECT_EQ(curve[32], 0);
+    EXPECT_EQ(curve[33], 1); // 255 / 192
+    EXPECT_EQ(curve[128], 127);
+    EXPECT_EQ(curve[223], 253);
+    EXPECT_EQ(curve[224], 255);
+    EXPECT_EQ(curve[255], 255);
+}
+
+TEST_F(SmartAdjustTest, ClicksInTheContoursPickTheReferencesThenAStrokeFollowsTheColours)
+{
+    CPropSmartAdj& panel = tool->GetPanel();
+    const std::vector<uint8_t> before = vmtest::Bytes(*selection.GetResultMask());
+    // Before both colours are picked a press in the band is refused and changes nothing.
+    Click(20, 10);
+    ASSERT_EQ(messages, std::vector<std::string>{"smartadjerr"});
+    Click(4, 6); // inner contour: the foreground reference
+    EXPECT_TRUE(panel.IsForePicked());
+    EXPECT_FALSE(panel.IsBackPicked());
+    Click(20, 10);
+    EXPECT_EQ(messages.size(), 2u);
+    Click(39, 29); // outer contour, at the corner: edge pixels stand in for those beyond it
+    ASSERT_TRUE(panel.IsBackPicked());
+    EXPECT_EQ(vmtest::Bytes(*selection.GetResultMask()), before);
+    const std::vector<uint8_t> f = Mean3x3(4, 6), b = Mean3x3(39, 29);
+    EXPECT_EQ((std::vector<uint8_t>{panel.GetForeColor().blue, panel.GetForeColor().green, panel.GetForeColor().red}),
+              f);
+    EXPECT_EQ((std::vector<uint8_t>{panel.GetBackColor().blue, panel.GetBackColor().green, panel.GetBackColor().red}),
+              b);
+    const size_t steps = selectionLog.GetCount();
+
+    Paint(kBand);
+    const std::vector<uint8_t> expected = Expected(before, kBand, 0, f, b);
+    ASSERT_NE(expected, before);
+    EXPECT_EQ(vmtest::Bytes(*selection.GetResultMask()), expected);
+    EXPECT_EQ(WorkingAlpha(), expected);
+    EXPECT_EQ(selection.GetResultMask()->GetValue(20, 14), before[14 * W + 20])
+        << "a soft contour pixel keeps its value";
+    ASSERT_EQ(selectionLog.GetCount(), steps + 1);
+    EXPECT_EQ(LastLabel(selectionLog), "smartadjtip");
+    EXPECT_EQ(selectionLog.GetRecord(selectionLog.GetCount() - 1)->arg, kPlaneResult);
+    ASSERT_EQ(selectionLog.Backward(), 1);
+    EXPECT_EQ(vmtest::Bytes(*selection.GetResultMask()), before);
+    EXPECT_EQ(WorkingAlpha(), before);
+}
+
+TEST_F(SmartAdjustTest, ShiftRaisesOnlyCtrlLowersOnlyAndTheButtonsHold)
+{
+    CPropSmartAdj& panel = tool->GetPanel();
+    panel.SetForeColor(CPixel{30, 200, 60, 0});
+    panel.SetBackColor(CPixel{200, 40, 90, 0});
+    const std::vector<uint8_t> f = {30, 200, 60}, b = {200, 40, 90};
+    const std::vector<uint8_t> before = vmtest::Bytes(*selection.GetResultMask());
+    // The modes compare with the working image's alpha, not with the mask: let them differ before the stroke.
+    std::vector<uint8_t> workAlpha = WorkingAlpha();
+    for (size_t i = 0; i < workAlpha.size(); ++i) {
+        workAlpha[i] = uint8_t(255 - before[i]);
+        selection.GetWorkingImage()->GetBuffer()[i].alpha = workAlpha[i];
+    }
+
+    Paint(kBand, kMkShift, kKeyShift);
+    const std::vector<uint8_t> raised = vmtest::Bytes(*selection.GetResultMask());
+    EXPECT_EQ(raised, Expected(before, kBand, 1, f, b, workAlpha));
+    EXPECT_EQ(WorkingAlpha(), raised);
+    int up = 0;
+    for (size_t i = 0; i < raised.size(); ++i) up += raised[i] != before[i];
+    EXPECT_GT(up, 10);
+    EXPECT_EQ(panel.GetMode(), uint32_t(kAdjustBoth)) << "the key's release ends its mode";
+
+    const Path across = {{11, 27}, {28, 3}};
+    Paint(across, kMkControl, kKeyControl);
+    const std::vector<uint8_t> lowered = vmtest::Bytes(*selection.GetResultMask());
+    EXPECT_EQ(lowered, Expected(raised, across, 2, f, b));
+    for (size_t i = 0; i < lowered.size(); ++i)
+        EXPECT_LE(lowered[i], raised[i]) << i;
+    EXPECT_NE(lowered, raised);
+
+    // A mode from the buttons is not changed by the keys.
+    panel.SetMode(kAdjustLower);
+    Sink().OnKeyDown(kKeyShift, 0);
+    EXPECT_EQ(panel.GetMode(), uint32_t(kAdjustLower));
+    Sink().OnKeyUp(kKeyShift, 0);
+    EXPECT_EQ(panel.GetMode(), uint32_t(kAdjustLower));
+    EXPECT_EQ(panel.GetKeyHeld(), -1);
+    panel.ResetFace();
+    EXPECT_FALSE(panel.IsForePicked());
+    EXPECT_EQ(panel.GetMode(), uint32_t(kAdjustBoth));
+}
+
+namespace {
+
+// A canvas with a display buffer, to see what the tool puts on screen.
+class DisplayView final : public ICanvasView {
+public:
+    double GetZoom() const override { return 0.5; }
+    CViewPoint GetOrigin() const override { return {}; }
+    void Redraw() override {}
+    void PostMergeDone() override {}
+    CRect GetImageRect() override { return {3, 2, 3 + W / 2, 2 + H / 2}; }
+    CViewPoint ClientToImage(int x, int y) override { return {(x - 3) * 2, (y - 2) * 2}; }
+    COLImage* GetDisplayBuffer() override { return &display; }
+    void SetDisplayOverride(COLImage* image) override { shown = image; }
+    static constexpr int W = 40, H = 30; // the fixture's canvas
+    COLImage display;
+    COLImage* shown = nullptr;
+};
+
+} // namespace
+
+TEST_F(SmartAdjustTest, TheContoursShowThePlainPictureTheBandTheResult)
+{
+    DisplayView screen;
+    screen.display.Create(W / 2, H / 2);
+    for (size_t i = 0; i < screen.display.GetPixelCount(); ++i)
+        screen.display.GetBuffer()[i] = CPixel{1, 2, 3, 4};
+    tool->GetDrawer()->SetView(&screen);
+    tool->OnFrameDone();
+    ASSERT_NE(screen.shown, nullptr);
+    for (int v = 0; v < H / 2; ++v)
+        for (int u = 0; u < W / 2; ++u) {
+            const int x = u * 2, y = v * 2;
+            const CPixel got = screen.shown->GetPixel2(uint32_t(u), uint32_t(v));
+            const bool contour = x < kInnerEnd || x >= kOuterStart || (x == 20 && y == 14);
+            const size_t i = (size_t(y) * W + x) * 4;
+            if (contour)
+                EXPECT_EQ((std::vector<int>{got.blue, got.green, got.red, got.alpha}),
+                          (std::vector<int>{picture[i], picture[i + 1], picture[i + 2], 255}))
+                    << u << "," << v;
+            else
+                EXPECT_EQ(got.Word(), (CPixel{1, 2, 3, 4}).Word()) << u << "," << v;
+        }
+    // Leaving the tool gives the canvas back its own picture, and a later render does not take it again.
+    manager->SetCurrentTool(nullptr);
+    tool->GetDrawer()->SetView(&screen);
+    screen.shown = &screen.display;
+    tool->OnFrameDone();
+    EXPECT_EQ(screen.shown, &screen.display);
+}
+
+TEST_F(SmartAdjustTest, OnlyOfferedWithAResultAndOverContoursNoBrushCircle)
+{
+    EXPECT_TRUE(tool->IsEnabled());
+    Sink().OnSetCursor(0, 0, W, H, 5, 5);
+    EXPECT_FALSE(tool->IsInBand());
+    EXPECT_EQ(tool->GetCursor(), kCursorPicker);
+    Sink().OnSetCursor(0, 0, W, H, 20, 5);
+    EXPECT_TRUE(tool->IsInBand());
+    EXPECT_EQ(tool->GetCursor(), kCursorBrush);
+    view.dc.lines = 0;
+    Sink().OnMouseMove(0, 20, 5);
+    EXPECT_GT(view.dc.lines, 0) << "the brush circle in the band";
+    const int drawn = view.dc.lines;
+    Sink().OnSetCursor(0, 0, W, H, 35, 5);
+    view.dc.lines = 0;
+    Sink().OnMouseMove(0, 35, 5);
+    EXPECT_EQ(view.dc.lines, drawn) << "over the outer contour the old circle is only erased";
+    selection.GetResultMask()->Free();
+    manager->UpdateBars();
+    EXPECT_FALSE(tool->IsEnabled());
+}
