@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/geometry_tools.h"
 #include "tools/paint_tools.h"
 #include "tools/selection_tools.h"
 #include "tools/tool_base.h"
@@ -102,6 +103,9 @@ public:
     CEraseSelTool& GetEraseSelTool() { return m_eraseSel; }
     CPlaneBrushTool& GetInnerBrushTool() { return m_innerBrush; }
     CPlaneBrushTool& GetOuterBrushTool() { return m_outerBrush; }
+    CCropTool& GetCropTool() { return m_crop; }
+    CTransformTool& GetTransformTool() { return m_transform; }
+    CMoveTool& GetMoveTool() { return m_move; }
     // Every brush tool, for the option panels and the settings.
     std::vector<CPaintTool*> GetPaintTools();
     // The option panels in the order they were registered.
@@ -140,5 +144,8 @@ private:
     CEraseSelTool m_eraseSel;
     CPlaneBrushTool m_innerBrush;
     CPlaneBrushTool m_outerBrush;
+    CCropTool m_crop;
+    CTransformTool m_transform;
+    CMoveTool m_move;
     std::vector<NamedTool> m_named;
 };
