@@ -788,6 +788,7 @@ void CMainFrame::OnNewPicture()
 
 void CMainFrame::OnSave()
 {
+    if (m_pToolBar && m_pToolBar->Manager().IsTransforming()) CancelTool();
     CComposeDocument& doc = m_app.Document();
     if (doc.GetLayerCount() < 1) return;
     if (IsSelectionMode()) {
@@ -884,6 +885,7 @@ void CMainFrame::OnCompanion()
 
 void CMainFrame::OnPrint()
 {
+    if (m_pToolBar && m_pToolBar->Manager().IsTransforming()) CancelTool();
     COLImage composite;
     {
         CStackLock lock(m_app.Document());

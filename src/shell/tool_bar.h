@@ -13,6 +13,7 @@
 class CAppGlobals;
 class CComposeDocument;
 class CBrushOptionsPanel;
+class CCropOptionsPanel;
 class CImageView;
 class QLineEdit;
 class QToolButton;
@@ -48,6 +49,7 @@ public:
     CComposeDocument& Document();
     CSelOptionsPanel* OptionsPanel() const { return m_pPanel; }
     CBrushOptionsPanel* BrushPanel() const { return m_pBrushPanel; }
+    CCropOptionsPanel* CropPanel() const { return m_pCropPanel; }
     CSelectionHistory* SelectionLog() const { return m_context.selectionHistory; }
 
     // What the frame does for the bar.
@@ -87,4 +89,5 @@ private:
     CSelOptionsPanel* m_pPanel;
     std::map<std::string, QImage> m_icons; // button pictures by tip key
     CBrushOptionsPanel* m_pBrushPanel;
+    CCropOptionsPanel* m_pCropPanel;
 };

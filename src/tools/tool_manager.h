@@ -106,6 +106,9 @@ public:
     CCropTool& GetCropTool() { return m_crop; }
     CTransformTool& GetTransformTool() { return m_transform; }
     CMoveTool& GetMoveTool() { return m_move; }
+    // A transform frame is up: its layer is hidden while the frame shows it, so whatever writes or prints the
+    // document leaves the tool first (which shows the layer again).
+    bool IsTransforming() const { return m_pCurrent == &m_transform && m_transform.GetState() != 0; }
     // Every brush tool, for the option panels and the settings.
     std::vector<CPaintTool*> GetPaintTools();
     // The option panels in the order they were registered.
