@@ -508,3 +508,83 @@ TEST_F(GeometryTest, ASelectionOnTheBaseIsLiftedAndItsHoleFilled)
             }
         }
 }
+
+// ---- what the frame tools show -----------------------------------------------------------------------------------
+
+namespace {
+
+// A canvas at zoom 1 whose display buffer holds a picture, as the editor's canvas does.
+class DisplayView final : public ICanvasView {
+public:
+    double GetZoom() const override { return 1.0; }
+    CViewPoint GetOrigin() const override { return {}; }
+    void Redraw() override {}
+    void PostMergeDone() override {}
+    void SetSink(IViewSink* s) override
+    {
+        if (s) s->SetView(this);
+    }
+    CRect GetImageRect() override { return {0, 0, int(display.GetWidth()), int(display.GetHeight())}; }
+    COLImage* GetDisplayBuffer() override { return &display; }
+    void SetDisplayOverride(COLImage* image) override { shown = image; }
+    COLImage display;
+    COLImage* shown = nullptr;
+};
+
+} // namespace
+
+TEST_F(GeometryTest, TheCropFrameDimsTheOutsideOfThePicture)
+{
+    DisplayView screen;
+    screen.display.DuplicateFrom(&doc.GetLayer(0)->m_image);
+    manager->SetView(&screen);
+    Take(manager->GetCropTool());
+    ASSERT_TRUE(manager->GetCropTool().SetCorners({{5, 4}, {25, 4}, {25, 20}, {5, 20}}));
+    ASSERT_NE(screen.shown, nullptr);
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const CPixel was = screen.display.GetPixel2(uint32_t(x), uint32_t(y));
+            const bool inside = x >= 5 && x < 25 && y >= 4 && y < 20;
+            const CPixel want = inside ? was : CPixel{uint8_t(was.blue >> 1), uint8_t(was.green >> 1),
+                                                      uint8_t(was.red >> 1), was.alpha};
+            ASSERT_EQ(screen.shown->GetPixel(uint32_t(x), uint32_t(y)), want.Word()) << x << "," << y;
+        }
+    // Leaving drops the dimmed picture.
+    manager->SetCurrentTool(nullptr);
+    EXPECT_EQ(screen.shown, nullptr);
+}
+
+TEST_F(GeometryTest, TheTransformDrawsTheHiddenLayerThroughTheMap)
+{
+    CLayer* layer = AddLayerAt(6, 5, 12, 10);
+    for (size_t i = 0; i < layer->m_image.GetPixelCount(); ++i) layer->m_image.GetBuffer()[i].alpha = uint8_t(i * 37);
+    DisplayView screen;
+    screen.display.DuplicateFrom(&doc.GetLayer(0)->m_image);
+    manager->SetView(&screen);
+    CTransformTool& tool = manager->GetTransformTool();
+    Take(tool);
+    ASSERT_TRUE(tool.SetCorners({{4, 3}, {30, 6}, {27, 26}, {8, 22}}));
+    ASSERT_NE(screen.shown, nullptr);
+    const WarpCorner c[4] = {{4, 3}, {30, 6}, {27, 26}, {8, 22}};
+    double u[6], v[6];
+    ASSERT_TRUE(FitInverseWarp(c, u, v));
+    int covered = 0;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            CPixel want = screen.display.GetPixel2(uint32_t(x), uint32_t(y));
+            const double a = Poly(u, x, y), b = Poly(v, x, y);
+            if (a > 0 && a < 1 && b > 0 && b < 1) {
+                // The nearest layer pixel, over the picture by its alpha.
+                const CPixel s = layer->m_image.GetPixel2(uint32_t(std::min(int(a * 12), 11)), uint32_t(std::min(int(b * 10), 9)));
+                want.red = uint8_t((want.red * (255 - s.alpha) + s.red * s.alpha) >> 8);
+                want.green = uint8_t((want.green * (255 - s.alpha) + s.green * s.alpha) >> 8);
+                want.blue = uint8_t((want.blue * (255 - s.alpha) + s.blue * s.alpha) >> 8);
+                ++covered;
+            }
+            ASSERT_EQ(screen.shown->GetPixel(uint32_t(x), uint32_t(y)), want.Word()) << x << "," << y;
+        }
+    EXPECT_GT(covered, 300) << "the shape covers a good part of the picture";
+    manager->SetCurrentTool(nullptr);
+    EXPECT_EQ(screen.shown, nullptr);
+    EXPECT_EQ(layer->m_visible, 1);
+}
