@@ -39,6 +39,11 @@ const char* const kHelp =
     "  option fore RRGGBB, option back RRGGBB\n"
     "                            smartadjust: a reference colour as the swatch's colour dialog sets it\n"
     "                            (a click inside the inner or outer contour picks it from the picture)\n"
+    "  option freeshape on|off   crop and transform: corners move one by one (perspective)\n"
+    "  option ratio R            crop and transform: none, original, 4:3, 3:4, 3:2, 2:3 or W:H (custom)\n"
+    "  option corners X1 Y1 X2 Y2 X3 Y3 X4 Y4\n"
+    "                            crop and transform: the frame's corners, top-left, top-right,\n"
+    "                            bottom-right, bottom-left (dbl or key return then applies it)\n"
     "  down X Y [shift] [ctrl] [alt]\n"
     "                            move the pointer to X Y and press the left button; the keys named are\n"
     "                            pressed before and released after the next up or dbl (clone: alt sets\n"
@@ -49,7 +54,7 @@ const char* const kHelp =
     "  rdown X Y, rup X Y        the right button (rup takes the last polygon corner back)\n"
     "  move X Y                  move the pointer without a button\n"
     "  key NAME [down|up]        press and release a key, or only press or release it; NAME: shift, ctrl,\n"
-    "                            space, left, up, right, down, escape\n"
+    "                            space, left, up, right, down, escape, return\n"
     "  tick [N]                  N ticks of the canvas timer (100 ms each; the tools' scroll and ants)\n"
     "  command TEXT              run a command string, e.g. command Doc_SelectInverse\n"
     "  mode select [inout|chroma|direct]\n"
@@ -235,10 +240,27 @@ uint32_t KeyCode(const std::string& name)
         const char* name;
         uint32_t code;
     } keys[] = {{"shift", kKeyShift}, {"ctrl", kKeyControl}, {"space", kKeySpace}, {"left", kKeyLeft},
-                {"up", kKeyUp},       {"right", kKeyRight},  {"down", kKeyDown},   {"escape", kKeyEscape}};
+                {"up", kKeyUp},       {"right", kKeyRight},  {"down", kKeyDown},   {"escape", kKeyEscape},
+                {"return", kKeyReturn}};
     for (const auto& k : keys)
         if (name == k.name) return k.code;
     return 0;
+}
+
+// The choice of the crop panel for a ratio word, -1 when it is none of them; W:H gives the custom choice.
+int CropRatio(const std::string& word, int& width, int& height)
+{
+    static const char* const kNames[] = {"none", "original", "4:3", "3:4", "3:2", "2:3"};
+    for (int i = 0; i < 6; ++i)
+        if (word == kNames[i]) return i;
+    const size_t colon = word.find(':');
+    long a = 0, b = 0;
+    if (colon == std::string::npos || !cli::ParseInt(word.substr(0, colon), 1, 20000, a) ||
+        !cli::ParseInt(word.substr(colon + 1), 1, 20000, b))
+        return -1;
+    width = int(a);
+    height = int(b);
+    return CPropCrop::kRatioCustom;
 }
 
 // Checks the form of every line before anything runs; "" or the message.
@@ -251,7 +273,17 @@ std::string CheckLine(const Line& l)
     auto coords = [&](size_t from) { return n > from + 1 && ParseCoord(w[from], x) && ParseCoord(w[from + 1], x); };
     if (op == "tool") return n == 2 ? "" : "tool takes one name";
     if (op == "option") {
+        if (n >= 2 && w[1] == "corners") {
+            for (size_t i = 2; i < 10; i += 2)
+                if (!coords(i)) return "corners takes eight numbers: X Y of four corners";
+            return n == 10 ? "" : "corners takes eight numbers: X Y of four corners";
+        }
         if (n != 3) return "option takes a name and a value";
+        if (w[1] == "freeshape") return w[2] == "on" || w[2] == "off" ? "" : "freeshape is on or off";
+        if (w[1] == "ratio") {
+            int rw = 0, rh = 0;
+            return CropRatio(w[2], rw, rh) >= 0 ? "" : "ratio is none, original, 4:3, 3:4, 3:2, 2:3 or W:H";
+        }
         if (w[1] == "mode")
             return (w[2] == "replace" || w[2] == "add" || w[2] == "subtract") ? "" : "mode is replace, add or subtract";
         if (w[1] == "tolerance") {
@@ -423,6 +455,11 @@ int Replay(const std::vector<std::string>& args)
     for (const Line& l : lines) {
         const std::vector<std::string>& w = l.words;
         const std::string& op = w[0];
+        // The crop, transform and move tools say why they refuse (a transform whose corners cross, moving the
+        // base without a selection): such a line fails the script.
+        CToolBase* before = manager.GetCurrentTool();
+        const bool geometry = dynamic_cast<CCropTool*>(before) || dynamic_cast<CMoveTool*>(before);
+        if (geometry && op != "tool") refusal.clear();
         int x = 0, y = 0;
         if (w.size() >= 3) {
             ParseCoord(w[1], x);
@@ -455,6 +492,7 @@ int Replay(const std::vector<std::string>& args)
             auto* panel = tool ? dynamic_cast<CPropSel*>(tool->GetOptionPanel()) : nullptr;
             auto* brush = tool ? dynamic_cast<CNullProperty*>(tool->GetOptionPanel()) : nullptr;
             auto* adjust = dynamic_cast<CPropSmartAdj*>(brush);
+            auto* crop = tool ? dynamic_cast<CPropCrop*>(tool->GetOptionPanel()) : nullptr;
             if (w[1] == "adjust" || w[1] == "fore" || w[1] == "back") {
                 if (!adjust) return cli::Fail(at(l) + "option " + w[1] + " belongs to the smartadjust tool");
                 if (w[1] == "adjust") {
@@ -466,6 +504,26 @@ int Replay(const std::vector<std::string>& args)
                         adjust->SetForeColor(c);
                     else
                         adjust->SetBackColor(c);
+                }
+            } else if (w[1] == "freeshape" || w[1] == "ratio" || w[1] == "corners") {
+                if (!crop) return cli::Fail(at(l) + "the current tool is not crop or transform");
+                if (w[1] == "freeshape" && !crop->SetFreeShape(w[2] == "on"))
+                    return cli::Fail(at(l) + "a free shape needs option ratio none first");
+                if (w[1] == "ratio") {
+                    int rw = 1, rh = 1;
+                    const int choice = CropRatio(w[2], rw, rh);
+                    const bool ok = choice == CPropCrop::kRatioCustom ? crop->SetCustomRatio(rw, rh)
+                                                                      : crop->SetRatioChoice(choice);
+                    if (!ok) return cli::Fail(at(l) + "a locked ratio needs option freeshape off first");
+                }
+                if (w[1] == "corners") {
+                    CViewPoint corners[4];
+                    for (int i = 0; i < 4; ++i) {
+                        ParseCoord(w[2 + 2 * i], corners[i].x);
+                        ParseCoord(w[3 + 2 * i], corners[i].y);
+                    }
+                    if (!static_cast<CCropTool*>(tool)->SetCorners(corners))
+                        return cli::Fail(at(l) + "the frame cannot be set (no document, or no layer taken)");
                 }
             } else if (w[1] == "color" || w[1] == "colour") {
                 const unsigned long rgb = std::stoul(w[2], nullptr, 16);
@@ -520,7 +578,8 @@ int Replay(const std::vector<std::string>& args)
                 sink()->OnLButtonDown(kMkLButton, x, y);
                 sink()->OnLButtonUp(0, x, y);
                 sink()->OnLButtonDblClk(kMkLButton, x, y);
-                sink()->OnLButtonUp(0, x, y);
+                // A double click that finishes a crop leaves the tool: the last release reaches no one.
+                if (sink()) sink()->OnLButtonUp(0, x, y);
             }
             releaseHeld();
         } else if (op == "key") {
@@ -594,6 +653,8 @@ int Replay(const std::vector<std::string>& args)
             }
             writes.push_back(std::move(write));
         }
+        if (geometry && op != "tool" && !refusal.empty())
+            return cli::Fail(at(l) + "the tool refused (message \"" + refusal + "\")");
     }
     if (manager.IsSelectionMode())
         std::fprintf(stderr, "note: the script ends in selection mode; %s holds the document without its result\n",

@@ -869,6 +869,7 @@ void CMainFrame::OnNewPicture()
 
 void CMainFrame::OnSave()
 {
+    if (m_pToolBar && m_pToolBar->Manager().IsTransforming()) CancelTool();
     CComposeDocument& doc = m_app.Document();
     if (doc.GetLayerCount() < 1) return;
     if (IsSelectionMode()) {
@@ -947,6 +948,7 @@ void CMainFrame::OnCompanion()
 
 void CMainFrame::OnPrint()
 {
+    if (m_pToolBar && m_pToolBar->Manager().IsTransforming()) CancelTool();
     COLImage composite;
     {
         CStackLock lock(m_app.Document());

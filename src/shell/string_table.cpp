@@ -27,9 +27,9 @@ const TextRow kRows[] = {
     {"createsel", "创建一个复杂选择区域", "Create a complex selection"},
     {"nohelp", "目前没有什么帮助信息，请选择某些操作,譬如打开文件之类",
      "No help at the moment. Choose something to do, for example open a file."},
-    {"helpcrop", "拖动鼠标框出要保留的区域，拖动边框或角可以调整大小。\n双击区域内部或按回车完成裁剪，按Esc取消。",
-     "Drag to frame the part to keep; drag an edge or a corner to adjust it.\nDouble-click inside or press Enter to "
-     "crop, Esc to cancel."},
+    {"helpcrop", "拖动鼠标框出要保留的区域，拖动角可以调整大小，拖动内部移动它。勾选自由形状可以分别拖动四个角来校正透视。\n双击区域内部或按回车完成裁剪，按Esc取消。",
+     "Drag to frame the part to keep; drag a corner to resize the frame, inside to move it. With Free shape each "
+     "corner moves alone, to straighten a perspective.\nDouble-click inside or press Enter to crop, Esc to cancel."},
     {"helppolygonsel",
      "通过连续左键点击选区边界，获得选区。右键点击则可退回上一个拐点。\n移动到起始点点击或者在中途双击可以结束选择。",
      "Click along the border of the area, point by point; a right click takes back the last corner.\nClick the "
@@ -87,9 +87,9 @@ const TextRow kRows[] = {
      "This is the background layer: its background cannot be removed in place, so the background will be changed "
      "instead."},
     {"except", "发生异常，操作失败", "Something went wrong; the operation failed."},
-    {"helptrans", "拖动四个角可以自由变形当前图层，拖动内部移动它。双击确认，按Esc取消。",
-     "Drag the four corners to distort the current layer, drag inside to move it. Double-click to apply, Esc to "
-     "cancel."},
+    {"helptrans", "拖动四个角可以缩放当前图层，拖动内部移动它，在框外拖动旋转它；勾选自由形状可以分别拖动四个角。双击确认，按Esc取消。",
+     "Drag the corners to scale the current layer, inside to move it, outside the frame to turn it; with Free "
+     "shape each corner moves alone. Double-click to apply, Esc to cancel."},
     {"transtip", "自由变形", "Free transform"},
     {"transerr", "自由变形工具需要在非背景图层上才能使用", "Free transform works on layers above the background only."},
     {"erase", "橡皮擦", "Eraser"},
@@ -421,6 +421,15 @@ const TextRow kEditorRows[] = {
     {"smartadjboth", "增加和减少", "Raise and lower"},
     {"smartadjraise", "只增加 (Shift)", "Raise only (Shift)"},
     {"smartadjlower", "只减少 (Ctrl)", "Lower only (Ctrl)"},
+    {"cropfree", "自由形状", "Free shape"},
+    {"cropnoratio", "不锁定比例", "No fixed ratio"},
+    {"croporiginal", "原始比例", "Original ratio"},
+    {"cropcustom", "自定义", "Custom..."},
+    {"cropratiotitle", "自定义比例", "Custom ratio"},
+    {"cropwidth", "宽", "Width"},
+    {"cropheight", "高", "Height"},
+    {"transbad", "四个角交叉或者围成的面积为零，请把它们拖开后再双击。",
+     "The corners cross or enclose no area. Drag them apart and double-click again."},
 };
 
 // Keys that callers ask for but the Chinese table does not hold (they read as empty there).

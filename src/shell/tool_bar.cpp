@@ -14,6 +14,7 @@
 #include "shell/app_globals.h"
 #include "shell/brush_panel.h"
 #include "shell/contour_tool_panels.h"
+#include "shell/crop_panel.h"
 #include "shell/image_view.h"
 #include "shell/skin.h"
 #include "shell/smart_adjust_panel.h"
@@ -76,6 +77,33 @@ void DrawGlyph(QPainter& p, const CToolBase* tool, const QRect& r)
         p.setBrush(QColor(30, 30, 30));
         p.drawEllipse(QPointF(box.right() - 2.5, box.top() + 2.5), 2.5, 2.5);
         p.setBrush(Qt::NoBrush);
+    } else if (key == "croptip") {
+        // The two crop angles, crossing at opposite corners.
+        const double l = box.left(), t = box.top(), r = box.right(), b = box.bottom();
+        p.drawLine(QPointF(l + 3, t), QPointF(l + 3, b - 3));
+        p.drawLine(QPointF(l + 3, b - 3), QPointF(r, b - 3));
+        p.drawLine(QPointF(l, t + 3), QPointF(r - 3, t + 3));
+        p.drawLine(QPointF(r - 3, t + 3), QPointF(r - 3, b));
+    } else if (key == "transtip") {
+        // A tilted frame with square handles at its corners.
+        const QPointF c[4] = {{box.left() + 3, box.top() + 1}, {box.right(), box.top() + 4},
+                              {box.right() - 3, box.bottom()}, {box.left(), box.bottom() - 3}};
+        p.drawPolygon(c, 4);
+        p.setBrush(QColor(250, 250, 250));
+        for (const QPointF& k : c) p.drawRect(QRectF(k.x() - 1.5, k.y() - 1.5, 3, 3));
+        p.setBrush(Qt::NoBrush);
+    } else if (key == "movtooltip") {
+        // Four arrows from the middle.
+        const QPointF m = box.center();
+        const double a = box.width() / 2;
+        p.drawLine(QPointF(m.x() - a, m.y()), QPointF(m.x() + a, m.y()));
+        p.drawLine(QPointF(m.x(), m.y() - a), QPointF(m.x(), m.y() + a));
+        for (int i = 0; i < 4; ++i) {
+            const double dx = i == 0 ? -1 : i == 1 ? 1 : 0, dy = i == 2 ? -1 : i == 3 ? 1 : 0;
+            const QPointF tip(m.x() + dx * a, m.y() + dy * a);
+            p.drawLine(tip, QPointF(tip.x() - dx * 2.5 + dy * 2.5, tip.y() - dy * 2.5 + dx * 2.5));
+            p.drawLine(tip, QPointF(tip.x() - dx * 2.5 - dy * 2.5, tip.y() - dy * 2.5 - dx * 2.5));
+        }
     } else if (key == "rectseltip") {
         pen.setStyle(Qt::DashLine);
         p.setPen(pen);
@@ -190,6 +218,9 @@ CToolBar::CToolBar(CAppGlobals& app, CImageView* view, QWidget* parent) : QWidge
         if (onMessage) onMessage(key);
     };
     m_context.profileInt = [&app](const std::string& key, int def) { return app.GetProfileInt(key, def); };
+    m_context.status = [this](const std::string& text) {
+        if (onStatus) onStatus(QString::fromStdString(text));
+    };
     m_pManager = std::make_unique<CToolManager>(m_context);
     m_pManager->SetView(view);
     m_pManager->SetHost(this);
@@ -204,6 +235,8 @@ CToolBar::CToolBar(CAppGlobals& app, CImageView* view, QWidget* parent) : QWidge
     m_pZoomPanel->setGeometry(4, 200, 64, 22);
     m_pSmartPanel = new CSmartAdjPanel(this);
     m_pSmartPanel->setGeometry(2, 350, 66, 46);
+    m_pCropPanel = new CCropOptionsPanel(this);
+    m_pCropPanel->setGeometry(2, 200, 66, 60);
 }
 
 CToolBar::~CToolBar()
@@ -230,6 +263,7 @@ void CToolBar::ShowOptionPanel(CToolOptions* panel)
     m_pBkPickerPanel->Show(panel);
     m_pZoomPanel->Show(panel);
     m_pSmartPanel->Show(panel);
+    m_pCropPanel->Show(panel);
     // Below the last row of buttons.
     const int rows = (int(m_pManager->GetShownTools().size()) + 2) / 3;
     m_pPanel->move(4, Cell(rows * 3).top + 6);
@@ -237,6 +271,7 @@ void CToolBar::ShowOptionPanel(CToolOptions* panel)
     m_pBkPickerPanel->move(2, Cell(rows * 3).top + 6);
     m_pZoomPanel->move(4, Cell(rows * 3).top + 6);
     m_pSmartPanel->move(2, Cell(rows * 3).top + 6 + m_pBrushPanel->height() + 2);
+    m_pCropPanel->move(2, Cell(rows * 3).top + 6);
 }
 
 void CToolBar::RedrawBar()

@@ -16,6 +16,7 @@ class CBrushOptionsPanel;
 class CBkPickerOptionsPanel;
 class CZoomOptionsPanel;
 class CSmartAdjPanel;
+class CCropOptionsPanel;
 class CImageView;
 class QLineEdit;
 class QToolButton;
@@ -52,6 +53,7 @@ public:
     CSelOptionsPanel* OptionsPanel() const { return m_pPanel; }
     CBrushOptionsPanel* BrushPanel() const { return m_pBrushPanel; }
     CSmartAdjPanel* SmartAdjPanel() const { return m_pSmartPanel; }
+    CCropOptionsPanel* CropPanel() const { return m_pCropPanel; }
     CSelectionHistory* SelectionLog() const { return m_context.selectionHistory; }
 
     // What the frame does for the bar.
@@ -94,4 +96,5 @@ private:
     CBkPickerOptionsPanel* m_pBkPickerPanel;
     CZoomOptionsPanel* m_pZoomPanel;
     CSmartAdjPanel* m_pSmartPanel;
+    CCropOptionsPanel* m_pCropPanel;
 };

@@ -12,7 +12,7 @@ namespace {
 constexpr int kSize = 32;
 
 enum class EBadge { kNone, kAdd, kSubtract, kClose };
-enum class EShape { kCross, kLasso, kPolygon, kMagic };
+enum class EShape { kCross, kLasso, kPolygon, kMagic, kCrop, kRotate };
 
 // Every stroke is drawn twice, wide in white and narrow in black, so the cursor shows on any picture.
 void Stroke(QPainter& p, const QPainterPath& path)
@@ -105,6 +105,36 @@ QCursor Make(EShape shape, EBadge badge)
         hotX = hotY = 6;
         break;
     }
+    case EShape::kCrop: {
+        // The two crop angles around a small crosshair at the hot spot.
+        Stroke(p, Crosshair(8.5, 8.5, 6));
+        QPainterPath angles;
+        angles.moveTo(12.5, 4.5);
+        angles.lineTo(24.5, 4.5);
+        angles.lineTo(24.5, 28.5);
+        angles.moveTo(4.5, 12.5);
+        angles.lineTo(4.5, 24.5);
+        angles.lineTo(28.5, 24.5);
+        Stroke(p, angles);
+        hotX = hotY = 8;
+        break;
+    }
+    case EShape::kRotate: {
+        // A quarter circle with an arrow head at each end, the hot spot at its middle.
+        p.setRenderHint(QPainter::Antialiasing, true);
+        QPainterPath arc;
+        arc.moveTo(6, 24);
+        arc.quadTo(6, 6, 24, 6);
+        arc.moveTo(2, 20);
+        arc.lineTo(6, 25);
+        arc.lineTo(10, 20);
+        arc.moveTo(20, 2);
+        arc.lineTo(25, 6);
+        arc.lineTo(20, 10);
+        Stroke(p, arc);
+        hotX = hotY = 11;
+        break;
+    }
     }
     p.setRenderHint(QPainter::Antialiasing, false);
     DrawBadge(p, badge);
@@ -143,9 +173,19 @@ QCursor ToolCursorFor(int role)
         return role == kCursorZoomIn ? zoomIn : zoomOut;
     }
     if (role == kCursorPan) return QCursor(Qt::OpenHandCursor);
-    static std::array<QCursor, 14> cursors;
-    static std::array<bool, 14> made{};
-    if (role <= kCursorDefault || role > kCursorMagicSubtract) return QCursor(Qt::ArrowCursor);
+    // The frames' handles and the move tool take the system's own sizing cursors.
+    switch (role) {
+    case kCursorMoveFrame:
+    case kCursorMove: return QCursor(Qt::SizeAllCursor);
+    case kCursorCornerNwSe: return QCursor(Qt::SizeFDiagCursor);
+    case kCursorCornerNeSw: return QCursor(Qt::SizeBDiagCursor);
+    default: break;
+    }
+    static std::array<QCursor, 64> cursors;
+    static std::array<bool, 64> made{};
+    const bool drawn = (role > kCursorDefault && role <= kCursorMagicSubtract) || role == kCursorCrop ||
+                       role == kCursorRotate;
+    if (!drawn || size_t(role) >= cursors.size()) return QCursor(Qt::ArrowCursor);
     const size_t i = size_t(role);
     if (!made[i]) {
         EShape shape = EShape::kCross;
@@ -164,6 +204,8 @@ QCursor ToolCursorFor(int role)
         case kCursorMagic: shape = EShape::kMagic; break;
         case kCursorMagicAdd: shape = EShape::kMagic; badge = EBadge::kAdd; break;
         case kCursorMagicSubtract: shape = EShape::kMagic; badge = EBadge::kSubtract; break;
+        case kCursorCrop: shape = EShape::kCrop; break;
+        case kCursorRotate: shape = EShape::kRotate; break;
         default: break;
         }
         cursors[i] = Make(shape, badge);

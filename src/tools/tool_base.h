@@ -14,6 +14,7 @@ class CSelectionHistory;
 class IHistorySink;
 
 // Key codes the tools look at (the canvas translates its toolkit's keys into these).
+inline constexpr uint32_t kKeyReturn = 13;
 inline constexpr uint32_t kKeyShift = 16;
 inline constexpr uint32_t kKeyControl = 17;
 inline constexpr uint32_t kKeyEscape = 27;
@@ -47,6 +48,12 @@ enum ToolCursor : int {
     kCursorZoomIn,         // the zoom tool, by its panel's mode
     kCursorZoomOut,
     kCursorPan,
+    kCursorCrop,           // crop and transform: a crosshair with the crop angles
+    kCursorMoveFrame,      // the pointer is inside a crop or transform frame: a drag moves it
+    kCursorCornerNwSe,     // on the top-left or bottom-right handle of a frame (as shown on screen)
+    kCursorCornerNeSw,     // on the top-right or bottom-left handle
+    kCursorRotate,         // the transform tool outside its frame: a drag turns it
+    kCursorMove,           // the move tool
 };
 
 // Everything a tool works on: the two documents and their undo logs, and the string table. Owned by the
@@ -67,12 +74,20 @@ struct CToolContext {
     std::function<void(const char* key)> message;
     // A number of the profile's "Int" section with its default; the brushes read their settings through it.
     std::function<int(const std::string& key, int def)> profileInt;
+    // Pane 0 of the status bar (the crop tool shows the frame's size there while it is dragged).
+    std::function<void(const std::string& text)> status;
+    // Leaves the current tool, as a finished crop does; the tool manager sets it.
+    std::function<void()> leaveTool;
 
     std::string Text(const char* key) const { return text ? text(key) : std::string(key ? key : ""); }
     CPixel Foreground() const { return foreground ? foreground() : CPixel{0, 0, 0, 255}; }
     void Message(const char* key) const
     {
         if (message) message(key);
+    }
+    void Status(const std::string& text) const
+    {
+        if (status) status(text);
     }
 };
 

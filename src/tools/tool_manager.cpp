@@ -18,7 +18,8 @@ CToolManager::CToolManager(CToolContext& context)
       m_forePaint(&context), m_eraseSel(&context),
       m_innerBrush(&context, "innerbrushtip", "innerbrushhelp", 180, kPlaneInner),
       m_outerBrush(&context, "outerbrushtip", "outerbrushhelp", 180, kPlaneOuter), m_bkPicker(&context),
-      m_inject(&context), m_zoom(&context), m_smartAdjust(&context)
+      m_inject(&context), m_zoom(&context), m_smartAdjust(&context), m_crop(&context), m_transform(&context),
+      m_move(&context)
 {
     // One row per tool: its short name for scripts, the lists it stands in, and what it does. The order of the
     // rows is the order of the buttons. Tools still to come join here.
@@ -28,6 +29,15 @@ CToolManager::CToolManager(CToolContext& context)
         int lists;
         const char* summary;
     } table[] = {
+        {"crop", &m_crop, kInC,
+         "crop: drag a frame, drag its corners or inside, double-click (or key return) to cut the picture to it;\n"
+         "                 option freeshape on straightens a four-cornered shape (perspective);\n"
+         "                 option ratio none|original|4:3|3:4|3:2|2:3|W:H locks the frame's proportions"},
+        {"transform", &m_transform, kInC,
+         "free transform of the current upper layer: drag corners to scale, inside to move, outside to turn;\n"
+         "                 double-click applies; option ratio none keeps no proportions, option freeshape on\n"
+         "                 moves corners one by one; option corners X1 Y1 X2 Y2 X3 Y3 X4 Y4 (top-left,\n"
+         "                 top-right, bottom-right, bottom-left) sets the frame at once"},
         {"polygon", &m_polygon, kInC, "polygon selection: click corners, close on the first point or double-click"},
         {"lasso", &m_free, kInC, "free-hand selection: press, drag the outline, release"},
         {"rect", &m_rect, kInC, "rectangle selection: drag from corner to corner"},
@@ -39,6 +49,9 @@ CToolManager::CToolManager(CToolContext& context)
         {"clone", &m_camera, kInC,
          "clone brush: down X Y alt (or the first click) sets the source, strokes copy from it"},
         {"desaturate", &m_desat, kInC, "take the colour out of the current layer under the brush"},
+        {"move", &m_move, kInC,
+         "move the current upper layer by dragging or with the arrow keys; with a selection its pixels are\n"
+         "                 lifted onto a new layer first (on the base the hole takes the foreground colour)"},
         {"colourpicker", &m_picker, kInC, "click: the colour of the picture becomes the foreground colour"},
         {"picker", &m_bkPicker, kInK,
          "selection mode, chroma key: click the backdrop; its colour is keyed out (a second click takes the "
@@ -70,6 +83,7 @@ CToolManager::CToolManager(CToolContext& context)
         if (row.lists & kInI) AddTool(row.tool, kListInOut);
     }
     context.updateBars = [this] { UpdateBars(); };
+    context.leaveTool = [this] { SetCurrentTool(nullptr); };
     // The brushes take their settings from the profile once, as their panels are made.
     if (context.profileInt)
         for (CPaintTool* tool : GetPaintTools()) tool->GetBrush().LoadSettings(context.profileInt);

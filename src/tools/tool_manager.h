@@ -8,6 +8,7 @@
 
 #include "tools/bk_picker_tool.h"
 #include "tools/contour_tools.h"
+#include "tools/geometry_tools.h"
 #include "tools/paint_tools.h"
 #include "tools/selection_tools.h"
 #include "tools/smart_adjust_tool.h"
@@ -109,6 +110,12 @@ public:
     CInjectTool& GetInjectTool() { return m_inject; }
     CZoomTool& GetZoomTool() { return m_zoom; }
     CSmartAdjustTool& GetSmartAdjustTool() { return m_smartAdjust; }
+    CCropTool& GetCropTool() { return m_crop; }
+    CTransformTool& GetTransformTool() { return m_transform; }
+    CMoveTool& GetMoveTool() { return m_move; }
+    // A transform frame is up: its layer is hidden while the frame shows it, so whatever writes or prints the
+    // document leaves the tool first (which shows the layer again).
+    bool IsTransforming() const { return m_pCurrent == &m_transform && m_transform.GetState() != 0; }
     // Every brush tool, for the option panels and the settings.
     std::vector<CPaintTool*> GetPaintTools();
     // The option panels in the order they were registered.
@@ -151,5 +158,8 @@ private:
     CInjectTool m_inject;
     CZoomTool m_zoom;
     CSmartAdjustTool m_smartAdjust;
+    CCropTool m_crop;
+    CTransformTool m_transform;
+    CMoveTool m_move;
     std::vector<NamedTool> m_named;
 };

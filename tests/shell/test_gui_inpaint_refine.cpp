@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <QCheckBox>
 #include <QDialog>
 #include <QLabel>
@@ -34,7 +35,10 @@ protected:
     {
         CToolBar* bar = m_frame->ToolBar();
         CToolManager& manager = bar->Manager();
-        const CRect cell = manager.GetButtonRect(2);
+        // The rectangle's cell, wherever the list puts it.
+        const auto& shown = manager.GetShownTools();
+        const int rectIndex = int(std::find(shown.begin(), shown.end(), &manager.GetRectTool()) - shown.begin());
+        const CRect cell = manager.GetButtonRect(rectIndex);
         QTest::mouseClick(bar, Qt::LeftButton, Qt::NoModifier, QPoint(cell.left + 5, cell.top - 71 + 5));
         ASSERT_EQ(manager.GetCurrentTool(), &manager.GetRectTool());
         CImageView* view = m_frame->View();

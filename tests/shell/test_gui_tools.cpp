@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <QTest>
 #include <QToolButton>
 #include <cstdlib>
@@ -67,8 +68,10 @@ TEST_F(ToolsInFrame, RectangleThenOuterPolygonInSelectionMode)
     CToolBar* bar = m_frame->ToolBar();
     ASSERT_NE(bar, nullptr);
     CToolManager& manager = bar->Manager();
-    // The rectangle button, pressed as a user does: the fourth cell of the compose list.
-    const CRect cell = manager.GetButtonRect(2);
+    // The rectangle button, pressed as a user does, wherever the compose list puts it.
+    const auto& shown = manager.GetShownTools();
+    const int rectIndex = int(std::find(shown.begin(), shown.end(), &manager.GetRectTool()) - shown.begin());
+    const CRect cell = manager.GetButtonRect(rectIndex);
     QTest::mouseClick(bar, Qt::LeftButton, Qt::NoModifier, QPoint(cell.left + 5, cell.top - 71 + 5));
     ASSERT_EQ(manager.GetCurrentTool(), &manager.GetRectTool());
     EXPECT_NE(m_frame->HelpText().toStdString().find(GetString("helprectsel")), std::string::npos);

@@ -80,12 +80,13 @@ TEST_F(ToolTest, SwitchOrderAndRefusals)
 TEST_F(ToolTest, ListsAndButtonCells)
 {
     const auto& compose = manager->GetList(kListCompose);
-    EXPECT_EQ(compose, (std::vector<CToolBase*>{&manager->GetPolygonTool(), &manager->GetFreeTool(),
+    EXPECT_EQ(compose, (std::vector<CToolBase*>{&manager->GetCropTool(), &manager->GetTransformTool(),
+                                                  &manager->GetPolygonTool(), &manager->GetFreeTool(),
                                                   &manager->GetRectTool(), &manager->GetRoundTool(),
                                                   &manager->GetMagicTool(), &manager->GetEraseLayerTool(),
                                                   &manager->GetFreePaintTool(), &manager->GetCameraTool(),
-                                                  &manager->GetDesatTool(), &manager->GetPickerTool(),
-                                                  &manager->GetZoomTool()}));
+                                                 &manager->GetDesatTool(), &manager->GetMoveTool(),
+                                                 &manager->GetPickerTool(), &manager->GetZoomTool()}));
     EXPECT_EQ(manager->GetList(kListInOut),
               (std::vector<CToolBase*>{&manager->GetOutPolygonTool(), &manager->GetInPolygonTool(),
                                        &manager->GetInjectTool(), &manager->GetSmartAdjustTool(),
@@ -103,9 +104,9 @@ TEST_F(ToolTest, ListsAndButtonCells)
     EXPECT_EQ(manager->GetCommonTools(), common) << "a tool stands once in a list";
 
     EXPECT_EQ(manager->GetButtonRect(4), (CRect{25, 95, 44, 114})) << "cell 4: column 1, row 1";
-    EXPECT_EQ(manager->HitTest(26, 96), &manager->GetMagicTool());
+    EXPECT_EQ(manager->HitTest(26, 96), &manager->GetRectTool());
     EXPECT_EQ(manager->HitTest(4, 80), nullptr);
-    manager->GetMagicTool().SetEnabled(0);
+    manager->GetRectTool().SetEnabled(0);
     EXPECT_EQ(manager->HitTest(26, 96), nullptr) << "a disabled tool cannot be hit";
     ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodInOut, true));
     EXPECT_EQ(manager->GetButtonRect(0).top, 95) << "room for the build button in inner-outer mode";

@@ -1,0 +1,138 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <string>
+
+#include "commands/project_stream.h"
+#include "document/layer.h"
+#include "document/layer_stack.h"
+#include "imaging/codec.h"
+#include "imaging/image.h"
+#include "matting/warp.h"
+#include "matting/warp_fit.h"
+#include "support/test_support.h"
+
+using vmtest::CliResult;
+using vmtest::Quote;
+using vmtest::RunCli;
+
+namespace {
+
+constexpr int W = 40, H = 30;
+
+class CliReplayGeometry : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        vmtest::FillNoise(m_picture, W, H, 45);
+        for (size_t i = 0; i < m_picture.GetPixelCount(); ++i) m_picture.GetBuffer()[i].alpha = 255;
+        m_in = m_dir.File("in.bmp");
+        ASSERT_NE(COLImageCodec().SaveFile(m_in.c_str(), &m_picture), 0);
+    }
+    CliResult Replay(const std::string& script, const std::string& out)
+    {
+        const std::string path = m_dir.File("script.txt");
+        std::ofstream(path) << script;
+        return RunCli("replay " + Quote(m_in) + " " + Quote(path) + " -o " + Quote(out));
+    }
+    vmtest::TempDir m_dir;
+    COLImage m_picture;
+    std::string m_in;
+};
+
+} // namespace
+
+TEST_F(CliReplayGeometry, LiftMoveTransformAndCropAreExact)
+{
+    const std::string out = m_dir.File("out.vmpd"), sel = m_dir.File("sel.png");
+    const CliResult r = Replay("tool rect\n"
+                               "down 5 5\nup 15 12\n"
+                               "save-mask selection " + sel + "\n"
+                               "option color 204060\n"
+                               "tool move\n"
+                               "down 8 8\ndrag 12 10\nup 20 14\n"
+                               "tool transform\n"
+                               "option corners 16 10 38 12 36 27 15 25\n"
+                               "dbl 26 18\n"
+                               "tool crop\n"
+                               "down 2 3\nup 38 28\n"
+                               "dbl 10 10\n",
+                               out);
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+
+    COLImage maskImage;
+    ASSERT_NE(COLImageCodec().LoadFile(sel.c_str(), &maskImage), 0);
+    auto mask = [&](int x, int y) { return int(maskImage.GetPixel2(uint32_t(x), uint32_t(y)).red); };
+    // The lift: the selected part goes to a layer of its own (alpha = mask), the base's hole takes the colour.
+    const CPixel fore = CPixel::Make(0x20, 0x40, 0x60);
+    COLImage base;
+    base.DuplicateFrom(&m_picture);
+    int l = W, t = H, rr = 0, b = 0;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const int m = mask(x, y);
+            if (m == 0) continue;
+            l = std::min(l, x), t = std::min(t, y), rr = std::max(rr, x + 1), b = std::max(b, y + 1);
+            CPixel& p = base.GetBuffer()[size_t(y) * W + x];
+            const int keep = 255 - m;
+            p = CPixel::Make(uint8_t((fore.red * m + p.red * keep) / 255), uint8_t((fore.green * m + p.green * keep) / 255),
+                             uint8_t((fore.blue * m + p.blue * keep) / 255), 255);
+        }
+    ASSERT_LT(l, rr);
+    COLImage lifted;
+    ASSERT_EQ(lifted.Create(uint32_t(rr - l), uint32_t(b - t)), kOk);
+    for (int y = t; y < b; ++y)
+        for (int x = l; x < rr; ++x) {
+            const CPixel p = m_picture.GetPixel2(uint32_t(x), uint32_t(y));
+            lifted.PutPixel(uint32_t(x - l), uint32_t(y - t), CPixel::Make(p.red, p.green, p.blue, uint8_t(mask(x, y))));
+        }
+    // The transform of the moved layer through the inverse fit of the corners, then trimmed.
+    const WarpCorner c[4] = {{16, 10}, {38, 12}, {36, 27}, {15, 25}};
+    WarpParams p{};
+    ASSERT_TRUE(FitInverseWarp(c, p.xCoef, p.yCoef));
+    p.width = 38 - 15 + 2;
+    p.height = 27 - 10 + 2;
+    p.fillColour = fore;
+    p.mode = 1;
+    p.originX = 15 - 1;
+    p.originY = 10 - 1;
+    CLayer warped;
+    CWarpProcess warp;
+    warp.SetImages(&lifted, &warped.m_image);
+    ASSERT_EQ(warp.Process(&p), kOk);
+    warped.m_x = p.originX;
+    warped.m_y = p.originY;
+    ASSERT_EQ(warped.TrimToContent(), 1);
+
+    CLayerStack doc;
+    ASSERT_EQ(OpenProject(doc, nullptr, out.c_str()), 1);
+    ASSERT_EQ(doc.GetWidth(), 36);
+    ASSERT_EQ(doc.GetHeight(), 25);
+    ASSERT_EQ(doc.GetLayerCount(), 2);
+    // The crop: the base is the rectangle from (2, 3), the layer above shifts with it.
+    const COLImage& gotBase = doc.GetLayer(0)->m_image;
+    for (int y = 0; y < 25; ++y)
+        for (int x = 0; x < 36; ++x)
+            ASSERT_EQ(gotBase.GetPixel(uint32_t(x), uint32_t(y)), base.GetPixel(uint32_t(x + 2), uint32_t(y + 3)))
+                << x << "," << y;
+    const CLayer* layer = doc.GetLayer(1);
+    EXPECT_EQ(layer->m_x, warped.m_x - 2);
+    EXPECT_EQ(layer->m_y, warped.m_y - 3);
+    EXPECT_EQ(vmtest::Bytes(layer->m_image), vmtest::Bytes(warped.m_image));
+}
+
+TEST_F(CliReplayGeometry, RefusalsEndTheScriptWithTheirReason)
+{
+    const std::string out = m_dir.File("out.png");
+    CliResult r = Replay("tool move\ndown 5 5\nup 9 9\n", out);
+    EXPECT_NE(r.exitCode, 0);
+    EXPECT_NE(r.output.find("line 2: the tool refused (message \"moverror\")"), std::string::npos) << r.output;
+    r = Replay("tool transform\n", out);
+    EXPECT_NE(r.output.find("message \"transerr\""), std::string::npos) << r.output;
+    r = Replay("tool crop\noption ratio 4:3\noption freeshape on\n", out);
+    EXPECT_NE(r.output.find("line 3: a free shape needs option ratio none first"), std::string::npos) << r.output;
+    r = Replay("tool crop\noption ratio 4:0\n", out);
+    EXPECT_NE(r.output.find("script.txt:2: ratio is"), std::string::npos) << r.output;
+    EXPECT_FALSE(std::ifstream(out).good()) << "nothing written after a refusal";
+}

@@ -1,0 +1,206 @@
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialog>
+#include <QTest>
+#include <QTimer>
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+#include "document/layer.h"
+#include "gui_support.h"
+#include "imaging/codec.h"
+#include "matting/warp.h"
+#include "matting/warp_fit.h"
+#include "shell/crop_panel.h"
+#include "shell/image_view.h"
+#include "shell/main_frame.h"
+#include "shell/menu_table.h"
+#include "shell/shell_app.h"
+#include "shell/tool_bar.h"
+
+using namespace vmtest;
+
+namespace {
+
+class GeometryInFrame : public ::testing::Test {
+protected:
+    void Open(const std::string& path)
+    {
+        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
+        m_shell->Start("", TestOptions(m_dir, "en"), 0);
+        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
+        m_frame = m_shell->Frame();
+        m_services.openPaths.push_back(path);
+        m_frame->OnCommand(cmd::kOpen);
+        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+        m_bar = m_frame->ToolBar();
+        ASSERT_NE(m_bar, nullptr);
+    }
+    void PressButton(CToolBase* tool)
+    {
+        const auto& shown = m_bar->Manager().GetShownTools();
+        for (size_t i = 0; i < shown.size(); ++i)
+            if (shown[i] == tool) {
+                const CRect cell = m_bar->Manager().GetButtonRect(int(i));
+                QTest::mouseClick(m_bar, Qt::LeftButton, Qt::NoModifier, QPoint(cell.left + 5, cell.top - 71 + 5));
+                return;
+            }
+        ADD_FAILURE() << "the tool has no button in this list";
+    }
+    QPoint Client(int x, int y)
+    {
+        const CViewPoint c = m_frame->View()->ImageToClient(x, y);
+        return QPoint(c.x, c.y);
+    }
+    // A drag through the canvas's own events, between image points.
+    void DragThrough(int x0, int y0, int x1, int y1)
+    {
+        CImageView* view = m_frame->View();
+        QTest::mouseMove(view, Client(x0, y0));
+        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, Client(x0, y0));
+        for (int k = 1; k <= 4; ++k) {
+            const QPoint at = Client(x0 + (x1 - x0) * k / 4, y0 + (y1 - y0) * k / 4);
+            QMouseEvent move(QEvent::MouseMove, at, view->mapToGlobal(at), Qt::NoButton, Qt::LeftButton,
+                             Qt::NoModifier);
+            QApplication::sendEvent(view, &move);
+        }
+        QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, Client(x1, y1));
+    }
+
+    TempDir m_dir;
+    CFakeServices m_services;
+    CAppGlobals m_app;
+    std::unique_ptr<CShellApp> m_shell;
+    CMainFrame* m_frame = nullptr;
+    CToolBar* m_bar = nullptr;
+};
+
+void Shot(QWidget* window, const char* name)
+{
+    const char* dir = std::getenv("VM_SCREENSHOT_DIR");
+    if (!dir) return;
+    QTest::qWait(150);
+    window->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
+}
+
+} // namespace
+
+TEST_F(GeometryInFrame, TransformFromTheToolBarAppliesWithADoubleClick)
+{
+    Open(AssetPath("samples/chelsea.png"));
+    CComposeDocument& doc = m_app.Document();
+    const int w = doc.GetWidth(), h = doc.GetHeight();
+    // A second layer: a disc of warm colour in the middle, as pasted.
+    CLayer* layer = doc.AddLayer(0, kLayerKindRaster);
+    ASSERT_NE(layer, nullptr);
+    const int r = std::min(w, h) / 5;
+    COLImage disc;
+    ASSERT_EQ(disc.Create(uint32_t(2 * r), uint32_t(2 * r)), kOk);
+    for (int y = 0; y < 2 * r; ++y)
+        for (int x = 0; x < 2 * r; ++x) {
+            const int dx = x - r, dy = y - r;
+            const bool in = dx * dx + dy * dy < r * r;
+            disc.PutPixel(uint32_t(x), uint32_t(y), CPixel::Make(uint8_t(200 + x % 50), uint8_t(90 + y % 60), 40,
+                                                               in ? 255 : 0));
+        }
+    layer->m_image = std::move(disc);
+    layer->m_x = w / 2 - r;
+    layer->m_y = h / 2 - r;
+    doc.SetCurrentIndex(1);
+    m_app.ComposeHistory()->AddStep(&doc, kStepWholeDocument, 0, "His_open");
+    doc.Refresh();
+    m_frame->UpdatePanels();
+    COLImage source;
+    source.DuplicateFrom(&layer->m_image);
+
+    CToolManager& manager = m_bar->Manager();
+    PressButton(&manager.GetTransformTool());
+    ASSERT_EQ(manager.GetCurrentTool(), &manager.GetTransformTool());
+    // The panel of the frame tools shows the transform's settings: the layer's own ratio, no free shape.
+    CCropOptionsPanel* panel = m_bar->CropPanel();
+    ASSERT_TRUE(panel->isVisible());
+    EXPECT_EQ(panel->RatioList()->currentIndex(), int(CPropCrop::kRatioOriginal));
+    EXPECT_FALSE(panel->FreeShapeBox()->isEnabled());
+    EXPECT_EQ(layer->m_visible, 0);
+
+    // The pointer tells what a press would take: a handle, the inside, or (outside) a turn.
+    const CropShape& s = manager.GetTransformTool().GetShape();
+    CImageView* view = m_frame->View();
+    QTest::mouseMove(view, Client(s.corners[2].x, s.corners[2].y));
+    EXPECT_EQ(view->CursorRole(), kCursorCornerNwSe);
+    QTest::mouseMove(view, Client(s.corners[1].x, s.corners[1].y));
+    EXPECT_EQ(view->CursorRole(), kCursorCornerNeSw);
+    QTest::mouseMove(view, Client(s.centre.x, s.centre.y));
+    EXPECT_EQ(view->CursorRole(), kCursorMoveFrame);
+    QTest::mouseMove(view, Client(s.corners[2].x + 8, s.centre.y));
+    EXPECT_EQ(view->CursorRole(), kCursorRotate);
+
+    // The bottom-right handle out by a quarter, then a turn from outside the frame.
+    const CViewPoint corner = s.corners[2];
+    DragThrough(corner.x, corner.y, corner.x + r / 2, corner.y + r / 2);
+    EXPECT_GT(s.corners[2].x, corner.x);
+    DragThrough(s.corners[2].x + 10, s.centre.y, s.corners[2].x + 10, s.centre.y + r);
+    EXPECT_GT(s.angle, 0.05);
+    QTest::mouseMove(m_frame->View(), Client(s.centre.x, s.centre.y));
+    Shot(m_frame, "transform.png");
+
+    WarpCorner c[4];
+    for (int i = 0; i < 4; ++i) c[i] = {s.corners[i].x, s.corners[i].y};
+    const int steps = m_app.ComposeHistory()->GetCount();
+    QTest::mouseDClick(m_frame->View(), Qt::LeftButton, Qt::NoModifier, Client(s.centre.x, s.centre.y));
+    ASSERT_EQ(m_app.ComposeHistory()->GetCount(), steps + 1);
+    EXPECT_EQ(layer->m_visible, 1);
+
+    // What the warp makes of the layer for those corners, called directly.
+    int minX = 20000, minY = 20000, maxX = -20000, maxY = -20000;
+    for (const WarpCorner& k : c) {
+        minX = std::min(minX, k.x), minY = std::min(minY, k.y);
+        maxX = std::max(maxX, k.x), maxY = std::max(maxY, k.y);
+    }
+    WarpParams p{};
+    ASSERT_TRUE(FitInverseWarp(c, p.xCoef, p.yCoef));
+    p.width = maxX - minX + 2;
+    p.height = maxY - minY + 2;
+    p.fillColour = m_app.m_foreColor;
+    p.mode = 1;
+    p.originX = minX - 1;
+    p.originY = minY - 1;
+    CLayer want;
+    CWarpProcess warp;
+    warp.SetImages(&source, &want.m_image);
+    ASSERT_EQ(warp.Process(&p), kOk);
+    want.m_x = p.originX;
+    want.m_y = p.originY;
+    ASSERT_EQ(want.TrimToContent(), 1);
+    EXPECT_EQ(layer->m_x, want.m_x);
+    EXPECT_EQ(Bytes(layer->m_image), Bytes(want.m_image));
+
+    m_frame->OnCommand(cmd::kUndo);
+    ASSERT_TRUE(WaitFor([&] { return doc.GetLayerCount() == 2; }));
+    EXPECT_EQ(Bytes(doc.GetLayer(1)->m_image), Bytes(source));
+
+    // Saving while a frame is up first puts the hidden layer back on show: it is never written hidden.
+    EXPECT_EQ(manager.GetCurrentTool(), nullptr) << "undo leaves the tool";
+    PressButton(&manager.GetTransformTool());
+    ASSERT_TRUE(manager.IsTransforming());
+    EXPECT_EQ(doc.GetLayer(1)->m_visible, 0);
+    // The save dialog is cancelled once it is up; by then the layer must show again.
+    int visibleAtDialog = -1;
+    QTimer closer;
+    closer.setInterval(20);
+    QObject::connect(&closer, &QTimer::timeout, [&] {
+        for (QWidget* w : QApplication::topLevelWidgets())
+            if (auto* d = qobject_cast<QDialog*>(w); d && d->isVisible()) {
+                closer.stop();
+                visibleAtDialog = doc.GetLayer(1)->m_visible;
+                d->reject();
+                return;
+            }
+    });
+    closer.start();
+    m_frame->OnCommand(cmd::kSave);
+    closer.stop();
+    EXPECT_EQ(visibleAtDialog, 1);
+    EXPECT_EQ(manager.GetCurrentTool(), nullptr);
+    EXPECT_EQ(doc.GetLayer(1)->m_visible, 1);
+}
