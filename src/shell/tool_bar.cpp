@@ -77,6 +77,29 @@ void DrawGlyph(QPainter& p, const CToolBase* tool, const QRect& r)
         p.setBrush(QColor(30, 30, 30));
         p.drawEllipse(QPointF(box.right() - 2.5, box.top() + 2.5), 2.5, 2.5);
         p.setBrush(Qt::NoBrush);
+    } else if (key == "pickbkcolor") {
+        // The backdrop picker: a dropper whose bulb has the green of a backdrop.
+        p.drawLine(QPointF(box.left() + 1, box.bottom() - 1), QPointF(box.right() - 3, box.top() + 3));
+        p.setBrush(QColor(40, 170, 60));
+        p.drawEllipse(QPointF(box.right() - 2.5, box.top() + 2.5), 2.5, 2.5);
+        p.setBrush(Qt::NoBrush);
+    } else if (key == "injecttip") {
+        // Inject: a single green point with a plus beside it.
+        p.setBrush(QColor(40, 150, 40));
+        p.drawEllipse(QPointF(box.left() + 3.5, box.bottom() - 3.5), 2.5, 2.5);
+        p.setBrush(Qt::NoBrush);
+        p.drawLine(QPointF(box.right() - 4, box.top()), QPointF(box.right() - 4, box.top() + 8));
+        p.drawLine(QPointF(box.right() - 8, box.top() + 4), QPointF(box.right(), box.top() + 4));
+    } else if (key == "zoom") {
+        // A magnifying glass.
+        const QPointF centre(box.left() + box.width() * 0.4, box.top() + box.height() * 0.4);
+        const double radius = box.width() * 0.32;
+        p.drawEllipse(centre, radius, radius);
+        QPen handle = pen;
+        handle.setWidthF(2.2);
+        p.setPen(handle);
+        p.drawLine(centre + QPointF(radius * 0.7, radius * 0.7), QPointF(box.right(), box.bottom()));
+        p.setPen(pen);
     } else if (key == "croptip") {
         // The two crop angles, crossing at opposite corners.
         const double l = box.left(), t = box.top(), r = box.right(), b = box.bottom();
