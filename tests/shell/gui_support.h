@@ -1,16 +1,21 @@
 #pragma once
 
 #include <QApplication>
+#include <QTest>
 #include <QElapsedTimer>
 #include <QString>
 #include <QTimer>
 #include <QWidget>
 #include <deque>
 #include <functional>
+#include <gtest/gtest.h>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "shell/app_globals.h"
+#include "shell/main_frame.h"
+#include "shell/shell_app.h"
 #include "shell/ui_services.h"
 #include "support/test_support.h"
 
@@ -99,5 +104,27 @@ inline AppInitOptions TestOptions(const TempDir& dir, const std::string& languag
 {
     return {AssetPath(""), dir.File("config/Velmorando.ini"), language};
 }
+
+// The fixture of the window tests: an application started without a file (English unless asked), its main window
+// shown at the given size once the command line has been handled.
+class FrameTest : public ::testing::Test {
+protected:
+    void StartFrame(int width, int height, const char* language = "en")
+    {
+        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
+        m_shell->Start("", TestOptions(m_dir, language), 0);
+        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
+        m_frame = m_shell->Frame();
+        if (width > 0) m_frame->resize(width, height);
+        m_frame->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
+    }
+
+    TempDir m_dir;
+    CFakeServices m_services;
+    CAppGlobals m_app;
+    std::unique_ptr<CShellApp> m_shell;
+    CMainFrame* m_frame = nullptr;
+};
 
 } // namespace vmtest

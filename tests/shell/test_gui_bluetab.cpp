@@ -36,18 +36,9 @@ std::vector<uint8_t> Copy(const COLImage& img)
     return {p, p + img.GetPixelCount() * 4};
 }
 
-class BlueTab : public ::testing::Test {
+class BlueTab : public FrameTest {
 protected:
-    void SetUp() override
-    {
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-        m_frame->resize(1000, 720);
-        m_frame->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
-    }
+    void SetUp() override { StartFrame(1000, 720); }
 
     // The green-screen photo of the evaluation set, lossless.
     void OpenGreenScreen()
@@ -112,11 +103,6 @@ protected:
     CTabBlueMatting& Page() { return *m_frame->BlueTab(); }
     int Steps() { return m_frame->ToolBar()->SelectionLog()->GetCount(); }
 
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
 };
 
 } // namespace

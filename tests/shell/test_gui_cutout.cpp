@@ -41,18 +41,9 @@ std::vector<uint8_t> Copy(const COLImage& img)
     return {p, p + img.GetPixelCount() * 4};
 }
 
-class ContourCutOut : public ::testing::Test {
+class ContourCutOut : public FrameTest {
 protected:
-    void SetUp() override
-    {
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-        m_frame->resize(900, 700);
-        m_frame->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
-    }
+    void SetUp() override { StartFrame(900, 700); }
 
     // A dark disc with a soft rim on a light, slightly graded background: the band has real mixed pixels.
     void OpenSynthetic(uint32_t w, uint32_t h)
@@ -170,11 +161,6 @@ protected:
         return e;
     }
 
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
 };
 
 } // namespace

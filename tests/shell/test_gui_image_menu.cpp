@@ -35,18 +35,9 @@ namespace {
 
 // The Image menu's dialogs driven as a user does: items from the frame, fields typed, buttons pressed. Every result
 // is compared, whole picture by whole picture, with the core function called directly on a copy.
-class ImageMenuInFrame : public ::testing::Test {
+class ImageMenuInFrame : public FrameTest {
 protected:
-    void SetUp() override
-    {
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-        m_frame->resize(1000, 720);
-        m_frame->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
-    }
+    void SetUp() override { StartFrame(1000, 720); }
     void TearDown() override { selmode::SetBringBackChooser(nullptr); }
 
     void Open(const std::string& path)
@@ -147,11 +138,6 @@ protected:
         widget->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
     }
 
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
     bool m_answered = false;
 };
 

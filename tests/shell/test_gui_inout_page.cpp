@@ -42,18 +42,9 @@ bool Empty(const COLChannel& c)
     return c.IsNull() || c.IsAllZero();
 }
 
-class InoutPage : public ::testing::Test {
+class InoutPage : public FrameTest {
 protected:
-    void SetUp() override
-    {
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-        m_frame->resize(1000, 720);
-        m_frame->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
-    }
+    void SetUp() override { StartFrame(1000, 720); }
 
     // A dark disc with a soft rim on a light, graded background: the segmentation finds a real edge.
     void OpenSynthetic(uint32_t w, uint32_t h)
@@ -125,11 +116,6 @@ protected:
         return n;
     }
 
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
 };
 
 } // namespace

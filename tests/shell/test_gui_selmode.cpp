@@ -44,18 +44,9 @@ std::vector<uint32_t> PlainOutline(const std::vector<uint8_t>& m, int w, int h, 
     return out;
 }
 
-class SelectionModeInFrame : public ::testing::Test {
+class SelectionModeInFrame : public FrameTest {
 protected:
-    void SetUp() override
-    {
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-        m_frame->resize(900, 700);
-        m_frame->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
-    }
+    void SetUp() override { StartFrame(900, 700); }
     void TearDown() override { selmode::SetBringBackChooser(nullptr); }
 
     void OpenPicture(uint8_t alpha = 255)
@@ -102,11 +93,6 @@ protected:
         m_frame->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
     }
 
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
 };
 
 } // namespace
