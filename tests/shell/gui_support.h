@@ -14,8 +14,10 @@
 #include <vector>
 
 #include "shell/app_globals.h"
+#include "shell/image_view.h"
 #include "shell/main_frame.h"
 #include "shell/shell_app.h"
+#include "shell/tool_bar.h"
 #include "shell/ui_services.h"
 #include "support/test_support.h"
 
@@ -118,6 +120,24 @@ protected:
         if (width > 0) m_frame->resize(width, height);
         m_frame->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
+    }
+
+    // A polygon drawn with a tool through the canvas, as a user clicks it: a click on each corner, a double-click
+    // on the last.
+    void Polygon(CToolBase& tool, const std::vector<CViewPoint>& corners)
+    {
+        m_frame->ToolBar()->Manager().SetCurrentTool(&tool);
+        CImageView* view = m_frame->View();
+        auto client = [&](const CViewPoint& p) {
+            const CViewPoint c = view->ImageToClient(p.x, p.y);
+            return QPoint(c.x, c.y);
+        };
+        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(corners[0]));
+        for (const CViewPoint& p : corners) {
+            QTest::mouseMove(view, client(p));
+            QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(p));
+        }
+        QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(corners.back()));
     }
 
     TempDir m_dir;

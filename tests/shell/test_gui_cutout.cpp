@@ -83,23 +83,6 @@ protected:
         ASSERT_TRUE(m_frame->IsSelectionMode());
     }
 
-    // A polygon drawn with a plane tool through the canvas, as a user clicks it.
-    void Polygon(CToolBase& tool, const std::vector<CViewPoint>& corners)
-    {
-        Manager().SetCurrentTool(&tool);
-        CImageView* view = m_frame->View();
-        auto client = [&](const CViewPoint& p) {
-            const CViewPoint c = view->ImageToClient(p.x, p.y);
-            return QPoint(c.x, c.y);
-        };
-        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(corners[0]));
-        for (const CViewPoint& p : corners) {
-            QTest::mouseMove(view, client(p));
-            QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(p));
-        }
-        QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(corners.back()));
-    }
-
     // Both contours around and inside the disc of OpenSynthetic(200, 160).
     void DrawContours()
     {

@@ -85,22 +85,6 @@ protected:
         ASSERT_TRUE(m_frame->IsSelectionMode());
     }
 
-    void Polygon(CToolBase& tool, const std::vector<CViewPoint>& corners)
-    {
-        Manager().SetCurrentTool(&tool);
-        CImageView* view = m_frame->View();
-        auto client = [&](const CViewPoint& p) {
-            const CViewPoint c = view->ImageToClient(p.x, p.y);
-            return QPoint(c.x, c.y);
-        };
-        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(corners[0]));
-        for (const CViewPoint& p : corners) {
-            QTest::mouseMove(view, client(p));
-            QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(p));
-        }
-        QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(corners.back()));
-    }
-
     void DrawOuter() { Polygon(Manager().GetOutPolygonTool(), {{40, 10}, {160, 10}, {170, 150}, {30, 150}}); }
     void DrawInner() { Polygon(Manager().GetInPolygonTool(), {{85, 65}, {115, 65}, {115, 95}, {85, 95}}); }
 

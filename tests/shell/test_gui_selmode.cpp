@@ -68,23 +68,6 @@ protected:
     CToolManager& Manager() { return Bar().Manager(); }
     bool Enabled(int id) { return m_frame->IsCommandAvailable(id); }
 
-    // A polygon drawn with a plane tool through the canvas, as a user clicks it.
-    void Polygon(CToolBase& tool, const std::vector<CViewPoint>& corners)
-    {
-        Manager().SetCurrentTool(&tool);
-        CImageView* view = m_frame->View();
-        auto client = [&](const CViewPoint& p) {
-            const CViewPoint c = view->ImageToClient(p.x, p.y);
-            return QPoint(c.x, c.y);
-        };
-        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(corners[0]));
-        for (const CViewPoint& p : corners) {
-            QTest::mouseMove(view, client(p));
-            QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(p));
-        }
-        QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(corners.back()));
-    }
-
     void Shot(const char* name)
     {
         const char* dir = std::getenv("VM_SCREENSHOT_DIR");
