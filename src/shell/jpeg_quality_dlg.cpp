@@ -164,6 +164,9 @@ void CJpegDlg::PostProcessEvent(uint32_t first, int32_t)
 void CJpegDlg::OnRunDone(long result)
 {
     if (!m_running) return;
+    // The end of the run is posted before the worker has let go of the process and its pictures; the next run
+    // replaces both, so wait for the worker first (it is already on its way out).
+    if (m_pWorker) m_pWorker->WaitDone();
     m_running = false;
     if (m_pending) {
         StartRun();
