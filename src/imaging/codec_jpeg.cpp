@@ -110,17 +110,56 @@ bool DecodeRows(jpeg_decompress_struct& c, ErrorState& err, const uint8_t* data,
     return true;
 }
 
-// Writes to the stream out, or with out null into a buffer of libjpeg's (*memory, *memorySize; the caller frees
-// it). cancel (may be null) is asked between rows; a true answer abandons the encoding.
-bool EncodeRows(jpeg_compress_struct& c, ErrorState& err, FILE* out, unsigned char** memory,
-                unsigned long* memorySize, const COLImage& image, int quality, bool fullChroma, int dpi,
-                const std::function<bool()>* cancel)
+// A destination that grows a vector. libjpeg's own memory destination reports its buffer only when the encoding
+// ends, after growing it has freed the first one, so an abandoned encoding could not free what it holds.
+struct VectorDestination {
+    jpeg_destination_mgr mgr;
+    std::vector<uint8_t>* bytes;
+};
+
+void GrowVector(j_compress_ptr c, size_t size)
+{
+    auto* d = reinterpret_cast<VectorDestination*>(c->dest);
+    const size_t used = d->bytes->size() - d->mgr.free_in_buffer;
+    try {
+        d->bytes->resize(size);
+    } catch (const std::bad_alloc&) {
+        ERREXIT(c, JERR_OUT_OF_MEMORY);
+    }
+    d->mgr.next_output_byte = d->bytes->data() + used;
+    d->mgr.free_in_buffer = size - used;
+}
+
+void InitVector(j_compress_ptr c)
+{
+    auto* d = reinterpret_cast<VectorDestination*>(c->dest);
+    d->bytes->clear();
+    d->mgr.free_in_buffer = 0;
+    GrowVector(c, 1 << 16);
+}
+
+boolean EmptyVector(j_compress_ptr c)
+{
+    auto* d = reinterpret_cast<VectorDestination*>(c->dest);
+    // libjpeg calls this with the whole buffer full, whatever free_in_buffer says.
+    d->mgr.free_in_buffer = 0;
+    GrowVector(c, d->bytes->size() * 2);
+    return TRUE;
+}
+
+void TermVector(j_compress_ptr c)
+{
+    auto* d = reinterpret_cast<VectorDestination*>(c->dest);
+    d->bytes->resize(d->bytes->size() - d->mgr.free_in_buffer);
+}
+
+// Writes to the stream out, or with out null into memory (its destination set by the caller). cancel (may be
+// null) is asked between rows; a true answer abandons the encoding.
+bool EncodeRows(jpeg_compress_struct& c, ErrorState& err, FILE* out, const COLImage& image, int quality,
+                bool fullChroma, int dpi, const std::function<bool()>* cancel)
 {
     if (setjmp(err.jump)) return false;
-    if (out)
-        jpeg_stdio_dest(&c, out);
-    else
-        jpeg_mem_dest(&c, memory, memorySize);
+    if (out) jpeg_stdio_dest(&c, out);
     c.image_width = image.GetWidth();
     c.image_height = image.GetHeight();
     c.input_components = 4;
@@ -263,7 +302,7 @@ bool SaveJpeg(const char* path, const COLImage& image, int quality, bool fullChr
     InitErrors(err);
     c.err = &err.mgr;
     jpeg_create_compress(&c);
-    const bool ok = EncodeRows(c, err, writer.Stream(), nullptr, nullptr, image, quality, fullChroma, dpi, nullptr);
+    const bool ok = EncodeRows(c, err, writer.Stream(), image, quality, fullChroma, dpi, nullptr);
     jpeg_destroy_compress(&c);
     if (!ok || std::ferror(writer.Stream())) return false;
     return writer.Commit();
@@ -280,20 +319,16 @@ bool EncodeJpeg(const COLImage& image, int quality, bool fullChroma, int dpi, st
     InitErrors(err);
     c.err = &err.mgr;
     jpeg_create_compress(&c);
-    unsigned char* memory = nullptr;
-    unsigned long memorySize = 0;
-    const bool ok = EncodeRows(c, err, nullptr, &memory, &memorySize, image, quality, fullChroma, dpi, cancel);
+    VectorDestination dest{};
+    dest.bytes = &out;
+    dest.mgr.init_destination = InitVector;
+    dest.mgr.empty_output_buffer = EmptyVector;
+    dest.mgr.term_destination = TermVector;
+    c.dest = &dest.mgr;
+    const bool ok = EncodeRows(c, err, nullptr, image, quality, fullChroma, dpi, cancel);
     jpeg_destroy_compress(&c);
-    bool kept = false;
-    if (ok && memory) {
-        try {
-            out.assign(memory, memory + memorySize);
-            kept = true;
-        } catch (const std::bad_alloc&) {
-        }
-    }
-    std::free(memory);
-    return kept;
+    if (!ok) out.clear();
+    return ok;
 }
 
 } // namespace codec
