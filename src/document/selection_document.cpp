@@ -255,6 +255,50 @@ int CSelectionDocument::SeparateToLayer(CLayerStack& stack)
     return kBringBackDone;
 }
 
+int CSelectionDocument::CopyToLayer(CLayerStack& stack, bool offset)
+{
+    const int index = stack.IndexOfImage(m_pSource);
+    if (index < 0 || m_resultMask.IsNull() || m_working.IsNull()) return kBringBackFailed;
+    if (!stack.DuplicateLayer(index)) return kBringBackFailed;
+    CLayer* upper = stack.GetLayer(index + 1);
+    CStackLock lock(stack);
+    COLImage& image = upper->m_image;
+    if (image.GetWidth() != m_working.GetWidth() || image.GetHeight() != m_working.GetHeight() ||
+        m_resultMask.GetWidth() != m_working.GetWidth() || m_resultMask.GetHeight() != m_working.GetHeight())
+        return kBringBackFailed;
+    const size_t n = image.GetPixelCount();
+    const CPixel* src = m_working.GetBuffer();
+    const uint8_t* mask = m_resultMask.GetBuffer();
+    CPixel* dst = image.GetBuffer();
+    for (size_t i = 0; i < n; ++i) {
+        dst[i] = src[i];
+        dst[i].alpha = mask[i];
+    }
+    if (offset) {
+        upper->m_x += 10;
+        upper->m_y += 10;
+    }
+    stack.SetCurrentIndex(index + 1);
+    return kBringBackDone;
+}
+
+int CSelectionDocument::ChangeBackground(CLayerStack& stack, const COLImage& picture, uint32_t fill)
+{
+    if (picture.IsNull()) return kBringBackFailed;
+    const int copied = CopyToLayer(stack, true);
+    if (copied != kBringBackDone) return copied;
+    // The canvas takes the picture's size around the middle, so that the subject keeps its place over it.
+    if (!stack.ResizeCanvas(int(picture.GetWidth()), int(picture.GetHeight()), fill, 1, 1)) return kBringBackFailed;
+    CLayer* base = stack.GetLayer(0);
+    if (!base) return kBringBackFailed;
+    {
+        CStackLock lock(stack);
+        if (!base->m_image.DuplicateFrom(&picture)) return kBringBackFailed;
+    }
+    stack.Refresh();
+    return kBringBackDone;
+}
+
 int CSelectionDocument::KeepAsSelection(CLayerStack& stack)
 {
     const CLayer* layer = stack.GetLayer(stack.IndexOfImage(m_pSource));

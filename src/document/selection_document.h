@@ -97,6 +97,14 @@ public:
     // The document's selection mask takes the result mask at the layer's position (0 outside it). Works on any
     // layer, the base too.
     int KeepAsSelection(CLayerStack& stack);
+    // A copy of the layer above it with the working colours and the mask as alpha; the layer itself keeps its
+    // pixels. With `offset` the copy stands 10 pixels right and down, visibly aside. The copy becomes current.
+    // Works on the base too: it is how a base layer's cut-out is brought back.
+    int CopyToLayer(CLayerStack& stack, bool offset);
+    // A new background under the cut-out: the copy of CopyToLayer (offset), the canvas resized to the picture
+    // (centred, new area `fill`), and the base layer's pixels replaced by the picture. A failure after the copy
+    // keeps the copy.
+    int ChangeBackground(CLayerStack& stack, const COLImage& picture, uint32_t fill);
 
 private:
     COLImage m_working;

@@ -31,7 +31,8 @@ long CBatchFileProcess::Process(const void* params)
     ChromaKeySettings key = p.review;
     if (p.write) key.params = batchkey::UnattendedParams(m_colour);
     key.params.backdrop = m_colour;
-    key.refine = p.settings.refine ? 1 : 0;
+    // The batch's choice holds for every photo; under review the page's own choice may add it.
+    key.refine = (p.settings.refine || (!p.write && p.review.refine)) ? 1 : 0;
     // The engine reports 0..100 of this file into the range the caller gave.
     if (RunBackdropKey(key, m_source, m_result, GetProgressCallback()) != kOk || m_result.IsNull())
         return Fail("keying failed (out of memory?)");

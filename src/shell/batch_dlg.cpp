@@ -188,6 +188,9 @@ CBatchDlg::CBatchDlg(QWidget* parent, IUiServices& services, CProcessThread* wor
     m_pReview->setObjectName(QStringLiteral("review"));
     m_pReview->setChecked(true);
     column->addWidget(m_pReview);
+    m_pRefine = new QCheckBox(Text("bluerefine"), this);
+    m_pRefine->setObjectName(QStringLiteral("refine"));
+    column->addWidget(m_pRefine);
     auto* note = new QLabel(Text("batreviewnote"), this);
     note->setWordWrap(true);
     column->addWidget(note);
@@ -304,6 +307,7 @@ batchkey::Settings CBatchDlg::GetSettings() const
     s.outputDir = m_pFolder->text().toStdString();
     s.affix = m_pAffix->text().toStdString();
     s.affixIsPrefix = m_pPrefix->isChecked();
+    s.refine = m_pRefine->isChecked();
     return s;
 }
 
@@ -337,7 +341,7 @@ void CBatchDlg::SyncPreview()
 
 void CBatchDlg::SetInputsEnabled(bool enabled)
 {
-    for (QWidget* w : std::initializer_list<QWidget*>{m_pList, m_pAdd, m_pRemove, m_pMode, m_pReview, m_pFolder,
+    for (QWidget* w : std::initializer_list<QWidget*>{m_pList, m_pAdd, m_pRemove, m_pMode, m_pReview, m_pRefine, m_pFolder,
                                                       m_pBrowse, m_pAffix, m_pPrefix, m_pContinue, m_pPreview})
         w->setEnabled(enabled);
 }

@@ -92,6 +92,7 @@ public:
     CBatchPreview* Preview() const { return m_pPreview; }
     QComboBox* ColourMode() const { return m_pMode; }
     QCheckBox* ReviewBox() const { return m_pReview; }
+    QCheckBox* RefineBox() const { return m_pRefine; }
     QLineEdit* FolderEdit() const { return m_pFolder; }
     QLineEdit* AffixEdit() const { return m_pAffix; }
     QCheckBox* PrefixBox() const { return m_pPrefix; }
@@ -144,6 +145,7 @@ private:
     QLabel* m_pSwatch = nullptr;
     QComboBox* m_pMode = nullptr;
     QCheckBox* m_pReview = nullptr;
+    QCheckBox* m_pRefine = nullptr; // the refined key (slower) for every photo
     QLineEdit* m_pFolder = nullptr;
     QLineEdit* m_pAffix = nullptr;
     QCheckBox* m_pPrefix = nullptr;

@@ -242,7 +242,7 @@ CBatchReview* CurrentBatchReview()
 }
 
 void RunBatchKey(QMainWindow* frame, CAppGlobals& app, CToolBar& bar, CImageView* view, IUiServices& services,
-                 const std::string& documentPath)
+                 const std::string& documentPath, std::function<ChromaKeySettings()> reviewSettings)
 {
     if (Current() || bar.Manager().IsSelectionMode()) return;
     const CLayer* layer = app.Document().GetCurrentLayer();
@@ -251,6 +251,7 @@ void RunBatchKey(QMainWindow* frame, CAppGlobals& app, CToolBar& bar, CImageView
     dialog.exec();
     if (dialog.Outcome() != CBatchDlg::kReview) return;
     auto* review = new CBatchReview(frame, app, bar, view, services, dialog.Files(), dialog.GetSettings());
+    review->reviewSettings = std::move(reviewSettings);
     if (!review->Start()) {
         services.MessageBox(Text("except"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
         review->deleteLater();

@@ -25,7 +25,8 @@ class QToolButton;
 // The review way of the batch: selection mode (chroma-key method) shows each photo's cut-out in turn, where the
 // tools of the mode correct it; the bar's button writes it ("(2/5)Next >", at the last photo "Finish the batch")
 // and goes on with the next photo. The photo is read and keyed on the worker, with the chroma-key panel's record
-// (its defaults, strength 50, until a panel supplies its own through reviewSettings). A photo that cannot be read
+// (the chroma-key page's, read again for every photo, so that a change on the page holds for the photos that
+// follow). A photo that cannot be read
 // is named on the bar and skipped. After the last one the message "batover" comes, and selection mode ends without
 // touching the open document. Leaving selection mode any other way ends the batch there.
 class CBatchReview : public QToolBar, public IProcessNotify {
@@ -77,8 +78,9 @@ private:
 
 // The menu item "Batch chroma key...": the dialog over the open photo, then the review when it was asked for.
 // Tests see the dialog before it runs through the hook (null: none) and may drive it from there.
+// The review keys each photo with what reviewSettings gives (the chroma-key page's record); null: the defaults.
 void RunBatchKey(QMainWindow* frame, CAppGlobals& app, CToolBar& bar, CImageView* view, IUiServices& services,
-                 const std::string& documentPath);
+                 const std::string& documentPath, std::function<ChromaKeySettings()> reviewSettings = nullptr);
 void SetBatchDialogHook(std::function<void(CBatchDlg&)> hook);
 // The review under way, null when none.
 CBatchReview* CurrentBatchReview();

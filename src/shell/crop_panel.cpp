@@ -57,10 +57,21 @@ CCropOptionsPanel::CCropOptionsPanel(QWidget* parent) : QWidget(parent)
     freeRow->addWidget(freeLabel, 1);
     m_pRatio = new QComboBox(this);
     m_pRatio->setObjectName(QStringLiteral("crop-ratio"));
+    // The tool bar is 70 pixels wide: the list shows short names in a slightly smaller font, and each entry's tool
+    // tip gives the whole text.
+    const char* shortKeys[] = {"cropnoratioshort", "croporiginalshort", nullptr, nullptr, nullptr, nullptr,
+                               "cropcustom"};
     const char* keys[] = {"cropnoratio", "croporiginal", nullptr, nullptr, nullptr, nullptr, "cropcustom"};
     const char* plain[] = {"", "", "4:3", "3:4", "3:2", "2:3", ""};
-    for (int i = 0; i < 7; ++i) m_pRatio->addItem(keys[i] ? Text(keys[i]) : QString::fromLatin1(plain[i]));
-    // The closed list shows the start of its text; the open list and the tool tip show all of it.
+    for (int i = 0; i < 7; ++i) {
+        m_pRatio->addItem(shortKeys[i] ? Text(shortKeys[i]) : QString::fromLatin1(plain[i]));
+        if (keys[i]) m_pRatio->setItemData(i, Text(keys[i]), Qt::ToolTipRole);
+    }
+    QFont small = m_pRatio->font();
+    small.setPointSizeF(small.pointSizeF() * 0.85);
+    m_pRatio->setFont(small);
+    m_pRatio->setStyleSheet(QStringLiteral("QComboBox { padding: 1px 0px 1px 3px; }"
+                                           "QComboBox::drop-down { width: 11px; }"));
     m_pRatio->view()->setMinimumWidth(m_pRatio->view()->sizeHintForColumn(0) + 8);
     column->addLayout(freeRow);
     column->addWidget(m_pRatio);

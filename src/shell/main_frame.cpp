@@ -709,6 +709,11 @@ void CMainFrame::OnCommand(int id)
             OnHostReturn(true);
             break;
         }
+        if (!IsSelectionMode()) {
+            OnCreateSelection();
+            UpdatePanels();
+            break;
+        }
         // The way back records its step after the canvas has changed source: the panels follow it here.
         selmode::Toggle(this, *m_pToolBar, *m_pServices);
         UpdatePanels();
@@ -726,7 +731,7 @@ void CMainFrame::OnCommand(int id)
         UpdatePanels();
         break;
     case cmd::kBatchKey:
-        RunBatchKey(this, m_app, *m_pToolBar, m_pView, *m_pServices, DocumentPath());
+        OnBatchKey();
         UpdatePanels();
         break;
     case cmd::kBackColour:

@@ -181,6 +181,9 @@ private:
     // Selection mode's cut-out from the inner and outer contours, by the solver the user chose
     // (contour_cutout.cpp runs it).
     void OnBuildSelection();
+    // The large button in compose mode: the method question, then the way into selection mode it chose.
+    void OnCreateSelection();
+    void OnBatchKey();
     void OnRefinedEdges();
     // Plug-in mode's end of the selection work, with the result (true) or without; true when the program is to
     // end (host_return.cpp).

@@ -13,9 +13,13 @@
 #include "commands/modifier_commands.h"
 #include "matting/segment.h"
 #include "shell/app_globals.h"
+#include "shell/batch_review.h"
 #include "shell/contour_cutout.h"
 #include "shell/main_frame.h"
 #include "shell/selection_dialogs.h"
+#include "shell/selection_mode.h"
+#include "shell/tab_blue_matting.h"
+#include "shell/wizards.h"
 #include "shell/tool_bar.h"
 
 namespace {
@@ -166,4 +170,35 @@ bool CMainFrame::ShowHelpPanelPage(const char* file)
     if (!QFileInfo::exists(path)) return false;
     m_pHelp->setSource(QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
     return true;
+}
+
+void CMainFrame::OnCreateSelection()
+{
+    if (!m_pToolBar || IsSelectionMode() || !selmode::CanEnter(*m_pToolBar, *m_pServices)) return;
+    switch (selmode::AskMethod(this)) {
+    case kMethodChroma:
+        if (selmode::EnterChromaKey(*m_pToolBar, *m_pBlueTab, *m_pServices) && m_app.GetProfileInt("PureBk") != 0)
+            ShowHelpPanelPage("PureBk.htm");
+        break;
+    case kMethodInOut:
+        if (selmode::Toggle(this, *m_pToolBar, *m_pServices, kMethodInOut) && m_app.GetProfileInt("DbSel") != 0)
+            ShowHelpPanelPage("DoubleSel.htm");
+        break;
+    case kMethodDirect:
+        selmode::Toggle(this, *m_pToolBar, *m_pServices, kMethodDirect);
+        break;
+    case CMethodDlg::kBatch:
+        OnBatchKey();
+        break;
+    default:
+        break; // cancelled
+    }
+}
+
+void CMainFrame::OnBatchKey()
+{
+    // The review keys each photo with the chroma-key page's settings, as the page stands when the photo comes.
+    CTabBlueMatting* page = m_pBlueTab;
+    RunBatchKey(this, m_app, *m_pToolBar, m_pView, *m_pServices, DocumentPath(),
+                [page] { return page->Picker().CurrentSettings(); });
 }

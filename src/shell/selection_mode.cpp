@@ -1,8 +1,6 @@
 #include "shell/selection_mode.h"
 
 #include <QColorDialog>
-#include <QMessageBox>
-#include <QPushButton>
 
 #include "document/compose_document.h"
 #include "document/layer.h"
@@ -21,29 +19,16 @@ namespace {
 
 QString Text(const char* key) { return QString::fromStdString(GetString(key)); }
 
-std::function<EBringBack(QWidget*)>& Chooser()
+std::function<BringBackChoice(QWidget*)>& Chooser()
 {
-    static std::function<EBringBack(QWidget*)> chooser;
+    static std::function<BringBackChoice(QWidget*)> chooser;
     return chooser;
 }
 
-EBringBack AskBringBack(QWidget* parent)
+std::function<uint32_t(QWidget*)>& MethodChooser()
 {
-    if (Chooser()) return Chooser()(parent);
-    QMessageBox box(parent);
-    box.setWindowTitle(Text("Tittle"));
-    box.setText(Text("leavesel"));
-    QPushButton* apply = box.addButton(Text("bringapply"), QMessageBox::AcceptRole);
-    QPushButton* separate = box.addButton(Text("bringseparate"), QMessageBox::AcceptRole);
-    QPushButton* keep = box.addButton(Text("bringkeep"), QMessageBox::AcceptRole);
-    QPushButton* blur = box.addButton(Text("blurbk"), QMessageBox::AcceptRole);
-    box.addButton(QMessageBox::Cancel);
-    box.exec();
-    if (box.clickedButton() == apply) return EBringBack::kApply;
-    if (box.clickedButton() == separate) return EBringBack::kSeparate;
-    if (box.clickedButton() == keep) return EBringBack::kKeep;
-    if (box.clickedButton() == blur) return EBringBack::kBlurBackground;
-    return EBringBack::kCancel;
+    static std::function<uint32_t(QWidget*)> chooser;
+    return chooser;
 }
 
 // Leaves the mode; the result dialog's part is already done, so the manager's wizard only reports it.
@@ -65,45 +50,134 @@ bool LayerHasTransparency(const CComposeDocument& document)
     return false;
 }
 
-// Leaving with a result: the dialog first, so that Cancel keeps the mode and everything in it.
-bool LeaveWithResult(QWidget* parent, CToolBar& bar, IUiServices& services)
+// A result that keeps every pixel changes nothing: there is nothing to decide.
+bool KeepsEverything(const COLChannel& mask)
+{
+    const uint8_t* p = mask.GetBuffer();
+    for (size_t i = 0, n = size_t(mask.GetWidth()) * mask.GetHeight(); i < n; ++i)
+        if (p[i] != 255) return false;
+    return true;
+}
+
+// Carries out one choice of the result wizard. True when it is done and the mode may be left; false keeps the
+// wizard up (a cancelled file dialog, a picture that did not read, a failure before anything changed).
+bool Act(QWidget* parent, CToolBar& bar, IUiServices& services, const BringBackChoice& choice, bool& useTransform)
 {
     CSelectionDocument& selection = bar.Selection();
     CComposeDocument& document = bar.Document();
-    const EBringBack choice = AskBringBack(parent);
-    if (choice == EBringBack::kCancel) return false;
-    if (choice == EBringBack::kBlurBackground) {
-        // The blur is part of the way back: the step recorded on leaving holds it.
-        // The main window shows the run's progress in its status bar.
-        if (!BlurBackgroundAfterCutout(parent, *AppGlobals(), services, selection,
-                                       dynamic_cast<IStatusProgress*>(parent))) {
-            services.MessageBox(Text("except"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
-            return false;
-        }
-        Leave(bar, true);
-        return true;
-    }
-    int result = choice == EBringBack::kApply      ? selection.ApplyToLayer(document)
-                 : choice == EBringBack::kSeparate ? selection.SeparateToLayer(document)
-                                                   : selection.KeepAsSelection(document);
-    if (result == kBringBackIsBase) {
-        // The base keeps its background; the result stays as the selection instead.
-        services.MessageBox(Text("isbkwarning"), EMsgButtons::kOk, EMsgIcon::kWarning, QStringLiteral("Warning"));
-        result = selection.KeepAsSelection(document);
-    }
-    if (result != kBringBackDone) {
+    const auto failed = [&services] {
         services.MessageBox(Text("except"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
         return false;
+    };
+    // The base keeps its background: its cut-out goes onto a copy instead, after a warning.
+    const auto orCopy = [&](int result) {
+        if (result != kBringBackIsBase) return result;
+        services.MessageBox(Text("isbkwarning"), EMsgButtons::kOk, EMsgIcon::kWarning, QStringLiteral("Warning"));
+        return selection.CopyToLayer(document, true);
+    };
+    int result = kBringBackFailed;
+    switch (choice.action) {
+    case EBringBack::kCancel:
+    case EBringBack::kDiscard:
+        return choice.action == EBringBack::kDiscard;
+    case EBringBack::kBlurBackground:
+        // The blur is part of the way back: the step recorded on leaving holds it. The main window shows the
+        // run's progress in its status bar.
+        return BlurBackgroundAfterCutout(parent, *AppGlobals(), services, selection,
+                                         dynamic_cast<IStatusProgress*>(parent)) ||
+               failed();
+    case EBringBack::kChangeBackground: {
+        const std::string filter = OpenDialogFilter(GetString("openflatfiletype"), GetString("allpictures"),
+                                                    GetString("allfiles"), false);
+        const QString path = services.GetOpenFileName(filter);
+        if (path.isEmpty()) return false;
+        COLImage picture;
+        if (!COLImageCodec().LoadFile(path.toStdString().c_str(), &picture) || picture.IsNull()) {
+            services.MessageBox(Text("can't open"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
+            return false;
+        }
+        const int layers = document.GetLayerCount();
+        if (selection.ChangeBackground(document, picture, AppGlobals()->m_foreColor.Word() | 0xFF000000u) !=
+            kBringBackDone) {
+            failed();
+            // A copy that was made stays, and the way back records it.
+            return document.GetLayerCount() > layers;
+        }
+        useTransform = true; // the subject is placed on its new background next
+        return true;
+    }
+    case EBringBack::kApply:
+        result = orCopy(selection.ApplyToLayer(document));
+        break;
+    case EBringBack::kSeparate:
+        result = orCopy(selection.SeparateToLayer(document));
+        break;
+    case EBringBack::kCopy:
+        result = selection.CopyToLayer(document, true);
+        break;
+    case EBringBack::kKeep:
+        result = kBringBackDone;
+        break;
+    }
+    if (result != kBringBackDone) return failed();
+    if ((choice.keepSelection || choice.action == EBringBack::kKeep) &&
+        selection.KeepAsSelection(document) != kBringBackDone)
+        failed();
+    return true;
+}
+
+// Leaving with a result: the wizard first, so that closing it keeps the mode and everything in it.
+bool LeaveWithResult(QWidget* parent, CToolBar& bar, IUiServices& services)
+{
+    if (KeepsEverything(*bar.Selection().GetResultMask())) {
+        Leave(bar, false);
+        return true;
+    }
+    bool useTransform = false;
+    BringBackChoice choice;
+    if (Chooser()) {
+        choice = Chooser()(parent);
+        if (choice.action == EBringBack::kCancel || !Act(parent, bar, services, choice, useTransform)) return false;
+    } else {
+        CResultWizard wizard(parent, [&](const BringBackChoice& c) {
+            return Act(parent, bar, services, c, useTransform);
+        });
+        if (wizard.exec() != QDialog::Accepted) return false;
+        choice = wizard.Choice();
+    }
+    if (choice.action == EBringBack::kDiscard) {
+        Leave(bar, false);
+        return true;
     }
     Leave(bar, true);
+    if (useTransform) bar.Manager().SetCurrentTool(&bar.Manager().GetTransformTool());
     return true;
 }
 
 } // namespace
 
-void SetBringBackChooser(std::function<EBringBack(QWidget*)> chooser)
+void SetBringBackChooser(std::function<BringBackChoice(QWidget*)> chooser)
 {
     Chooser() = std::move(chooser);
+}
+
+void SetMethodChooser(std::function<uint32_t(QWidget*)> chooser)
+{
+    MethodChooser() = std::move(chooser);
+}
+
+uint32_t AskMethod(QWidget* parent)
+{
+    if (MethodChooser()) return MethodChooser()(parent);
+    CMethodDlg dialog(parent);
+    return dialog.exec() == QDialog::Accepted ? dialog.Method() : 0;
+}
+
+bool CanEnter(CToolBar& bar, IUiServices& services)
+{
+    if (!LayerHasTransparency(bar.Document())) return true;
+    services.MessageBox(Text("cantsel"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
+    return false;
 }
 
 bool HasWork(CSelectionDocument& selection)
@@ -112,16 +186,12 @@ bool HasWork(CSelectionDocument& selection)
            !selection.GetInnerPlane()->IsNull();
 }
 
-bool Toggle(QWidget* parent, CToolBar& bar, IUiServices& services)
+bool Toggle(QWidget* parent, CToolBar& bar, IUiServices& services, uint32_t method)
 {
     CToolManager& manager = bar.Manager();
     if (!manager.IsSelectionMode()) {
-        // The cut-out becomes the layer's alpha: a layer that has one already cannot be cut out.
-        if (LayerHasTransparency(bar.Document())) {
-            services.MessageBox(Text("cantsel"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
-            return false;
-        }
-        if (!manager.EnterOrLeaveSelectionMode(true, kMethodInOut, true)) {
+        if (!CanEnter(bar, services)) return false;
+        if (!manager.EnterOrLeaveSelectionMode(true, int32_t(method), true)) {
             services.MessageBox(Text("except"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
             return false;
         }

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
+
+#include "shell/wizards.h"
 
 class CComposeDocument;
 class CSelectionDocument;
@@ -14,22 +17,31 @@ class QWidget;
 // or without a result, saving and closing while in it, and the backgrounds behind the cut-out.
 namespace selmode {
 
-// What the user chose in the result dialog.
-// kBlurBackground: the cut-out goes on a copy above the layer and the lens blur dialog blurs the layer under it.
-enum class EBringBack { kCancel, kApply, kSeparate, kKeep, kBlurBackground };
+using ::BringBackChoice;
+using ::EBringBack;
 
-// The dialog that asks what becomes of the result. Tests put a scripted stand-in in its place; null restores
+// The result wizard ("What to do with the cut-out"). Tests put a scripted stand-in in its place; null restores
 // the real dialog.
-void SetBringBackChooser(std::function<EBringBack(QWidget* parent)> chooser);
+void SetBringBackChooser(std::function<BringBackChoice(QWidget* parent)> chooser);
+
+// The method question before selection mode ("Choose how to cut out"): a selection method, CMethodDlg::kBatch,
+// or 0 when cancelled. Tests put a stand-in in its place; null restores the real dialog.
+void SetMethodChooser(std::function<uint32_t(QWidget* parent)> chooser);
+uint32_t AskMethod(QWidget* parent);
+
+// The cut-out becomes the layer's alpha: a layer that has transparency already cannot be cut out ("cantsel" is
+// shown). True when selection mode may be entered on the current layer.
+bool CanEnter(CToolBar& bar, IUiServices& services);
 
 // Something was drawn or computed in selection mode that leaving without a result would drop.
 bool HasWork(CSelectionDocument& selection);
 
-// The large button and "Confirm and return". In compose mode: enters selection mode on the current layer
-// (inner-outer method), unless the layer has transparency ("cantsel"). In selection mode: with a result, the
-// result dialog brings it back and the mode is left, or stays on Cancel; without one, the user is asked before
-// the contours are dropped. True when the mode changed.
-bool Toggle(QWidget* parent, CToolBar& bar, IUiServices& services);
+// The large button and "Confirm and return". In compose mode: enters selection mode on the current layer with
+// `method`, unless the layer has transparency ("cantsel"). In selection mode: with a result, the result wizard
+// brings it back and the mode is left, or stays when the wizard is closed; a result that keeps every pixel has
+// nothing to decide and leaves at once. Without a result, the user is asked before the contours are dropped.
+// True when the mode changed.
+bool Toggle(QWidget* parent, CToolBar& bar, IUiServices& services, uint32_t method = 2);
 
 // "Cancel and return": leaves without bringing anything back and records nothing; asks first when work would
 // be lost. True when the mode was left.

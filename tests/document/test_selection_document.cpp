@@ -186,3 +186,53 @@ TEST(SelectionDocument, BringBackToTheLayer)
     EXPECT_EQ(onBase.SeparateToLayer(s.stack), kBringBackIsBase);
     EXPECT_EQ(onBase.KeepAsSelection(s.stack), kBringBackDone);
 }
+
+TEST(SelectionDocument, CopyToLayerWorksOnTheBaseAndStandsAside)
+{
+    Stack s;
+    s.stack.SetCurrentIndex(0);
+    CSelectionDocument doc;
+    ASSERT_TRUE(doc.Begin(s.stack));
+    vmtest::FillNoise(*doc.GetResultMask(), 20, 12, 5);
+    const COLImage baseBefore = [&] {
+        COLImage c;
+        c.DuplicateFrom(&s.stack.GetLayer(0)->m_image);
+        return c;
+    }();
+    ASSERT_EQ(doc.CopyToLayer(s.stack, true), kBringBackDone);
+    ASSERT_EQ(s.stack.GetLayerCount(), 3);
+    EXPECT_EQ(s.stack.GetCurrentIndex(), 1);
+    const CLayer* copy = s.stack.GetLayer(1);
+    EXPECT_EQ(std::make_pair(copy->m_x, copy->m_y), std::make_pair(10, 10));
+    for (uint32_t y = 0; y < 12; ++y)
+        for (uint32_t x = 0; x < 20; ++x) {
+            CPixel want = doc.GetWorkingImage()->GetPixel2(x, y);
+            want.alpha = doc.GetResultMask()->GetValue(x, y);
+            ASSERT_EQ(copy->m_image.GetPixel2(x, y).Word(), want.Word()) << x << "," << y;
+        }
+    EXPECT_TRUE(vmtest::SamePixels(s.stack.GetLayer(0)->m_image, baseBefore)); // the base keeps its pixels
+    ASSERT_EQ(doc.CopyToLayer(s.stack, false), kBringBackDone);
+    EXPECT_EQ(std::make_pair(s.stack.GetLayer(1)->m_x, s.stack.GetLayer(1)->m_y), std::make_pair(0, 0));
+}
+
+TEST(SelectionDocument, ChangeBackgroundPutsTheCutOutOverThePicture)
+{
+    Stack s; // the 8 x 6 layer at (5, 3) is current
+    CSelectionDocument doc;
+    ASSERT_TRUE(doc.Begin(s.stack));
+    vmtest::FillNoise(*doc.GetResultMask(), 8, 6, 6);
+    const COLImage picture = Picture(30, 16, 9);
+    ASSERT_EQ(doc.ChangeBackground(s.stack, picture, 0xFF0000FF), kBringBackDone);
+    EXPECT_EQ(std::make_pair(s.stack.GetWidth(), s.stack.GetHeight()), std::make_pair(30, 16));
+    EXPECT_TRUE(vmtest::SamePixels(s.stack.GetLayer(0)->m_image, picture));
+    ASSERT_EQ(s.stack.GetLayerCount(), 3);
+    // The canvas grew by (10, 4) around the middle: every layer moved by (5, 2), and the copy stands 10 aside.
+    EXPECT_EQ(std::make_pair(s.stack.GetLayer(1)->m_x, s.stack.GetLayer(1)->m_y), std::make_pair(10, 5));
+    EXPECT_EQ(std::make_pair(s.stack.GetLayer(2)->m_x, s.stack.GetLayer(2)->m_y), std::make_pair(20, 15));
+    EXPECT_EQ(s.stack.GetCurrentIndex(), 2);
+    EXPECT_EQ(s.stack.GetLayer(2)->m_image.GetPixel2(4, 2).alpha, doc.GetResultMask()->GetValue(4, 2));
+
+    COLImage empty;
+    EXPECT_EQ(doc.ChangeBackground(s.stack, empty, 0), kBringBackFailed);
+    EXPECT_EQ(s.stack.GetLayerCount(), 3); // refused before anything changed
+}

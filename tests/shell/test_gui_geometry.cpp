@@ -120,6 +120,8 @@ TEST_F(GeometryInFrame, TransformFromTheToolBarAppliesWithADoubleClick)
     CCropOptionsPanel* panel = m_bar->CropPanel();
     ASSERT_TRUE(panel->isVisible());
     EXPECT_EQ(panel->RatioList()->currentIndex(), int(CPropCrop::kRatioOriginal));
+    // The narrow bar still shows the whole name of every ratio in the closed list.
+    EXPECT_LE(panel->RatioList()->sizeHint().width(), panel->RatioList()->width());
     EXPECT_FALSE(panel->FreeShapeBox()->isEnabled());
     EXPECT_EQ(layer->m_visible, 0);
 

@@ -1,0 +1,284 @@
+#include <QCheckBox>
+#include <QLineEdit>
+#include <QSlider>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <QToolButton>
+#include <gtest/gtest.h>
+
+#include "document/layer.h"
+#include "gui_support.h"
+#include "imaging/codec.h"
+#include "shell/batch_dlg.h"
+#include "shell/batch_review.h"
+#include "shell/menu_table.h"
+#include "shell/selection_mode.h"
+#include "shell/tab_blue_matting.h"
+#include "shell/wizards.h"
+#include "matting/refined_key.h"
+
+using namespace vmtest;
+
+namespace {
+
+// The large button's two questions, answered through their real dialogs.
+class WizardsInFrame : public FrameTest {
+protected:
+    void SetUp() override
+    {
+        StartFrame(900, 700);
+        selmode::SetMethodChooser(nullptr);
+    }
+    void TearDown() override
+    {
+        selmode::SetMethodChooser([](QWidget*) { return uint32_t(kMethodInOut); });
+        selmode::SetBringBackChooser(nullptr);
+        SetBatchDialogHook(nullptr);
+    }
+
+    std::string WritePicture(const char* name, uint32_t w, uint32_t h, uint32_t seed)
+    {
+        COLImage img;
+        FillNoise(img, w, h, seed);
+        for (size_t i = 0; i < img.GetPixelCount(); ++i) img.GetBuffer()[i].alpha = 255;
+        const std::string path = m_dir.File(name);
+        EXPECT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 0);
+        return path;
+    }
+    void OpenPicture()
+    {
+        m_services.openPaths.push_back(WritePicture("photo.png", 120, 90, 4));
+        m_frame->OnCommand(cmd::kOpen);
+        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+        m_photo.DuplicateFrom(&m_app.Document().GetLayer(0)->m_image);
+    }
+    CToolBar& Bar() { return *m_frame->ToolBar(); }
+    CToolManager& Manager() { return Bar().Manager(); }
+    CSelectionDocument& Sel() { return Bar().Selection(); }
+
+    static void Shot(QWidget* window, const char* name)
+    {
+        if (const char* dir = std::getenv("VM_SCREENSHOT_DIR"))
+            window->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
+    }
+    // Through the method dialog's button of `method`.
+    void EnterWith(uint32_t method)
+    {
+        OnDialogShown<CMethodDlg>([method](CMethodDlg* d) {
+            Shot(d, "method-dialog.png");
+            d->Button(method)->click();
+        });
+        m_frame->OnCommand(cmd::kConfirmReturn);
+    }
+    // Selection mode with the contour method and a result: the left half kept, the right half gone.
+    void EnterWithResult()
+    {
+        EnterWith(kMethodInOut);
+        ASSERT_TRUE(m_frame->IsSelectionMode());
+        COLChannel& mask = *Sel().GetResultMask();
+        ASSERT_EQ(mask.Create(120, 90), kOk);
+        for (uint32_t y = 0; y < 90; ++y)
+            for (uint32_t x = 0; x < 120; ++x) mask.SetValue(x, y, x < 60 ? 255 : 0);
+        m_mask = Bytes(mask);
+        Manager().UpdateBars();
+    }
+    // The wizard's button of `action`, with the keep box as given.
+    void Leave(EBringBack action, bool keep = false)
+    {
+        OnDialogShown<CResultWizard>([action, keep](CResultWizard* w) {
+            Shot(w, "result-wizard.png");
+            w->KeepBox()->setChecked(keep);
+            w->Button(action)->click();
+        });
+        m_frame->OnCommand(cmd::kConfirmReturn);
+    }
+    std::vector<uint8_t> Alpha(const COLImage& image)
+    {
+        std::vector<uint8_t> a;
+        for (size_t i = 0; i < image.GetPixelCount(); ++i) a.push_back(image.GetBuffer()[i].alpha);
+        return a;
+    }
+
+    // The copy of the cut-out as the history stores it, trimmed to what it shows: the photo's kept left half,
+    // opaque, at (x, y).
+    void ExpectKeptHalf(const CLayer& copy, int x, int y)
+    {
+        EXPECT_EQ(std::make_pair(copy.m_x, copy.m_y), std::make_pair(x, y));
+        ASSERT_EQ(std::make_pair(copy.m_image.GetWidth(), copy.m_image.GetHeight()), std::make_pair(60u, 90u));
+        for (uint32_t py = 0; py < 90; ++py)
+            for (uint32_t px = 0; px < 60; ++px)
+                ASSERT_EQ(copy.m_image.GetPixel2(px, py).Word(), m_photo.GetPixel2(px, py).Word()) << px << "," << py;
+    }
+
+    std::vector<uint8_t> m_mask;
+    COLImage m_photo;
+};
+
+} // namespace
+
+TEST_F(WizardsInFrame, TheMethodDialogChoosesTheWayIn)
+{
+    OpenPicture();
+    // Cancel stays in compose mode.
+    OnDialogShown<CMethodDlg>([](CMethodDlg* d) { d->reject(); });
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    EXPECT_FALSE(m_frame->IsSelectionMode());
+
+    EnterWith(kMethodChroma);
+    ASSERT_TRUE(m_frame->IsSelectionMode());
+    EXPECT_EQ(Manager().GetMethod(), uint32_t(kMethodChroma));
+    EXPECT_TRUE(m_frame->BlueTab()->isVisible());
+    EXPECT_EQ(Manager().GetCurrentTool(), &Manager().GetBkPickerTool());
+    ASSERT_TRUE(selmode::CancelReturn(Bar(), m_services));
+
+    EnterWith(kMethodDirect);
+    ASSERT_TRUE(m_frame->IsSelectionMode());
+    EXPECT_EQ(Manager().GetMethod(), uint32_t(kMethodDirect));
+    ASSERT_TRUE(selmode::CancelReturn(Bar(), m_services));
+
+    // The batch choice opens the batch dialog over the photo; closing it leaves the document in compose mode.
+    bool batchShown = false;
+    SetBatchDialogHook([&](CBatchDlg& dlg) {
+        batchShown = true;
+        QTimer::singleShot(0, &dlg, [d = &dlg] { d->close(); });
+    });
+    EnterWith(CMethodDlg::kBatch);
+    EXPECT_TRUE(batchShown);
+    EXPECT_FALSE(m_frame->IsSelectionMode());
+}
+
+TEST_F(WizardsInFrame, ClosingTheWizardStaysAndDiscardLeavesWithoutAStep)
+{
+    OpenPicture();
+    EnterWithResult();
+    const int steps = m_app.ComposeHistory()->GetCount();
+    OnDialogShown<CResultWizard>([](CResultWizard* w) { w->reject(); });
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    EXPECT_TRUE(m_frame->IsSelectionMode());
+    EXPECT_EQ(Bytes(*Sel().GetResultMask()), m_mask);
+
+    OnDialogShown<CResultWizard>([](CResultWizard* w) {
+        w->findChild<QPushButton*>(QStringLiteral("wizdiscard"))->click();
+    });
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    EXPECT_FALSE(m_frame->IsSelectionMode());
+    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps);
+    EXPECT_EQ(Alpha(m_app.Document().GetLayer(0)->m_image), std::vector<uint8_t>(120 * 90, 255));
+}
+
+TEST_F(WizardsInFrame, OnTheBaseDeletingTheBackgroundWarnsAndCopies)
+{
+    OpenPicture();
+    EnterWithResult();
+    const int steps = m_app.ComposeHistory()->GetCount();
+    m_services.messages.clear();
+    Leave(EBringBack::kApply, true);
+    ASSERT_FALSE(m_frame->IsSelectionMode());
+    EXPECT_EQ(m_services.messages, std::vector<std::string>{GetString("isbkwarning")});
+    CComposeDocument& doc = m_app.Document();
+    ASSERT_EQ(doc.GetLayerCount(), 2);
+    EXPECT_EQ(doc.GetCurrentIndex(), 1);
+    ExpectKeptHalf(*doc.GetLayer(1), 10, 10);
+    EXPECT_EQ(Alpha(doc.GetLayer(0)->m_image), std::vector<uint8_t>(120 * 90, 255)); // the base keeps its pixels
+    EXPECT_EQ(Bytes(doc.GetSelectionMask()), m_mask); // "Keep the selection" was ticked
+    // One step holds it all.
+    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps + 1);
+    m_frame->OnCommand(cmd::kUndo);
+    EXPECT_EQ(doc.GetLayerCount(), 1);
+}
+
+TEST_F(WizardsInFrame, ChangeBackgroundAsksForAPictureAndHandsOverToTheTransformTool)
+{
+    OpenPicture();
+    EnterWithResult();
+    // A cancelled file dialog and an unreadable file keep the wizard up; the third answer is a picture.
+    const std::string broken = m_dir.File("broken.png");
+    { std::FILE* f = std::fopen(broken.c_str(), "wb"); std::fputs("not a picture", f); std::fclose(f); }
+    const std::string backdrop = WritePicture("backdrop.png", 200, 150, 8);
+    int shown = 0;
+    OnDialogShown<CResultWizard>([&](CResultWizard* w) {
+        QToolButton* change = w->Button(EBringBack::kChangeBackground);
+        change->click(); // cancelled
+        ++shown;
+        m_services.openPaths.push_back(broken);
+        change->click();
+        shown += w->isVisible();
+        m_services.openPaths.push_back(backdrop);
+        change->click();
+    });
+    m_services.messages.clear();
+    m_frame->OnCommand(cmd::kConfirmReturn);
+    EXPECT_EQ(shown, 2);
+    EXPECT_EQ(m_services.messages, std::vector<std::string>{GetString("can't open")});
+    ASSERT_FALSE(m_frame->IsSelectionMode());
+    CComposeDocument& doc = m_app.Document();
+    EXPECT_EQ(std::make_pair(doc.GetWidth(), doc.GetHeight()), std::make_pair(200, 150));
+    COLImage picture;
+    ASSERT_NE(COLImageCodec().LoadFile(backdrop.c_str(), &picture), 0);
+    EXPECT_EQ(Bytes(doc.GetLayer(0)->m_image), Bytes(picture));
+    ASSERT_EQ(doc.GetLayerCount(), 2);
+    ExpectKeptHalf(*doc.GetLayer(1), 40 + 10, 30 + 10); // centred on the grown canvas, then 10 aside
+    EXPECT_EQ(Manager().GetCurrentTool(), &Manager().GetTransformTool());
+}
+
+TEST_F(WizardsInFrame, AResultThatKeepsEverythingLeavesWithoutAsking)
+{
+    OpenPicture();
+    EnterWith(kMethodInOut);
+    ASSERT_EQ(Sel().GetResultMask()->Create(120, 90), kOk);
+    std::fill_n(Sel().GetResultMask()->GetBuffer(), 120 * 90, uint8_t(255));
+    const int steps = m_app.ComposeHistory()->GetCount();
+    m_frame->OnCommand(cmd::kConfirmReturn); // a wizard would block here
+    EXPECT_FALSE(m_frame->IsSelectionMode());
+    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps);
+    EXPECT_EQ(m_app.Document().GetLayerCount(), 1);
+}
+
+TEST_F(WizardsInFrame, TheBatchReviewKeysWithThePagesSettings)
+{
+    // A green backdrop whose hue drifts across the picture, so that the strength decides how much of it goes.
+    COLImage green;
+    ASSERT_EQ(green.Create(96, 64), kOk);
+    for (uint32_t y = 0; y < 64; ++y)
+        for (uint32_t x = 0; x < 96; ++x)
+            green.PutPixel(x, y, CPixel::Make(uint8_t(x * 2), uint8_t(200 - y), uint8_t(x < 40 ? 20 : 3 * x - 100), 255));
+    const std::string photo = m_dir.File("green.png");
+    ASSERT_NE(COLImageCodec().SaveFileWithAlpha(photo.c_str(), &green), 0);
+    m_services.openPaths.push_back(photo);
+    m_frame->OnCommand(cmd::kOpen);
+    const std::vector<std::string> photos = {m_dir.File("green2.png")}; // the open photo comes first, then this
+    ASSERT_NE(COLImageCodec().SaveFileWithAlpha(photos[0].c_str(), &green), 0);
+    const std::string out = m_dir.File("reviewed");
+    std::filesystem::create_directories(out);
+    SetBatchDialogHook([&](CBatchDlg& dlg) {
+        dlg.AddFiles(photos);
+        dlg.FolderEdit()->setText(QString::fromStdString(out));
+        QTimer::singleShot(0, &dlg, [d = &dlg] { d->Continue(); });
+    });
+    EnterWith(CMethodDlg::kBatch);
+    CBatchReview* review = CurrentBatchReview();
+    ASSERT_NE(review, nullptr);
+    ASSERT_TRUE(WaitFor([&] { return review->NextButton()->isEnabled(); }));
+    EXPECT_EQ(Bytes(*Sel().GetSourceImage()), Bytes(m_app.Document().GetLayer(0)->m_image));
+    // A change on the page holds for the photos that follow.
+    m_frame->BlueTab()->StrengthSlider()->setValue(80);
+    ChromaKeySettings page = m_frame->BlueTab()->Picker().CurrentSettings();
+    ASSERT_NE(page.params.strength, ChromaKeySettings{}.params.strength);
+    ASSERT_TRUE(WaitFor([&] { return !m_frame->BlueTab()->Preview().IsRunning(); }));
+    QTest::mouseClick(review->NextButton(), Qt::LeftButton);
+    ASSERT_TRUE(WaitFor([&] { return review->Index() == 1 && review->NextButton()->isEnabled(); }));
+    COLImage source, expected;
+    ASSERT_NE(COLImageCodec().LoadFile(photos[0].c_str(), &source), 0);
+    page.params.backdrop = batchkey::ColourOfFile(source, batchkey::Settings{});
+    ASSERT_EQ(RunBackdropKey(page, source, expected), kOk);
+    ChromaKeySettings plain;
+    plain.params.backdrop = page.params.backdrop;
+    COLImage withDefaults;
+    ASSERT_EQ(RunBackdropKey(plain, source, withDefaults), kOk);
+    ASSERT_NE(Bytes(withDefaults), Bytes(expected)); // the photo tells the two records apart
+    EXPECT_EQ(Bytes(*Sel().GetWorkingImage()), Bytes(expected));
+}
