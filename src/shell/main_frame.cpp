@@ -818,6 +818,8 @@ bool CMainFrame::OpenDocumentAt(const std::string& path)
         return false;
     }
     AfterOpen();
+    // Asked once the window shows the picture, so that the question stands over it.
+    QTimer::singleShot(0, this, [this] { RunAfterOpenWizard(); });
     return true;
 }
 

@@ -184,6 +184,8 @@ private:
     // The large button in compose mode: the method question, then the way into selection mode it chose.
     void OnCreateSelection();
     void OnBatchKey();
+    // The after-open question for a picture just opened as the first layer (not for a host's picture).
+    void RunAfterOpenWizard();
     void OnRefinedEdges();
     // Plug-in mode's end of the selection work, with the result (true) or without; true when the program is to
     // end (host_return.cpp).

@@ -202,3 +202,23 @@ void CMainFrame::OnBatchKey()
     RunBatchKey(this, m_app, *m_pToolBar, m_pView, *m_pServices, DocumentPath(),
                 [page] { return page->Picker().CurrentSettings(); });
 }
+
+void CMainFrame::RunAfterOpenWizard()
+{
+    CComposeDocument& doc = m_app.Document();
+    if (m_hostMode || !m_pToolBar || IsSelectionMode() || doc.GetLayerCount() != 1 ||
+        m_app.GetProfileInt("AfterOpenWizard") == 0)
+        return;
+    CAfterOpenDlg dialog(this, [this, &doc] {
+        const int before = doc.GetLayerCount();
+        OnOpenLayer();
+        if (doc.GetLayerCount() <= before) return false;
+        ShowMessage("isbktip");
+        return true;
+    });
+    dialog.onDontAsk = [this](bool dontAsk) { m_app.SetProfileInt("AfterOpenWizard", dontAsk ? 0 : 1); };
+    RunAfterOpenDialog(dialog);
+    if (dialog.Answer() != CAfterOpenDlg::kForeground) return;
+    ShowMessage("isforetip");
+    OnCommand(cmd::kConfirmReturn); // the method question follows
+}

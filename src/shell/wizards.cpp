@@ -42,6 +42,64 @@ QToolButton* PictureButton(QWidget* parent, const char* name, const char* captio
 
 } // namespace
 
+// ---- CAfterOpenDlg -----------------------------------------------------------------------------------------------
+
+namespace {
+std::function<void(CAfterOpenDlg&)>& AfterOpenHook()
+{
+    static std::function<void(CAfterOpenDlg&)> hook;
+    return hook;
+}
+} // namespace
+
+CAfterOpenDlg::CAfterOpenDlg(QWidget* parent, std::function<bool()> openForeground)
+    : QDialog(parent), m_openForeground(std::move(openForeground))
+{
+    setWindowTitle(Text("afteropendlg"));
+    m_pForeground = PictureButton(this, "afterfore", "afterfore", "delbk.png", nullptr);
+    m_pBackground = PictureButton(this, "afterback", "afterback", "chbk.png", nullptr);
+    connect(m_pForeground, &QToolButton::clicked, this, [this] {
+        m_answer = kForeground;
+        accept();
+    });
+    connect(m_pBackground, &QToolButton::clicked, this, [this] {
+        if (!m_openForeground || !m_openForeground()) return; // nothing opened: the question stays
+        m_answer = kBackground;
+        accept();
+    });
+    auto* self = new QPushButton(Text("afterself"), this);
+    self->setObjectName(QStringLiteral("afterself"));
+    connect(self, &QPushButton::clicked, this, &QDialog::reject);
+    m_pDontAsk = new QCheckBox(Text("afterdontask"), this);
+    m_pDontAsk->setObjectName(QStringLiteral("afterdontask"));
+    connect(m_pDontAsk, &QCheckBox::clicked, this, [this](bool checked) {
+        if (onDontAsk) onDontAsk(checked);
+    });
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(m_pForeground);
+    buttons->addWidget(m_pBackground);
+    auto* bottom = new QHBoxLayout;
+    bottom->addWidget(m_pDontAsk);
+    bottom->addStretch(1);
+    bottom->addWidget(self);
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(buttons);
+    layout->addLayout(bottom);
+}
+
+void SetAfterOpenHook(std::function<void(CAfterOpenDlg&)> hook)
+{
+    AfterOpenHook() = std::move(hook);
+}
+
+void RunAfterOpenDialog(CAfterOpenDlg& dialog)
+{
+    if (AfterOpenHook())
+        AfterOpenHook()(dialog);
+    else
+        dialog.exec();
+}
+
 // ---- CMethodDlg -------------------------------------------------------------------------------------------------
 
 CMethodDlg::CMethodDlg(QWidget* parent) : QDialog(parent)

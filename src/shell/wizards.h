@@ -10,6 +10,33 @@ class QToolButton;
 // The two questions that lead a user through a cut-out: which method to use before selection mode starts, and
 // what becomes of the finished cut-out when it ends. Both are plain dialogs of large picture buttons with a tip.
 
+// "A new document is open": asked once a picture has been opened as the first layer, while the "AfterOpenWizard"
+// switch is on. The foreground answer leads on to the cut-out; the background answer opens the foreground picture
+// as a new layer (openForeground; false keeps the dialog up, as a cancelled file dialog does); the third closes.
+class CAfterOpenDlg : public QDialog {
+    Q_OBJECT
+public:
+    enum EAnswer { kNone, kForeground, kBackground };
+    CAfterOpenDlg(QWidget* parent, std::function<bool()> openForeground);
+    EAnswer Answer() const { return m_answer; }
+    QToolButton* ForegroundButton() const { return m_pForeground; }
+    QToolButton* BackgroundButton() const { return m_pBackground; }
+    QCheckBox* DontAskBox() const { return m_pDontAsk; }
+    // Each click on the box: true when the question is not to come again.
+    std::function<void(bool dontAsk)> onDontAsk;
+
+private:
+    std::function<bool()> m_openForeground;
+    EAnswer m_answer = kNone;
+    QToolButton* m_pForeground = nullptr;
+    QToolButton* m_pBackground = nullptr;
+    QCheckBox* m_pDontAsk = nullptr;
+};
+
+// Tests drive the after-open question through a hook that takes the place of exec (null: the dialog runs).
+void SetAfterOpenHook(std::function<void(CAfterOpenDlg&)> hook);
+void RunAfterOpenDialog(CAfterOpenDlg& dialog);
+
 // "Choose how to cut out": the answer is a selection method (1 chroma key, 2 inner and outer contours,
 // 4 segmentation help) or 3 for a batch of photos on one backdrop. Cancel leaves Method() at 0.
 class CMethodDlg : public QDialog {

@@ -38,6 +38,7 @@ protected:
         selmode::SetMethodChooser([](QWidget*) { return uint32_t(kMethodInOut); });
         selmode::SetBringBackChooser(nullptr);
         SetBatchDialogHook(nullptr);
+        SetAfterOpenHook([](CAfterOpenDlg&) {});
     }
 
     std::string WritePicture(const char* name, uint32_t w, uint32_t h, uint32_t seed)
@@ -281,4 +282,47 @@ TEST_F(WizardsInFrame, TheBatchReviewKeysWithThePagesSettings)
     ASSERT_EQ(RunBackdropKey(plain, source, withDefaults), kOk);
     ASSERT_NE(Bytes(withDefaults), Bytes(expected)); // the photo tells the two records apart
     EXPECT_EQ(Bytes(*Sel().GetWorkingImage()), Bytes(expected));
+}
+
+TEST_F(WizardsInFrame, TheAfterOpenQuestionLeadsOnOrOpensTheForeground)
+{
+    // "This is the background": a cancelled file dialog keeps the question up; a picture becomes the second layer.
+    const std::string foreground = WritePicture("fore.png", 50, 40, 21);
+    int asked = 0;
+    SetAfterOpenHook([&](CAfterOpenDlg& d) {
+        ++asked;
+        d.BackgroundButton()->click();
+        EXPECT_EQ(d.Answer(), CAfterOpenDlg::kNone);
+        m_services.openPaths.push_back(foreground);
+        d.BackgroundButton()->click();
+        EXPECT_EQ(d.Answer(), CAfterOpenDlg::kBackground);
+    });
+    OpenPicture();
+    ASSERT_TRUE(WaitFor([&] { return asked == 1; }));
+    EXPECT_EQ(m_app.Document().GetLayerCount(), 2);
+    EXPECT_EQ(m_services.messages.back(), GetString("isbktip"));
+
+    // "This is the foreground" goes on to the method question and into selection mode.
+    selmode::SetMethodChooser([](QWidget*) { return uint32_t(kMethodInOut); });
+    SetAfterOpenHook([&](CAfterOpenDlg& d) {
+        ++asked;
+        d.ForegroundButton()->click();
+    });
+    OpenPicture();
+    ASSERT_TRUE(WaitFor([&] { return m_frame->IsSelectionMode(); }));
+    EXPECT_EQ(asked, 2);
+    EXPECT_EQ(m_services.messages.back(), GetString("isforetip"));
+    ASSERT_TRUE(selmode::CancelReturn(Bar(), m_services));
+
+    // "Don't ask me again" holds for the next picture.
+    SetAfterOpenHook([&](CAfterOpenDlg& d) {
+        ++asked;
+        d.DontAskBox()->click();
+    });
+    OpenPicture();
+    ASSERT_TRUE(WaitFor([&] { return asked == 3; }));
+    EXPECT_EQ(m_app.GetProfileInt("AfterOpenWizard"), 0);
+    OpenPicture();
+    QTest::qWait(50);
+    EXPECT_EQ(asked, 3);
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "shell/selection_mode.h"
+#include "shell/wizards.h"
 #include "tools/tool_manager.h"
 
 // Window tests need an application object; listing the tests (done at build time, without a display) must not
@@ -16,5 +17,7 @@ int main(int argc, char** argv)
     // The large button asks for a method first; window tests that press it go on with the contour method. The
     // method dialog's own test puts the real dialog back.
     selmode::SetMethodChooser([](QWidget*) { return uint32_t(kMethodInOut); });
+    // The question after opening a picture is left unanswered, as a user closing it would.
+    SetAfterOpenHook([](CAfterOpenDlg&) {});
     return RUN_ALL_TESTS();
 }
