@@ -8,7 +8,10 @@
 
 // ---- CInjectTool ------------------------------------------------------------------------------------------------
 
-CInjectTool::CInjectTool(CToolContext* context) : CToolBase(context, "injecttip", "injecthelp", 233) {}
+CInjectTool::CInjectTool(CToolContext* context) : CToolBase(context, "injecttip", "injecthelp", 233)
+{
+    m_pOptionPanel = &m_panel;
+}
 
 int CInjectTool::OnActivate()
 {

@@ -19,6 +19,9 @@ public:
 
     // Whether a click at the image point would add it (inner(p) already 255 counts as accepted).
     bool Accepts(int x, int y) const;
+
+private:
+    CNullNormalProperty m_panel;
 };
 
 // The zoom tool's setting: what a click does.

@@ -920,6 +920,7 @@ bool CTransformTool::ApplyFrame()
 
 CMoveTool::CMoveTool(CToolContext* context) : CToolBase(context, "movtooltip", "movtoolhelp", 208)
 {
+    m_pOptionPanel = &m_panel;
     m_cursor = kCursorMove;
 }
 

@@ -206,6 +206,7 @@ private:
     bool HasSelection() const;
     void NoteGeneration();
 
+    CNullNormalProperty m_panel;
     CLayer* m_pMoving = nullptr;
     uint32_t m_generation = 0;
     CViewPoint m_last;

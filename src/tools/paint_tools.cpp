@@ -495,7 +495,10 @@ void CPlaneBrushTool::OnStrokeEnd()
 
 // --- Colour picker ------------------------------------------------------------------------------------------------
 
-CPickerTool::CPickerTool(CToolContext* context) : CToolBase(context, "pickertip", "pickerhelp", 179) {}
+CPickerTool::CPickerTool(CToolContext* context) : CToolBase(context, "pickertip", "pickerhelp", 179)
+{
+    m_pOptionPanel = &m_panel;
+}
 
 int CPickerTool::OnLButtonDown(uint32_t, int x, int y)
 {

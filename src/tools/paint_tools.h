@@ -144,4 +144,7 @@ public:
     explicit CPickerTool(CToolContext* context);
     int OnLButtonDown(uint32_t flags, int x, int y) override;
     int OnSetCursor(int, int, int, int, int, int) override;
+
+private:
+    CNullNormalProperty m_panel;
 };

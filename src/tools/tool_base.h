@@ -104,6 +104,10 @@ protected:
     }
 };
 
+// The panel of a tool that has no settings (move, colour picker, inject): an empty form, so that choosing the tool
+// clears the option area of the previous tool's controls.
+class CNullNormalProperty : public CToolOptions {};
+
 // A line of the overlay, in canvas client pixels.
 struct OverlayLine {
     int32_t x0, y0, x1, y1;
