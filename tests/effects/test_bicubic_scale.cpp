@@ -8,6 +8,7 @@
 #include "filters/resample.h"
 #include "imaging/codec.h"
 #include "support/runtime_limits.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 namespace {
@@ -222,8 +223,7 @@ TEST(ScaleImage, UnknownMethodLeavesTheTargetAlone)
     COLImage src, out;
     vmtest::FillNoise(src, 4, 4, 5);
     vmtest::FillNoise(out, 2, 3, 6);
-    COLImage before;
-    before.DuplicateFrom(&out);
+    COLImage before = vmtest::Copy(out);
     EXPECT_EQ(ScaleImage(src, out, 8, 8, 3), 1);
     EXPECT_TRUE(vmtest::SamePixels(out, before));
 }
