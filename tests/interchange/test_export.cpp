@@ -6,6 +6,7 @@
 #include "imaging/codec.h"
 #include "imaging/image.h"
 #include "interchange/export.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 namespace {
@@ -31,10 +32,9 @@ std::vector<std::string> Extensions(const ExportFormat& f)
 // A smooth picture (JPEG keeps it close) with a transparent band.
 void MakePicture(COLImage& image)
 {
-    ASSERT_EQ(image.Create(24, 16), kOk);
-    for (uint32_t y = 0; y < 16; ++y)
-        for (uint32_t x = 0; x < 24; ++x)
-            image.PutPixel(x, y, CPixel::Make(uint8_t(40 + x * 4), uint8_t(90 + y * 3), 120, y < 4 ? 0 : 255));
+    image = vmtest::Picture(24, 16, [](uint32_t x, uint32_t y) {
+        return CPixel::Make(uint8_t(40 + x * 4), uint8_t(90 + y * 3), 120, y < 4 ? 0 : 255);
+    });
 }
 
 TEST(Export, EveryExtensionOfTheTableWritesItsFormat)
