@@ -7,8 +7,8 @@
 #include "effects/image_size.h"
 #include "filters/resample.h"
 #include "imaging/codec.h"
-#include "support/runtime_limits.h"
 #include "support/engine_checks.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

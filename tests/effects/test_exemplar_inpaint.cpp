@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "effects/exemplar_inpaint.h"
-#include "support/runtime_limits.h"
 #include "support/engine_checks.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

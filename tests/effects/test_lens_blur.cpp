@@ -8,8 +8,8 @@
 #include "filters/resample.h"
 #include "imaging/codec.h"
 #include "matting/gaussian.h"
-#include "support/runtime_limits.h"
 #include "support/engine_checks.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

@@ -6,8 +6,8 @@
 #include "effects/selection_modifiers.h"
 #include "matting/gaussian.h"
 #include "runtime/status.h"
-#include "support/runtime_limits.h"
 #include "support/engine_checks.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

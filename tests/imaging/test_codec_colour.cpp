@@ -6,8 +6,8 @@
 
 #include "codec_test_util.h"
 #include "imaging/codec.h"
-#include "support/runtime_limits.h"
 #include "support/engine_checks.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

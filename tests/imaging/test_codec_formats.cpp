@@ -11,9 +11,9 @@
 #include "codec_test_util.h"
 #include "imaging/codec.h"
 #include "imaging/codec_formats.h"
-#include "support/runtime_limits.h"
 #include "support/engine_checks.h"
 #include "support/full_disk.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 using codectest::MakePattern;

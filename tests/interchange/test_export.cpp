@@ -30,9 +30,9 @@ std::vector<std::string> Extensions(const ExportFormat& f)
 }
 
 // A smooth picture (JPEG keeps it close) with a transparent band.
-void MakePicture(COLImage& image)
+COLImage MakePicture()
 {
-    image = vmtest::Picture(24, 16, [](uint32_t x, uint32_t y) {
+    return vmtest::Picture(24, 16, [](uint32_t x, uint32_t y) {
         return CPixel::Make(uint8_t(40 + x * 4), uint8_t(90 + y * 3), 120, y < 4 ? 0 : 255);
     });
 }
@@ -40,8 +40,7 @@ void MakePicture(COLImage& image)
 TEST(Export, EveryExtensionOfTheTableWritesItsFormat)
 {
     vmtest::TempDir dir;
-    COLImage source;
-    MakePicture(source);
+    const COLImage source = MakePicture();
     ASSERT_EQ(ExportFormatCount(), kTypeOfFormat.size());
     for (size_t i = 0; i < ExportFormatCount(); ++i) {
         const ExportFormat& format = GetExportFormat(i);
@@ -72,8 +71,7 @@ TEST(Export, EveryExtensionOfTheTableWritesItsFormat)
 TEST(Export, NamesWithoutAWriter)
 {
     vmtest::TempDir dir;
-    COLImage source;
-    MakePicture(source);
+    const COLImage source = MakePicture();
     for (const char* name : {"picture", ".png", "picture.gif", "picture.png.bak", "shot.jpg jpeg", "folder.png/"}) {
         SCOPED_TRACE(name);
         EXPECT_EQ(FindExportFormat(dir.File(name)), nullptr);
@@ -100,8 +98,7 @@ TEST(Export, AButtonsFormatNamesAFileThatHasNone)
 TEST(Export, FailuresLeaveNothingBehind)
 {
     vmtest::TempDir dir;
-    COLImage source, empty;
-    MakePicture(source);
+    const COLImage source = MakePicture(), empty;
     EXPECT_EQ(ExportPicture(dir.File("none.png"), empty), EExportResult::kNothingToWrite);
     EXPECT_FALSE(std::filesystem::exists(dir.File("none.png")));
     EXPECT_EQ(ExportPicture(dir.File("no/such/folder/x.tif"), source), EExportResult::kWriteFailed);

@@ -9,8 +9,8 @@
 #include "matting/contour_matting.h"
 #include "matting/gaussian.h"
 #include "runtime/parallel_for.h"
-#include "support/runtime_limits.h"
 #include "support/engine_checks.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include "imaging/codec.h"
 #include "matting/hue_key.h"
 #include "runtime/parallel_for.h"
-#include "support/runtime_limits.h"
 #include "support/engine_checks.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

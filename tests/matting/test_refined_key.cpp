@@ -13,8 +13,8 @@
 #include "matting/chroma_key.h"
 #include "matting/refined_key.h"
 #include "support/engine_checks.h"
-#include "support/runtime_limits.h"
 #include "support/engine_checks.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include "matting/gaussian.h"
 #include "filters/resample.h"
 #include "matting/segment.h"
-#include "support/runtime_limits.h"
 #include "support/engine_checks.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {

@@ -158,13 +158,9 @@ TEST(SmartAdjustMath, PositionOnTheLineBetweenTheReferences)
 TEST_F(SmartAdjustTest, CurveIsZeroToThirtyTwoThenARampToTwoHundredTwentyFour)
 {
     const uint8_t* curve = tool->GetCurve();
-    EXPECT_EQ(curve[0], 0);
-    EXPECT_EQ(curve[32], 0);
-    EXPECT_EQ(curve[33], 1); // 255 / 192
-    EXPECT_EQ(curve[128], 127);
-    EXPECT_EQ(curve[223], 253);
-    EXPECT_EQ(curve[224], 255);
-    EXPECT_EQ(curve[255], 255);
+    // {position, value}: 33 gives 255 / 192.
+    const int at[][2] = {{0, 0}, {32, 0}, {33, 1}, {128, 127}, {223, 253}, {224, 255}, {255, 255}};
+    for (const auto& c : at) EXPECT_EQ(curve[c[0]], c[1]) << c[0];
 }
 
 TEST_F(SmartAdjustTest, ClicksInTheContoursPickTheReferencesThenAStrokeFollowsTheColours)
