@@ -24,8 +24,8 @@ struct InpaintDocument {
             picture.GetBuffer()[i].alpha = 255;
         doc.GetLayer(0)->m_image = std::move(picture);
         original = vmtest::Copy(doc.GetLayer(0)->m_image);
-        doc.GetSelectionMask() = vmtest::PlaneOf(
-            72, 56, [&](int x, int y) { return x >= hx0 && x < hx1 && y >= hy0 && y < hy1 ? 255 : 0; });
+        doc.GetSelectionMask() =
+            vmtest::PlaneOf(72, 56, [&](int x, int y) { return x >= hx0 && x < hx1 && y >= hy0 && y < hy1 ? 255 : 0; });
     }
 };
 

@@ -19,7 +19,8 @@ template <class F> COLImage Picture(uint32_t w, uint32_t h, F at)
     COLImage img;
     img.Create(w, h);
     for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x) img.PutPixel(x, y, at(x, y));
+        for (uint32_t x = 0; x < w; ++x)
+            img.PutPixel(x, y, at(x, y));
     return img;
 }
 
@@ -29,7 +30,8 @@ template <class F> COLChannel PlaneOf(uint32_t w, uint32_t h, F at)
     COLChannel plane;
     plane.Create(w, h);
     for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x) plane.SetValue(x, y, uint8_t(at(x, y)));
+        for (uint32_t x = 0; x < w; ++x)
+            plane.SetValue(x, y, uint8_t(at(x, y)));
     return plane;
 }
 

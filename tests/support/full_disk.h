@@ -28,7 +28,8 @@ template <class F> auto WithFileSizeLimit(rlim_t bytes, F write)
 inline size_t EntryCount(const std::filesystem::path& folder)
 {
     size_t n = 0;
-    for (auto it = std::filesystem::directory_iterator(folder); it != std::filesystem::directory_iterator(); ++it) ++n;
+    for (auto it = std::filesystem::directory_iterator(folder); it != std::filesystem::directory_iterator(); ++it)
+        ++n;
     return n;
 }
 
