@@ -7,6 +7,7 @@
 #include "effects/image_size.h"
 #include "filters/resample.h"
 #include "imaging/codec.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -222,8 +223,7 @@ TEST(ScaleImage, UnknownMethodLeavesTheTargetAlone)
     COLImage src, out;
     vmtest::FillNoise(src, 4, 4, 5);
     vmtest::FillNoise(out, 2, 3, 6);
-    COLImage before;
-    before.DuplicateFrom(&out);
+    COLImage before = vmtest::Copy(out);
     EXPECT_EQ(ScaleImage(src, out, 8, 8, 3), 1);
     EXPECT_TRUE(vmtest::SamePixels(out, before));
 }

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "effects/exemplar_inpaint.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -31,14 +32,20 @@ void MakeEdgePicture(COLImage& image, int side)
 }
 
 // A disc of hole over the picture's centre, on the edge.
-void MakeDiscMask(COLChannel& mask, int side, int cx, int cy, int radius)
+COLChannel DiscMask(int side, int cx, int cy, int radius)
 {
-    mask.Create(uint32_t(side), uint32_t(side));
-    std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
-    for (int y = 0; y < side; ++y)
-        for (int x = 0; x < side; ++x)
-            if ((x - cx) * (x - cx) + (y - cy) * (y - cy) <= radius * radius)
-                mask.SetValue(uint32_t(x), uint32_t(y), 255);
+    return vmtest::PlaneOf(uint32_t(side), uint32_t(side), [&](int x, int y) {
+        return (x - cx) * (x - cx) + (y - cy) * (y - cy) <= radius * radius ? 255 : 0;
+    });
+}
+
+// The picture with the colour of every hole pixel painted magenta, which must not survive the fill; alpha stays.
+COLImage Damaged(const COLImage& truth, const COLChannel& mask)
+{
+    COLImage damaged = vmtest::Copy(truth);
+    for (uint32_t i = 0; i < damaged.GetPixelCount(); ++i)
+        if (mask.GetBuffer()[i] > 127) damaged.GetBuffer()[i] = vmtest::Rgb(255, 0, 255, damaged.GetBuffer()[i].alpha);
+    return damaged;
 }
 
 // The plain fill a structure-aware method must beat: every hole pixel relaxed to the mean of its four neighbours
@@ -112,15 +119,10 @@ void ExpectConfined(const COLImage& result, const COLImage& src, const COLChanne
 
 TEST(ExemplarInpaint, RestoresAStraightEdgeBetterThanDiffusion)
 {
-    COLImage truth, damaged, result, diffused;
+    COLImage truth, result, diffused;
     MakeEdgePicture(truth, kSide);
-    COLChannel mask;
-    MakeDiscMask(mask, kSide, 48, 49, 13);
-    // The hole holds something else entirely, which must not survive.
-    damaged.DuplicateFrom(&truth);
-    for (uint32_t y = 0; y < kSide; ++y)
-        for (uint32_t x = 0; x < kSide; ++x)
-            if (mask.GetValue(x, y) > 127) damaged.GetBuffer(x, y)->red = 255, damaged.GetBuffer(x, y)->blue = 255;
+    const COLChannel mask = DiscMask(kSide, 48, 49, 13);
+    COLImage damaged = Damaged(truth, mask);
 
     ExemplarInpaintParams params;
     params.mask = &mask;
@@ -164,12 +166,8 @@ TEST(ExemplarInpaint, SameBytesAtEverySplitAndInPlace)
                 p->green = uint8_t((p->green + l.green + u.green) / 3);
                 p->blue = uint8_t((p->blue + l.blue + u.blue) / 3);
             }
-    COLChannel mask;
-    mask.Create(120, 90);
-    std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
-    for (uint32_t y = 30; y < 62; ++y)
-        for (uint32_t x = 40; x < 85; ++x)
-            mask.SetValue(x, y, 200);
+    const COLChannel mask = vmtest::PlaneOf(
+        120, 90, [](uint32_t x, uint32_t y) { return x >= 40 && x < 85 && y >= 30 && y < 62 ? 200 : 0; });
     ExemplarInpaintParams params;
     params.mask = &mask;
     params.seed = 99;
@@ -180,22 +178,17 @@ TEST(ExemplarInpaint, SameBytesAtEverySplitAndInPlace)
         ASSERT_EQ(ExemplarInpaint(src, mask, again, params), kOk);
         EXPECT_TRUE(vmtest::SamePixels(again, first)) << label;
     });
-    COLImage inPlace;
-    inPlace.DuplicateFrom(&src);
+    COLImage inPlace = vmtest::Copy(src);
     ASSERT_EQ(ExemplarInpaint(inPlace, mask, inPlace, params), kOk);
     EXPECT_TRUE(vmtest::SamePixels(inPlace, first));
 }
 
 TEST(ExemplarInpaint, HoleOnTheBorderIsFilledFromThePicture)
 {
-    COLImage truth, damaged, result;
+    COLImage truth, result;
     MakeEdgePicture(truth, kSide);
-    COLChannel mask;
-    MakeDiscMask(mask, kSide, 0, 70, 16); // cut by the left edge
-    damaged.DuplicateFrom(&truth);
-    for (uint32_t y = 0; y < kSide; ++y)
-        for (uint32_t x = 0; x < kSide; ++x)
-            if (mask.GetValue(x, y) > 127) *damaged.GetBuffer(x, y) = vmtest::Rgb(255, 0, 255);
+    const COLChannel mask = DiscMask(kSide, 0, 70, 16); // cut by the left edge
+    const COLImage damaged = Damaged(truth, mask);
     ExemplarInpaintParams params;
     params.mask = &mask;
     ASSERT_EQ(ExemplarInpaint(damaged, mask, result, params), kOk);
@@ -213,20 +206,17 @@ TEST(ExemplarInpaint, RefusesWhatItCannotFillAndLeavesTheDestination)
     COLImage src, dst;
     vmtest::FillNoise(src, 40, 30, 3);
     vmtest::FillNoise(dst, 5, 5, 4);
-    COLImage before;
-    before.DuplicateFrom(&dst);
+    COLImage before = vmtest::Copy(dst);
     COLChannel mask;
     ExemplarInpaintParams params;
     params.mask = &mask;
     CExemplarInpaintProcess process;
     process.SetImages(&src, &dst);
 
-    mask.Create(41, 30); // another size
-    std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
+    mask = vmtest::Plane(41, 30, 0); // another size
     EXPECT_EQ(process.Process(&params), kExemplarCannotFill);
 
-    mask.Create(40, 30); // a hole of more than a fifth: 241 of 1200 pixels
-    std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
+    mask = vmtest::Plane(40, 30, 0); // a hole of more than a fifth: 241 of 1200 pixels
     std::memset(mask.GetBuffer(), 255, 241);
     EXPECT_EQ(process.Process(&params), kExemplarCannotFill);
     std::memset(mask.GetBuffer(), 128, mask.GetAreaByteSize()); // the whole picture
@@ -247,23 +237,18 @@ TEST(ExemplarInpaint, RefusesWhatItCannotFillAndLeavesTheDestination)
     EXPECT_TRUE(vmtest::SamePixels(dst, src));
 }
 
-void RecordProgress(void* context, uint32_t code, int32_t value)
-{
-    if (code == 1) static_cast<std::vector<int>*>(context)->push_back(value);
-}
-
 TEST(ExemplarInpaint, ReportsProgressAndStopsOnCancel)
 {
     COLImage src, dst;
     MakeEdgePicture(src, kSide);
-    COLChannel mask;
-    MakeDiscMask(mask, kSide, 50, 40, 10);
+    const COLChannel mask = DiscMask(kSide, 50, 40, 10);
     ExemplarInpaintParams params;
     params.mask = &mask;
-    std::vector<int> progress;
+    vmtest::ProgressLog log;
+    const std::vector<int>& progress = log.values;
     CExemplarInpaintProcess process;
     process.SetImages(&src, &dst);
-    process.SetProgressCallback(ProgressCallback{&RecordProgress, &progress});
+    process.SetProgressCallback(log.Callback());
     process.SetProgressRange(10, 30);
     ASSERT_EQ(process.Process(&params), kOk);
     ASSERT_GE(progress.size(), 4u);
@@ -274,8 +259,7 @@ TEST(ExemplarInpaint, ReportsProgressAndStopsOnCancel)
 
     COLImage untouched;
     vmtest::FillNoise(untouched, 3, 3, 1);
-    COLImage before;
-    before.DuplicateFrom(&untouched);
+    COLImage before = vmtest::Copy(untouched);
     process.SetImages(&src, &untouched);
     process.RequestCancel();
     EXPECT_EQ(process.Process(&params), kFail);

@@ -8,6 +8,7 @@
 #include "effects/lens_blur_dialog.h"
 #include "filters/resample.h"
 #include "imaging/codec.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 namespace {
@@ -46,6 +47,14 @@ void ExpectDepth(const DepthMapInput& in, int w, int h)
         for (int x = 0; x < w; ++x)
             ASSERT_EQ(depth.GetValue(x, y), RefDepth(in, x, y, w, h))
                 << x << "," << y << " mode " << in.mode << " focus " << in.focus;
+}
+
+// The picture of the three aperture shapes in the skin.
+COLImage SkinAperture()
+{
+    COLImage picture;
+    EXPECT_EQ(LoadAperturePicture(vmtest::AssetPath("skin/lenblur.png"), picture), "");
+    return picture;
 }
 
 TEST(LensBlurDepth, EachModeAndFocusFollowsTheRules)
@@ -157,13 +166,13 @@ TEST(LensBlurPreview, SizeAndScaledLayers)
 
 TEST(LensBlurAperture, TheSkinHoldsAnOctagonAHexagonAndACircle)
 {
-    COLImage picture;
-    ASSERT_EQ(LoadAperturePicture(vmtest::AssetPath("skin/lenblur.png"), picture), "");
+    const COLImage picture = SkinAperture();
     const double pi = 3.14159265358979;
     // Areas of the three shapes filling the 64 x 64 square: flat-sided octagon, pointed hexagon, circle.
     const double areas[3] = {8 * 32.0 * 32.0 * std::tan(pi / 8), 1.5 * std::sqrt(3.0) * 32 * 32, pi * 32 * 32};
+    COLChannel shapes[3];
     for (int shape = 0; shape < 3; ++shape) {
-        COLChannel a;
+        COLChannel& a = shapes[shape];
         ASSERT_TRUE(ApertureShape(picture, shape, a));
         double sum = 0;
         for (uint32_t y = 0; y < 64; ++y)
@@ -176,10 +185,8 @@ TEST(LensBlurAperture, TheSkinHoldsAnOctagonAHexagonAndACircle)
         EXPECT_EQ(a.GetValue(32, 32), 255);
         EXPECT_EQ(a.GetValue(0, 0), 0);
     }
-    COLChannel octagon, hexagon, circle;
-    ApertureShape(picture, kApertureOctagon, octagon);
-    ApertureShape(picture, kApertureHexagon, hexagon);
-    ApertureShape(picture, kApertureCircle, circle);
+    const COLChannel &octagon = shapes[kApertureOctagon], &hexagon = shapes[kApertureHexagon],
+                     &circle = shapes[kApertureCircle];
     // The octagon's flat sides touch all four edges; the hexagon's do on the left and right only, with points
     // at the top and bottom; the circle touches each edge at one point.
     EXPECT_EQ(octagon.GetValue(26, 0), 255);
@@ -190,7 +197,8 @@ TEST(LensBlurAperture, TheSkinHoldsAnOctagonAHexagonAndACircle)
     EXPECT_LT(circle.GetValue(26, 0), 255);
     EXPECT_EQ(circle.GetValue(31, 1), 255);
     EXPECT_LT(circle.GetValue(0, 37), octagon.GetValue(0, 37));
-    EXPECT_FALSE(ApertureShape(picture, 3, circle));
+    COLChannel none;
+    EXPECT_FALSE(ApertureShape(picture, 3, none));
 }
 
 // A document of one photo-like layer with a foreground block in the middle.
@@ -198,13 +206,6 @@ void MakeDocument(CComposeDocument& doc, int w, int h)
 {
     ASSERT_TRUE(doc.NewDocument(w, h, 0xFF000000));
     vmtest::FillNoise(doc.GetLayer(0)->m_image, uint32_t(w), uint32_t(h), 21);
-}
-
-COLImage SkinAperture()
-{
-    COLImage picture;
-    EXPECT_EQ(LoadAperturePicture(vmtest::AssetPath("skin/lenblur.png"), picture), "");
-    return picture;
 }
 
 TEST(LensBlurDialog, MenuEntryBlursTheLayerWithTheFullSizeDepthAndRecordsTheStep)
@@ -224,8 +225,7 @@ TEST(LensBlurDialog, MenuEntryBlursTheLayerWithTheFullSizeDepthAndRecordsTheStep
     ASSERT_EQ(logic.RunPreview(), kOk);
 
     // The same run by hand: the preview-size depth brought to full size, the slider's radius unscaled.
-    COLImage source;
-    source.DuplicateFrom(&doc.GetLayer(0)->m_image);
+    COLImage source = vmtest::Copy(doc.GetLayer(0)->m_image);
     COLChannel previewDepth, fullDepth;
     DepthMapInput in;
     in.mode = kDepthHorizon;
@@ -301,8 +301,7 @@ TEST(LensBlurDialog, AMaskThatDoesNotFitTheLayerChangesNothing)
     vmtest::FillNoise(upper->m_image, 20, 20, 3);
     doc.SetCurrentIndex(1);
     ASSERT_EQ(doc.GetSelectionMask().Create(60, 40), kOk);
-    COLImage before;
-    before.DuplicateFrom(&upper->m_image);
+    COLImage before = vmtest::Copy(upper->m_image);
     CLensBlurDlgLogic logic;
     logic.settings = WizardEntrySettings();
     ASSERT_TRUE(logic.Init(doc, SkinAperture()));

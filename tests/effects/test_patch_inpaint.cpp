@@ -8,19 +8,13 @@
 #include "filters/resample.h"
 #include "matting/gaussian.h"
 #include "runtime/status.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
 
 using vmtest::Bytes;
-
-bool Blur(const COLChannel& src, COLChannel& dst, double sigma)
-{
-    CGaussianProcess g;
-    g.SetChannels(const_cast<COLChannel*>(&src), &dst);
-    return g.ProcessChannel(&sigma) == kOk;
-}
 
 // The classic block quilting written out step by step as it is told, without any of the engine's shortcuts
 // (no summed table for the known test, no split, the early exit returning twice the best).
@@ -53,9 +47,7 @@ struct RefInpaint {
         const int m = bs / 2 + overlap;
         if (!(left >= m && right <= W - m && top >= m && bottom <= H - m)) return Padded(src, mask, featherMask, dst);
         if (featherMask) {
-            COLChannel soft;
-            EXPECT_TRUE(Blur(mask, soft, bs * 0.16666666666666666));
-            mask.DuplicateFrom(&soft);
+            mask = vmtest::Blurred(mask, bs * 0.16666666666666666);
         }
         overlap = std::min(std::max(overlap, 2), 8);
         ts = bs + 2 * overlap;
@@ -64,7 +56,7 @@ struct RefInpaint {
             known.GetBuffer()[i] = mask.GetBuffer()[i] < 128 ? 255 : 0;
             hole.GetBuffer()[i] = mask.GetBuffer()[i] < 128 ? 0 : 255;
         }
-        EXPECT_TRUE(Blur(hole, ring, overlap * 0.7692307692307692));
+        ring = vmtest::Blurred(hole, overlap * 0.7692307692307692);
         for (int i = 0; i < W * H; ++i)
             ring.GetBuffer()[i] = hole.GetBuffer()[i] ? 0 : (ring.GetBuffer()[i] ? 255 : 0);
         dst.DuplicateFrom(&src);
@@ -104,21 +96,16 @@ struct RefInpaint {
     long Padded(const COLImage& src, const COLChannel& mask, int featherMask, COLImage& dst)
     {
         const int pw = W + 2 * bs, ph = H + 2 * bs, w = W, h = H, b = bs;
-        COLImage psrc, pdst;
-        COLChannel pmask;
-        psrc.Create(pw, ph), pmask.Create(pw, ph);
-        for (int y = 0; y < ph; ++y)
-            for (int x = 0; x < pw; ++x) {
-                const bool inside = x >= b && y >= b && x < b + w && y < b + h;
-                psrc.PutPixel(x, y, inside ? *src.GetBuffer(x - b, y - b) : CPixel::FromWord(0xFF000000u));
-                pmask.SetValue(x, y, inside ? mask.GetValue(x - b, y - b) : 0);
-            }
+        auto inside = [&](int x, int y) { return x >= b && y >= b && x < b + w && y < b + h; };
+        const COLImage psrc = vmtest::Picture(pw, ph, [&](int x, int y) {
+            return inside(x, y) ? *src.GetBuffer(x - b, y - b) : CPixel::FromWord(0xFF000000u);
+        });
+        COLChannel pmask =
+            vmtest::PlaneOf(pw, ph, [&](int x, int y) { return inside(x, y) ? mask.GetValue(x - b, y - b) : 0; });
+        COLImage pdst;
         RefInpaint inner;
         if (inner.Run(psrc, pmask, b, featherMask, pdst) != 0) return long(0x80004005L);
-        dst.Create(w, h);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x)
-                dst.PutPixel(x, y, *pdst.GetBuffer(x + b, y + b));
+        dst = vmtest::Picture(w, h, [&](int x, int y) { return *pdst.GetBuffer(x + b, y + b); });
         return 0;
     }
 
@@ -210,28 +197,18 @@ struct RefInpaint {
 // A textured opaque picture: a few soft stripes under noise, so that matches differ but are not random.
 COLImage Texture(int w, int h, uint32_t seed)
 {
-    COLImage noise, image;
+    COLImage noise;
     vmtest::FillNoise(noise, w, h, seed);
-    image.Create(w, h);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            const CPixel n = *noise.GetBuffer(x, y);
-            image.PutPixel(x, y,
-                           vmtest::Rgb(((x * 5 + y * 3) % 64) + n.red / 4, 80 + ((y * 7) % 48) + n.green / 8,
-                                       120 + ((x * 3) % 40) + n.blue / 8));
-        }
-    return image;
+    return vmtest::Picture(w, h, [&](int x, int y) {
+        const CPixel n = *noise.GetBuffer(x, y);
+        return vmtest::Rgb(((x * 5 + y * 3) % 64) + n.red / 4, 80 + ((y * 7) % 48) + n.green / 8,
+                           120 + ((x * 3) % 40) + n.blue / 8);
+    });
 }
 
 COLChannel Hole(int w, int h, int x0, int y0, int x1, int y1, uint8_t value = 255)
 {
-    COLChannel mask;
-    mask.Create(w, h);
-    std::memset(mask.GetBuffer(), 0, size_t(w) * h);
-    for (int y = y0; y < y1; ++y)
-        for (int x = x0; x < x1; ++x)
-            mask.SetValue(x, y, value);
-    return mask;
+    return vmtest::PlaneOf(w, h, [&](int x, int y) { return x >= x0 && x < x1 && y >= y0 && y < y1 ? value : 0; });
 }
 
 long Inpaint(const COLImage& src, const COLChannel& mask, int bs, int feather, int exact, COLImage& dst,
@@ -267,8 +244,7 @@ TEST(PatchInpaint, ClassicArithmeticMatchesThePlainQuiltingAtEveryStepSplitAndLe
                                         << " feather " << c.feather);
         const COLImage src = Texture(c.w, c.h, uint32_t(c.w * 31 + c.bs));
         const COLChannel mask = Hole(c.w, c.h, c.x0, c.y0, c.x1, c.y1);
-        COLChannel refMask;
-        refMask.DuplicateFrom(&mask);
+        COLChannel refMask = vmtest::Copy(mask);
         COLImage expected;
         RefInpaint ref;
         ASSERT_EQ(ref.Run(src, refMask, c.bs, c.feather, expected), 0);
@@ -303,8 +279,7 @@ TEST(PatchInpaint, EmptyMaskCopiesAndRefusalsLeaveTheDestination)
     dst.Free();
     EXPECT_EQ(Inpaint(src, Hole(40, 30, 12, 7, 28, 23), 8, 1, 0, dst), kInpaintNoSample);
     EXPECT_TRUE(dst.IsNull()) << "a refusal writes nothing";
-    COLImage holed;
-    holed.DuplicateFrom(&src);
+    COLImage holed = vmtest::Copy(src);
     holed.GetBuffer(3, 3)->alpha = 0;
     EXPECT_EQ(Inpaint(holed, Hole(40, 30, 20, 15, 22, 17), 8, 1, 0, dst), kInpaintNoSample) << "a transparent pixel";
 
@@ -315,8 +290,7 @@ TEST(PatchInpaint, EmptyMaskCopiesAndRefusalsLeaveTheDestination)
     params.mask = nullptr;
     p.SetImages(const_cast<COLImage*>(&src), &dst);
     EXPECT_EQ(p.Process(&params), kFail) << "no mask";
-    COLImage same;
-    same.DuplicateFrom(&src);
+    COLImage same = vmtest::Copy(src);
     const COLChannel mask = Hole(40, 30, 20, 15, 22, 17);
     params.mask = &mask;
     p.SetImages(&same, &same);
@@ -327,17 +301,13 @@ TEST(PatchInpaint, EmptyMaskCopiesAndRefusalsLeaveTheDestination)
 TEST(PatchInpaint, UniformBackgroundFailsClassicallyAndFillsInTheEditor)
 {
     // Every candidate matches exactly: the classic rule passes over cost 0 and finds nothing.
-    COLImage sky;
-    sky.Create(60, 50);
-    std::fill(sky.GetBuffer(), sky.GetBuffer() + sky.GetPixelCount(), vmtest::Rgb(90, 150, 230));
-    for (int y = 24; y < 27; ++y)
-        for (int x = 30; x < 33; ++x)
-            sky.PutPixel(x, y, vmtest::Rgb(20, 20, 20)); // a speck
+    const COLImage sky = vmtest::Picture(60, 50, [](int x, int y) { // with a speck
+        return x >= 30 && x < 33 && y >= 24 && y < 27 ? vmtest::Rgb(20, 20, 20) : vmtest::Rgb(90, 150, 230);
+    });
     const COLChannel mask = Hole(60, 50, 28, 22, 35, 29);
     COLImage dst;
     EXPECT_EQ(Inpaint(sky, mask, 8, 1, 1, dst), kInpaintNoSample);
-    COLChannel refMask;
-    refMask.DuplicateFrom(&mask);
+    COLChannel refMask = vmtest::Copy(mask);
     RefInpaint ref;
     COLImage expected;
     EXPECT_EQ(ref.Run(sky, refMask, 8, 1, expected), 13);
@@ -443,8 +413,7 @@ TEST(PatchInpaint, CancelKeepsWhatWasFilled)
         EXPECT_EQ(std::count_if(p.GetTiles().begin(), p.GetTiles().end(), [](auto& t) { return t.done != 0; }) > 0,
                   true);
         if (exact) {
-            COLChannel refMask;
-            refMask.DuplicateFrom(&mask);
+            COLChannel refMask = vmtest::Copy(mask);
             RefInpaint ref;
             ref.cancelAfterFirst = true;
             COLImage expected;
@@ -457,12 +426,11 @@ TEST(PatchInpaint, CancelKeepsWhatWasFilled)
 TEST(PatchInpaint, BlockSizeFollowsTheHolesThickness)
 {
     auto literal = [](const COLChannel& mask) {
-        COLChannel hard, blurred;
-        hard.DuplicateFrom(&mask);
+        COLChannel hard = vmtest::Copy(mask), blurred;
         for (size_t i = 0; i < size_t(mask.GetWidth()) * mask.GetHeight(); ++i)
             hard.GetBuffer()[i] = hard.GetBuffer()[i] < 128 ? 0 : 255;
         auto high = [&](int s) {
-            EXPECT_TRUE(Blur(hard, blurred, s));
+            blurred = vmtest::Blurred(hard, s);
             const uint8_t* p = blurred.GetBuffer();
             return std::any_of(p, p + size_t(mask.GetWidth()) * mask.GetHeight(), [](uint8_t v) { return v >= 230; });
         };

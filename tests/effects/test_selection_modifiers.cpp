@@ -6,6 +6,7 @@
 #include "effects/selection_modifiers.h"
 #include "matting/gaussian.h"
 #include "runtime/status.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -49,11 +50,7 @@ long Expand(const COLChannel& src, COLChannel& dst, int32_t amount)
 
 Bytes Blurred(const COLChannel& src, double sigma)
 {
-    COLChannel out;
-    CGaussianProcess blur;
-    blur.SetChannels(const_cast<COLChannel*>(&src), &out);
-    EXPECT_EQ(blur.ProcessChannel(&sigma), kOk);
-    return vmtest::Bytes(out);
+    return vmtest::Bytes(vmtest::Blurred(src, sigma));
 }
 
 } // namespace
@@ -97,27 +94,19 @@ TEST(ExpandProcess, WorksInPlaceAndCopiesForAmountZero)
 
 TEST(ExpandProcess, SquareCornersAndNoShrinkFromThePlaneEdge)
 {
-    COLChannel dot;
-    dot.Create(9, 9);
-    std::memset(dot.GetBuffer(), 0, dot.GetAreaByteSize());
-    dot.SetValue(4, 4, 255);
+    const COLChannel dot = vmtest::PlaneOf(9, 9, [](uint32_t x, uint32_t y) { return x == 4 && y == 4 ? 255 : 0; });
     COLChannel grown;
     ASSERT_EQ(Expand(dot, grown, 2), kOk);
-    for (uint32_t y = 0; y < 9; ++y)
-        for (uint32_t x = 0; x < 9; ++x)
-            EXPECT_EQ(grown.GetValue(x, y), (x >= 2 && x <= 6 && y >= 2 && y <= 6) ? 255 : 0) << x << "," << y;
+    const COLChannel square =
+        vmtest::PlaneOf(9, 9, [](uint32_t x, uint32_t y) { return x >= 2 && x <= 6 && y >= 2 && y <= 6 ? 255 : 0; });
+    EXPECT_EQ(vmtest::Bytes(grown), vmtest::Bytes(square));
 
     // The left half selected: shrinking moves only the inner edge.
-    COLChannel half;
-    half.Create(10, 4);
-    for (uint32_t y = 0; y < 4; ++y)
-        for (uint32_t x = 0; x < 10; ++x)
-            half.SetValue(x, y, x < 5 ? 255 : 0);
+    const COLChannel half = vmtest::PlaneOf(10, 4, [](uint32_t x, uint32_t) { return x < 5 ? 255 : 0; });
     COLChannel shrunk;
     ASSERT_EQ(Expand(half, shrunk, -2), kOk);
-    for (uint32_t y = 0; y < 4; ++y)
-        for (uint32_t x = 0; x < 10; ++x)
-            EXPECT_EQ(shrunk.GetValue(x, y), x < 3 ? 255 : 0) << x << "," << y;
+    const COLChannel inner = vmtest::PlaneOf(10, 4, [](uint32_t x, uint32_t) { return x < 3 ? 255 : 0; });
+    EXPECT_EQ(vmtest::Bytes(shrunk), vmtest::Bytes(inner));
 }
 
 TEST(ExpandProcess, CancelFailsTheRun)
@@ -188,8 +177,7 @@ TEST(FeatherPlane, IsTheSharedBlurAtHalfTheValueAndLeavesThePlaneOnRefusal)
         EXPECT_EQ(vmtest::Bytes(plane), before);
     }
     for (int32_t value : {1, 7, 20}) {
-        COLChannel p;
-        p.DuplicateFrom(&plane);
+        COLChannel p = vmtest::Copy(plane);
         ASSERT_EQ(FeatherPlane(p, value), kOk);
         EXPECT_EQ(vmtest::Bytes(p), Blurred(plane, value * 0.5)) << value;
     }

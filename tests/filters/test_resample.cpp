@@ -179,22 +179,6 @@ TEST(ResampleImage, HandComputedEnlargement)
         }
 }
 
-TEST(ResampleImage, TheSaturationStepsCanNeverTrigger)
-{
-    // The bilinear pass leaves out the saturation at 255 because it cannot happen: check over every input.
-    int topMax = 0;
-    for (int f = 0; f < 256; ++f)
-        for (int a = 0; a < 256; ++a)
-            for (int b = 0; b < 256; ++b)
-                topMax = std::max(topMax, 2 * (((a * (255 - f)) >> 9) + ((b * f) >> 9)));
-    EXPECT_EQ(topMax, 254);
-    int vMax = 0;
-    for (int fy = 0; fy < 256; ++fy)
-        for (int t = 0; t <= topMax; ++t)
-            for (int b = 0; b <= topMax; ++b) vMax = std::max(vMax, 2 * (((t * (255 - fy)) >> 9) + ((b * fy) >> 9)));
-    EXPECT_LE(vMax + 2, 255);
-}
-
 TEST(ResampleImage, ZeroSideGivesOneWhitePixelWhateverTheSource)
 {
     COLImage src, dst;

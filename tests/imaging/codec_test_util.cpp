@@ -7,6 +7,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "support/engine_checks.h"
+
 namespace codectest {
 
 bool ReadPam(const std::string& path, COLImage& image)
@@ -53,15 +55,13 @@ bool ReadPam(const std::string& path, COLImage& image)
 
 void MakePattern(COLImage& image, uint32_t width, uint32_t height, bool withAlpha)
 {
-    image.Create(width, height);
-    for (uint32_t y = 0; y < height; ++y)
-        for (uint32_t x = 0; x < width; ++x) {
-            const uint8_t r = uint8_t(x * 255 / std::max(1u, width - 1));
-            const uint8_t g = uint8_t(y * 255 / std::max(1u, height - 1));
-            const uint8_t b = uint8_t(((x / 4 + y / 3) & 1) ? 200 : 30);
-            const uint8_t a = withAlpha ? uint8_t((x + 2 * y) * 255 / std::max(1u, width + 2 * height - 3)) : 255;
-            image.PutPixel(x, y, CPixel::Make(r, g, b, a));
-        }
+    image = vmtest::Picture(width, height, [&](uint32_t x, uint32_t y) {
+        const uint8_t r = uint8_t(x * 255 / std::max(1u, width - 1));
+        const uint8_t g = uint8_t(y * 255 / std::max(1u, height - 1));
+        const uint8_t b = uint8_t(((x / 4 + y / 3) & 1) ? 200 : 30);
+        const uint8_t a = withAlpha ? uint8_t((x + 2 * y) * 255 / std::max(1u, width + 2 * height - 3)) : 255;
+        return CPixel::Make(r, g, b, a);
+    });
 }
 
 // Inserts an APP1 Exif segment holding only an orientation tag right after SOI.

@@ -4,6 +4,7 @@
 
 #include "imaging/bitmap16.h"
 #include "imaging/image.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 namespace {
@@ -80,11 +81,9 @@ TEST(Bitmap16, PlainConversionRoundTrips)
 
 TEST(Bitmap16, SmartConversionIsTheMeanOfBothPasses)
 {
-    COLImage img;
-    img.Create(12, 10);
     // A gentle gradient in both directions, so that both passes ramp.
-    for (uint32_t y = 0; y < 10; ++y)
-        for (uint32_t x = 0; x < 12; ++x) img.PutPixel(x, y, CPixel::Make(uint8_t(x / 3), uint8_t(y / 2), 7));
+    COLImage img =
+        vmtest::Picture(12, 10, [](uint32_t x, uint32_t y) { return CPixel::Make(uint8_t(x / 3), uint8_t(y / 2), 7); });
     C16BitBitmap bmp;
     ASSERT_EQ(bmp.ConvertFromSimpleBitmap(&img, 1), 1);
     for (uint32_t y = 0; y < 10; ++y) {

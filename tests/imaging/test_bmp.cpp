@@ -4,6 +4,8 @@
 #include <filesystem>
 
 #include "imaging/image.h"
+#include "support/engine_checks.h"
+#include "support/full_disk.h"
 #include "support/test_support.h"
 
 namespace {
@@ -44,15 +46,23 @@ void AppendPalette(std::vector<uint8_t>& b, int entries)
     }
 }
 
+// Writes the bytes to a file and reads it with the picture's own reader.
+long LoadBmp(const vmtest::TempDir& dir, const std::vector<uint8_t>& bytes, COLImage& img)
+{
+    vmtest::WriteAll(dir.File("t.bmp"), bytes);
+    return img.LoadFromFile(dir.File("t.bmp").c_str());
+}
+
 } // namespace
 
 TEST(Bmp, WriterLayoutIsExact)
 {
     vmtest::TempDir dir;
-    COLImage img;
-    img.Create(3, 2);   // stride 12 (9 bytes padded)
-    for (uint32_t i = 0; i < 6; ++i)
-        img.PutPixel(i % 3, i / 3, CPixel::Make(uint8_t(1 + 3 * i), uint8_t(2 + 3 * i), uint8_t(3 + 3 * i)));
+    // Stride 12 (9 bytes padded).
+    COLImage img = vmtest::Picture(3, 2, [](uint32_t x, uint32_t y) {
+        const uint32_t i = y * 3 + x;
+        return CPixel::Make(uint8_t(1 + 3 * i), uint8_t(2 + 3 * i), uint8_t(3 + 3 * i));
+    });
     ASSERT_EQ(img.SaveToFile(dir.File("a.bmp").c_str()), kOk);
     const std::vector<uint8_t> f = vmtest::ReadAll(dir.File("a.bmp"));
     ASSERT_EQ(f.size(), 54u + 24u);
@@ -72,9 +82,7 @@ TEST(Bmp, RoundTripFlipsVerticallyAndKeepsAlpha)
     COLImage img;
     vmtest::FillNoise(img, 17, 9, 31);
     ASSERT_EQ(img.SaveToFile(dir.File("n.bmp").c_str()), kOk);
-    COLImage back;
-    back.Create(17, 9);
-    for (size_t i = 0; i < back.GetPixelCount(); ++i) back.GetBuffer()[i].alpha = 0x5A;
+    COLImage back = vmtest::Solid(17, 9, CPixel{0, 0, 0, 0x5A});
     ASSERT_EQ(back.LoadFromFile(dir.File("n.bmp").c_str()), kOk);
     for (uint32_t y = 0; y < 9; ++y)
         for (uint32_t x = 0; x < 17; ++x) {
@@ -89,13 +97,10 @@ TEST(Bmp, PalettedRowsOfOneFourAndEightBits)
     // 1 bit, width 33: rows of 8 bytes; bits from the most significant end.
     std::vector<uint8_t> f = Header(33, 2, 1);
     AppendPalette(f, 2);
-    const uint8_t bottom[8] = {0x80, 0, 0, 0, 0x80, 0, 0, 0};   // x = 0 and x = 32 set
-    const uint8_t top[8] = {0x40, 0, 0, 0, 0, 0, 0, 0};         // x = 1 set
-    f.insert(f.end(), bottom, bottom + 8);
-    f.insert(f.end(), top, top + 8);
-    vmtest::WriteAll(dir.File("1.bmp"), f);
+    f.insert(f.end(), {0x80, 0, 0, 0, 0x80, 0, 0, 0});   // bottom row: x = 0 and x = 32 set
+    f.insert(f.end(), {0x40, 0, 0, 0, 0, 0, 0, 0});      // top row: x = 1 set
     COLImage img;
-    ASSERT_EQ(img.LoadFromFile(dir.File("1.bmp").c_str()), kOk);
+    ASSERT_EQ(LoadBmp(dir, f, img), kOk);
     EXPECT_EQ(img.GetWidth(), 33u);
     EXPECT_EQ(img.GetPixel2(0, 1).red, 254);   // palette entry 1
     EXPECT_EQ(img.GetPixel2(32, 1).green, 2);
@@ -106,10 +111,8 @@ TEST(Bmp, PalettedRowsOfOneFourAndEightBits)
     // 1 bit, width 32: rows of exactly 4 bytes, so a second row follows at once.
     f = Header(32, 2, 1);
     AppendPalette(f, 2);
-    const uint8_t rows32[8] = {0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF};
-    f.insert(f.end(), rows32, rows32 + 8);
-    vmtest::WriteAll(dir.File("1b.bmp"), f);
-    ASSERT_EQ(img.LoadFromFile(dir.File("1b.bmp").c_str()), kOk);
+    f.insert(f.end(), {0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF});
+    ASSERT_EQ(LoadBmp(dir, f, img), kOk);
     EXPECT_EQ(img.GetPixel2(31, 1).blue, 1);
     EXPECT_EQ(img.GetPixel2(30, 1).blue, 0);
     EXPECT_EQ(img.GetPixel2(0, 0).blue, 1);
@@ -117,10 +120,8 @@ TEST(Bmp, PalettedRowsOfOneFourAndEightBits)
     // 4 bit, width 3: high nibble first, rows padded to 4.
     f = Header(3, 1, 4);
     AppendPalette(f, 16);
-    const uint8_t row4[4] = {0x5A, 0xF0, 0, 0};
-    f.insert(f.end(), row4, row4 + 4);
-    vmtest::WriteAll(dir.File("4.bmp"), f);
-    ASSERT_EQ(img.LoadFromFile(dir.File("4.bmp").c_str()), kOk);
+    f.insert(f.end(), {0x5A, 0xF0, 0, 0});
+    ASSERT_EQ(LoadBmp(dir, f, img), kOk);
     EXPECT_EQ(img.GetPixel2(0, 0).blue, 5);
     EXPECT_EQ(img.GetPixel2(1, 0).blue, 10);
     EXPECT_EQ(img.GetPixel2(2, 0).green, 30);
@@ -128,10 +129,8 @@ TEST(Bmp, PalettedRowsOfOneFourAndEightBits)
     // 8 bit, width 5: rows of 8 bytes.
     f = Header(5, 2, 8);
     AppendPalette(f, 256);
-    const uint8_t row8[16] = {200, 1, 2, 3, 4, 9, 9, 9, 10, 11, 12, 13, 14, 9, 9, 9};
-    f.insert(f.end(), row8, row8 + 16);
-    vmtest::WriteAll(dir.File("8.bmp"), f);
-    ASSERT_EQ(img.LoadFromFile(dir.File("8.bmp").c_str()), kOk);
+    f.insert(f.end(), {200, 1, 2, 3, 4, 9, 9, 9, 10, 11, 12, 13, 14, 9, 9, 9});
+    ASSERT_EQ(LoadBmp(dir, f, img), kOk);
     EXPECT_EQ(img.GetPixel2(0, 1).blue, 200);
     EXPECT_EQ(img.GetPixel2(0, 1).red, 55);
     EXPECT_EQ(img.GetPixel2(4, 0).blue, 14);
@@ -145,32 +144,26 @@ TEST(Bmp, ResultCodesForBadFiles)
 
     std::vector<uint8_t> f = Header(2, 2, 24);
     f[0] = 'X';
-    vmtest::WriteAll(dir.File("x.bmp"), f);
-    EXPECT_EQ(img.LoadFromFile(dir.File("x.bmp").c_str()), kBmpBadData);
+    EXPECT_EQ(LoadBmp(dir, f, img), kBmpBadData);
 
     // Only the first byte is tested: "BX" is accepted.
     f = Header(2, 2, 24);
     f[1] = 'X';
     f.resize(54 + 16, 0x40);
-    vmtest::WriteAll(dir.File("bx.bmp"), f);
-    EXPECT_EQ(img.LoadFromFile(dir.File("bx.bmp").c_str()), kOk);
+    EXPECT_EQ(LoadBmp(dir, f, img), kOk);
 
     // A header cut short.
     f.resize(30);
-    vmtest::WriteAll(dir.File("short.bmp"), f);
-    EXPECT_EQ(img.LoadFromFile(dir.File("short.bmp").c_str()), kBmpBadData);
+    EXPECT_EQ(LoadBmp(dir, f, img), kBmpBadData);
 }
 
 TEST(Bmp, TruncatedRowsKeepWhatWasRead)
 {
     vmtest::TempDir dir;
     std::vector<uint8_t> f = Header(2, 3, 24);
-    const uint8_t row[8] = {1, 2, 3, 4, 5, 6, 0, 0};
-    f.insert(f.end(), row, row + 8);   // bottom row only, then the file ends inside the second
-    f.push_back(7);
-    vmtest::WriteAll(dir.File("t.bmp"), f);
+    f.insert(f.end(), {1, 2, 3, 4, 5, 6, 0, 0, 7});   // bottom row only, then the file ends inside the second
     COLImage img;
-    EXPECT_EQ(img.LoadFromFile(dir.File("t.bmp").c_str()), kBmpBadData);
+    EXPECT_EQ(LoadBmp(dir, f, img), kBmpBadData);
     ASSERT_FALSE(img.IsNull());
     EXPECT_EQ(img.GetPixel2(0, 2).blue, 1);
     EXPECT_EQ(img.GetPixel2(1, 2).red, 6);
@@ -183,8 +176,7 @@ TEST(Bmp, AbsurdSizesAreRefusedBeforeAllocating)
     for (auto [w, h] : {std::pair{20001, 10}, {10, 20001}, {0, 5}, {-4, 5}, {0x7FFFFFFF, 0x7FFFFFFF}}) {
         std::vector<uint8_t> f = Header(w, h, 24);
         f.resize(200, 0);
-        vmtest::WriteAll(dir.File("big.bmp"), f);
-        EXPECT_EQ(img.LoadFromFile(dir.File("big.bmp").c_str()), kBmpBadData) << w << "x" << h;
+        EXPECT_EQ(LoadBmp(dir, f, img), kBmpBadData) << w << "x" << h;
         EXPECT_TRUE(img.IsNull());
     }
 }
@@ -194,9 +186,8 @@ TEST(Bmp, UndecodedDepthsGiveABlankPictureOfTheFileSize)
     vmtest::TempDir dir;
     std::vector<uint8_t> f = Header(4, 3, 32);
     f.resize(54 + 48, 0xEE);
-    vmtest::WriteAll(dir.File("32.bmp"), f);
     COLImage img;
-    EXPECT_EQ(img.LoadFromFile(dir.File("32.bmp").c_str()), kOk);
+    EXPECT_EQ(LoadBmp(dir, f, img), kOk);
     EXPECT_EQ(vmtest::Size(img), "4x3");
 }
 
@@ -228,7 +219,5 @@ TEST(Bmp, FailedWriteKeepsTheOldFile)
     vmtest::FillNoise(img, 2, 2, 1);
     EXPECT_EQ(img.SaveToFile((dir.File("no/such/folder.bmp")).c_str()), kBmpCannotOpen);
     // No temporary files are left beside the target.
-    int files = 0;
-    for (auto& e : std::filesystem::directory_iterator(dir.Path())) files += e.is_regular_file();
-    EXPECT_EQ(files, 1);
+    EXPECT_EQ(vmtest::EntryCount(dir.Path()), 1u);
 }

@@ -5,6 +5,7 @@
 
 #include "imaging/channel.h"
 #include "imaging/image.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 TEST(Channel, CreateAlignsAndDuplicateCopies)
@@ -44,9 +45,7 @@ TEST(Channel, AddAndSubtractFollowTheSoftMaskFormulas)
     // Make sure the special values 0 and 255 of the other plane occur.
     b.GetBuffer()[0] = 0;
     b.GetBuffer()[1] = 255;
-    COLChannel sum, diff;
-    sum.DuplicateFrom(&a);
-    diff.DuplicateFrom(&a);
+    COLChannel sum = vmtest::Copy(a), diff = vmtest::Copy(a);
     EXPECT_EQ(sum.Add(&b), &sum);
     EXPECT_EQ(diff.Subtract(&b), &diff);
     for (uint32_t i = 0; i < a.GetAreaByteSize(); ++i) {

@@ -6,6 +6,7 @@
 
 #include "codec_test_util.h"
 #include "imaging/codec.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -104,8 +105,7 @@ TEST(CodecColour, YuvBytesAndRoundTrip)
 
     COLImage img;
     vmtest::FillNoise(img, 64, 64, 4);
-    COLImage orig;
-    orig.DuplicateFrom(&img);
+    COLImage orig = vmtest::Copy(img);
     ASSERT_EQ(codec.RGBToYUV(&img), 1);
     // The whole-image form equals the pixel form.
     for (size_t i = 0; i < img.GetPixelCount(); ++i) {
@@ -200,8 +200,7 @@ TEST(CodecResample, MatchesTheAreaAndBilinearModel)
         SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
         COLImage dst;
         ASSERT_EQ(codec.Resample(&src, &dst, w, h, 1), 1);
-        ASSERT_EQ(dst.GetWidth(), uint32_t(w));
-        ASSERT_EQ(dst.GetHeight(), uint32_t(h));
+        ASSERT_EQ(vmtest::Size(dst), std::to_string(w) + "x" + std::to_string(h));
         EXPECT_LE(MaxByteDifference(dst, ModelResample(src, uint32_t(w), uint32_t(h))), 1);
     }
 }
@@ -231,20 +230,16 @@ TEST(CodecResample, ExactCases)
     EXPECT_TRUE(vmtest::SamePixels(src, same));
 
     // 2 x 2 -> 1 x 1 is the mean of the four, rounded.
-    COLImage four;
-    four.Create(2, 2);
     const uint8_t v[4] = {0, 100, 200, 255};
-    for (int i = 0; i < 4; ++i)
-        four.GetBuffer()[i] = CPixel{v[i], v[i], v[i], v[i]};
+    const COLImage four = vmtest::Picture(2, 2, [&](uint32_t x, uint32_t y) {
+        return CPixel{v[2 * y + x], v[2 * y + x], v[2 * y + x], v[2 * y + x]};
+    });
     COLImage one;
     ASSERT_EQ(codec.Resample(&four, &one, 1, 1, 1), 1);
     EXPECT_EQ(one.GetPixel(0, 0), 0x8B8B8B8Bu); // 555 / 4 = 138.75
 
     // 2 x 1 -> 4 x 1 is bilinear with centres aligned and the ends held.
-    COLImage two;
-    two.Create(2, 1);
-    two.PutPixel(0, 0, CPixel{0, 0, 0, 0});
-    two.PutPixel(1, 0, CPixel{255, 255, 255, 255});
+    const COLImage two = vmtest::Row({CPixel{0, 0, 0, 0}, CPixel{255, 255, 255, 255}});
     COLImage wide;
     ASSERT_EQ(codec.Resample(&two, &wide, 4, 1, 1), 1);
     const uint8_t expect[4] = {0, 64, 191, 255};
@@ -264,9 +259,9 @@ TEST(CodecResample, ExactCases)
 TEST(CodecResample, InPlaceAndRefusals)
 {
     COLImageCodec codec;
-    COLImage img, copy;
+    COLImage img;
     vmtest::FillNoise(img, 20, 10, 1);
-    copy.DuplicateFrom(&img);
+    COLImage copy = vmtest::Copy(img);
     COLImage expected;
     ASSERT_EQ(codec.Resample(&copy, &expected, 7, 3, 1), 1);
     ASSERT_EQ(codec.Resample(&img, &img, 7, 3, 1), 1);

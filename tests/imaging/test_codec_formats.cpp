@@ -1,18 +1,18 @@
 // Reading and writing picture files: round trips, variants built byte by byte, JPEG details, file typing,
 // damaged and oversized files, failed writes.
 #include <algorithm>
-#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <vector>
 
 #include "codec_test_util.h"
 #include "imaging/codec.h"
 #include "imaging/codec_formats.h"
+#include "support/engine_checks.h"
+#include "support/full_disk.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -178,33 +178,19 @@ TEST(CodecWrite, FailedWriteKeepsTheOldFile)
     vmtest::FillNoise(big, 300, 200, 5); // noise does not compress below the limit
     COLImageCodec codec;
     const Bytes good = {'g', 'o', 'o', 'd'};
-    rlimit old{};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
-    auto previous = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit small = old;
-    small.rlim_cur = 20000;
-    for (const char* name : {"a.png", "b.png", "a.jpg", "a.bmp", "a.tga", "a.tif"}) {
+    for (const std::string name : {"a.png", "b.png", "a.jpg", "a.bmp", "a.tga", "a.tif"}) {
         SCOPED_TRACE(name);
-        WriteAll(dir.File(name), good);
-        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
-        int r;
-        if (std::string(name) == "b.png")
-            r = codec.SaveFileWithAlpha(dir.File(name).c_str(), &big);
-        else if (std::string(name) == "a.jpg")
-            r = codec.SaveJpegFile(dir.File(name).c_str(), &big, 200, 72);
-        else
-            r = codec.SaveFile(dir.File(name).c_str(), &big);
-        setrlimit(RLIMIT_FSIZE, &old);
+        const std::string path = dir.File(name);
+        WriteAll(path, good);
+        const int r = vmtest::WithFileSizeLimit(20000, [&] {
+            if (name == "b.png") return codec.SaveFileWithAlpha(path.c_str(), &big);
+            if (name == "a.jpg") return codec.SaveJpegFile(path.c_str(), &big, 200, 72);
+            return codec.SaveFile(path.c_str(), &big);
+        });
         EXPECT_EQ(r, 0);
-        EXPECT_EQ(ReadAll(dir.File(name)), good);
+        EXPECT_EQ(ReadAll(path), good);
     }
-    std::signal(SIGXFSZ, previous);
-    size_t files = 0;
-    for (auto& e : std::filesystem::directory_iterator(dir.Path())) {
-        (void)e;
-        ++files;
-    }
-    EXPECT_EQ(files, 6u); // no temporaries left behind
+    EXPECT_EQ(vmtest::EntryCount(dir.Path()), 6u); // no temporaries left behind
 }
 
 // Finds a JPEG marker segment and returns the offset of its payload (after the length), or 0.
@@ -260,24 +246,14 @@ COLImage Oriented(const COLImage& s, int orientation)
 {
     static const int mirror[9] = {0, 0, 1, 0, 1, 1, 0, 1, 0};
     static const int turns[9] = {0, 0, 0, 2, 2, 3, 1, 1, 3};
-    COLImage cur;
-    cur.DuplicateFrom(&s);
-    if (mirror[orientation]) {
-        COLImage m;
-        m.Create(cur.GetWidth(), cur.GetHeight());
-        for (uint32_t y = 0; y < cur.GetHeight(); ++y)
-            for (uint32_t x = 0; x < cur.GetWidth(); ++x)
-                m.PutPixel(cur.GetWidth() - 1 - x, y, At(cur, x, y));
-        cur = std::move(m);
-    }
+    COLImage cur = vmtest::Copy(s);
+    const uint32_t w = cur.GetWidth(), h = cur.GetHeight();
+    if (mirror[orientation])
+        cur = vmtest::Picture(w, h, [&](uint32_t x, uint32_t y) { return At(cur, w - 1 - x, y); });
     for (int t = 0; t < turns[orientation]; ++t) {
-        COLImage r;
-        r.Create(cur.GetHeight(), cur.GetWidth());
         // Clockwise: the left column, read bottom to top, becomes the top row.
-        for (uint32_t y = 0; y < cur.GetHeight(); ++y)
-            for (uint32_t x = 0; x < cur.GetWidth(); ++x)
-                r.PutPixel(cur.GetHeight() - 1 - y, x, At(cur, x, y));
-        cur = std::move(r);
+        const uint32_t cw = cur.GetWidth(), ch = cur.GetHeight();
+        cur = vmtest::Picture(ch, cw, [&](uint32_t x, uint32_t y) { return At(cur, y, ch - 1 - x); });
     }
     return cur;
 }
@@ -286,13 +262,10 @@ TEST(CodecJpeg, ExifOrientationTurnsThePhotoUpright)
 {
     TempDir dir;
     // Coloured 8 x 8 blocks on a 32 x 16 picture, so every flip and turn is visible through JPEG's loss.
-    COLImage src;
-    src.Create(32, 16);
     const CPixel colours[4] = {CPixel::Make(250, 0, 0), CPixel::Make(0, 250, 0), CPixel::Make(0, 0, 250),
                                CPixel::Make(250, 250, 0)};
-    for (uint32_t y = 0; y < 16; ++y)
-        for (uint32_t x = 0; x < 32; ++x)
-            src.PutPixel(x, y, colours[(x / 8 + y / 8 * 3) % 4]);
+    const COLImage src =
+        vmtest::Picture(32, 16, [&](uint32_t x, uint32_t y) { return colours[(x / 8 + y / 8 * 3) % 4]; });
     COLImageCodec codec;
     ASSERT_EQ(codec.SaveJpegFile(dir.File("plain.jpg").c_str(), &src, 195, 72), 1);
     const COLImage plain = Load(dir.File("plain.jpg"));

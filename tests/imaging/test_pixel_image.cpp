@@ -2,6 +2,7 @@
 
 #include "imaging/channel.h"
 #include "imaging/image.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 TEST(Pixel, GrayStoresIntoAlphaOnlyThroughGetGray)
@@ -96,10 +97,7 @@ TEST(Image, DuplicateFromReusesALargeEnoughBlock)
 
 TEST(Image, SafePixelClampsNegativeToTheFarEdge)
 {
-    COLImage img;
-    img.Create(4, 3);
-    for (uint32_t y = 0; y < 3; ++y)
-        for (uint32_t x = 0; x < 4; ++x) img.PutPixel(x, y, CPixel::FromWord(y * 16 + x));
+    const COLImage img = vmtest::Picture(4, 3, [](uint32_t x, uint32_t y) { return CPixel::FromWord(y * 16 + x); });
     EXPECT_EQ(img.GetSafePixel(-1, 0).Word(), 3u);
     EXPECT_EQ(img.GetSafePixel(1, -5).Word(), 2u * 16 + 1);
     EXPECT_EQ(img.GetSafePixel(9, 9).Word(), 2u * 16 + 3);
@@ -108,16 +106,10 @@ TEST(Image, SafePixelClampsNegativeToTheFarEdge)
 
 TEST(Image, AveragePixelDividesByCountPlusOne)
 {
-    COLImage img;
-    img.Create(1, 1);
-    img.PutPixel(0, 0, CPixel::Make(255, 255, 255));
-    EXPECT_TRUE(img.GetAveragePixel() == CPixel::Make(127, 127, 127));   // == compares the colour only
-
-    img.Create(3, 1);
-    img.PutPixel(0, 0, CPixel::Make(40, 0, 8));
-    img.PutPixel(1, 0, CPixel::Make(40, 0, 8));
-    img.PutPixel(2, 0, CPixel::Make(40, 3, 8));
-    EXPECT_TRUE(img.GetAveragePixel() == CPixel::Make(30, 0, 6));
+    // == compares the colour only.
+    EXPECT_TRUE(vmtest::Row({CPixel::Make(255, 255, 255)}).GetAveragePixel() == CPixel::Make(127, 127, 127));
+    const COLImage three = vmtest::Row({CPixel::Make(40, 0, 8), CPixel::Make(40, 0, 8), CPixel::Make(40, 3, 8)});
+    EXPECT_TRUE(three.GetAveragePixel() == CPixel::Make(30, 0, 6));
 }
 
 TEST(Image, AveragePixelOfALargeWhitePhotoDoesNotWrap)
@@ -142,8 +134,7 @@ TEST(Image, ChannelFromInstallsAPlaneAndClampsTheIndex)
 {
     COLImage img;
     vmtest::FillNoise(img, 6, 4, 5);
-    COLImage original;
-    original.DuplicateFrom(&img);
+    COLImage original = vmtest::Copy(img);
     COLChannel ch;
     vmtest::FillNoise(ch, 6, 4, 9);
     ASSERT_EQ(img.ChannelFrom(&ch, 7), 1);
@@ -156,8 +147,7 @@ TEST(Image, ChannelFromInstallsAPlaneAndClampsTheIndex)
 
     COLChannel other;
     other.Create(5, 4);
-    COLImage before;
-    before.DuplicateFrom(&img);
+    COLImage before = vmtest::Copy(img);
     EXPECT_EQ(img.ChannelFrom(&other, 3), 0);
     EXPECT_TRUE(vmtest::SamePixels(img, before));
     EXPECT_EQ(img.ChannelFrom(nullptr, 3), 0);
@@ -197,13 +187,10 @@ std::vector<uint8_t> ReferenceLaplace(const COLImage& src)
 
 TEST(Image, LaplaceMatchesAnIndependentReading)
 {
-    COLImage img;
     // Blocky noise gives clusters of edges that survive the isolated-dot filter.
-    img.Create(40, 30);
     COLImage noise;
     vmtest::FillNoise(noise, 8, 6, 21);
-    for (uint32_t y = 0; y < 30; ++y)
-        for (uint32_t x = 0; x < 40; ++x) img.PutPixel(x, y, noise.GetPixel2(x / 5, y / 5));
+    COLImage img = vmtest::Picture(40, 30, [&](uint32_t x, uint32_t y) { return noise.GetPixel2(x / 5, y / 5); });
     const std::vector<uint8_t> expected = ReferenceLaplace(img);
     img.ComputeLaplasToAlpha();
     int nonZero = 0;

@@ -8,6 +8,7 @@
 #include "interchange/companion.h"
 #include "interchange/host_result.h"
 #include "interchange/psd_reader.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 namespace {
@@ -35,8 +36,7 @@ TEST(Companion, EditsComeBackOnlyWhereSelected)
     layer.m_y = -1;
     COLImage edited, other;
     vmtest::FillNoise(edited, 6, 4, 2);
-    COLImage before;
-    before.DuplicateFrom(&layer.m_image);
+    COLImage before = vmtest::Copy(layer.m_image);
 
     vmtest::FillNoise(other, 6, 5, 3);
     EXPECT_FALSE(ApplyCompanionEdit(layer, other, nullptr)); // another size: dropped

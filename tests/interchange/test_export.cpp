@@ -6,6 +6,7 @@
 #include "imaging/codec.h"
 #include "imaging/image.h"
 #include "interchange/export.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 namespace {
@@ -29,19 +30,17 @@ std::vector<std::string> Extensions(const ExportFormat& f)
 }
 
 // A smooth picture (JPEG keeps it close) with a transparent band.
-void MakePicture(COLImage& image)
+COLImage MakePicture()
 {
-    ASSERT_EQ(image.Create(24, 16), kOk);
-    for (uint32_t y = 0; y < 16; ++y)
-        for (uint32_t x = 0; x < 24; ++x)
-            image.PutPixel(x, y, CPixel::Make(uint8_t(40 + x * 4), uint8_t(90 + y * 3), 120, y < 4 ? 0 : 255));
+    return vmtest::Picture(24, 16, [](uint32_t x, uint32_t y) {
+        return CPixel::Make(uint8_t(40 + x * 4), uint8_t(90 + y * 3), 120, y < 4 ? 0 : 255);
+    });
 }
 
 TEST(Export, EveryExtensionOfTheTableWritesItsFormat)
 {
     vmtest::TempDir dir;
-    COLImage source;
-    MakePicture(source);
+    const COLImage source = MakePicture();
     ASSERT_EQ(ExportFormatCount(), kTypeOfFormat.size());
     for (size_t i = 0; i < ExportFormatCount(); ++i) {
         const ExportFormat& format = GetExportFormat(i);
@@ -72,8 +71,7 @@ TEST(Export, EveryExtensionOfTheTableWritesItsFormat)
 TEST(Export, NamesWithoutAWriter)
 {
     vmtest::TempDir dir;
-    COLImage source;
-    MakePicture(source);
+    const COLImage source = MakePicture();
     for (const char* name : {"picture", ".png", "picture.gif", "picture.png.bak", "shot.jpg jpeg", "folder.png/"}) {
         SCOPED_TRACE(name);
         EXPECT_EQ(FindExportFormat(dir.File(name)), nullptr);
@@ -100,8 +98,7 @@ TEST(Export, AButtonsFormatNamesAFileThatHasNone)
 TEST(Export, FailuresLeaveNothingBehind)
 {
     vmtest::TempDir dir;
-    COLImage source, empty;
-    MakePicture(source);
+    const COLImage source = MakePicture(), empty;
     EXPECT_EQ(ExportPicture(dir.File("none.png"), empty), EExportResult::kNothingToWrite);
     EXPECT_FALSE(std::filesystem::exists(dir.File("none.png")));
     EXPECT_EQ(ExportPicture(dir.File("no/such/folder/x.tif"), source), EExportResult::kWriteFailed);

@@ -15,6 +15,8 @@
 #include "interchange/psd_layered_writer.h"
 #include "interchange/psd_reader.h"
 #include "interchange/psd_writer.h"
+#include "support/engine_checks.h"
+#include "support/magick.h"
 #include "support/test_support.h"
 
 // PSDs written by ImageMagick and GIMP open with the right layers, and ours open in both.
@@ -26,19 +28,10 @@ std::string Name(const CLayer* l)
     return std::string(l->m_name, strnlen(l->m_name, kLayerNameBytes));
 }
 
-COLImage LoadPng(const std::string& path)
-{
-    COLImage image;
-    COLImageCodec codec;
-    EXPECT_EQ(codec.LoadFile(path.c_str(), &image), 1) << path;
-    return image;
-}
-
 // Alpha everywhere, colour where something shows (editors differ on the colour of wholly transparent pixels).
 void ExpectSameVisible(const COLImage& want, const COLImage& got, const std::string& what)
 {
-    ASSERT_EQ(got.GetWidth(), want.GetWidth()) << what;
-    ASSERT_EQ(got.GetHeight(), want.GetHeight()) << what;
+    ASSERT_EQ(vmtest::Size(got), vmtest::Size(want)) << what;
     for (uint32_t y = 0; y < want.GetHeight(); ++y)
         for (uint32_t x = 0; x < want.GetWidth(); ++x) {
             const CPixel a = want.GetPixel2(x, y), b = got.GetPixel2(x, y);
@@ -66,7 +59,7 @@ void CheckFixture(const std::string& file, const std::vector<Expect>& layers)
         EXPECT_EQ(Name(l), layers[i].name) << file << " layer " << i;
         EXPECT_EQ(l->m_x, layers[i].x) << file << " layer " << i;
         EXPECT_EQ(l->m_y, layers[i].y) << file << " layer " << i;
-        ExpectSameVisible(LoadPng(vmtest::DataPath(std::string("psd/") + layers[i].png)), l->m_image,
+        ExpectSameVisible(vmtest::Load(vmtest::DataPath(std::string("psd/") + layers[i].png)), l->m_image,
                           file + " layer " + std::to_string(i));
     }
 }
@@ -107,7 +100,7 @@ TEST(PsdInterop, ImageMagickFilesOpenWithTheirLayers)
     CPsdReader reader;
     ASSERT_EQ(reader.LoadFile(vmtest::DataPath("psd/im-gray.psd").c_str(), stack), 1) << reader.GetReason();
     ASSERT_EQ(stack.GetLayerCount(), 2);
-    const COLImage disc = LoadPng(vmtest::DataPath("psd/im-layer-1.png"));
+    const COLImage disc = vmtest::Load(vmtest::DataPath("psd/im-layer-1.png"));
     const COLImage& gray = stack.GetLayer(1)->m_image;
     ASSERT_EQ(gray.GetWidth(), disc.GetWidth());
     for (uint32_t i = 0; i < disc.GetPixelCount(); ++i) {
@@ -145,16 +138,12 @@ TEST(PsdInterop, ImageMagickOpensOurFiles)
     vmtest::FillNoise(picture, 13, 7, 9);
     const std::string one = dir.File("one.psd");
     ASSERT_EQ(SavePsd(one, picture, "Layer A"), kOk);
-    ASSERT_EQ(vmtest::Run("/usr/bin/identify -format '%w %h %X %Y %l\\n' " + vmtest::Quote(one), out), 0) << out;
-    EXPECT_EQ(out, "13 7 +0 +0 \n13 7 +0 +0 Layer A\n");
-    ASSERT_EQ(vmtest::Run("/usr/bin/convert " + vmtest::Quote(one + "[1]") + " " + vmtest::Quote(dir.File("l.png")) +
-                        " && /usr/bin/convert " + vmtest::Quote(one + "[0]") + " " + vmtest::Quote(dir.File("m.png")),
-                    out),
-              0)
-        << out;
-    EXPECT_TRUE(vmtest::SamePixels(LoadPng(dir.File("l.png")), picture));
+    EXPECT_EQ(vmtest::MagickIdentify("%w %h %X %Y %l\\n", one), "13 7 +0 +0 \n13 7 +0 +0 Layer A\n");
+    ASSERT_TRUE(vmtest::MagickConvert(one + "[1]", dir.File("l.png"), out)) << out;
+    ASSERT_TRUE(vmtest::MagickConvert(one + "[0]", dir.File("m.png"), out)) << out;
+    EXPECT_TRUE(vmtest::SamePixels(vmtest::Load(dir.File("l.png")), picture));
     // The flattened view: alpha exact, colours as close as the 8-bit merged bytes allow (about 255 / alpha).
-    const COLImage merged = LoadPng(dir.File("m.png"));
+    const COLImage merged = vmtest::Load(dir.File("m.png"));
     ASSERT_EQ(merged.GetPixelCount(), picture.GetPixelCount());
     for (size_t i = 0; i < picture.GetPixelCount(); ++i) {
         const CPixel want = picture.GetBuffer()[i], got = merged.GetBuffer()[i];
@@ -171,20 +160,15 @@ TEST(PsdInterop, ImageMagickOpensOurFiles)
     MakeComposition(doc);
     const std::string layered = dir.File("layered.psd");
     ASSERT_EQ(WriteLayeredPsd(layered, doc), kOk);
-    ASSERT_EQ(vmtest::Run("/usr/bin/identify -format '%w %h %X %Y %l\\n' " + vmtest::Quote(layered), out), 0) << out;
-    EXPECT_EQ(out, "23 17 +0 +0 \n23 17 +0 +0 Backdrop\n9 7 +3 +2 Subject\n10 7 +15 +9 Shade\n");
+    EXPECT_EQ(vmtest::MagickIdentify("%w %h %X %Y %l\\n", layered),
+              "23 17 +0 +0 \n23 17 +0 +0 Backdrop\n9 7 +3 +2 Subject\n10 7 +15 +9 Shade\n");
     for (int i = 0; i < 3; ++i) {
         const std::string png = dir.File("layer" + std::to_string(i) + ".png");
-        ASSERT_EQ(vmtest::Run("/usr/bin/convert " + vmtest::Quote(layered + "[" + std::to_string(i + 1) + "]") + " " +
-                            vmtest::Quote(png),
-                        out),
-                  0)
-            << out;
+        ASSERT_TRUE(vmtest::MagickConvert(layered + "[" + std::to_string(i + 1) + "]", png, out)) << out;
         // ImageMagick hands a layer out with its opacity multiplied into alpha.
-        COLImage want;
-        want.DuplicateFrom(&doc.GetLayer(i)->m_image);
+        COLImage want = vmtest::Copy(doc.GetLayer(i)->m_image);
         const uint32_t opacity = doc.GetLayer(i)->m_opacity;
-        const COLImage got = LoadPng(png);
+        const COLImage got = vmtest::Load(png);
         for (size_t k = 0; k < want.GetPixelCount() && k < got.GetPixelCount(); ++k) {
             CPixel& p = want.GetBuffer()[k];
             const int scaled = int(p.alpha * opacity + 127) / 255;
@@ -193,12 +177,10 @@ TEST(PsdInterop, ImageMagickOpensOurFiles)
         }
         ExpectSameVisible(want, got, "layer " + std::to_string(i));
     }
-    ASSERT_EQ(vmtest::Run("/usr/bin/convert " + vmtest::Quote(layered + "[0]") + " " + vmtest::Quote(dir.File("c.png")), out),
-              0)
-        << out;
+    ASSERT_TRUE(vmtest::MagickConvert(layered + "[0]", dir.File("c.png"), out)) << out;
     COLImage composite;
     ASSERT_EQ(MergeLayers(&doc, &composite, 0), 1);
-    EXPECT_TRUE(vmtest::SameColours(LoadPng(dir.File("c.png")), composite));
+    EXPECT_TRUE(vmtest::SameColours(vmtest::Load(dir.File("c.png")), composite));
 }
 
 TEST(PsdInterop, GimpOpensOurFiles)

@@ -301,38 +301,29 @@ TEST(PsdReader, NamesPreferTheUnicodeFormAndAreCutOnACharacterBoundary)
 TEST(PsdReader, UnsupportedAndDamagedFilesFailClearly)
 {
     const std::vector<uint8_t> good = psdtest::Build(TwoLayers());
-    auto fails = [](std::vector<uint8_t> bytes, const char* reasonPart) {
+    // Each damage as the bytes it sets, and the part of the reason that names it.
+    const struct {
+        std::vector<std::pair<size_t, uint8_t>> bytes;
+        const char* reason;
+    } damages[] = {
+        {{{25, 4}}, "CMYK"},
+        {{{5, 2}}, "PSB"},
+        {{{18, 0x00}, {19, 0x00}, {20, 0x4E}, {21, 0x21}}, "20000"},   // width 20001
+        {{{23, 32}}, "32-bit"},
+        {{{34, 0x7F}}, "end of the file"},                              // layer section longer than the file
+        {{{42, 0x7F}, {43, 0xFF}}, "more layers"},                      // layer count 32767 in a small section
+        {{{52, 0x7F}}, "impossible size"},                              // the first layer's bottom far beyond 20000
+        {{{62, 0xFF}, {63, 0xFF}, {64, 0xFF}, {65, 0xFF}}, "past"},     // first channel length 4 GB
+    };
+    for (const auto& damage : damages) {
+        std::vector<uint8_t> b = good;
+        for (auto [at, value] : damage.bytes) b[at] = value;
         CLayerStack stack;
         CPsdReader reader;
-        EXPECT_EQ(Load(bytes, stack, &reader), 0) << reasonPart;
+        EXPECT_EQ(Load(b, stack, &reader), 0) << damage.reason;
         EXPECT_EQ(reader.GetError(), kPsdBadFile);
-        EXPECT_NE(reader.GetReason().find(reasonPart), std::string::npos) << reader.GetReason();
-    };
-    std::vector<uint8_t> b = good;
-    b[25] = 4; // CMYK
-    fails(b, "CMYK");
-    b = good;
-    b[5] = 2;
-    fails(b, "PSB");
-    b = good;
-    b[18] = 0x00, b[19] = 0x00, b[20] = 0x4E, b[21] = 0x21; // width 20001
-    fails(b, "20000");
-    b = good;
-    b[23] = 32;
-    fails(b, "32-bit");
-    b = good;
-    b[34] = 0x7F; // layer section longer than the file
-    fails(b, "end of the file");
-    b = good;
-    b[42] = 0x7F; // layer count 32767 in a small section
-    b[43] = 0xFF;
-    fails(b, "more layers");
-    b = good;
-    b[52] = 0x7F; // the first layer's bottom far beyond 20000
-    fails(b, "impossible size");
-    b = good;
-    b[62] = b[63] = b[64] = b[65] = 0xFF; // first channel length 4 GB
-    fails(b, "past");
+        EXPECT_NE(reader.GetReason().find(damage.reason), std::string::npos) << reader.GetReason();
+    }
     CLayerStack stack;
     CPsdReader reader;
     EXPECT_EQ(reader.LoadFile("/nonexistent/x.psd", stack), 0);

@@ -1,12 +1,12 @@
-#include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/resource.h>
 #include <vector>
 
 #include "imaging/image.h"
 #include "interchange/psd_writer.h"
+#include "support/engine_checks.h"
+#include "support/full_disk.h"
 #include "support/test_support.h"
 #include "test_psd_builder.h"
 
@@ -14,14 +14,10 @@ namespace {
 
 COLImage Picture(uint32_t w, uint32_t h)
 {
-    COLImage image;
-    image.Create(w, h);
-    for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x)
-            image.PutPixel(x, y,
-                           CPixel::Make(uint8_t(10 * x + y), uint8_t(200 - 7 * x), uint8_t(33 * y + 1),
-                                        uint8_t(x == 0 ? 0 : (x == 1 ? 128 : 255))));
-    return image;
+    return vmtest::Picture(w, h, [](uint32_t x, uint32_t y) {
+        return CPixel::Make(uint8_t(10 * x + y), uint8_t(200 - 7 * x), uint8_t(33 * y + 1),
+                            uint8_t(x == 0 ? 0 : (x == 1 ? 128 : 255)));
+    });
 }
 
 // The file as its table lays it out, written here field by field from the table alone.
@@ -162,10 +158,7 @@ TEST(PsdWriter, AFailedWriteLeavesNoFileAndAnOlderOneUntouched)
     std::filesystem::create_directory(dir.File("taken.psd"));
     EXPECT_EQ(writer.SaveImage(dir.File("taken.psd").c_str(), &image), 0);
     EXPECT_TRUE(std::filesystem::is_directory(dir.File("taken.psd")));
-    size_t entries = 0;
-    for (const auto& e : std::filesystem::directory_iterator(dir.Path()))
-        entries += !e.path().empty();
-    EXPECT_EQ(entries, 1u);
+    EXPECT_EQ(vmtest::EntryCount(dir.Path()), 1u);
     COLImage none;
     EXPECT_EQ(writer.SaveImage(dir.File("none.psd").c_str(), &none), 0);
     EXPECT_FALSE(std::filesystem::exists(dir.File("none.psd")));
@@ -179,19 +172,7 @@ TEST(PsdWriter, AFullDiskIsReportedAndLeavesTheOldFile)
     const COLImage small = Picture(2, 2), large = Picture(64, 64);
     ASSERT_EQ(SavePsd(path, small), kOk);
     const std::vector<uint8_t> before = vmtest::ReadAll(path);
-    struct rlimit old {};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old), 0);
-    void (*oldHandler)(int) = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit limited = old;
-    limited.rlim_cur = 4096;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
-    const long result = SavePsd(path, large);
-    setrlimit(RLIMIT_FSIZE, &old);
-    std::signal(SIGXFSZ, oldHandler);
-    EXPECT_EQ(result, kFail);
+    EXPECT_EQ(vmtest::WithFileSizeLimit(4096, [&] { return SavePsd(path, large); }), kFail);
     EXPECT_EQ(vmtest::ReadAll(path), before);
-    size_t entries = 0;
-    for (const auto& e : std::filesystem::directory_iterator(dir.Path()))
-        entries += !e.path().empty();
-    EXPECT_EQ(entries, 1u);
+    EXPECT_EQ(vmtest::EntryCount(dir.Path()), 1u);
 }

@@ -5,6 +5,7 @@
 
 #include "imaging/codec.h"
 #include "matting/batch_key.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 using namespace batchkey;
@@ -16,14 +17,9 @@ using vmtest::Rgb;
 // A green-screen picture: an orange block on a green backdrop.
 COLImage GreenShot(uint32_t w, uint32_t h)
 {
-    COLImage img;
-    img.Create(w, h);
-    for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x) {
-            const bool subject = x > w / 3 && x < 2 * w / 3 && y > h / 3;
-            img.PutPixel(x, y, subject ? Rgb(210, 120, 60) : Rgb(46, 168, 72));
-        }
-    return img;
+    return vmtest::Picture(w, h, [&](uint32_t x, uint32_t y) {
+        return x > w / 3 && x < 2 * w / 3 && y > h / 3 ? Rgb(210, 120, 60) : Rgb(46, 168, 72);
+    });
 }
 
 } // namespace
@@ -43,10 +39,8 @@ TEST(BatchKey, OutputPathRule)
 
 TEST(BatchKey, ColourAtPercentReadsFourNeighbours)
 {
-    COLImage img;
-    img.Create(10, 10);
-    for (uint32_t y = 0; y < 10; ++y)
-        for (uint32_t x = 0; x < 10; ++x) img.PutPixel(x, y, Rgb(int(x * 20), int(y * 20), 7));
+    const COLImage img =
+        vmtest::Picture(10, 10, [](uint32_t x, uint32_t y) { return Rgb(int(x * 20), int(y * 20), 7); });
     // 50 %: around (5, 5): left (4,5), right (6,5), below (5,6), above (5,4).
     CPixel c = ColourAtPercent(img, 50, 50);
     EXPECT_EQ(c.Word(), CPixel::Make(100, 100, 7).Word());
@@ -76,16 +70,6 @@ TEST(BatchKey, ColourModes)
     EXPECT_EQ(ColourOfFile(img, s).Word(), 0xFF030201u);
 }
 
-TEST(BatchKey, UnattendedRecord)
-{
-    const ChromaKeyParams p = UnattendedParams(Rgb(1, 2, 3));
-    EXPECT_EQ(p.backdrop.Word(), Rgb(1, 2, 3).Word());
-    // strength, levels low and high, shadow kept, colour recovered, chroma smoothed, no feather
-    EXPECT_EQ(std::make_tuple(int(p.strength), int(p.levelLow), int(p.levelHigh), p.includeShadow, p.recoverColour,
-                              p.jpegChroma, p.featherSelection),
-              std::make_tuple(32, 32, 255, 1u, 1u, 1u, 0u));
-}
-
 TEST(BatchKey, FileListKeepsOneEntryPerFile)
 {
     vmtest::TempDir dir;
@@ -112,7 +96,7 @@ TEST(BatchKey, FolderGivesItsPictures)
     EXPECT_EQ(found, expected);
 }
 
-TEST(BatchKey, RunSkipsUnreadableFilesAndOverwritesResults)
+TEST(BatchKey, RunSkipsUnreadableFilesOverwritesResultsAndMakesItsFolder)
 {
     vmtest::TempDir dir;
     COLImageCodec codec;
@@ -154,18 +138,11 @@ TEST(BatchKey, RunSkipsUnreadableFilesAndOverwritesResults)
     EXPECT_LT(result.GetPixel2(2, 2).alpha, 16);
     EXPECT_EQ(result.GetPixel2(45, 50).alpha, 255);     // subject kept
     EXPECT_EQ(result.GetPixel2(45, 50).Word(), 0xFFD2783Cu);
-}
 
-TEST(BatchKey, MissingOutputFolderIsMade)
-{
-    vmtest::TempDir dir;
-    COLImageCodec codec;
-    COLImage shot = GreenShot(40, 30);
-    ASSERT_TRUE(codec.SaveFile(dir.File("p.bmp").c_str(), &shot));
-    Settings s;
+    // A missing output folder is made, and a prefix goes before the name.
     s.outputDir = dir.File("new/deeper");
     s.affix = "x_";
     s.affixIsPrefix = true;
-    EXPECT_TRUE(batchkey::Run({dir.File("p.bmp")}, s).empty());
-    EXPECT_TRUE(std::filesystem::exists(dir.File("new/deeper/x_p.png")));
+    EXPECT_TRUE(batchkey::Run({dir.File("one.bmp")}, s).empty());
+    EXPECT_TRUE(std::filesystem::exists(dir.File("new/deeper/x_one.png")));
 }

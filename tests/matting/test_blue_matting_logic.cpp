@@ -136,14 +136,8 @@ TEST(BlueMattingLogic, StripShowsWhichHuesGo)
 
 TEST(BlueMattingLogic, CheckerboardUnderTransparentHues)
 {
-    COLImage plain, keyed, picture;
-    plain.Create(12, 6);
-    keyed.Create(12, 6);
-    for (uint32_t y = 0; y < 6; ++y)
-        for (uint32_t x = 0; x < 12; ++x) {
-            plain.PutPixel(x, y, Rgb(200, 100, 50));
-            keyed.PutPixel(x, y, CPixel{0, 0, 0, 0});
-        }
+    const COLImage plain = vmtest::Solid(12, 6, Rgb(200, 100, 50));
+    COLImage keyed = vmtest::Solid(12, 6, CPixel{0, 0, 0, 0}), picture;
     keyed.PutPixel(1, 5, CPixel{0, 0, 0, 128});
     keyed.PutPixel(11, 5, CPixel{0, 0, 0, 255});
     CBlueMattingLogic::DrawOverChecker(plain, keyed, picture);
@@ -157,9 +151,7 @@ TEST(BlueMattingLogic, CheckerboardUnderTransparentHues)
 
 TEST(BlueMattingLogic, CleaningHistogramLeavesOutTheTransparentFlood)
 {
-    COLImage result;
-    result.Create(100, 1);
-    for (uint32_t x = 0; x < 100; ++x) result.PutPixel(x, 0, CPixel{0, 0, 0, 0});
+    COLImage result = vmtest::Solid(100, 1, CPixel{0, 0, 0, 0});
     for (uint32_t x = 0; x < 10; ++x) result.GetBuffer(x, 0)->alpha = 10;   // ten pixels at 10
     result.GetBuffer(50, 0)->alpha = 1;
     result.GetBuffer(51, 0)->alpha = 255;

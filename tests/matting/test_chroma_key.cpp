@@ -8,6 +8,7 @@
 #include "matting/chroma_key.h"
 #include "matting/key_math.h"
 #include "runtime/parallel_for.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -21,6 +22,15 @@ ChromaKeyParams ParamsFor(CPixel backdrop)
     ChromaKeyParams p;
     p.backdrop = backdrop;
     return p;
+}
+
+// The key of src, into a picture of its own; the process keeps what it learnt of the run (the path it took).
+COLImage Keyed(const COLImage& src, const ChromaKeyParams& params, CChromaKeyProcess& process)
+{
+    COLImage out;
+    process.SetImages(const_cast<COLImage*>(&src), &out);
+    EXPECT_EQ(process.Process(&params), kOk);
+    return out;
 }
 
 // A soft disc of a warm colour over a backdrop with a little noise: every step of both paths has work.
@@ -108,32 +118,25 @@ TEST(ChromaKey, LumaStrengthSetsTheOpaqueDistance)
 
 TEST(ChromaKey, LumaPathIgnoresShadowAndChromaSwitches)
 {
-    COLImage src = Scene(Rgb(240, 240, 238), 64, 48, 3);
-    COLImage a, b;
+    const COLImage src = Scene(Rgb(240, 240, 238), 64, 48, 3);
     CChromaKeyProcess process;
     ChromaKeyParams params = ParamsFor(Rgb(240, 240, 238));
-    process.SetImages(&src, &a);
-    ASSERT_EQ(process.Process(&params), kOk);
+    const COLImage a = Keyed(src, params, process);
     params.includeShadow = 0;
     params.jpegChroma = 0;
-    process.SetImages(&src, &b);
-    ASSERT_EQ(process.Process(&params), kOk);
-    EXPECT_TRUE(vmtest::SamePixels(a, b));
+    EXPECT_TRUE(vmtest::SamePixels(a, Keyed(src, params, process)));
 }
 
 TEST(ChromaKey, FeatherOnlyTakesAlphaAway)
 {
     for (CPixel backdrop : {Rgb(128, 128, 128), Rgb(46, 168, 72)}) {
-        COLImage src = Scene(backdrop, 80, 60, 5);
-        COLImage plain, feathered;
+        const COLImage src = Scene(backdrop, 80, 60, 5);
         CChromaKeyProcess process;
         ChromaKeyParams params = ParamsFor(backdrop);
         params.levelLow = 0;
-        process.SetImages(&src, &plain);
-        ASSERT_EQ(process.Process(&params), kOk);
+        const COLImage plain = Keyed(src, params, process);
         params.featherSelection = 1;
-        process.SetImages(&src, &feathered);
-        ASSERT_EQ(process.Process(&params), kOk);
+        const COLImage feathered = Keyed(src, params, process);
         int lowered = 0;
         for (uint32_t i = 0; i < plain.GetPixelCount(); ++i) {
             if (backdrop.red == 128) {
@@ -150,8 +153,7 @@ TEST(ChromaKey, LevelsMapAlphaOnly)
 {
     COLImage img = Row({Rgb(1, 2, 3, 0), Rgb(4, 5, 6, 31), Rgb(7, 8, 9, 32), Rgb(10, 11, 12, 100),
                         Rgb(13, 14, 15, 255)});
-    COLImage copy;
-    copy.DuplicateFrom(&img);
+    COLImage copy = vmtest::Copy(img);
     CChromaKeyProcess::ApplyAlphaLevels(img, 0, 255);
     EXPECT_TRUE(vmtest::SamePixels(img, copy));
     CChromaKeyProcess::ApplyAlphaLevels(img, 32, 255);
@@ -166,10 +168,7 @@ TEST(ChromaKey, ShadowPassRemovesDarkHazeAwayFromTheSubject)
 {
     // A 40 x 40 picture, keyed already: an opaque block on the left, a dark half-transparent haze far to the
     // right, and dark half-transparent pixels touching the block.
-    COLImage src, dst;
-    src.Create(40, 40);
-    for (uint32_t y = 0; y < 40; ++y)
-        for (uint32_t x = 0; x < 40; ++x) src.PutPixel(x, y, Rgb(200, 200, 200, 0));
+    COLImage src = vmtest::Solid(40, 40, Rgb(200, 200, 200, 0)), dst;
     for (uint32_t y = 10; y < 30; ++y) {
         for (uint32_t x = 2; x < 12; ++x) src.PutPixel(x, y, Rgb(5, 5, 5, 255));   // dark but opaque
         src.PutPixel(12, y, Rgb(5, 5, 5, 120));                                    // dark rim next to it
@@ -198,15 +197,12 @@ TEST(ChromaKey, ShadowOptionRunsThePassOnTheHuePathOnly)
     // Darken a band of the backdrop, well below the subject, into a deep shadow.
     for (uint32_t y = 80; y < 96; ++y)
         for (uint32_t x = 0; x < 64; ++x) src.PutPixel(x, y, Rgb(4, 14, 6));
-    COLImage kept, removed;
     CChromaKeyProcess process;
     ChromaKeyParams params = ParamsFor(green);
-    process.SetImages(&src, &kept);
-    ASSERT_EQ(process.Process(&params), kOk);
+    const COLImage kept = Keyed(src, params, process);
     ASSERT_TRUE(process.WasChromatic());
     params.includeShadow = 0;
-    process.SetImages(&src, &removed);
-    ASSERT_EQ(process.Process(&params), kOk);
+    const COLImage removed = Keyed(src, params, process);
     int keptAlpha = 0, removedAlpha = 0;
     for (uint32_t x = 8; x < 56; ++x) {
         keptAlpha += kept.GetPixel2(x, 86).alpha;
@@ -218,27 +214,19 @@ TEST(ChromaKey, ShadowOptionRunsThePassOnTheHuePathOnly)
 
 TEST(ChromaKey, EstimateBackdropFromTheBorder)
 {
-    COLImage img;
-    img.Create(300, 200);
-    for (uint32_t y = 0; y < 200; ++y)
-        for (uint32_t x = 0; x < 300; ++x) img.PutPixel(x, y, Rgb(40, 170, 70));
-    // A subject in the middle, reaching into the outer 128 but not the outer 16, does not count.
-    for (uint32_t y = 20; y < 180; ++y)
-        for (uint32_t x = 20; x < 280; ++x) img.PutPixel(x, y, Rgb(200, 100, 50));
-    // A little variation in the border: the mean follows it.
-    for (uint32_t x = 0; x < 300; ++x) img.PutPixel(x, 0, Rgb(44, 174, 74));
+    // A subject in the middle, reaching into the outer 128 but not the outer 16, does not count; a little
+    // variation in the border (the top row): the mean follows it.
+    const COLImage img = vmtest::Picture(300, 200, [](uint32_t x, uint32_t y) {
+        if (y == 0) return Rgb(44, 174, 74);
+        return x >= 20 && x < 280 && y >= 20 && y < 180 ? Rgb(200, 100, 50) : Rgb(40, 170, 70);
+    });
     EXPECT_EQ(CChromaKeyProcess::EstimateBackdropColour(img).Word(), Rgb(40, 170, 70).Word());
 
     // Narrower than 32: every pixel is border; a half-and-half picture has a mean that nothing is close to.
-    COLImage split;
-    split.Create(20, 10);
-    for (uint32_t y = 0; y < 10; ++y)
-        for (uint32_t x = 0; x < 20; ++x) split.PutPixel(x, y, x < 10 ? Rgb(0, 0, 0) : Rgb(200, 200, 200));
+    COLImage split =
+        vmtest::Picture(20, 10, [](uint32_t x, uint32_t) { return x < 10 ? Rgb(0, 0, 0) : Rgb(200, 200, 200); });
     EXPECT_EQ(CChromaKeyProcess::EstimateBackdropColour(split).Word(), 0xFF000000u);
-    for (uint32_t x = 0; x < 20; ++x) split.PutPixel(x, 9, Rgb(90, 90, 90));
-    for (uint32_t y = 0; y < 10; ++y)
-        for (uint32_t x = 0; x < 20; ++x)
-            if (y < 9) split.PutPixel(x, y, Rgb(100, 100, 100));
+    split = vmtest::Picture(20, 10, [](uint32_t, uint32_t y) { return y < 9 ? Rgb(100, 100, 100) : Rgb(90, 90, 90); });
     EXPECT_EQ(CChromaKeyProcess::EstimateBackdropColour(split).Word(), 0xFF636363u);   // (9*100 + 90) / 10 = 99
 }
 
@@ -257,15 +245,11 @@ TEST(ChromaKey, SameBytesOnOneCoreAndOnAll)
         COLImage one;
         {
             vmtest::ThreadCount tc(1);
-            process.SetImages(&src, &one);
-            ASSERT_EQ(process.Process(&params), kOk);
+            one = Keyed(src, params, process);
         }
         for (unsigned workers : {2u, 3u, 7u}) {
-            COLImage split;
             vmtest::ThreadCount tc(workers);
-            process.SetImages(&src, &split);
-            ASSERT_EQ(process.Process(&params), kOk);
-            EXPECT_TRUE(vmtest::SamePixels(one, split)) << workers;
+            EXPECT_TRUE(vmtest::SamePixels(one, Keyed(src, params, process))) << workers;
         }
     }
 }
@@ -273,14 +257,12 @@ TEST(ChromaKey, SameBytesOnOneCoreAndOnAll)
 TEST(ChromaKey, InPlaceRunKeysTheOriginal)
 {
     const CPixel green = Rgb(46, 168, 72);
-    COLImage src = Scene(green, 60, 40, 4);
-    COLImage apart, inPlace;
-    inPlace.DuplicateFrom(&src);
+    const COLImage src = Scene(green, 60, 40, 4);
+    COLImage inPlace = vmtest::Copy(src);
     CChromaKeyProcess process;
     ChromaKeyParams params = ParamsFor(green);
     params.jpegChroma = 0;   // the refinement then reads the source itself, where keyed pixels would show
-    process.SetImages(&src, &apart);
-    ASSERT_EQ(process.Process(&params), kOk);
+    const COLImage apart = Keyed(src, params, process);
     process.SetImages(&inPlace, &inPlace);
     ASSERT_EQ(process.Process(&params), kOk);
     EXPECT_TRUE(vmtest::SamePixels(apart, inPlace));
@@ -299,14 +281,6 @@ TEST(ChromaKey, RefusesMissingInputs)
     EXPECT_EQ(process.Process(&params), kFail);
 }
 
-namespace {
-std::vector<int> g_reports;
-void Record(void*, uint32_t code, int32_t value)
-{
-    if (code == 1) g_reports.push_back(value);
-}
-} // namespace
-
 TEST(ChromaKey, ProgressStaysInOrderAndEndsAtTheTop)
 {
     for (uint32_t shadow : {1u, 0u}) {
@@ -314,21 +288,22 @@ TEST(ChromaKey, ProgressStaysInOrderAndEndsAtTheTop)
         COLImage src = Scene(green, 300, 200, 2), dst;
         CChromaKeyProcess process;
         process.SetImages(&src, &dst);
-        process.SetProgressCallback(ProgressCallback{Record, nullptr});
+        vmtest::ProgressLog log;
+        const std::vector<int>& reports = log.values;
+        process.SetProgressCallback(log.Callback());
         process.SetProgressRange(0, 100);
         ChromaKeyParams params = ParamsFor(green);
         params.includeShadow = shadow;
-        g_reports.clear();
         ASSERT_EQ(process.Process(&params), kOk);
-        ASSERT_FALSE(g_reports.empty());
-        for (size_t i = 1; i < g_reports.size(); ++i) EXPECT_LE(g_reports[i - 1], g_reports[i]);
-        EXPECT_EQ(g_reports.back(), 100);
+        ASSERT_FALSE(reports.empty());
+        for (size_t i = 1; i < reports.size(); ++i) EXPECT_LE(reports[i - 1], reports[i]);
+        EXPECT_EQ(reports.back(), 100);
         std::vector<int> above80;
-        for (int v : g_reports)
+        for (int v : reports)
             if (v > 80 && (above80.empty() || above80.back() != v)) above80.push_back(v);
         if (shadow == 0) {
             // The hue key's own 0..100 lands in 0..80; the shadow pass reports 85, 95 and 100 after it.
-            EXPECT_NE(std::find(g_reports.begin(), g_reports.end(), 80), g_reports.end());
+            EXPECT_NE(std::find(reports.begin(), reports.end(), 80), reports.end());
             EXPECT_EQ(above80, (std::vector<int>{85, 95, 100}));
         } else {
             EXPECT_NE(std::find(above80.begin(), above80.end(), 90), above80.end());
@@ -351,8 +326,7 @@ TEST(ChromaKey, TinyPicturesGoThroughEveryStep)
                 CChromaKeyProcess process;
                 process.SetImages(&src, &dst);
                 ASSERT_EQ(process.Process(&params), kOk) << w << " x " << h;
-                EXPECT_EQ(dst.GetWidth(), w);
-                EXPECT_EQ(dst.GetHeight(), h);
+                EXPECT_EQ(vmtest::Size(dst), vmtest::Size(src));
             }
         }
 }

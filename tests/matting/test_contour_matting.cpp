@@ -9,6 +9,7 @@
 #include "matting/contour_matting.h"
 #include "matting/gaussian.h"
 #include "runtime/parallel_for.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -25,15 +26,6 @@ struct RefResult {
     COLChannel doubt;
 };
 
-COLImage Blur(const COLImage& src, double sigma)
-{
-    COLImage out;
-    CGaussianProcess g;
-    g.SetImages(const_cast<COLImage*>(&src), &out);
-    EXPECT_EQ(g.Process(&sigma), kOk);
-    return out;
-}
-
 int Dist(CPixel a, CPixel b)
 {
     const double dr = a.red - b.red, dg = a.green - b.green, db = a.blue - b.blue;
@@ -48,10 +40,8 @@ bool RefGrow(const COLImage& src, const COLChannel& known, const COLChannel& oth
     const size_t n = size_t(w) * h;
     const double S = std::sqrt(double(w) * h);
     const double sigma = S * 0.007142857142857143, limit = S / 2;
-    COLImage W;
-    W.DuplicateFrom(&src);
-    COLChannel C;
-    C.DuplicateFrom(&known);
+    COLImage W = vmtest::Copy(src);
+    COLChannel C = vmtest::Copy(known);
     int s = 0;
     for (int step = 0;; ++step) {
         if (step == maxSteps) return false;
@@ -61,7 +51,7 @@ bool RefGrow(const COLImage& src, const COLChannel& known, const COLChannel& oth
             else
                 W.GetBuffer()[i] = CPixel{0, 0, 0, 0};
         }
-        COLImage R = Blur(W, sigma);
+        COLImage R = vmtest::Blurred(W, sigma);
         size_t remaining = 0;
         for (size_t i = 0; i < n; ++i) {
             CPixel& p = R.GetBuffer()[i];
@@ -84,15 +74,14 @@ bool RefGrow(const COLImage& src, const COLChannel& known, const COLChannel& oth
         s = int(s + sigma);
         if (s > limit || remaining == 0) break;
     }
-    result = Blur(W, 0.5);
+    result = vmtest::Blurred(W, 0.5);
     return true;
 }
 
 RefResult RefMatte(const COLImage& src, const COLChannel& innerPlane, const COLChannel& outerPlane, int maxSteps = 5000)
 {
     RefResult r;
-    COLChannel inner, outer;
-    inner.DuplicateFrom(&innerPlane);
+    COLChannel inner = vmtest::Copy(innerPlane), outer;
     outer.DuplicateFrom(&outerPlane);
     const size_t n = src.GetPixelCount();
     for (size_t i = 0; i < n; ++i) outer.GetBuffer()[i] = uint8_t(255 - outer.GetBuffer()[i]);
@@ -178,8 +167,7 @@ struct RunResult {
 RunResult RunMatte(const COLImage& img, const COLChannel& inner, const COLChannel& outer)
 {
     RunResult r;
-    COLChannel in, out;
-    in.DuplicateFrom(&inner);
+    COLChannel in = vmtest::Copy(inner), out;
     out.DuplicateFrom(&outer);
     CContourMattingProcess p;
     p.SetImages(const_cast<COLImage*>(&img), &r.image);
@@ -228,18 +216,9 @@ TEST(ContourMatting, BandPixelsOfTheTwoColoursBecomeOpaqueOrClear)
 {
     const uint32_t w = 160, h = 150;
     const CPixel red = CPixel::Make(200, 30, 20), blue = CPixel::Make(20, 40, 210);
-    COLImage img;
-    img.Create(w, h);
-    COLChannel inner, outer;
-    inner.Create(w, h);
-    outer.Create(w, h);
-    for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x) {
-            const size_t i = size_t(y) * w + x;
-            img.GetBuffer()[i] = x < 80 ? red : blue;
-            inner.GetBuffer()[i] = x < 70 ? 255 : 0;
-            outer.GetBuffer()[i] = x < 90 ? 255 : 0;
-        }
+    const COLImage img = vmtest::Picture(w, h, [&](uint32_t x, uint32_t) { return x < 80 ? red : blue; });
+    const COLChannel inner = vmtest::PlaneOf(w, h, [](uint32_t x, uint32_t) { return x < 70 ? 255 : 0; });
+    const COLChannel outer = vmtest::PlaneOf(w, h, [](uint32_t x, uint32_t) { return x < 90 ? 255 : 0; });
     const RunResult r = RunMatte(img, inner, outer);
     ASSERT_EQ(r.code, kOk);
     for (uint32_t y = 0; y < h; ++y)
@@ -263,8 +242,7 @@ TEST(ContourMatting, RefusesPlanesOfAnotherSizeAndAnEmptyBand)
     COLImage img, out;
     COLChannel inner, outer;
     MakeScene(img, inner, outer, 150, 140, 5);
-    COLChannel small;
-    small.Create(150, 139);
+    COLChannel small = vmtest::Plane(150, 139, 0);
     CContourMattingProcess p;
     p.SetImages(&img, &out);
     ContourMattingParams params;
@@ -276,8 +254,7 @@ TEST(ContourMatting, RefusesPlanesOfAnotherSizeAndAnEmptyBand)
     EXPECT_EQ(p.Process(&params), kFail);
 
     // Outer contour equal to the inner one: no unknown pixel. The outer plane has been inverted by then.
-    COLChannel same;
-    same.DuplicateFrom(&inner);
+    COLChannel same = vmtest::Copy(inner);
     params.outerPlane = &same;
     EXPECT_EQ(p.Process(&params), kFail);
     EXPECT_EQ(p.GetFailure(), CContourMattingProcess::Failure::kNoBand);
@@ -313,13 +290,11 @@ TEST(ContourMatting, ReportsItsProgressPointsInOrder)
     COLImage img, out;
     COLChannel inner, outer;
     MakeScene(img, inner, outer, 170, 150, 6);
-    std::vector<int> seen;
+    vmtest::ProgressLog log;
+    const std::vector<int>& seen = log.values;
     CContourMattingProcess p;
     p.SetImages(&img, &out);
-    p.SetProgressCallback(ProgressCallback{[](void* c, uint32_t code, int32_t v) {
-                                               if (code == 1) static_cast<std::vector<int>*>(c)->push_back(v);
-                                           },
-                                           &seen});
+    p.SetProgressCallback(log.Callback());
     p.SetProgressRange(0, 100);
     ContourMattingParams params;
     params.innerPlane = &inner;

@@ -6,6 +6,7 @@
 
 #include "matting/contour_optimise.h"
 #include "matting/snake.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 namespace {
@@ -23,12 +24,10 @@ void MakeDisc(COLImage& img, uint32_t w, uint32_t h, double radius)
         }
 }
 
-void DiscPlane(COLChannel& plane, uint32_t w, uint32_t h, double radius)
+COLChannel DiscPlane(uint32_t w, uint32_t h, double radius)
 {
-    plane.Create(w, h);
-    for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x)
-            plane.GetBuffer()[size_t(y) * w + x] = std::hypot(x - w / 2.0, y - h / 2.0) < radius ? 255 : 0;
+    return vmtest::PlaneOf(
+        w, h, [&](uint32_t x, uint32_t y) { return std::hypot(x - w / 2.0, y - h / 2.0) < radius ? 255 : 0; });
 }
 
 } // namespace
@@ -39,18 +38,12 @@ void DiscPlane(COLChannel& plane, uint32_t w, uint32_t h, double radius)
 TEST(ContourOptimise, SnapsRegionsThenShrinksInnerAndGrowsOuter)
 {
     const uint32_t w = 12, h = 8;
-    COLImage labels;
-    labels.Create(w, h);
-    COLChannel inner, outer;
-    inner.Create(w, h);
-    outer.Create(w, h);
     const uint32_t stripe[4] = {2, 4, 1, 3};
-    for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x) {
-            labels.GetBuffer()[y * w + x] = CPixel::FromWord(0x40000000u | stripe[x / 3]);
-            inner.GetBuffer()[y * w + x] = (x == 7 || x == 11) ? 255 : 0;
-            outer.GetBuffer()[y * w + x] = (x >= 1 && !(x == 11 && y == 0)) ? 255 : 0;
-        }
+    const COLImage labels =
+        vmtest::Picture(w, h, [&](uint32_t x, uint32_t) { return CPixel::FromWord(0x40000000u | stripe[x / 3]); });
+    COLChannel inner = vmtest::PlaneOf(w, h, [](uint32_t x, uint32_t) { return x == 7 || x == 11 ? 255 : 0; });
+    COLChannel outer =
+        vmtest::PlaneOf(w, h, [](uint32_t x, uint32_t y) { return x >= 1 && !(x == 11 && y == 0) ? 255 : 0; });
     ASSERT_EQ(CContourOptimiser::SnapToRegions(labels, 4, inner, outer), kOk);
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x) {
@@ -72,9 +65,7 @@ TEST(ContourOptimise, BringsRoughContoursToTheEdge)
     const double radius = 40;
     COLImage img;
     MakeDisc(img, w, h, radius);
-    COLChannel inner, outer;
-    DiscPlane(inner, w, h, radius - 8);
-    DiscPlane(outer, w, h, radius + 8);
+    COLChannel inner = DiscPlane(w, h, radius - 8), outer = DiscPlane(w, h, radius + 8);
     auto band = [&] {
         size_t n = 0;
         for (size_t i = 0; i < size_t(w) * h; ++i) n += inner.GetBuffer()[i] == 0 && outer.GetBuffer()[i] != 0;
@@ -117,10 +108,8 @@ TEST(Snake, RedistributeDropsCloseAndSplitsLongGaps)
 
 TEST(Snake, EdgeMapIsSquaredStrengthWithAStrongBorder)
 {
-    COLImage img;
-    img.Create(5, 4);
-    for (uint32_t y = 0; y < 4; ++y)
-        for (uint32_t x = 0; x < 5; ++x) img.PutPixel(x, y, CPixel::Make(x < 2 ? 0 : 90, 10, x < 2 ? 0 : 30));
+    COLImage img =
+        vmtest::Picture(5, 4, [](uint32_t x, uint32_t) { return CPixel::Make(x < 2 ? 0 : 90, 10, x < 2 ? 0 : 30); });
     img.PutPixel(4, 3, CPixel{50, 50, 50, 0});
     CSnakeProcess::BuildEdgeMap(img);
     // (1, 1): red gx = 0 - 270, green 0, blue 0 - 90; gy 0: s = (270 + 0 + 90) / 3 = 120, alpha 120^2 / 256 = 56.

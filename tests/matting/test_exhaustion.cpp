@@ -16,6 +16,7 @@
 #include "matting/chroma_key.h"
 #include "matting/gaussian.h"
 #include "runtime/parallel_for.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -77,8 +78,7 @@ int RunChild(const std::string& engine, size_t spare)
     } else if (Blur(photo, expected) != kOk) {
         return kWrongResult;
     }
-    COLImage picture, out;
-    picture.DuplicateFrom(&photo);
+    COLImage picture = vmtest::Copy(photo), out;
     const size_t now = AddressSpaceBytes();
     rlimit limit{now + spare, now + spare};
     if (now == 0 || setrlimit(RLIMIT_AS, &limit) != 0) return kNoLimit;

@@ -10,6 +10,7 @@
 #include "matting/gaussian.h"
 #include "runtime/parallel_for.h"
 #include "runtime/simd_level.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -125,13 +126,6 @@ std::vector<int> SimdLevels()
     return levels;
 }
 
-struct ProgressLog {
-    std::vector<int> values;
-    static void Record(void* self, uint32_t code, int32_t value)
-    {
-        if (code == 1) static_cast<ProgressLog*>(self)->values.push_back(value);
-    }
-};
 
 } // namespace
 
@@ -168,21 +162,6 @@ TEST(GaussianKernel, WeightsForTheListedSigmas)
         const RefKernel b = RefMakeKernel(s);
         ASSERT_EQ(a.taps, b.n) << s;
         for (int i = 0; i < a.taps; ++i) ASSERT_EQ(a.weight[i], b.w[i]) << s << " " << i;
-    }
-}
-
-TEST(GaussianKernel, ScalePlanForLargeSigmas)
-{
-    // {sigma, shorter side, factor, sigma worked with}
-    const double cases[][4] = {
-        {3.0, 1000, 2, 1.0}, {2.4, 1000, 1, 2.4}, {6.0, 1000, 3, 2.0}, {5.0, 1000, 2, 2.0}, {17.0, 1000, 6, 2.0},
-        {2.9, 1000, 1, 2.0},   // above 2.5 the sigma is truncated even when no reduction follows
-        {17.0, 4, 4, 4.0},     // the factor stops at the picture's shorter side
-    };
-    for (auto& c : cases) {
-        double work = 0;
-        EXPECT_EQ(CGaussianProcess::PlanScale(c[0], uint32_t(c[1]), work), int(c[2])) << c[0] << " on " << c[1];
-        EXPECT_EQ(work, c[3]) << c[0] << " on " << c[1];
     }
 }
 
@@ -287,8 +266,8 @@ TEST(Gaussian, TinySigmaCopiesAndTheSmallestBlurStillRuns)
     vmtest::FillNoise(src, 9, 7, 3);
     CGaussianProcess g;
     g.SetImages(&src, &dst);
-    ProgressLog log;
-    g.SetProgressCallback({&ProgressLog::Record, &log});
+    vmtest::ProgressLog log;
+    g.SetProgressCallback(log.Callback());
     g.SetProgressRange(0, 100);
     double sigma = 0.009;
     ASSERT_EQ(g.Process(&sigma), kOk);

@@ -7,6 +7,7 @@
 #include "imaging/codec.h"
 #include "matting/hue_key.h"
 #include "runtime/parallel_for.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -41,6 +42,16 @@ ChromaKeyParams Green()
     ChromaKeyParams p;
     p.backdrop = kGreen;
     return p;
+}
+
+// The key's first steps by hand, without chroma smoothing: tables, key, colour mixing.
+void KeyAndMix(CHueKeyProcess& hue, const COLImage& src, ChromaKeyParams p)
+{
+    p.jpegChroma = 0;
+    hue.SetParamsForSteps(p);
+    hue.BuildTables();
+    ASSERT_EQ(hue.BuildKey(src), kOk);
+    hue.MixColours(src);
 }
 
 } // namespace
@@ -109,8 +120,7 @@ TEST(HueKey, InterpolateChromaRebuildsOddSamples)
 {
     COLImage yuv;
     vmtest::FillNoise(yuv, 7, 6, 21);
-    COLImage before;
-    before.DuplicateFrom(&yuv);
+    COLImage before = vmtest::Copy(yuv);
     CHueKeyProcess::InterpolateChroma(yuv);
     auto at = [&](const COLImage& img, uint32_t x, uint32_t y) { return img.GetPixel2(x, y); };
     // Y (red byte) and alpha never change; the even samples stay, and so do the last column and row, which
@@ -136,8 +146,7 @@ TEST(HueKey, SmoothingInBandsEqualsTheWholePictureRoute)
     for (uint32_t h : {1u, 2u, 3u, 33u, 34u, 97u}) {
         COLImage src;
         vmtest::FillNoise(src, 131, h, h);
-        COLImage expected;
-        expected.DuplicateFrom(&src);
+        COLImage expected = vmtest::Copy(src);
         COLImageCodec codec;
         ASSERT_TRUE(codec.RGBToYUV(&expected));
         CHueKeyProcess::InterpolateChroma(expected);
@@ -178,11 +187,7 @@ TEST(HueKey, WithoutRecoveryTheColourIsTheSources)
     hue.SetImages(&src, &dst);
     ChromaKeyParams p = Green();
     p.recoverColour = 0;
-    p.jpegChroma = 0;
-    hue.SetParamsForSteps(p);
-    hue.BuildTables();
-    ASSERT_EQ(hue.BuildKey(src), kOk);
-    hue.MixColours(src);
+    KeyAndMix(hue, src, p);
     int soft = 0;
     for (uint32_t i = 0; i < src.GetPixelCount(); ++i) {
         const CPixel d = dst.GetBuffer()[i];
@@ -197,19 +202,12 @@ TEST(HueKey, RefinementStaysOffTheOuterThreeRowsAndColumns)
 {
     COLImage src = GreenScene(48, 40, 4), dst;
     // Put the subject's rim right on the picture's edge.
-    for (uint32_t y = 0; y < 40; ++y)
-        for (uint32_t x = 0; x < 48; ++x)
-            if ((x + y) % 5 < 2) src.PutPixel(x, y, Rgb(200, 90, 60));
+    for (uint32_t i = 0; i < src.GetPixelCount(); ++i)
+        if ((i % 48 + i / 48) % 5 < 2) src.GetBuffer()[i] = Rgb(200, 90, 60);
     CHueKeyProcess hue;
     hue.SetImages(&src, &dst);
-    ChromaKeyParams p = Green();
-    p.jpegChroma = 0;
-    hue.SetParamsForSteps(p);
-    hue.BuildTables();
-    ASSERT_EQ(hue.BuildKey(src), kOk);
-    hue.MixColours(src);
-    COLImage before;
-    before.DuplicateFrom(&dst);
+    KeyAndMix(hue, src, Green());
+    COLImage before = vmtest::Copy(dst);
     ASSERT_EQ(hue.RefineEdges(src), kOk);
     int changedInside = 0;
     for (uint32_t y = 0; y < 40; ++y)
@@ -226,14 +224,10 @@ TEST(HueKey, RefinementPullsEdgeAlphaTowardTheMixingLine)
     // Left half orange, right half green, and a column between them that is an exact 50 % mix: the refined
     // alpha there lands near half.
     const CPixel orange = Rgb(220, 120, 40);
-    COLImage src, dst;
-    src.Create(21, 15);
-    for (uint32_t y = 0; y < 15; ++y)
-        for (uint32_t x = 0; x < 21; ++x) {
-            CPixel c = x < 10 ? orange : kGreen;
-            if (x == 10) c = Rgb((220 + 46) / 2, (120 + 168) / 2, (40 + 72) / 2);
-            src.PutPixel(x, y, c);
-        }
+    COLImage src = vmtest::Picture(21, 15, [&](uint32_t x, uint32_t) {
+        return x == 10 ? Rgb((220 + 46) / 2, (120 + 168) / 2, (40 + 72) / 2) : x < 10 ? orange : kGreen;
+    });
+    COLImage dst;
     CHueKeyProcess hue;
     hue.SetImages(&src, &dst);
     ChromaKeyParams p = Green();
@@ -250,8 +244,7 @@ TEST(HueKey, RefinementPullsEdgeAlphaTowardTheMixingLine)
 TEST(HueKey, InPlaceEqualsApart)
 {
     for (uint32_t smooth : {0u, 1u}) {
-        COLImage src = GreenScene(64, 48, 8), apart, inPlace;
-        inPlace.DuplicateFrom(&src);
+        COLImage src = GreenScene(64, 48, 8), apart, inPlace = vmtest::Copy(src);
         ChromaKeyParams p = Green();
         p.jpegChroma = smooth;
         CHueKeyProcess hue;

@@ -12,6 +12,8 @@
 #include "matting/batch_key.h"
 #include "matting/chroma_key.h"
 #include "matting/refined_key.h"
+#include "support/engine_checks.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -91,17 +93,9 @@ COLImage Key(const Shot& s, bool refine)
     ChromaKeySettings settings;
     settings.params.backdrop = s.backdrop;
     settings.refine = refine;
-    COLImage source, result;
-    source.DuplicateFrom(&s.picture);
+    COLImage source = vmtest::Copy(s.picture), result;
     EXPECT_EQ(RunBackdropKey(settings, source, result), kOk);
     return result;
-}
-
-bool SameBytes(const COLImage& a, const COLImage& b)
-{
-    return a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight() &&
-           std::equal(a.GetBuffer(), a.GetBuffer() + a.GetPixelCount(), b.GetBuffer(),
-                      [](const CPixel& p, const CPixel& q) { return p.Word() == q.Word(); });
 }
 
 } // namespace
@@ -169,8 +163,7 @@ TEST(RefinedKey, OffLeavesTheClassicKeysBytes)
         const Shot s = LoadShot(name);
         ASSERT_FALSE(s.picture.IsNull()) << name;
         for (const ChromaKeyParams& params : {ChromaKeyParams{s.backdrop}, batchkey::UnattendedParams(s.backdrop)}) {
-            COLImage source, direct, viaOption;
-            source.DuplicateFrom(&s.picture);
+            COLImage source = vmtest::Copy(s.picture), direct, viaOption;
             CChromaKeyProcess process;
             process.SetLumaStrength(20);
             process.SetImages(&source, &direct);
@@ -180,7 +173,7 @@ TEST(RefinedKey, OffLeavesTheClassicKeysBytes)
             settings.lumaStrength = 20;
             ASSERT_EQ(settings.refine, 0);   // off unless asked
             ASSERT_EQ(RunBackdropKey(settings, source, viaOption), kOk);
-            EXPECT_TRUE(SameBytes(direct, viaOption)) << name;
+            EXPECT_TRUE(vmtest::SamePixels(direct, viaOption)) << name;
         }
     }
 }
@@ -196,7 +189,7 @@ TEST(RefinedKey, SameBytesOnEverySplit)
     }
     for (unsigned n : {2u, 3u, 7u}) {
         vmtest::ThreadCount split(n);
-        EXPECT_TRUE(SameBytes(reference, Key(s, true))) << n << " workers";
+        EXPECT_TRUE(vmtest::SamePixels(reference, Key(s, true))) << n << " workers";
     }
 }
 
@@ -204,18 +197,14 @@ TEST(RefinedKey, BandLiesBetweenSureBackdropAndSureSubject)
 {
     // A disc of orange on a white backdrop darkened by a soft shadow: the shadow is backdrop, the disc's middle
     // subject, and the band only a few pixels wide around the disc's edge.
-    COLImage shot;
-    ASSERT_EQ(shot.Create(120, 90), kOk);
-    for (uint32_t y = 0; y < 90; ++y)
-        for (uint32_t x = 0; x < 120; ++x) {
-            const double d = std::hypot(x + 0.5 - 50.0, y + 0.5 - 45.0);
-            const double a = std::clamp(25.0 - d, 0.0, 1.0);
-            const double shade = 1.0 - 0.4 * std::clamp((x - 70.0) / 30.0, 0.0, 1.0);   // darker to the right
-            const double back = 240 * shade;
-            shot.GetBuffer()[y * 120 + x] = CPixel::Make(uint8_t(220 * a + back * (1 - a)),
-                                                         uint8_t(110 * a + back * (1 - a)),
-                                                         uint8_t(40 * a + back * (1 - a)));
-        }
+    COLImage shot = vmtest::Picture(120, 90, [](uint32_t x, uint32_t y) {
+        const double d = std::hypot(x + 0.5 - 50.0, y + 0.5 - 45.0);
+        const double a = std::clamp(25.0 - d, 0.0, 1.0);
+        const double shade = 1.0 - 0.4 * std::clamp((x - 70.0) / 30.0, 0.0, 1.0);   // darker to the right
+        const double back = 240 * shade;
+        return CPixel::Make(uint8_t(220 * a + back * (1 - a)), uint8_t(110 * a + back * (1 - a)),
+                            uint8_t(40 * a + back * (1 - a)));
+    });
     CRefinedKeyProcess process;
     COLImage result;
     process.SetImages(&shot, &result);
@@ -245,8 +234,7 @@ TEST(RefinedKey, RefusesBadInputAndStopsOnCancel)
     EXPECT_EQ(process.Process(&settings), kFail);
     const Shot s = LoadShot("green");
     ASSERT_FALSE(s.picture.IsNull());
-    COLImage shot;
-    shot.DuplicateFrom(&s.picture);
+    COLImage shot = vmtest::Copy(s.picture);
     process.SetImages(&shot, &result);
     EXPECT_EQ(process.Process(nullptr), kFail);
     EXPECT_TRUE(result.IsNull());
@@ -259,9 +247,7 @@ TEST(RefinedKey, RefusesBadInputAndStopsOnCancel)
 
     // Tiny pictures key without trouble, and in place the result is that of a separate destination.
     for (uint32_t side : {1u, 2u, 5u}) {
-        COLImage tiny;
-        ASSERT_EQ(tiny.Create(side, side), kOk);
-        for (size_t i = 0; i < tiny.GetPixelCount(); ++i) tiny.GetBuffer()[i] = CPixel::Make(46, 168, 72);
+        COLImage tiny = vmtest::Solid(side, side, CPixel::Make(46, 168, 72));
         process.SetImages(&tiny, &result);
         EXPECT_EQ(process.Process(&settings), kOk) << side;
     }
@@ -270,5 +256,5 @@ TEST(RefinedKey, RefusesBadInputAndStopsOnCancel)
     ASSERT_EQ(process.Process(&settings), kOk);
     process.SetImages(&shot, &shot);
     ASSERT_EQ(process.Process(&settings), kOk);
-    EXPECT_TRUE(SameBytes(shot, separate));
+    EXPECT_TRUE(vmtest::SamePixels(shot, separate));
 }

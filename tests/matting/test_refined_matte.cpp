@@ -14,6 +14,7 @@
 #include "imaging/codec.h"
 #include "runtime/parallel_for.h"
 #include "matting/refined_matte.h"
+#include "support/engine_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -67,6 +68,22 @@ double Sad(const COLChannel& a, const COLChannel& truth)
     double sum = 0;
     for (uint32_t i = 0; i < a.GetAreaByteSize(); ++i) sum += std::abs(int(a.GetBuffer()[i]) - truth.GetBuffer()[i]);
     return sum / 255.0;
+}
+
+// The solve gives the same alpha and colours on one core and on several.
+void ExpectSameBytesAtEveryThreadCount(const Input& in, const RefinedMatteParams& params)
+{
+    COLChannel alpha[3];
+    COLImage fore[3];
+    const unsigned threads[3] = {1, 2, 5};
+    for (int k = 0; k < 3; ++k) {
+        vmtest::ThreadCount tc(threads[k]);
+        ASSERT_EQ(SolveRefinedMatte(in.shot, in.trimap, alpha[k], &fore[k], params), kOk);
+    }
+    for (int k = 1; k < 3; ++k) {
+        EXPECT_EQ(vmtest::Bytes(alpha[0]), vmtest::Bytes(alpha[k])) << threads[k];
+        EXPECT_TRUE(vmtest::SamePixels(fore[0], fore[k])) << threads[k];
+    }
 }
 
 const int kRadii[] = {3, 10, 24};
@@ -176,17 +193,7 @@ TEST(RefinedMatte, SameBytesAtEveryThreadCount)
     ASSERT_FALSE(cases.empty());
     Input in;
     ASSERT_TRUE(LoadCase(cases[3], 24, in));   // a wide band: the half-size start is used
-    COLChannel alpha[3];
-    COLImage fore[3];
-    const unsigned threads[3] = {1, 2, 5};
-    for (int k = 0; k < 3; ++k) {
-        vmtest::ThreadCount tc(threads[k]);
-        ASSERT_EQ(SolveRefinedMatte(in.shot, in.trimap, alpha[k], &fore[k], RefinedMatteParams{}), kOk);
-    }
-    for (int k = 1; k < 3; ++k) {
-        EXPECT_EQ(vmtest::Bytes(alpha[0]), vmtest::Bytes(alpha[k]));
-        EXPECT_TRUE(vmtest::SamePixels(fore[0], fore[k]));
-    }
+    ExpectSameBytesAtEveryThreadCount(in, RefinedMatteParams{});
 }
 
 // The conjugate gradients split across cores: the same bytes at every thread count (its sums run over fixed
@@ -215,17 +222,7 @@ TEST(RefinedMatte, SplitSolveMatchesTheDefaultAndEveryThreadCount)
     EXPECT_LT(mineMean, 1.01 * theirsMean);
     Input in;
     ASSERT_TRUE(LoadCase(cases[3], 24, in));
-    COLChannel alpha[3];
-    COLImage fore[3];
-    const unsigned threads[3] = {1, 2, 5};
-    for (int k = 0; k < 3; ++k) {
-        vmtest::ThreadCount tc(threads[k]);
-        ASSERT_EQ(SolveRefinedMatte(in.shot, in.trimap, alpha[k], &fore[k], split), kOk);
-    }
-    for (int k = 1; k < 3; ++k) {
-        EXPECT_EQ(vmtest::Bytes(alpha[0]), vmtest::Bytes(alpha[k]));
-        EXPECT_TRUE(vmtest::SamePixels(fore[0], fore[k]));
-    }
+    ExpectSameBytesAtEveryThreadCount(in, split);
 }
 
 TEST(RefinedMatte, RefusesBadInputAndLeavesOutputsAlone)
@@ -260,23 +257,13 @@ TEST(RefinedMatte, KnownEverywhereKeepsTrimapAndColours)
 {
     COLImage image;
     vmtest::FillNoise(image, 16, 12, 3);
-    COLChannel trimap, alpha;
-    ASSERT_EQ(trimap.Create(16, 12), kOk);
-    for (uint32_t y = 0; y < 12; ++y)
-        for (uint32_t x = 0; x < 16; ++x) trimap.SetValue(x, y, (x + y) % 3 ? 255 : 0);
+    const COLChannel trimap = vmtest::PlaneOf(16, 12, [](uint32_t x, uint32_t y) { return (x + y) % 3 ? 255 : 0; });
+    COLChannel alpha;
     COLImage fore;
     ASSERT_EQ(SolveRefinedMatte(image, trimap, alpha, &fore, RefinedMatteParams{}), kOk);
     EXPECT_EQ(0, std::memcmp(alpha.GetBuffer(), trimap.GetBuffer(), trimap.GetAreaByteSize()));
     EXPECT_TRUE(vmtest::SameColours(fore, image));
 }
-
-struct ProgressLog {
-    std::vector<int32_t> values;
-    static void Record(void* context, uint32_t code, int32_t value)
-    {
-        if (code == 1) static_cast<ProgressLog*>(context)->values.push_back(value);
-    }
-};
 
 TEST(RefinedMatte, ProcessReportsInItsRangeDecontaminatesOnRequestAndCancels)
 {
@@ -287,9 +274,9 @@ TEST(RefinedMatte, ProcessReportsInItsRangeDecontaminatesOnRequestAndCancels)
     RefinedMatteParams params;
     params.trimap = &in.trimap;
 
-    ProgressLog log;
+    vmtest::ProgressLog log;
     CRefinedMatteProcess process;
-    process.SetProgressCallback({&ProgressLog::Record, &log});
+    process.SetProgressCallback(log.Callback());
     process.SetProgressRange(200, 300);
     COLImage out;
     process.SetImages(&in.shot, &out);

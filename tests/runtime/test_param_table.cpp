@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "runtime/param_table.h"
 
@@ -65,18 +66,20 @@ TEST(ParamTable, RefusalsNameTheOptionSayWhatItTakesAndLeaveTheFieldAlone)
 {
     Settings s;
     const Settings fresh;
-    for (const char* bad : {"13", "-4", "", "5x", " 5", "+5", "2.5", "0x10", "99999999999999999999999"}) {
-        const std::string error = Parse("count", bad, s);
-        EXPECT_EQ(error, std::string("--count takes a whole number from -3 to 12, not '") + bad + "'");
-    }
-    for (const char* bad : {"50.01", "-0.1", "nan", "inf", "1e999", "one", ""}) {
-        const std::string error = Parse("radius", bad, s);
-        EXPECT_EQ(error, std::string("--radius takes a number from 0 to 50, not '") + bad + "'");
-    }
-    for (const char* bad : {"10,10", "20,10", "10", "10,", ",10", "-1,5", "5,256", "a,b", "1,2,3"}) {
-        const std::string error = Parse("range", bad, s);
-        EXPECT_EQ(error, std::string("--range takes LO,HI with 0 <= LO < HI <= 255, not '") + bad + "'");
-    }
+    const struct {
+        const char* name;
+        const char* says;
+        std::vector<const char*> bad;
+    } refusals[] = {
+        {"count", "a whole number from -3 to 12",
+         {"13", "-4", "", "5x", " 5", "+5", "2.5", "0x10", "99999999999999999999999"}},
+        {"radius", "a number from 0 to 50", {"50.01", "-0.1", "nan", "inf", "1e999", "one", ""}},
+        {"range", "LO,HI with 0 <= LO < HI <= 255",
+         {"10,10", "20,10", "10", "10,", ",10", "-1,5", "5,256", "a,b", "1,2,3"}},
+    };
+    for (const auto& r : refusals)
+        for (const char* bad : r.bad)
+            EXPECT_EQ(Parse(r.name, bad, s), std::string("--") + r.name + " takes " + r.says + ", not '" + bad + "'");
     EXPECT_EQ(Parse("mode", "Fast", s), "--mode takes fast, exact or both, not 'Fast'");
     EXPECT_EQ(Parse("no-keep", "yes", s), "--no-keep takes no value");
     EXPECT_EQ(std::tie(s.count, s.radius, s.range.low, s.range.high, s.mode, s.keep),
@@ -87,13 +90,10 @@ TEST(ParamTable, HelpShowsRangesAndTheDefaultsOfAFreshRecord)
 {
     const Settings defaults;
     const std::string help = vmparam::HelpText(Table(), &defaults);
-    EXPECT_NE(help.find("--count N"), std::string::npos) << help;
-    EXPECT_NE(help.find("how many (a whole number from -3 to 12; default 5)"), std::string::npos) << help;
-    EXPECT_NE(help.find("(a number from 0 to 50; default 1.5)"), std::string::npos) << help;
-    EXPECT_NE(help.find("--mode fast|exact|both"), std::string::npos) << help;
-    EXPECT_NE(help.find("default fast)"), std::string::npos) << help;
-    EXPECT_NE(help.find("default 10,200)"), std::string::npos) << help;
-    EXPECT_NE(help.find("(a number from 0.5 to 2; required)"), std::string::npos) << help;
+    for (const char* part : {"--count N", "how many (a whole number from -3 to 12; default 5)",
+                             "(a number from 0 to 50; default 1.5)", "--mode fast|exact|both", "default fast)",
+                             "default 10,200)", "(a number from 0.5 to 2; required)"})
+        EXPECT_NE(help.find(part), std::string::npos) << part << " in\n" << help;
     EXPECT_EQ(vmparam::Synopsis(Table()),
               "[--count N] [--radius X] [--no-keep] [--mode fast|exact|both] [--range LO,HI] --need X");
     Settings changed;

@@ -7,21 +7,16 @@ using vmtest::ToolTest;
 
 namespace {
 
-void Put(COLImage& image, uint32_t x, uint32_t y, CPixel c) { *image.GetBuffer(x, y) = c; }
-
 // A green screen with a reddish square in the middle, opaque.
-void PaintGreenScreen(COLImage& image)
+COLImage GreenScreen(int w, int h)
 {
-    const int w = int(image.GetWidth()), h = int(image.GetHeight());
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            const bool subject = x >= w / 3 && x < 2 * w / 3 && y >= h / 3 && y < 2 * h / 3;
-            // A little variation per pixel, so the four-pixel mean is not any single pixel.
-            const uint8_t n = uint8_t((x * 7 + y * 13) % 9);
-            Put(image, uint32_t(x), uint32_t(y),
-                            subject ? CPixel{uint8_t(40 + n), uint8_t(60 + n), uint8_t(190 - n), 255}
-                                    : CPixel{uint8_t(30 + n), uint8_t(170 - n), uint8_t(20 + n), 255});
-        }
+    return vmtest::Picture(w, h, [&](int x, int y) {
+        const bool subject = x >= w / 3 && x < 2 * w / 3 && y >= h / 3 && y < 2 * h / 3;
+        // A little variation per pixel, so the four-pixel mean is not any single pixel.
+        const uint8_t n = uint8_t((x * 7 + y * 13) % 9);
+        return subject ? CPixel{uint8_t(40 + n), uint8_t(60 + n), uint8_t(190 - n), 255}
+                       : CPixel{uint8_t(30 + n), uint8_t(170 - n), uint8_t(20 + n), 255};
+    });
 }
 
 // The channel of a picture's alpha, squared as the cut-out's mask is.
@@ -35,17 +30,11 @@ std::vector<uint8_t> SquaredAlpha(const COLImage& image)
     return out;
 }
 
-std::vector<uint8_t> PictureBytes(const COLImage& image)
-{
-    const uint8_t* p = reinterpret_cast<const uint8_t*>(image.GetBuffer());
-    return std::vector<uint8_t>(p, p + image.GetPixelCount() * 4);
-}
-
 class ContourToolTest : public ToolTest {
 protected:
     void EnterChroma()
     {
-        PaintGreenScreen(doc.GetLayer(0)->m_image);
+        doc.GetLayer(0)->m_image = GreenScreen(W, H);
         ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodChroma, true));
         manager->SetCurrentTool(&manager->GetBkPickerTool());
         ASSERT_EQ(manager->GetCurrentTool(), &manager->GetBkPickerTool());
@@ -53,8 +42,7 @@ protected:
     // What the engine makes of the layer's picture when called directly.
     COLImage DirectKey(const ChromaKeySettings& settings)
     {
-        COLImage source, result;
-        source.DuplicateFrom(&doc.GetLayer(0)->m_image);
+        COLImage source = vmtest::Copy(doc.GetLayer(0)->m_image), result;
         EXPECT_EQ(RunBackdropKey(settings, source, result), kOk);
         return result;
     }
@@ -64,11 +52,9 @@ protected:
 
 TEST(BkPicker, ColourIsTheTruncatedMeanOfFourPixelsClampedAtTheEdge)
 {
-    COLImage image;
-    ASSERT_EQ(image.Create(4, 3), kOk);
-    for (uint32_t y = 0; y < 3; ++y)
-        for (uint32_t x = 0; x < 4; ++x)
-            Put(image, x, y, CPixel{uint8_t(10 * x + y), uint8_t(50 + 3 * x * y), uint8_t(200 - 7 * x), uint8_t(100 + x)});
+    const COLImage image = vmtest::Picture(4, 3, [](uint32_t x, uint32_t y) {
+        return CPixel{uint8_t(10 * x + y), uint8_t(50 + 3 * x * y), uint8_t(200 - 7 * x), uint8_t(100 + x)};
+    });
     // (2, 1): itself, (1, 0), (3, 2), (1, 2). Blue 21 + 10 + 32 + 12 = 75 -> 18; green 56 + 50 + 68 + 56 = 230 -> 57;
     // red 186 + 193 + 179 + 193 = 751 -> 187; alpha of (2, 1) itself.
     const CPixel c = CBkPickerTool::PickColour(image, 2, 1);
@@ -99,7 +85,7 @@ TEST_F(ContourToolTest, PickerKeysTheWorkingImageIntoTheResultWithOneStep)
     settings.params.backdrop = picked;
     const COLImage expected = DirectKey(settings);
     ASSERT_FALSE(selection.GetResultMask()->IsNull());
-    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), PictureBytes(expected));
+    EXPECT_EQ(Bytes(*selection.GetWorkingImage()), Bytes(expected));
     EXPECT_EQ(Bytes(*selection.GetResultMask()), SquaredAlpha(expected));
     // The backdrop went (its slight noise keeps a trace), the subject stayed.
     EXPECT_LT(selection.GetResultMask()->GetValue(2, 2), 8);
@@ -111,7 +97,7 @@ TEST_F(ContourToolTest, PickerKeysTheWorkingImageIntoTheResultWithOneStep)
     // Undo takes the key away: the working image is the layer's picture again.
     ASSERT_EQ(selectionLog.Backward(), 1);
     EXPECT_TRUE(selection.GetResultMask()->IsNull() || selection.GetResultMask()->IsAllZero());
-    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), PictureBytes(layer));
+    EXPECT_EQ(Bytes(*selection.GetWorkingImage()), Bytes(layer));
 }
 
 TEST_F(ContourToolTest, SecondClickTakesTheResultAwayAndPicksNothing)
@@ -123,7 +109,7 @@ TEST_F(ContourToolTest, SecondClickTakesTheResultAwayAndPicksNothing)
     Click(W / 2, H / 2);
     EXPECT_TRUE(selection.GetResultMask()->IsNull());
     EXPECT_TRUE(manager->GetBkPickerTool().GetPicked().empty());
-    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), PictureBytes(doc.GetLayer(0)->m_image));
+    EXPECT_EQ(Bytes(*selection.GetWorkingImage()), Bytes(doc.GetLayer(0)->m_image));
     EXPECT_EQ(selectionLog.GetCount(), steps) << "taking the result away records nothing";
     // The third click picks again.
     Click(3, 4);
@@ -133,11 +119,8 @@ TEST_F(ContourToolTest, SecondClickTakesTheResultAwayAndPicksNothing)
 TEST_F(ContourToolTest, FirstPickOfARedBackdropLowersTheStrengthOnce)
 {
     // A red backdrop, a blue subject.
-    COLImage& image = doc.GetLayer(0)->m_image;
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x)
-            Put(image, uint32_t(x), uint32_t(y),
-                            x > W / 3 ? CPixel{200, 40, 30, 255} : CPixel{20, 30, 180, 255});
+    doc.GetLayer(0)->m_image = vmtest::Picture(
+        W, H, [](int x, int) { return x > W / 3 ? CPixel{200, 40, 30, 255} : CPixel{20, 30, 180, 255}; });
     ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodChroma, true));
     manager->SetCurrentTool(&manager->GetBkPickerTool());
     Click(2, 2);
@@ -145,18 +128,16 @@ TEST_F(ContourToolTest, FirstPickOfARedBackdropLowersTheStrengthOnce)
     ChromaKeySettings settings;
     settings.params.backdrop = CPixel{20, 30, 180, 255};
     settings.params.strength = 20;
-    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), PictureBytes(DirectKey(settings)));
+    EXPECT_EQ(Bytes(*selection.GetWorkingImage()), Bytes(DirectKey(settings)));
 }
 
 TEST_F(ContourToolTest, PanelSliderBecomesTheLumaStrengthOfTheNextRun)
 {
     // A gray backdrop goes the luma way, which the panel's slider steers.
-    COLImage& image = doc.GetLayer(0)->m_image;
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x) {
-            const uint8_t v = x < W / 2 ? uint8_t(128 + x % 3) : uint8_t(150 + y % 40);
-            Put(image, uint32_t(x), uint32_t(y), CPixel{v, v, v, 255});
-        }
+    doc.GetLayer(0)->m_image = vmtest::Picture(W, H, [](int x, int y) {
+        const uint8_t v = x < W / 2 ? uint8_t(128 + x % 3) : uint8_t(150 + y % 40);
+        return CPixel{v, v, v, 255};
+    });
     ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodChroma, true));
     CBkPickerTool& picker = manager->GetBkPickerTool();
     manager->SetCurrentTool(&picker);
@@ -165,8 +146,8 @@ TEST_F(ContourToolTest, PanelSliderBecomesTheLumaStrengthOfTheNextRun)
     const CPixel backdrop = CPixel::FromWord(picker.GetPicked()[0]);
     ChromaKeySettings settings;
     settings.params.backdrop = backdrop;
-    const std::vector<uint8_t> at32 = PictureBytes(DirectKey(settings));
-    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), at32) << "the picker starts at luma strength 32";
+    const std::vector<uint8_t> at32 = Bytes(DirectKey(settings));
+    EXPECT_EQ(Bytes(*selection.GetWorkingImage()), at32) << "the picker starts at luma strength 32";
 
     picker.GetPanel().SetSlider(100);
     EXPECT_EQ(picker.GetLumaStrength(), 32) << "the slider alone changes nothing";
@@ -174,9 +155,9 @@ TEST_F(ContourToolTest, PanelSliderBecomesTheLumaStrengthOfTheNextRun)
     picker.ApplyPanel();
     EXPECT_EQ(picker.GetLumaStrength(), 100);
     settings.lumaStrength = 100;
-    const std::vector<uint8_t> at100 = PictureBytes(DirectKey(settings));
+    const std::vector<uint8_t> at100 = Bytes(DirectKey(settings));
     ASSERT_NE(at100, at32);
-    EXPECT_EQ(PictureBytes(*selection.GetWorkingImage()), at100) << "the run keys the picture before the key";
+    EXPECT_EQ(Bytes(*selection.GetWorkingImage()), at100) << "the run keys the picture before the key";
     EXPECT_EQ(selectionLog.GetCount(), steps + 1);
 }
 
@@ -192,10 +173,8 @@ TEST_F(ContourToolTest, InjectAddsOnePointOfTheInnerContourWhereAllowed)
 
     COLChannel& inner = *selection.GetInnerPlane();
     COLChannel& outer = *selection.GetOuterPlane();
-    ASSERT_EQ(inner.Create(W, H), kOk);
-    ASSERT_EQ(outer.Create(W, H), kOk);
-    std::memset(inner.GetBuffer(), 0, inner.GetAreaByteSize());
-    std::memset(outer.GetBuffer(), 255, outer.GetAreaByteSize());
+    inner = vmtest::Plane(W, H, 0);
+    outer = vmtest::Plane(W, H, 255);
     inner.SetValue(20, 15, 255);
     outer.SetValue(10, 10, 0);   // outside the outer contour
     outer.SetValue(12, 10, 254);

@@ -5,6 +5,7 @@
 #include "tool_fixture.h"
 
 using vmtest::Bytes;
+using vmtest::DisplayView;
 using vmtest::ToolTest;
 
 namespace {
@@ -79,8 +80,7 @@ protected:
     // A copy of the base layer's picture.
     COLImage BaseCopy()
     {
-        COLImage copy;
-        copy.DuplicateFrom(&doc.GetLayer(0)->m_image);
+        COLImage copy = vmtest::Copy(doc.GetLayer(0)->m_image);
         return copy;
     }
 
@@ -160,8 +160,7 @@ TEST_F(GeometryTest, RectangleCropCutsTheBaseShiftsTheLayersAndUndoes)
     EXPECT_EQ(status, "20 x 16, left:5 right:15 top:4 bottom:10");
     DoubleClick(15, 10);
 
-    ASSERT_EQ(doc.GetWidth(), 20);
-    ASSERT_EQ(doc.GetHeight(), 16);
+    ASSERT_EQ(vmtest::Size(doc), "20x16");
     const COLImage& base = doc.GetLayer(0)->m_image;
     ASSERT_EQ(base.GetWidth(), 20u);
     for (int y = 0; y < 16; ++y)
@@ -169,9 +168,7 @@ TEST_F(GeometryTest, RectangleCropCutsTheBaseShiftsTheLayersAndUndoes)
             ASSERT_EQ(base.GetPixel(uint32_t(x), uint32_t(y)), before.GetPixel(uint32_t(x + 5), uint32_t(y + 4)));
     EXPECT_EQ(upper->m_x, 7);
     EXPECT_EQ(upper->m_y, 5);
-    ASSERT_EQ(composeLog.GetCount(), steps + 1);
-    EXPECT_EQ(composeLog.GetRecord(steps)->kind, kStepWholeDocument);
-    EXPECT_EQ(LastLabel(composeLog), "croptip");
+    ExpectOneStep(steps, kStepWholeDocument, 0, "croptip");
     EXPECT_EQ(manager->GetCurrentTool(), nullptr) << "a finished crop leaves the tool";
 
     ASSERT_EQ(composeLog.Backward(), 1);
@@ -279,13 +276,11 @@ TEST_F(GeometryTest, FreeShapeCropStraightensThroughTheDirectWarp)
     p.height = int(std::max(len(c[0], c[3]), len(c[1], c[2])));
     p.fillColour = m_fore;
     p.mode = 0;
-    COLImage src, want;
-    src.DuplicateFrom(&before);
+    COLImage src = vmtest::Copy(before), want;
     CWarpProcess warp;
     warp.SetImages(&src, &want);
     ASSERT_EQ(warp.Process(&p), kOk);
-    EXPECT_EQ(doc.GetWidth(), p.width);
-    EXPECT_EQ(doc.GetHeight(), p.height);
+    EXPECT_EQ(vmtest::Size(doc), vmtest::Size(want));
     EXPECT_EQ(Bytes(doc.GetLayer(0)->m_image), Bytes(want));
     EXPECT_EQ(LastLabel(composeLog), "croptip");
     ASSERT_EQ(composeLog.Backward(), 1);
@@ -307,8 +302,7 @@ TEST_F(GeometryTest, TransformWithoutChangeGivesTheLayerBack)
 {
     // Even sides: the integer midpoints of the fit are then the true ones, and the map is the identity.
     CLayer* layer = AddLayerAt(6, 5, 12, 10);
-    COLImage source;
-    source.DuplicateFrom(&layer->m_image);
+    COLImage source = vmtest::Copy(layer->m_image);
     Take(manager->GetTransformTool());
     EXPECT_EQ(layer->m_visible, 0) << "hidden while the frame shows it";
     const CropShape& s = manager->GetTransformTool().GetShape();
@@ -339,18 +333,14 @@ TEST_F(GeometryTest, TransformWithoutChangeGivesTheLayerBack)
             const CPixel was = source.GetPixel2(x, y);
             for (int k = 0; k < 4; ++k) ASSERT_NEAR((&got.blue)[k], (&was.blue)[k], 2) << x << "," << y;
         }
-    ASSERT_EQ(composeLog.GetCount(), steps + 1);
-    EXPECT_EQ(composeLog.GetRecord(steps)->kind, kStepLayerHeaderRegion);
-    EXPECT_EQ(composeLog.GetRecord(steps)->arg, 1);
-    EXPECT_EQ(LastLabel(composeLog), "transtip");
+    ExpectOneStep(steps, kStepLayerHeaderRegion, 1, "transtip");
     EXPECT_EQ(manager->GetCurrentTool(), &manager->GetTransformTool());
 }
 
 TEST_F(GeometryTest, TransformScalesAndTurnsThroughTheInverseWarpAndUndoes)
 {
     CLayer* layer = AddLayerAt(6, 5, 12, 9);
-    COLImage source;
-    source.DuplicateFrom(&layer->m_image);
+    COLImage source = vmtest::Copy(layer->m_image);
     CTransformTool& tool = manager->GetTransformTool();
     Take(tool);
     // The bottom-right corner from (18, 14) down to y = 20: the ratio of the layer (12:9) holds.
@@ -404,8 +394,7 @@ TEST_F(GeometryTest, CrossingCornersAreRefusedAndTheLayerStays)
 TEST_F(GeometryTest, FreeCornersOfTheTransformFollowThePerspective)
 {
     CLayer* layer = AddLayerAt(6, 5, 12, 9);
-    COLImage source;
-    source.DuplicateFrom(&layer->m_image);
+    COLImage source = vmtest::Copy(layer->m_image);
     CTransformTool& tool = manager->GetTransformTool();
     Take(tool);
     ASSERT_TRUE(tool.GetOptions().SetRatioChoice(CPropCrop::kRatioNone));
@@ -458,10 +447,7 @@ TEST_F(GeometryTest, MovesGatherIntoOneHeaderStepAndUndo)
     for (int i = 0; i < 29; ++i) Sink().OnTimer();
     EXPECT_EQ(composeLog.GetCount(), steps);
     Sink().OnTimer(); // the 30th tick writes the gathered moves
-    ASSERT_EQ(composeLog.GetCount(), steps + 1);
-    EXPECT_EQ(composeLog.GetRecord(steps)->kind, kStepLayerHeader);
-    EXPECT_EQ(composeLog.GetRecord(steps)->arg, 1);
-    EXPECT_EQ(LastLabel(composeLog), "movtooltip");
+    ExpectOneStep(steps, kStepLayerHeader, 1, "movtooltip");
     Sink().OnKeyDown(kKeyDown, 0);
     manager->SetCurrentTool(nullptr); // leaving writes the rest
     ASSERT_EQ(composeLog.GetCount(), steps + 2);
@@ -474,11 +460,8 @@ TEST_F(GeometryTest, MovesGatherIntoOneHeaderStepAndUndo)
 
 TEST_F(GeometryTest, ASelectionOnTheBaseIsLiftedAndItsHoleFilled)
 {
-    COLChannel& mask = doc.GetSelectionMask();
-    ASSERT_EQ(mask.Create(W, H), kOk);
-    std::memset(mask.GetBuffer(), 0, mask.GetAreaByteSize());
-    for (int y = 4; y < 12; ++y)
-        for (int x = 3; x < 13; ++x) mask.SetValue(uint32_t(x), uint32_t(y), uint8_t(x == 3 ? 100 : 255));
+    doc.GetSelectionMask() = vmtest::PlaneOf(
+        W, H, [](uint32_t x, uint32_t y) { return y >= 4 && y < 12 && x >= 3 && x < 13 ? (x == 3 ? 100 : 255) : 0; });
     const COLImage before = BaseCopy();
     Take(manager->GetMoveTool());
     const int steps = composeLog.GetCount();
@@ -511,32 +494,10 @@ TEST_F(GeometryTest, ASelectionOnTheBaseIsLiftedAndItsHoleFilled)
 
 // ---- what the frame tools show -----------------------------------------------------------------------------------
 
-namespace {
-
-// A canvas at zoom 1 whose display buffer holds a picture, as the editor's canvas does.
-class DisplayView final : public ICanvasView {
-public:
-    double GetZoom() const override { return 1.0; }
-    CViewPoint GetOrigin() const override { return {}; }
-    void Redraw() override {}
-    void PostMergeDone() override {}
-    void SetSink(IViewSink* s) override
-    {
-        if (s) s->SetView(this);
-    }
-    CRect GetImageRect() override { return {0, 0, int(display.GetWidth()), int(display.GetHeight())}; }
-    COLImage* GetDisplayBuffer() override { return &display; }
-    void SetDisplayOverride(COLImage* image) override { shown = image; }
-    COLImage display;
-    COLImage* shown = nullptr;
-};
-
-} // namespace
-
 TEST_F(GeometryTest, TheCropFrameDimsTheOutsideOfThePicture)
 {
     DisplayView screen;
-    screen.display.DuplicateFrom(&doc.GetLayer(0)->m_image);
+    screen.display = vmtest::Copy(doc.GetLayer(0)->m_image);
     manager->SetView(&screen);
     Take(manager->GetCropTool());
     ASSERT_TRUE(manager->GetCropTool().SetCorners({{5, 4}, {25, 4}, {25, 20}, {5, 20}}));
@@ -559,7 +520,7 @@ TEST_F(GeometryTest, TheTransformDrawsTheHiddenLayerThroughTheMap)
     CLayer* layer = AddLayerAt(6, 5, 12, 10);
     for (size_t i = 0; i < layer->m_image.GetPixelCount(); ++i) layer->m_image.GetBuffer()[i].alpha = uint8_t(i * 37);
     DisplayView screen;
-    screen.display.DuplicateFrom(&doc.GetLayer(0)->m_image);
+    screen.display = vmtest::Copy(doc.GetLayer(0)->m_image);
     manager->SetView(&screen);
     CTransformTool& tool = manager->GetTransformTool();
     Take(tool);

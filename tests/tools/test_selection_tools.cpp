@@ -1,3 +1,4 @@
+#include "support/engine_checks.h"
 #include "tool_fixture.h"
 
 using vmtest::Filled;
@@ -14,9 +15,7 @@ std::vector<CPolyPoint> RectOutline(int x0, int y0, int x1, int y1)
 
 std::vector<uint8_t> Ellipse(int x0, int y0, int x1, int y1, int w, int h)
 {
-    COLChannel c;
-    c.Create(uint32_t(w), uint32_t(h));
-    std::memset(c.GetBuffer(), 0, c.GetAreaByteSize());
+    COLChannel c = vmtest::Plane(uint32_t(w), uint32_t(h), 0);
     FillEllipse(x0, y0, x1, y1, &c);
     return vmtest::Bytes(c);
 }
@@ -29,10 +28,7 @@ TEST_F(ToolTest, RectangleDragSelectsItsOutlineAndRecordsOneStep)
     const int before = composeLog.GetCount();
     Drag(3, 4, 20, 15);
     EXPECT_EQ(Mask(), Filled(RectOutline(3, 4, 20, 15), W, H));
-    EXPECT_EQ(composeLog.GetCount(), before + 1);
-    EXPECT_EQ(LastLabel(composeLog), std::string("rectseltip"));
-    EXPECT_EQ(composeLog.GetRecord(composeLog.GetCount() - 1)->kind, kStepChannel);
-    EXPECT_EQ(composeLog.GetRecord(composeLog.GetCount() - 1)->arg, -1);
+    ExpectOneStep(before, kStepChannel, -1, "rectseltip");
 }
 
 TEST_F(ToolTest, ClickWithoutMovingDeselects)
@@ -167,44 +163,40 @@ TEST_F(ToolTest, TwoPointPolygonStillRecordsAStep)
     manager->SetCurrentTool(&manager->GetPolygonTool());
     CPolygonSelTool& polygon = manager->GetPolygonTool();
 
-    polygon.GetPanel().SetMode(kSelAdd);
-    int steps = composeLog.GetCount();
-    Sink().OnLButtonDown(kMkLButton, 4, 3);
-    Sink().OnLButtonUp(0, 4, 3);
-    Sink().OnLButtonDblClk(kMkLButton, 20, 20);
-    EXPECT_EQ(composeLog.GetCount(), steps + 1);
-    EXPECT_EQ(Mask(), rect) << "Add mode leaves the mask untouched";
-
-    polygon.GetPanel().SetMode(kSelNew);
-    steps = composeLog.GetCount();
-    Sink().OnLButtonDown(kMkLButton, 4, 3);
-    Sink().OnLButtonUp(0, 4, 3);
-    Sink().OnLButtonDblClk(kMkLButton, 20, 20);
-    EXPECT_EQ(composeLog.GetCount(), steps + 1);
-    EXPECT_TRUE(doc.GetSelectionMask().IsNull()) << "New mode dropped the old selection";
+    // A double click right after the first corner: Add leaves the mask untouched, New drops the old selection;
+    // either way one step is recorded.
+    for (uint32_t mode : {uint32_t(kSelAdd), uint32_t(kSelNew)}) {
+        polygon.GetPanel().SetMode(mode);
+        const int steps = composeLog.GetCount();
+        Sink().OnLButtonDown(kMkLButton, 4, 3);
+        Sink().OnLButtonUp(0, 4, 3);
+        Sink().OnLButtonDblClk(kMkLButton, 20, 20);
+        EXPECT_EQ(composeLog.GetCount(), steps + 1) << mode;
+        if (mode == kSelAdd) {
+            EXPECT_EQ(Mask(), rect);
+        }
+    }
+    EXPECT_TRUE(doc.GetSelectionMask().IsNull());
 }
 
 TEST_F(ToolTest, MagicFloodsFromTheClickAndSelectsUncoveredCanvas)
 {
-    CLayer* base = doc.GetLayer(0);
-    for (size_t i = 0; i < base->m_image.GetPixelCount(); ++i) base->m_image.GetBuffer()[i] = CPixel::Make(10, 10, 10);
-    for (int y = 5; y < 15; ++y)
-        for (int x = 5; x < 15; ++x) base->m_image.PutPixel(uint32_t(x), uint32_t(y), CPixel::Make(200, 10, 10));
+    auto inBlock = [](uint32_t x, uint32_t y) { return x >= 5 && x < 15 && y >= 5 && y < 15; };
+    doc.GetLayer(0)->m_image = vmtest::Picture(W, H, [&](uint32_t x, uint32_t y) {
+        return inBlock(x, y) ? CPixel::Make(200, 10, 10) : CPixel::Make(10, 10, 10);
+    });
     manager->SetCurrentTool(&manager->GetMagicTool());
     manager->GetMagicTool().GetMagicPanel().SetTolerance("30");
     Click(8, 8);
-    std::vector<uint8_t> expected(size_t(W * H), 0);
-    for (int y = 5; y < 15; ++y)
-        for (int x = 5; x < 15; ++x) expected[size_t(y * W + x)] = 255;
-    EXPECT_EQ(Mask(), expected);
+    const COLChannel block = vmtest::PlaneOf(W, H, [&](uint32_t x, uint32_t y) { return inBlock(x, y) ? 255 : 0; });
+    EXPECT_EQ(Mask(), vmtest::Bytes(block));
     EXPECT_EQ(LastLabel(composeLog), std::string("magicseltip"));
 
     // A small upper layer with a transparent hole: a click into the hole selects everything it does not cover.
     ASSERT_NE(doc.AddLayer(0, 0), nullptr);
     doc.SetCurrentIndex(1);
     CLayer* upper = doc.GetLayer(1);
-    upper->m_image.Create(6, 4);
-    for (size_t i = 0; i < upper->m_image.GetPixelCount(); ++i) upper->m_image.GetBuffer()[i] = CPixel::Make(1, 2, 3);
+    upper->m_image = vmtest::Solid(6, 4, CPixel::Make(1, 2, 3));
     upper->m_image.PutPixel(2, 1, CPixel::Make(1, 2, 3, 0));
     upper->m_x = 20;
     upper->m_y = 10;
@@ -219,9 +211,8 @@ TEST_F(ToolTest, MagicFloodsFromTheClickAndSelectsUncoveredCanvas)
 
 TEST_F(ToolTest, MagicSubtractsWithCtrl)
 {
-    CLayer* base = doc.GetLayer(0);
-    for (size_t i = 0; i < base->m_image.GetPixelCount(); ++i) base->m_image.GetBuffer()[i] = CPixel::Make(10, 10, 10);
-    for (int y = 0; y < H; ++y) base->m_image.PutPixel(20, uint32_t(y), CPixel::Make(90, 90, 90));
+    doc.GetLayer(0)->m_image = vmtest::Picture(
+        W, H, [](uint32_t x, uint32_t) { return x == 20 ? CPixel::Make(90, 90, 90) : CPixel::Make(10, 10, 10); });
     manager->SetCurrentTool(&manager->GetRectTool());
     Drag(2, 2, 38, 28);
     const std::vector<uint8_t> rect = Mask();
@@ -231,8 +222,7 @@ TEST_F(ToolTest, MagicSubtractsWithCtrl)
     Click(10, 10);
     Sink().OnKeyUp(kKeyControl, 0);
     // The flood covers the dark left part (from column 1; column 0 is out of its reach) up to the gray line.
-    std::vector<uint8_t> flood(size_t(W * H), 0);
-    for (int y = 1; y < H; ++y)
-        for (int x = 1; x < 20; ++x) flood[size_t(y * W + x)] = 255;
-    EXPECT_EQ(Mask(), PlainSubtract(rect, flood));
+    const COLChannel flood =
+        vmtest::PlaneOf(W, H, [](uint32_t x, uint32_t y) { return x >= 1 && x < 20 && y >= 1 ? 255 : 0; });
+    EXPECT_EQ(Mask(), PlainSubtract(rect, vmtest::Bytes(flood)));
 }

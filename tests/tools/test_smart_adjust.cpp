@@ -123,11 +123,9 @@ protected:
     }
     std::vector<uint8_t> WorkingAlpha()
     {
-        std::vector<uint8_t> a;
-        const COLImage& w = *selection.GetWorkingImage();
-        for (size_t i = 0; i < w.GetPixelCount(); ++i)
-            a.push_back(w.GetBuffer()[i].alpha);
-        return a;
+        COLChannel alpha;
+        alpha.ExtractFrom(selection.GetWorkingImage(), 3);
+        return vmtest::Bytes(alpha);
     }
 
     CSmartAdjustTool* tool = nullptr;
@@ -160,13 +158,9 @@ TEST(SmartAdjustMath, PositionOnTheLineBetweenTheReferences)
 TEST_F(SmartAdjustTest, CurveIsZeroToThirtyTwoThenARampToTwoHundredTwentyFour)
 {
     const uint8_t* curve = tool->GetCurve();
-    EXPECT_EQ(curve[0], 0);
-    EXPECT_EQ(curve[32], 0);
-    EXPECT_EQ(curve[33], 1); // 255 / 192
-    EXPECT_EQ(curve[128], 127);
-    EXPECT_EQ(curve[223], 253);
-    EXPECT_EQ(curve[224], 255);
-    EXPECT_EQ(curve[255], 255);
+    // {position, value}: 33 gives 255 / 192.
+    const int at[][2] = {{0, 0}, {32, 0}, {33, 1}, {128, 127}, {223, 253}, {224, 255}, {255, 255}};
+    for (const auto& c : at) EXPECT_EQ(curve[c[0]], c[1]) << c[0];
 }
 
 TEST_F(SmartAdjustTest, ClicksInTheContoursPickTheReferencesThenAStrokeFollowsTheColours)
@@ -249,32 +243,10 @@ TEST_F(SmartAdjustTest, ShiftRaisesOnlyCtrlLowersOnlyAndTheButtonsHold)
     EXPECT_EQ(panel.GetMode(), uint32_t(kAdjustBoth));
 }
 
-namespace {
-
-// A canvas with a display buffer, to see what the tool puts on screen.
-class DisplayView final : public ICanvasView {
-public:
-    double GetZoom() const override { return 0.5; }
-    CViewPoint GetOrigin() const override { return {}; }
-    void Redraw() override {}
-    void PostMergeDone() override {}
-    CRect GetImageRect() override { return {3, 2, 3 + W / 2, 2 + H / 2}; }
-    CViewPoint ClientToImage(int x, int y) override { return {(x - 3) * 2, (y - 2) * 2}; }
-    COLImage* GetDisplayBuffer() override { return &display; }
-    void SetDisplayOverride(COLImage* image) override { shown = image; }
-    static constexpr int W = 40, H = 30; // the fixture's canvas
-    COLImage display;
-    COLImage* shown = nullptr;
-};
-
-} // namespace
-
 TEST_F(SmartAdjustTest, TheContoursShowThePlainPictureTheBandTheResult)
 {
-    DisplayView screen;
-    screen.display.Create(W / 2, H / 2);
-    for (size_t i = 0; i < screen.display.GetPixelCount(); ++i)
-        screen.display.GetBuffer()[i] = CPixel{1, 2, 3, 4};
+    vmtest::DisplayView screen(0.5, 3, 2);
+    screen.display = vmtest::Solid(W / 2, H / 2, CPixel{1, 2, 3, 4});
     tool->GetDrawer()->SetView(&screen);
     tool->OnFrameDone();
     ASSERT_NE(screen.shown, nullptr);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "commands/command.h"
+#include "support/engine_checks.h"
 
 using vmtest::Filled;
 using vmtest::Bytes;
@@ -48,6 +49,21 @@ public:
     CSelectionDocument& selection;
 };
 
+// History commands as the editor runs them, with the mode taken from the tool manager.
+class CommandTest : public ToolTest {
+protected:
+    int Run(const char* line)
+    {
+        if (!m_host) m_host = std::make_unique<ModeHost>(*manager, selectionLog, selection);
+        CCommandContext command;
+        command.document = &doc;
+        command.history = &composeLog;
+        command.host = m_host.get();
+        return ExecuteCommand(command, line);
+    }
+    std::unique_ptr<ModeHost> m_host;
+};
+
 } // namespace
 
 TEST_F(ToolTest, SwitchOrderAndRefusals)
@@ -79,24 +95,7 @@ TEST_F(ToolTest, SwitchOrderAndRefusals)
 
 TEST_F(ToolTest, ListsAndButtonCells)
 {
-    const auto& compose = manager->GetList(kListCompose);
-    EXPECT_EQ(compose, (std::vector<CToolBase*>{&manager->GetCropTool(), &manager->GetTransformTool(),
-                                                  &manager->GetPolygonTool(), &manager->GetFreeTool(),
-                                                  &manager->GetRectTool(), &manager->GetRoundTool(),
-                                                  &manager->GetMagicTool(), &manager->GetEraseLayerTool(),
-                                                  &manager->GetFreePaintTool(), &manager->GetCameraTool(),
-                                                 &manager->GetDesatTool(), &manager->GetMoveTool(),
-                                                 &manager->GetPickerTool(), &manager->GetZoomTool()}));
-    EXPECT_EQ(manager->GetList(kListInOut),
-              (std::vector<CToolBase*>{&manager->GetOutPolygonTool(), &manager->GetInPolygonTool(),
-                                       &manager->GetInjectTool(), &manager->GetSmartAdjustTool(),
-                                       &manager->GetModifyPolygonTool(), &manager->GetForePaintTool(),
-                                       &manager->GetEraseSelTool(), &manager->GetInnerBrushTool(),
-                                       &manager->GetOuterBrushTool(), &manager->GetZoomTool()}));
-    EXPECT_EQ(manager->GetList(kListChroma),
-              (std::vector<CToolBase*>{&manager->GetBkPickerTool(), &manager->GetModifyPolygonTool(),
-                                       &manager->GetForePaintTool(), &manager->GetEraseSelTool(),
-                                       &manager->GetZoomTool()}));
+    // The tools every selection mode shows, in the order of their cells.
     const std::vector<CToolBase*> common{&manager->GetModifyPolygonTool(), &manager->GetForePaintTool(),
                                          &manager->GetEraseSelTool(), &manager->GetZoomTool()};
     EXPECT_EQ(manager->GetCommonTools(), common);
@@ -113,7 +112,7 @@ TEST_F(ToolTest, ListsAndButtonCells)
     EXPECT_EQ(manager->GetShownTools(), manager->GetList(kListInOut));
 }
 
-TEST_F(ToolTest, ComposeUndoAndRedoOfASelection)
+TEST_F(CommandTest, ComposeUndoAndRedoOfASelection)
 {
     manager->SetCurrentTool(&manager->GetRectTool());
     Drag(3, 4, 20, 15);
@@ -125,21 +124,16 @@ TEST_F(ToolTest, ComposeUndoAndRedoOfASelection)
     const std::vector<uint8_t> second = Bytes(doc.GetSelectionMask());
     ASSERT_NE(first, second);
 
-    ModeHost modeHost(*manager, selectionLog, selection);
-    CCommandContext command;
-    command.document = &doc;
-    command.history = &composeLog;
-    command.host = &modeHost;
-    ASSERT_EQ(ExecuteCommand(command, "UI_HistoryBackward"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryBackward"), kCommandDone);
     EXPECT_EQ(Bytes(doc.GetSelectionMask()), first);
-    ASSERT_EQ(ExecuteCommand(command, "UI_HistoryBackward"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryBackward"), kCommandDone);
     EXPECT_TRUE(doc.GetSelectionMask().IsNull());
-    ASSERT_EQ(ExecuteCommand(command, "UI_HistoryForward"), kCommandDone);
-    ASSERT_EQ(ExecuteCommand(command, "UI_HistoryForward"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
     EXPECT_EQ(Bytes(doc.GetSelectionMask()), second);
 }
 
-TEST_F(ToolTest, SelectionModePolygonsUndoOnTheSelectionLog)
+TEST_F(CommandTest, SelectionModePolygonsUndoOnTheSelectionLog)
 {
     ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodInOut, true));
     EXPECT_EQ(host.modes, (std::vector<bool>{true}));
@@ -149,9 +143,7 @@ TEST_F(ToolTest, SelectionModePolygonsUndoOnTheSelectionLog)
 
     manager->SetCurrentTool(&manager->GetOutPolygonTool());
     const std::vector<CPolyPoint> outer = {{2, 2}, {36, 3}, {30, 27}, {2, 2}};
-    Sink().OnLButtonDown(kMkLButton, 2, 2);
-    for (size_t i = 0; i + 1 < outer.size(); ++i) Sink().OnLButtonUp(0, outer[i].x, outer[i].y);
-    Sink().OnLButtonDblClk(kMkLButton, 30, 27);
+    ClickPolygon(outer);
     EXPECT_EQ(Bytes(*selection.GetOuterPlane()), Filled(outer, W, H));
     // Two steps for one polygon, both of the outer plane; the compose log is not touched.
     ASSERT_EQ(selectionLog.GetCount(), 3);
@@ -160,27 +152,20 @@ TEST_F(ToolTest, SelectionModePolygonsUndoOnTheSelectionLog)
 
     manager->SetCurrentTool(&manager->GetInPolygonTool());
     const std::vector<CPolyPoint> inner = {{10, 8}, {25, 9}, {20, 20}, {10, 8}};
-    Sink().OnLButtonDown(kMkLButton, 10, 8);
-    for (size_t i = 0; i + 1 < inner.size(); ++i) Sink().OnLButtonUp(0, inner[i].x, inner[i].y);
-    Sink().OnLButtonDblClk(kMkLButton, 20, 20);
+    ClickPolygon(inner);
     EXPECT_EQ(Bytes(*selection.GetInnerPlane()), Filled(inner, W, H));
 
-    ModeHost modeHost(*manager, selectionLog, selection);
-    CCommandContext command;
-    command.document = &doc;
-    command.history = &composeLog;
-    command.host = &modeHost;
-    ASSERT_EQ(ExecuteCommand(command, "UI_HistoryJumpTo('3')"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryJumpTo('3')"), kCommandDone);
     EXPECT_TRUE(selection.GetInnerPlane()->IsNull());
     EXPECT_EQ(Bytes(*selection.GetOuterPlane()), Filled(outer, W, H));
-    ASSERT_EQ(ExecuteCommand(command, "UI_HistoryJumpTo('1')"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryJumpTo('1')"), kCommandDone);
     EXPECT_TRUE(selection.GetOuterPlane()->IsNull());
-    ASSERT_EQ(ExecuteCommand(command, "UI_HistoryJumpTo('5')"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryJumpTo('5')"), kCommandDone);
     EXPECT_EQ(Bytes(*selection.GetInnerPlane()), Filled(inner, W, H));
     EXPECT_EQ(composeLog.GetCount(), composeSteps) << "history moves in selection mode stay on its own log";
 }
 
-TEST_F(ToolTest, ModifyPolygonTakesColourBackAndLeavingKeepsTheResult)
+TEST_F(CommandTest, ModifyPolygonTakesColourBackAndLeavingKeepsTheResult)
 {
     ASSERT_NE(doc.AddLayer(0, 0), nullptr);
     doc.SetCurrentIndex(1);
@@ -191,15 +176,12 @@ TEST_F(ToolTest, ModifyPolygonTakesColourBackAndLeavingKeepsTheResult)
     // As after a matting run: the working image has lost its alpha and its colours were changed.
     COLImage& working = *selection.GetWorkingImage();
     for (size_t i = 0; i < working.GetPixelCount(); ++i) working.GetBuffer()[i] = CPixel::Make(0, 0, 0, 40);
-    COLImage before;
-    before.DuplicateFrom(&working);
+    const COLImage before = vmtest::Copy(working);
     selectionLog.AddStep(&selection, kStepLayerRegion, 0, "matting");
 
     manager->SetCurrentTool(&manager->GetModifyPolygonTool());
     const std::vector<CPolyPoint> outline = {{5, 5}, {30, 5}, {30, 25}, {5, 25}, {5, 5}};
-    Sink().OnLButtonDown(kMkLButton, 5, 5);
-    for (size_t i = 0; i + 1 < outline.size(); ++i) Sink().OnLButtonUp(0, outline[i].x, outline[i].y);
-    Sink().OnLButtonDblClk(kMkLButton, 5, 25);
+    ClickPolygon(outline);
     const std::vector<uint8_t> mask = Filled(outline, W, H);
     ASSERT_EQ(Bytes(*selection.GetResultMask()), mask);
     for (size_t i = 0; i < working.GetPixelCount(); ++i) {
@@ -211,16 +193,11 @@ TEST_F(ToolTest, ModifyPolygonTakesColourBackAndLeavingKeepsTheResult)
     }
 
     // Undo brings the colours back as well as the mask.
-    ModeHost modeHost(*manager, selectionLog, selection);
-    CCommandContext command;
-    command.document = &doc;
-    command.history = &composeLog;
-    command.host = &modeHost;
     ASSERT_EQ(selectionLog.GetCount(), 4);
-    ASSERT_EQ(ExecuteCommand(command, "UI_HistoryJumpTo('2')"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryJumpTo('2')"), kCommandDone);
     EXPECT_TRUE(vmtest::SameColours(working, before));
-    ASSERT_EQ(ExecuteCommand(command, "UI_HistoryForward"), kCommandDone);
-    ASSERT_EQ(ExecuteCommand(command, "UI_HistoryForward"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
 
     // Leaving with OK: the wizard keeps the result as the document's selection, and the step is recorded.
     host.wizardAnswer = [this] { return selection.KeepAsSelection(doc) == kBringBackDone; };

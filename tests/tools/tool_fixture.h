@@ -15,6 +15,7 @@
 #include "document/selection_document.h"
 #include "effects/polygon_fill.h"
 #include "imaging/channel.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 #include "tools/tool_manager.h"
 
@@ -85,6 +86,34 @@ private:
     CViewPoint m_origin;
 };
 
+// A canvas whose display buffer holds a picture, as the editor's canvas does, shown at `zoom` with its top-left
+// corner at client (left, top): what a tool puts on screen can be read back.
+class DisplayView final : public ICanvasView {
+public:
+    explicit DisplayView(double zoom = 1.0, int left = 0, int top = 0) : m_zoom(zoom), m_left(left), m_top(top) {}
+    double GetZoom() const override { return m_zoom; }
+    CViewPoint GetOrigin() const override { return {}; }
+    void Redraw() override {}
+    void PostMergeDone() override {}
+    void SetSink(IViewSink* s) override
+    {
+        if (s) s->SetView(this);
+    }
+    CRect GetImageRect() override
+    {
+        return {m_left, m_top, m_left + int(display.GetWidth()), m_top + int(display.GetHeight())};
+    }
+    CViewPoint ClientToImage(int x, int y) override { return {int((x - m_left) / m_zoom), int((y - m_top) / m_zoom)}; }
+    COLImage* GetDisplayBuffer() override { return &display; }
+    void SetDisplayOverride(COLImage* image) override { shown = image; }
+    COLImage display;
+    COLImage* shown = nullptr;
+
+private:
+    double m_zoom;
+    int m_left, m_top;
+};
+
 class FakeBarHost final : public IToolBarHost {
 public:
     void ShowHelp(const std::string& text) override { help.push_back(text); }
@@ -102,9 +131,7 @@ public:
 // The polygon fill of a closed outline into a zeroed plane of the given size.
 inline std::vector<uint8_t> Filled(const std::vector<CPolyPoint>& outline, int w, int h)
 {
-    COLChannel c;
-    c.Create(uint32_t(w), uint32_t(h));
-    std::memset(c.GetBuffer(), 0, c.GetAreaByteSize());
+    COLChannel c = Plane(uint32_t(w), uint32_t(h), 0);
     FillPolygon(outline.data(), outline.size(), &c);
     return Bytes(c);
 }
@@ -168,12 +195,28 @@ protected:
         Sink().OnLButtonDown(kMkLButton, x, y);
         Sink().OnLButtonUp(0, x, y);
     }
+    // Clicks the corners of a closed outline (its last point repeats the first) and ends it with a double click
+    // on the last corner.
+    void ClickPolygon(const std::vector<CPolyPoint>& outline)
+    {
+        Sink().OnLButtonDown(kMkLButton, outline[0].x, outline[0].y);
+        for (size_t i = 0; i + 1 < outline.size(); ++i) Sink().OnLButtonUp(0, outline[i].x, outline[i].y);
+        Sink().OnLButtonDblClk(kMkLButton, outline[outline.size() - 2].x, outline[outline.size() - 2].y);
+    }
     std::string LastLabel(const CHistoryLog& log) const
     {
         const CHistoryRecord* r = log.GetRecord(log.GetCount() - 1);
         return r ? r->label : "";
     }
     std::vector<uint8_t> Mask() { return Bytes(doc.GetSelectionMask()); }
+    // One step was added to the compose log since it held `steps`, of this kind, argument and label.
+    void ExpectOneStep(int steps, int32_t kind, int32_t arg, const std::string& label)
+    {
+        ASSERT_EQ(composeLog.GetCount(), steps + 1);
+        EXPECT_EQ(composeLog.GetRecord(steps)->kind, kind);
+        EXPECT_EQ(composeLog.GetRecord(steps)->arg, arg);
+        EXPECT_EQ(LastLabel(composeLog), label);
+    }
 
     TempDir m_tmp;
     std::string m_oldTmp;
