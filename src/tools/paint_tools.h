@@ -2,6 +2,7 @@
 
 #include "imaging/channel.h"
 #include "imaging/image.h"
+#include "tools/lazy_snapshot.h"
 #include "tools/paint_tool.h"
 
 class CLayer;
@@ -38,8 +39,9 @@ public:
 
 private:
     CLayer* m_pTarget = nullptr;
-    COLImage m_snapshot;
+    CLazySnapshot m_snapshot;
     bool m_useMask = false;
+    bool m_baseDone = false;   // the base has been made opaque in this stroke
 };
 
 // Selection mode: puts the untouched picture back where the matting removed too much. The working image's
@@ -112,7 +114,7 @@ public:
 
 private:
     CLayer* m_pTarget = nullptr;
-    COLImage m_snapshot;
+    CLazySnapshot m_snapshot;
     bool m_useMask = false;
 };
 
