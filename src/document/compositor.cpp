@@ -194,7 +194,22 @@ void BlendRowAvx2Any(CPixel* d, const CPixel* s, size_t n, uint32_t opacity, int
 // The quick preview's normal blend of `cols` samples taken every `step` pixels of s, eight at a time; answers
 // how many were done (a multiple of 8), the rest is left to the plain loop. Same shifts as the plain loop:
 // (s x a + d x (255 - a)) >> 8 never exceeds 16 bits.
-VM_AVX2 int PreviewNormalAvx2(CPixel* d, const CPixel* s, int step, int cols, uint32_t opacity)
+// Eight samples every `step` pixels from s. The coarse update of a brush uses step 2, where two loads and a
+// shuffle are much cheaper than a gather; they read s[0..15], so `avail` (the pixels left in the row from s)
+// must be at least 16 for that.
+VM_AVX2 inline __m256i LoadSamples8(const CPixel* s, int step, int avail, __m256i index)
+{
+    if (step == 2 && avail >= 16) {
+        const __m256i evens = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+        const __m256i a = _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)), evens);
+        const __m256i b =
+            _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + 8)), evens);
+        return _mm256_permute2x128_si256(a, b, 0x20);
+    }
+    return _mm256_i32gather_epi32(reinterpret_cast<const int*>(s), index, 4);
+}
+
+VM_AVX2 int PreviewNormalAvx2(CPixel* d, const CPixel* s, int step, int cols, int avail, uint32_t opacity)
 {
     const __m256i index = _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(step));
     const __m256i op = _mm256_set1_epi32(static_cast<int>(opacity)), c127 = _mm256_set1_epi32(127);
@@ -202,8 +217,7 @@ VM_AVX2 int PreviewNormalAvx2(CPixel* d, const CPixel* s, int step, int cols, ui
     const __m256i z = _mm256_setzero_si256();
     int k = 0;
     for (; k + 8 <= cols; k += 8) {
-        const __m256i sp =
-            _mm256_i32gather_epi32(reinterpret_cast<const int*>(s + static_cast<size_t>(k) * step), index, 4);
+        const __m256i sp = LoadSamples8(s + static_cast<size_t>(k) * step, step, avail - k * step, index);
         __m256i* dp = reinterpret_cast<__m256i*>(d + k);
         const __m256i dv = _mm256_loadu_si256(dp);
         // a per pixel, spread over the pixel's four 16-bit lanes.
@@ -223,14 +237,13 @@ VM_AVX2 int PreviewNormalAvx2(CPixel* d, const CPixel* s, int step, int cols, ui
 
 // The quick preview's base samples of one row, eight at a time while all eight are opaque; answers how many
 // were done, the rest (and any group with a see-through pixel) is left to the plain loop.
-VM_AVX2 int SampleOpaqueAvx2(CPixel* d, const CPixel* s, int step, int cols)
+VM_AVX2 int SampleOpaqueAvx2(CPixel* d, const CPixel* s, int step, int cols, int avail)
 {
     const __m256i index = _mm256_mullo_epi32(_mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7), _mm256_set1_epi32(step));
     const __m256i alpha = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
     int k = 0;
     for (; k + 8 <= cols; k += 8) {
-        const __m256i sp =
-            _mm256_i32gather_epi32(reinterpret_cast<const int*>(s + static_cast<size_t>(k) * step), index, 4);
+        const __m256i sp = LoadSamples8(s + static_cast<size_t>(k) * step, step, avail - k * step, index);
         if (_mm256_movemask_epi8(_mm256_cmpeq_epi32(_mm256_and_si256(sp, alpha), alpha)) != -1) break;
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + k), sp);
     }
@@ -312,7 +325,7 @@ void PreviewLayerT(COLImage& dst, const CLayer& layer, int l, int t, int sx, int
         int k = 0;
 #if VM_SIMD_X86
         if (avx2) {
-            k = PreviewNormalAvx2(d, s, step, cols, opacity);
+            k = PreviewNormalAvx2(d, s, step, cols, static_cast<int>(layer.m_image.GetWidth()) - (sx - l), opacity);
             d += k;
             s += static_cast<size_t>(k) * step;
         }
@@ -491,7 +504,7 @@ int MergeFast(const CLayerStack* stack, COLImage* destination, CRect rect, int s
             i = SampleOpaqueAvx2(destination->GetBuffer(0, static_cast<uint32_t>(j)),
                                  base->m_image.GetBuffer(static_cast<uint32_t>(rect.left),
                                                          static_cast<uint32_t>(rect.top + j * step)),
-                                 step, ow);
+                                 step, ow, W - rect.left);
 #endif
         for (; i < ow; ++i) {
             CPixel p = base->m_image.GetPixel2(static_cast<uint32_t>(rect.left + i * step),

@@ -243,9 +243,26 @@ void CPaintTool::ClearStroke()
     m_hasLastStamp = false;
 }
 
+void CPaintTool::MeasureFootprint()
+{
+    const int sw = int(m_stamp.GetWidth()), sh = int(m_stamp.GetHeight());
+    m_footFirst.assign(size_t(sh), 0);
+    m_footEnd.assign(size_t(sh), 0);
+    for (int j = 0; j < sh; ++j) {
+        const uint8_t* row = m_stamp.GetBuffer(0, uint32_t(j));
+        int first = 0, end = sw;
+        while (first < end && !row[first]) ++first;
+        while (end > first && !row[end - 1]) --end;
+        m_footFirst[size_t(j)] = first;
+        m_footEnd[size_t(j)] = end;
+    }
+}
+
 void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
 {
     if (m_stroke.IsNull() || m_stamp.IsNull()) return;
+    // Measured at the press; a stamp of another height (a script that stamps without pressing) is measured here.
+    if (m_footFirst.size() != m_stamp.GetHeight()) MeasureFootprint();
     const CViewPoint p = ToImage(x1, y1), q = ToImage(x2, y2);
     const int a = p.x, b = p.y, c = q.x, d = q.y;
     const int sw = int(m_stamp.GetWidth()), sh = int(m_stamp.GetHeight());
@@ -288,9 +305,12 @@ void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
             const int j0 = std::max(0, hh - py), j1 = std::min(sh, canvasH - py + hh);
             if (i0 >= i1 || j0 >= j1) continue;
             for (int j = j0; j < j1; ++j) {
-                const int y = py + j - hh, x0 = px + i0 - hw;
+                // Zero stamp bytes raise nothing: only the row's non-zero columns are laid.
+                const int from = std::max(i0, m_footFirst[size_t(j)]), to = std::min(i1, m_footEnd[size_t(j)]);
+                if (from >= to) continue;
+                const int y = py + j - hh, x0 = px + from - hw;
                 const CStampSpan span = StampRowMax(m_stroke.GetBuffer(uint32_t(x0), uint32_t(y)),
-                                                    m_stamp.GetBuffer(uint32_t(i0), uint32_t(j)), size_t(i1 - i0), w);
+                                                    m_stamp.GetBuffer(uint32_t(from), uint32_t(j)), size_t(to - from), w);
                 if (span.IsEmpty()) continue;
                 int32_t& left = m_raisedLeft[size_t(y)];
                 int32_t& right = m_raisedRight[size_t(y)];
@@ -341,6 +361,7 @@ int CPaintTool::OnLButtonDown(uint32_t, int x, int y)
     m_lastX = x;
     m_lastY = y;
     OnStrokeBegin();
+    MeasureFootprint();
     StampSegment(x, y, x, y);
     OnStrokeUpdate();
     if (m_pView) m_pView->Refresh();

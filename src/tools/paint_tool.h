@@ -147,6 +147,10 @@ protected:
     bool m_hasPointer = false;
     int m_frameMs = 50;
     // The last stamp placed (image pixel and its coverage scale): stamping it again changes nothing.
+    // Per stamp row, its non-zero columns [first, end): the disc's corners are zero and need no pass.
+    std::vector<int32_t> m_footFirst;
+    std::vector<int32_t> m_footEnd;
+    void MeasureFootprint();
     // Per canvas row, the columns the last stamping raised: [m_raisedLeft, m_raisedRight), empty when equal.
     std::vector<int32_t> m_raisedLeft;
     std::vector<int32_t> m_raisedRight;
