@@ -256,6 +256,35 @@ void CPaintTool::MeasureFootprint()
         m_footFirst[size_t(j)] = first;
         m_footEnd[size_t(j)] = end;
     }
+    for (auto& v : m_stepFirst) v.clear();
+    for (auto& v : m_stepEnd) v.clear();
+}
+
+void CPaintTool::MeasureStepFootprint(int dir)
+{
+    // The last stamp's centre is the new one's less (dx, dy), so new column i of row j meets its column i + dx
+    // of row j + dy (0 beyond its edge).
+    const int dx = dir % 3 - 1, dy = dir / 3 - 1;
+    const int sw = int(m_stamp.GetWidth()), sh = int(m_stamp.GetHeight());
+    std::vector<int32_t>& first = m_stepFirst[dir];
+    std::vector<int32_t>& end = m_stepEnd[dir];
+    first.assign(size_t(sh), 0);
+    end.assign(size_t(sh), 0);
+    for (int j = 0; j < sh; ++j) {
+        const uint8_t* row = m_stamp.GetBuffer(0, uint32_t(j));
+        const uint8_t* old = j + dy >= 0 && j + dy < sh ? m_stamp.GetBuffer(0, uint32_t(j + dy)) : nullptr;
+        int lo = sw, hi = 0;
+        for (int i = m_footFirst[size_t(j)]; i < m_footEnd[size_t(j)]; ++i) {
+            const int o = old && i + dx >= 0 && i + dx < sw ? old[i + dx] : 0;
+            if (row[i] <= o) continue;
+            lo = std::min(lo, i);
+            hi = i + 1;
+        }
+        if (lo < hi) {
+            first[size_t(j)] = lo;
+            end[size_t(j)] = hi;
+        }
+    }
 }
 
 void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
@@ -295,6 +324,17 @@ void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
             // The stroke keeps the greatest coverage per pixel, so the stamp just placed at the same point with
             // the same weight (the end of the last segment is the start of this one) would change nothing.
             if (m_hasLastStamp && px == m_lastStampX && py == m_lastStampY && w <= m_lastStampWeight) continue;
+            // Next to the last stamp and no stronger, a stamp can raise only the pixels where its value exceeds
+            // what the last one laid there: the columns of that direction's footprint.
+            const int32_t* first = m_footFirst.data();
+            const int32_t* end = m_footEnd.data();
+            if (m_hasLastStamp && w <= m_lastStampWeight && std::abs(px - m_lastStampX) <= 1 &&
+                std::abs(py - m_lastStampY) <= 1) {
+                const int dir = (py - m_lastStampY + 1) * 3 + (px - m_lastStampX + 1);
+                if (!m_stepFirst[dir].size()) MeasureStepFootprint(dir);
+                first = m_stepFirst[dir].data();
+                end = m_stepEnd[dir].data();
+            }
             m_hasLastStamp = true;
             m_lastStampX = px;
             m_lastStampY = py;
@@ -306,7 +346,7 @@ void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
             if (i0 >= i1 || j0 >= j1) continue;
             for (int j = j0; j < j1; ++j) {
                 // Zero stamp bytes raise nothing: only the row's non-zero columns are laid.
-                const int from = std::max(i0, m_footFirst[size_t(j)]), to = std::min(i1, m_footEnd[size_t(j)]);
+                const int from = std::max(i0, first[j]), to = std::min(i1, end[j]);
                 if (from >= to) continue;
                 const int y = py + j - hh, x0 = px + from - hw;
                 const CStampSpan span = StampRowMax(m_stroke.GetBuffer(uint32_t(x0), uint32_t(y)),

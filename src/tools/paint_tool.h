@@ -150,7 +150,12 @@ protected:
     // Per stamp row, its non-zero columns [first, end): the disc's corners are zero and need no pass.
     std::vector<int32_t> m_footFirst;
     std::vector<int32_t> m_footEnd;
+    // For a stamp one pixel from the last one (direction (dy + 1) x 3 + dx + 1) and no stronger, the columns
+    // where the stamp exceeds the last one's value at the same pixel: only those can raise the stroke.
+    std::vector<int32_t> m_stepFirst[9];
+    std::vector<int32_t> m_stepEnd[9];
     void MeasureFootprint();
+    void MeasureStepFootprint(int dir);
     // Per canvas row, the columns the last stamping raised: [m_raisedLeft, m_raisedRight), empty when equal.
     std::vector<int32_t> m_raisedLeft;
     std::vector<int32_t> m_raisedRight;

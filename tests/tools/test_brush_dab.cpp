@@ -103,6 +103,8 @@ TEST_F(BrushDabTest, EraserOnAnUpperLayerMatchesEveryFrameAtEveryLevel)
         {4, 0, 70, true, {{-3, 4}, {8, 12}, {8, 12}, {20, 12}, {14, 2}}},
         {9, 100, 100, false, {{38, 27}, {44, 31}, {30, 20}, {2, 28}}},
         {20, 50, 90, true, {{20, 15}, {21, 15}, {19, 17}, {-5, -5}}},
+        // One-pixel steps in all eight directions, then a diagonal whose stamps vary in weight.
+        {9, 50, 100, false, {{15, 15}, {16, 15}, {17, 16}, {17, 17}, {16, 18}, {15, 18}, {14, 17}, {14, 16}, {15, 15}, {27, 21}}},
     };
     CLayer* layer = doc.AddLayer(0, 0);
     vmtest::FillNoise(layer->m_image, W, H, 5);
