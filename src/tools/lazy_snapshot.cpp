@@ -6,9 +6,13 @@
 
 bool CLazySnapshot::Begin(const COLImage& source)
 {
-    Free();
-    if (source.IsNull()) return false;
-    // The whole picture is reserved at once, but the system gives pages only where tiles are written.
+    End();
+    if (source.IsNull()) {
+        Free();
+        return false;
+    }
+    // The whole picture is reserved at once, but the system gives pages only where tiles are written. A buffer
+    // of the same size from an earlier stroke is used again (Create keeps it).
     if (m_copy.Create(source.GetWidth(), source.GetHeight()) != kOk) return false;
     const int w = int(source.GetWidth()), h = int(source.GetHeight());
     m_tilesX = (w + kTileSide - 1) / kTileSide;
@@ -23,13 +27,18 @@ bool CLazySnapshot::Begin(const COLImage& source)
     return true;
 }
 
-void CLazySnapshot::Free()
+void CLazySnapshot::End()
 {
     m_pSource = nullptr;
-    m_copy.Free();
     m_copied.clear();
-    m_copied.shrink_to_fit();
     m_tilesX = m_tilesY = 0;
+}
+
+void CLazySnapshot::Free()
+{
+    End();
+    m_copy.Free();
+    m_copied.shrink_to_fit();
 }
 
 void CLazySnapshot::Ensure(const CRect& rect)

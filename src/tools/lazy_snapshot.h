@@ -18,6 +18,10 @@ public:
 
     // Follows `source` from now on; nothing is copied yet. False (and null) when memory runs out.
     bool Begin(const COLImage& source);
+    // The stroke is over: the copy is forgotten, but its memory is kept for the next stroke on a picture of the
+    // same size, since handing the pages of a large picture back to the system costs more than a stroke.
+    void End();
+    // Forgets the copy and gives its memory back.
     void Free();
     bool IsNull() const { return m_pSource == nullptr; }
 

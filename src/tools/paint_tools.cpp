@@ -122,7 +122,7 @@ void CEraseLayerTool::OnStrokeBegin()
         m_pTarget = current;
     else if (doc->IndexOfLayer(m_pTarget) < 0)
         m_pTarget = nullptr;
-    m_snapshot.Free();
+    m_snapshot.End();
     if (m_pTarget && !m_snapshot.Begin(m_pTarget->m_image)) m_pTarget = nullptr;
     m_useMask = SelectionLimits(*doc, m_stroke);
 }
@@ -240,9 +240,15 @@ void CEraseLayerTool::OnStrokeUpdate()
     MergeDirty();
 }
 
-void CEraseLayerTool::OnStrokeEnd()
+int CEraseLayerTool::OnDeactivate()
 {
     m_snapshot.Free();
+    return CEraseSelTool::OnDeactivate();
+}
+
+void CEraseLayerTool::OnStrokeEnd()
+{
+    m_snapshot.End();
     if (m_pContext && m_pContext->document) m_pContext->document->Refresh();
     RecordStroke();
 }
@@ -457,7 +463,7 @@ void CDesatTool::OnStrokeBegin()
     ClearStroke();
     CComposeDocument* doc = m_pContext ? m_pContext->document : nullptr;
     m_pTarget = doc ? doc->GetCurrentLayer() : nullptr;
-    m_snapshot.Free();
+    m_snapshot.End();
     if (m_pTarget && !m_snapshot.Begin(m_pTarget->m_image)) m_pTarget = nullptr;
     if (doc) m_useMask = SelectionLimits(*doc, m_stroke);
 }
@@ -499,9 +505,15 @@ void CDesatTool::OnStrokeUpdate()
     MergeDirty();
 }
 
-void CDesatTool::OnStrokeEnd()
+int CDesatTool::OnDeactivate()
 {
     m_snapshot.Free();
+    return CPaintTool::OnDeactivate();
+}
+
+void CDesatTool::OnStrokeEnd()
+{
+    m_snapshot.End();
     if (m_pContext && m_pContext->document) m_pContext->document->Refresh();
     RecordStroke();
 }

@@ -33,6 +33,7 @@ public:
     explicit CEraseLayerTool(CToolContext* context);
     int IsSelectionModeTool() override { return 0; }
     int OnActivate() override;
+    int OnDeactivate() override;
     void OnStrokeBegin() override;
     void OnStrokeUpdate() override;
     void OnStrokeEnd() override;
@@ -108,6 +109,7 @@ private:
 class CDesatTool : public CPaintTool {
 public:
     explicit CDesatTool(CToolContext* context);
+    int OnDeactivate() override;
     void OnStrokeBegin() override;
     void OnStrokeUpdate() override;
     void OnStrokeEnd() override;
