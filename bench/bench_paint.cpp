@@ -5,7 +5,6 @@
 // all measured here in the same run.
 
 #include <benchmark/benchmark.h>
-
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -161,7 +160,8 @@ void Baseline_HistoryStepRegion(benchmark::State& state)
         ++n;
         for (int y = r.top; y < r.bottom; ++y) {
             CPixel* p = image.GetBuffer(0, uint32_t(y));
-            for (int x = r.left; x < r.right; ++x) p[x].alpha = uint8_t(p[x].alpha ^ (1 + (n & 63)));
+            for (int x = r.left; x < r.right; ++x)
+                p[x].alpha = uint8_t(p[x].alpha ^ (1 + (n & 63)));
         }
         state.ResumeTiming();
         if (b.log.AddStep(&b.doc, kStepLayerHeaderRegion, 1, "paint") < 0) state.SkipWithError("step failed");

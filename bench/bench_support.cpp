@@ -1,7 +1,6 @@
 #include "bench_support.h"
 
 #include <benchmark/benchmark.h>
-
 #include <cmath>
 #include <cstdio>
 #include <map>
@@ -60,8 +59,10 @@ public:
             if (r.run_type != Run::RT_Iteration && !median) continue;
             const std::string name = r.run_name.str();
             if (!m_times.count(name)) m_order.push_back(name);
-            if (median) m_medians.insert(name);
-            else if (m_medians.count(name)) continue;
+            if (median)
+                m_medians.insert(name);
+            else if (m_medians.count(name))
+                continue;
             m_times[name] = r.GetAdjustedRealTime();
             m_cpu[name] = r.GetAdjustedCPUTime();
         }

@@ -221,7 +221,8 @@ VM_AVX2 int PreviewNormalAvx2(CPixel* d, const CPixel* s, int step, int cols, in
         __m256i* dp = reinterpret_cast<__m256i*>(d + k);
         const __m256i dv = _mm256_loadu_si256(dp);
         // a per pixel, spread over the pixel's four 16-bit lanes.
-        const __m256i a32 = _mm256_srli_epi32(_mm256_add_epi32(_mm256_mullo_epi32(_mm256_srli_epi32(sp, 24), op), c127), 8);
+        const __m256i a32 =
+            _mm256_srli_epi32(_mm256_add_epi32(_mm256_mullo_epi32(_mm256_srli_epi32(sp, 24), op), c127), 8);
         const __m256i a16 = _mm256_or_si256(a32, _mm256_slli_epi32(a32, 16));
         const __m256i al = _mm256_unpacklo_epi32(a16, a16), ah = _mm256_unpackhi_epi32(a16, a16);
         const __m256i sl = _mm256_unpacklo_epi8(sp, z), sh = _mm256_unpackhi_epi8(sp, z);
@@ -501,10 +502,10 @@ int MergeFast(const CLayerStack* stack, COLImage* destination, CRect rect, int s
         int i = 0;
 #if VM_SIMD_X86
         if (avx2)
-            i = SampleOpaqueAvx2(destination->GetBuffer(0, static_cast<uint32_t>(j)),
-                                 base->m_image.GetBuffer(static_cast<uint32_t>(rect.left),
-                                                         static_cast<uint32_t>(rect.top + j * step)),
-                                 step, ow, W - rect.left);
+            i = SampleOpaqueAvx2(
+                destination->GetBuffer(0, static_cast<uint32_t>(j)),
+                base->m_image.GetBuffer(static_cast<uint32_t>(rect.left), static_cast<uint32_t>(rect.top + j * step)),
+                step, ow, W - rect.left);
 #endif
         for (; i < ow; ++i) {
             CPixel p = base->m_image.GetPixel2(static_cast<uint32_t>(rect.left + i * step),

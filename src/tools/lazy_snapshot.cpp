@@ -56,9 +56,12 @@ void CLazySnapshot::Ensure(const CRect& rect)
             const int x0 = tx * kTileSide, x1 = std::min(w, x0 + kTileSide);
             const int y1 = std::min(h, (ty + 1) * kTileSide);
             for (int y = ty * kTileSide; y < y1; ++y)
-                std::memcpy(m_copy.GetBuffer(uint32_t(x0), uint32_t(y)), m_pSource->GetBuffer(uint32_t(x0), uint32_t(y)),
-                            size_t(x1 - x0) * sizeof(CPixel));
+                std::memcpy(m_copy.GetBuffer(uint32_t(x0), uint32_t(y)),
+                            m_pSource->GetBuffer(uint32_t(x0), uint32_t(y)), size_t(x1 - x0) * sizeof(CPixel));
         }
 }
 
-int CLazySnapshot::CopiedTiles() const { return int(std::count(m_copied.begin(), m_copied.end(), uint8_t(1))); }
+int CLazySnapshot::CopiedTiles() const
+{
+    return int(std::count(m_copied.begin(), m_copied.end(), uint8_t(1)));
+}

@@ -251,13 +251,17 @@ void CPaintTool::MeasureFootprint()
     for (int j = 0; j < sh; ++j) {
         const uint8_t* row = m_stamp.GetBuffer(0, uint32_t(j));
         int first = 0, end = sw;
-        while (first < end && !row[first]) ++first;
-        while (end > first && !row[end - 1]) --end;
+        while (first < end && !row[first])
+            ++first;
+        while (end > first && !row[end - 1])
+            --end;
         m_footFirst[size_t(j)] = first;
         m_footEnd[size_t(j)] = end;
     }
-    for (auto& v : m_stepFirst) v.clear();
-    for (auto& v : m_stepEnd) v.clear();
+    for (auto& v : m_stepFirst)
+        v.clear();
+    for (auto& v : m_stepEnd)
+        v.clear();
 }
 
 void CPaintTool::MeasureStepFootprint(int dir)
@@ -315,7 +319,8 @@ void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
     const int canvasW = int(m_stroke.GetWidth()), canvasH = int(m_stroke.GetHeight());
     // Every stamp of this segment lands inside the new dirty rectangle: its rows start with nothing raised.
     const int rowTop = std::max(minY - hh - 1, 0), rowBottom = std::min(sh - hh + maxY + 2, canvasH);
-    for (int y = rowTop; y < rowBottom; ++y) m_raisedLeft[size_t(y)] = m_raisedRight[size_t(y)] = 0;
+    for (int y = rowTop; y < rowBottom; ++y)
+        m_raisedLeft[size_t(y)] = m_raisedRight[size_t(y)] = 0;
     for (int py = minY; py <= maxY; ++py) {
         for (int px = minX; px <= maxX; ++px) {
             const double dist = std::fabs(A * px + B * py + C) / N;
@@ -349,8 +354,9 @@ void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
                 const int from = std::max(i0, first[j]), to = std::min(i1, end[j]);
                 if (from >= to) continue;
                 const int y = py + j - hh, x0 = px + from - hw;
-                const CStampSpan span = StampRowMax(m_stroke.GetBuffer(uint32_t(x0), uint32_t(y)),
-                                                    m_stamp.GetBuffer(uint32_t(from), uint32_t(j)), size_t(to - from), w);
+                const CStampSpan span =
+                    StampRowMax(m_stroke.GetBuffer(uint32_t(x0), uint32_t(y)),
+                                m_stamp.GetBuffer(uint32_t(from), uint32_t(j)), size_t(to - from), w);
                 if (span.IsEmpty()) continue;
                 int32_t& left = m_raisedLeft[size_t(y)];
                 int32_t& right = m_raisedRight[size_t(y)];

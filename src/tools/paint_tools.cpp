@@ -144,8 +144,8 @@ void EraseAlphaRowPlain(CPixel* out, const CPixel* snapshot, const uint8_t* stro
 
 #if VM_SIMD_X86
 // Eight pixels at a time in 32-bit lanes: alpha = Div255((255 - s) x alpha), the colour bytes copied.
-VM_TARGET_AVX2 void EraseAlphaRowAvx2(CPixel* out, const CPixel* snapshot, const uint8_t* stroke,
-                                      const uint8_t* mask, int count)
+VM_TARGET_AVX2 void EraseAlphaRowAvx2(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, const uint8_t* mask,
+                                      int count)
 {
     const __m256i c255 = _mm256_set1_epi32(255), one = _mm256_set1_epi32(1);
     const __m256i colours = _mm256_set1_epi32(0x00FFFFFF);
@@ -178,10 +178,10 @@ void EraseAlphaRow(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, c
 }
 
 // The base's pixels of one row: the colours move to the foreground by the masked stroke value, alpha 255.
-void EraseBaseRow(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, const uint8_t* mask, int count,
-                  CPixel fg)
+void EraseBaseRowPlain(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, const uint8_t* mask, int i,
+                       int count, CPixel fg)
 {
-    for (int i = 0; i < count; ++i) {
+    for (; i < count; ++i) {
         if (mask && !mask[i]) continue;
         const uint32_t sm = mask ? stroke[i] * mask[i] / 255 : stroke[i];
         const CPixel p = snapshot[i];
@@ -190,6 +190,58 @@ void EraseBaseRow(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, co
         out[i].red = uint8_t((fg.red * sm + p.red * (255 - sm)) / 255);
         out[i].alpha = 255;
     }
+}
+
+#if VM_SIMD_X86
+VM_TARGET_AVX2 inline __m256i Div255x16(__m256i x)
+{
+    return _mm256_srli_epi16(_mm256_add_epi16(_mm256_add_epi16(x, _mm256_set1_epi16(1)), _mm256_srli_epi16(x, 8)), 8);
+}
+
+// Eight pixels at a time: the masked value in 32-bit lanes, the blend in 16-bit lanes, where
+// fg x sm + c x (255 - sm) stays below 65536 and (x + 1 + (x >> 8)) >> 8 is the exact division by 255.
+VM_TARGET_AVX2 void EraseBaseRowAvx2(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, const uint8_t* mask,
+                                     int count, CPixel fg)
+{
+    const __m256i one32 = _mm256_set1_epi32(1), c255 = _mm256_set1_epi16(255);
+    const __m256i z = _mm256_setzero_si256(), opaque = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
+    const __m256i f = _mm256_setr_epi16(fg.blue, fg.green, fg.red, 0, fg.blue, fg.green, fg.red, 0, fg.blue, fg.green,
+                                        fg.red, 0, fg.blue, fg.green, fg.red, 0);
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        __m256i sm = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(stroke + i)));
+        __m256i keep = z;
+        if (mask) {
+            const __m256i m = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(mask + i)));
+            keep = _mm256_cmpeq_epi32(m, z);
+            const __m256i x = _mm256_mullo_epi32(sm, m);
+            sm = _mm256_srli_epi32(_mm256_add_epi32(_mm256_add_epi32(x, one32), _mm256_srli_epi32(x, 8)), 8);
+        }
+        const __m256i s16 = _mm256_or_si256(sm, _mm256_slli_epi32(sm, 16));
+        const __m256i sl = _mm256_unpacklo_epi32(s16, s16), sh = _mm256_unpackhi_epi32(s16, s16);
+        const __m256i p = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(snapshot + i));
+        const __m256i pl = _mm256_unpacklo_epi8(p, z), ph = _mm256_unpackhi_epi8(p, z);
+        const __m256i rl =
+            Div255x16(_mm256_add_epi16(_mm256_mullo_epi16(f, sl), _mm256_mullo_epi16(pl, _mm256_sub_epi16(c255, sl))));
+        const __m256i rh =
+            Div255x16(_mm256_add_epi16(_mm256_mullo_epi16(f, sh), _mm256_mullo_epi16(ph, _mm256_sub_epi16(c255, sh))));
+        const __m256i result = _mm256_or_si256(_mm256_packus_epi16(rl, rh), opaque);
+        __m256i* o = reinterpret_cast<__m256i*>(out + i);
+        _mm256_storeu_si256(o, _mm256_blendv_epi8(result, _mm256_loadu_si256(o), keep));
+    }
+    EraseBaseRowPlain(out, snapshot, stroke, mask, i, count, fg);
+}
+#endif
+
+void EraseBaseRow(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, const uint8_t* mask, int count, CPixel fg)
+{
+#if VM_SIMD_X86
+    if (vmsimd::CurrentLevel() >= vmsimd::kAvx2) {
+        EraseBaseRowAvx2(out, snapshot, stroke, mask, count, fg);
+        return;
+    }
+#endif
+    EraseBaseRowPlain(out, snapshot, stroke, mask, 0, count, fg);
 }
 
 } // namespace

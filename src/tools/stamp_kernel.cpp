@@ -82,8 +82,10 @@ CStampSpan StampRowMax(uint8_t* dst, const uint8_t* src, size_t count, uint32_t 
 {
 #if VM_SIMD_X86
     switch (vmsimd::CurrentLevel()) {
-    case vmsimd::kAvx2: return StampRowAvx2(dst, src, count, weight);
-    case vmsimd::kSse2: return StampRowSse2(dst, src, count, weight);
+    case vmsimd::kAvx2:
+        return StampRowAvx2(dst, src, count, weight);
+    case vmsimd::kSse2:
+        return StampRowSse2(dst, src, count, weight);
     default: break;
     }
 #endif

@@ -1,9 +1,8 @@
 // The coarse update that brushes ask for after every frame: MergeFast's samples on an opaque photo (the vector
 // path's case) and their copy into the composite, at every vector level.
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
+#include <gtest/gtest.h>
 #include <random>
 
 #include "document/compose_document.h"
@@ -25,7 +24,8 @@ void BuildPhotoStack(CLayerStack& stack, int w, int h)
     ASSERT_EQ(stack.NewDocument(w, h, 0xFF808080), 1);
     COLImage& base = stack.GetLayer(0)->m_image;
     vmtest::FillNoise(base, uint32_t(w), uint32_t(h), 4);
-    for (size_t i = 0; i < base.GetPixelCount(); ++i) base.GetBuffer()[i].alpha = i % 97 == 5 ? uint8_t(i) : 255;
+    for (size_t i = 0; i < base.GetPixelCount(); ++i)
+        base.GetBuffer()[i].alpha = i % 97 == 5 ? uint8_t(i) : 255;
     const int modes[] = {kBlendNormal, kBlendNormal, kBlendScreen};
     for (int k = 0; k < 3; ++k) {
         CLayer* layer = stack.AddLayer(stack.GetLayerCount() - 1, 0);
@@ -66,8 +66,9 @@ TEST(MergeRect, SamplesAndStretchesAsThePlainArithmeticAtEveryLevel)
         if (!preview.IsNull())
             for (int y = t; y < b; ++y)
                 for (int x = l; x < r; ++x) {
-                    const CPixel p = preview.GetPixel2(uint32_t(std::min((x - l) / step, int(preview.GetWidth()) - 1)),
-                                                       uint32_t(std::min((y - t) / step, int(preview.GetHeight()) - 1)));
+                    const CPixel p =
+                        preview.GetPixel2(uint32_t(std::min((x - l) / step, int(preview.GetWidth()) - 1)),
+                                          uint32_t(std::min((y - t) / step, int(preview.GetHeight()) - 1)));
                     CPixel& o = expected.GetBuffer()[size_t(y) * w + x];
                     o = CPixel{p.blue, p.green, p.red, o.alpha};
                 }

@@ -50,7 +50,8 @@ protected:
         COLChannel& mask = doc.GetSelectionMask();
         mask.Create(W, H);
         for (int y = 0; y < H; ++y)
-            for (int x = 0; x < W; ++x) mask.SetValue(uint32_t(x), uint32_t(y), uint8_t(x < 9 || y > 26 ? 0 : 60 + x * 4));
+            for (int x = 0; x < W; ++x)
+                mask.SetValue(uint32_t(x), uint32_t(y), uint8_t(x < 9 || y > 26 ? 0 : 60 + x * 4));
     }
 };
 
@@ -63,8 +64,10 @@ TEST(StampKernel, ReportsTheRaisedBytesAtEveryLevel)
     for (int round = 0; round < 300; ++round) {
         const size_t n = 1 + rng() % 70;
         std::vector<uint8_t> src(n), dst(n);
-        for (auto& v : src) v = uint8_t(rng() % 4 ? rng() : 0);
-        for (auto& v : dst) v = uint8_t(rng() % 3 ? rng() : 255);
+        for (auto& v : src)
+            v = uint8_t(rng() % 4 ? rng() : 0);
+        for (auto& v : dst)
+            v = uint8_t(rng() % 3 ? rng() : 255);
         const uint32_t w = rng() % 256;
         int first = 1, last = 0;
         std::vector<uint8_t> expected = dst;
@@ -104,7 +107,11 @@ TEST_F(BrushDabTest, EraserOnAnUpperLayerMatchesEveryFrameAtEveryLevel)
         {9, 100, 100, false, {{38, 27}, {44, 31}, {30, 20}, {2, 28}}},
         {20, 50, 90, true, {{20, 15}, {21, 15}, {19, 17}, {-5, -5}}},
         // One-pixel steps in all eight directions, then a diagonal whose stamps vary in weight.
-        {9, 50, 100, false, {{15, 15}, {16, 15}, {17, 16}, {17, 17}, {16, 18}, {15, 18}, {14, 17}, {14, 16}, {15, 15}, {27, 21}}},
+        {9,
+         50,
+         100,
+         false,
+         {{15, 15}, {16, 15}, {17, 16}, {17, 17}, {16, 18}, {15, 18}, {14, 17}, {14, 16}, {15, 15}, {27, 21}}},
     };
     CLayer* layer = doc.AddLayer(0, 0);
     vmtest::FillNoise(layer->m_image, W, H, 5);
@@ -143,30 +150,39 @@ TEST_F(BrushDabTest, EraserMakesTheWholeBaseOpaqueWhereTheSelectionAllows)
 {
     // A base with see-through pixels: from the first frame on it is opaque wherever the selection lets the
     // eraser through, also far from the stroke, and its colours move towards the foreground by the stroke.
+    LevelGuard guard;
     CPixel fg{200, 10, 60, 255};
     context.foreground = [&] { return fg; };
     COLImage& base = doc.GetLayer(0)->m_image;
-    for (size_t i = 0; i < base.GetPixelCount(); ++i) base.GetBuffer()[i].alpha = uint8_t(i % 5 ? 255 : i % 256);
+    for (size_t i = 0; i < base.GetPixelCount(); ++i)
+        base.GetBuffer()[i].alpha = uint8_t(i % 5 ? 255 : i % 256);
     composeLog.AddStep(&doc, kStepWholeDocument, 0, "His_open");
     MaskLeftBand();
     const std::vector<uint8_t> mask = vmtest::Bytes(doc.GetSelectionMask());
     const std::vector<uint8_t> before = vmtest::Bytes(base);
+    COLImage original;
+    ASSERT_TRUE(original.DuplicateFrom(&base));
     Take(manager->GetEraseLayerTool(), 3, 100, 100);
     const Path path = {{12, 6}, {30, 6}, {30, 20}};
     const auto frames = Frames(MakeStamp(3, 100), 255, W, H, path);
-    PaintFrames(path, [&](size_t f) {
-        std::vector<uint8_t> expected = before;
-        for (size_t i = 0; i < mask.size(); ++i) {
-            if (!mask[i]) continue;
-            const int sm = frames[f].s[i] * mask[i] / 255;
-            const uint8_t colour[3] = {fg.blue, fg.green, fg.red};
-            for (int k = 0; k < 3; ++k) expected[i * 4 + k] = uint8_t((colour[k] * sm + before[i * 4 + k] * (255 - sm)) / 255);
-            expected[i * 4 + 3] = 255;
-        }
-        ASSERT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected) << "frame " << f;
-    });
-    // The first pixel is outside the selection and kept its alpha of 0.
-    EXPECT_EQ(doc.GetLayer(0)->m_image.GetBuffer()[0].alpha, 0);
+    for (int level = vmsimd::kPlain; level <= vmsimd::kAvx2; ++level) {
+        vmsimd::LimitLevel(level);
+        ASSERT_TRUE(doc.GetLayer(0)->m_image.DuplicateFrom(&original));
+        PaintFrames(path, [&](size_t f) {
+            std::vector<uint8_t> expected = before;
+            for (size_t i = 0; i < mask.size(); ++i) {
+                if (!mask[i]) continue;
+                const int sm = frames[f].s[i] * mask[i] / 255;
+                const uint8_t colour[3] = {fg.blue, fg.green, fg.red};
+                for (int k = 0; k < 3; ++k)
+                    expected[i * 4 + k] = uint8_t((colour[k] * sm + before[i * 4 + k] * (255 - sm)) / 255);
+                expected[i * 4 + 3] = 255;
+            }
+            ASSERT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected) << "level " << level << " frame " << f;
+        });
+        // The first pixel is outside the selection and kept its alpha of 0.
+        EXPECT_EQ(doc.GetLayer(0)->m_image.GetBuffer()[0].alpha, 0);
+    }
 }
 
 TEST_F(BrushDabTest, DesaturateMatchesEveryFrame)
@@ -180,7 +196,8 @@ TEST_F(BrushDabTest, DesaturateMatchesEveryFrame)
         for (size_t i = 0; i < frames[f].s.size(); ++i) {
             const uint8_t* p = &before[i * 4];
             const int s = frames[f].s[i], grey = (p[0] + 3 * p[2] + 6 * p[1]) / 10;
-            for (int k = 0; k < 3; ++k) expected[i * 4 + k] = uint8_t((grey * s + p[k] * (255 - s)) / 255);
+            for (int k = 0; k < 3; ++k)
+                expected[i * 4 + k] = uint8_t((grey * s + p[k] * (255 - s)) / 255);
         }
         ASSERT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected) << "frame " << f;
     });
@@ -214,7 +231,8 @@ TEST(LazySnapshot, CopiesTilesWhenFirstReachedAndKeepsThePressPixels)
     EXPECT_EQ(snapshot.CopiedTiles(), 5);
     // The source changes inside what was ensured; the copy keeps the pixels of the press.
     for (int y = 60; y < 70; ++y)
-        for (int x = 60; x < 70; ++x) source.PutPixel(uint32_t(x), uint32_t(y), CPixel::FromWord(0x12345678));
+        for (int x = 60; x < 70; ++x)
+            source.PutPixel(uint32_t(x), uint32_t(y), CPixel::FromWord(0x12345678));
     snapshot.Ensure(CRect{0, 0, 128, 128});
     EXPECT_EQ(snapshot.CopiedTiles(), 5);
     for (int y = 0; y < 128; ++y)
