@@ -7,6 +7,55 @@
 #include "document/compositor.h"
 #include "document/layer.h"
 #include "document/render_scale.h"
+#include "runtime/simd_level.h"
+
+#if VM_SIMD_X86
+#include <immintrin.h>
+#endif
+
+namespace {
+
+// The colours of each preview pixel over `step` pixels of out; out's alpha holds the selection and stays.
+void StretchColoursPlain(CPixel* out, const CPixel* preview, int count, int columns, int step, int x, int i)
+{
+    for (; x < count; ++i) {
+        const CPixel p = preview[std::min(i, columns - 1)];
+        for (const int end = std::min(count, x + step); x < end; ++x) {
+            out[x].red = p.red;
+            out[x].green = p.green;
+            out[x].blue = p.blue;
+        }
+    }
+}
+
+#if VM_SIMD_X86
+// The coarse update of a brush dab uses step 2: four preview pixels become eight, merged under the alpha bytes.
+VM_TARGET_AVX2 void StretchColoursStep2Avx2(CPixel* out, const CPixel* preview, int count, int columns)
+{
+    const __m256i pairs = _mm256_setr_epi32(0, 0, 1, 1, 2, 2, 3, 3);
+    const __m256i alpha = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
+    int x = 0, i = 0;
+    for (; i + 4 <= columns && x + 8 <= count; i += 4, x += 8) {
+        const __m256i p = _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(preview + i)));
+        __m256i* o = reinterpret_cast<__m256i*>(out + x);
+        _mm256_storeu_si256(o, _mm256_blendv_epi8(_mm256_permutevar8x32_epi32(p, pairs), _mm256_loadu_si256(o), alpha));
+    }
+    StretchColoursPlain(out, preview, count, columns, 2, x, i);
+}
+#endif
+
+void StretchColoursRow(CPixel* out, const CPixel* preview, int count, int columns, int step)
+{
+#if VM_SIMD_X86
+    if (step == 2 && vmsimd::CurrentLevel() >= vmsimd::kAvx2) {
+        StretchColoursStep2Avx2(out, preview, count, columns);
+        return;
+    }
+#endif
+    StretchColoursPlain(out, preview, count, columns, step, 0, 0);
+}
+
+} // namespace
 
 CComposeDocument::CComposeDocument(int threaded) : m_threaded(threaded)
 {
@@ -164,17 +213,12 @@ int CComposeDocument::MergeRect(int left, int top, int right, int bottom, int st
         const int tw = static_cast<int>(preview.GetWidth()), th = static_cast<int>(preview.GetHeight());
         const int right = std::min(rect.right, static_cast<int>(m_composite.GetWidth()));
         const int bottom = std::min(rect.bottom, static_cast<int>(m_composite.GetHeight()));
-        if (!m_composite.IsNull())
+        if (!m_composite.IsNull() && right > rect.left)
             for (int y = rect.top; y < bottom; ++y) {
                 const int sy = std::min((y - rect.top) / step, th - 1);
-                CPixel* out = m_composite.GetBuffer(0, static_cast<uint32_t>(y));
-                for (int x = rect.left; x < right; ++x) {
-                    const CPixel p = preview.GetPixel2(static_cast<uint32_t>(std::min((x - rect.left) / step, tw - 1)),
-                                                       static_cast<uint32_t>(sy));
-                    out[x].red = p.red; // alpha holds the selection and stays
-                    out[x].green = p.green;
-                    out[x].blue = p.blue;
-                }
+                // Pixel x takes the preview's column (x - left) / step, the last one past its edge.
+                StretchColoursRow(m_composite.GetBuffer(static_cast<uint32_t>(rect.left), static_cast<uint32_t>(y)),
+                                  preview.GetBuffer(0, static_cast<uint32_t>(sy)), right - rect.left, tw, step);
             }
     }
     if (m_pView) m_pView->Redraw();

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <thread>
 
 #include "commands/history_sink.h"
@@ -192,12 +193,24 @@ int CPaintTool::OnActivate()
     if (!GetCanvasSize(width, height)) return 0;
     RecomputeRadius();
     m_pBrush->Attach(this, &m_stamp, &m_alpha);
-    if (m_stroke.Create(uint32_t(width), uint32_t(height)) != kOk ||
+    bool rows = true;
+    try {
+        m_raisedLeft.assign(size_t(height), 0);
+        m_raisedRight.assign(size_t(height), 0);
+    } catch (const std::bad_alloc&) {
+        rows = false;
+    }
+    if (!rows || m_stroke.Create(uint32_t(width), uint32_t(height)) != kOk ||
         m_strokeCopy.Create(uint32_t(width), uint32_t(height)) != kOk) {
         m_stroke.Free();
         m_strokeCopy.Free();
+        m_raisedLeft.clear();
+        m_raisedRight.clear();
         return 0;
     }
+    // Fresh planes hold anything; later strokes clear only what the stroke before wrote.
+    std::memset(m_stroke.GetBuffer(), 0, m_stroke.GetAreaByteSize());
+    std::memset(m_strokeCopy.GetBuffer(), 0, m_strokeCopy.GetAreaByteSize());
     ClearStroke();
     for (int i = 0; i < 100; ++i) {
         const double d = i * 0.01;
@@ -218,16 +231,71 @@ int CPaintTool::OnDeactivate()
 
 void CPaintTool::ClearStroke()
 {
-    if (!m_stroke.IsNull()) std::memset(m_stroke.GetBuffer(), 0, m_stroke.GetAreaByteSize());
-    if (!m_strokeCopy.IsNull()) std::memset(m_strokeCopy.GetBuffer(), 0, m_strokeCopy.GetAreaByteSize());
+    // Only stamping writes the stroke, and only inside the stroke's box; the copy is never written after the
+    // activation cleared it. So clearing the box zeroes both planes without a pass over the canvas.
+    if (!m_stroke.IsNull() && !m_strokeBox.IsEmpty()) {
+        const CRect r = StrokeBounds();
+        for (int y = r.top; y < r.bottom; ++y)
+            std::memset(m_stroke.GetBuffer(uint32_t(r.left), uint32_t(y)), 0, size_t(std::max(r.Width(), 0)));
+    }
     m_strokeBox = CRect{};
     m_dirty = CRect{};
     m_hasLastStamp = false;
 }
 
+void CPaintTool::MeasureFootprint()
+{
+    const int sw = int(m_stamp.GetWidth()), sh = int(m_stamp.GetHeight());
+    m_footFirst.assign(size_t(sh), 0);
+    m_footEnd.assign(size_t(sh), 0);
+    for (int j = 0; j < sh; ++j) {
+        const uint8_t* row = m_stamp.GetBuffer(0, uint32_t(j));
+        int first = 0, end = sw;
+        while (first < end && !row[first])
+            ++first;
+        while (end > first && !row[end - 1])
+            --end;
+        m_footFirst[size_t(j)] = first;
+        m_footEnd[size_t(j)] = end;
+    }
+    for (auto& v : m_stepFirst)
+        v.clear();
+    for (auto& v : m_stepEnd)
+        v.clear();
+}
+
+void CPaintTool::MeasureStepFootprint(int dir)
+{
+    // The last stamp's centre is the new one's less (dx, dy), so new column i of row j meets its column i + dx
+    // of row j + dy (0 beyond its edge).
+    const int dx = dir % 3 - 1, dy = dir / 3 - 1;
+    const int sw = int(m_stamp.GetWidth()), sh = int(m_stamp.GetHeight());
+    std::vector<int32_t>& first = m_stepFirst[dir];
+    std::vector<int32_t>& end = m_stepEnd[dir];
+    first.assign(size_t(sh), 0);
+    end.assign(size_t(sh), 0);
+    for (int j = 0; j < sh; ++j) {
+        const uint8_t* row = m_stamp.GetBuffer(0, uint32_t(j));
+        const uint8_t* old = j + dy >= 0 && j + dy < sh ? m_stamp.GetBuffer(0, uint32_t(j + dy)) : nullptr;
+        int lo = sw, hi = 0;
+        for (int i = m_footFirst[size_t(j)]; i < m_footEnd[size_t(j)]; ++i) {
+            const int o = old && i + dx >= 0 && i + dx < sw ? old[i + dx] : 0;
+            if (row[i] <= o) continue;
+            lo = std::min(lo, i);
+            hi = i + 1;
+        }
+        if (lo < hi) {
+            first[size_t(j)] = lo;
+            end[size_t(j)] = hi;
+        }
+    }
+}
+
 void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
 {
     if (m_stroke.IsNull() || m_stamp.IsNull()) return;
+    // Measured at the press; a stamp of another height (a script that stamps without pressing) is measured here.
+    if (m_footFirst.size() != m_stamp.GetHeight()) MeasureFootprint();
     const CViewPoint p = ToImage(x1, y1), q = ToImage(x2, y2);
     const int a = p.x, b = p.y, c = q.x, d = q.y;
     const int sw = int(m_stamp.GetWidth()), sh = int(m_stamp.GetHeight());
@@ -249,6 +317,10 @@ void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
     const double N = std::sqrt(A * A + B * B);
     const int minX = std::min(a, c), maxX = std::max(a, c), minY = std::min(b, d), maxY = std::max(b, d);
     const int canvasW = int(m_stroke.GetWidth()), canvasH = int(m_stroke.GetHeight());
+    // Every stamp of this segment lands inside the new dirty rectangle: its rows start with nothing raised.
+    const int rowTop = std::max(minY - hh - 1, 0), rowBottom = std::min(sh - hh + maxY + 2, canvasH);
+    for (int y = rowTop; y < rowBottom; ++y)
+        m_raisedLeft[size_t(y)] = m_raisedRight[size_t(y)] = 0;
     for (int py = minY; py <= maxY; ++py) {
         for (int px = minX; px <= maxX; ++px) {
             const double dist = std::fabs(A * px + B * py + C) / N;
@@ -257,6 +329,17 @@ void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
             // The stroke keeps the greatest coverage per pixel, so the stamp just placed at the same point with
             // the same weight (the end of the last segment is the start of this one) would change nothing.
             if (m_hasLastStamp && px == m_lastStampX && py == m_lastStampY && w <= m_lastStampWeight) continue;
+            // Next to the last stamp and no stronger, a stamp can raise only the pixels where its value exceeds
+            // what the last one laid there: the columns of that direction's footprint.
+            const int32_t* first = m_footFirst.data();
+            const int32_t* end = m_footEnd.data();
+            if (m_hasLastStamp && w <= m_lastStampWeight && std::abs(px - m_lastStampX) <= 1 &&
+                std::abs(py - m_lastStampY) <= 1) {
+                const int dir = (py - m_lastStampY + 1) * 3 + (px - m_lastStampX + 1);
+                if (!m_stepFirst[dir].size()) MeasureStepFootprint(dir);
+                first = m_stepFirst[dir].data();
+                end = m_stepEnd[dir].data();
+            }
             m_hasLastStamp = true;
             m_lastStampX = px;
             m_lastStampY = py;
@@ -266,9 +349,25 @@ void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
             const int i0 = std::max(0, hw - px), i1 = std::min(sw, canvasW - px + hw);
             const int j0 = std::max(0, hh - py), j1 = std::min(sh, canvasH - py + hh);
             if (i0 >= i1 || j0 >= j1) continue;
-            for (int j = j0; j < j1; ++j)
-                StampRowMax(m_stroke.GetBuffer(uint32_t(px + i0 - hw), uint32_t(py + j - hh)),
-                            m_stamp.GetBuffer(uint32_t(i0), uint32_t(j)), size_t(i1 - i0), w);
+            for (int j = j0; j < j1; ++j) {
+                // Zero stamp bytes raise nothing: only the row's non-zero columns are laid.
+                const int from = std::max(i0, first[j]), to = std::min(i1, end[j]);
+                if (from >= to) continue;
+                const int y = py + j - hh, x0 = px + from - hw;
+                const CStampSpan span =
+                    StampRowMax(m_stroke.GetBuffer(uint32_t(x0), uint32_t(y)),
+                                m_stamp.GetBuffer(uint32_t(from), uint32_t(j)), size_t(to - from), w);
+                if (span.IsEmpty()) continue;
+                int32_t& left = m_raisedLeft[size_t(y)];
+                int32_t& right = m_raisedRight[size_t(y)];
+                if (left == right) {
+                    left = x0 + span.first;
+                    right = x0 + span.last + 1;
+                } else {
+                    left = std::min(left, x0 + span.first);
+                    right = std::max(right, x0 + span.last + 1);
+                }
+            }
         }
     }
     m_dirty = CRect{minX - hw - 1, minY - hh - 1, sw - hw + maxX + 1 + 1, sh - hh + maxY + 1 + 1};
@@ -280,6 +379,15 @@ void CPaintTool::StampSegment(int x1, int y1, int x2, int y2)
         m_strokeBox.right = std::max(m_strokeBox.right, m_dirty.right);
         m_strokeBox.bottom = std::max(m_strokeBox.bottom, m_dirty.bottom);
     }
+}
+
+bool CPaintTool::GetRaisedSpan(int y, int& left, int& right) const
+{
+    const CRect r = m_dirty;
+    if (y < std::max(r.top, 0) || y >= std::min(r.bottom, int(m_raisedLeft.size()))) return false;
+    left = m_raisedLeft[size_t(y)];
+    right = m_raisedRight[size_t(y)];
+    return left < right;
 }
 
 CRect CPaintTool::StrokeBounds() const
@@ -299,6 +407,7 @@ int CPaintTool::OnLButtonDown(uint32_t, int x, int y)
     m_lastX = x;
     m_lastY = y;
     OnStrokeBegin();
+    MeasureFootprint();
     StampSegment(x, y, x, y);
     OnStrokeUpdate();
     if (m_pView) m_pView->Refresh();

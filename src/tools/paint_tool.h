@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "imaging/channel.h"
 #include "imaging/rect.h"
@@ -112,6 +113,10 @@ public:
     int GetRadius() const { return m_radius; }
     // What the last stamping touched, canvas pixels (right and bottom exclusive, one pixel of margin).
     CRect GetDirty() const { return m_dirty; }
+    // The columns [left, right) of canvas row y whose stroke value the last stamping raised; false when it
+    // raised none there. Only these pixels can differ from what the stroke made of them before, since every
+    // tool's result is a function of the stroke value and of what lay under the press.
+    bool GetRaisedSpan(int y, int& left, int& right) const;
     bool IsPainting() const { return m_painting != 0; }
     // The pause that keeps a stroke at 20 frames a second on screen; 0 (scripts, tests) paints at once.
     void SetFramePacing(int milliseconds) { m_frameMs = milliseconds; }
@@ -142,6 +147,18 @@ protected:
     bool m_hasPointer = false;
     int m_frameMs = 50;
     // The last stamp placed (image pixel and its coverage scale): stamping it again changes nothing.
+    // Per stamp row, its non-zero columns [first, end): the disc's corners are zero and need no pass.
+    std::vector<int32_t> m_footFirst;
+    std::vector<int32_t> m_footEnd;
+    // For a stamp one pixel from the last one (direction (dy + 1) x 3 + dx + 1) and no stronger, the columns
+    // where the stamp exceeds the last one's value at the same pixel: only those can raise the stroke.
+    std::vector<int32_t> m_stepFirst[9];
+    std::vector<int32_t> m_stepEnd[9];
+    void MeasureFootprint();
+    void MeasureStepFootprint(int dir);
+    // Per canvas row, the columns the last stamping raised: [m_raisedLeft, m_raisedRight), empty when equal.
+    std::vector<int32_t> m_raisedLeft;
+    std::vector<int32_t> m_raisedRight;
     int32_t m_lastStampX = 0, m_lastStampY = 0;
     uint32_t m_lastStampWeight = 0;
     bool m_hasLastStamp = false;

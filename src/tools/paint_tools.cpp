@@ -8,7 +8,12 @@
 #include "document/compose_document.h"
 #include "document/layer.h"
 #include "document/selection_document.h"
+#include "runtime/simd_level.h"
 #include "tools/stamp_kernel.h"
+
+#if VM_SIMD_X86
+#include <immintrin.h>
+#endif
 
 namespace {
 
@@ -108,6 +113,7 @@ int CEraseLayerTool::OnActivate()
 void CEraseLayerTool::OnStrokeBegin()
 {
     ClearStroke();
+    m_baseDone = false;
     CComposeDocument* doc = m_pContext ? m_pContext->document : nullptr;
     if (!doc) return;
     // A hidden current layer keeps the former target, if that is still in the document.
@@ -116,10 +122,129 @@ void CEraseLayerTool::OnStrokeBegin()
         m_pTarget = current;
     else if (doc->IndexOfLayer(m_pTarget) < 0)
         m_pTarget = nullptr;
-    m_snapshot.Free();
-    if (m_pTarget && !m_snapshot.DuplicateFrom(&m_pTarget->m_image)) m_pTarget = nullptr;
+    m_snapshot.End();
+    if (m_pTarget && !m_snapshot.Begin(m_pTarget->m_image)) m_pTarget = nullptr;
     m_useMask = SelectionLimits(*doc, m_stroke);
 }
+
+namespace {
+
+// An upper layer's pixels of one row under the stroke: the colours of the press, alpha lowered by the stroke.
+// Pixels outside the selection (mask 0) keep the press's pixel, which is what they hold.
+void EraseAlphaRowPlain(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, const uint8_t* mask, int i,
+                        int count)
+{
+    for (; i < count; ++i) {
+        const uint32_t s = mask && !mask[i] ? 0 : stroke[i];
+        CPixel p = snapshot[i];
+        p.alpha = uint8_t(Div255((255 - s) * p.alpha));
+        out[i] = p;
+    }
+}
+
+#if VM_SIMD_X86
+// Eight pixels at a time in 32-bit lanes: alpha = Div255((255 - s) x alpha), the colour bytes copied.
+VM_TARGET_AVX2 void EraseAlphaRowAvx2(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, const uint8_t* mask,
+                                      int count)
+{
+    const __m256i c255 = _mm256_set1_epi32(255), one = _mm256_set1_epi32(1);
+    const __m256i colours = _mm256_set1_epi32(0x00FFFFFF);
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        __m256i s = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(stroke + i)));
+        if (mask) {
+            const __m256i m = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(mask + i)));
+            s = _mm256_andnot_si256(_mm256_cmpeq_epi32(m, _mm256_setzero_si256()), s);
+        }
+        const __m256i p = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(snapshot + i));
+        const __m256i x = _mm256_mullo_epi32(_mm256_sub_epi32(c255, s), _mm256_srli_epi32(p, 24));
+        const __m256i a = _mm256_srli_epi32(_mm256_add_epi32(_mm256_add_epi32(x, one), _mm256_srli_epi32(x, 8)), 8);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i),
+                            _mm256_or_si256(_mm256_and_si256(p, colours), _mm256_slli_epi32(a, 24)));
+    }
+    EraseAlphaRowPlain(out, snapshot, stroke, mask, i, count);
+}
+#endif
+
+void EraseAlphaRow(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, const uint8_t* mask, int count)
+{
+#if VM_SIMD_X86
+    if (vmsimd::CurrentLevel() >= vmsimd::kAvx2) {
+        EraseAlphaRowAvx2(out, snapshot, stroke, mask, count);
+        return;
+    }
+#endif
+    EraseAlphaRowPlain(out, snapshot, stroke, mask, 0, count);
+}
+
+// The base's pixels of one row: the colours move to the foreground by the masked stroke value, alpha 255.
+void EraseBaseRowPlain(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, const uint8_t* mask, int i,
+                       int count, CPixel fg)
+{
+    for (; i < count; ++i) {
+        if (mask && !mask[i]) continue;
+        const uint32_t sm = mask ? stroke[i] * mask[i] / 255 : stroke[i];
+        const CPixel p = snapshot[i];
+        out[i].blue = uint8_t((fg.blue * sm + p.blue * (255 - sm)) / 255);
+        out[i].green = uint8_t((fg.green * sm + p.green * (255 - sm)) / 255);
+        out[i].red = uint8_t((fg.red * sm + p.red * (255 - sm)) / 255);
+        out[i].alpha = 255;
+    }
+}
+
+#if VM_SIMD_X86
+VM_TARGET_AVX2 inline __m256i Div255x16(__m256i x)
+{
+    return _mm256_srli_epi16(_mm256_add_epi16(_mm256_add_epi16(x, _mm256_set1_epi16(1)), _mm256_srli_epi16(x, 8)), 8);
+}
+
+// Eight pixels at a time: the masked value in 32-bit lanes, the blend in 16-bit lanes, where
+// fg x sm + c x (255 - sm) stays below 65536 and (x + 1 + (x >> 8)) >> 8 is the exact division by 255.
+VM_TARGET_AVX2 void EraseBaseRowAvx2(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, const uint8_t* mask,
+                                     int count, CPixel fg)
+{
+    const __m256i one32 = _mm256_set1_epi32(1), c255 = _mm256_set1_epi16(255);
+    const __m256i z = _mm256_setzero_si256(), opaque = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
+    const __m256i f = _mm256_setr_epi16(fg.blue, fg.green, fg.red, 0, fg.blue, fg.green, fg.red, 0, fg.blue, fg.green,
+                                        fg.red, 0, fg.blue, fg.green, fg.red, 0);
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        __m256i sm = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(stroke + i)));
+        __m256i keep = z;
+        if (mask) {
+            const __m256i m = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(mask + i)));
+            keep = _mm256_cmpeq_epi32(m, z);
+            const __m256i x = _mm256_mullo_epi32(sm, m);
+            sm = _mm256_srli_epi32(_mm256_add_epi32(_mm256_add_epi32(x, one32), _mm256_srli_epi32(x, 8)), 8);
+        }
+        const __m256i s16 = _mm256_or_si256(sm, _mm256_slli_epi32(sm, 16));
+        const __m256i sl = _mm256_unpacklo_epi32(s16, s16), sh = _mm256_unpackhi_epi32(s16, s16);
+        const __m256i p = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(snapshot + i));
+        const __m256i pl = _mm256_unpacklo_epi8(p, z), ph = _mm256_unpackhi_epi8(p, z);
+        const __m256i rl =
+            Div255x16(_mm256_add_epi16(_mm256_mullo_epi16(f, sl), _mm256_mullo_epi16(pl, _mm256_sub_epi16(c255, sl))));
+        const __m256i rh =
+            Div255x16(_mm256_add_epi16(_mm256_mullo_epi16(f, sh), _mm256_mullo_epi16(ph, _mm256_sub_epi16(c255, sh))));
+        const __m256i result = _mm256_or_si256(_mm256_packus_epi16(rl, rh), opaque);
+        __m256i* o = reinterpret_cast<__m256i*>(out + i);
+        _mm256_storeu_si256(o, _mm256_blendv_epi8(result, _mm256_loadu_si256(o), keep));
+    }
+    EraseBaseRowPlain(out, snapshot, stroke, mask, i, count, fg);
+}
+#endif
+
+void EraseBaseRow(CPixel* out, const CPixel* snapshot, const uint8_t* stroke, const uint8_t* mask, int count, CPixel fg)
+{
+#if VM_SIMD_X86
+    if (vmsimd::CurrentLevel() >= vmsimd::kAvx2) {
+        EraseBaseRowAvx2(out, snapshot, stroke, mask, count, fg);
+        return;
+    }
+#endif
+    EraseBaseRowPlain(out, snapshot, stroke, mask, 0, count, fg);
+}
+
+} // namespace
 
 void CEraseLayerTool::OnStrokeUpdate()
 {
@@ -128,49 +253,54 @@ void CEraseLayerTool::OnStrokeUpdate()
     const bool base = doc->IndexOfLayer(m_pTarget) == 0;
     const CViewPoint o = LayerOrigin(*doc, m_pTarget);
     COLImage& image = m_pTarget->m_image;
-    CRect r = Clip(m_dirty, int(m_stroke.GetWidth()), int(m_stroke.GetHeight()));
-    r = Clip(CRect{r.left - o.x, r.top - o.y, r.right - o.x, r.bottom - o.y}, int(image.GetWidth()),
-             int(image.GetHeight()));
-    const CPixel fg = m_pContext->Foreground();
+    const int canvasW = int(m_stroke.GetWidth()), canvasH = int(m_stroke.GetHeight());
+    const int imageW = int(image.GetWidth()), imageH = int(image.GetHeight());
     const COLChannel& mask = doc->GetSelectionMask();
+    // The base has no transparency: every pixel of it that the selection lets through is opaque from the first
+    // frame on, also where the stroke never comes. Where the stroke is 0 the colours stay, so only alpha moves.
+    if (base && !m_baseDone) {
+        m_baseDone = true;
+        const int w = std::min(canvasW, imageW), h = std::min(canvasH, imageH);
+        for (int y = 0; y < h; ++y) {
+            CPixel* out = image.GetBuffer(0, uint32_t(y));
+            const uint8_t* mk = m_useMask ? mask.GetBuffer(0, uint32_t(y)) : nullptr;
+            for (int x = 0; x < w; ++x)
+                if (!mk || mk[x]) out[x].alpha = 255;
+        }
+    }
+    // Only the pixels whose stroke value rose can change: the others hold what the stroke made of them before.
+    CRect r = Clip(m_dirty, canvasW, canvasH);
+    r = Clip(CRect{r.left - o.x, r.top - o.y, r.right - o.x, r.bottom - o.y}, imageW, imageH);
+    m_snapshot.Ensure(r);
+    const CPixel fg = m_pContext->Foreground();
     for (int ly = r.top; ly < r.bottom; ++ly) {
         const int y = ly + o.y;
-        const uint8_t* st = m_stroke.GetBuffer(0, uint32_t(y));
-        const uint8_t* mk = m_useMask ? mask.GetBuffer(0, uint32_t(y)) : nullptr;
-        const CPixel* sn = m_snapshot.GetBuffer(0, uint32_t(ly));
-        CPixel* out = image.GetBuffer(0, uint32_t(ly));
-        if (!base) {
-            // Where the stroke is still 0 it always was, and the pixel is still the snapshot's.
-            for (int lx = r.left; lx < r.right; ++lx) {
-                const int x = lx + o.x;
-                const uint32_t s = st[x];
-                if (!s || (mk && mk[x] == 0)) continue;
-                out[lx] = sn[lx];
-                out[lx].alpha = uint8_t(Div255((255 - s) * sn[lx].alpha));
-            }
-            continue;
-        }
-        for (int lx = r.left; lx < r.right; ++lx) {
-            const int x = lx + o.x;
-            if (mk && mk[x] == 0) continue;
-            const uint32_t s = st[x];
-            const CPixel p = sn[lx];
-            {
-                // The base has no transparency: erasing it paints the foreground colour.
-                const uint32_t sm = mk ? s * mk[x] / 255 : s;
-                out[lx].blue = uint8_t((fg.blue * sm + p.blue * (255 - sm)) / 255);
-                out[lx].green = uint8_t((fg.green * sm + p.green * (255 - sm)) / 255);
-                out[lx].red = uint8_t((fg.red * sm + p.red * (255 - sm)) / 255);
-                out[lx].alpha = 255;
-            }
-        }
+        int left = 0, right = 0;
+        if (!GetRaisedSpan(y, left, right)) continue;
+        left = std::max(left - o.x, r.left);
+        right = std::min(right - o.x, r.right);
+        if (left >= right) continue;
+        const uint8_t* st = m_stroke.GetBuffer(uint32_t(left + o.x), uint32_t(y));
+        const uint8_t* mk = m_useMask ? mask.GetBuffer(uint32_t(left + o.x), uint32_t(y)) : nullptr;
+        const CPixel* sn = m_snapshot.Row(ly) + left;
+        CPixel* out = image.GetBuffer(uint32_t(left), uint32_t(ly));
+        if (base)
+            EraseBaseRow(out, sn, st, mk, right - left, fg);
+        else
+            EraseAlphaRow(out, sn, st, mk, right - left);
     }
     MergeDirty();
 }
 
-void CEraseLayerTool::OnStrokeEnd()
+int CEraseLayerTool::OnDeactivate()
 {
     m_snapshot.Free();
+    return CEraseSelTool::OnDeactivate();
+}
+
+void CEraseLayerTool::OnStrokeEnd()
+{
+    m_snapshot.End();
     if (m_pContext && m_pContext->document) m_pContext->document->Refresh();
     RecordStroke();
 }
@@ -385,8 +515,8 @@ void CDesatTool::OnStrokeBegin()
     ClearStroke();
     CComposeDocument* doc = m_pContext ? m_pContext->document : nullptr;
     m_pTarget = doc ? doc->GetCurrentLayer() : nullptr;
-    m_snapshot.Free();
-    if (m_pTarget && !m_snapshot.DuplicateFrom(&m_pTarget->m_image)) m_pTarget = nullptr;
+    m_snapshot.End();
+    if (m_pTarget && !m_snapshot.Begin(m_pTarget->m_image)) m_pTarget = nullptr;
     if (doc) m_useMask = SelectionLimits(*doc, m_stroke);
 }
 
@@ -400,13 +530,19 @@ void CDesatTool::OnStrokeUpdate()
     r = Clip(CRect{r.left - o.x, r.top - o.y, r.right - o.x, r.bottom - o.y}, int(image.GetWidth()),
              int(image.GetHeight()));
     const COLChannel& mask = doc->GetSelectionMask();
+    m_snapshot.Ensure(r);
     for (int ly = r.top; ly < r.bottom; ++ly) {
         const int y = ly + o.y;
+        // Where the stroke did not rise the pixel already holds its result (0 leaves the press's pixel).
+        int left = 0, right = 0;
+        if (!GetRaisedSpan(y, left, right)) continue;
+        left = std::max(left - o.x, r.left);
+        right = std::min(right - o.x, r.right);
         const uint8_t* st = m_stroke.GetBuffer(0, uint32_t(y));
         const uint8_t* mk = m_useMask ? mask.GetBuffer(0, uint32_t(y)) : nullptr;
-        const CPixel* sn = m_snapshot.GetBuffer(0, uint32_t(ly));
+        const CPixel* sn = m_snapshot.Row(ly);
         CPixel* out = image.GetBuffer(0, uint32_t(ly));
-        for (int lx = r.left; lx < r.right; ++lx) {
+        for (int lx = left; lx < right; ++lx) {
             const int x = lx + o.x;
             if (mk && mk[x] == 0) continue;
             const uint32_t s = mk ? st[x] * mk[x] / 255 : st[x];
@@ -421,9 +557,15 @@ void CDesatTool::OnStrokeUpdate()
     MergeDirty();
 }
 
-void CDesatTool::OnStrokeEnd()
+int CDesatTool::OnDeactivate()
 {
     m_snapshot.Free();
+    return CPaintTool::OnDeactivate();
+}
+
+void CDesatTool::OnStrokeEnd()
+{
+    m_snapshot.End();
     if (m_pContext && m_pContext->document) m_pContext->document->Refresh();
     RecordStroke();
 }

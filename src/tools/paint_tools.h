@@ -2,6 +2,7 @@
 
 #include "imaging/channel.h"
 #include "imaging/image.h"
+#include "tools/lazy_snapshot.h"
 #include "tools/paint_tool.h"
 
 class CLayer;
@@ -32,14 +33,16 @@ public:
     explicit CEraseLayerTool(CToolContext* context);
     int IsSelectionModeTool() override { return 0; }
     int OnActivate() override;
+    int OnDeactivate() override;
     void OnStrokeBegin() override;
     void OnStrokeUpdate() override;
     void OnStrokeEnd() override;
 
 private:
     CLayer* m_pTarget = nullptr;
-    COLImage m_snapshot;
+    CLazySnapshot m_snapshot;
     bool m_useMask = false;
+    bool m_baseDone = false;   // the base has been made opaque in this stroke
 };
 
 // Selection mode: puts the untouched picture back where the matting removed too much. The working image's
@@ -106,13 +109,14 @@ private:
 class CDesatTool : public CPaintTool {
 public:
     explicit CDesatTool(CToolContext* context);
+    int OnDeactivate() override;
     void OnStrokeBegin() override;
     void OnStrokeUpdate() override;
     void OnStrokeEnd() override;
 
 private:
     CLayer* m_pTarget = nullptr;
-    COLImage m_snapshot;
+    CLazySnapshot m_snapshot;
     bool m_useMask = false;
 };
 
