@@ -105,7 +105,7 @@ public:
         m_active.clear();
     }
 
-    // Moves one row down and gives the crossings of that row in increasing order.
+    // Moves one row down and gives the crossings of that row in increasing order, followed by INT64_MAX.
     void Next(std::vector<int64_t>& out)
     {
         const int64_t row = ++m_row;
@@ -135,8 +135,9 @@ public:
             for (; j > 0 && m_active[j - 1].t > c.t; --j) m_active[j] = m_active[j - 1];
             m_active[j] = c;
         }
-        out.resize(m_active.size());
+        out.resize(m_active.size() + 1);
         for (size_t i = 0; i < m_active.size(); ++i) out[i] = m_active[i].t;
+        out.back() = INT64_MAX;
     }
 
 private:
@@ -164,14 +165,16 @@ private:
     int64_t m_nextEnd = INT64_MAX; // the first row where an active edge ends
 };
 
-// The spans of one pixel row as sorted [from, to) bounds, clipped to the box, touching spans joined.
+// The spans of one pixel row as sorted [from, to) bounds, clipped to the box, touching spans joined, followed by
+// INT64_MAX; `t` are the row's crossings with their end mark.
 void RowSpans(const std::vector<int64_t>& t, int64_t left, int64_t right, std::vector<int64_t>& bounds)
 {
     bounds.clear();
-    for (size_t i = 0; i < t.size(); i += 2) {
+    const size_t n = t.size() - 1;
+    for (size_t i = 0; i < n; i += 2) {
         // An odd count (an edge whose partner never counts) leaves the row inside up to the box's right side.
         const int64_t from = std::clamp(t[i], left, right);
-        const int64_t to = i + 1 < t.size() ? std::clamp(t[i + 1], left, right) : right;
+        const int64_t to = i + 1 < n ? std::clamp(t[i + 1], left, right) : right;
         if (from >= to) continue;
         if (!bounds.empty() && bounds.back() == from) bounds.back() = to;
         else {
@@ -179,6 +182,7 @@ void RowSpans(const std::vector<int64_t>& t, int64_t left, int64_t right, std::v
             bounds.push_back(to);
         }
     }
+    bounds.push_back(INT64_MAX);
 }
 
 // True when the row holds only zeros in [from, to).
@@ -210,21 +214,19 @@ inline void AddRange(std::vector<int64_t>& ranges, int64_t from, int64_t to)
 void BorderFromSpans(const std::vector<int64_t>* rows[3], std::vector<int64_t>& ranges)
 {
     ranges.clear();
-    size_t at[3] = {0, 0, 0};
-    bool value[3] = {false, false, false};
+    const int64_t* at[3] = {rows[0]->data(), rows[1]->data(), rows[2]->data()};
+    unsigned value = 0; // bit k: row k is inside
     int64_t from = 0;
     for (;;) {
-        int64_t next = INT64_MAX;
-        for (int k = 0; k < 3; ++k)
-            if (at[k] < rows[k]->size()) next = std::min(next, (*rows[k])[at[k]]);
+        const int64_t next = std::min(std::min(*at[0], *at[1]), *at[2]);
         if (next == INT64_MAX) break; // every row is back to 0
-        if ((value[0] || value[1] || value[2]) && !(value[0] && value[1] && value[2])) AddRange(ranges, from, next);
+        if (value != 0 && value != 7) AddRange(ranges, from, next);
         AddRange(ranges, next - 1, next + 1);
-        for (int k = 0; k < 3; ++k)
-            if (at[k] < rows[k]->size() && (*rows[k])[at[k]] == next) {
-                value[k] = !value[k];
-                ++at[k];
-            }
+        for (int k = 0; k < 3; ++k) {
+            const bool here = *at[k] == next;
+            value ^= unsigned(here) << k;
+            at[k] += here;
+        }
         from = next;
     }
 }
@@ -260,13 +262,13 @@ void BorderFromPlane(const uint8_t* row, size_t stride, int64_t first, int64_t l
 // Adds, for one sample row, the number of inside samples to the count of every pixel of `ranges` (sorted
 // [from, to) pairs; counts holds one byte per pixel of them, in order). The row's sorted crossings split it into
 // runs of equal parity: each inside run adds to the pixels it covers, 4 to those it covers whole.
-void AddSampleRow(const std::vector<int64_t>& t, const std::vector<int64_t>& ranges, uint8_t* counts)
+void AddSampleRow(const std::vector<int64_t>& crossings, const std::vector<int64_t>& ranges, uint8_t* counts)
 {
-    const size_t n = t.size();
+    const int64_t* t = crossings.data(); // ends with INT64_MAX
     size_t k = 0;
     for (size_t i = 0; i < ranges.size(); i += 2) {
         const int64_t q0 = 4 * ranges[i] - 2, q1 = 4 * ranges[i + 1] - 2; // the samples of the range
-        while (k < n && t[k] <= q0) ++k;
+        while (t[k] <= q0) ++k;
         bool inside = k & 1;
         int64_t from = 0; // the current run, in samples from q0
         auto addRun = [counts](int64_t s, int64_t e) {
@@ -279,7 +281,7 @@ void AddSampleRow(const std::vector<int64_t>& t, const std::vector<int64_t>& ran
             for (int64_t p = first + 1; p < last; ++p) counts[p] = uint8_t(counts[p] + 4);
             if (e & 3) counts[last] = uint8_t(counts[last] + (e & 3));
         };
-        for (; k < n && t[k] < q1; ++k) {
+        for (; t[k] < q1; ++k) {
             const int64_t at = t[k] - q0;
             if (inside && at > from) addRun(from, at);
             from = at;
@@ -345,7 +347,7 @@ long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
             int64_t x = left;
             bool zero = true;
             const std::vector<int64_t>& s = spans[slot];
-            for (size_t i = 0; i < s.size(); i += 2) {
+            for (size_t i = 0; i + 1 < s.size(); i += 2) {
                 zero = zero && IsZero(row, x, s[i]);
                 std::memset(row + s[i], 255, size_t(s[i + 1] - s[i]));
                 x = s[i + 1];
