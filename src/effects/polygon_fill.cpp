@@ -9,8 +9,12 @@
 
 #include "imaging/channel.h"
 #include "imaging/result.h"
+#include "runtime/parallel_for.h"
 
 namespace {
+
+// Rows below which a band is not worth a thread of its own.
+constexpr size_t kMinBandRows = 64;
 
 struct Edge {
     int64_t x1, y1;
@@ -185,13 +189,17 @@ void RowSpans(const std::vector<int64_t>& t, int64_t left, int64_t right, std::v
     bounds.push_back(INT64_MAX);
 }
 
-// True when the row holds only zeros in [from, to).
+// True when the row holds only zeros in [from, to). Whole cache lines are tested at a time, and the test stops
+// at the first line that holds anything.
 bool IsZero(const uint8_t* row, int64_t from, int64_t to)
 {
-    uint64_t any = 0;
     int64_t x = from;
-    for (; x + 32 <= to; x += 32)
-        any |= Load8(row + x) | Load8(row + x + 8) | Load8(row + x + 16) | Load8(row + x + 24);
+    for (; x + 64 <= to; x += 64) {
+        uint64_t w[8];
+        std::memcpy(w, row + x, 64);
+        if ((w[0] | w[1] | w[2] | w[3] | w[4] | w[5] | w[6] | w[7]) != 0) return false;
+    }
+    uint64_t any = 0;
     for (; x + 8 <= to; x += 8) any |= Load8(row + x);
     for (; x < to; ++x) any |= row[x];
     return any == 0;
@@ -211,10 +219,10 @@ inline void AddRange(std::vector<int64_t>& ranges, int64_t from, int64_t to)
 // and 0 elsewhere: walking the change positions of the three rows together, a pixel is a border pixel when one
 // of the rows changes value at its column or the next (t - 1 and t for a change at t), or when the rows hold
 // different values between changes.
-void BorderFromSpans(const std::vector<int64_t>* rows[3], std::vector<int64_t>& ranges)
+void BorderFromSpans(const int64_t* const rows[3], std::vector<int64_t>& ranges)
 {
     ranges.clear();
-    const int64_t* at[3] = {rows[0]->data(), rows[1]->data(), rows[2]->data()};
+    const int64_t* at[3] = {rows[0], rows[1], rows[2]};
     unsigned value = 0; // bit k: row k is inside
     int64_t from = 0;
     for (;;) {
@@ -315,85 +323,116 @@ long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
     try {
         const std::vector<Edge> edges = MakeEdges(points, count);
         const size_t stride = size_t(width);
+        const size_t rowCount = size_t(bottom - top);
 
-        // One pass down the box. Row y gets its integer fill (spans between sorted crossings, set by memset);
-        // then row y - 1, whose neighbours are now final, gets its border pixels sampled. Those values are
-        // written only after row y has found its own border pixels, since that looks at row y - 1 as the
-        // integer fill left it.
-        CSweep rows(edges, false), samples(edges, true);
-        rows.Begin(top);
-        samples.Begin(4 * (top + 1) - 2);
-        std::vector<int64_t> crossings, spans[3], ranges, pendingRanges, sampleRows[4];
-        bool clean[3] = {false, false, false}; // the row held zeros outside its spans
-        std::vector<uint8_t> pending;
-        int64_t pendingRow = -1;
-        auto flush = [&] {
-            if (pendingRow < 0) return;
-            uint8_t* row = plane->GetBuffer(0, uint32_t(pendingRow));
-            const uint8_t* value = pending.data();
-            for (size_t i = 0; i < pendingRanges.size(); i += 2) {
-                const size_t n = size_t(pendingRanges[i + 1] - pendingRanges[i]);
-                std::memcpy(row + pendingRanges[i], value, n);
-                value += n;
-            }
-            pendingRow = -1;
+        // Bands of rows are worked on side by side. Each row's bytes follow from the outline and from what the
+        // plane held, never from the split: the crossings of a band's first row are worked out directly and
+        // match those stepped to from the rows above.
+        const size_t bands = std::clamp<size_t>(rowCount / kMinBandRows, 1, std::max(1u, vmpar::WorkerCount()));
+        struct Band {
+            std::vector<int64_t> spans;  // each row's span bounds with their end mark
+            std::vector<int64_t> ranges; // each row's border pixels as [from, to) pairs
+            std::vector<uint8_t> values; // their sampled values, in order
         };
+        std::vector<Band> band(bands);
+        std::vector<uint32_t> rowBand(rowCount);
+        std::vector<size_t> spanAt(rowCount), rangeAt(rowCount, 0), rangeEnd(rowCount, 0), valueAt(rowCount, 0);
+        std::vector<uint8_t> clean(rowCount); // the row held zeros outside its spans
+        auto rowsOf = [&](size_t b) { return std::pair<size_t, size_t>(rowCount * b / bands, rowCount * (b + 1) / bands); };
+        auto spansOf = [&](size_t i) { return band[rowBand[i]].spans.data() + spanAt[i]; };
 
-        for (int64_t y = top; y < bottom; ++y) {
-            const int slot = int(y % 3);
-            rows.Next(crossings);
-            RowSpans(crossings, left, right, spans[slot]);
-            uint8_t* row = plane->GetBuffer(0, uint32_t(y));
-            int64_t x = left;
-            bool zero = true;
-            const std::vector<int64_t>& s = spans[slot];
-            for (size_t i = 0; i + 1 < s.size(); i += 2) {
-                zero = zero && IsZero(row, x, s[i]);
-                std::memset(row + s[i], 255, size_t(s[i + 1] - s[i]));
-                x = s[i + 1];
-            }
-            clean[slot] = zero && IsZero(row, x, right);
-
-            const int64_t yb = y - 1; // the row to antialias
-            if (yb < top + 1 || yb > bottom - 2) continue;
-            const int above = int((yb + 2) % 3), middle = int(yb % 3);
-            if (right - left >= 3) {
-                if (clean[above] && clean[middle] && clean[slot]) {
-                    const std::vector<int64_t>* three[3] = {&spans[above], &spans[middle], &spans[slot]};
-                    BorderFromSpans(three, ranges);
-                    // Only pixels of the box without its outer ring.
-                    size_t kept = 0;
-                    for (size_t i = 0; i < ranges.size(); i += 2) {
-                        const int64_t from = std::max(ranges[i], left + 1), to = std::min(ranges[i + 1], right - 1);
-                        if (from >= to) continue;
-                        ranges[kept++] = from;
-                        ranges[kept++] = to;
+        // The integer fill: spans between the sorted crossings of each row, set by memset.
+        vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
+            std::vector<int64_t> crossings, spans;
+            for (size_t b = b0; b < b1; ++b) {
+                const auto [r0, r1] = rowsOf(b);
+                if (r0 == r1) continue;
+                CSweep rows(edges, false);
+                rows.Begin(top + int64_t(r0));
+                Band& out = band[b];
+                for (size_t i = r0; i < r1; ++i) {
+                    rows.Next(crossings);
+                    RowSpans(crossings, left, right, spans);
+                    uint8_t* row = plane->GetBuffer(0, uint32_t(top + int64_t(i)));
+                    int64_t x = left;
+                    bool zero = true;
+                    for (size_t k = 0; k + 1 < spans.size(); k += 2) {
+                        zero = zero && IsZero(row, x, spans[k]);
+                        std::memset(row + spans[k], 255, size_t(spans[k + 1] - spans[k]));
+                        x = spans[k + 1];
                     }
-                    ranges.resize(kept);
-                } else {
-                    BorderFromPlane(plane->GetBuffer(0, uint32_t(yb)), stride, left + 1, right - 2, ranges);
+                    clean[i] = zero && IsZero(row, x, right);
+                    rowBand[i] = uint32_t(b);
+                    spanAt[i] = out.spans.size();
+                    out.spans.insert(out.spans.end(), spans.begin(), spans.end());
                 }
-            } else {
-                ranges.clear();
             }
-            flush();
-            for (auto& sampleRow : sampleRows) samples.Next(sampleRow);
-            if (ranges.empty()) continue;
-            size_t pixels = 0;
-            for (size_t i = 0; i < ranges.size(); i += 2) pixels += size_t(ranges[i + 1] - ranges[i]);
-            pending.assign(pixels, 0);
-            for (const auto& sampleRow : sampleRows) AddSampleRow(sampleRow, ranges, pending.data());
-            for (uint8_t& v : pending) v = v == 16 ? 255 : uint8_t(16 * v);
-            pendingRanges.swap(ranges);
-            pendingRow = yb;
-        }
-        flush();
+        });
+
+        // The pixels of the box without its outer ring that differ from one of their eight neighbours, sampled
+        // 4 x 4 each. Nothing is written until every row has found its border pixels, since that looks at the
+        // rows around as the integer fill left them.
+        vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
+            std::vector<int64_t> ranges, sampleRows[4];
+            for (size_t b = b0; b < b1; ++b) {
+                const auto [r0, r1] = rowsOf(b);
+                const int64_t first = std::max(top + 1, top + int64_t(r0));
+                const int64_t last = std::min(bottom - 2, top + int64_t(r1) - 1);
+                if (first > last || right - left < 3) continue;
+                CSweep samples(edges, true);
+                samples.Begin(4 * first - 2);
+                Band& out = band[b];
+                for (int64_t y = first; y <= last; ++y) {
+                    const size_t i = size_t(y - top);
+                    if (clean[i - 1] && clean[i] && clean[i + 1]) {
+                        const int64_t* const three[3] = {spansOf(i - 1), spansOf(i), spansOf(i + 1)};
+                        BorderFromSpans(three, ranges);
+                        size_t kept = 0;
+                        for (size_t k = 0; k < ranges.size(); k += 2) {
+                            const int64_t from = std::max(ranges[k], left + 1), to = std::min(ranges[k + 1], right - 1);
+                            if (from >= to) continue;
+                            ranges[kept++] = from;
+                            ranges[kept++] = to;
+                        }
+                        ranges.resize(kept);
+                    } else {
+                        BorderFromPlane(plane->GetBuffer(0, uint32_t(y)), stride, left + 1, right - 2, ranges);
+                    }
+                    for (auto& sampleRow : sampleRows) samples.Next(sampleRow);
+                    if (ranges.empty()) continue;
+                    size_t pixels = 0;
+                    for (size_t k = 0; k < ranges.size(); k += 2) pixels += size_t(ranges[k + 1] - ranges[k]);
+                    rangeAt[i] = out.ranges.size();
+                    out.ranges.insert(out.ranges.end(), ranges.begin(), ranges.end());
+                    rangeEnd[i] = out.ranges.size();
+                    valueAt[i] = out.values.size();
+                    out.values.resize(out.values.size() + pixels, 0);
+                    uint8_t* counts = out.values.data() + valueAt[i];
+                    for (const auto& sampleRow : sampleRows) AddSampleRow(sampleRow, ranges, counts);
+                    for (size_t k = 0; k < pixels; ++k) counts[k] = counts[k] == 16 ? 255 : uint8_t(16 * counts[k]);
+                }
+            }
+        });
+
+        vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
+            for (size_t b = b0; b < b1; ++b) {
+                const auto [r0, r1] = rowsOf(b);
+                for (size_t i = r0; i < r1; ++i) {
+                    uint8_t* row = plane->GetBuffer(0, uint32_t(top + int64_t(i)));
+                    const uint8_t* value = band[b].values.data() + valueAt[i];
+                    for (size_t k = rangeAt[i]; k < rangeEnd[i]; k += 2) {
+                        const int64_t from = band[b].ranges[k], to = band[b].ranges[k + 1];
+                        std::memcpy(row + from, value, size_t(to - from));
+                        value += to - from;
+                    }
+                }
+            }
+        });
     } catch (const std::bad_alloc&) {
         return kFail;
     }
     return kOk;
 }
-
 
 long FillEllipse(int x0, int y0, int x1, int y1, COLChannel* plane)
 {
