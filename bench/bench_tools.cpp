@@ -40,7 +40,8 @@ void MakeHoles(COLImage& image)
     image.Create(uint32_t(w), uint32_t(h));
     std::mt19937 rng(4);
     for (size_t i = 0; i < image.GetPixelCount(); ++i)
-        image.GetBuffer()[i] = CPixel::Make(uint8_t(90 + rng() % 7 - 3), uint8_t(140 + rng() % 7 - 3), uint8_t(60 + rng() % 7 - 3));
+        image.GetBuffer()[i] =
+            CPixel::Make(uint8_t(90 + rng() % 7 - 3), uint8_t(140 + rng() % 7 - 3), uint8_t(60 + rng() % 7 - 3));
     for (int k = 0; k < 14000; ++k) {
         const int cx = int(rng() % uint32_t(w)), cy = int(rng() % uint32_t(h)), r = 2 + int(rng() % 19);
         if (std::abs(cx - w / 2) < r + 2 && std::abs(cy - h / 2) < r + 2) continue;

@@ -338,7 +338,9 @@ long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
         std::vector<uint32_t> rowBand(rowCount);
         std::vector<size_t> spanAt(rowCount), rangeAt(rowCount, 0), rangeEnd(rowCount, 0), valueAt(rowCount, 0);
         std::vector<uint8_t> clean(rowCount); // the row held zeros outside its spans
-        auto rowsOf = [&](size_t b) { return std::pair<size_t, size_t>(rowCount * b / bands, rowCount * (b + 1) / bands); };
+        auto rowsOf = [&](size_t b) {
+            return std::pair<size_t, size_t>(rowCount * b / bands, rowCount * (b + 1) / bands);
+        };
         auto spansOf = [&](size_t i) { return band[rowBand[i]].spans.data() + spanAt[i]; };
 
         // The integer fill: spans between the sorted crossings of each row, set by memset.

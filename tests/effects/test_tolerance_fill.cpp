@@ -154,7 +154,8 @@ TEST(ToleranceFlood, RowsAcrossManyWordsMatchThePlainWalk)
             for (uint32_t y = 0; y < lh; ++y)
                 for (uint32_t x = 0; x < lw; ++x) {
                     const bool wall = (x * 7 + y * 3) % 23 == 0 || rng() % 9 == 0;
-                    layer.PutPixel(x, y, wall ? CPixel::Make(220, 20, 20) : CPixel::Make(uint8_t(40 + rng() % 3), 90, 90));
+                    const CPixel open = CPixel::Make(uint8_t(40 + rng() % 3), 90, 90);
+                    layer.PutPixel(x, y, wall ? CPixel::Make(220, 20, 20) : open);
                 }
             const int span = int(lw) / 2 + 3;
             const int ox = round == 0 ? 0 : int(rng() % uint32_t(2 * span)) - span, oy = int(rng() % 7) - 3;
