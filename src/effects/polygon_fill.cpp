@@ -1,6 +1,7 @@
 #include "effects/polygon_fill.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -8,8 +9,12 @@
 
 #include "imaging/channel.h"
 #include "imaging/result.h"
+#include "runtime/parallel_for.h"
 
 namespace {
+
+// Rows below which a band is not worth a thread of its own.
+constexpr size_t kMinBandRows = 64;
 
 struct Edge {
     int64_t x1, y1;
@@ -25,16 +30,6 @@ int64_t FloorDiv(int64_t a, int64_t b)   // b > 0
     return q;
 }
 
-// True when the byte at p differs from one of its eight neighbours; stride is the row length.
-inline bool DiffersFromNeighbours(const uint8_t* p, size_t stride)
-{
-    const uint8_t v = *p;
-    const uint8_t* up = p - stride;
-    const uint8_t* down = p + stride;
-    return up[-1] != v || up[0] != v || up[1] != v || p[-1] != v || p[1] != v || down[-1] != v || down[0] != v ||
-           down[1] != v;
-}
-
 inline uint64_t Load8(const uint8_t* p)
 {
     uint64_t w;
@@ -42,8 +37,8 @@ inline uint64_t Load8(const uint8_t* p)
     return w;
 }
 
-// The edges that take part, in the order of the points; horizontal edges and edges whose slope truncated to 0
-// never count.
+// The edges that take part, in the order of their top rows; horizontal edges and edges whose slope truncated to
+// 0 never count.
 std::vector<Edge> MakeEdges(const CPolyPoint* points, size_t count)
 {
     std::vector<Edge> edges;
@@ -55,163 +50,253 @@ std::vector<Edge> MakeEdges(const CPolyPoint* points, size_t count)
         if (e.ymin == e.ymax || (!e.vertical && e.slope == 0)) continue;
         edges.push_back(e);
     }
+    std::stable_sort(edges.begin(), edges.end(), [](const Edge& a, const Edge& b) { return a.ymin < b.ymin; });
     return edges;
 }
 
-// The column from which an edge counts in row y: the integer rule holds for every x at or right of it.
-int64_t Threshold(const Edge& e, int64_t y)
-{
-    if (e.vertical) return e.x1 + 1;
-    const int64_t c = (y - e.y1) * 256;
-    // slope < 0: (x1 - x) * s + c > 0  <=>  -s * x > -s * x1 - c.
-    // slope > 0: (x1 - x) * s + c < 0  <=>   s * x >  s * x1 + c.
-    const int64_t a = e.slope < 0 ? -e.slope : e.slope;
-    const int64_t k = e.slope < 0 ? a * e.x1 - c : a * e.x1 + c;
-    return FloorDiv(k, a) + 1;
-}
+// Where an edge starts to count along a row: for every column at or right of `t`. Both rules reduce to
+// t = base + floor(num / div), and num moves by a fixed step from one row to the next, so t follows with a
+// quotient and a remainder, without a division per row.
+struct Crossing {
+    int64_t t;
+    int64_t rem; // num - (t - base) * div, in [0, div)
+    int64_t div;
+    int64_t stepQ, stepRem;
+    int64_t end; // the first row where the edge no longer takes part
 
-// Edges in the order of their top row, handed out as the rows go down: an active-edge list.
-class CActiveEdges {
-public:
-    explicit CActiveEdges(const std::vector<Edge>& edges)
+    void Start(int64_t base, int64_t num, int64_t d, int64_t step, int64_t endRow)
     {
-        m_order.reserve(edges.size());
-        for (const Edge& e : edges) m_order.push_back(&e);
-        std::sort(m_order.begin(), m_order.end(), [](const Edge* a, const Edge* b) { return a->ymin < b->ymin; });
+        const int64_t q = FloorDiv(num, d);
+        t = base + q;
+        rem = num - q * d;
+        div = d;
+        stepQ = FloorDiv(step, d);
+        stepRem = step - stepQ * d;
+        end = endRow;
     }
-    // The edges with ymin <= y and y < ymax (inclusive: y <= ymax); y never goes back.
-    const std::vector<const Edge*>& At(int64_t y, bool inclusive)
+    void Step()
     {
-        while (m_next < m_order.size() && m_order[m_next]->ymin <= y) m_active.push_back(m_order[m_next++]);
-        size_t kept = 0;
-        for (const Edge* e : m_active)
-            if (inclusive ? y <= e->ymax : y < e->ymax) m_active[kept++] = e;
-        m_active.resize(kept);
-        return m_active;
+        t += stepQ;
+        rem += stepRem;
+        const bool carry = rem >= div;
+        t += carry;
+        rem -= carry ? div : 0;
     }
-
-private:
-    std::vector<const Edge*> m_order;
-    std::vector<const Edge*> m_active;
-    size_t m_next = 0;
 };
 
-// Antialiasing of the border pixels of one row at a time. For each of the four sample rows the edges that reach
-// it are sorted by where they cross it: an edge crossing more than a pixel left of a sample counts for it, one
-// crossing more than a pixel right does not, whatever the rounding; only the edges crossing near the pixel are
-// tested with the exact rule. Pixels of a row come in increasing x, so the window of near edges only moves right.
-class CEdgeSampler {
+// Row after row, the crossings of the edges that take part, sorted. Two kinds of rows: pixel rows y for the
+// integer rule, and quarter-pixel sample rows r at height (r + 0.5) / 4 for the sampled rule, where columns are
+// sample columns q at (q + 0.5) / 4; pixel x holds the samples q = 4x - 2 .. 4x + 1.
+//
+// Integer rule at pixel (x, y): v = (x1 - x) * s + (y - y1) * 256; s > 0 counts for v < 0, that is for
+// x >= x1 + 1 + floor((y - y1) * 256 / s); s < 0 counts for v > 0, x >= x1 + 1 + floor(-(y - y1) * 256 / -s);
+// a vertical edge for x >= x1 + 1.
+// Sampled rule: times 8, v = (8 x1 - 2q - 1) * s + C with C = (2r + 1 - 8 y1) * 256, every term an integer. In
+// floating point the same products are exact while coordinates stay within a million pixels, so the signs agree;
+// beyond that the integers hold. s > 0 counts for q >= 4 x1 + 1 + floor((C - s) / 2s), s < 0 for
+// q >= 4 x1 + 1 + floor((s - C) / -2s), a vertical edge for q >= 4 x1. Every quantity stays far inside 64 bits
+// for any 32-bit outline.
+class CSweep {
 public:
-    explicit CEdgeSampler(const std::vector<Edge>& edges) : m_active(edges) {}
+    CSweep(const std::vector<Edge>& edges, bool samples) : m_edges(edges), m_samples(samples) {}
 
-    // Rows go down; every edge that may reach a sample row of pixel row y has ymin <= y <= ymax.
-    void SetRow(int64_t y)
+    // The next call of Next gives `row`.
+    void Begin(int64_t row)
     {
-        const std::vector<const Edge*>& candidates = m_active.At(y, true);
-        for (int j = 0; j < 4; ++j) {
-            const double sy = static_cast<double>(y) - 0.375 + 0.25 * j;
-            std::vector<Crossing>& row = m_rows[j];
-            row.clear();
-            for (const Edge* e : candidates) {
-                if (!(static_cast<double>(e->ymin) <= sy && sy < static_cast<double>(e->ymax))) continue;
-                Crossing c;
-                c.x1 = static_cast<double>(e->x1);
-                c.slope = static_cast<double>(e->slope);
-                c.kind = e->vertical ? 0 : e->slope < 0 ? 1 : 2;
-                // The row's part of the rule, (sy - y1) * 256, the same product the rule forms at each sample.
-                c.offset = (sy - static_cast<double>(e->y1)) * 256.0;
-                c.x = e->vertical ? c.x1 : c.x1 + (sy - static_cast<double>(e->y1)) * 256.0 / c.slope;
-                row.push_back(c);
-            }
-            std::sort(row.begin(), row.end(), [](const Crossing& a, const Crossing& b) { return a.x < b.x; });
-            m_first[j] = m_last[j] = 0;
-        }
+        m_row = row - 1;
+        m_next = 0;
+        m_nextEnd = INT64_MAX;
+        m_active.clear();
     }
 
-    // x must not decrease between calls for one row.
-    uint8_t Sample(int64_t x)
+    // Moves one row down and gives the crossings of that row in increasing order, followed by INT64_MAX.
+    void Next(std::vector<int64_t>& out)
     {
-        int inside = 0;
-        const double lo = static_cast<double>(x) - 1.0, hi = static_cast<double>(x) + 1.0;
-        for (int j = 0; j < 4; ++j) {
-            const std::vector<Crossing>& row = m_rows[j];
-            size_t first = m_first[j], last = m_last[j];
-            while (first < row.size() && row[first].x < lo) ++first;
-            if (last < first) last = first;
-            while (last < row.size() && row[last].x <= hi) ++last;
-            m_first[j] = first;
-            m_last[j] = last;
-            for (int i = 0; i < 4; ++i) {
-                const double sx = static_cast<double>(x) - 0.375 + 0.25 * i;
-                int crossings = int(first);
-                for (size_t k = first; k < last; ++k) {
-                    const Crossing& c = row[k];
-                    if (c.kind == 0) {
-                        crossings += sx > c.x1;
-                    } else {
-                        const double v = (c.x1 - sx) * c.slope + c.offset;
-                        crossings += c.kind == 1 ? v > 0.0 : v < 0.0;
-                    }
+        const int64_t row = ++m_row;
+        for (Crossing& c : m_active) c.Step();
+        if (row >= m_nextEnd) {
+            size_t kept = 0;
+            m_nextEnd = INT64_MAX;
+            for (const Crossing& c : m_active)
+                if (c.end > row) {
+                    m_active[kept++] = c;
+                    m_nextEnd = std::min(m_nextEnd, c.end);
                 }
-                inside += crossings & 1;
-            }
+            m_active.resize(kept);
         }
-        return inside == 16 ? 255 : static_cast<uint8_t>(16 * inside);
+        const int64_t scale = m_samples ? 4 : 1;
+        while (m_next < m_edges.size() && m_edges[m_next].ymin * scale <= row) {
+            const Edge& e = m_edges[m_next++];
+            if (e.ymax * scale <= row) continue;
+            m_active.push_back(Start(e, row));
+            m_nextEnd = std::min(m_nextEnd, m_active.back().end);
+        }
+        // The order changes only where edges cross, so the list from the row before is nearly sorted.
+        for (size_t i = 1; i < m_active.size(); ++i) {
+            if (m_active[i - 1].t <= m_active[i].t) continue;
+            const Crossing c = m_active[i];
+            size_t j = i;
+            for (; j > 0 && m_active[j - 1].t > c.t; --j) m_active[j] = m_active[j - 1];
+            m_active[j] = c;
+        }
+        out.resize(m_active.size() + 1);
+        for (size_t i = 0; i < m_active.size(); ++i) out[i] = m_active[i].t;
+        out.back() = INT64_MAX;
     }
 
 private:
-    struct Crossing {
-        double x;      // where the edge crosses the sample row
-        double x1, slope, offset;
-        int kind;      // 0 vertical, 1 slope below 0, 2 slope above 0
-    };
-    CActiveEdges m_active;
-    std::vector<Crossing> m_rows[4];
-    size_t m_first[4] = {}, m_last[4] = {};
+    Crossing Start(const Edge& e, int64_t row) const
+    {
+        Crossing c;
+        if (!m_samples) {
+            if (e.vertical) c.Start(e.x1 + 1, 0, 1, 0, e.ymax);
+            else if (e.slope > 0) c.Start(e.x1 + 1, (row - e.y1) * 256, e.slope, 256, e.ymax);
+            else c.Start(e.x1 + 1, -(row - e.y1) * 256, -e.slope, -256, e.ymax);
+        } else {
+            const int64_t C = (2 * row + 1 - 8 * e.y1) * 256;
+            if (e.vertical) c.Start(4 * e.x1, 0, 1, 0, 4 * e.ymax);
+            else if (e.slope > 0) c.Start(4 * e.x1 + 1, C - e.slope, 2 * e.slope, 512, 4 * e.ymax);
+            else c.Start(4 * e.x1 + 1, e.slope - C, -2 * e.slope, -512, 4 * e.ymax);
+        }
+        return c;
+    }
+
+    const std::vector<Edge>& m_edges;
+    const bool m_samples;
+    std::vector<Crossing> m_active;
+    size_t m_next = 0;
+    int64_t m_row = 0;
+    int64_t m_nextEnd = INT64_MAX; // the first row where an active edge ends
 };
 
-// True when the plane holds only zeros in the box.
-bool BoxIsZero(const COLChannel& plane, int64_t left, int64_t top, int64_t right, int64_t bottom)
+// The spans of one pixel row as sorted [from, to) bounds, clipped to the box, touching spans joined, followed by
+// INT64_MAX; `t` are the row's crossings with their end mark.
+void RowSpans(const std::vector<int64_t>& t, int64_t left, int64_t right, std::vector<int64_t>& bounds)
 {
-    for (int64_t y = top; y < bottom; ++y) {
-        const uint8_t* row = plane.GetBuffer(0, uint32_t(y));
-        int64_t x = left;
-        uint64_t any = 0;
-        for (; x + 8 <= right; x += 8) any |= Load8(row + x);
-        for (; x < right; ++x) any |= row[x];
-        if (any) return false;
+    bounds.clear();
+    const size_t n = t.size() - 1;
+    for (size_t i = 0; i < n; i += 2) {
+        // An odd count (an edge whose partner never counts) leaves the row inside up to the box's right side.
+        const int64_t from = std::clamp(t[i], left, right);
+        const int64_t to = i + 1 < n ? std::clamp(t[i + 1], left, right) : right;
+        if (from >= to) continue;
+        if (!bounds.empty() && bounds.back() == from) bounds.back() = to;
+        else {
+            bounds.push_back(from);
+            bounds.push_back(to);
+        }
     }
-    return true;
+    bounds.push_back(INT64_MAX);
 }
 
-// Positions where a row's value changes, from the bounds of its spans ([from, to) pairs, sorted): a bound
-// shared by two touching spans is no change.
-void Changes(const int64_t* bounds, size_t n, std::vector<int64_t>& out)
+// True when the row holds only zeros in [from, to). Whole cache lines are tested at a time, and the test stops
+// at the first line that holds anything.
+bool IsZero(const uint8_t* row, int64_t from, int64_t to)
 {
-    out.clear();
-    for (size_t i = 0; i < n; ++i) {
-        if (i + 1 < n && bounds[i] == bounds[i + 1]) {
-            ++i;
-            continue;
-        }
-        out.push_back(bounds[i]);
+    int64_t x = from;
+    for (; x + 64 <= to; x += 64) {
+        uint64_t w[8];
+        std::memcpy(w, row + x, 64);
+        if ((w[0] | w[1] | w[2] | w[3] | w[4] | w[5] | w[6] | w[7]) != 0) return false;
+    }
+    uint64_t any = 0;
+    for (; x + 8 <= to; x += 8) any |= Load8(row + x);
+    for (; x < to; ++x) any |= row[x];
+    return any == 0;
+}
+
+// Adds [from, to) to sorted, merged ranges; starts never decrease between calls.
+inline void AddRange(std::vector<int64_t>& ranges, int64_t from, int64_t to)
+{
+    if (!ranges.empty() && from <= ranges.back()) ranges.back() = std::max(ranges.back(), to);
+    else {
+        ranges.push_back(from);
+        ranges.push_back(to);
     }
 }
 
-// The columns where two rows differ, as [from, to) pairs: the merged change lists with shared positions dropped.
-void Differences(const std::vector<int64_t>& a, const std::vector<int64_t>& b, std::vector<int64_t>& out)
+// The pixels of a row that differ from one of their eight neighbours, when the three rows hold 255 in their spans
+// and 0 elsewhere: walking the change positions of the three rows together, a pixel is a border pixel when one
+// of the rows changes value at its column or the next (t - 1 and t for a change at t), or when the rows hold
+// different values between changes.
+void BorderFromSpans(const int64_t* const rows[3], std::vector<int64_t>& ranges)
 {
-    out.clear();
-    size_t i = 0, j = 0;
-    while (i < a.size() || j < b.size()) {
-        if (j == b.size() || (i < a.size() && a[i] < b[j])) {
-            out.push_back(a[i++]);
-        } else if (i == a.size() || b[j] < a[i]) {
-            out.push_back(b[j++]);
-        } else {
-            ++i;
-            ++j;
+    ranges.clear();
+    const int64_t* at[3] = {rows[0], rows[1], rows[2]};
+    unsigned value = 0; // bit k: row k is inside
+    int64_t from = 0;
+    for (;;) {
+        const int64_t next = std::min(std::min(*at[0], *at[1]), *at[2]);
+        if (next == INT64_MAX) break; // every row is back to 0
+        if (value != 0 && value != 7) AddRange(ranges, from, next);
+        AddRange(ranges, next - 1, next + 1);
+        for (int k = 0; k < 3; ++k) {
+            const bool here = *at[k] == next;
+            value ^= unsigned(here) << k;
+            at[k] += here;
         }
+        from = next;
+    }
+}
+
+// The same by looking at the plane, for rows that held something before the fill. Eight pixels at a time are
+// skipped when all their neighbours hold one value.
+void BorderFromPlane(const uint8_t* row, size_t stride, int64_t first, int64_t last, std::vector<int64_t>& ranges)
+{
+    ranges.clear();
+    int64_t x = first;
+    while (x <= last) {
+        const uint8_t* p = row + x;
+        if (x + 8 <= last + 1) {
+            const uint64_t w = Load8(p);
+            const uint64_t same = 0x0101010101010101ull * (w & 0xFF);
+            if (w == same && Load8(p - 1) == same && Load8(p + 1) == same && Load8(p - stride - 1) == same &&
+                Load8(p - stride) == same && Load8(p - stride + 1) == same && Load8(p + stride - 1) == same &&
+                Load8(p + stride) == same && Load8(p + stride + 1) == same) {
+                x += 8;
+                continue;
+            }
+        }
+        const uint8_t v = *p;
+        const uint8_t* up = p - stride;
+        const uint8_t* down = p + stride;
+        if (up[-1] != v || up[0] != v || up[1] != v || p[-1] != v || p[1] != v || down[-1] != v || down[0] != v ||
+            down[1] != v)
+            AddRange(ranges, x, x + 1);
+        ++x;
+    }
+}
+
+// Adds, for one sample row, the number of inside samples to the count of every pixel of `ranges` (sorted
+// [from, to) pairs; counts holds one byte per pixel of them, in order). The row's sorted crossings split it into
+// runs of equal parity: each inside run adds to the pixels it covers, 4 to those it covers whole.
+void AddSampleRow(const std::vector<int64_t>& crossings, const std::vector<int64_t>& ranges, uint8_t* counts)
+{
+    const int64_t* t = crossings.data(); // ends with INT64_MAX
+    size_t k = 0;
+    for (size_t i = 0; i < ranges.size(); i += 2) {
+        const int64_t q0 = 4 * ranges[i] - 2, q1 = 4 * ranges[i + 1] - 2; // the samples of the range
+        while (t[k] <= q0) ++k;
+        bool inside = k & 1;
+        int64_t from = 0; // the current run, in samples from q0
+        auto addRun = [counts](int64_t s, int64_t e) {
+            const int64_t first = s >> 2, last = e >> 2;
+            if (first == last) {
+                counts[first] = uint8_t(counts[first] + (e - s));
+                return;
+            }
+            counts[first] = uint8_t(counts[first] + 4 - (s & 3));
+            for (int64_t p = first + 1; p < last; ++p) counts[p] = uint8_t(counts[p] + 4);
+            if (e & 3) counts[last] = uint8_t(counts[last] + (e & 3));
+        };
+        for (; t[k] < q1; ++k) {
+            const int64_t at = t[k] - q0;
+            if (inside && at > from) addRun(from, at);
+            from = at;
+            inside = !inside;
+        }
+        if (inside) addRun(from, q1 - q0);
+        counts += ranges[i + 1] - ranges[i];
     }
 }
 
@@ -237,121 +322,119 @@ long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
 
     try {
         const std::vector<Edge> edges = MakeEdges(points, count);
-        // On a plane that is empty in the box (the tools' case) the pixels that differ from a neighbour follow
-        // from the spans alone; otherwise they are found by looking at the plane.
-        const bool empty = BoxIsZero(*plane, left, top, right, bottom);
-
-        // Integer pass. Each counting edge counts for every x from a threshold on, so a row is the parity of the
-        // thresholds at or left of each pixel: spans between sorted thresholds alternate.
-        std::vector<int64_t> bounds;          // the spans of every row, [from, to) pairs
-        std::vector<size_t> rowStart(size_t(bottom - top) + 1, 0);
-        std::vector<int64_t> thresholds;
-        CActiveEdges active(edges);
-        for (int64_t y = top; y < bottom; ++y) {
-            rowStart[size_t(y - top)] = bounds.size();
-            thresholds.clear();
-            for (const Edge* e : active.At(y, false)) thresholds.push_back(Threshold(*e, y));
-            if (thresholds.empty()) continue;
-            std::sort(thresholds.begin(), thresholds.end());
-            // An odd count (an edge whose partner never counts) leaves the row inside up to the box's right side.
-            if (thresholds.size() & 1) thresholds.push_back(right);
-            uint8_t* row = plane->GetBuffer(0, uint32_t(y));
-            for (size_t i = 0; i + 1 < thresholds.size(); i += 2) {
-                const int64_t from = std::max(thresholds[i], left), to = std::min(thresholds[i + 1], right);
-                if (from >= to) continue;
-                std::memset(row + from, 255, size_t(to - from));
-                if (empty) {
-                    bounds.push_back(from);
-                    bounds.push_back(to);
-                }
-            }
-        }
-        rowStart[size_t(bottom - top)] = bounds.size();
-
-        CEdgeSampler sampler(edges);
         const size_t stride = size_t(width);
-        if (!empty) {
-            // Pixels of the box, without its outer ring, that differ from a neighbour, all found before any is
-            // changed. Eight at a time are skipped when all their neighbours hold one value.
-            std::vector<uint32_t> border;
-            for (int64_t y = top + 1; y <= bottom - 2; ++y) {
-                const uint8_t* row = plane->GetBuffer(0, uint32_t(y));
-                int64_t x = left + 1;
-                const int64_t last = right - 2;
-                while (x <= last) {
-                    const uint8_t* p = row + x;
-                    if (x + 8 <= last + 1) {
-                        const uint64_t w = Load8(p);
-                        const uint64_t same = 0x0101010101010101ull * (w & 0xFF);
-                        if (w == same && Load8(p - 1) == same && Load8(p + 1) == same &&
-                            Load8(p - stride - 1) == same && Load8(p - stride) == same &&
-                            Load8(p - stride + 1) == same && Load8(p + stride - 1) == same &&
-                            Load8(p + stride) == same && Load8(p + stride + 1) == same) {
-                            x += 8;
-                            continue;
-                        }
-                    }
-                    if (DiffersFromNeighbours(p, stride)) border.push_back(uint32_t(y) << 16 | uint32_t(x));
-                    ++x;
-                }
-            }
-            int64_t sampledRow = -1;
-            for (const uint32_t packed : border) {
-                const int64_t x = packed & 0xFFFF, y = packed >> 16;
-                if (y != sampledRow) sampler.SetRow(sampledRow = y);
-                plane->SetValue(uint32_t(x), uint32_t(y), sampler.Sample(x));
-            }
-            return kOk;
-        }
+        const size_t rowCount = size_t(bottom - top);
 
-        // The plane was empty: a pixel differs from one of its eight neighbours exactly when one of the three
-        // rows around it changes value at its column or the next, or when the rows differ at its column. Those
-        // columns come from the spans as intervals, so only the pixels near an edge are visited.
-        std::vector<int64_t> changes[3], diff, ranges;
-        std::vector<std::pair<int64_t, int64_t>> spans;
-        auto changesOf = [&](int64_t y, std::vector<int64_t>& out) {
-            const size_t i = size_t(y - top);
-            Changes(bounds.data() + rowStart[i], rowStart[i + 1] - rowStart[i], out);
+        // Bands of rows are worked on side by side. Each row's bytes follow from the outline and from what the
+        // plane held, never from the split: the crossings of a band's first row are worked out directly and
+        // match those stepped to from the rows above.
+        const size_t bands = std::clamp<size_t>(rowCount / kMinBandRows, 1, std::max(1u, vmpar::WorkerCount()));
+        struct Band {
+            std::vector<int64_t> spans;  // each row's span bounds with their end mark
+            std::vector<int64_t> ranges; // each row's border pixels as [from, to) pairs
+            std::vector<uint8_t> values; // their sampled values, in order
         };
-        if (bottom - top >= 3) {
-            changesOf(top, changes[1]);
-            changesOf(top + 1, changes[2]);
-        }
-        for (int64_t y = top + 1; y <= bottom - 2; ++y) {
-            std::swap(changes[0], changes[1]);
-            std::swap(changes[1], changes[2]);
-            changesOf(y + 1, changes[2]);
-            ranges.clear();
-            for (const auto& c : changes)
-                for (const int64_t t : c) {
-                    ranges.push_back(t - 1);
-                    ranges.push_back(t + 1);
+        std::vector<Band> band(bands);
+        std::vector<uint32_t> rowBand(rowCount);
+        std::vector<size_t> spanAt(rowCount), rangeAt(rowCount, 0), rangeEnd(rowCount, 0), valueAt(rowCount, 0);
+        std::vector<uint8_t> clean(rowCount); // the row held zeros outside its spans
+        auto rowsOf = [&](size_t b) {
+            return std::pair<size_t, size_t>(rowCount * b / bands, rowCount * (b + 1) / bands);
+        };
+        auto spansOf = [&](size_t i) { return band[rowBand[i]].spans.data() + spanAt[i]; };
+
+        // The integer fill: spans between the sorted crossings of each row, set by memset.
+        vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
+            std::vector<int64_t> crossings, spans;
+            for (size_t b = b0; b < b1; ++b) {
+                const auto [r0, r1] = rowsOf(b);
+                if (r0 == r1) continue;
+                CSweep rows(edges, false);
+                rows.Begin(top + int64_t(r0));
+                Band& out = band[b];
+                for (size_t i = r0; i < r1; ++i) {
+                    rows.Next(crossings);
+                    RowSpans(crossings, left, right, spans);
+                    uint8_t* row = plane->GetBuffer(0, uint32_t(top + int64_t(i)));
+                    int64_t x = left;
+                    bool zero = true;
+                    for (size_t k = 0; k + 1 < spans.size(); k += 2) {
+                        zero = zero && IsZero(row, x, spans[k]);
+                        std::memset(row + spans[k], 255, size_t(spans[k + 1] - spans[k]));
+                        x = spans[k + 1];
+                    }
+                    clean[i] = zero && IsZero(row, x, right);
+                    rowBand[i] = uint32_t(b);
+                    spanAt[i] = out.spans.size();
+                    out.spans.insert(out.spans.end(), spans.begin(), spans.end());
                 }
-            for (int k : {0, 2}) {
-                Differences(changes[1], changes[k], diff);
-                ranges.insert(ranges.end(), diff.begin(), diff.end());
             }
-            if (ranges.empty()) continue;
-            // Pairs sorted by their start, then walked as one union, clipped to the columns the rule looks at.
-            const size_t pairs = ranges.size() / 2;
-            spans.resize(pairs);
-            for (size_t i = 0; i < pairs; ++i) spans[i] = {ranges[2 * i], ranges[2 * i + 1]};
-            std::sort(spans.begin(), spans.end());
-            sampler.SetRow(y);
-            uint8_t* row = plane->GetBuffer(0, uint32_t(y));
-            int64_t done = left + 1; // every column left of this one is handled
-            for (size_t i = 0; i < pairs; ++i) {
-                const int64_t from = std::max(spans[i].first, done), to = std::min(spans[i].second, right - 1);
-                for (int64_t x = from; x < to; ++x) row[x] = sampler.Sample(x);
-                done = std::max(done, to);
+        });
+
+        // The pixels of the box without its outer ring that differ from one of their eight neighbours, sampled
+        // 4 x 4 each. Nothing is written until every row has found its border pixels, since that looks at the
+        // rows around as the integer fill left them.
+        vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
+            std::vector<int64_t> ranges, sampleRows[4];
+            for (size_t b = b0; b < b1; ++b) {
+                const auto [r0, r1] = rowsOf(b);
+                const int64_t first = std::max(top + 1, top + int64_t(r0));
+                const int64_t last = std::min(bottom - 2, top + int64_t(r1) - 1);
+                if (first > last || right - left < 3) continue;
+                CSweep samples(edges, true);
+                samples.Begin(4 * first - 2);
+                Band& out = band[b];
+                for (int64_t y = first; y <= last; ++y) {
+                    const size_t i = size_t(y - top);
+                    if (clean[i - 1] && clean[i] && clean[i + 1]) {
+                        const int64_t* const three[3] = {spansOf(i - 1), spansOf(i), spansOf(i + 1)};
+                        BorderFromSpans(three, ranges);
+                        size_t kept = 0;
+                        for (size_t k = 0; k < ranges.size(); k += 2) {
+                            const int64_t from = std::max(ranges[k], left + 1), to = std::min(ranges[k + 1], right - 1);
+                            if (from >= to) continue;
+                            ranges[kept++] = from;
+                            ranges[kept++] = to;
+                        }
+                        ranges.resize(kept);
+                    } else {
+                        BorderFromPlane(plane->GetBuffer(0, uint32_t(y)), stride, left + 1, right - 2, ranges);
+                    }
+                    for (auto& sampleRow : sampleRows) samples.Next(sampleRow);
+                    if (ranges.empty()) continue;
+                    size_t pixels = 0;
+                    for (size_t k = 0; k < ranges.size(); k += 2) pixels += size_t(ranges[k + 1] - ranges[k]);
+                    rangeAt[i] = out.ranges.size();
+                    out.ranges.insert(out.ranges.end(), ranges.begin(), ranges.end());
+                    rangeEnd[i] = out.ranges.size();
+                    valueAt[i] = out.values.size();
+                    out.values.resize(out.values.size() + pixels, 0);
+                    uint8_t* counts = out.values.data() + valueAt[i];
+                    for (const auto& sampleRow : sampleRows) AddSampleRow(sampleRow, ranges, counts);
+                    for (size_t k = 0; k < pixels; ++k) counts[k] = counts[k] == 16 ? 255 : uint8_t(16 * counts[k]);
+                }
             }
-        }
+        });
+
+        vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
+            for (size_t b = b0; b < b1; ++b) {
+                const auto [r0, r1] = rowsOf(b);
+                for (size_t i = r0; i < r1; ++i) {
+                    uint8_t* row = plane->GetBuffer(0, uint32_t(top + int64_t(i)));
+                    const uint8_t* value = band[b].values.data() + valueAt[i];
+                    for (size_t k = rangeAt[i]; k < rangeEnd[i]; k += 2) {
+                        const int64_t from = band[b].ranges[k], to = band[b].ranges[k + 1];
+                        std::memcpy(row + from, value, size_t(to - from));
+                        value += to - from;
+                    }
+                }
+            }
+        });
     } catch (const std::bad_alloc&) {
         return kFail;
     }
     return kOk;
 }
-
 
 long FillEllipse(int x0, int y0, int x1, int y1, COLChannel* plane)
 {

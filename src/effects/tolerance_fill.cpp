@@ -1,8 +1,10 @@
 #include "effects/tolerance_fill.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -12,10 +14,8 @@
 
 namespace {
 
-inline bool HasZeroByte(uint64_t w)
-{
-    return ((w - 0x0101010101010101ull) & ~w & 0x8080808080808080ull) != 0;
-}
+// Membership is worked out for this many words of 64 pixels at a time: long enough for the memory to stream.
+constexpr size_t kBlockWords = 4;
 
 } // namespace
 
@@ -30,15 +30,16 @@ long ToleranceFlood(const COLImage& layer, int ox, int oy, int seedX, int seedY,
 
     // Membership of a neighbour by its distance |dR| + |dG| + |dB| to the seed's colour: the ramp
     // (tol - dist) * 510 / tol only decides whether it is above 0, since a joined pixel is set to 255 when its
-    // turn comes. Worked out once for every distance there is.
+    // turn comes. It is above 0 for every distance up to a last one and for none beyond (the ramp falls with the
+    // distance), so one comparison decides; -1 when nothing joins (a negative tolerance).
     const int tol = tolerance, half = tolerance / 2;
-    uint8_t joinsAt[3 * 255 + 1];
-    for (int dist = 0; dist <= 3 * 255; ++dist)
-        joinsAt[dist] = dist > tol ? 0 : dist > half ? uint8_t((tol - dist) * 510 / tol != 0) : 1;
+    int maxDist = -1;
+    for (int dist = 0; dist <= 3 * 255; ++dist) {
+        const bool joins = dist > tol ? false : dist > half ? (tol - dist) * 510 / tol != 0 : true;
+        if (!joins) break;
+        maxDist = dist;
+    }
     const int rr = ref.red, rg = ref.green, rb = ref.blue;
-    auto joins = [&joinsAt, rr, rg, rb](const CPixel& p) {
-        return joinsAt[std::abs(int(p.red) - rr) + std::abs(int(p.green) - rg) + std::abs(int(p.blue) - rb)] != 0;
-    };
 
     // Layer columns that lie on the canvas; rows likewise.
     const int xLo = std::max(0, -ox), xHi = std::min(lw, cw - ox); // [xLo, xHi)
@@ -56,58 +57,128 @@ long ToleranceFlood(const COLImage& layer, int ox, int oy, int seedX, int seedY,
     const int leftStop = 1 - ox;       // x must stay above this to step left
     const int rightStop = lw - ox - 1; // x must stay below this to step right
     auto expands = [&](int y) { return y + oy >= 0 && ox + y <= ch - 1; };
+
+    // Two bits per pixel of the rows on the canvas, 64 pixels to a word: whether it can join, and whether it
+    // has joined (its cell is no longer 0; the plane comes zeroed). Whether it can join is worked out for 64
+    // pixels at a time the first time the walk looks at any of them, so the picture is read in short
+    // sequential runs, once; the walk itself then tests and takes whole words.
+    const size_t wordsPerRow = (size_t(lw) + 63) / 64;
+    std::unique_ptr<uint64_t[]> member;
+    std::vector<uint8_t> known;
+    std::vector<uint64_t> taken;
+    const size_t blocksPerRow = (wordsPerRow + kBlockWords - 1) / kBlockWords;
+    auto computeBlock = [&](int y, size_t block) {
+        uint64_t* out = &member[size_t(y - yLo) * wordsPerRow];
+        const int xEnd = std::min(lw, int((block + 1) * kBlockWords * 64));
+        for (int x0 = int(block * kBlockWords * 64); x0 < xEnd; x0 += 64) {
+            const int n = std::min(64, xEnd - x0);
+            const CPixel* pix = layer.GetBuffer(uint32_t(x0), uint32_t(y));
+            uint8_t flag[64] = {};
+            for (int k = 0; k < n; ++k) {
+                const int dist = std::abs(int(pix[k].red) - rr) + std::abs(int(pix[k].green) - rg) +
+                                 std::abs(int(pix[k].blue) - rb);
+                flag[k] = dist <= maxDist;
+            }
+            uint64_t bits = 0;
+            for (int k = 0; k < 64; k += 8) {
+                uint64_t w8;
+                std::memcpy(&w8, flag + k, 8);
+                bits |= ((w8 * 0x0102040810204080ull) >> 56) << k; // byte j's low bit to bit j
+            }
+            out[x0 / 64] = bits;
+        }
+        known[size_t(y - yLo) * blocksPerRow + block] = 1;
+    };
+    // Pixels of row y in word w that can join and have not.
+    auto open = [&](int y, int w) {
+        const size_t block = size_t(w) / kBlockWords;
+        if (!known[size_t(y - yLo) * blocksPerRow + block]) computeBlock(y, block);
+        const size_t i = size_t(y - yLo) * wordsPerRow + size_t(w);
+        return member[i] & ~taken[i];
+    };
+    // Marks pixels a..b of row y as joined.
+    auto take = [&](int y, int a, int b) {
+        uint64_t* t = &taken[size_t(y - yLo) * wordsPerRow];
+        const int wa = a >> 6, wb = b >> 6;
+        const uint64_t head = ~0ull << (a & 63), tail = ~0ull >> (63 - (b & 63));
+        if (wa == wb) {
+            t[wa] |= head & tail;
+        } else {
+            t[wa] |= head;
+            for (int w = wa + 1; w < wb; ++w) t[w] = ~0ull;
+            t[wb] |= tail;
+        }
+        std::memset(cellRow(y) + a, 255, size_t(b - a + 1));
+    };
+    // The first column in [from, limit] that is not open, or limit + 1.
+    auto openEnd = [&](int y, int from, int limit) {
+        int p = from;
+        while (p <= limit) {
+            const uint64_t closed = ~open(y, p >> 6) >> (p & 63);
+            if (closed) return std::min(p + std::countr_zero(closed), limit + 1);
+            p = (p | 63) + 1;
+        }
+        return limit + 1;
+    };
+    // The last column in [limit, from] that is not open, going left, or limit - 1.
+    auto openStart = [&](int y, int from, int limit) {
+        int p = from;
+        while (p >= limit) {
+            const uint64_t closed = ~open(y, p >> 6) << (63 - (p & 63));
+            if (closed) return std::max(p - std::countl_zero(closed), limit - 1);
+            p = (p & ~63) - 1;
+        }
+        return limit - 1;
+    };
+
     struct Span {
         int y, l, r;
     };
     std::vector<Span> stack;
     try {
+        const size_t words = size_t(yHi - yLo) * wordsPerRow;
+        member.reset(new uint64_t[words]);
+        known.assign(size_t(yHi - yLo) * blocksPerRow, 0);
+        taken.assign(words, 0);
         stack.reserve(1024);
-        cellRow(seedY)[seedX] = 255;
+        take(seedY, seedX, seedX);
         if (expands(seedY)) stack.push_back({seedY, seedX, seedX});
         while (!stack.empty()) {
             const Span span = stack.back();
             stack.pop_back();
             const int y = span.y;
             int l = span.l, r = span.r;
-            {
-                uint8_t* cell = cellRow(y);
-                const CPixel* pix = layer.GetBuffer(0, uint32_t(y));
-                const int leftLimit = std::max(leftStop, xLo); // l - 1 >= xLo and l > leftStop
-                while (l > leftLimit && cell[l - 1] == 0 && joins(pix[l - 1])) cell[--l] = 255;
-                const int rightLimit = std::min(rightStop, xHi - 1); // r + 1 < xHi and r < rightStop
-                while (r < rightLimit && cell[r + 1] == 0 && joins(pix[r + 1])) cell[++r] = 255;
+            const int leftLimit = std::max(leftStop, xLo); // l - 1 >= xLo and l > leftStop
+            if (l > leftLimit) {
+                const int nl = openStart(y, l - 1, leftLimit) + 1;
+                if (nl < l) take(y, nl, l - 1);
+                l = nl;
             }
-            // Neighbour rows: each run of pixels that can join is marked and becomes a span. A pixel a step
-            // cannot reach from its run (right of rightStop) is a span of its own; in a row that does not
-            // expand the pixels are only marked.
+            const int rightLimit = std::min(rightStop, xHi - 1); // r + 1 < xHi and r < rightStop
+            if (r < rightLimit) {
+                const int nr = openEnd(y, r + 1, rightLimit) - 1;
+                if (nr > r) take(y, r + 1, nr);
+                r = nr;
+            }
+            // Neighbour rows: each run of pixels that can join is taken and becomes a span (in a row that does
+            // not expand the pixels are only taken). A run that reaches past rightStop is one span all the same:
+            // its pixels there cannot step right, and stepping left they find their neighbours taken.
             const auto seedRow = [&](int ny) {
                 if (ny < yLo || ny >= yHi) return;
                 const bool grows = expands(ny);
-                uint8_t* cell = cellRow(ny);
-                const CPixel* pix = layer.GetBuffer(0, uint32_t(ny));
                 const int from = std::max(l, xLo), to = std::min(r, xHi - 1);
-                int i = from;
-                while (i <= to) {
-                    // Taken cells end runs; skip them eight at a time.
-                    while (i + 8 <= to + 1) {
-                        uint64_t w;
-                        std::memcpy(&w, cell + i, 8);
-                        if (HasZeroByte(w)) break;
-                        i += 8;
-                    }
-                    if (i > to) break;
-                    if (cell[i] != 0 || !joins(pix[i])) {
-                        ++i;
-                        continue;
-                    }
-                    const int start = i;
-                    cell[i++] = 255;
-                    if (!grows || start > rightStop) {
-                        if (grows) stack.push_back({ny, start, start});
-                        continue;
-                    }
-                    while (i <= to && i <= rightStop && cell[i] == 0 && joins(pix[i])) cell[i++] = 255;
-                    stack.push_back({ny, start, i - 1});
+                int p = from;
+                while (p <= to) {
+                    int w = p >> 6;
+                    uint64_t bits = open(ny, w) & (~0ull << (p & 63));
+                    while (bits == 0 && (w + 1) * 64 <= to) bits = open(ny, ++w);
+                    if (bits == 0) break;
+                    const int a = w * 64 + std::countr_zero(bits);
+                    if (a > to) break;
+                    const int b = openEnd(ny, a, to) - 1;
+                    take(ny, a, b);
+                    if (grows) stack.push_back({ny, a, b});
+                    p = b + 2; // b + 1 is not open
                 }
             };
             if (y + oy > 1) seedRow(y - 1);

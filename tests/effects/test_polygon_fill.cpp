@@ -9,6 +9,7 @@
 #include "effects/polygon_fill.h"
 #include "imaging/channel.h"
 #include "imaging/result.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
@@ -117,6 +118,20 @@ void ExpectSameAsPlain(const std::vector<CPolyPoint>& points, int w, int h, uint
             ASSERT_EQ(int(got[size_t(y * w + x)]), int(expected[size_t(y * w + x)])) << "at " << x << "," << y;
 }
 
+// The fill from a given plane, compared with the plain fill byte for byte.
+void ExpectSameFromPlane(const std::vector<CPolyPoint>& points, int w, int h, const std::vector<uint8_t>& before)
+{
+    const std::vector<uint8_t> expected = PlainFill(points, w, h, before);
+    COLChannel plane;
+    ASSERT_EQ(plane.Create(uint32_t(w), uint32_t(h)), kOk);
+    std::memcpy(plane.GetBuffer(), before.data(), before.size());
+    ASSERT_EQ(FillPolygon(points.data(), points.size(), &plane), kOk);
+    const std::vector<uint8_t> got = vmtest::Bytes(plane);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            ASSERT_EQ(int(got[size_t(y * w + x)]), int(expected[size_t(y * w + x)])) << "at " << x << "," << y;
+}
+
 } // namespace
 
 TEST(FillPolygon, RectangleTriangleAndStarMatchThePlainFill)
@@ -181,6 +196,47 @@ TEST(FillPolygon, VeryFlatEdgesCountForNothing)
     const std::vector<CPolyPoint> p = {{0, 0}, {300, 1}, {300, 6}, {0, 5}, {0, 0}};
     ASSERT_EQ(FillPolygon(p.data(), p.size(), &plane), kOk);
     EXPECT_EQ(plane.GetValue(150, 3), 255);
+}
+
+TEST(FillPolygon, FlatEdgesFarCornersAndNarrowPlanesMatchThePlainFill)
+{
+    // Edges rising a few pixels over hundreds: long runs of border pixels, each sample row crossed once in them.
+    ExpectSameAsPlain({{-50, 10}, {400, 14}, {410, 40}, {-40, 37}, {-50, 10}}, 300, 50);
+    ExpectSameAsPlain({{0, 30}, {290, 3}, {299, 3}, {10, 31}, {0, 30}}, 300, 40);
+    // Corners a million pixels off the plane: steep slopes, crossings far outside the box.
+    ExpectSameAsPlain({{-1000000, -900000}, {1000000, 20}, {30, 1000000}, {-1000000, -900000}}, 64, 48);
+    ExpectSameAsPlain({{-999999, 5}, {40, -999999}, {999999, 999999}, {-999999, 5}}, 50, 50);
+    // A bow tie crossing itself inside a row, and a polygon that retraces an edge.
+    ExpectSameAsPlain({{2, 2}, {40, 30}, {40, 2}, {2, 30}, {2, 2}}, 44, 34);
+    ExpectSameAsPlain({{3, 3}, {30, 20}, {3, 3}, {30, 3}, {30, 20}, {3, 3}}, 34, 24);
+    // Planes one or two pixels across: no border pixels, or a box with no inner part.
+    for (auto [w, h] : std::vector<std::pair<int, int>>{{1, 40}, {40, 1}, {2, 2}, {3, 3}, {2, 30}, {30, 3}}) {
+        SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+        ExpectSameAsPlain({{-3, -2}, {w + 4, 1}, {w / 2, h + 5}, {-3, -2}}, w, h);
+        ExpectSameAsPlain({{0, 0}, {w, 0}, {w, h}, {0, h}, {0, 0}}, w, h, 5);
+    }
+}
+
+TEST(FillPolygon, BandsOfRowsGiveTheSameBytesAtEveryThreadCount)
+{
+    // Tall enough for several bands. The plane holds a few marks on some rows only, so rows told from their
+    // spans alone and rows that must be looked at lie next to each other, also across the bands' seams.
+    const int w = 230, h = 420;
+    std::vector<CPolyPoint> star;
+    for (int i = 0; i < 90; ++i) {
+        const double a = 6.2831853 * i / 90, r = (i % 2 ? 0.3 : 0.49) * h;
+        star.push_back({int(w / 2 + r * 0.6 * std::cos(a)), int(h / 2 + r * std::sin(a))});
+    }
+    star.push_back(star.front());
+    std::vector<uint8_t> empty(size_t(w * h), 0), marked = empty;
+    std::mt19937 rng(19);
+    for (int k = 0; k < 40; ++k) marked[size_t(rng() % uint32_t(h / 3)) * 3 * w + rng() % uint32_t(w)] = 77;
+    for (unsigned threads : {1u, 2u, 3u, 7u}) {
+        vmtest::ThreadCount tc(threads);
+        SCOPED_TRACE(threads);
+        ExpectSameFromPlane(star, w, h, empty);
+        ExpectSameFromPlane(star, w, h, marked);
+    }
 }
 
 TEST(FillPolygon, RefusesTooFewPointsAndMissingPlane)

@@ -137,6 +137,36 @@ TEST(ToleranceFlood, WideRegionsWithHolesMatchThePlainWalk)
     }
 }
 
+TEST(ToleranceFlood, RowsAcrossManyWordsMatchThePlainWalk)
+{
+    // Layers one pixel wide, at the 64-pixel word seams and across several blocks of them, shifted both ways so
+    // that the canvas cuts rows short and the columns where steps left and right stop fall inside the layer.
+    std::mt19937 rng(8);
+    for (uint32_t lw : {1u, 2u, 63u, 64u, 65u, 129u, 300u, 700u}) {
+        for (int round = 0; round < 4; ++round) {
+            const uint32_t lh = 1 + rng() % 30;
+            COLImage layer;
+            layer.Create(lw, lh);
+            for (uint32_t y = 0; y < lh; ++y)
+                for (uint32_t x = 0; x < lw; ++x) {
+                    const bool wall = (x * 7 + y * 3) % 23 == 0 || rng() % 9 == 0;
+                    const CPixel open = CPixel::Make(uint8_t(40 + rng() % 3), 90, 90);
+                    layer.PutPixel(x, y, wall ? CPixel::Make(220, 20, 20) : open);
+                }
+            const int span = int(lw) / 2 + 3;
+            const int ox = round == 0 ? 0 : int(rng() % uint32_t(2 * span)) - span, oy = int(rng() % 7) - 3;
+            const uint32_t cw = uint32_t(std::max(1, int(lw) + int(rng() % 9) - 4));
+            const uint32_t ch = lh + uint32_t(rng() % 5);
+            const int sx = int(rng() % lw), sy = int(rng() % lh);
+            COLChannel plane = Zeroed(cw, ch);
+            ASSERT_EQ(ToleranceFlood(layer, ox, oy, sx, sy, 10, plane), kOk);
+            const std::vector<uint8_t> expected = PlainFlood(layer, ox, oy, sx, sy, 10, int(cw), int(ch));
+            SCOPED_TRACE(std::to_string(lw) + " wide, round " + std::to_string(round));
+            ASSERT_EQ(std::memcmp(plane.GetBuffer(), expected.data(), expected.size()), 0);
+        }
+    }
+}
+
 TEST(ToleranceFlood, UncoveredCanvasIsTheTransparencyCase)
 {
     COLImage layer = vmtest::Solid(3, 2, CPixel::Make(1, 2, 3));
