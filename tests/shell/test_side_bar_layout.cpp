@@ -160,13 +160,6 @@ TEST(SideBarLayout, ArrangementShowsTitlesAndBodiesOfVisiblePages)
     EXPECT_EQ(ArrangePages(folded, 200, 600)[0].body, BodyRect(folded, 0, 200));
 }
 
-TEST(SideBarLayout, MinimumWidthIsTheWidestVisiblePage)
-{
-    const std::vector<SideBarPage> pages = {Page(10, 1, 1, 200), Page(10, 1, 0, 260), Page(10, 0, 1, 180)};
-    EXPECT_EQ(MinBarWidth(pages), 200); // a folded page counts, a hidden one does not
-    EXPECT_EQ(MinBarWidth({}), 0);
-}
-
 TEST(SideBarLayout, DraggingTheStripSizesTheBar)
 {
     const int client = 1000;
