@@ -286,6 +286,23 @@ def title_bar(path):
     cv.save_png(path)
 
 
+def page_glyph(path, open_page):
+    """The 16 x 16 glyph on a side-bar title: a triangle pointing down on an open page, right on a folded one."""
+    cv = Canvas(16, 16)
+    pts = [(3.5, 5.5), (12.5, 5.5), (8, 11)] if open_page else [(5.5, 3.5), (11, 8), (5.5, 12.5)]
+    cv.polygon([(x + 0.6, y + 0.6) for x, y in pts], hexc(0x000000, 0.35))
+    cv.polygon(pts, WHITE)
+    cv.save_png(path)
+
+
+def bar_arrow(path, hide):
+    """8 x 16 arrow of the button that hides the side bar (pointing right) or shows it again (pointing left)."""
+    cv = Canvas(8, 16)
+    pts = [(2, 4), (6.5, 8), (2, 12)] if hide else [(6, 4), (1.5, 8), (6, 12)]
+    cv.polygon(pts, INK)
+    cv.save_png(path)
+
+
 def help_head(path):
     cv = Canvas(160, 24)
     cv.gradient(hexc(0xFFF4D8), hexc(0xF2DCA0))
@@ -533,6 +550,10 @@ def main():
     app_icon(j('icons/velmorando-256.png'), 256)
     for kind in TOOL_ICONS:
         tool_icon(j('icons/' + kind + '.png'), kind)
+    page_glyph(j('icons/pageopen.png'), True)
+    page_glyph(j('icons/pageclosed.png'), False)
+    bar_arrow(j('icons/barhide.png'), True)
+    bar_arrow(j('icons/barshow.png'), False)
 
 
 if __name__ == '__main__':

@@ -6,7 +6,6 @@
 #include <QDropEvent>
 #include <QFileInfo>
 #include <QGridLayout>
-#include <QHBoxLayout>
 #include <QLabel>
 #include <QMenuBar>
 #include <QMimeData>
@@ -47,6 +46,7 @@
 #include "shell/image_size_dlg.h"
 #include "shell/lens_blur_dlg.h"
 #include "shell/selection_mode.h"
+#include "shell/side_bar.h"
 #include "shell/tab_blue_matting.h"
 #include "shell/splash.h"
 #include "shell/tab_inout.h"
@@ -120,16 +120,12 @@ CMainFrame::~CMainFrame()
 
 QWidget* CMainFrame::BuildWorkArea()
 {
-    auto* work = new QWidget(this);
-    auto* row = new QHBoxLayout(work);
-    row->setContentsMargins(0, 0, 0, 0);
-    row->setSpacing(0);
-    BuildToolStrip(work);
-    row->addWidget(m_pToolStrip);
-    row->addWidget(BuildCanvasArea(work), 1);
+    m_pWorkArea = new CWorkArea(this);
+    BuildToolStrip(m_pWorkArea);
+    QWidget* canvas = BuildCanvasArea(m_pWorkArea);
     BuildSidePanels();
-    row->addWidget(m_pSide);
-    return work;
+    m_pWorkArea->SetParts(m_pToolStrip, canvas);
+    return m_pWorkArea;
 }
 
 void CMainFrame::BuildToolStrip(QWidget* parent)
@@ -250,38 +246,30 @@ void CMainFrame::BuildTopBar()
 
 void CMainFrame::BuildSidePanels()
 {
-    m_pSide = new QWidget(this);
-    m_pSide->setFixedWidth(230);
-    auto* col = new QVBoxLayout(m_pSide);
-    col->setContentsMargins(0, 0, 0, 0);
-    col->setSpacing(0);
-    m_pLayers = new CLayersPanel(m_pSide);
-    m_pHistory = new CHistoryPanel(m_pSide);
-    m_pHelp = new QTextBrowser(m_pSide);
+    CSideBar* bar = m_pWorkArea->SideBar();
+    m_pLayers = new CLayersPanel(bar);
+    m_pHistory = new CHistoryPanel(bar);
+    m_pHelp = new QTextBrowser(bar);
     m_pHelp->setOpenExternalLinks(false);
-    m_pLayersTitle = new CPanelTitle(Text("tablayer"), m_pSide);
-    col->addWidget(m_pLayersTitle);
-    col->addWidget(m_pLayers, 3);
-    col->addWidget(new CPanelTitle(Text("tabhistory"), m_pSide));
-    col->addWidget(m_pHistory, 2);
-    col->addWidget(new CPanelTitle(Text("tabwizard"), m_pSide));
-    col->addWidget(m_pHelp, 1);
-    // Selection mode's page of the inner-outer method (shown by UpdatePanels).
-    m_pInout = new CTabInout(m_app, *m_pToolBar, *m_pServices, this, m_pSide);
-    m_pInoutTitle = new CPanelTitle(Text("algorithm"), m_pSide);
-    col->addWidget(m_pInoutTitle);
-    col->addWidget(m_pInout);
-    m_pInoutTitle->hide();
-    m_pInout->hide();
+    // Selection mode's pages: the inner-outer method's and the chroma key's (shown by OnSelectionMode).
+    m_pInout = new CTabInout(m_app, *m_pToolBar, *m_pServices, this, bar);
     connect(m_pInout, &CTabInout::Changed, this, [this] { UpdatePanels(); });
     connect(m_pInout, &CTabInout::Tip, this, [this](const QString& text) { SetTip(text); });
     m_pHistory->SetLogSource([this] { return HistoryOfMode(); });
     m_pHelp->setPlainText(Text("nohelp"));
-    // The chroma-key page stands under the others while that method is on.
-    m_pBlueTab = new CTabBlueMatting(m_app, *m_pToolBar, m_pSide);
+    m_pBlueTab = new CTabBlueMatting(m_app, *m_pToolBar, bar);
     m_pBlueTab->SetStatusProgress(this);
-    m_pBlueTab->hide();
-    col->addWidget(m_pBlueTab, 4);
+    // The pages in their order on the bar, with the room each needs.
+    bar->AddPage(m_pLayers, Text("tablayer"), 0, QSize(200, 198));
+    bar->AddPage(m_pHistory, Text("tabhistory"), 0, QSize(160, 200));
+    bar->AddPage(m_pHelp, Text("tabwizard"), 0, QSize(160, 199));
+    bar->AddPage(m_pBlueTab, Text("algorithm"));
+    bar->AddPage(m_pInout, Text("algorithm"));
+    bar->SetPageVisible(m_pBlueTab, false);
+    bar->SetPageVisible(m_pInout, false);
+    // Shown by the program, the layers page is the one the layout keeps open: on a short screen the help page
+    // folds first, not the page compose mode works with.
+    bar->SetPageVisible(m_pLayers, true);
     connect(m_pLayers, &CLayersPanel::Command, this,
             [this](const QByteArray& text) { RunCommand(text.toStdString()); });
     connect(m_pLayers, &CLayersPanel::MessageRequested, this, [this](const char* key) { ShowMessage(key); });
@@ -407,14 +395,8 @@ void CMainFrame::UpdatePanels()
     CComposeDocument& doc = m_app.Document();
     m_pLayers->Rebuild(doc);
     m_pHistory->Rebuild(HistoryOfMode());
-    // Selection mode hides the layers; the inner-outer method shows its own page.
-    const bool selection = IsSelectionMode();
-    m_pLayersTitle->setVisible(!selection);
-    m_pLayers->setVisible(!selection);
-    const bool inout = selection && m_pToolBar->Manager().GetMethod() == kMethodInOut;
-    m_pInoutTitle->setVisible(inout);
-    m_pInout->setVisible(inout);
-    if (inout) m_pInout->SyncControls();
+    // The pages of each mode are shown by OnSelectionMode.
+    if (IsSelectionMode() && m_pToolBar->Manager().GetMethod() == kMethodInOut) m_pInout->SyncControls();
     m_pSaveButton->setEnabled(doc.GetLayerCount() > 0);
     m_pToolStrip->setVisible(m_pView->GetSource() != nullptr);
     for (QWidget* w : {static_cast<QWidget*>(m_pHRuler), static_cast<QWidget*>(m_pVRuler), m_pRulerCorner})
@@ -537,13 +519,35 @@ void CMainFrame::OnSelectionMode(bool selection)
     else
         BuildMenus(true);
     m_pCreateSel->setToolTip(Text(selection ? "leavesel" : "createsel"));
-    if (m_pBlueTab) {
-        // A live preview must be done with the pictures before the mode lets go of them.
-        if (!selection) m_pBlueTab->WaitIdle();
-        m_pBlueTab->setVisible(selection && m_pToolBar->Manager().GetMethod() == kMethodChroma);
-    }
+    // A live preview must be done with the pictures before the mode lets go of them.
+    if (!selection) m_pBlueTab->WaitIdle();
+    ShowPagesOfMode(selection);
     m_pView->ZoomFit();
     UpdatePanels();
+}
+
+void CMainFrame::ShowPagesOfMode(bool selection)
+{
+    // Selection mode keeps the side bar as the user left it and gives it back afterwards: the layers page goes,
+    // the method's page comes (open, whatever it was before).
+    CSideBar* bar = m_pWorkArea->SideBar();
+    if (selection) {
+        bar->SaveLayout();
+        bar->SetPageVisible(m_pLayers, false);
+        const uint32_t method = m_pToolBar->Manager().GetMethod();
+        QWidget* page = method == kMethodChroma  ? static_cast<QWidget*>(m_pBlueTab)
+                        : method == kMethodInOut ? static_cast<QWidget*>(m_pInout)
+                                                 : nullptr;
+        if (page) {
+            bar->SetPageVisible(page, true);
+            bar->SetPageOpen(page, true);
+        }
+    } else {
+        bar->RestoreLayout();
+        bar->SetPageVisible(m_pBlueTab, false);
+        bar->SetPageVisible(m_pInout, false);
+        bar->SetPageVisible(m_pLayers, true);
+    }
 }
 
 IHistoryNavigator* CMainFrame::GetSelectionHistory() { return m_app.SelectionHistory(); }

@@ -21,6 +21,7 @@ class CLayersPanel;
 class CHistoryPanel;
 class CTabInout;
 class CBackgroundBar;
+class CWorkArea;
 class CHistoryLog;
 class QLabel;
 class QProgressBar;
@@ -92,6 +93,8 @@ public:
     CRuler* HorizontalRuler() const { return m_pHRuler; }
     CRuler* VerticalRuler() const { return m_pVRuler; }
     CLayersPanel* LayersPanel() const { return m_pLayers; }
+    // Tool bar, canvas, hide button and side bar with its pages.
+    CWorkArea* WorkArea() const { return m_pWorkArea; }
     CHistoryPanel* HistoryPanel() const { return m_pHistory; }
     CToolBar* ToolBar() const { return m_pToolBar; }
     // Selection mode's side page of the inner-outer method, and the background buttons of the left bar.
@@ -154,6 +157,8 @@ private:
     void BuildMenuBar(const std::vector<MenuDef>& menus);
     // The canvas shows the selection document (true) or the compose document, with the menus of the mode.
     void OnSelectionMode(bool selection);
+    // The side bar's pages of the mode: selection mode hides the layers and shows its method's page.
+    void ShowPagesOfMode(bool selection);
     void UpdateMenuState();
     bool IsAvailableIn(int id, const FrameState& state) const;
     void UpdateTitle();
@@ -202,11 +207,9 @@ private:
     CLayersPanel* m_pLayers = nullptr;
     CHistoryPanel* m_pHistory = nullptr;
     QTextBrowser* m_pHelp = nullptr;
-    QWidget* m_pLayersTitle = nullptr;
-    QWidget* m_pInoutTitle = nullptr;
     CTabInout* m_pInout = nullptr;
     CBackgroundBar* m_pBackBar = nullptr;
-    QWidget* m_pSide = nullptr;
+    CWorkArea* m_pWorkArea = nullptr;
     QWidget* m_pToolStrip = nullptr;
     QVBoxLayout* m_pToolLayout = nullptr;
     CRuler* m_pHRuler = nullptr;

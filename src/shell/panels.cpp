@@ -93,26 +93,6 @@ QString HistoryLabelText(const char* label)
     return FromGbk(label);
 }
 
-CPanelTitle::CPanelTitle(const QString& text, QWidget* parent) : QWidget(parent), m_text(text)
-{
-    setFixedHeight(20);
-}
-
-void CPanelTitle::paintEvent(QPaintEvent*)
-{
-    static const QImage bar = LoadSkinPicture("bar.png");
-    QPainter p(this);
-    if (!bar.isNull())
-        p.drawImage(rect(), bar);
-    else
-        p.fillRect(rect(), QColor(0x2F, 0x5F, 0x98));
-    p.setPen(Qt::white);
-    QFont f = font();
-    f.setBold(true);
-    p.setFont(f);
-    p.drawText(rect().adjusted(6, 0, -4, 0), Qt::AlignVCenter | Qt::AlignLeft, m_text);
-}
-
 const int CLayersPanel::kBlendModes[6] = {kBlendNormal,   kBlendDarken, kBlendLighten,
                                           kBlendMultiply, kBlendScreen, kBlendDifference};
 

@@ -14,20 +14,6 @@ class QSlider;
 class QSpinBox;
 class QToolButton;
 
-// A title strip over a side panel, drawn with the skin's bar picture.
-class CPanelTitle : public QWidget {
-    Q_OBJECT
-public:
-    CPanelTitle(const QString& text, QWidget* parent);
-    QSize sizeHint() const override { return {160, 20}; }
-
-protected:
-    void paintEvent(QPaintEvent* event) override;
-
-private:
-    QString m_text;
-};
-
 // The layers as a list, top layer first, with a thumbnail, the name and the eye. A double-click on a name renames
 // the layer; a row dragged up or down moves the layer (the base stays at the bottom); below the list the blend
 // mode and the opacity (0 to 255) of the current layer; buttons for a new layer, a picture as a new layer, merge

@@ -18,6 +18,7 @@
 #include "document/selection_document.h"
 #include "shell/app_globals.h"
 #include "shell/panels.h"
+#include "shell/side_bar.h"
 #include "shell/tool_bar.h"
 #include "shell/ui_services.h"
 
@@ -192,7 +193,6 @@ CTabBlueMatting::CTabBlueMatting(CAppGlobals& app, CToolBar& bar, QWidget* paren
     column->setContentsMargins(4, 4, 4, 4);
     column->setSpacing(4);
 
-    column->addWidget(new CPanelTitle(Text("algorithm"), this));
     m_pTabs = new QTabWidget(this);
     // Strength.
     auto* strengthPage = new QWidget;
@@ -372,6 +372,12 @@ void CTabBlueMatting::SetPending(bool pending)
 
 void CTabBlueMatting::ShowPage(bool show)
 {
+    // On the side bar the bar shows the page, with its title, and opens it when it was folded.
+    if (auto* bar = qobject_cast<CSideBar*>(parentWidget())) {
+        bar->SetPageVisible(this, show);
+        if (show) bar->SetPageOpen(this, true);
+        return;
+    }
     setVisible(show);
 }
 
