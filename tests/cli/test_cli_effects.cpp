@@ -5,8 +5,7 @@
 #include "document/compose_document.h"
 #include "document/layer.h"
 #include "effects/lens_blur_dialog.h"
-#include "imaging/codec.h"
-#include "support/test_support.h"
+#include "support/pictures.h"
 
 using vmtest::CliResult;
 using vmtest::Quote;
@@ -15,12 +14,8 @@ using vmtest::RunCli;
 TEST(CliEffects, LensBlurWritesWhatTheDialogWouldMake)
 {
     vmtest::TempDir dir;
-    COLImage src;
-    vmtest::FillNoise(src, 90, 60, 8);
-    for (size_t i = 0; i < src.GetPixelCount(); ++i)
-        src.GetBuffer()[i].alpha = 255;
-    COLImageCodec codec;
-    ASSERT_TRUE(codec.SaveFileWithAlpha(dir.File("in.png").c_str(), &src));
+    const COLImage src = vmtest::OpaqueNoise(90, 60, 8);
+    vmtest::SavePicture(dir.File("in.png"), src);
     CliResult r = RunCli("lensblur " + Quote(dir.File("in.png")) + " -o " + Quote(dir.File("out.png")) +
                          " --mode 1 --point 20,45 --focus 25 --aperture circle --radius 9 --highlights 50");
     ASSERT_EQ(r.exitCode, 0) << r.output;
@@ -50,9 +45,8 @@ TEST(CliEffects, LensBlurRefusesBadInput)
     COLImage src, mask;
     vmtest::FillNoise(src, 30, 20, 1);
     vmtest::FillNoise(mask, 31, 20, 2);
-    COLImageCodec codec;
-    ASSERT_TRUE(codec.SaveFileWithAlpha(dir.File("in.png").c_str(), &src));
-    ASSERT_TRUE(codec.SaveFileWithAlpha(dir.File("mask.png").c_str(), &mask));
+    vmtest::SavePicture(dir.File("in.png"), src);
+    vmtest::SavePicture(dir.File("mask.png"), mask);
     const std::string base = "lensblur " + Quote(dir.File("in.png")) + " -o " + Quote(dir.File("out.png"));
     CliResult r = RunCli(base + " --foreground " + Quote(dir.File("mask.png")));
     EXPECT_EQ(r.exitCode, 1);
@@ -69,10 +63,7 @@ TEST(CliEffects, LensBlurRefusesBadInput)
 TEST(CliEffects, RunTakesTheGeometryCommands)
 {
     vmtest::TempDir dir;
-    COLImage src;
-    vmtest::FillNoise(src, 30, 20, 1);
-    COLImageCodec codec;
-    ASSERT_TRUE(codec.SaveFile(dir.File("in.png").c_str(), &src));
+    vmtest::SavePicture(dir.File("in.png"), vmtest::OpaqueNoise(30, 20, 1));
     CliResult r =
         RunCli("run " + Quote(dir.File("in.png")) + " \"Doc_ImageSize('60','10','1')\" \"Doc_RotateImageLeft\" " +
                "\"Doc_ExtendCanvas('1','2','3','4')\" -o " + Quote(dir.File("out.png")));

@@ -3,28 +3,13 @@
 #include <filesystem>
 #include <string>
 
-#include "imaging/codec.h"
 #include "imaging/image.h"
-#include "support/test_support.h"
+#include "support/pictures.h"
 
 using vmtest::CliResult;
 using vmtest::Quote;
 using vmtest::RunCli;
 using vmtest::Load;
-
-namespace {
-
-// Whole pixels, alpha included: both pictures are opaque.
-bool Mirrored(const COLImage& a, const COLImage& b)
-{
-    if (a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) return false;
-    for (uint32_t y = 0; y < a.GetHeight(); ++y)
-        for (uint32_t x = 0; x < a.GetWidth(); ++x)
-            if (a.GetPixel(x, y) != b.GetPixel(a.GetWidth() - 1 - x, y)) return false;
-    return true;
-}
-
-} // namespace
 
 TEST(CliProject, ConvertMakesAOneLayerProjectAndFlattensItBack)
 {
@@ -54,10 +39,8 @@ TEST(CliProject, ConvertMakesAOneLayerProjectAndFlattensItBack)
 TEST(CliProject, RunScriptsAnEditWithUndoIntoAProject)
 {
     vmtest::TempDir dir;
-    COLImage picture;
-    vmtest::FillNoise(picture, 29, 13, 8);
-    const std::string in = dir.File("in.bmp"), project = dir.File("edit.vmpd");
-    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
+    const std::string in = vmtest::SavePicture(dir.File("in.bmp"), vmtest::OpaqueNoise(29, 13, 8));
+    const std::string project = dir.File("edit.vmpd");
     const COLImage base = Load(in);
 
     CliResult r = RunCli("run " + Quote(in) + " " + Quote("Doc_NewLayer('0')") + " " + Quote("Doc_FlipH") + " " +
@@ -78,7 +61,7 @@ TEST(CliProject, RunScriptsAnEditWithUndoIntoAProject)
     const std::string redone = dir.File("redone.bmp");
     r = RunCli("run " + Quote(project) + " " + Quote("UI_HistoryForward") + " -o " + Quote(redone));
     ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_TRUE(Mirrored(Load(redone), base));
+    EXPECT_TRUE(vmtest::Mirrored(Load(redone), base));
     r = RunCli("run " + Quote(project) + " " + Quote("UI_HistoryBackward") + " " + Quote("UI_HistoryBackward") +
                " -o " + Quote(redone));
     EXPECT_NE(r.exitCode, 0) << "the first step cannot be undone";
@@ -93,10 +76,8 @@ TEST(CliProject, RunScriptsAnEditWithUndoIntoAProject)
 TEST(CliProject, DamagedProjectsFailClearly)
 {
     vmtest::TempDir dir;
-    COLImage picture;
-    vmtest::FillNoise(picture, 9, 9, 1);
-    const std::string in = dir.File("in.bmp"), project = dir.File("p.vmpd"), cut = dir.File("cut.vmpd");
-    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
+    const std::string in = vmtest::SavePicture(dir.File("in.bmp"), vmtest::OpaqueNoise(9, 9, 1));
+    const std::string project = dir.File("p.vmpd"), cut = dir.File("cut.vmpd");
     ASSERT_EQ(RunCli("convert " + Quote(in) + " " + Quote(project)).exitCode, 0);
     auto bytes = vmtest::ReadAll(project);
     bytes.resize(bytes.size() / 2);

@@ -5,33 +5,19 @@
 #include "commands/project_stream.h"
 #include "document/layer.h"
 #include "document/layer_stack.h"
-#include "imaging/codec.h"
 #include "imaging/image.h"
-#include "support/test_support.h"
+#include "support/pictures.h"
 
 using vmtest::Quote;
 using vmtest::RunCli;
-
-namespace {
-
-COLImage LoadPng(const std::string& path)
-{
-    COLImage image;
-    COLImageCodec codec;
-    EXPECT_NE(codec.LoadFile(path.c_str(), &image), 0) << path;
-    return image;
-}
-
-} // namespace
 
 TEST(CliPsd, ConvertWritesAndReadsOneLayerPsdKeepingAlpha)
 {
     vmtest::TempDir dir;
     COLImage picture;
     vmtest::FillNoise(picture, 11, 5, 2);
-    COLImageCodec codec;
-    const std::string png = dir.File("in.png"), psd = dir.File("out.psd"), back = dir.File("back.png");
-    ASSERT_EQ(codec.SaveFileWithAlpha(png.c_str(), &picture), 1);
+    const std::string png = vmtest::SavePicture(dir.File("in.png"), picture);
+    const std::string psd = dir.File("out.psd"), back = dir.File("back.png");
     auto r = RunCli("convert " + Quote(png) + " " + Quote(psd));
     ASSERT_EQ(r.exitCode, 0) << r.output;
     r = RunCli("info " + Quote(psd));
@@ -42,7 +28,7 @@ TEST(CliPsd, ConvertWritesAndReadsOneLayerPsdKeepingAlpha)
         << r.output;
     r = RunCli("convert " + Quote(psd) + " " + Quote(back));
     ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_TRUE(vmtest::SamePixels(LoadPng(back), picture));
+    EXPECT_TRUE(vmtest::SamePixels(vmtest::Load(back), picture));
 }
 
 TEST(CliPsd, LayeredConvertOfAProjectListsEveryLayer)

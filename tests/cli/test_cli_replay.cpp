@@ -2,61 +2,38 @@
 
 #include <algorithm>
 #include <cstring>
-#include <tuple>
 #include <filesystem>
-#include <fstream>
 #include <string>
+#include <tuple>
 
-#include "imaging/codec.h"
 #include "effects/polygon_fill.h"
 #include "effects/selection_modifiers.h"
 #include "imaging/channel.h"
 #include "imaging/image.h"
 #include "matting/gaussian.h"
-#include "support/test_support.h"
+#include "replay_test.h"
+#include "support/plain_masks.h"
 
 using vmtest::CliResult;
+using vmtest::GrayBytes;
 using vmtest::Quote;
 using vmtest::RunCli;
 
 namespace {
 
-class CliReplay : public ::testing::Test {
+class CliReplay : public vmtest::ReplayTest {
 protected:
-    void SetUp() override
-    {
-        vmtest::FillNoise(m_picture, 40, 30, 21);
-        for (size_t i = 0; i < m_picture.GetPixelCount(); ++i) m_picture.GetBuffer()[i].alpha = 255;
-        m_in = m_dir.File("in.bmp");
-        ASSERT_NE(COLImageCodec().SaveFile(m_in.c_str(), &m_picture), 0);
-    }
-    CliResult Replay(const std::string& script, const std::string& out)
-    {
-        const std::string path = m_dir.File("script.txt");
-        std::ofstream(path) << script;
-        return RunCli("replay " + Quote(m_in) + " " + Quote(path) + " -o " + Quote(out));
-    }
-    // A gray PNG read back: one byte per pixel from the red channel.
-    std::vector<uint8_t> ReadMask(const std::string& path)
-    {
-        COLImage image;
-        EXPECT_NE(COLImageCodec().LoadFile(path.c_str(), &image), 0) << path;
-        std::vector<uint8_t> bytes;
-        for (size_t i = 0; i < image.GetPixelCount(); ++i) bytes.push_back(image.GetBuffer()[i].red);
-        return bytes;
-    }
-    static std::vector<uint8_t> Expected(const std::vector<CPolyPoint>& outline, int w, int h)
-    {
-        COLChannel c;
-        c.Create(uint32_t(w), uint32_t(h));
-        std::memset(c.GetBuffer(), 0, c.GetAreaByteSize());
-        FillPolygon(outline.data(), outline.size(), &c);
-        return std::vector<uint8_t>(c.GetBuffer(), c.GetBuffer() + c.GetAreaByteSize());
-    }
-    vmtest::TempDir m_dir;
-    COLImage m_picture;
-    std::string m_in;
+    CliReplay() : ReplayTest(21) {}
 };
+
+// The rectangle from (4, 5) to (30, 22) as the selection tools fill it.
+std::vector<uint8_t> Rectangle()
+{
+    COLChannel c = vmtest::Plane(40, 30, 0);
+    const CPolyPoint outline[] = {{4, 5}, {30, 5}, {30, 22}, {4, 22}, {4, 5}};
+    FillPolygon(outline, 5, &c);
+    return vmtest::Bytes(c);
+}
 
 } // namespace
 
@@ -73,14 +50,12 @@ TEST_F(CliReplay, SelectionToolsAndCommandsEndToEnd)
                                "save-mask selection " + inv + "\n",
                                out);
     ASSERT_EQ(r.exitCode, 0) << r.output;
-    const std::vector<uint8_t> expected = Expected({{4, 5}, {30, 5}, {30, 22}, {4, 22}, {4, 5}}, 40, 30);
-    EXPECT_EQ(ReadMask(rect), expected);
+    const std::vector<uint8_t> expected = Rectangle();
+    EXPECT_EQ(GrayBytes(rect), expected);
     std::vector<uint8_t> inverted = expected;
     for (uint8_t& v : inverted) v = uint8_t(255 - v);
-    EXPECT_EQ(ReadMask(inv), inverted);
-    COLImage written;
-    ASSERT_NE(COLImageCodec().LoadFile(out.c_str(), &written), 0);
-    EXPECT_TRUE(vmtest::SameColours(written, m_picture)) << "selections do not change the picture";
+    EXPECT_EQ(GrayBytes(inv), inverted);
+    EXPECT_TRUE(vmtest::SameColours(vmtest::Load(out), m_picture)) << "selections do not change the picture";
 }
 
 TEST_F(CliReplay, SelectionModeWithPolygonsAndUndoWritesAProject)
@@ -97,7 +72,10 @@ TEST_F(CliReplay, SelectionModeWithPolygonsAndUndoWritesAProject)
                                "mode compose keep\n",
                                out);
     ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_EQ(ReadMask(outer), Expected({{2, 2}, {35, 4}, {30, 26}, {6, 24}, {2, 2}}, 40, 30));
+    COLChannel polygon = vmtest::Plane(40, 30, 0);
+    const CPolyPoint outline[] = {{2, 2}, {35, 4}, {30, 26}, {6, 24}, {2, 2}};
+    FillPolygon(outline, 5, &polygon);
+    EXPECT_EQ(GrayBytes(outer), vmtest::Bytes(polygon));
     const CliResult info = RunCli("info " + Quote(out));
     ASSERT_EQ(info.exitCode, 0) << info.output;
     EXPECT_NE(info.output.find("with selection"), std::string::npos) << info.output;
@@ -142,45 +120,28 @@ TEST_F(CliReplay, ExpandFeatherAndFillThroughCommandLines)
                                out);
     ASSERT_EQ(r.exitCode, 0) << r.output;
     // The rectangle grown by a 5 x 5 square, then blurred at sigma 1.5.
-    const std::vector<uint8_t> rect = Expected({{4, 5}, {30, 5}, {30, 22}, {4, 22}, {4, 5}}, 40, 30);
-    COLChannel grown;
-    grown.Create(40, 30);
-    for (int y = 0; y < 30; ++y)
-        for (int x = 0; x < 40; ++x) {
-            uint8_t v = 0;
-            for (int j = std::max(0, y - 2); j <= std::min(29, y + 2); ++j)
-                for (int i = std::max(0, x - 2); i <= std::min(39, x + 2); ++i)
-                    v = std::max(v, rect[size_t(j) * 40 + i]);
-            grown.SetValue(uint32_t(x), uint32_t(y), v);
-        }
+    const std::vector<uint8_t> rect = Rectangle();
+    COLChannel grown = vmtest::Plane(40, 30, 0);
+    const std::vector<uint8_t> expanded = vmtest::PlainExpand(rect, 40, 30, 2);
+    std::copy(expanded.begin(), expanded.end(), grown.GetBuffer());
     COLChannel feathered;
     CGaussianProcess blur;
     blur.SetChannels(&grown, &feathered);
     const double sigma = 1.5;
     ASSERT_EQ(blur.ProcessChannel(&sigma), 0);
     const std::vector<uint8_t> mask = vmtest::Bytes(feathered);
-    EXPECT_EQ(ReadMask(soft), mask);
+    EXPECT_EQ(GrayBytes(soft), mask);
 
-    COLImage written;
-    ASSERT_NE(COLImageCodec().LoadFile(out.c_str(), &written), 0);
+    const COLImage written = vmtest::Load(out);
     ASSERT_EQ(written.GetPixelCount(), mask.size());
     for (size_t i = 0; i < mask.size(); ++i) {
         const CPixel p = m_picture.GetBuffer()[i], q = written.GetBuffer()[i];
         const int a = 60 * mask[i] / 100;
-        auto over = [a](int c, int below) { return a ? (c * a + below * (255 - a) + 127) / 255 : below; };
+        auto over = [a](int c, int below) { return a ? int(vmtest::OverOpaque(c, below, a)) : below; };
         ASSERT_EQ(std::make_tuple(int(q.red), int(q.green), int(q.blue)),
                   std::make_tuple(over(255, p.red), over(0, p.green), over(0, p.blue)))
             << "pixel " << i << " mask " << int(mask[i]);
     }
-}
-
-TEST_F(CliReplay, HelpListsTheSelectionCommands)
-{
-    const CliResult r = RunCli("replay --help");
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    for (const char* name : {"Doc_SelectExpand", "Doc_SelectShrink", "Doc_SelectFeather", "Doc_SelectFeatherResult",
-                             "Doc_SelectSegmentDeflate", "Doc_FillSelection", "Doc_StrokeSelection"})
-        EXPECT_NE(r.output.find(name), std::string::npos) << name;
 }
 
 TEST_F(CliReplay, SelectionModeFeatherOfTheResultMaskUndoesAndRedoes)
@@ -209,7 +170,7 @@ TEST_F(CliReplay, SelectionModeFeatherOfTheResultMaskUndoesAndRedoes)
                                    "mode compose keep\n",
                                out);
     ASSERT_EQ(r.exitCode, 0) << r.output;
-    const std::vector<uint8_t> mask = ReadMask(before);
+    const std::vector<uint8_t> mask = GrayBytes(before);
     COLChannel src, dst;
     src.Create(40, 30);
     std::memcpy(src.GetBuffer(), mask.data(), mask.size());
@@ -217,9 +178,9 @@ TEST_F(CliReplay, SelectionModeFeatherOfTheResultMaskUndoesAndRedoes)
     feather.SetChannels(&src, &dst);
     const FeatherRecord record{2, 1, 1};
     ASSERT_EQ(feather.ProcessChannel(&record), 0);
-    EXPECT_EQ(ReadMask(after), vmtest::Bytes(dst));
-    EXPECT_EQ(ReadMask(undone), mask);
-    EXPECT_EQ(ReadMask(redone), vmtest::Bytes(dst));
+    EXPECT_EQ(GrayBytes(after), vmtest::Bytes(dst));
+    EXPECT_EQ(GrayBytes(undone), mask);
+    EXPECT_EQ(GrayBytes(redone), vmtest::Bytes(dst));
     // Outside selection mode the command is refused.
     EXPECT_NE(Replay("command Doc_SelectFeatherResult('2')\n", out).exitCode, 0);
 }

@@ -7,11 +7,10 @@
 #include "commands/project_stream.h"
 #include "document/layer.h"
 #include "document/layer_stack.h"
-#include "imaging/codec.h"
 #include "imaging/image.h"
 #include "matting/warp.h"
 #include "matting/warp_fit.h"
-#include "support/test_support.h"
+#include "replay_test.h"
 
 using vmtest::CliResult;
 using vmtest::Quote;
@@ -19,26 +18,9 @@ using vmtest::RunCli;
 
 namespace {
 
-constexpr int W = 40, H = 30;
-
-class CliReplayGeometry : public ::testing::Test {
+class CliReplayGeometry : public vmtest::ReplayTest {
 protected:
-    void SetUp() override
-    {
-        vmtest::FillNoise(m_picture, W, H, 45);
-        for (size_t i = 0; i < m_picture.GetPixelCount(); ++i) m_picture.GetBuffer()[i].alpha = 255;
-        m_in = m_dir.File("in.bmp");
-        ASSERT_NE(COLImageCodec().SaveFile(m_in.c_str(), &m_picture), 0);
-    }
-    CliResult Replay(const std::string& script, const std::string& out)
-    {
-        const std::string path = m_dir.File("script.txt");
-        std::ofstream(path) << script;
-        return RunCli("replay " + Quote(m_in) + " " + Quote(path) + " -o " + Quote(out));
-    }
-    vmtest::TempDir m_dir;
-    COLImage m_picture;
-    std::string m_in;
+    CliReplayGeometry() : ReplayTest(45) {}
 };
 
 } // namespace
@@ -61,9 +43,9 @@ TEST_F(CliReplayGeometry, LiftMoveTransformAndCropAreExact)
                                out);
     ASSERT_EQ(r.exitCode, 0) << r.output;
 
-    COLImage maskImage;
-    ASSERT_NE(COLImageCodec().LoadFile(sel.c_str(), &maskImage), 0);
-    auto mask = [&](int x, int y) { return int(maskImage.GetPixel2(uint32_t(x), uint32_t(y)).red); };
+    const std::vector<uint8_t> selected = vmtest::GrayBytes(sel);
+    ASSERT_EQ(selected.size(), size_t(W * H));
+    auto mask = [&](int x, int y) { return int(selected[size_t(y) * W + x]); };
     // The lift: the selected part goes to a layer of its own (alpha = mask), the base's hole takes the colour.
     const CPixel fore = CPixel::Make(0x20, 0x40, 0x60);
     COLImage base;

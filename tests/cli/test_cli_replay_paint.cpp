@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 
-#include "imaging/codec.h"
 #include "imaging/image.h"
-#include "support/test_support.h"
+#include "replay_test.h"
 #include "tools/plain_brush.h"
 
 using vmtest::CliResult;
@@ -15,27 +13,14 @@ using vmtest::RunCli;
 
 namespace {
 
-constexpr int W = 40, H = 30;
-
-class CliReplayPaint : public ::testing::Test {
+class CliReplayPaint : public vmtest::ReplayTest {
 protected:
-    void SetUp() override
+    CliReplayPaint() : ReplayTest(33) {}
+    // The colour bytes of a picture file, blue, green, red for each pixel.
+    static std::vector<uint8_t> Rgb(const std::string& path)
     {
-        vmtest::FillNoise(m_picture, W, H, 33);
-        for (size_t i = 0; i < m_picture.GetPixelCount(); ++i) m_picture.GetBuffer()[i].alpha = 255;
-        m_in = m_dir.File("in.bmp");
-        ASSERT_NE(COLImageCodec().SaveFile(m_in.c_str(), &m_picture), 0);
-    }
-    CliResult Replay(const std::string& script, const std::string& out)
-    {
-        const std::string path = m_dir.File("script.txt");
-        std::ofstream(path) << script;
-        return RunCli("replay " + Quote(m_in) + " " + Quote(path) + " -o " + Quote(out));
-    }
-    std::vector<uint8_t> Rgb(const std::string& path)
-    {
-        COLImage image;
-        EXPECT_NE(COLImageCodec().LoadFile(path.c_str(), &image), 0) << path;
+        const COLImage image = vmtest::Load(path);
+        EXPECT_FALSE(image.IsNull()) << path;
         std::vector<uint8_t> out;
         for (size_t i = 0; i < image.GetPixelCount(); ++i) {
             const CPixel p = image.GetBuffer()[i];
@@ -43,9 +28,6 @@ protected:
         }
         return out;
     }
-    vmtest::TempDir m_dir;
-    COLImage m_picture;
-    std::string m_in;
 };
 
 } // namespace
@@ -121,10 +103,8 @@ TEST_F(CliReplayPaint, SelectionModeBrushesAndOptionRefusals)
                          "mode compose cancel\n",
                          out);
     ASSERT_EQ(r.exitCode, 0) << r.output;
-    COLImage mask;
-    ASSERT_NE(COLImageCodec().LoadFile(inner.c_str(), &mask), 0);
     const auto s = plainbrush::Frames(plainbrush::MakeStamp(5, 0), 255, W, H, {{10, 10}, {25, 10}}).back().s;
-    for (size_t i = 0; i < s.size(); ++i) ASSERT_EQ(mask.GetBuffer()[i].red, s[i]) << i;
+    EXPECT_EQ(vmtest::GrayBytes(inner), s);
 
     // Out-of-range brush values are refused before anything runs, and nothing is written.
     for (const char* bad : {"option size 0", "option size 256", "option soft 101", "option alpha -1",

@@ -1,30 +1,20 @@
 #include <cmath>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 
-#include "imaging/codec.h"
 #include "imaging/image.h"
-#include "support/test_support.h"
+#include "replay_test.h"
 #include "tools/plain_brush.h"
 
 using vmtest::CliResult;
-using vmtest::Quote;
-using vmtest::RunCli;
+using vmtest::GrayBytes;
 
 namespace {
 
-constexpr int W = 40, H = 30;
-
-std::vector<uint8_t> Gray(const std::string& path)
-{
-    COLImage image;
-    EXPECT_NE(COLImageCodec().LoadFile(path.c_str(), &image), 0) << path;
-    std::vector<uint8_t> out;
-    for (size_t i = 0; i < image.GetPixelCount(); ++i)
-        out.push_back(image.GetBuffer()[i].red);
-    return out;
-}
+class CliReplaySmartAdjust : public vmtest::ReplayTest {
+protected:
+    CliReplaySmartAdjust() : ReplayTest(71) {}
+};
 
 int Dist(const int* a, const int* b)
 {
@@ -36,38 +26,30 @@ int Dist(const int* a, const int* b)
 
 } // namespace
 
-TEST(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
+TEST_F(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
 {
-    vmtest::TempDir dir;
-    COLImage picture;
-    vmtest::FillNoise(picture, W, H, 71);
-    for (size_t i = 0; i < picture.GetPixelCount(); ++i)
-        picture.GetBuffer()[i].alpha = 255;
-    const std::string in = dir.File("in.bmp"), out = dir.File("out.png"), script = dir.File("script.txt");
-    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
-    const std::string inner = dir.File("inner.png"), outer = dir.File("outer.png"), before = dir.File("before.png"),
-                      after = dir.File("after.png");
-    std::ofstream(script) << "mode select inout\n"
-                             "tool innerbrush\noption size 3\noption soft 0\ndown 4 3\nup 4 27\n"
-                             "tool outerbrush\noption size 3\noption soft 0\ndown 35 3\nup 35 27\n"
-                             "tool modifypolygon\ndown 0 0\nup 0 0\nup 20 0\nup 20 29\nup 0 29\nmove 0 0\nup 0 0\n"
-                             "tool none\n"
-                             "save-mask inner "
-                          << inner << "\nsave-mask outer " << outer << "\nsave-mask result " << before
-                          << "\n"
-                             "tool smartadjust\n"
-                             "down 4 15\nup 4 15\n"   // inside the inner contour: the foreground colour
-                             "down 35 15\nup 35 15\n" // inside the outer contour: the background colour
-                             "option size 4\noption soft 30\n"
-                             "down 12 5\ndrag 20 14\nup 28 24\n"
-                             "save-mask result "
-                          << after
-                          << "\n"
-                             "mode compose cancel\n";
-    const CliResult r = RunCli("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(out));
+    const COLImage& picture = m_picture;
+    const std::string inner = m_dir.File("inner.png"), outer = m_dir.File("outer.png"),
+                      before = m_dir.File("before.png"), after = m_dir.File("after.png");
+    const CliResult r = Replay("mode select inout\n"
+                               "tool innerbrush\noption size 3\noption soft 0\ndown 4 3\nup 4 27\n"
+                               "tool outerbrush\noption size 3\noption soft 0\ndown 35 3\nup 35 27\n"
+                               "tool modifypolygon\ndown 0 0\nup 0 0\nup 20 0\nup 20 29\nup 0 29\nmove 0 0\nup 0 0\n"
+                               "tool none\n"
+                               "save-mask inner " +
+                                   inner + "\nsave-mask outer " + outer + "\nsave-mask result " + before +
+                                   "\n"
+                                   "tool smartadjust\n"
+                                   "down 4 15\nup 4 15\n"   // inside the inner contour: the foreground colour
+                                   "down 35 15\nup 35 15\n" // inside the outer contour: the background colour
+                                   "option size 4\noption soft 30\n"
+                                   "down 12 5\ndrag 20 14\nup 28 24\n"
+                                   "save-mask result " +
+                                   after + "\nmode compose cancel\n",
+                               m_dir.File("out.png"));
     ASSERT_EQ(r.exitCode, 0) << r.output;
 
-    const std::vector<uint8_t> i = Gray(inner), o = Gray(outer), m0 = Gray(before);
+    const std::vector<uint8_t> i = GrayBytes(inner), o = GrayBytes(outer), m0 = GrayBytes(before);
     ASSERT_EQ(i[15 * W + 4], 255);
     ASSERT_EQ(o[15 * W + 35], 255);
     auto mean = [&](int cx, int cy, int* c) {
@@ -101,24 +83,14 @@ TEST(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
             m[p] = uint8_t(((255 - s) * m[p] + t * s) / 255);
         }
     ASSERT_NE(m, m0);
-    EXPECT_EQ(Gray(after), m);
+    EXPECT_EQ(GrayBytes(after), m);
 }
 
-TEST(CliReplaySmartAdjust, ItsOptionsBelongToItAndTheHelpNamesThem)
+TEST_F(CliReplaySmartAdjust, ItsOptionsBelongToIt)
 {
-    vmtest::TempDir dir;
-    COLImage picture;
-    vmtest::FillNoise(picture, W, H, 5);
-    const std::string in = dir.File("in.bmp"), script = dir.File("s.txt");
-    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
-    std::ofstream(script) << "tool brush\noption adjust raise\n";
-    CliResult r = RunCli("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(dir.File("o.png")));
+    CliResult r = Replay("tool brush\noption adjust raise\n", m_dir.File("o.png"));
     EXPECT_NE(r.exitCode, 0);
     EXPECT_NE(r.output.find("belongs to the smartadjust tool"), std::string::npos) << r.output;
-    std::ofstream(script) << "option adjust sideways\n";
-    r = RunCli("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(dir.File("o.png")));
+    r = Replay("option adjust sideways\n", m_dir.File("o.png"));
     EXPECT_NE(r.output.find(":1: adjust is both, raise or lower"), std::string::npos) << r.output;
-    r = RunCli("replay --help");
-    EXPECT_NE(r.output.find("smartadjust"), std::string::npos) << r.output;
-    EXPECT_NE(r.output.find("option adjust M"), std::string::npos) << r.output;
 }

@@ -1,37 +1,27 @@
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 
-#include "imaging/codec.h"
 #include "imaging/image.h"
-#include "support/test_support.h"
+#include "support/pictures.h"
 
 using vmtest::CliResult;
+using vmtest::Load;
 using vmtest::Quote;
 using vmtest::RunCli;
-using vmtest::Load;
 
 TEST(CliRun, RunsCommandsAndWritesTheComposite)
 {
     vmtest::TempDir dir;
-    COLImage picture;
-    vmtest::FillNoise(picture, 31, 17, 4);
-    const std::string in = dir.File("in.bmp"), out = dir.File("out.bmp");
-    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
+    const COLImage picture = vmtest::OpaqueNoise(31, 17, 4);
+    const std::string in = vmtest::SavePicture(dir.File("in.bmp"), picture), out = dir.File("out.bmp");
     CliResult r =
         RunCli("run " + Quote(in) + " " + Quote("Doc_NewLayer('0')") + " " + Quote("Doc_FlipH") + " -o " + Quote(out));
     ASSERT_EQ(r.exitCode, 0) << r.output;
-    const COLImage written = Load(out);
-    ASSERT_EQ(written.GetWidth(), 31u);
-    for (uint32_t y = 0; y < 17; ++y)
-        for (uint32_t x = 0; x < 31; ++x)
-            ASSERT_EQ(written.GetPixel(x, y), picture.GetPixel(30 - x, y) | 0xFF000000u) << "the base is mirrored";
+    EXPECT_TRUE(vmtest::Mirrored(Load(out), picture)) << "the base is mirrored";
 
     // A second picture on a new layer, moved and at half opacity, then everything flattened.
-    COLImage white;
-    white.Create(4, 4);
-    for (size_t i = 0; i < 16; ++i)
-        white.GetBuffer()[i] = CPixel::Make(255, 255, 255);
-    ASSERT_NE(COLImageCodec().SaveFile(dir.File("w.bmp").c_str(), &white), 0);
+    vmtest::SavePicture(dir.File("w.bmp"), vmtest::Solid(4, 4, CPixel::Make(255, 255, 255)));
     r = RunCli("run " + Quote(in) + " --file " + Quote(dir.File("w.bmp")) + " " + Quote("Doc_OpenLayer('1')") + " " +
                Quote("Doc_LayerPropertyChange('1','0','2,3')") + " " + Quote("Doc_LayerPropertyChange('1','3','128')") +
                " " + Quote("Doc_LayerPropertyChange('1','2','前景')") + " " + Quote("Doc_FlatImage") + " -o " +
@@ -41,40 +31,35 @@ TEST(CliRun, RunsCommandsAndWritesTheComposite)
     const COLImage merged = Load(out);
     const CPixel was = picture.GetPixel2(3, 4), now = merged.GetPixel2(3, 4);
     EXPECT_EQ(now.red, (was.red * 127 + 255 * 128 + 127) / 255);
-    EXPECT_EQ(merged.GetPixel(1, 1), picture.GetPixel(1, 1) | 0xFF000000u);
+    EXPECT_EQ(merged.GetPixel(1, 1), picture.GetPixel(1, 1));
 }
 
 TEST(CliRun, FailuresAreClearAndWriteNothing)
 {
     vmtest::TempDir dir;
-    COLImage picture;
-    vmtest::FillNoise(picture, 8, 8, 1);
-    const std::string in = dir.File("in.bmp"), out = dir.File("out.bmp");
-    ASSERT_NE(COLImageCodec().SaveFile(in.c_str(), &picture), 0);
-
-    CliResult r = RunCli("run " + Quote(in) + " " + Quote("Doc_DeleteLayer('0')") + " -o " + Quote(out));
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.output.find("Doc_DeleteLayer('0')\" failed"), std::string::npos) << r.output;
-    r = RunCli("run " + Quote(in) + " " + Quote("Doc_FlipH(") + " -o " + Quote(out));
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.output.find("could not be parsed"), std::string::npos) << r.output;
-    r = RunCli("run " + Quote(in) + " " + Quote("Doc_OpenLayer('1')") + " -o " + Quote(out));
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.output.find("--file"), std::string::npos) << r.output;
-    r = RunCli("run " + Quote(in) + " UI_Copy -o " + Quote(out));
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.output.find("clipboard"), std::string::npos) << r.output;
-    r = RunCli("run " + Quote(dir.File("missing.bmp")) + " Doc_FlipH -o " + Quote(out));
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.output.find("cannot open"), std::string::npos) << r.output;
-    EXPECT_FALSE(std::filesystem::exists(out));
-
-    r = RunCli("run " + Quote(in) + " Doc_FlipH");
-    EXPECT_EQ(r.exitCode, 2) << "no output named";
-    r = RunCli("run -o " + Quote(out));
-    EXPECT_EQ(r.exitCode, 2);
-    r = RunCli("run " + Quote(in) + " --bogus -o " + Quote(out));
-    EXPECT_EQ(r.exitCode, 2);
+    const std::string in = vmtest::SavePicture(dir.File("in.bmp"), vmtest::OpaqueNoise(8, 8, 1));
+    const std::string out = dir.File("out.bmp");
+    const std::string run = "run " + Quote(in) + " ", to = " -o " + Quote(out);
+    struct Case {
+        std::string args;
+        int exitCode;
+        const char* says;
+    };
+    const Case cases[] = {
+        {run + Quote("Doc_DeleteLayer('0')") + to, 1, "Doc_DeleteLayer('0')\" failed"},
+        {run + Quote("Doc_FlipH(") + to, 1, "could not be parsed"},
+        {run + Quote("Doc_OpenLayer('1')") + to, 1, "--file"},
+        {run + "UI_Copy" + to, 1, "clipboard"},
+        {"run " + Quote(dir.File("missing.bmp")) + " Doc_FlipH" + to, 1, "cannot open"},
+        {run + "Doc_FlipH", 2, ""}, // no output named
+        {"run" + to, 2, ""},
+        {run + "--bogus" + to, 2, ""},
+    };
+    for (const Case& c : cases) {
+        const CliResult r = RunCli(c.args);
+        EXPECT_EQ(r.exitCode, c.exitCode) << c.args << "\n" << r.output;
+        EXPECT_NE(r.output.find(c.says), std::string::npos) << c.args << "\n" << r.output;
+    }
     EXPECT_FALSE(std::filesystem::exists(out));
 }
 
@@ -86,14 +71,9 @@ TEST(CliRun, APhotoRunsThroughToAPngOrJpeg)
     const std::string png = dir.File("out.png"), jpg = dir.File("out.jpg");
     CliResult r = RunCli("run " + Quote(photo) + " " + Quote("Doc_NewLayer('0')") + " Doc_FlipH -o " + Quote(png));
     ASSERT_EQ(r.exitCode, 0) << r.output;
-    const COLImage original = Load(photo), flipped = Load(png);
-    ASSERT_EQ(flipped.GetWidth(), original.GetWidth());
-    ASSERT_EQ(flipped.GetHeight(), original.GetHeight());
     // The flattened result is the photo mirrored, and opaque (the composite's own alpha is the selection).
-    const uint32_t w = original.GetWidth();
-    for (uint32_t y = 0; y < original.GetHeight(); ++y)
-        for (uint32_t x = 0; x < w; ++x)
-            ASSERT_EQ(flipped.GetPixel(x, y), original.GetPixel(w - 1 - x, y)) << x << "," << y;
+    const COLImage original = Load(photo);
+    EXPECT_TRUE(vmtest::Mirrored(Load(png), original));
     r = RunCli("run " + Quote(photo) + " Doc_FlipH -o " + Quote(jpg));
     ASSERT_EQ(r.exitCode, 0) << r.output;
     EXPECT_EQ(Load(jpg).GetWidth(), original.GetWidth());

@@ -4,8 +4,7 @@
 #include <string>
 
 #include "effects/patch_inpaint.h"
-#include "imaging/codec.h"
-#include "support/test_support.h"
+#include "support/pictures.h"
 
 using vmtest::CliResult;
 using vmtest::Quote;
@@ -22,26 +21,19 @@ struct InpaintFiles {
     {
         COLImage noise;
         vmtest::FillNoise(noise, w, h, 21);
-        picture.Create(w, h);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                const CPixel n = *noise.GetBuffer(x, y);
-                picture.PutPixel(x, y, vmtest::Rgb((x * 4) % 90 + n.red / 8, 100 + n.green / 4, (y * 5) % 70 + 60));
-            }
-        EXPECT_TRUE(COLImageCodec().SaveFileWithAlpha(dir.File("in.png").c_str(), &picture));
+        picture = vmtest::Picture(w, h, [&](uint32_t x, uint32_t y) {
+            const CPixel n = *noise.GetBuffer(x, y);
+            return vmtest::Rgb((x * 4) % 90 + n.red / 8, 100 + n.green / 4, (y * 5) % 70 + 60);
+        });
+        vmtest::SavePicture(dir.File("in.png"), picture);
     }
 
     std::string Mask(int w, int h, int x0, int y0, int x1, int y1, const char* name = "mask.png")
     {
-        COLImage mask;
-        mask.Create(w, h);
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x) {
-                const bool hole = x >= x0 && x < x1 && y >= y0 && y < y1;
-                mask.PutPixel(x, y, hole ? vmtest::Rgb(3, 3, 3) : vmtest::Rgb(0, 0, 0));
-            }
-        EXPECT_TRUE(COLImageCodec().SaveFile(dir.File(name).c_str(), &mask));
-        return dir.File(name);
+        return vmtest::SavePicture(dir.File(name), vmtest::Picture(w, h, [&](int x, int y) {
+                                       const bool hole = x >= x0 && x < x1 && y >= y0 && y < y1;
+                                       return hole ? vmtest::Rgb(3, 3, 3) : vmtest::Rgb(0, 0, 0);
+                                   }));
     }
 
     std::string Command(const std::string& mask, const std::string& extra = "")
@@ -53,9 +45,7 @@ struct InpaintFiles {
 
 COLImage Expected(const COLImage& picture, int w, int h, int x0, int y0, int x1, int y1, int feather, int exact)
 {
-    COLChannel mask;
-    mask.Create(w, h);
-    std::memset(mask.GetBuffer(), 0, size_t(w) * h);
+    COLChannel mask = vmtest::Plane(w, h, 0);
     for (int y = y0; y < y1; ++y)
         for (int x = x0; x < x1; ++x)
             mask.SetValue(x, y, 255);
@@ -140,10 +130,8 @@ TEST(CmdInpaint, BadInputWritesNothing)
     }
 
     // A flat picture: the classic arithmetic finds no sample (exact matches do not count), the editor's fills.
-    COLImage flat;
-    flat.Create(40, 30);
-    std::fill(flat.GetBuffer(), flat.GetBuffer() + flat.GetPixelCount(), vmtest::Rgb(10, 200, 90));
-    ASSERT_TRUE(COLImageCodec().SaveFile(f.dir.File("in.png").c_str(), &flat));
+    const COLImage flat = vmtest::Solid(40, 30, vmtest::Rgb(10, 200, 90));
+    vmtest::SavePicture(f.dir.File("in.png"), flat);
     const std::string speck = f.Mask(40, 30, 18, 12, 21, 15, "speck.png");
     CliResult r = RunCli(f.Command(speck, " --exact"));
     EXPECT_EQ(r.exitCode, 1) << r.output;

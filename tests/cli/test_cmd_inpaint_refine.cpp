@@ -3,8 +3,7 @@
 #include <string>
 
 #include "effects/exemplar_inpaint.h"
-#include "imaging/codec.h"
-#include "support/test_support.h"
+#include "support/pictures.h"
 
 using vmtest::CliResult;
 using vmtest::Quote;
@@ -23,19 +22,14 @@ struct RefineFiles {
     {
         COLImage noise;
         vmtest::FillNoise(noise, kW, kH, 5);
-        picture.Create(kW, kH);
-        for (int y = 0; y < kH; ++y)
-            for (int x = 0; x < kW; ++x) {
-                const int band = ((x + 2 * y) / 9) % 2 ? 180 : 60;
-                picture.PutPixel(x, y, vmtest::Rgb(band + noise.GetBuffer(x, y)->red / 16, band / 2, 255 - band));
-            }
-        EXPECT_TRUE(COLImageCodec().SaveFile(dir.File("in.png").c_str(), &picture));
-        COLImage mask;
-        mask.Create(kW, kH);
-        for (int y = 0; y < kH; ++y)
-            for (int x = 0; x < kW; ++x)
-                mask.PutPixel(x, y, InHole(x, y) ? vmtest::Rgb(255, 255, 255) : vmtest::Rgb(0, 0, 0));
-        EXPECT_TRUE(COLImageCodec().SaveFile(dir.File("mask.png").c_str(), &mask));
+        picture = vmtest::Picture(kW, kH, [&](uint32_t x, uint32_t y) {
+            const int band = ((x + 2 * y) / 9) % 2 ? 180 : 60;
+            return vmtest::Rgb(band + noise.GetBuffer(x, y)->red / 16, band / 2, 255 - band);
+        });
+        vmtest::SavePicture(dir.File("in.png"), picture);
+        vmtest::SavePicture(dir.File("mask.png"), vmtest::Picture(kW, kH, [](int x, int y) {
+                                return InHole(x, y) ? vmtest::Rgb(255, 255, 255) : vmtest::Rgb(0, 0, 0);
+                            }));
     }
     static bool InHole(int x, int y) { return x >= 30 && x < 46 && y >= 20 && y < 36; }
     std::string Command(const std::string& extra) const

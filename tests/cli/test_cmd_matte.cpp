@@ -6,12 +6,11 @@
 #include <set>
 #include <string>
 
-#include "imaging/codec.h"
 #include "imaging/image.h"
 #include "matting/contour_matting.h"
 #include "matting/contour_optimise.h"
 #include "matting/segment.h"
-#include "support/test_support.h"
+#include "support/pictures.h"
 
 using vmtest::CliResult;
 using vmtest::Quote;
@@ -45,15 +44,13 @@ Scene MakeScene(uint32_t w, uint32_t h)
     return s;
 }
 
+// A gray picture of a plane whose every non-zero sample is written as `on`.
 void SaveGray(const std::string& path, const COLChannel& plane, uint8_t on = 255)
 {
-    COLImage img;
-    img.Create(plane.GetWidth(), plane.GetHeight());
-    for (size_t i = 0; i < img.GetPixelCount(); ++i) {
-        const uint8_t v = plane.GetBuffer()[i] ? on : 0;
-        img.GetBuffer()[i] = CPixel::Make(v, v, v);
-    }
-    ASSERT_TRUE(COLImageCodec().SaveFile(path.c_str(), &img));
+    vmtest::SavePicture(path, vmtest::Picture(plane.GetWidth(), plane.GetHeight(), [&](uint32_t x, uint32_t y) {
+                            const uint8_t v = plane.GetValue(x, y) ? on : 0;
+                            return CPixel::Make(v, v, v);
+                        }));
 }
 
 COLImage Expected(const Scene& s, bool optimise)
@@ -84,17 +81,14 @@ struct Files {
 
 void Write(const Scene& s, Files& f)
 {
-    ASSERT_TRUE(COLImageCodec().SaveFile(f.photo.c_str(), &s.photo));
+    vmtest::SavePicture(f.photo, s.photo);
     // Any non-zero value means inside.
     SaveGray(f.inner, s.inner, 1);
     SaveGray(f.outer, s.outer, 200);
-    COLImage tri;
-    tri.Create(s.photo.GetWidth(), s.photo.GetHeight());
-    for (size_t i = 0; i < tri.GetPixelCount(); ++i) {
-        const uint8_t v = s.inner.GetBuffer()[i] ? 255 : s.outer.GetBuffer()[i] ? 128 : 0;
-        tri.GetBuffer()[i] = CPixel::Make(v, v, v);
-    }
-    ASSERT_TRUE(COLImageCodec().SaveFile(f.trimap.c_str(), &tri));
+    COLChannel tri = vmtest::Plane(s.photo.GetWidth(), s.photo.GetHeight(), 0);
+    for (size_t i = 0; i < tri.GetAreaByteSize(); ++i)
+        tri.GetBuffer()[i] = s.inner.GetBuffer()[i] ? 255 : s.outer.GetBuffer()[i] ? 128 : 0;
+    vmtest::SavePicture(f.trimap, vmtest::GrayPicture(tri));
 }
 
 } // namespace
@@ -165,7 +159,7 @@ TEST(CliSegment, RegionsInColoursGradientInAlphaAndTheCount)
     vmtest::TempDir dir;
     const Scene s = MakeScene(120, 90);
     const std::string in = dir.File("in.png"), out = dir.File("labels.png");
-    ASSERT_TRUE(COLImageCodec().SaveFile(in.c_str(), &s.photo));
+    vmtest::SavePicture(in, s.photo);
     CliResult r = RunCli("segment " + Quote(in) + " --detail 20 -o " + Quote(out));
     ASSERT_EQ(r.exitCode, 0) << r.output;
 

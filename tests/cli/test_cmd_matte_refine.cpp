@@ -40,12 +40,3 @@ TEST(CliMatteRefine, WritesTheRefinedAlphaAndSubjectColours)
             sad += std::abs(int(written.GetPixel2(x, y).alpha) - int(truthImage.GetPixel2(x, y).red)) / 255.0;
     EXPECT_LT(sad, 900.0);
 }
-
-TEST(CliMatteRefine, HelpSaysWhatEachSolverIsGoodFor)
-{
-    CliResult r = RunCli("--help");
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("--refine"), std::string::npos) << r.output;
-    EXPECT_NE(r.output.find("hair"), std::string::npos) << r.output;
-    EXPECT_NE(r.output.find("crisp"), std::string::npos) << r.output;
-}

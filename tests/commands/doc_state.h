@@ -9,6 +9,7 @@
 #include "document/layer_stack.h"
 #include "imaging/channel.h"
 #include "imaging/image.h"
+#include "support/test_support.h"
 
 namespace vmtest {
 
@@ -32,12 +33,6 @@ struct DocState {
     bool operator==(const DocState&) const = default;
 };
 
-inline std::vector<uint8_t> PlaneBytes(const COLChannel& c)
-{
-    if (c.IsNull()) return {};
-    return std::vector<uint8_t>(c.GetBuffer(), c.GetBuffer() + c.GetAreaByteSize());
-}
-
 inline DocState Capture(const CLayerStack& doc)
 {
     DocState s;
@@ -49,17 +44,14 @@ inline DocState Capture(const CLayerStack& doc)
         LayerState ls{l->m_x, l->m_y, l->m_visible, l->m_kind, l->m_opacity, l->m_blendMode,
                       std::string(l->m_name, kLayerNameBytes), l->m_image.GetWidth(), l->m_image.GetHeight(), {}, -1,
                       {}};
-        if (!l->m_image.IsNull()) {
-            const uint8_t* p = reinterpret_cast<const uint8_t*>(l->m_image.GetBuffer());
-            ls.pixels.assign(p, p + l->m_image.GetAreaByteSize());
-        }
+        ls.pixels = Bytes(l->m_image);
         for (int k = 0; k < doc.GetChannelCount(); ++k)
             if (l->m_pChannel == doc.GetChannel(k)) ls.channelLink = k;
         if (const auto* t = dynamic_cast<const CTextLayer*>(l)) ls.text = t->m_text;
         s.layers.push_back(std::move(ls));
     }
-    for (int k = 0; k < doc.GetChannelCount(); ++k) s.channels.push_back(PlaneBytes(*doc.GetChannel(k)));
-    s.mask = PlaneBytes(doc.GetSelectionMask());
+    for (int k = 0; k < doc.GetChannelCount(); ++k) s.channels.push_back(Bytes(*doc.GetChannel(k)));
+    s.mask = Bytes(doc.GetSelectionMask());
     s.maskWidth = doc.GetSelectionMask().IsNull() ? 0 : doc.GetSelectionMask().GetWidth();
     return s;
 }

@@ -128,7 +128,7 @@ TEST(GeometryCommands, TurningTheDocumentTurnsItsComposite)
         EXPECT_EQ(vmtest::Size(g.doc), "30x40");
         // Every layer moved with the picture: the new composite is the old one turned, selection included.
         EXPECT_TRUE(vmtest::SamePixels(g.Composite(), Turned(before, left)));
-        EXPECT_EQ(vmtest::PlaneBytes(g.doc.GetSelectionMask()), vmtest::PlaneBytes(mask));
+        EXPECT_EQ(vmtest::Bytes(g.doc.GetSelectionMask()), vmtest::Bytes(mask));
         EXPECT_EQ(g.doc.GetChannel(0)->GetWidth(), 30u);
         EXPECT_EQ(g.history.Steps().back().kind, kStepWholeDocument);
         EXPECT_EQ(g.history.Steps().back().label, left ? "His_RotateLeft" : "His_RotateRight");

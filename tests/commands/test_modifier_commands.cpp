@@ -13,32 +13,15 @@
 #include "document/compose_document.h"
 #include "document/layer.h"
 #include "effects/segment_deflate.h"
+#include "support/plain_masks.h"
 #include "support/test_support.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// The clipped square maximum, written out.
-Bytes PlainExpand(const Bytes& m, int w, int h, int r)
-{
-    Bytes out(m.size());
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            int v = 0;
-            for (int j = std::max(0, y - r); j <= std::min(h - 1, y + r); ++j)
-                for (int i = std::max(0, x - r); i <= std::min(w - 1, x + r); ++i)
-                    v = std::max<int>(v, m[size_t(j) * w + i]);
-            out[size_t(y) * w + x] = uint8_t(v);
-        }
-    return out;
-}
-
-// A colour of alpha a put on an opaque pixel by a normal merge: the opaque result mixes with + 127 rounding.
-uint8_t Over(int c, int p, int a)
-{
-    return uint8_t((c * a + p * (255 - a) + 127) / 255);
-}
+using vmtest::OverOpaque;
+using vmtest::PlainExpand;
 
 // A 12 x 9 document: an opaque noisy base and one half-transparent upper layer; a soft-edged selection.
 class ModifierCommands : public ::testing::Test {
@@ -147,9 +130,9 @@ TEST_F(ModifierCommands, FillAndStrokeOnTheBaseGiveExactBytesAndUndoRestoresThem
     for (size_t i = 0; i < block.size(); ++i) {
         const int a = 70 * block[i] / 100;
         if (!a) continue;
-        expected[i * 4 + 0] = Over(0x00, base[i * 4 + 0], a);
-        expected[i * 4 + 1] = Over(0x80, base[i * 4 + 1], a);
-        expected[i * 4 + 2] = Over(0xFF, base[i * 4 + 2], a);
+        expected[i * 4 + 0] = OverOpaque(0x00, base[i * 4 + 0], a);
+        expected[i * 4 + 1] = OverOpaque(0x80, base[i * 4 + 1], a);
+        expected[i * 4 + 2] = OverOpaque(0xFF, base[i * 4 + 2], a);
     }
     EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected);
     const Bytes filled = expected;
@@ -161,9 +144,9 @@ TEST_F(ModifierCommands, FillAndStrokeOnTheBaseGiveExactBytesAndUndoRestoresThem
     for (size_t i = 0; i < block.size(); ++i) {
         const int a = 50 * std::max(0, grown[i] - block[i]) / 100;
         if (!a) continue;
-        expected[i * 4 + 0] = Over(0xFF, filled[i * 4 + 0], a);
-        expected[i * 4 + 1] = Over(0x00, filled[i * 4 + 1], a);
-        expected[i * 4 + 2] = Over(0x00, filled[i * 4 + 2], a);
+        expected[i * 4 + 0] = OverOpaque(0xFF, filled[i * 4 + 0], a);
+        expected[i * 4 + 1] = OverOpaque(0x00, filled[i * 4 + 1], a);
+        expected[i * 4 + 2] = OverOpaque(0x00, filled[i * 4 + 2], a);
     }
     EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected);
 

@@ -2,22 +2,8 @@
 
 #include "document/compose_document.h"
 #include "document/layer.h"
+#include "fake_view.h"
 #include "support/test_support.h"
-
-namespace {
-
-class FixedView : public ICanvasView {
-public:
-    double GetZoom() const override { return zoom; }
-    CViewPoint GetOrigin() const override { return origin; }
-    void Redraw() override { ++redraws; }
-    void PostMergeDone() override {}
-    double zoom = 1.0;
-    CViewPoint origin;
-    int redraws = 0;
-};
-
-} // namespace
 
 TEST(ComposeDocument, RenderPaintsWhiteBeforeAnyMerge)
 {
@@ -41,7 +27,7 @@ TEST(ComposeDocument, RenderShowsThePartAtTheViewsOrigin)
         for (uint32_t x = 20; x < 40; ++x)
             base->m_image.PutPixel(x, y, CPixel::Make(0, 0, 255, 255));
     ASSERT_EQ(doc.MergeNow(), 1);
-    FixedView view;
+    CFakeView view;
     doc.SetView(&view);
     COLImage target;
     target.Create(8, 8);
@@ -75,7 +61,7 @@ TEST(ComposeDocument, MergeRectWritesBlocksAndKeepsTheSelection)
     for (uint32_t y = 0; y < 10; ++y)
         for (uint32_t x = 0; x < 12; ++x)
             top->m_image.PutPixel(x, y, CPixel::Make(uint8_t(20 * x), 0, 0, 255));
-    FixedView view;
+    CFakeView view;
     doc.SetView(&view);
     ASSERT_EQ(doc.MergeRect(9, 8, 3, -5, 2), 1); // normalised and clamped to (3, 0, 9, 8)
     EXPECT_EQ(view.redraws, 1);
@@ -100,7 +86,7 @@ TEST(ComposeDocument, AFlatColourKeepsItsValueAtEveryZoom)
     CComposeDocument doc(0);
     ASSERT_EQ(doc.NewDocument(997, 613, 0xFF808080), 1); // 128 gray, sides that divide by nothing handy
     ASSERT_EQ(doc.MergeNow(), 1);
-    FixedView view;
+    CFakeView view;
     doc.SetView(&view);
     for (double zoom : {0.1, 0.2, 1.0 / 3.0, 0.5, 2.0 / 3.0, 1.0, 1.5, 2.0, 3.0, 7.0, 10.0, 0.1234, 0.777}) {
         SCOPED_TRACE(zoom);
@@ -128,7 +114,7 @@ TEST(ComposeDocument, ReducedViewsAverageWhatEachScreenPixelCovers)
     for (size_t i = 0; i < img.GetPixelCount(); ++i)
         img.GetBuffer()[i].alpha = 255;
     ASSERT_EQ(doc.MergeNow(), 1);
-    FixedView view;
+    CFakeView view;
     view.zoom = 0.5;
     doc.SetView(&view);
     COLImage target;
@@ -168,7 +154,7 @@ TEST(ComposeDocument, SeeThroughPartsShowTheCheckerboard)
         for (uint32_t x = 16; x < 32; ++x)
             top->m_image.PutPixel(x, y, CPixel::Make(200, 10, 10, 255));
     ASSERT_EQ(doc.MergeNow(), 1);
-    FixedView view;
+    CFakeView view;
     doc.SetView(&view);
     COLImage target;
     target.Create(32, 16);

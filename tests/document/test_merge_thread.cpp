@@ -5,22 +5,13 @@
 
 #include "document/compose_document.h"
 #include "document/layer.h"
+#include "fake_view.h"
 #include "reference_merge.h"
 #include "support/test_support.h"
 
 using namespace std::chrono_literals;
 
 namespace {
-
-class CountingView : public ICanvasView {
-public:
-    double GetZoom() const override { return 1.0; }
-    CViewPoint GetOrigin() const override { return {}; }
-    void Redraw() override { ++redraws; }
-    void PostMergeDone() override { ++posted; }
-    std::atomic<int> posted{0};
-    int redraws = 0;
-};
 
 // Waits (bounded) until the thread has taken a request and is merging.
 bool WaitMerging(CMergeThread& thread)
@@ -38,7 +29,7 @@ TEST(MergeThread, RefreshMergesIntoTheCompositeAndTellsTheView)
     ASSERT_EQ(doc.NewDocument(50, 40, 0xFF336699), 1);
     CLayer* top = doc.AddLayer(0, 0);
     vmtest::FillNoise(top->m_image, 50, 40, 3);
-    CountingView view;
+    CFakeView view;
     doc.SetView(&view);
     ASSERT_TRUE(doc.GetMergeThread().WaitIdle(10s));
     EXPECT_GE(view.posted.load(), 1);
@@ -69,7 +60,7 @@ TEST(MergeThread, ManyRequestsDuringAMergeGiveOneMore)
 {
     CComposeDocument doc(1);
     ASSERT_EQ(doc.NewDocument(64, 64, 0xFF000000), 1);
-    CountingView view;
+    CFakeView view;
     doc.SetView(&view);
     ASSERT_TRUE(doc.GetMergeThread().WaitIdle(10s));
     const uint64_t start = doc.GetMergeThread().GetMergeCount();
@@ -97,7 +88,7 @@ TEST(MergeThread, NoViewNoMergeAndUnthreadedDocumentsHaveNoThread)
 
     CComposeDocument plain(0);
     ASSERT_EQ(plain.NewDocument(8, 8, 0xFF010203), 1);
-    CountingView view;
+    CFakeView view;
     plain.SetView(&view);
     plain.Refresh();
     EXPECT_EQ(plain.GetMergeThread().GetMergeCount(), 0u);
@@ -110,7 +101,7 @@ TEST(MergeThread, DetachedViewIsNotCalledAgain)
 {
     CComposeDocument doc(1);
     ASSERT_EQ(doc.NewDocument(32, 32, 0), 1);
-    CountingView view;
+    CFakeView view;
     doc.SetView(&view);
     ASSERT_TRUE(doc.GetMergeThread().WaitIdle(10s));
     doc.SetView(nullptr);
@@ -122,7 +113,7 @@ TEST(MergeThread, DetachedViewIsNotCalledAgain)
 
 TEST(MergeThread, StopsCleanlyWithWorkPending)
 {
-    CountingView view;
+    CFakeView view;
     for (int round = 0; round < 20; ++round) {
         CComposeDocument doc(1);
         ASSERT_EQ(doc.NewDocument(300, 200, 0xFF000000), 1);
@@ -144,7 +135,7 @@ TEST(MergeThread, EditsUnderTheLockRaceFreeWithMerges)
 {
     CComposeDocument doc(1);
     ASSERT_EQ(doc.NewDocument(120, 90, 0xFF202020), 1);
-    CountingView view;
+    CFakeView view;
     doc.SetView(&view);
     for (int i = 0; i < 200; ++i) {
         switch (i % 5) {

@@ -1,11 +1,17 @@
 #pragma once
 
 #include <QApplication>
-#include <QTest>
+#include <QDialog>
 #include <QElapsedTimer>
+#include <QMouseEvent>
 #include <QString>
+#include <QTest>
 #include <QTimer>
+#include <QToolButton>
 #include <QWidget>
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <deque>
 #include <functional>
 #include <gtest/gtest.h>
@@ -13,12 +19,15 @@
 #include <string>
 #include <vector>
 
+#include "document/selection_document.h"
 #include "shell/app_globals.h"
 #include "shell/image_view.h"
 #include "shell/main_frame.h"
+#include "shell/menu_table.h"
 #include "shell/shell_app.h"
 #include "shell/tool_bar.h"
 #include "shell/ui_services.h"
+#include "support/pictures.h"
 #include "support/test_support.h"
 
 namespace vmtest {
@@ -107,19 +116,153 @@ inline AppInitOptions TestOptions(const TempDir& dir, const std::string& languag
     return {AssetPath(""), dir.File("config/Velmorando.ini"), language};
 }
 
+// With VM_SCREENSHOT_DIR set, the widget is saved there under the given name once pending repaints have run.
+inline void Shot(QWidget* widget, const char* name, int waitMs = 300)
+{
+    const char* dir = std::getenv("VM_SCREENSHOT_DIR");
+    if (!dir) return;
+    QTest::qWait(waitMs); // the canvas repaints on a timer
+    widget->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
+}
+
+// Answers the next modal dialog (the one of that object name, or any when name is null) once it is up: answer
+// runs on it inside the dialog's own event loop, and must close it.
+inline void AnswerDialog(const char* name, std::function<void(QDialog&)> answer)
+{
+    QTimer::singleShot(0, [name, answer] {
+        for (QWidget* w : QApplication::topLevelWidgets())
+            if (auto* d = qobject_cast<QDialog*>(w);
+                d && d->isVisible() && (!name || d->objectName() == QLatin1String(name))) {
+                answer(*d);
+                return;
+            }
+    });
+}
+
+// A dark disc with a soft rim on a light, slightly graded background: the band of a cut-out holds real mixed
+// pixels, and the segmentation finds a real edge.
+inline COLImage DiscPicture(uint32_t w, uint32_t h)
+{
+    const double cx = w / 2.0, cy = h / 2.0, r = std::min(w, h) * 0.3;
+    return Picture(w, h, [&](uint32_t x, uint32_t y) {
+        const double a = std::clamp((r + 4 - std::hypot(x - cx, y - cy)) / 8, 0.0, 1.0);
+        const auto mix = [&](double fg, double bg) { return uint8_t(fg * a + bg * (1 - a)); };
+        return CPixel::Make(mix(40, 200 + x % 40), mix(60, 220), mix(150, 180 + y % 50), 255);
+    });
+}
+
 // The fixture of the window tests: an application started without a file (English unless asked), its main window
 // shown at the given size once the command line has been handled.
 class FrameTest : public ::testing::Test {
 protected:
-    void StartFrame(int width, int height, const char* language = "en")
+    // The application up and its command line handled; the window as the start-up left it.
+    void Launch(const char* language = "en")
     {
         m_shell = std::make_unique<CShellApp>(m_app, &m_services);
         m_shell->Start("", TestOptions(m_dir, language), 0);
         ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
         m_frame = m_shell->Frame();
+    }
+
+    void StartFrame(int width, int height, const char* language = "en")
+    {
+        ASSERT_NO_FATAL_FAILURE(Launch(language));
         if (width > 0) m_frame->resize(width, height);
         m_frame->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
+    }
+
+    // A file opened through the Open item, as a user picks it in the file dialog.
+    void Open(const std::string& path)
+    {
+        m_services.openPaths.push_back(path);
+        m_frame->OnCommand(cmd::kOpen);
+        ASSERT_EQ(m_app.Document().GetLayerCount(), 1) << path;
+    }
+    // A picture written to the test's folder under the given name, then opened.
+    void OpenPicture(const COLImage& image, const char* name = "p.png")
+    {
+        ASSERT_NO_FATAL_FAILURE(Open(SavePicture(m_dir.File(name), image)));
+    }
+
+    CToolBar& Bar() { return *m_frame->ToolBar(); }
+    CToolManager& Manager() { return Bar().Manager(); }
+    CSelectionDocument& Sel() { return Bar().Selection(); }
+
+    // Where the canvas shows an image point.
+    QPoint Client(int x, int y)
+    {
+        const CViewPoint c = m_frame->View()->ImageToClient(x, y);
+        return QPoint(c.x, c.y);
+    }
+
+    // Presses the button of a tool in the shown list, as a user does.
+    void PressButton(CToolBase* tool)
+    {
+        const auto& shown = Manager().GetShownTools();
+        for (size_t i = 0; i < shown.size(); ++i)
+            if (shown[i] == tool) {
+                // The bar's cells count from below the frame's large button: 71 pixels up.
+                const CRect cell = Manager().GetButtonRect(int(i));
+                QTest::mouseClick(&Bar(), Qt::LeftButton, Qt::NoModifier, QPoint(cell.left + 5, cell.top - 71 + 5));
+                return;
+            }
+        ADD_FAILURE() << "the tool has no button in this list";
+    }
+
+    // A press at the first point, moves with the button held through the others, and a release at the last,
+    // through the canvas's own events.
+    void Drag(const std::vector<CViewPoint>& points)
+    {
+        CImageView* view = m_frame->View();
+        QTest::mouseMove(view, Client(points.front().x, points.front().y));
+        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, Client(points.front().x, points.front().y));
+        for (size_t i = 1; i < points.size(); ++i) {
+            const QPoint at = Client(points[i].x, points[i].y);
+            QMouseEvent move(QEvent::MouseMove, at, view->mapToGlobal(at), Qt::NoButton, Qt::LeftButton,
+                             Qt::NoModifier);
+            QApplication::sendEvent(view, &move);
+        }
+        QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, Client(points.back().x, points.back().y));
+    }
+
+    // The rectangle tool, taken from the tool bar and dragged over the canvas.
+    void SelectRectangle(int x0, int y0, int x1, int y1)
+    {
+        PressButton(&Manager().GetRectTool());
+        ASSERT_EQ(Manager().GetCurrentTool(), &Manager().GetRectTool());
+        Drag({{x0, y0}, {(x0 + x1) / 2, (y0 + y1) / 2}, {x1, y1}});
+        ASSERT_FALSE(m_app.Document().GetSelectionMask().IsAllZero());
+    }
+
+    // The contours around and inside the disc of DiscPicture(200, 160), drawn with the polygon tools.
+    void DrawOuter() { Polygon(Manager().GetOutPolygonTool(), {{40, 10}, {160, 10}, {170, 150}, {30, 150}}); }
+    void DrawInner() { Polygon(Manager().GetInPolygonTool(), {{85, 65}, {115, 65}, {115, 95}, {85, 95}}); }
+
+    // The coffee photo in selection mode, the cup on its saucer outlined: the outer contour just outside it, the
+    // inner one well inside.
+    void OutlineTheCup()
+    {
+        ASSERT_NO_FATAL_FAILURE(Open(AssetPath("samples/coffee.png")));
+        ASSERT_EQ(m_app.Document().GetWidth(), 600);
+        ASSERT_NO_FATAL_FAILURE(EnterSelectionMode());
+        const std::vector<CViewPoint> outer = {{170, 4},   {300, 2},   {425, 45},  {450, 100}, {495, 200},
+                                               {495, 280}, {440, 370}, {300, 399}, {150, 385}, {70, 320},
+                                               {55, 220},  {75, 130},  {160, 55}};
+        const std::vector<CViewPoint> inner = {{195, 40},  {300, 30},  {395, 55},  {400, 110}, {445, 175},
+                                               {455, 270}, {390, 345}, {300, 375}, {190, 355}, {110, 290},
+                                               {95, 210},  {130, 140}, {180, 100}};
+        Polygon(Manager().GetOutPolygonTool(), outer);
+        Polygon(Manager().GetInPolygonTool(), inner);
+    }
+
+    // The large button enters selection mode.
+    void EnterSelectionMode()
+    {
+        auto* createSel = m_frame->findChild<QToolButton*>(QStringLiteral("createsel"));
+        ASSERT_NE(createSel, nullptr);
+        QTest::mouseClick(createSel, Qt::LeftButton);
+        ASSERT_TRUE(m_frame->IsSelectionMode());
     }
 
     // A polygon drawn with a tool through the canvas, as a user clicks it: a click on each corner, a double-click

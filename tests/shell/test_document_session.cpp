@@ -7,7 +7,7 @@
 #include "imaging/codec.h"
 #include "shell/app_globals.h"
 #include "shell/document_session.h"
-#include "support/test_support.h"
+#include "support/pictures.h"
 
 namespace {
 
@@ -44,16 +44,11 @@ protected:
         ASSERT_NE(m_app.ComposeHistory(), nullptr);
     }
 
-    std::string Picture(const std::string& name, uint32_t w, uint32_t h, uint8_t red = 90)
+    std::string Picture(const std::string& name, uint32_t w, uint32_t h)
     {
-        COLImage img;
-        img.Create(w, h);
-        for (uint32_t y = 0; y < h; ++y)
-            for (uint32_t x = 0; x < w; ++x)
-                img.PutPixel(x, y, CPixel::Make(red, uint8_t(x * 7), uint8_t(y * 5), 255));
-        const std::string path = m_dir.File(name);
-        EXPECT_EQ(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 1);
-        return path;
+        return vmtest::SavePicture(m_dir.File(name), vmtest::Picture(w, h, [](uint32_t x, uint32_t y) {
+                                       return CPixel::Make(90, x * 7, y * 5, 255);
+                                   }));
     }
 
     int Run(const char* text) { return ExecuteCommand(m_app.CommandContext(), text); }

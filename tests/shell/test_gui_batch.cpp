@@ -5,25 +5,17 @@
 #include <QListWidget>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QTest>
 #include <QTimer>
-#include <QToolButton>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 
 #include "document/layer.h"
 #include "gui_support.h"
-#include "imaging/codec.h"
 #include "matting/batch_key.h"
 #include "matting/refined_key.h"
 #include "shell/batch_dlg.h"
 #include "shell/batch_review.h"
-#include "shell/main_frame.h"
-#include "shell/menu_table.h"
-#include "shell/shell_app.h"
-#include "shell/tool_bar.h"
 
 using namespace vmtest;
 namespace fs = std::filesystem;
@@ -51,53 +43,27 @@ COLImage GreenScreen(int seed)
     return img;
 }
 
-std::vector<uint8_t> FileBytes(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-class BatchInFrame : public ::testing::Test {
+class BatchInFrame : public FrameTest {
 protected:
     void SetUp() override
     {
         fs::create_directories(m_dir.File("shots"));
         for (int i = 0; i < 3; ++i) {
-            COLImage photo = GreenScreen(i);
-            const std::string path =
-                m_dir.File(std::string("shots/photo") + char('a' + i) + (i == 2 ? ".bmp" : ".png"));
-            ASSERT_NE(COLImageCodec().SaveFile(path.c_str(), &photo), 0) << path;
-            m_photos.push_back(path);
+            const std::string name = std::string("shots/photo") + char('a' + i) + (i == 2 ? ".bmp" : ".png");
+            m_photos.push_back(SavePicture(m_dir.File(name), GreenScreen(i)));
         }
         // A file that claims to be a photo and is not one.
         m_broken = m_dir.File("shots/broken.jpg");
         std::ofstream(m_broken, std::ios::binary) << "\xFF\xD8\xFF\xE0 this is not a picture";
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-        m_services.openPaths.push_back(m_photos[0]);
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+        ASSERT_NO_FATAL_FAILURE(Launch());
+        ASSERT_NO_FATAL_FAILURE(Open(m_photos[0]));
         m_bar = m_frame->ToolBar();
         m_before = Bytes(m_app.Document().GetLayer(0)->m_image);
     }
     void TearDown() override { SetBatchDialogHook(nullptr); }
     // The list the tests run: the open photo first, the damaged file in the middle.
     std::vector<std::string> List() const { return {m_photos[0], m_photos[1], m_broken, m_photos[2]}; }
-    void Shot(QWidget* window, const char* name)
-    {
-        const char* dir = std::getenv("VM_SCREENSHOT_DIR");
-        if (!dir) return;
-        QTest::qWait(150);
-        window->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
-    }
 
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
     CToolBar* m_bar = nullptr;
     std::vector<std::string> m_photos;
     std::string m_broken;
@@ -228,9 +194,9 @@ TEST_F(BatchInFrame, UnattendedRunFromTheMenuWritesWhatTheCoreBatchWritesAndSkip
     for (const std::string& photo : m_photos) {
         const std::string mine = batchkey::OutputPath(out, photo, "_cut", false);
         EXPECT_TRUE(fs::exists(mine)) << mine;
-        const std::vector<uint8_t> bytes = FileBytes(mine);
+        const std::vector<uint8_t> bytes = ReadAll(mine);
         EXPECT_GT(bytes.size(), 100u);
-        EXPECT_EQ(bytes, FileBytes(batchkey::OutputPath(core.outputDir, photo, "_cut", false))) << photo;
+        EXPECT_EQ(bytes, ReadAll(batchkey::OutputPath(core.outputDir, photo, "_cut", false))) << photo;
     }
     EXPECT_FALSE(fs::exists(batchkey::OutputPath(out, m_broken, "_cut", false)));
     // The document stays as it was, in compose mode.

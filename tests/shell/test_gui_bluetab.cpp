@@ -23,30 +23,12 @@ using namespace vmtest;
 
 namespace {
 
-std::vector<uint8_t> Copy(const COLChannel& c)
-{
-    if (c.IsNull()) return {};
-    return {c.GetBuffer(), c.GetBuffer() + size_t(c.GetWidth()) * c.GetHeight()};
-}
-
-std::vector<uint8_t> Copy(const COLImage& img)
-{
-    if (img.IsNull()) return {};
-    const auto* p = reinterpret_cast<const uint8_t*>(img.GetBuffer());
-    return {p, p + img.GetPixelCount() * 4};
-}
-
 class BlueTab : public FrameTest {
 protected:
     void SetUp() override { StartFrame(1000, 720); }
 
     // The green-screen photo of the evaluation set, lossless.
-    void OpenGreenScreen()
-    {
-        m_services.openPaths.push_back(DataPath("matting/key_green.png"));
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
-    }
+    void OpenGreenScreen() { Open(DataPath("matting/key_green.png")); }
 
     void EnterChroma()
     {
@@ -61,10 +43,8 @@ protected:
     // A click on the picture at image point (x, y), through the canvas.
     void ClickImage(int x, int y)
     {
-        CImageView* view = m_frame->View();
-        const CViewPoint c = view->ImageToClient(x, y);
-        QTest::mouseMove(view, QPoint(c.x, c.y));
-        QTest::mouseClick(view, Qt::LeftButton, Qt::NoModifier, QPoint(c.x, c.y));
+        QTest::mouseMove(m_frame->View(), Client(x, y));
+        QTest::mouseClick(m_frame->View(), Qt::LeftButton, Qt::NoModifier, Client(x, y));
     }
 
     // The engine called directly on the layer's picture, and the mask the cut-out takes from it.
@@ -77,19 +57,13 @@ protected:
         COLImage source, result;
         source.DuplicateFrom(&m_app.Document().GetLayer(0)->m_image);
         EXPECT_EQ(RunBackdropKey(settings, source, result), kOk);
-        Expected e;
-        e.working = Copy(result);
-        for (size_t i = 0; i < result.GetPixelCount(); ++i) {
-            const unsigned a = result.GetBuffer()[i].alpha;
-            e.mask.push_back(uint8_t(a * a / 255));
-        }
-        return e;
+        return Expected{Bytes(result), SquaredAlpha(result)};
     }
     CPixel Backdrop() { return CBkPickerTool::PickColour(m_app.Document().GetLayer(0)->m_image, 12, 10); }
     void ExpectShows(const Expected& e)
     {
-        EXPECT_EQ(Copy(*Sel().GetWorkingImage()), e.working);
-        EXPECT_EQ(Copy(*Sel().GetResultMask()), e.mask);
+        EXPECT_EQ(Bytes(*Sel().GetWorkingImage()), e.working);
+        EXPECT_EQ(Bytes(*Sel().GetResultMask()), e.mask);
     }
     // Waits until the preview has finished the given number of runs and is idle.
     bool WaitPreview(int finished)
@@ -98,8 +72,6 @@ protected:
                        20000);
     }
 
-    CToolManager& Manager() { return m_frame->ToolBar()->Manager(); }
-    CSelectionDocument& Sel() { return m_frame->ToolBar()->Selection(); }
     CTabBlueMatting& Page() { return *m_frame->BlueTab(); }
     int Steps() { return m_frame->ToolBar()->SelectionLog()->GetCount(); }
 
@@ -178,12 +150,12 @@ TEST_F(BlueTab, SecondClickTakesTheCutOutAwayAndTheResultComesBackAsTheLayersAlp
     OpenGreenScreen();
     EnterChroma();
     ClickImage(12, 10);
-    const std::vector<uint8_t> mask = Copy(*Sel().GetResultMask());
+    const std::vector<uint8_t> mask = Bytes(*Sel().GetResultMask());
     ClickImage(100, 100);
     EXPECT_TRUE(Sel().GetResultMask()->IsNull()) << "a click while a result stands takes it away";
-    EXPECT_EQ(Copy(*Sel().GetWorkingImage()), Copy(m_app.Document().GetLayer(0)->m_image));
+    EXPECT_EQ(Bytes(*Sel().GetWorkingImage()), Bytes(m_app.Document().GetLayer(0)->m_image));
     ClickImage(12, 10);
-    ASSERT_EQ(Copy(*Sel().GetResultMask()), mask);
+    ASSERT_EQ(Bytes(*Sel().GetResultMask()), mask);
 
     // The bring-back: the layer's alpha becomes the result mask.
     selmode::SetBringBackChooser([](QWidget*) { return selmode::EBringBack::kKeep; });
@@ -191,18 +163,14 @@ TEST_F(BlueTab, SecondClickTakesTheCutOutAwayAndTheResultComesBackAsTheLayersAlp
     selmode::SetBringBackChooser(nullptr);
     ASSERT_FALSE(m_frame->IsSelectionMode());
     EXPECT_FALSE(Page().isVisible());
-    EXPECT_EQ(Copy(m_app.Document().GetSelectionMask()), mask);
+    EXPECT_EQ(Bytes(m_app.Document().GetSelectionMask()), mask);
 }
 
 TEST_F(BlueTab, ATransparentLayerIsRefused)
 {
-    COLImage img;
-    ASSERT_EQ(img.Create(40, 30), kOk);
-    for (size_t i = 0; i < img.GetPixelCount(); ++i) img.GetBuffer()[i] = CPixel{10, 200, 10, uint8_t(i ? 255 : 254)};
-    const std::string path = m_dir.File("alpha.png");
-    ASSERT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 0);
-    m_services.openPaths.push_back(path);
-    m_frame->OnCommand(cmd::kOpen);
+    COLImage img = Solid(40, 30, CPixel{10, 200, 10, 255});
+    img.GetBuffer()[0].alpha = 254;
+    OpenPicture(img, "alpha.png");
     m_frame->OnCommand(cmd::kChromaKey);
     EXPECT_FALSE(m_frame->IsSelectionMode());
     ASSERT_FALSE(m_services.messages.empty());

@@ -27,67 +27,18 @@ using namespace vmtest;
 
 namespace {
 
-// A copy of a plane or picture, for the engine run of the test and for "nothing changed" checks.
-std::vector<uint8_t> Copy(const COLChannel& c)
-{
-    if (c.IsNull()) return {};
-    return {c.GetBuffer(), c.GetBuffer() + size_t(c.GetWidth()) * c.GetHeight()};
-}
-
-std::vector<uint8_t> Copy(const COLImage& img)
-{
-    if (img.IsNull()) return {};
-    const auto* p = reinterpret_cast<const uint8_t*>(img.GetBuffer());
-    return {p, p + img.GetPixelCount() * 4};
-}
-
 class ContourCutOut : public FrameTest {
 protected:
     void SetUp() override { StartFrame(900, 700); }
 
-    // A dark disc with a soft rim on a light, slightly graded background: the band has real mixed pixels.
-    void OpenSynthetic(uint32_t w, uint32_t h)
-    {
-        COLImage img;
-        img.Create(w, h);
-        const double cx = w / 2.0, cy = h / 2.0, r = std::min(w, h) * 0.3;
-        for (uint32_t y = 0; y < h; ++y)
-            for (uint32_t x = 0; x < w; ++x) {
-                const double d = std::hypot(x - cx, y - cy);
-                const double a = std::clamp((r + 4 - d) / 8, 0.0, 1.0);
-                const auto mix = [&](double fg, double bg) { return uint8_t(fg * a + bg * (1 - a)); };
-                img.PutPixel(x, y, CPixel::Make(mix(40, 200 + x % 40), mix(60, 220), mix(150, 180 + y % 50), 255));
-            }
-        OpenFile(img, "disc.png");
-    }
-
-    void OpenFile(const COLImage& img, const char* name)
-    {
-        const std::string path = m_dir.File(name);
-        ASSERT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 0);
-        m_services.openPaths.push_back(path);
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
-    }
-
-    CToolBar& Bar() { return *m_frame->ToolBar(); }
-    CToolManager& Manager() { return Bar().Manager(); }
-    CSelectionDocument& Sel() { return Bar().Selection(); }
+    void OpenSynthetic(uint32_t w, uint32_t h) { OpenPicture(DiscPicture(w, h), "disc.png"); }
     bool Enabled(int id) { return m_frame->IsCommandAvailable(id); }
-
-    void EnterSelectionMode()
-    {
-        auto* createSel = m_frame->findChild<QToolButton*>(QStringLiteral("createsel"));
-        ASSERT_NE(createSel, nullptr);
-        QTest::mouseClick(createSel, Qt::LeftButton);
-        ASSERT_TRUE(m_frame->IsSelectionMode());
-    }
 
     // Both contours around and inside the disc of OpenSynthetic(200, 160).
     void DrawContours()
     {
-        Polygon(Manager().GetOutPolygonTool(), {{40, 10}, {160, 10}, {170, 150}, {30, 150}});
-        Polygon(Manager().GetInPolygonTool(), {{85, 65}, {115, 65}, {115, 95}, {85, 95}});
+        DrawOuter();
+        DrawInner();
         ASSERT_FALSE(Sel().GetOuterPlane()->IsAllZero());
         ASSERT_FALSE(Sel().GetInnerPlane()->IsAllZero());
     }
@@ -95,7 +46,6 @@ protected:
     struct Expected {
         std::vector<uint8_t> mask, working;
     };
-
     // The classic engine run directly on copies of the document's planes; the mask is the squared alpha.
     Expected Classic()
     {
@@ -112,7 +62,7 @@ protected:
         params.innerPlane = &inner;
         params.outerPlane = &outer;
         EXPECT_EQ(engine.Process(&params), kOk);
-        return Finish(result);
+        return Expected{SquaredAlpha(result), Bytes(result)};
     }
 
     Expected Refined()
@@ -130,20 +80,8 @@ protected:
         RefinedMatteParams params;
         params.trimap = &trimap;
         EXPECT_EQ(engine.Process(&params), kOk);
-        return Finish(result);
+        return Expected{SquaredAlpha(result), Bytes(result)};
     }
-
-    static Expected Finish(const COLImage& result)
-    {
-        Expected e;
-        e.working = Copy(result);
-        for (size_t i = 0; i < result.GetPixelCount(); ++i) {
-            const unsigned a = result.GetBuffer()[i].alpha;
-            e.mask.push_back(uint8_t(a * a / 255));
-        }
-        return e;
-    }
-
 };
 
 } // namespace
@@ -164,8 +102,8 @@ TEST_F(ContourCutOut, TheMenuItemBuildsTheEnginesResultAndUndoTakesItAway)
     EXPECT_TRUE(Enabled(cmd::kBuildSelection));
     EXPECT_TRUE(button->isEnabled()); // followed the drawing without a menu being opened
     const Expected expected = Classic();
-    const std::vector<uint8_t> outerBefore = Copy(*Sel().GetOuterPlane());
-    const std::vector<uint8_t> workingBefore = Copy(*Sel().GetWorkingImage());
+    const std::vector<uint8_t> outerBefore = Bytes(*Sel().GetOuterPlane());
+    const std::vector<uint8_t> workingBefore = Bytes(*Sel().GetWorkingImage());
     const int stepsBefore = Bar().SelectionLog()->GetCount();
 
     QAction* item = m_frame->Action(cmd::kBuildSelection);
@@ -173,10 +111,10 @@ TEST_F(ContourCutOut, TheMenuItemBuildsTheEnginesResultAndUndoTakesItAway)
     EXPECT_TRUE(item->text().startsWith(QStringLiteral("Create the cut-out")));
     item->trigger(); // the wait dialog is modal: the run is over when this returns
 
-    EXPECT_EQ(Copy(*Sel().GetResultMask()), expected.mask);
-    EXPECT_EQ(Copy(*Sel().GetWorkingImage()), expected.working);
+    EXPECT_EQ(Bytes(*Sel().GetResultMask()), expected.mask);
+    EXPECT_EQ(Bytes(*Sel().GetWorkingImage()), expected.working);
     // The document's outer contour is left as drawn (the engine's inversion happens on a copy).
-    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outerBefore);
+    EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), outerBefore);
     ASSERT_EQ(Bar().SelectionLog()->GetCount(), stepsBefore + 1);
     const CHistoryRecord* step = Bar().SelectionLog()->GetRecord(stepsBefore);
     ASSERT_NE(step, nullptr);
@@ -193,8 +131,8 @@ TEST_F(ContourCutOut, TheMenuItemBuildsTheEnginesResultAndUndoTakesItAway)
 
     m_frame->OnCommand(cmd::kUndo);
     EXPECT_TRUE(Sel().GetResultMask()->IsNull());
-    EXPECT_EQ(Copy(*Sel().GetWorkingImage()), workingBefore);
-    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outerBefore);
+    EXPECT_EQ(Bytes(*Sel().GetWorkingImage()), workingBefore);
+    EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), outerBefore);
     EXPECT_TRUE(Enabled(cmd::kBuildSelection));
     EXPECT_TRUE(button->isEnabled());
     EXPECT_TRUE(Manager().GetOutPolygonTool().IsEnabled());
@@ -217,8 +155,8 @@ TEST_F(ContourCutOut, TheRefinedChoiceGivesTheRefinedEnginesBytesAndIsRemembered
     ASSERT_NE(expected.mask, classic.mask); // otherwise the check below would not tell the solvers apart
 
     QTest::mouseClick(m_frame->BuildSelectionButton(), Qt::LeftButton);
-    EXPECT_EQ(Copy(*Sel().GetResultMask()), expected.mask);
-    EXPECT_EQ(Copy(*Sel().GetWorkingImage()), expected.working);
+    EXPECT_EQ(Bytes(*Sel().GetResultMask()), expected.mask);
+    EXPECT_EQ(Bytes(*Sel().GetWorkingImage()), expected.working);
 }
 
 TEST_F(ContourCutOut, AFailedOrCancelledRunChangesNothing)
@@ -226,8 +164,8 @@ TEST_F(ContourCutOut, AFailedOrCancelledRunChangesNothing)
     OpenSynthetic(200, 160);
     EnterSelectionMode();
     DrawContours();
-    const std::vector<uint8_t> working = Copy(*Sel().GetWorkingImage());
-    const std::vector<uint8_t> outer = Copy(*Sel().GetOuterPlane());
+    const std::vector<uint8_t> working = Bytes(*Sel().GetWorkingImage());
+    const std::vector<uint8_t> outer = Bytes(*Sel().GetOuterPlane());
     const int steps = Bar().SelectionLog()->GetCount();
 
     // Esc in the wait dialog: the run's result is dropped, and nothing is said.
@@ -244,8 +182,8 @@ TEST_F(ContourCutOut, AFailedOrCancelledRunChangesNothing)
     escape.stop();
     ASSERT_TRUE(pressed);
     EXPECT_TRUE(Sel().GetResultMask()->IsNull());
-    EXPECT_EQ(Copy(*Sel().GetWorkingImage()), working);
-    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outer);
+    EXPECT_EQ(Bytes(*Sel().GetWorkingImage()), working);
+    EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), outer);
     EXPECT_EQ(Bar().SelectionLog()->GetCount(), steps);
     EXPECT_TRUE(m_services.messages.empty());
     EXPECT_TRUE(Enabled(cmd::kBuildSelection));
@@ -259,52 +197,21 @@ TEST_F(ContourCutOut, AnEmptyBandSaysSoAndKeepsTheContours)
     Polygon(Manager().GetOutPolygonTool(), {{80, 60}, {120, 60}, {120, 100}, {80, 100}});
     Polygon(Manager().GetInPolygonTool(), {{60, 40}, {140, 40}, {140, 120}, {60, 120}});
     ASSERT_TRUE(Enabled(cmd::kBuildSelection));
-    const std::vector<uint8_t> working = Copy(*Sel().GetWorkingImage());
-    const std::vector<uint8_t> inner = Copy(*Sel().GetInnerPlane());
+    const std::vector<uint8_t> working = Bytes(*Sel().GetWorkingImage());
+    const std::vector<uint8_t> inner = Bytes(*Sel().GetInnerPlane());
     const int steps = Bar().SelectionLog()->GetCount();
     m_frame->OnCommand(cmd::kBuildSelection);
     ASSERT_EQ(m_services.messages.size(), 1u);
     EXPECT_EQ(m_services.messages.back(), GetString("buildselfail"));
     EXPECT_TRUE(Sel().GetResultMask()->IsNull());
-    EXPECT_EQ(Copy(*Sel().GetWorkingImage()), working);
-    EXPECT_EQ(Copy(*Sel().GetInnerPlane()), inner);
+    EXPECT_EQ(Bytes(*Sel().GetWorkingImage()), working);
+    EXPECT_EQ(Bytes(*Sel().GetInnerPlane()), inner);
     EXPECT_EQ(Bar().SelectionLog()->GetCount(), steps);
 }
 
 TEST_F(ContourCutOut, CtrlBBuildsAndTheScreenshotShowsTheCutOutOverTheCheckerboard)
 {
-    COLImage photo;
-    ASSERT_NE(COLImageCodec().LoadFile(AssetPath("samples/coffee.png").c_str(), &photo), 0);
-    ASSERT_EQ(photo.GetWidth(), 600u);
-    OpenFile(photo, "coffee.png");
-    EnterSelectionMode();
-    // The cup on its saucer: the outer contour just outside, the inner one well inside.
-    Polygon(Manager().GetOutPolygonTool(), {{170, 4},
-                                            {300, 2},
-                                            {425, 45},
-                                            {450, 100},
-                                            {495, 200},
-                                            {495, 280},
-                                            {440, 370},
-                                            {300, 399},
-                                            {150, 385},
-                                            {70, 320},
-                                            {55, 220},
-                                            {75, 130},
-                                            {160, 55}});
-    Polygon(Manager().GetInPolygonTool(), {{195, 40},
-                                           {300, 30},
-                                           {395, 55},
-                                           {400, 110},
-                                           {445, 175},
-                                           {455, 270},
-                                           {390, 345},
-                                           {300, 375},
-                                           {190, 355},
-                                           {110, 290},
-                                           {95, 210},
-                                           {130, 140},
-                                           {180, 100}});
+    OutlineTheCup();
     ASSERT_TRUE(m_frame->HandleShortcut('B', true, false));
     ASSERT_FALSE(Sel().GetResultMask()->IsNull());
     EXPECT_EQ(Sel().GetDisplayMode(), kShowChecker);

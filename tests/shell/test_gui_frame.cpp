@@ -29,34 +29,15 @@ using namespace vmtest;
 
 namespace {
 
-class Frame : public ::testing::Test {
+class Frame : public FrameTest {
 protected:
-    void SetUp() override
-    {
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-    }
+    void SetUp() override { Launch("zh"); }
 
     std::string Picture(const std::string& name, uint32_t w, uint32_t h)
     {
-        COLImage img;
-        img.Create(w, h);
-        for (uint32_t y = 0; y < h; ++y)
-            for (uint32_t x = 0; x < w; ++x)
-                img.PutPixel(x, y, CPixel::Make(uint8_t(x * 3), uint8_t(y * 5), 90, 255));
-        const std::string path = m_dir.File(name);
-        COLImageCodec codec;
-        EXPECT_NE(codec.SaveFileWithAlpha(path.c_str(), &img), 0);
-        return path;
-    }
-
-    void Open(const std::string& path)
-    {
-        m_services.openPaths.push_back(path);
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1) << path;
+        return SavePicture(m_dir.File(name), vmtest::Picture(w, h, [](uint32_t x, uint32_t y) {
+                               return CPixel::Make(x * 3, y * 5, 90, 255);
+                           }));
     }
 
     // Sends a key to the canvas as the user would type it.
@@ -79,12 +60,6 @@ protected:
             return ::testing::AssertionFailure() << "the table's filter is not there as written: " << filter;
         return ::testing::AssertionSuccess();
     }
-
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
 };
 
 } // namespace
@@ -229,17 +204,6 @@ TEST_F(Frame, OpenToNewLayerAndACancelledDialogSaysNothing)
     m_frame->OnCommand(cmd::kOpenLayer);
     EXPECT_EQ(m_services.messages, std::vector<std::string>{"不能打开文件"});
     EXPECT_EQ(Doc().GetLayerCount(), 2);
-}
-
-TEST_F(Frame, UnreadableFileLeavesTheOpenDocument)
-{
-    Open(Picture("p.png", 40, 30));
-    vmtest::WriteAll(m_dir.File("bad.png"), {0x89, 'P', 'N', 'G', 13, 10, 26, 10, 0, 0});
-    m_services.openPaths.push_back(m_dir.File("bad.png"));
-    m_frame->OnCommand(cmd::kOpen);
-    EXPECT_EQ(m_services.messages, std::vector<std::string>{"不能打开文件"});
-    ASSERT_EQ(Doc().GetLayerCount(), 1);
-    EXPECT_EQ(Doc().GetWidth(), 40);
 }
 
 TEST_F(Frame, ProjectSavesAndOpensAgainWithItsLayersAndHistory)
@@ -400,22 +364,18 @@ TEST_F(Frame, LayersAreRenamedReorderedAndBlendedThroughTheHistory)
     EXPECT_EQ(Doc().GetLayer(2)->m_opacity, 255);
 }
 
-TEST(FrameEnglish, NewLayersAreNamedInEnglish)
+using FrameEnglish = FrameTest;
+
+TEST_F(FrameEnglish, NewLayersAreNamedInEnglish)
 {
-    TempDir dir;
-    CFakeServices services;
-    CAppGlobals app;
-    CShellApp shell(app, &services);
-    shell.Start("", TestOptions(dir, "en"), 0);
-    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
-    CMainFrame* frame = shell.Frame();
-    ASSERT_TRUE(frame->Session().NewPicture(40, 30));
-    frame->AfterOpen();
-    frame->OnCommand(cmd::kNewLayer);
-    ASSERT_EQ(app.Document().GetLayerCount(), 2);
-    EXPECT_EQ(std::string(app.Document().GetLayer(0)->m_name), "Background");
-    EXPECT_EQ(std::string(app.Document().GetLayer(1)->m_name), "Layer 1");
-    EXPECT_EQ(app.Document().GetCurrentIndex(), 1); // the new layer is the current one
+    ASSERT_NO_FATAL_FAILURE(Launch());
+    ASSERT_TRUE(m_frame->Session().NewPicture(40, 30));
+    m_frame->AfterOpen();
+    m_frame->OnCommand(cmd::kNewLayer);
+    ASSERT_EQ(m_app.Document().GetLayerCount(), 2);
+    EXPECT_EQ(std::string(m_app.Document().GetLayer(0)->m_name), "Background");
+    EXPECT_EQ(std::string(m_app.Document().GetLayer(1)->m_name), "Layer 1");
+    EXPECT_EQ(m_app.Document().GetCurrentIndex(), 1); // the new layer is the current one
 }
 
 TEST_F(Frame, MenusFollowTheDocument)

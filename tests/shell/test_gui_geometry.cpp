@@ -1,87 +1,29 @@
 #include <QCheckBox>
 #include <QComboBox>
-#include <QDialog>
-#include <QTest>
-#include <QTimer>
-#include <cstdlib>
 #include <gtest/gtest.h>
 
 #include "document/layer.h"
 #include "gui_support.h"
-#include "imaging/codec.h"
 #include "matting/warp.h"
 #include "matting/warp_fit.h"
 #include "shell/crop_panel.h"
-#include "shell/image_view.h"
-#include "shell/main_frame.h"
-#include "shell/menu_table.h"
-#include "shell/shell_app.h"
-#include "shell/tool_bar.h"
 
 using namespace vmtest;
 
 namespace {
 
-class GeometryInFrame : public ::testing::Test {
+class GeometryInFrame : public FrameTest {
 protected:
-    void Open(const std::string& path)
-    {
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-        m_services.openPaths.push_back(path);
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
-        m_bar = m_frame->ToolBar();
-        ASSERT_NE(m_bar, nullptr);
-    }
-    void PressButton(CToolBase* tool)
-    {
-        const auto& shown = m_bar->Manager().GetShownTools();
-        for (size_t i = 0; i < shown.size(); ++i)
-            if (shown[i] == tool) {
-                const CRect cell = m_bar->Manager().GetButtonRect(int(i));
-                QTest::mouseClick(m_bar, Qt::LeftButton, Qt::NoModifier, QPoint(cell.left + 5, cell.top - 71 + 5));
-                return;
-            }
-        ADD_FAILURE() << "the tool has no button in this list";
-    }
-    QPoint Client(int x, int y)
-    {
-        const CViewPoint c = m_frame->View()->ImageToClient(x, y);
-        return QPoint(c.x, c.y);
-    }
-    // A drag through the canvas's own events, between image points.
+    void SetUp() override { Launch(); }
+    // A drag in four steps between image points.
     void DragThrough(int x0, int y0, int x1, int y1)
     {
-        CImageView* view = m_frame->View();
-        QTest::mouseMove(view, Client(x0, y0));
-        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, Client(x0, y0));
-        for (int k = 1; k <= 4; ++k) {
-            const QPoint at = Client(x0 + (x1 - x0) * k / 4, y0 + (y1 - y0) * k / 4);
-            QMouseEvent move(QEvent::MouseMove, at, view->mapToGlobal(at), Qt::NoButton, Qt::LeftButton,
-                             Qt::NoModifier);
-            QApplication::sendEvent(view, &move);
-        }
-        QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, Client(x1, y1));
+        std::vector<CViewPoint> points{{x0, y0}};
+        for (int k = 1; k <= 4; ++k)
+            points.push_back({x0 + (x1 - x0) * k / 4, y0 + (y1 - y0) * k / 4});
+        Drag(points);
     }
-
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
-    CToolBar* m_bar = nullptr;
 };
-
-void Shot(QWidget* window, const char* name)
-{
-    const char* dir = std::getenv("VM_SCREENSHOT_DIR");
-    if (!dir) return;
-    QTest::qWait(150);
-    window->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
-}
 
 } // namespace
 
@@ -113,11 +55,11 @@ TEST_F(GeometryInFrame, TransformFromTheToolBarAppliesWithADoubleClick)
     COLImage source;
     source.DuplicateFrom(&layer->m_image);
 
-    CToolManager& manager = m_bar->Manager();
+    CToolManager& manager = Manager();
     PressButton(&manager.GetTransformTool());
     ASSERT_EQ(manager.GetCurrentTool(), &manager.GetTransformTool());
     // The panel of the frame tools shows the transform's settings: the layer's own ratio, no free shape.
-    CCropOptionsPanel* panel = m_bar->CropPanel();
+    CCropOptionsPanel* panel = Bar().CropPanel();
     ASSERT_TRUE(panel->isVisible());
     EXPECT_EQ(panel->RatioList()->currentIndex(), int(CPropCrop::kRatioOriginal));
     // The narrow bar still shows the whole name of every ratio in the closed list.
@@ -144,7 +86,7 @@ TEST_F(GeometryInFrame, TransformFromTheToolBarAppliesWithADoubleClick)
     DragThrough(s.corners[2].x + 10, s.centre.y, s.corners[2].x + 10, s.centre.y + r);
     EXPECT_GT(s.angle, 0.05);
     QTest::mouseMove(m_frame->View(), Client(s.centre.x, s.centre.y));
-    Shot(m_frame, "transform.png");
+    Shot(m_frame, "transform.png", 150);
 
     WarpCorner c[4];
     for (int i = 0; i < 4; ++i) c[i] = {s.corners[i].x, s.corners[i].y};

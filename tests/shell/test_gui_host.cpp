@@ -47,7 +47,7 @@ void WriteHostFile(const std::string& path, uint32_t bytesPerPixel)
     WriteAll(path, bytes);
 }
 
-class HostStart : public ::testing::Test {
+class HostStart : public FrameTest {
 protected:
     // Starts the editor as a host's plug-in does, on a file of the given form, and shows the window.
     void StartFor(const std::string& path, char digit, uint32_t bytesPerPixel)
@@ -65,57 +65,28 @@ protected:
         ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
     }
 
-    CToolBar& Bar() { return *m_frame->ToolBar(); }
-    CToolManager& Manager() { return Bar().Manager(); }
-    CSelectionDocument& Selection() { return Bar().Selection(); }
-
     // A cut-out drawn with the polygon tool through the canvas, as a user clicks it.
     void CutOut()
     {
-        Manager().SetCurrentTool(&Manager().GetModifyPolygonTool());
-        CImageView* view = m_frame->View();
-        const std::vector<CViewPoint> corners = {{30, 20}, {120, 25}, {110, 95}, {35, 90}};
-        auto client = [&](const CViewPoint& p) {
-            const CViewPoint c = view->ImageToClient(p.x, p.y);
-            return QPoint(c.x, c.y);
-        };
-        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(corners[0]));
-        for (const CViewPoint& p : corners) {
-            QTest::mouseMove(view, client(p));
-            QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(p));
-        }
-        QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(corners.back()));
-        ASSERT_TRUE(hostret::HasResult(Selection()));
+        Polygon(Manager().GetModifyPolygonTool(), {{30, 20}, {120, 25}, {110, 95}, {35, 90}});
+        ASSERT_TRUE(hostret::HasResult(Sel()));
     }
 
     // What WriteHostResult itself writes for the current work in a mode, read back.
     std::vector<uint8_t> DirectResult(int mode)
     {
         const std::string path = m_dir.File("direct");
-        EXPECT_TRUE(WriteHostResult(path, mode, *Selection().GetWorkingImage(), *Selection().GetResultMask()));
+        EXPECT_TRUE(WriteHostResult(path, mode, *Sel().GetWorkingImage(), *Sel().GetResultMask()));
         return ReadAll(HostResultPath(path, mode));
     }
 
     int Exits() const { return int(m_exits->count()); }
 
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
     std::unique_ptr<QSignalSpy> m_exits;
-    CMainFrame* m_frame = nullptr;
     std::string m_path;
 };
 
 } // namespace
-
-TEST(HostMethod, DigitsChooseChromaOrContoursAndOthersNone)
-{
-    EXPECT_EQ(hostret::MethodForDigit(0), kMethodChroma);
-    EXPECT_EQ(hostret::MethodForDigit(1), kMethodInOut);
-    EXPECT_EQ(hostret::MethodForDigit(2), 0);
-    EXPECT_EQ(hostret::MethodForDigit(-'0'), 0); // "-i" with nothing after it
-}
 
 TEST_F(HostStart, FourBytesAPixelGetTheRawCutOutBackAfterTheQuestion)
 {
@@ -145,7 +116,7 @@ TEST_F(HostStart, FourBytesAPixelGetTheRawCutOutBackAfterTheQuestion)
     // The form the host reads: the size, then blue, green, red and the mask as alpha, row by row.
     ASSERT_EQ(sent.size(), 8 + size_t(kW) * kH * 4);
     EXPECT_EQ(std::vector<uint8_t>(sent.begin(), sent.begin() + 8), (std::vector<uint8_t>{160, 0, 0, 0, 120, 0, 0, 0}));
-    const COLChannel& mask = *Selection().GetResultMask();
+    const COLChannel& mask = *Sel().GetResultMask();
     for (uint32_t y = 0; y < kH; y += 7)
         for (uint32_t x = 0; x < kW; x += 5) {
             const uint8_t* p = sent.data() + 8 + (size_t(y) * kW + x) * 4;
@@ -204,8 +175,8 @@ TEST_F(HostStart, AFailedWriteSaysSoAndLosesNothing)
     std::filesystem::create_directories(m_dir.File("exchange"));
     StartFor(m_dir.File("exchange/host.raw"), '1', 4);
     ASSERT_NO_FATAL_FAILURE(CutOut());
-    const COLChannel& mask = *Selection().GetResultMask();
-    const std::vector<uint8_t> before(mask.GetBuffer(), mask.GetBuffer() + size_t(kW) * kH);
+    const COLChannel& mask = *Sel().GetResultMask();
+    const std::vector<uint8_t> before = Bytes(mask);
     // The host's folder went away meanwhile.
     std::filesystem::remove_all(m_dir.File("exchange"));
     m_services.answers.push_back(EMsgResult::kYes);
@@ -213,8 +184,8 @@ TEST_F(HostStart, AFailedWriteSaysSoAndLosesNothing)
     EXPECT_EQ(m_services.messages, (std::vector<std::string>{GetString("pluginask"), GetString("saveerr")}));
     EXPECT_EQ(Exits(), 0);
     EXPECT_TRUE(m_frame->IsSelectionMode());
-    ASSERT_FALSE(Selection().GetResultMask()->IsNull());
-    EXPECT_EQ(std::vector<uint8_t>(mask.GetBuffer(), mask.GetBuffer() + size_t(kW) * kH), before);
+    ASSERT_FALSE(Sel().GetResultMask()->IsNull());
+    EXPECT_EQ(Bytes(mask), before);
     // Once the folder is back, the same answer sends it.
     std::filesystem::create_directories(m_dir.File("exchange"));
     m_services.answers.push_back(EMsgResult::kYes);

@@ -40,13 +40,6 @@ protected:
     void SetUp() override { StartFrame(1000, 720); }
     void TearDown() override { selmode::SetBringBackChooser(nullptr); }
 
-    void Open(const std::string& path)
-    {
-        m_services.openPaths.push_back(path);
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
-    }
-
     // A second layer, smaller than the picture and placed inside it, so scaling and canvas moves show on it too.
     void AddUpperLayer()
     {
@@ -129,14 +122,6 @@ protected:
     }
 
     static void PressOk(QDialog& d) { d.findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Ok)->click(); }
-
-    void Shot(QWidget* widget, const char* name)
-    {
-        const char* dir = std::getenv("VM_SCREENSHOT_DIR");
-        if (!dir) return;
-        QTest::qWait(300);
-        widget->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
-    }
 
     bool m_answered = false;
 };
@@ -408,14 +393,8 @@ TEST_F(ImageMenuInFrame, LensBlurOkGivesTheEnginesBytesAndCancelChangesNothing)
 TEST_F(ImageMenuInFrame, EscapeStopsTheFinalRunAndTheDialogStays)
 {
     // A large noisy picture, so that the run is still going when Esc comes.
-    COLImage big;
-    ASSERT_EQ(big.Create(2400, 1800), kOk);
-    FillNoise(big, 2400, 1800, 9);
-    for (size_t i = 0; i < big.GetPixelCount(); ++i)
-        big.GetBuffer()[i].alpha = 255;
-    const std::string path = m_dir.File("big.png");
-    ASSERT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &big), 0);
-    Open(path);
+    const COLImage big = OpaqueNoise(2400, 1800, 9);
+    OpenPicture(big, "big.png");
     const int steps = m_app.ComposeHistory()->GetCount();
     bool stillOpen = false, sawWait = false;
     WhenShown("lensblur", [&](QDialog& d) {
@@ -528,31 +507,14 @@ TEST_F(ImageMenuInFrame, AstronautOnABlurredStudio)
     Open(AssetPath("samples/astronaut.png"));
     COLImage original;
     original.DuplicateFrom(&m_app.Document().GetLayer(0)->m_image);
-    auto* createSel = m_frame->findChild<QToolButton*>(QStringLiteral("createsel"));
-    ASSERT_NE(createSel, nullptr);
-    QTest::mouseClick(createSel, Qt::LeftButton);
-    ASSERT_TRUE(m_frame->IsSelectionMode());
-    CToolManager& manager = m_frame->ToolBar()->Manager();
-    auto polygon = [&](CToolBase& tool, const std::vector<CViewPoint>& corners) {
-        manager.SetCurrentTool(&tool);
-        CImageView* view = m_frame->View();
-        auto client = [&](const CViewPoint& p) {
-            const CViewPoint c = view->ImageToClient(p.x, p.y);
-            return QPoint(c.x, c.y);
-        };
-        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(corners[0]));
-        for (const CViewPoint& p : corners) {
-            QTest::mouseMove(view, client(p));
-            QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(p));
-        }
-        QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(corners.back()));
-    };
+    EnterSelectionMode();
+    CToolManager& manager = Manager();
     // Just outside her hair, shoulders and the helmet in front, and well inside them.
-    polygon(manager.GetOutPolygonTool(),
+    Polygon(manager.GetOutPolygonTool(),
             {{228, 4},   {298, 18},  {318, 72},  {314, 140}, {332, 200}, {358, 258}, {372, 330},
              {420, 330}, {480, 350}, {511, 380}, {511, 511}, {2, 511},   {4, 380},   {14, 300},
              {60, 250},  {108, 200}, {132, 150}, {140, 100}, {150, 40},  {185, 10}});
-    polygon(manager.GetInPolygonTool(), {{225, 45},
+    Polygon(manager.GetInPolygonTool(), {{225, 45},
                                          {268, 55},
                                          {280, 110},
                                          {272, 160},

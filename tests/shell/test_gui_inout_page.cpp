@@ -31,12 +31,6 @@ using namespace vmtest;
 
 namespace {
 
-std::vector<uint8_t> Copy(const COLChannel& c)
-{
-    if (c.IsNull()) return {};
-    return {c.GetBuffer(), c.GetBuffer() + size_t(c.GetWidth()) * c.GetHeight()};
-}
-
 bool Empty(const COLChannel& c)
 {
     return c.IsNull() || c.IsAllZero();
@@ -46,47 +40,10 @@ class InoutPage : public FrameTest {
 protected:
     void SetUp() override { StartFrame(1000, 720); }
 
-    // A dark disc with a soft rim on a light, graded background: the segmentation finds a real edge.
-    void OpenSynthetic(uint32_t w, uint32_t h)
-    {
-        COLImage img;
-        img.Create(w, h);
-        const double cx = w / 2.0, cy = h / 2.0, r = std::min(w, h) * 0.3;
-        for (uint32_t y = 0; y < h; ++y)
-            for (uint32_t x = 0; x < w; ++x) {
-                const double d = std::hypot(x - cx, y - cy);
-                const double a = std::clamp((r + 4 - d) / 8, 0.0, 1.0);
-                const auto mix = [&](double fg, double bg) { return uint8_t(fg * a + bg * (1 - a)); };
-                img.PutPixel(x, y, CPixel::Make(mix(40, 200 + x % 40), mix(60, 220), mix(150, 180 + y % 50), 255));
-            }
-        OpenFile(img, "disc.png");
-    }
-
-    void OpenFile(const COLImage& img, const char* name)
-    {
-        const std::string path = m_dir.File(name);
-        ASSERT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 0);
-        m_services.openPaths.push_back(path);
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
-    }
-
-    CToolBar& Bar() { return *m_frame->ToolBar(); }
-    CToolManager& Manager() { return Bar().Manager(); }
-    CSelectionDocument& Sel() { return Bar().Selection(); }
+    void OpenSynthetic(uint32_t w, uint32_t h) { OpenPicture(DiscPicture(w, h), "disc.png"); }
     CTabInout& Page() { return *m_frame->InoutPage(); }
     CSelectionHistory& Log() { return *Bar().SelectionLog(); }
 
-    void EnterSelectionMode()
-    {
-        auto* createSel = m_frame->findChild<QToolButton*>(QStringLiteral("createsel"));
-        ASSERT_NE(createSel, nullptr);
-        QTest::mouseClick(createSel, Qt::LeftButton);
-        ASSERT_TRUE(m_frame->IsSelectionMode());
-    }
-
-    void DrawOuter() { Polygon(Manager().GetOutPolygonTool(), {{40, 10}, {160, 10}, {170, 150}, {30, 150}}); }
-    void DrawInner() { Polygon(Manager().GetInPolygonTool(), {{85, 65}, {115, 65}, {115, 95}, {85, 95}}); }
 
     // Pixels of the canvas in one exact colour: the ants of a contour use colours no pixel of the picture has.
     int CountOnCanvas(QRgb colour)
@@ -99,7 +56,6 @@ protected:
                 n += (shot.pixel(x, y) & 0xFFFFFF) == (colour & 0xFFFFFF);
         return n;
     }
-
 };
 
 } // namespace
@@ -118,8 +74,8 @@ TEST_F(InoutPage, TheButtonGivesTheCoreOptimisersPlanesAsOneStepThatUndoTakesBac
     Page().SyncControls();
     ASSERT_TRUE(Page().OptimiseButton()->isEnabled());
 
-    const std::vector<uint8_t> innerDrawn = Copy(*Sel().GetInnerPlane());
-    const std::vector<uint8_t> outerDrawn = Copy(*Sel().GetOuterPlane());
+    const std::vector<uint8_t> innerDrawn = Bytes(*Sel().GetInnerPlane());
+    const std::vector<uint8_t> outerDrawn = Bytes(*Sel().GetOuterPlane());
     COLImage source;
     COLChannel inner, outer;
     ASSERT_TRUE(source.DuplicateFrom(Sel().GetWorkingImage()));
@@ -128,14 +84,14 @@ TEST_F(InoutPage, TheButtonGivesTheCoreOptimisersPlanesAsOneStepThatUndoTakesBac
     const int32_t detail = CTabInout::kDetail;
     ASSERT_EQ(OptimiseContoursNow(&source, &inner, &outer, &detail), kOk);
     // Both planes move, or the comparisons below could not tell a snap from no run at all.
-    ASSERT_NE(Copy(inner), innerDrawn);
-    ASSERT_NE(Copy(outer), outerDrawn);
+    ASSERT_NE(Bytes(inner), innerDrawn);
+    ASSERT_NE(Bytes(outer), outerDrawn);
     const int steps = Log().GetCount();
 
     QTest::mouseClick(Page().OptimiseButton(), Qt::LeftButton); // the wait dialog is modal: done on return
 
-    EXPECT_EQ(Copy(*Sel().GetInnerPlane()), Copy(inner));
-    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), Copy(outer));
+    EXPECT_EQ(Bytes(*Sel().GetInnerPlane()), Bytes(inner));
+    EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), Bytes(outer));
     ASSERT_EQ(Log().GetCount(), steps + 1);
     const CHistoryRecord* step = Log().GetRecord(steps);
     EXPECT_EQ(step->kind, 5);
@@ -146,11 +102,11 @@ TEST_F(InoutPage, TheButtonGivesTheCoreOptimisersPlanesAsOneStepThatUndoTakesBac
     EXPECT_TRUE(m_frame->IsCommandAvailable(cmd::kBuildSelection));
 
     m_frame->OnCommand(cmd::kUndo);
-    EXPECT_EQ(Copy(*Sel().GetInnerPlane()), innerDrawn);
-    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outerDrawn);
+    EXPECT_EQ(Bytes(*Sel().GetInnerPlane()), innerDrawn);
+    EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), outerDrawn);
     m_frame->OnCommand(cmd::kRedo);
-    EXPECT_EQ(Copy(*Sel().GetInnerPlane()), Copy(inner));
-    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), Copy(outer));
+    EXPECT_EQ(Bytes(*Sel().GetInnerPlane()), Bytes(inner));
+    EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), Bytes(outer));
 
     // Once a result exists the contours are done with: the page's controls rest.
     m_frame->OnCommand(cmd::kBuildSelection);
@@ -169,13 +125,13 @@ TEST_F(InoutPage, AnEmptyContourIsRefusedAndChangesNothing)
     EXPECT_FALSE(Page().OptimiseButton()->isEnabled());
     EXPECT_TRUE(Page().ShowOuterBox()->isEnabled());
     EXPECT_FALSE(Page().ShowInnerBox()->isEnabled());
-    const std::vector<uint8_t> outer = Copy(*Sel().GetOuterPlane());
+    const std::vector<uint8_t> outer = Bytes(*Sel().GetOuterPlane());
     const int steps = Log().GetCount();
 
     EXPECT_EQ(Page().OptimiseContours(), CTabInout::EOptimiseOutcome::kEmpty);
     ASSERT_EQ(m_services.messages.size(), 1u);
     EXPECT_EQ(m_services.messages.back(), GetString("optimizeempty"));
-    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outer);
+    EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), outer);
     EXPECT_TRUE(Empty(*Sel().GetInnerPlane()));
     EXPECT_EQ(Log().GetCount(), steps);
 }
@@ -187,8 +143,8 @@ TEST_F(InoutPage, EscInTheWaitDialogChangesNothing)
     EnterSelectionMode();
     DrawOuter();
     DrawInner();
-    const std::vector<uint8_t> outer = Copy(*Sel().GetOuterPlane());
-    const std::vector<uint8_t> inner = Copy(*Sel().GetInnerPlane());
+    const std::vector<uint8_t> outer = Bytes(*Sel().GetOuterPlane());
+    const std::vector<uint8_t> inner = Bytes(*Sel().GetInnerPlane());
     const int drawnSteps = Log().GetCount();
     QTimer escape;
     bool pressed = false;
@@ -203,8 +159,8 @@ TEST_F(InoutPage, EscInTheWaitDialogChangesNothing)
     escape.stop();
     ASSERT_TRUE(pressed);
     EXPECT_EQ(outcome, CTabInout::EOptimiseOutcome::kCancelled);
-    EXPECT_EQ(Copy(*Sel().GetInnerPlane()), inner);
-    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outer);
+    EXPECT_EQ(Bytes(*Sel().GetInnerPlane()), inner);
+    EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), outer);
     EXPECT_EQ(Log().GetCount(), drawnSteps);
     EXPECT_TRUE(m_services.messages.empty());
 }
@@ -263,14 +219,14 @@ TEST_F(InoutPage, TheHistoryPanelShowsTheLogOfTheModeAndAClickJumpsThroughIt)
     }
     EXPECT_EQ(list->item(1)->text(), QString::fromStdString(GetString("outpolygonseltip")));
     EXPECT_EQ(list->currentRow(), 4);
-    const std::vector<uint8_t> outer = Copy(*Sel().GetOuterPlane());
+    const std::vector<uint8_t> outer = Bytes(*Sel().GetOuterPlane());
 
     // A click on the outer contour's last row goes back to just after it: the inner contour is gone.
     QListWidgetItem* row = list->item(2);
     QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::NoModifier, list->visualItemRect(row).center());
     EXPECT_EQ(Log().GetCurrentStep(), 3);
     EXPECT_TRUE(Empty(*Sel().GetInnerPlane()));
-    EXPECT_EQ(Copy(*Sel().GetOuterPlane()), outer);
+    EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), outer);
     ASSERT_EQ(list->count(), 5); // the undone steps stay in the list, greyed, for redo
     EXPECT_EQ(list->currentRow(), 2);
     EXPECT_NE(list->item(3)->foreground().color(), list->item(0)->foreground().color());
@@ -375,36 +331,7 @@ TEST_F(InoutPage, TheBackgroundButtonsAndTheMenuAgree)
 
 TEST_F(InoutPage, ScreenshotOfThePageWithBothContours)
 {
-    COLImage photo;
-    ASSERT_NE(COLImageCodec().LoadFile(AssetPath("samples/coffee.png").c_str(), &photo), 0);
-    OpenFile(photo, "coffee.png");
-    EnterSelectionMode();
-    Polygon(Manager().GetOutPolygonTool(), {{170, 4},
-                                            {300, 2},
-                                            {425, 45},
-                                            {450, 100},
-                                            {495, 200},
-                                            {495, 280},
-                                            {440, 370},
-                                            {300, 399},
-                                            {150, 385},
-                                            {70, 320},
-                                            {55, 220},
-                                            {75, 130},
-                                            {160, 55}});
-    Polygon(Manager().GetInPolygonTool(), {{195, 40},
-                                           {300, 30},
-                                           {395, 55},
-                                           {400, 110},
-                                           {445, 175},
-                                           {455, 270},
-                                           {390, 345},
-                                           {300, 375},
-                                           {190, 355},
-                                           {110, 290},
-                                           {95, 210},
-                                           {130, 140},
-                                           {180, 100}});
+    OutlineTheCup();
     Manager().SetCurrentTool(nullptr);
     m_frame->UpdateBars();
     EXPECT_TRUE(Page().isVisible());

@@ -1,14 +1,10 @@
-#include <algorithm>
 #include <QCheckBox>
 #include <QDialog>
-#include <QDialogButtonBox>
+#include <QLabel>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QTest>
-#include <QTimer>
-#include <atomic>
+#include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <thread>
 
@@ -16,104 +12,105 @@
 #include "commands/history_sink.h"
 #include "document/layer.h"
 #include "gui_support.h"
-#include "imaging/codec.h"
-#include "shell/image_view.h"
-#include "shell/main_frame.h"
-#include "shell/shell_app.h"
-#include "shell/tool_bar.h"
 #include "shell/wait_dialog.h"
 
 using namespace vmtest;
 
 namespace {
 
-class InpaintInFrame : public ::testing::Test {
+class InpaintInFrame : public FrameTest {
 protected:
-    void SetUp() override
-    {
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-    }
+    void SetUp() override { Launch(); }
 
-    void Open(const std::string& path)
+    // Answers the inpaint dialog once it is up: the feather box as given, then OK or Cancel.
+    void AnswerInpaint(bool ok, bool feather = true)
     {
-        m_services.openPaths.push_back(path);
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
-    }
-
-    // The rectangle tool, taken from the tool bar and dragged over the canvas as a user does.
-    void SelectRectangle(int x0, int y0, int x1, int y1)
-    {
-        CToolBar* bar = m_frame->ToolBar();
-        CToolManager& manager = bar->Manager();
-        // The rectangle's cell, wherever the list puts it.
-        const auto& shown = manager.GetShownTools();
-        const int rectIndex = int(std::find(shown.begin(), shown.end(), &manager.GetRectTool()) - shown.begin());
-        const CRect cell = manager.GetButtonRect(rectIndex);
-        QTest::mouseClick(bar, Qt::LeftButton, Qt::NoModifier, QPoint(cell.left + 5, cell.top - 71 + 5));
-        ASSERT_EQ(manager.GetCurrentTool(), &manager.GetRectTool());
-        CImageView* view = m_frame->View();
-        const CViewPoint a = view->ImageToClient(x0, y0), b = view->ImageToClient(x1, y1);
-        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, QPoint(a.x, a.y));
-        QTest::mouseMove(view, QPoint((a.x + b.x) / 2, (a.y + b.y) / 2));
-        QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, QPoint(b.x, b.y));
-        ASSERT_FALSE(m_app.Document().GetSelectionMask().IsAllZero());
-    }
-
-    // Answers the inpaint dialog once it is up: the check box as given, then OK or Cancel.
-    void AnswerDialog(bool ok, bool feather = true)
-    {
-        QTimer::singleShot(0, [this, ok, feather] {
-            for (QWidget* w : QApplication::topLevelWidgets())
-                if (auto* dialog = qobject_cast<QDialog*>(w);
-                    dialog && dialog->isVisible() && dialog->objectName() == QStringLiteral("smartinpaint")) {
-                    auto* box = dialog->findChild<QCheckBox*>(QStringLiteral("inpaintfeather"));
-                    m_dialogText = box ? box->text().toStdString() : std::string();
-                    m_wasChecked = box && box->isChecked();
-                    if (box) box->setChecked(feather);
-                    if (ok)
-                        dialog->accept();
-                    else
-                        dialog->reject();
-                    return;
-                }
+        AnswerDialog("smartinpaint", [this, ok, feather](QDialog& dialog) {
+            auto* box = dialog.findChild<QCheckBox*>(QStringLiteral("inpaintfeather"));
+            m_dialogText = box ? box->text().toStdString() : std::string();
+            m_wasChecked = box && box->isChecked();
+            if (box) box->setChecked(feather);
+            if (ok)
+                dialog.accept();
+            else
+                dialog.reject();
         });
     }
 
-    void Shot(const char* name)
+    // Once the dialog is up: ticks "Structure-aware fill", notes what the dialog shows, takes its picture, OK.
+    void ChooseRefine()
     {
-        const char* dir = std::getenv("VM_SCREENSHOT_DIR");
-        if (!dir) return;
-        m_frame->ToolBar()->Manager().SetCurrentTool(nullptr);
-        QTest::qWait(300); // the canvas repaints on a timer
-        m_frame->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
+        AnswerDialog("smartinpaint", [this](QDialog& dialog) {
+            auto* refine = dialog.findChild<QCheckBox*>(QStringLiteral("inpaintrefine"));
+            auto* feather = dialog.findChild<QCheckBox*>(QStringLiteral("inpaintfeather"));
+            auto* note = dialog.findChild<QLabel*>(QStringLiteral("inpaintrefinenote"));
+            m_dialogText = refine ? refine->text().toStdString() : std::string();
+            m_wasChecked = refine && refine->isChecked();
+            m_noteShown = note && !note->text().isEmpty();
+            if (refine) QTest::mouseClick(refine, Qt::LeftButton, Qt::NoModifier, QPoint(8, refine->height() / 2));
+            m_featherEnabled = feather && feather->isEnabled();
+            Shot(&dialog, "inpaint-refine-dialog.png", 0);
+            dialog.accept();
+        });
     }
 
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
+    void ShotOfTheWindow(const char* name)
+    {
+        Manager().SetCurrentTool(nullptr);
+        Shot(m_frame, name);
+    }
+
+    const COLImage& Layer() { return m_app.Document().GetLayer(0)->m_image; }
+
+    // The astronaut photo in a window large enough to show it, the mission patch selected.
+    void SelectThePatch()
+    {
+        ASSERT_NO_FATAL_FAILURE(Open(AssetPath("samples/astronaut.png")));
+        m_frame->resize(1000, 720);
+        m_before.DuplicateFrom(&Layer());
+        ASSERT_NO_FATAL_FAILURE(SelectRectangle(128, 342, 214, 428));
+    }
+
+    // The patch's dark blue is gone when few pixels of its middle are bluer than red.
+    int BluePixelsOfThePatch()
+    {
+        int blue = 0;
+        for (int y = 350; y < 420; ++y)
+            for (int x = 136; x < 206; ++x) blue += Layer().GetBuffer(x, y)->blue > Layer().GetBuffer(x, y)->red;
+        return blue;
+    }
+
+    // Pixels changed farther than margin from the selected rectangle.
+    int ChangedBeyond(int margin)
+    {
+        const COLChannel& mask = m_app.Document().GetSelectionMask();
+        int left = 1 << 30, top = 1 << 30, right = -1, bottom = -1, changed = 0;
+        for (int y = 0; y < int(mask.GetHeight()); ++y)
+            for (int x = 0; x < int(mask.GetWidth()); ++x)
+                if (mask.GetValue(x, y) > 127) {
+                    left = std::min(left, x), top = std::min(top, y);
+                    right = std::max(right, x), bottom = std::max(bottom, y);
+                }
+        for (int y = 0; y < int(Layer().GetHeight()); ++y)
+            for (int x = 0; x < int(Layer().GetWidth()); ++x) {
+                const bool near = x >= left - margin && x <= right + margin && y >= top - margin && y <= bottom + margin;
+                changed += !near && Layer().GetBuffer(x, y)->Word() != m_before.GetBuffer(x, y)->Word();
+            }
+        return changed;
+    }
+
+    COLImage m_before;
     std::string m_dialogText;
-    bool m_wasChecked = false;
+    bool m_wasChecked = false, m_featherEnabled = true, m_noteShown = false;
 };
 
-std::string SavePicture(const TempDir& dir, int w, int h)
+// A patterned picture with a red square, the object to remove, at (34, 24)..(46, 36).
+COLImage Scene()
 {
-    COLImage img;
-    img.Create(w, h);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            img.PutPixel(x, y, CPixel::Make(uint8_t(60 + (x * 7 + y * 3) % 50), uint8_t(90 + (y * 5) % 40), 70, 255));
-    for (int y = 24; y < 36; ++y)
-        for (int x = 34; x < 46; ++x)
-            img.PutPixel(x, y, CPixel::Make(250, 10, 10, 255)); // the object to remove
-    const std::string path = dir.File("p.png");
-    EXPECT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 0);
-    return path;
+    return Picture(80, 60, [](uint32_t x, uint32_t y) {
+        if (x >= 34 && x < 46 && y >= 24 && y < 36) return CPixel::Make(250, 10, 10, 255);
+        return CPixel::Make(uint8_t(60 + (x * 7 + y * 3) % 50), uint8_t(90 + (y * 5) % 40), 70, 255);
+    });
 }
 
 // A process that runs until it is asked to stop (or its steps of 10 ms are done), reporting progress as it goes.
@@ -138,53 +135,47 @@ private:
 
 TEST_F(InpaintInFrame, MenuRemovesTheSelectedObjectAndUndoBringsItBack)
 {
-    Open(SavePicture(m_dir, 80, 60));
-    const COLImage before = [&] {
-        COLImage copy;
-        copy.DuplicateFrom(&m_app.Document().GetLayer(0)->m_image);
-        return copy;
-    }();
+    OpenPicture(Scene());
+    m_before.DuplicateFrom(&Layer());
     SelectRectangle(31, 21, 49, 39);
     ASSERT_TRUE(m_frame->IsCommandAvailable(cmd::kInpaint));
     const int steps = m_app.ComposeHistory()->GetCount();
 
     // Cancel in the dialog: nothing happens and nothing is said.
-    AnswerDialog(false);
+    AnswerInpaint(false);
     m_frame->OnCommand(cmd::kInpaint);
     EXPECT_TRUE(m_services.messages.empty());
     EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps);
     EXPECT_EQ(m_dialogText, "Feather the selection for a natural transition");
     EXPECT_TRUE(m_wasChecked);
 
-    AnswerDialog(true);
+    AnswerInpaint(true);
     m_frame->OnCommand(cmd::kInpaint);
     EXPECT_TRUE(m_services.messages.empty()) << m_services.messages.front();
     ASSERT_EQ(m_app.ComposeHistory()->GetCount(), steps + 1);
     EXPECT_EQ(m_app.ComposeHistory()->GetRecord(steps)->kind, kStepLayerHeaderRegion);
-    const COLImage& after = m_app.Document().GetLayer(0)->m_image;
     for (int y = 24; y < 36; ++y)
         for (int x = 34; x < 46; ++x)
-            ASSERT_LT(after.GetBuffer(x, y)->red, 200) << "the object is still there at " << x << "," << y;
+            ASSERT_LT(Layer().GetBuffer(x, y)->red, 200) << "the object is still there at " << x << "," << y;
     EXPECT_FALSE(m_app.Document().GetSelectionMask().IsAllZero()) << "the selection stays";
     EXPECT_EQ(m_frame->ProgressShown(), -1) << "the status bar is reset";
 
     m_frame->OnCommand(cmd::kUndo);
-    EXPECT_TRUE(SamePixels(m_app.Document().GetLayer(0)->m_image, before));
+    EXPECT_TRUE(SamePixels(Layer(), m_before));
 }
 
 TEST_F(InpaintInFrame, RefusalsSayWhyAndKeepTheLayer)
 {
-    Open(SavePicture(m_dir, 80, 60));
+    OpenPicture(Scene());
     // A hole larger than a fifth of the picture: the run fails, the layer is as it was.
     SelectRectangle(5, 5, 70, 50);
-    COLImage before;
-    before.DuplicateFrom(&m_app.Document().GetLayer(0)->m_image);
+    m_before.DuplicateFrom(&Layer());
     const int steps = m_app.ComposeHistory()->GetCount();
-    AnswerDialog(true);
+    AnswerInpaint(true);
     m_frame->OnCommand(cmd::kInpaint);
     ASSERT_EQ(m_services.messages.size(), 1u);
     EXPECT_EQ(m_services.messages[0], GetString("inpainterr"));
-    EXPECT_TRUE(SamePixels(m_app.Document().GetLayer(0)->m_image, before));
+    EXPECT_TRUE(SamePixels(Layer(), m_before));
     EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps);
 
     // Not on the base layer: the command itself says so (the menu item is grey there).
@@ -223,30 +214,42 @@ TEST_F(InpaintInFrame, WaitDialogShowsProgressAndEscapeStopsTheRun)
 
 TEST_F(InpaintInFrame, RemovesTheMissionPatchFromAPhoto)
 {
-    Open(AssetPath("samples/astronaut.png"));
-    m_frame->resize(1000, 720);
-    COLImage before;
-    before.DuplicateFrom(&m_app.Document().GetLayer(0)->m_image);
-    SelectRectangle(128, 342, 214, 428);
-    Shot("inpaint-before.png");
-    AnswerDialog(true);
+    SelectThePatch();
+    ShotOfTheWindow("inpaint-before.png");
+    AnswerInpaint(true);
     m_frame->OnCommand(cmd::kInpaint);
     ASSERT_TRUE(m_services.messages.empty()) << m_services.messages.front();
-    const COLImage& after = m_app.Document().GetLayer(0)->m_image;
-    // The patch's dark blue is gone: the hole now holds the suit's orange.
-    int blue = 0;
-    for (int y = 350; y < 420; ++y)
-        for (int x = 136; x < 206; ++x) {
-            const CPixel p = *after.GetBuffer(x, y);
-            blue += p.blue > p.red;
-        }
-    EXPECT_LT(blue, 70 * 70 / 50);
-    int changedFar = 0;
-    for (int y = 0; y < 512; ++y)
-        for (int x = 0; x < 512; ++x)
-            if ((x < 100 || x > 242 || y < 314 || y > 456) && after.GetBuffer(x, y)->Word() != before.GetBuffer(x, y)->Word())
-                ++changedFar;
-    EXPECT_EQ(changedFar, 0);
+    // The hole now holds the suit's orange; the feathered edge reaches less than 28 pixels out.
+    EXPECT_LT(BluePixelsOfThePatch(), 70 * 70 / 50);
+    EXPECT_EQ(ChangedBeyond(28), 0);
     m_frame->OnCommand(cmd::kSelectNone);
-    Shot("inpaint-after.png");
+    ShotOfTheWindow("inpaint-after.png");
+}
+
+TEST_F(InpaintInFrame, StructureAwareFillRemovesTheMissionPatchWithOneUndoableStep)
+{
+    SelectThePatch();
+    const int steps = m_app.ComposeHistory()->GetCount();
+    ChooseRefine();
+    m_frame->OnCommand(cmd::kInpaint);
+    ASSERT_TRUE(m_services.messages.empty()) << m_services.messages.front();
+    EXPECT_EQ(m_dialogText, "Structure-aware fill");
+    EXPECT_FALSE(m_wasChecked) << "block quilting stays the default";
+    EXPECT_FALSE(m_featherEnabled) << "feathering belongs to block quilting";
+    EXPECT_TRUE(m_noteShown);
+    ASSERT_EQ(m_app.ComposeHistory()->GetCount(), steps + 1);
+    EXPECT_EQ(m_app.ComposeHistory()->GetRecord(steps)->kind, kStepLayerHeaderRegion);
+    EXPECT_EQ(m_frame->ProgressShown(), -1) << "the status bar is reset";
+
+    // Nothing beyond the selection and its one-pixel seam changed.
+    EXPECT_LT(BluePixelsOfThePatch(), 70 * 70 / 50);
+    EXPECT_EQ(ChangedBeyond(1), 0);
+    COLImage filled;
+    filled.DuplicateFrom(&Layer());
+    m_frame->OnCommand(cmd::kUndo);
+    EXPECT_TRUE(SamePixels(Layer(), m_before));
+    m_frame->OnCommand(cmd::kRedo);
+    EXPECT_TRUE(SamePixels(Layer(), filled));
+    m_frame->OnCommand(cmd::kSelectNone);
+    ShotOfTheWindow("inpaint-refine-after.png");
 }

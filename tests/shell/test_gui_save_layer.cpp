@@ -3,21 +3,14 @@
 
 #include <QCheckBox>
 #include <QPushButton>
-#include <QTest>
 #include <filesystem>
 #include <gtest/gtest.h>
 
 #include "document/layer.h"
-#include "document/selection_document.h"
 #include "gui_support.h"
-#include "imaging/codec.h"
 #include "interchange/save_choice.h"
 #include "runtime/status.h"
-#include "shell/image_view.h"
-#include "shell/main_frame.h"
 #include "shell/save_dlg.h"
-#include "shell/shell_app.h"
-#include "shell/tool_bar.h"
 
 using namespace vmtest;
 
@@ -28,28 +21,14 @@ struct Offer {
     bool project = true, history = true, composite = true, layered = true, layerPng = false, layerPsd = false;
 };
 
-class SaveForLayer : public ::testing::Test {
+class SaveForLayer : public FrameTest {
 protected:
     void SetUp() override
     {
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-        m_frame->resize(900, 700);
-        m_frame->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
+        ASSERT_NO_FATAL_FAILURE(StartFrame(900, 700));
         // Opaque, so that selection mode takes it; the colours tell every pixel apart.
-        COLImage img;
-        img.Create(160, 120);
-        for (uint32_t y = 0; y < 120; ++y)
-            for (uint32_t x = 0; x < 160; ++x)
-                img.PutPixel(x, y, CPixel::Make(uint8_t(x * 3 / 2), uint8_t(y * 2), 120, 255));
-        const std::string path = m_dir.File("in.png");
-        ASSERT_EQ(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 1);
-        m_services.openPaths.push_back(path);
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+        OpenPicture(Picture(160, 120, [](uint32_t x, uint32_t y) { return CPixel::Make(x * 3 / 2, y * 2, 120, 255); }),
+                    "in.png");
     }
 
     // Runs the command that opens the dialog and presses the button of choice, after noting what was offered.
@@ -84,12 +63,6 @@ protected:
         EXPECT_EQ(WriteSaveChoice(choice, path, sources), kOk);
         return ReadAll(path);
     }
-
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
 };
 
 void ExpectLayerOnly(const Offer& offer)
@@ -127,20 +100,8 @@ TEST_F(SaveForLayer, SavingInSelectionModeWritesTheCutOut)
 {
     m_frame->OnCommand(cmd::kConfirmReturn);
     ASSERT_TRUE(m_frame->IsSelectionMode());
-    CToolManager& manager = m_frame->ToolBar()->Manager();
-    manager.SetCurrentTool(&manager.GetModifyPolygonTool());
-    CImageView* view = m_frame->View();
-    auto client = [&](int x, int y) {
-        const CViewPoint c = view->ImageToClient(x, y);
-        return QPoint(c.x, c.y);
-    };
-    QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(30, 20));
-    for (const auto& [x, y] : std::vector<std::pair<int, int>>{{30, 20}, {120, 25}, {110, 95}, {35, 90}}) {
-        QTest::mouseMove(view, client(x, y));
-        QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(x, y));
-    }
-    QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(35, 90));
-    CSelectionDocument& selection = m_frame->ToolBar()->Selection();
+    Polygon(Manager().GetModifyPolygonTool(), {{30, 20}, {120, 25}, {110, 95}, {35, 90}});
+    CSelectionDocument& selection = Sel();
     ASSERT_FALSE(selection.GetResultMask()->IsNull());
     COLImage cutout;
     ASSERT_TRUE(BuildSelectionExport(*selection.GetWorkingImage(), *selection.GetResultMask(), cutout));
@@ -152,8 +113,8 @@ TEST_F(SaveForLayer, SavingInSelectionModeWritesTheCutOut)
     SaveThrough(cmd::kSave, ESaveChoice::kLayerPsd, psd);
     EXPECT_EQ(ReadAll(psd), CoreBytes(ESaveChoice::kLayerPsd, cutout, nullptr));
     // The file holds the cut-out, not the opaque layer: the mask is its alpha.
-    COLImage back;
-    ASSERT_EQ(COLImageCodec().LoadFile(png.c_str(), &back), 1);
+    const COLImage back = Load(png);
+    ASSERT_FALSE(back.IsNull());
     EXPECT_EQ(back.GetPixel2(70, 60).alpha, 255);
     EXPECT_EQ(back.GetPixel2(5, 5).alpha, 0);
     EXPECT_TRUE(m_frame->IsSelectionMode());

@@ -6,62 +6,47 @@
 #include <QSpinBox>
 #include <QTest>
 #include <QTimer>
-#include <QToolButton>
-#include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
 
 #include "document/layer.h"
-#include "document/selection_document.h"
 #include "effects/selection_modifiers.h"
 #include "gui_support.h"
-#include "imaging/codec.h"
-#include "shell/image_view.h"
-#include "shell/main_frame.h"
-#include "shell/shell_app.h"
-#include "shell/tool_bar.h"
+#include "support/plain_masks.h"
 
 using namespace vmtest;
 
 namespace {
 
 // Expand, fill and stroke reached through the menu items, their dialogs answered as a user would.
-class SelectionEdits : public ::testing::Test {
+class SelectionEdits : public FrameTest {
 protected:
     static constexpr int kW = 320, kH = 240;
     // The selected rectangle [kL, kR) x [kT, kB) before it is grown.
     static constexpr uint32_t kL = 80, kR = 220, kT = 60, kB = 170;
     void SetUp() override
     {
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-        COLImage img;
-        img.Create(kW, kH);
-        for (uint32_t y = 0; y < kH; ++y)
-            for (uint32_t x = 0; x < kW; ++x)
-                img.PutPixel(x, y, CPixel::Make(uint8_t(60 + x / 2), uint8_t(90 + y / 2), 200, 255));
-        const std::string path = m_dir.File("p.png");
-        ASSERT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 0);
-        m_services.openPaths.push_back(path);
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+        ASSERT_NO_FATAL_FAILURE(Launch());
+        OpenPicture(
+            Picture(kW, kH, [](uint32_t x, uint32_t y) { return CPixel::Make(60 + x / 2, 90 + y / 2, 200, 255); }));
         m_app.CommandContext().foreground = 0xFFF08020;
     }
     // Answers the next modal dialog: set runs on it, then OK.
-    void Answer(std::function<void(QDialog&)> set)
+    static void Answer(std::function<void(QDialog&)> set)
     {
-        QTimer::singleShot(0, [set] {
-            for (QWidget* w : QApplication::topLevelWidgets())
-                if (auto* dialog = qobject_cast<QDialog*>(w); dialog && dialog->isVisible()) {
-                    set(*dialog);
-                    dialog->accept();
-                    return;
-                }
+        AnswerDialog(nullptr, [set](QDialog& dialog) {
+            set(dialog);
+            dialog.accept();
         });
+    }
+    // The selected rectangle, as a plane.
+    static void SelectTheRectangle(COLChannel& mask)
+    {
+        mask.Create(kW, kH);
+        for (uint32_t y = 0; y < kH; ++y)
+            for (uint32_t x = 0; x < kW; ++x)
+                mask.SetValue(x, y, x >= kL && x < kR && y >= kT && y < kB ? 255 : 0);
     }
     void Trigger(int id)
     {
@@ -72,18 +57,7 @@ protected:
         a->trigger();
     }
     std::vector<uint8_t> Base() { return Bytes(m_app.Document().GetLayer(0)->m_image); }
-
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
 };
-
-uint8_t Over(int c, int p, int a)
-{
-    return uint8_t((c * a + p * (255 - a) + 127) / 255);
-}
 
 } // namespace
 
@@ -97,11 +71,7 @@ TEST_F(SelectionEdits, ExpandFillAndStrokeThroughTheMenus)
     // A rectangle selected, then grown by 3 through the dialog.
     {
         CStackLock lock(doc);
-        COLChannel& mask = doc.GetSelectionMask();
-        mask.Create(kW, kH);
-        for (uint32_t y = 0; y < kH; ++y)
-            for (uint32_t x = 0; x < kW; ++x)
-                mask.SetValue(x, y, x >= kL && x < kR && y >= kT && y < kB ? 255 : 0);
+        SelectTheRectangle(doc.GetSelectionMask());
     }
     Answer([](QDialog& d) { d.findChild<QSpinBox*>(QStringLiteral("amount"))->setValue(3); });
     Trigger(cmd::kExpand);
@@ -119,9 +89,9 @@ TEST_F(SelectionEdits, ExpandFillAndStrokeThroughTheMenus)
     const int a = 60 * 255 / 100;
     for (size_t i = 0; i < mask.GetAreaByteSize(); ++i)
         if (mask.GetBuffer()[i]) {
-            expected[i * 4 + 0] = Over(0x20, before[i * 4 + 0], a);
-            expected[i * 4 + 1] = Over(0x80, before[i * 4 + 1], a);
-            expected[i * 4 + 2] = Over(0xF0, before[i * 4 + 2], a);
+            expected[i * 4 + 0] = OverOpaque(0x20, before[i * 4 + 0], a);
+            expected[i * 4 + 1] = OverOpaque(0x80, before[i * 4 + 1], a);
+            expected[i * 4 + 2] = OverOpaque(0xF0, before[i * 4 + 2], a);
         }
     EXPECT_EQ(Base(), expected);
 
@@ -144,29 +114,20 @@ TEST_F(SelectionEdits, ExpandFillAndStrokeThroughTheMenus)
         }
     EXPECT_EQ(m_app.ComposeHistory()->GetCount(), 4) << "open, expand, fill, stroke";
 
-    if (const char* dir = std::getenv("VM_SCREENSHOT_DIR")) {
-        m_frame->View()->ZoomFit();
-        QTest::qWait(300);
-        m_frame->grab().save(QString::fromUtf8(dir) + QStringLiteral("/fill-stroke.png"));
-    }
+    if (std::getenv("VM_SCREENSHOT_DIR")) m_frame->View()->ZoomFit();
+    Shot(m_frame, "fill-stroke.png");
 }
 
 TEST_F(SelectionEdits, FeatherOfTheResultMaskInSelectionMode)
 {
-    auto* createSel = m_frame->findChild<QToolButton*>(QStringLiteral("createsel"));
-    ASSERT_NE(createSel, nullptr);
-    QTest::mouseClick(createSel, Qt::LeftButton);
-    ASSERT_TRUE(m_frame->IsSelectionMode());
+    EnterSelectionMode();
     QAction* feather = m_frame->Action(cmd::kFeatherShrink);
     ASSERT_NE(feather, nullptr);
     EXPECT_FALSE(feather->isEnabled()) << "no result mask yet";
 
-    CSelectionDocument& selection = m_frame->ToolBar()->Selection();
+    CSelectionDocument& selection = Sel();
     COLChannel& mask = *selection.GetResultMask();
-    mask.Create(kW, kH);
-    for (uint32_t y = 0; y < kH; ++y)
-        for (uint32_t x = 0; x < kW; ++x)
-            mask.SetValue(x, y, x >= kL && x < kR && y >= kT && y < kB ? 255 : 0);
+    SelectTheRectangle(mask);
     COLChannel before, expected;
     before.DuplicateFrom(&mask);
     CFeatherProcess process;

@@ -1,45 +1,24 @@
-#include <QTest>
-#include <QToolButton>
 #include <cstring>
 #include <gtest/gtest.h>
 
 #include "document/layer.h"
 #include "gui_support.h"
-#include "imaging/codec.h"
-#include "shell/image_view.h"
-#include "shell/main_frame.h"
-#include "shell/menu_table.h"
-#include "shell/shell_app.h"
 #include "shell/smart_adjust_panel.h"
-#include "shell/tool_bar.h"
 
 using namespace vmtest;
 
-TEST(SmartAdjustPanel, SwatchesAndModesFollowTheToolInSelectionMode)
+using SmartAdjustPanel = FrameTest;
+
+TEST_F(SmartAdjustPanel, SwatchesAndModesFollowTheToolInSelectionMode)
 {
-    TempDir dir;
-    CFakeServices services;
-    CAppGlobals app;
-    COLImage img;
-    img.Create(60, 40);
-    for (uint32_t y = 0; y < 40; ++y)
-        for (uint32_t x = 0; x < 60; ++x)
-            img.PutPixel(x, y, CPixel::Make(uint8_t(x * 4), 120, uint8_t(y * 6)));
-    const std::string path = dir.File("p.png");
-    ASSERT_NE(COLImageCodec().SaveFile(path.c_str(), &img), 0);
-    CShellApp shell(app, &services);
-    shell.Start("", TestOptions(dir, "en"), 0);
-    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
-    CMainFrame* frame = shell.Frame();
-    services.openPaths.push_back(path);
-    frame->OnCommand(cmd::kOpen);
-    CToolBar* bar = frame->ToolBar();
-    CToolManager& manager = bar->Manager();
+    ASSERT_NO_FATAL_FAILURE(Launch());
+    OpenPicture(Picture(60, 40, [](uint32_t x, uint32_t y) { return CPixel::Make(x * 4, 120, y * 6); }));
+    CToolManager& manager = Manager();
     ASSERT_TRUE(manager.EnterOrLeaveSelectionMode(true, kMethodInOut, true));
     CSmartAdjustTool& tool = manager.GetSmartAdjustTool();
     EXPECT_FALSE(tool.IsEnabled()) << "without a result there is nothing to adjust";
     // A result with contours on both sides.
-    CSelectionDocument& selection = bar->Selection();
+    CSelectionDocument& selection = Bar().Selection();
     for (COLChannel* plane : {selection.GetResultMask(), selection.GetInnerPlane(), selection.GetOuterPlane()}) {
         plane->Create(60, 40);
         std::memset(plane->GetBuffer(), 0, plane->GetAreaByteSize());
@@ -55,7 +34,7 @@ TEST(SmartAdjustPanel, SwatchesAndModesFollowTheToolInSelectionMode)
     manager.SetCurrentTool(&tool);
     ASSERT_EQ(manager.GetCurrentTool(), &tool);
 
-    CSmartAdjPanel* panel = bar->SmartAdjPanel();
+    CSmartAdjPanel* panel = Bar().SmartAdjPanel();
     ASSERT_TRUE(panel->isVisible());
     EXPECT_EQ(panel->Current(), &tool.GetPanel());
     EXPECT_EQ(panel->Swatch(0)->text(), QStringLiteral("?"));
@@ -72,7 +51,7 @@ TEST(SmartAdjustPanel, SwatchesAndModesFollowTheToolInSelectionMode)
     EXPECT_EQ(tool.GetPanel().GetForeColor().Word(), CPixel::Make(10, 200, 30).Word());
     EXPECT_EQ(panel->Swatch(0)->text(), QString());
     // A click in the outer contour picks the background there, and the swatch follows.
-    const CViewPoint c = frame->View()->ImageToClient(52, 20);
+    const CViewPoint c = m_frame->View()->ImageToClient(52, 20);
     tool.OnLButtonDown(kMkLButton, c.x, c.y);
     tool.OnLButtonUp(0, c.x, c.y);
     EXPECT_TRUE(tool.GetPanel().IsBackPicked());

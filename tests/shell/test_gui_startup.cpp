@@ -23,15 +23,8 @@ namespace {
 // A picture file of the given size whose first pixel names it.
 std::string MakePicture(const TempDir& dir, const std::string& name, uint32_t w, uint32_t h, uint8_t tag)
 {
-    COLImage img;
-    img.Create(w, h);
-    for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x)
-            img.PutPixel(x, y, CPixel::Make(tag, uint8_t(x), uint8_t(y), 255));
-    const std::string path = dir.File(name);
-    COLImageCodec codec;
-    EXPECT_NE(codec.SaveFileWithAlpha(path.c_str(), &img), 0);
-    return path;
+    return SavePicture(dir.File(name),
+                       Picture(w, h, [tag](uint32_t x, uint32_t y) { return CPixel::Make(tag, x, y); }));
 }
 
 std::vector<std::string> MenuTitles(QMainWindow& w)

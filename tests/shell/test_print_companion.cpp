@@ -78,14 +78,10 @@ TEST(PrintLayout, FitsTheAreaAlignsAndCapsTheResolution)
 TEST(Print, APdfPageHasThePaperSizeAndThePicture)
 {
     TempDir dir;
-    COLImage picture;
-    picture.Create(300, 200);
-    for (uint32_t y = 0; y < 200; ++y)
-        for (uint32_t x = 0; x < 300; ++x) {
-            const int dx = int(x) - 150, dy = int(y) - 100;
-            const bool disc = dx * dx + dy * dy < 80 * 80;
-            picture.PutPixel(x, y, disc ? CPixel::Make(20, 30, 140, 255) : CPixel::Make(220, 220, 220, 255));
-        }
+    const COLImage picture = Picture(300, 200, [](uint32_t x, uint32_t y) {
+        const int dx = int(x) - 150, dy = int(y) - 100;
+        return dx * dx + dy * dy < 80 * 80 ? CPixel::Make(20, 30, 140, 255) : CPixel::Make(220, 220, 220, 255);
+    });
     QPrinter printer(QPrinter::HighResolution);
     printer.setOutputFormat(QPrinter::PdfFormat);
     const QString pdf = QString::fromStdString(dir.File("page.pdf"));
@@ -113,8 +109,8 @@ TEST(Print, APdfPageHasThePaperSizeAndThePicture)
     EXPECT_NE(s.find("Page size:       595 x 842 pts (A4)"), std::string::npos) << s;
     const std::string png = dir.File("page");
     ASSERT_EQ(std::system(("pdftoppm -r 20 -png -singlefile '" + pdf.toStdString() + "' '" + png + "'").c_str()), 0);
-    COLImage shown;
-    ASSERT_EQ(COLImageCodec().LoadFile((png + ".png").c_str(), &shown), 1);
+    const COLImage shown = Load(png + ".png");
+    ASSERT_FALSE(shown.IsNull());
     // 20 dpi: about 165 x 233 pixels. The centre is the disc; the corners are paper.
     const CPixel centre = shown.GetBuffer(shown.GetWidth() / 2, shown.GetHeight() / 2)[0];
     EXPECT_LT(centre.red, 80);
@@ -124,34 +120,18 @@ TEST(Print, APdfPageHasThePaperSizeAndThePicture)
 
 // The companion editor, played by a script: it checks that it got "-i" and a project, and leaves a picture next to
 // it as the editor does.
-class Companion : public ::testing::Test {
+class Companion : public FrameTest {
 protected:
     void SetUp() override
     {
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
-        COLImage img;
-        img.Create(24, 16);
-        for (uint32_t y = 0; y < 16; ++y)
-            for (uint32_t x = 0; x < 24; ++x)
-                img.PutPixel(x, y, CPixel::Make(uint8_t(x * 9), uint8_t(y * 11), 60, 255));
-        const std::string path = m_dir.File("in.png");
-        ASSERT_EQ(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 1);
-        m_services.openPaths.push_back(path);
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+        ASSERT_NO_FATAL_FAILURE(Launch());
+        OpenPicture(Picture(24, 16, [](uint32_t x, uint32_t y) { return CPixel::Make(x * 9, y * 11, 60, 255); }));
     }
 
     // The editor's picture, and a script that hands it back.
     void Editor(uint32_t w, uint32_t h)
     {
-        COLImage edited;
-        edited.Create(w, h);
-        for (size_t i = 0; i < edited.GetPixelCount(); ++i)
-            edited.GetBuffer()[i] = CPixel::Make(10, 200, 30, 255);
-        ASSERT_EQ(COLImageCodec().SaveFile(m_dir.File("edited.bmp").c_str(), &edited), 1);
+        SavePicture(m_dir.File("edited.bmp"), Solid(w, h, CPixel::Make(10, 200, 30, 255)));
         const std::string script = m_dir.File("editor.sh");
         const std::string body = "#!/bin/sh\n[ \"$1\" = -i ] || exit 2\nhead -c 4 \"$2\" | grep -q VMPD || exit 3\n"
                                  "echo \"$2\" > '" +
@@ -160,12 +140,6 @@ protected:
         std::filesystem::permissions(script, std::filesystem::perms::owner_all);
         m_app.m_companionExe = script;
     }
-
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
-    std::unique_ptr<CShellApp> m_shell;
-    CMainFrame* m_frame = nullptr;
 };
 
 } // namespace
