@@ -114,8 +114,18 @@ CMainFrame::~CMainFrame()
     if (CProcessThread* worker = m_app.Worker()) worker->SetStatusProgress(nullptr);
     if (m_app.CommandContext().host == this) m_app.CommandContext().host = nullptr;
     m_pView->SetSource(nullptr);
-    // The bar outlives this body for a moment (Qt deletes the children later): it must not call back.
-    if (m_pToolBar) m_pToolBar->onBarsChanged = nullptr;
+    // The bar and the canvas outlive this body for a moment (Qt deletes the children later): they must not call
+    // back. The current tool lets go first, while the frame it reports to is whole (the transform frame, say,
+    // moves the view and sets the status as it goes).
+    if (m_pToolBar) {
+        m_pToolBar->Manager().SetCurrentTool(nullptr);
+        m_pToolBar->onBarsChanged = nullptr;
+        m_pToolBar->onHelp = nullptr;
+        m_pToolBar->onStatus = nullptr;
+        m_pToolBar->onMode = nullptr;
+        m_pToolBar->onMessage = nullptr;
+    }
+    disconnect(m_pView, nullptr, this, nullptr);
 }
 
 QWidget* CMainFrame::BuildWorkArea()
