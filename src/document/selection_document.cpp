@@ -233,26 +233,12 @@ int CSelectionDocument::ApplyToLayer(CLayerStack& stack)
 
 int CSelectionDocument::SeparateToLayer(CLayerStack& stack)
 {
-    const int index = stack.IndexOfImage(m_pSource);
-    if (index <= 0) return kBringBackIsBase;
-    if (m_resultMask.IsNull() || m_working.IsNull()) return kBringBackFailed;
-    if (!stack.DuplicateLayer(index)) return kBringBackFailed;
-    CLayer* upper = stack.GetLayer(index + 1);
+    if (stack.IndexOfImage(m_pSource) <= 0) return kBringBackIsBase;
+    // The cut-out goes on a copy above; the layer itself keeps the rest.
+    const int copied = CopyToLayer(stack, false);
+    if (copied != kBringBackDone) return copied;
     CStackLock lock(stack);
-    m_pSource->ChannelFrom(&m_resultMask, 3);
-    COLImage& image = upper->m_image;
-    if (image.GetWidth() != m_working.GetWidth() || image.GetHeight() != m_working.GetHeight())
-        return kBringBackFailed;
-    const size_t n = image.GetPixelCount();
-    const CPixel* src = m_working.GetBuffer();
-    const uint8_t* mask = m_resultMask.GetBuffer();
-    CPixel* dst = image.GetBuffer();
-    for (size_t i = 0; i < n; ++i) {
-        dst[i] = src[i];
-        dst[i].alpha = mask[i];
-    }
-    stack.SetCurrentIndex(index + 1);
-    return kBringBackDone;
+    return m_pSource->ChannelFrom(&m_resultMask, 3) ? kBringBackDone : kBringBackFailed;
 }
 
 int CSelectionDocument::CopyToLayer(CLayerStack& stack, bool offset)

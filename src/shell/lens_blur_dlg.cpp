@@ -456,28 +456,12 @@ bool BlurBackgroundAfterCutout(QWidget* parent, CAppGlobals& app, IUiServices& s
     if (index < 0 || mask.IsNull() || working.IsNull()) return false;
     // The cut-out stays as the selection: it is the foreground the blur keeps out.
     if (selection.KeepAsSelection(document) != kBringBackDone) return false;
-    // A copy of the layer above it, with the cut-out as its alpha, no offset.
-    if (!document.DuplicateLayer(index)) {
+    // A copy of the layer above it, with the cut-out as its alpha, no offset; it becomes current.
+    if (selection.CopyToLayer(document, false) != kBringBackDone) {
         CStackLock lock(document);
         document.GetSelectionMask().Free();
         return false;
     }
-    CLayer* upper = document.GetLayer(index + 1);
-    {
-        CStackLock lock(document);
-        COLImage& image = upper->m_image;
-        if (image.GetWidth() == working.GetWidth() && image.GetHeight() == working.GetHeight() &&
-            mask.GetWidth() == working.GetWidth() && mask.GetHeight() == working.GetHeight()) {
-            const CPixel* src = working.GetBuffer();
-            const uint8_t* alpha = mask.GetBuffer();
-            CPixel* dst = image.GetBuffer();
-            for (size_t i = 0, n = image.GetPixelCount(); i < n; ++i) {
-                dst[i] = src[i];
-                dst[i].alpha = alpha[i];
-            }
-        }
-    }
-    document.SetCurrentIndex(index + 1);
     int saved = 0;
     if (BeginWizardEntry(document, saved)) {
         CLensBlurDlg dialog(parent, app, services, status, WizardEntrySettings());

@@ -50,6 +50,19 @@ bool LayerHasTransparency(const CComposeDocument& document)
     return false;
 }
 
+// A picture the user opens with the file dialog. False when the dialog was cancelled or the file did not read
+// ("can't open" is shown then).
+bool AskPicture(IUiServices& services, COLImage& picture)
+{
+    const std::string filter =
+        OpenDialogFilter(GetString("openflatfiletype"), GetString("allpictures"), GetString("allfiles"), false);
+    const QString path = services.GetOpenFileName(filter);
+    if (path.isEmpty()) return false;
+    if (COLImageCodec().LoadFile(path.toStdString().c_str(), &picture) && !picture.IsNull()) return true;
+    services.MessageBox(Text("can't open"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
+    return false;
+}
+
 // A result that keeps every pixel changes nothing: there is nothing to decide.
 bool KeepsEverything(const COLChannel& mask)
 {
@@ -87,15 +100,8 @@ bool Act(QWidget* parent, CToolBar& bar, IUiServices& services, const BringBackC
                                          dynamic_cast<IStatusProgress*>(parent)) ||
                failed();
     case EBringBack::kChangeBackground: {
-        const std::string filter = OpenDialogFilter(GetString("openflatfiletype"), GetString("allpictures"),
-                                                    GetString("allfiles"), false);
-        const QString path = services.GetOpenFileName(filter);
-        if (path.isEmpty()) return false;
         COLImage picture;
-        if (!COLImageCodec().LoadFile(path.toStdString().c_str(), &picture) || picture.IsNull()) {
-            services.MessageBox(Text("can't open"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
-            return false;
-        }
+        if (!AskPicture(services, picture)) return false;
         const int layers = document.GetLayerCount();
         if (selection.ChangeBackground(document, picture, AppGlobals()->m_foreColor.Word() | 0xFF000000u) !=
             kBringBackDone) {
@@ -270,15 +276,8 @@ bool ChooseBackground(QWidget* parent, CToolBar& bar, IUiServices& services, int
                                       uint32_t(chosen.blue()));
     }
     if (mode == kShowPicture) {
-        const std::string filter = OpenDialogFilter(GetString("openflatfiletype"), GetString("allpictures"),
-                                                    GetString("allfiles"), false);
-        const QString path = services.GetOpenFileName(filter);
-        if (path.isEmpty()) return false;
         COLImage picture;
-        if (!COLImageCodec().LoadFile(path.toStdString().c_str(), &picture) || picture.IsNull()) {
-            services.MessageBox(Text("can't open"), EMsgButtons::kOk, EMsgIcon::kWarning, QString());
-            return false;
-        }
+        if (!AskPicture(services, picture)) return false;
         selection.GetBackgroundPicture()->Free();
         if (!selection.GetBackgroundPicture()->DuplicateFrom(&picture)) return false;
     }
