@@ -302,9 +302,27 @@ void AddSampleRow(const std::vector<int64_t>& crossings, const std::vector<int64
 
 } // namespace
 
-long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
+namespace {
+
+// Zeros whole rows [from, to) of the plane, on the pool.
+void ClearRows(COLChannel* plane, int64_t from, int64_t to)
 {
-    if (!points || count < 3 || !plane || plane->IsNull()) return kFail;
+    if (from >= to) return;
+    const size_t stride = plane->GetWidth();
+    vmpar::ParallelFor(size_t(to - from), size_t(kMinBandRows), [&](size_t r0, size_t r1, unsigned) {
+        std::memset(plane->GetBuffer(0, uint32_t(from + int64_t(r0))), 0, stride * (r1 - r0));
+    });
+}
+
+// The fill behind both entry points. With `clear`, the plane is taken as all zeros and written whole: every
+// byte outside the spans is set to 0 while the spans are laid, so nothing of the old content is read.
+long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
+{
+    if (!plane || plane->IsNull()) return kFail;
+    if (!points || count < 3) {
+        if (clear) ClearRows(plane, 0, plane->GetHeight());
+        return kFail;
+    }
     const int64_t width = plane->GetWidth(), height = plane->GetHeight();
 
     int64_t left = points[0].x, right = points[0].x, top = points[0].y, bottom = points[0].y;
@@ -318,9 +336,16 @@ long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
     top = std::max<int64_t>(top, 0);
     right = std::min(right, width);
     bottom = std::min(bottom, height);
-    if (left >= right || top >= bottom) return kOk; // the box misses the plane
+    if (left >= right || top >= bottom) { // the box misses the plane
+        if (clear) ClearRows(plane, 0, height);
+        return kOk;
+    }
 
     try {
+        if (clear) {
+            ClearRows(plane, 0, top);
+            ClearRows(plane, bottom, height);
+        }
         const std::vector<Edge> edges = MakeEdges(points, count);
         const size_t stride = size_t(width);
         const size_t rowCount = size_t(bottom - top);
@@ -356,14 +381,25 @@ long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
                     rows.Next(crossings);
                     RowSpans(crossings, left, right, spans);
                     uint8_t* row = plane->GetBuffer(0, uint32_t(top + int64_t(i)));
-                    int64_t x = left;
-                    bool zero = true;
-                    for (size_t k = 0; k + 1 < spans.size(); k += 2) {
-                        zero = zero && IsZero(row, x, spans[k]);
-                        std::memset(row + spans[k], 255, size_t(spans[k + 1] - spans[k]));
-                        x = spans[k + 1];
+                    if (clear) {
+                        int64_t x = 0;
+                        for (size_t k = 0; k + 1 < spans.size(); k += 2) {
+                            std::memset(row + x, 0, size_t(spans[k] - x));
+                            std::memset(row + spans[k], 255, size_t(spans[k + 1] - spans[k]));
+                            x = spans[k + 1];
+                        }
+                        std::memset(row + x, 0, size_t(width - x));
+                        clean[i] = 1;
+                    } else {
+                        int64_t x = left;
+                        bool zero = true;
+                        for (size_t k = 0; k + 1 < spans.size(); k += 2) {
+                            zero = zero && IsZero(row, x, spans[k]);
+                            std::memset(row + spans[k], 255, size_t(spans[k + 1] - spans[k]));
+                            x = spans[k + 1];
+                        }
+                        clean[i] = zero && IsZero(row, x, right);
                     }
-                    clean[i] = zero && IsZero(row, x, right);
                     rowBand[i] = uint32_t(b);
                     spanAt[i] = out.spans.size();
                     out.spans.insert(out.spans.end(), spans.begin(), spans.end());
@@ -434,6 +470,18 @@ long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
         return kFail;
     }
     return kOk;
+}
+
+} // namespace
+
+long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
+{
+    return Fill(points, count, plane, false);
+}
+
+long ClearAndFillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane)
+{
+    return Fill(points, count, plane, true);
 }
 
 long FillEllipse(int x0, int y0, int x1, int y1, COLChannel* plane)

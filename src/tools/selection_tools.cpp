@@ -121,15 +121,11 @@ bool CNormalSelTool::Rasterise()
     Lock(true);
     const int mode = PanelMode();
     if (mode == kSelNew) {
-        std::memset(m_pMask->GetBuffer(), 0, m_pMask->GetAreaByteSize());
         result = FillShape(*m_pMask);
     } else {
         COLChannel shape;
         result = shape.Create(uint32_t(width), uint32_t(height));
-        if (result == kOk) {
-            std::memset(shape.GetBuffer(), 0, shape.GetAreaByteSize());
-            result = FillShape(shape);
-        }
+        if (result == kOk) result = FillShape(shape);
         if (result == kOk) {
             if (mode == kSelAdd)
                 m_pMask->Add(&shape);
@@ -405,7 +401,11 @@ int CRoundSelTool::DrawOverlay(IOverlayDC& dc, bool repainted)
     return 0;
 }
 
-long CRoundSelTool::FillShape(COLChannel& plane) { return FillEllipse(m_start.x, m_start.y, m_end.x, m_end.y, &plane); }
+long CRoundSelTool::FillShape(COLChannel& plane)
+{
+    std::memset(plane.GetBuffer(), 0, plane.GetAreaByteSize());
+    return FillEllipse(m_start.x, m_start.y, m_end.x, m_end.y, &plane);
+}
 
 // --- Lasso ----------------------------------------------------------------------------------------------------
 

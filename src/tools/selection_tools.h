@@ -82,8 +82,8 @@ public:
     virtual bool Rasterise();
 
 protected:
-    // The outline into a zeroed plane of document size.
-    virtual long FillShape(COLChannel& plane) { return m_outline.FillInto(&plane); }
+    // The plane (of document size) cleared, and the outline filled into it.
+    virtual long FillShape(COLChannel& plane) { return m_outline.ClearAndFillInto(&plane); }
     virtual void UpdateCursor() {}
     // Document size: the compose document's, or the working image's in selection mode.
     bool GetDocumentSize(int& width, int& height);

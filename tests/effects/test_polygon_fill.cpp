@@ -239,6 +239,43 @@ TEST(FillPolygon, BandsOfRowsGiveTheSameBytesAtEveryThreadCount)
     }
 }
 
+TEST(ClearAndFillPolygon, GivesTheBytesOfAClearedPlaneFilledAtEveryThreadCount)
+{
+    // Outlines inside, partly off, wholly off the plane and refused; the plane starts full of old marks, which
+    // must all go, and tall enough for several bands.
+    const int w = 173, h = 300;
+    std::vector<CPolyPoint> star;
+    for (int i = 0; i < 60; ++i) {
+        const double a = 6.2831853 * i / 60, r = (i % 2 ? 0.3 : 0.45) * h;
+        star.push_back({int(w / 2 + r * 0.5 * std::cos(a)), int(h / 2 + r * std::sin(a))});
+    }
+    star.push_back(star.front());
+    const std::vector<std::vector<CPolyPoint>> outlines = {
+        star,
+        {{-9, 40}, {w + 6, 20}, {w / 2, h - 30}, {-9, 40}},
+        {{w + 5, 5}, {w + 40, 5}, {w + 40, 50}, {w + 5, 5}},
+        {{0, 0}, {5, 5}},
+    };
+    std::mt19937 rng(8);
+    std::vector<uint8_t> old(size_t(w * h));
+    for (uint8_t& v : old) v = uint8_t(rng() % 4 * 80);
+    for (unsigned threads : {1u, 2u, 5u}) {
+        vmtest::ThreadCount tc(threads);
+        for (size_t k = 0; k < outlines.size(); ++k) {
+            SCOPED_TRACE(testing::Message() << threads << " threads, outline " << k);
+            const std::vector<CPolyPoint>& points = outlines[k];
+            COLChannel expected, got;
+            ASSERT_EQ(expected.Create(uint32_t(w), uint32_t(h)), kOk);
+            ASSERT_EQ(got.Create(uint32_t(w), uint32_t(h)), kOk);
+            std::memset(expected.GetBuffer(), 0, expected.GetAreaByteSize());
+            std::memcpy(got.GetBuffer(), old.data(), old.size());
+            EXPECT_EQ(ClearAndFillPolygon(points.data(), points.size(), &got),
+                      FillPolygon(points.data(), points.size(), &expected));
+            ASSERT_EQ(vmtest::Bytes(got), vmtest::Bytes(expected));
+        }
+    }
+}
+
 TEST(FillPolygon, RefusesTooFewPointsAndMissingPlane)
 {
     COLChannel plane;
