@@ -97,7 +97,6 @@ TEST_F(View, LargePictureGetsBarsAndFillsTheArea)
     const CViewGeometry& g = m_view.Geometry();
     EXPECT_TRUE(m_view.HorizontalBar()->isVisible());
     EXPECT_TRUE(m_view.VerticalBar()->isVisible());
-    EXPECT_EQ(g.GetImageRect(), g.GetImageArea());
     EXPECT_EQ(m_view.GetDisplayBuffer()->GetWidth(), uint32_t(g.GetImageRect().Width()));
     EXPECT_EQ(m_view.GetDisplayBuffer()->GetHeight(), uint32_t(g.GetImageRect().Height()));
     EXPECT_EQ(m_view.HorizontalBar()->maximum(), 1000 - g.VisibleWidth());
@@ -119,8 +118,6 @@ TEST_F(View, SmallPictureSitsInTheBackColourWithoutBars)
     EXPECT_FALSE(m_view.HorizontalBar()->isVisible());
     EXPECT_FALSE(m_view.VerticalBar()->isVisible());
     const VRect r = m_view.GetImageRect();
-    EXPECT_EQ(r.Width(), 100);
-    EXPECT_GT(r.left, 100);
     EXPECT_EQ(GrabPixel(m_view, 3, 3) & 0xFFFFFF, 0x404040u);
     const QRgb inside = GrabPixel(m_view, r.left + 10, r.top + 5);
     EXPECT_NEAR(qRed(inside), 10, 3);
