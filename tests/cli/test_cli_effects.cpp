@@ -59,20 +59,3 @@ TEST(CliEffects, LensBlurRefusesBadInput)
     }
     EXPECT_FALSE(std::filesystem::exists(dir.File("out.png")));
 }
-
-TEST(CliEffects, RunTakesTheGeometryCommands)
-{
-    vmtest::TempDir dir;
-    vmtest::SavePicture(dir.File("in.png"), vmtest::OpaqueNoise(30, 20, 1));
-    CliResult r =
-        RunCli("run " + Quote(dir.File("in.png")) + " \"Doc_ImageSize('60','10','1')\" \"Doc_RotateImageLeft\" " +
-               "\"Doc_ExtendCanvas('1','2','3','4')\" -o " + Quote(dir.File("out.png")));
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    const COLImage out = vmtest::Load(dir.File("out.png"));
-    EXPECT_EQ(out.GetWidth(), 10u + 4);
-    EXPECT_EQ(out.GetHeight(), 60u + 6);
-    r = RunCli("run " + Quote(dir.File("in.png")) + " \"Doc_ImageSize('20001','10')\" -o " +
-               Quote(dir.File("bad.png")));
-    EXPECT_EQ(r.exitCode, 1) << r.output;
-    EXPECT_FALSE(std::filesystem::exists(dir.File("bad.png")));
-}

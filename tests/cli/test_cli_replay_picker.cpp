@@ -36,15 +36,3 @@ TEST(CliReplayPicker, BackdropPickerKeysTheGreenScreenLikeTheEngine)
     EXPECT_EQ(vmtest::GrayBytes(mask), expected);
     EXPECT_EQ(expected.front(), 0) << "the corner is backdrop";
 }
-
-TEST(CliReplayPicker, ThePickerBelongsToTheChromaMethod)
-{
-    vmtest::TempDir dir;
-    const std::string in = vmtest::DataPath("matting/key_green.png");
-    const std::string script = dir.File("script.txt"), out = dir.File("out.png");
-    std::ofstream(script) << "tool colourpicker\ndown 5 5\nup 5 5\ntool picker\n";
-    const CliResult r = RunCli("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(out));
-    EXPECT_NE(r.exitCode, 0);
-    EXPECT_NE(r.output.find("line 4"), std::string::npos) << r.output;
-    EXPECT_NE(r.output.find("not offered in compose mode"), std::string::npos) << r.output;
-}

@@ -1,4 +1,3 @@
-#include <cmath>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -15,14 +14,6 @@ class CliReplaySmartAdjust : public vmtest::ReplayTest {
 protected:
     CliReplaySmartAdjust() : ReplayTest(71) {}
 };
-
-int Dist(const int* a, const int* b)
-{
-    double s = 0;
-    for (int c = 0; c < 3; ++c)
-        s += double(a[c] - b[c]) * (a[c] - b[c]);
-    return int(std::floor(std::sqrt(s)));
-}
 
 } // namespace
 
@@ -52,7 +43,7 @@ TEST_F(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
     const std::vector<uint8_t> i = GrayBytes(inner), o = GrayBytes(outer), m0 = GrayBytes(before);
     ASSERT_EQ(i[15 * W + 4], 255);
     ASSERT_EQ(o[15 * W + 35], 255);
-    auto mean = [&](int cx, int cy, int* c) {
+    auto mean = [&](int cx, int cy, uint8_t* c) {
         for (int k = 0; k < 3; ++k) {
             int sum = 0;
             for (int y = cy - 1; y <= cy + 1; ++y)
@@ -60,10 +51,10 @@ TEST_F(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
                     const CPixel q = picture.GetPixel2(uint32_t(x), uint32_t(y));
                     sum += k == 0 ? q.blue : k == 1 ? q.green : q.red;
                 }
-            c[k] = sum / 9;
+            c[k] = uint8_t(sum / 9);
         }
     };
-    int f[3], b[3];
+    uint8_t f[3], b[3];
     mean(4, 15, f);
     mean(35, 15, b);
     const auto frames = plainbrush::Frames(plainbrush::MakeStamp(4, 30), 255, W, H, {{12, 5}, {20, 14}, {28, 24}});
@@ -73,13 +64,8 @@ TEST_F(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
             const int s = frame.s[p];
             if (!s || i[p] || o[p]) continue;
             const CPixel px = picture.GetBuffer()[p];
-            const int c[3] = {px.blue, px.green, px.red};
-            const long d0 = Dist(f, b), d1 = Dist(c, b), d2 = Dist(c, f);
-            long a = d1 + d2 == 0 ? 255
-                     : d0 < 16    ? 255 * d1 / (d1 + d2)
-                                  : 255 * (d1 * d1 - d2 * d2 + d0 * d0) / (2 * d0 * d0);
-            a = std::min(std::labs(a), 255L);
-            const int t0 = 255 * int(a) - 8160, t = t0 < 0 ? 0 : t0 < 48960 ? t0 / 192 : 255;
+            const uint8_t c[3] = {px.blue, px.green, px.red};
+            const int t = plainbrush::SmartTarget(c, f, b);
             m[p] = uint8_t(((255 - s) * m[p] + t * s) / 255);
         }
     ASSERT_NE(m, m0);

@@ -272,6 +272,7 @@ TEST_F(Commands, FlipsAndRotations)
 {
     CLayer* layer = doc.GetLayer(1);
     layer->m_x = 3;
+    layer->m_y = -2; // partly off the canvas
     doc.SetCurrentIndex(1);
     COLImage before;
     before.DuplicateFrom(&layer->m_image);
@@ -293,8 +294,9 @@ TEST_F(Commands, FlipsAndRotations)
     EXPECT_EQ(layer->m_image.GetPixel(0, 0), before.GetPixel(0, 9));
     EXPECT_EQ(layer->m_image.GetPixel(9, 0), before.GetPixel(0, 0));
     EXPECT_EQ(layer->m_image.GetPixel(9, 19), before.GetPixel(19, 0));
-    EXPECT_EQ(layer->m_x, 3);
-    EXPECT_EQ(LastStep().kind, 4);
+    EXPECT_EQ(vmtest::Place(*layer), "3,-2") << "the corner stays";
+    EXPECT_EQ(doc.GetWidth(), 20) << "the document keeps its size";
+    EXPECT_EQ(LastStep().kind, kStepLayerHeaderRegion);
     EXPECT_EQ(LastStep().label, "His_RotateRight");
     EXPECT_EQ(Run("Doc_RotateLeft"), kCommandDone);
     EXPECT_TRUE(vmtest::SamePixels(layer->m_image, before));

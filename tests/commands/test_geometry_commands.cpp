@@ -153,15 +153,4 @@ TEST(GeometryCommands, MirroringTheDocumentMirrorsItsComposite)
     }
 }
 
-TEST(GeometryCommands, LayerTurnsKeepTheirCornerAndTheDocumentSize)
-{
-    GeometryDoc g;
-    g.doc.SetCurrentIndex(1);
-    ASSERT_EQ(ExecuteCommand(g.context, "Doc_RotateLeft"), kCommandDone);
-    EXPECT_EQ(vmtest::Place(*g.doc.GetLayer(1)), "31,-3");
-    EXPECT_EQ(g.doc.GetLayer(1)->m_image.GetWidth(), 9u);
-    EXPECT_EQ(g.doc.GetWidth(), 40);
-    EXPECT_EQ(g.history.Steps().back().kind, kStepLayerHeaderRegion);
-}
-
 } // namespace

@@ -13,6 +13,8 @@
 #include "document/compose_document.h"
 #include "document/layer.h"
 #include "effects/segment_deflate.h"
+#include "effects/selection_modifiers.h"
+#include "support/engine_checks.h"
 #include "support/plain_masks.h"
 #include "support/test_support.h"
 
@@ -77,7 +79,10 @@ TEST_F(ModifierCommands, ExpandShrinkAndFeatherChangeTheMaskAndRecordIt)
 
     ASSERT_EQ(Run("Doc_SelectShrink('2')"), kCommandDone);
     EXPECT_STREQ(LastRecord().label, "selshink");
+    COLChannel feathered = vmtest::Copy(doc.GetSelectionMask());
+    ASSERT_EQ(FeatherPlane(feathered, 6), kOk);
     ASSERT_EQ(Run("Doc_SelectFeather('6')"), kCommandDone);
+    EXPECT_EQ(vmtest::Bytes(doc.GetSelectionMask()), vmtest::Bytes(feathered));
     EXPECT_STREQ(LastRecord().label, "His_Feature");
 
     // Undo goes back through each mask.

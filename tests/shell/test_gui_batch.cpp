@@ -26,21 +26,14 @@ namespace {
 // differ from photo to photo.
 COLImage GreenScreen(int seed)
 {
-    COLImage img;
-    img.Create(64, 48);
     const int cx = 20 + seed * 9, cy = 22 + seed * 3, r = 10 + seed * 2;
-    for (int y = 0; y < 48; ++y)
-        for (int x = 0; x < 64; ++x) {
-            const int n = (x * 7 + y * 13 + seed * 31) % 9;
-            CPixel p = CPixel::Make(uint8_t(40 + n), uint8_t(170 + x / 4 + n), uint8_t(60 + n));
-            const int d2 = (x - cx) * (x - cx) + (y - cy) * (y - cy);
-            if (d2 < r * r)
-                p = CPixel::Make(uint8_t(200 - n * 3), uint8_t(90 + y), uint8_t(70 + n * 5));
-            else if (d2 < (r + 1) * (r + 1))
-                p = CPixel::Make(120, 130, 65); // a mixed rim
-            img.PutPixel(uint32_t(x), uint32_t(y), p);
-        }
-    return img;
+    return Picture(64, 48, [&](int x, int y) {
+        const int n = (x * 7 + y * 13 + seed * 31) % 9;
+        const int d2 = (x - cx) * (x - cx) + (y - cy) * (y - cy);
+        if (d2 < r * r) return CPixel::Make(uint8_t(200 - n * 3), uint8_t(90 + y), uint8_t(70 + n * 5));
+        if (d2 < (r + 1) * (r + 1)) return CPixel::Make(120, 130, 65); // a mixed rim
+        return CPixel::Make(uint8_t(40 + n), uint8_t(170 + x / 4 + n), uint8_t(60 + n));
+    });
 }
 
 class BatchInFrame : public FrameTest {
@@ -232,8 +225,7 @@ TEST_F(BatchInFrame, CancelStopsTheRunAfterThePhotoUnderWay)
     size_t files = 0;
     for (const auto& entry : fs::directory_iterator(m_dir.File("stopped"))) {
         ++files;
-        COLImage back;
-        EXPECT_NE(COLImageCodec().LoadFile(entry.path().c_str(), &back), 0) << entry.path();
+        EXPECT_FALSE(Load(entry.path().string()).IsNull()) << entry.path();
     }
     EXPECT_EQ(files, dlg.Written().size());
     EXPECT_TRUE(m_services.messages.empty()) << "a cancelled run says nothing";
@@ -260,8 +252,8 @@ TEST_F(BatchInFrame, ReviewStepsWithNextAndFinishesWithFinishTheBatch)
 
     // Each photo as the core keys it with the panel's record (strength 50) and the colour of its border.
     auto expectKeyed = [&](const std::string& photo) {
-        COLImage source, result;
-        ASSERT_NE(COLImageCodec().LoadFile(photo.c_str(), &source), 0);
+        COLImage source = Load(photo), result;
+        ASSERT_FALSE(source.IsNull());
         ChromaKeySettings key;
         key.params.backdrop = CChromaKeyProcess::EstimateBackdropColour(source);
         ASSERT_EQ(RunBackdropKey(key, source, result), kOk);
@@ -280,9 +272,7 @@ TEST_F(BatchInFrame, ReviewStepsWithNextAndFinishesWithFinishTheBatch)
     QTest::mouseClick(next, Qt::LeftButton);
     const std::string first = batchkey::OutputPath(out, m_photos[0], "cut_", true);
     ASSERT_TRUE(fs::exists(first));
-    COLImage written;
-    ASSERT_NE(COLImageCodec().LoadFile(first.c_str(), &written), 0);
-    EXPECT_EQ(written.GetPixel2(0, 0).alpha, 77);
+    EXPECT_EQ(Load(first).GetPixel2(0, 0).alpha, 77);
 
     ASSERT_TRUE(WaitFor([&] { return next->isEnabled(); }));
     EXPECT_EQ(next->text(), QStringLiteral("(2/4)Next >"));
@@ -311,8 +301,7 @@ TEST_F(BatchInFrame, ReviewStepsWithNextAndFinishesWithFinishTheBatch)
 TEST_F(BatchInFrame, AGreenScreenPhotoInThePreviewPicksAGreenBackdrop)
 {
     const std::string photo = std::string(VM_TEST_DATA_DIR) + "/matting/key_green.png";
-    COLImage picture;
-    ASSERT_NE(COLImageCodec().LoadFile(photo.c_str(), &picture), 0);
+    const COLImage picture = Load(photo);
     CBatchDlg dlg(m_frame, m_services, m_app.Worker(), &picture, photo);
     dlg.AddFiles({std::string(VM_TEST_DATA_DIR) + "/matting/key_green.jpg", m_photos[1], m_photos[2]});
     dlg.ReviewBox()->setChecked(false);

@@ -10,13 +10,11 @@
 #include <QToolButton>
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 
 #include "commands/history_log.h"
 #include "gui_support.h"
-#include "imaging/codec.h"
 #include "matting/contour_optimise.h"
 #include "shell/background_bar.h"
 #include "shell/image_view.h"
@@ -270,10 +268,7 @@ TEST_F(InoutPage, TheBackgroundButtonsAndTheMenuAgree)
             EXPECT_EQ(buttons.ModeButton(m)->isChecked(), m == mode) << m;
     };
     agree(kShowChecker);
-    if (const char* dir = std::getenv("VM_SCREENSHOT_DIR")) {
-        QTest::qWait(300);
-        m_frame->grab().save(QString::fromUtf8(dir) + QStringLiteral("/background-buttons.png"));
-    }
+    Shot(m_frame, "background-buttons.png");
     QTest::mouseClick(buttons.ModeButton(kShowMask), Qt::LeftButton);
     agree(kShowMask);
     m_frame->Action(cmd::kBackChecker)->trigger();
@@ -299,14 +294,7 @@ TEST_F(InoutPage, TheBackgroundButtonsAndTheMenuAgree)
     // The picture button without a picture asks for one; a cancelled dialog changes nothing.
     QTest::mouseClick(buttons.ModeButton(kShowPicture), Qt::LeftButton);
     agree(kShowColour);
-    COLImage picture;
-    picture.Create(30, 20);
-    for (uint32_t y = 0; y < 20; ++y)
-        for (uint32_t x = 0; x < 30; ++x)
-            picture.PutPixel(x, y, CPixel::Make(200, 10, 10, 255));
-    const std::string path = m_dir.File("back.png");
-    ASSERT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &picture), 0);
-    m_services.openPaths.push_back(path);
+    m_services.openPaths.push_back(SavePicture(m_dir.File("back.png"), Solid(30, 20, CPixel::Make(200, 10, 10, 255))));
     QTest::mouseClick(buttons.ModeButton(kShowPicture), Qt::LeftButton);
     agree(kShowPicture);
     EXPECT_EQ(Sel().GetBackgroundPicture()->GetWidth(), 30u);
@@ -338,8 +326,5 @@ TEST_F(InoutPage, ScreenshotOfThePageWithBothContours)
     EXPECT_TRUE(Page().OptimiseButton()->isEnabled());
     EXPECT_TRUE(Page().ShowInnerBox()->isChecked());
     EXPECT_TRUE(Page().ShowOuterBox()->isChecked());
-    if (const char* dir = std::getenv("VM_SCREENSHOT_DIR")) {
-        QTest::qWait(300);
-        m_frame->grab().save(QString::fromUtf8(dir) + QStringLiteral("/inout-page.png"));
-    }
+    Shot(m_frame, "inout-page.png");
 }

@@ -10,6 +10,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 
+#include "commands/history_sink.h"
 #include "document/layer.h"
 #include "effects/selection_modifiers.h"
 #include "gui_support.h"
@@ -128,6 +129,7 @@ TEST_F(SelectionEdits, FeatherOfTheResultMaskInSelectionMode)
     CSelectionDocument& selection = Sel();
     COLChannel& mask = *selection.GetResultMask();
     SelectTheRectangle(mask);
+    m_app.SelectionHistory()->AddStep(&selection, kStepChannel, kPlaneResult, "modifypolygonseltip");
     COLChannel before, expected;
     before.DuplicateFrom(&mask);
     CFeatherProcess process;
@@ -146,4 +148,8 @@ TEST_F(SelectionEdits, FeatherOfTheResultMaskInSelectionMode)
     feather->trigger();
     EXPECT_EQ(Bytes(*selection.GetResultMask()), Bytes(expected));
     EXPECT_EQ(m_app.SelectionHistory()->GetCount(), steps + 1);
+    m_frame->OnCommand(cmd::kUndo);
+    EXPECT_EQ(Bytes(*selection.GetResultMask()), Bytes(before));
+    m_frame->OnCommand(cmd::kRedo);
+    EXPECT_EQ(Bytes(*selection.GetResultMask()), Bytes(expected));
 }

@@ -1,9 +1,7 @@
 #include <QTest>
-#include <cstdlib>
 #include <gtest/gtest.h>
 
 #include "gui_support.h"
-#include "imaging/codec.h"
 #include "shell/main_frame.h"
 #include "shell/menu_table.h"
 #include "shell/panels.h"
@@ -23,16 +21,8 @@ protected:
 
     void OpenPicture()
     {
-        COLImage img;
-        img.Create(160, 120);
-        for (uint32_t y = 0; y < 120; ++y)
-            for (uint32_t x = 0; x < 160; ++x)
-                img.PutPixel(x, y, CPixel::Make(uint8_t(x), uint8_t(y * 2), 90, 255));
-        const std::string path = m_dir.File("p.png");
-        ASSERT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 0);
-        m_services.openPaths.push_back(path);
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+        FrameTest::OpenPicture(
+            Picture(160, 120, [](uint32_t x, uint32_t y) { return CPixel::Make(uint8_t(x), uint8_t(y * 2), 90, 255); }));
     }
 
     CWorkArea& Area() { return *m_frame->WorkArea(); }
@@ -172,9 +162,7 @@ TEST_F(SideBarInFrame, ScreenshotOfComposeModeWithAFoldedPage)
 {
     // The coffee photo with the cat on a layer above it, moved, a little transparent and named; the history page
     // folded, so that the help page moves up under the layers.
-    m_services.openPaths.push_back(AssetPath("samples/coffee.png"));
-    m_frame->OnCommand(cmd::kOpen);
-    ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+    Open(AssetPath("samples/coffee.png"));
     m_services.openPaths.push_back(AssetPath("samples/chelsea.png"));
     m_frame->OnCommand(cmd::kOpenLayer);
     ASSERT_EQ(m_app.Document().GetLayerCount(), 2);
@@ -187,9 +175,5 @@ TEST_F(SideBarInFrame, ScreenshotOfComposeModeWithAFoldedPage)
     auto* helpTitle = Bar().findChild<CSideBarTitle*>(QStringLiteral("sidebartitle2"));
     ASSERT_NE(helpTitle, nullptr);
     EXPECT_EQ(helpTitle->y(), Bar().TitleOf(History())->y() + 20);
-
-    const char* dir = std::getenv("VM_SCREENSHOT_DIR");
-    if (!dir) return;
-    QTest::qWait(300);
-    m_frame->grab().save(QString::fromUtf8(dir) + QStringLiteral("/compose.png"));
+    Shot(m_frame, "compose.png");
 }

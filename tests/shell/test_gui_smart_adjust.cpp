@@ -1,8 +1,8 @@
-#include <cstring>
 #include <gtest/gtest.h>
 
 #include "document/layer.h"
 #include "gui_support.h"
+#include "support/engine_checks.h"
 #include "shell/smart_adjust_panel.h"
 
 using namespace vmtest;
@@ -19,16 +19,9 @@ TEST_F(SmartAdjustPanel, SwatchesAndModesFollowTheToolInSelectionMode)
     EXPECT_FALSE(tool.IsEnabled()) << "without a result there is nothing to adjust";
     // A result with contours on both sides.
     CSelectionDocument& selection = Bar().Selection();
-    for (COLChannel* plane : {selection.GetResultMask(), selection.GetInnerPlane(), selection.GetOuterPlane()}) {
-        plane->Create(60, 40);
-        std::memset(plane->GetBuffer(), 0, plane->GetAreaByteSize());
-    }
-    for (uint32_t y = 0; y < 40; ++y)
-        for (uint32_t x = 0; x < 60; ++x) {
-            if (x < 15) selection.GetInnerPlane()->SetValue(x, y, 255);
-            if (x >= 45) selection.GetOuterPlane()->SetValue(x, y, 255);
-            selection.GetResultMask()->SetValue(x, y, x < 30 ? 255 : 0);
-        }
+    *selection.GetInnerPlane() = PlaneOf(60, 40, [](int x, int) { return x < 15 ? 255 : 0; });
+    *selection.GetOuterPlane() = PlaneOf(60, 40, [](int x, int) { return x >= 45 ? 255 : 0; });
+    *selection.GetResultMask() = PlaneOf(60, 40, [](int x, int) { return x < 30 ? 255 : 0; });
     manager.UpdateBars();
     EXPECT_TRUE(tool.IsEnabled());
     manager.SetCurrentTool(&tool);

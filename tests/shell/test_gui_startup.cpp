@@ -61,10 +61,6 @@ TEST_F(StartUp, WithoutAFileTheSplashShowsUntilTheTimer)
     EXPECT_TRUE(m_services.messages.empty());
     EXPECT_GE(shell.Frame()->minimumWidth(), 640);
     EXPECT_GE(shell.Frame()->minimumHeight(), 500);
-    // Both undo logs exist in the temporary folder while the program runs.
-    ASSERT_NE(m_app.ComposeHistory(), nullptr);
-    EXPECT_TRUE(std::filesystem::exists(m_app.ComposeHistory()->GetLogPath()));
-    EXPECT_TRUE(std::filesystem::exists(m_app.SelectionHistory()->GetLogPath()));
 }
 
 TEST_F(StartUp, CommandLineOpensAPictureWithASpaceInItsName)
@@ -101,29 +97,6 @@ TEST_F(StartUp, UnreadableFileSaysSoAndTheEditorCarriesOn)
     EXPECT_EQ(exits.count(), 0);
     EXPECT_EQ(shell.ExitCode(), 0);
     EXPECT_FALSE(shell.Frame()->IsShowingComposeMenus());
-}
-
-TEST_F(StartUp, HostPluginFileBecomesTheDocumentAndIsRemoved)
-{
-    // Width 3, height 2, three bytes a pixel.
-    std::vector<uint8_t> bytes = {3, 0, 0, 0, 2, 0, 0, 0};
-    for (int i = 0; i < 6; ++i)
-        bytes.insert(bytes.end(), {uint8_t(10 * i), 20, 30});
-    const std::string path = m_dir.File("host.raw");
-    vmtest::WriteAll(path, bytes);
-    CShellApp shell(m_app, &m_services);
-    shell.Start("-I0 " + path, TestOptions(m_dir), 0);
-    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
-    EXPECT_TRUE(shell.CommandLine().pluginMode);
-    EXPECT_TRUE(shell.Frame()->IsHostMode());
-    CComposeDocument& doc = m_app.Document();
-    ASSERT_EQ(doc.GetLayerCount(), 1);
-    EXPECT_EQ(doc.GetWidth(), 3);
-    EXPECT_EQ(doc.GetHeight(), 2);
-    EXPECT_EQ(doc.GetLayer(0)->m_image.GetPixel(2, 1), CPixel::Make(50, 20, 30, 255).Word());
-    EXPECT_FALSE(std::filesystem::exists(path));
-    EXPECT_FALSE(shell.Frame()->IsTopBarShown());
-    EXPECT_TRUE(m_services.messages.empty());
 }
 
 TEST_F(StartUp, BrokenHostFileEndsTheProgramWithMinusOne)

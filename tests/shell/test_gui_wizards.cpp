@@ -5,14 +5,13 @@
 #include <QTest>
 #include <QTimer>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <QToolButton>
 #include <gtest/gtest.h>
 
 #include "document/layer.h"
 #include "gui_support.h"
-#include "imaging/codec.h"
+#include "support/engine_checks.h"
 #include "shell/batch_dlg.h"
 #include "shell/batch_review.h"
 #include "shell/menu_table.h"
@@ -43,34 +42,18 @@ protected:
 
     std::string WritePicture(const char* name, uint32_t w, uint32_t h, uint32_t seed)
     {
-        COLImage img;
-        FillNoise(img, w, h, seed);
-        for (size_t i = 0; i < img.GetPixelCount(); ++i) img.GetBuffer()[i].alpha = 255;
-        const std::string path = m_dir.File(name);
-        EXPECT_NE(COLImageCodec().SaveFileWithAlpha(path.c_str(), &img), 0);
-        return path;
+        return SavePicture(m_dir.File(name), OpaqueNoise(w, h, seed));
     }
     void OpenPicture()
     {
-        m_services.openPaths.push_back(WritePicture("photo.png", 120, 90, 4));
-        m_frame->OnCommand(cmd::kOpen);
-        ASSERT_EQ(m_app.Document().GetLayerCount(), 1);
+        ASSERT_NO_FATAL_FAILURE(FrameTest::OpenPicture(OpaqueNoise(120, 90, 4), "photo.png"));
         m_photo.DuplicateFrom(&m_app.Document().GetLayer(0)->m_image);
-    }
-    CToolBar& Bar() { return *m_frame->ToolBar(); }
-    CToolManager& Manager() { return Bar().Manager(); }
-    CSelectionDocument& Sel() { return Bar().Selection(); }
-
-    static void Shot(QWidget* window, const char* name)
-    {
-        if (const char* dir = std::getenv("VM_SCREENSHOT_DIR"))
-            window->grab().save(QString::fromUtf8(dir) + QLatin1Char('/') + QString::fromLatin1(name));
     }
     // Through the method dialog's button of `method`.
     void EnterWith(uint32_t method)
     {
         OnDialogShown<CMethodDlg>([method](CMethodDlg* d) {
-            Shot(d, "method-dialog.png");
+            Shot(d, "method-dialog.png", 0);
             d->Button(method)->click();
         });
         m_frame->OnCommand(cmd::kConfirmReturn);
@@ -81,9 +64,7 @@ protected:
         EnterWith(kMethodInOut);
         ASSERT_TRUE(m_frame->IsSelectionMode());
         COLChannel& mask = *Sel().GetResultMask();
-        ASSERT_EQ(mask.Create(120, 90), kOk);
-        for (uint32_t y = 0; y < 90; ++y)
-            for (uint32_t x = 0; x < 120; ++x) mask.SetValue(x, y, x < 60 ? 255 : 0);
+        mask = PlaneOf(120, 90, [](int x, int) { return x < 60 ? 255 : 0; });
         m_mask = Bytes(mask);
         Manager().UpdateBars();
     }
@@ -91,7 +72,7 @@ protected:
     void Leave(EBringBack action, bool keep = false)
     {
         OnDialogShown<CResultWizard>([action, keep](CResultWizard* w) {
-            Shot(w, "result-wizard.png");
+            Shot(w, "result-wizard.png", 0);
             w->KeepBox()->setChecked(keep);
             w->Button(action)->click();
         });
@@ -218,9 +199,7 @@ TEST_F(WizardsInFrame, ChangeBackgroundAsksForAPictureAndHandsOverToTheTransform
     ASSERT_FALSE(m_frame->IsSelectionMode());
     CComposeDocument& doc = m_app.Document();
     EXPECT_EQ(std::make_pair(doc.GetWidth(), doc.GetHeight()), std::make_pair(200, 150));
-    COLImage picture;
-    ASSERT_NE(COLImageCodec().LoadFile(backdrop.c_str(), &picture), 0);
-    EXPECT_EQ(Bytes(doc.GetLayer(0)->m_image), Bytes(picture));
+    EXPECT_EQ(Bytes(doc.GetLayer(0)->m_image), Bytes(Load(backdrop)));
     ASSERT_EQ(doc.GetLayerCount(), 2);
     ExpectKeptHalf(*doc.GetLayer(1), 40 + 10, 30 + 10); // centred on the grown canvas, then 10 aside
     EXPECT_EQ(Manager().GetCurrentTool(), &Manager().GetTransformTool());
@@ -242,17 +221,12 @@ TEST_F(WizardsInFrame, AResultThatKeepsEverythingLeavesWithoutAsking)
 TEST_F(WizardsInFrame, TheBatchReviewKeysWithThePagesSettings)
 {
     // A green backdrop whose hue drifts across the picture, so that the strength decides how much of it goes.
-    COLImage green;
-    ASSERT_EQ(green.Create(96, 64), kOk);
-    for (uint32_t y = 0; y < 64; ++y)
-        for (uint32_t x = 0; x < 96; ++x)
-            green.PutPixel(x, y, CPixel::Make(uint8_t(x * 2), uint8_t(200 - y), uint8_t(x < 40 ? 20 : 3 * x - 100), 255));
-    const std::string photo = m_dir.File("green.png");
-    ASSERT_NE(COLImageCodec().SaveFileWithAlpha(photo.c_str(), &green), 0);
-    m_services.openPaths.push_back(photo);
-    m_frame->OnCommand(cmd::kOpen);
-    const std::vector<std::string> photos = {m_dir.File("green2.png")}; // the open photo comes first, then this
-    ASSERT_NE(COLImageCodec().SaveFileWithAlpha(photos[0].c_str(), &green), 0);
+    const COLImage green = Picture(96, 64, [](uint32_t x, uint32_t y) {
+        return CPixel::Make(uint8_t(x * 2), uint8_t(200 - y), uint8_t(x < 40 ? 20 : 3 * x - 100), 255);
+    });
+    FrameTest::OpenPicture(green, "green.png");
+    // The open photo comes first, then this.
+    const std::vector<std::string> photos = {SavePicture(m_dir.File("green2.png"), green)};
     const std::string out = m_dir.File("reviewed");
     std::filesystem::create_directories(out);
     SetBatchDialogHook([&](CBatchDlg& dlg) {
@@ -272,8 +246,7 @@ TEST_F(WizardsInFrame, TheBatchReviewKeysWithThePagesSettings)
     ASSERT_TRUE(WaitFor([&] { return !m_frame->BlueTab()->Preview().IsRunning(); }));
     QTest::mouseClick(review->NextButton(), Qt::LeftButton);
     ASSERT_TRUE(WaitFor([&] { return review->Index() == 1 && review->NextButton()->isEnabled(); }));
-    COLImage source, expected;
-    ASSERT_NE(COLImageCodec().LoadFile(photos[0].c_str(), &source), 0);
+    COLImage source = Load(photos[0]), expected;
     page.params.backdrop = batchkey::ColourOfFile(source, batchkey::Settings{});
     ASSERT_EQ(RunBackdropKey(page, source, expected), kOk);
     ChromaKeySettings plain;

@@ -115,4 +115,30 @@ inline std::vector<Stroke> Frames(const Stamp& st, int alpha, int w, int h, cons
     return frames;
 }
 
+// The smart-adjust rule written out from its definition: the mask a pixel p (blue, green, red) is brought to
+// between the foreground f and background b, its position on the line between them through the curve that holds
+// 0 up to 32 and ramps to 255 at 224.
+inline int PlainDistance(const uint8_t* a, const uint8_t* b)
+{
+    double sum = 0;
+    for (int c = 0; c < 3; ++c)
+        sum += double(a[c] - b[c]) * double(a[c] - b[c]);
+    return int(std::floor(std::sqrt(sum)));
+}
+
+inline int SmartTarget(const uint8_t* p, const uint8_t* f, const uint8_t* b)
+{
+    const long d0 = PlainDistance(f, b), d1 = PlainDistance(p, b), d2 = PlainDistance(p, f);
+    long a;
+    if (d1 + d2 == 0)
+        a = 255;
+    else if (d0 < 16)
+        a = 255 * d1 / (d1 + d2);
+    else
+        a = 255 * (d1 * d1 - d2 * d2 + d0 * d0) / (2 * d0 * d0);
+    if (a < 0) a = -a;
+    const int t = 255 * int(a > 255 ? 255 : a) - 8160;
+    return t < 0 ? 0 : t < 48960 ? t / 192 : 255;
+}
+
 } // namespace plainbrush

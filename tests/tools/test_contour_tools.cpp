@@ -1,8 +1,10 @@
 #include "tool_fixture.h"
 
 #include "matting/refined_key.h"
+#include "support/pictures.h"
 
 using vmtest::Bytes;
+using vmtest::SquaredAlpha;
 using vmtest::ToolTest;
 
 namespace {
@@ -17,17 +19,6 @@ COLImage GreenScreen(int w, int h)
         return subject ? CPixel{uint8_t(40 + n), uint8_t(60 + n), uint8_t(190 - n), 255}
                        : CPixel{uint8_t(30 + n), uint8_t(170 - n), uint8_t(20 + n), 255};
     });
-}
-
-// The channel of a picture's alpha, squared as the cut-out's mask is.
-std::vector<uint8_t> SquaredAlpha(const COLImage& image)
-{
-    std::vector<uint8_t> out(image.GetPixelCount());
-    for (size_t i = 0; i < out.size(); ++i) {
-        const uint32_t a = image.GetBuffer()[i].alpha;
-        out[i] = uint8_t(a * a / 255);
-    }
-    return out;
 }
 
 class ContourToolTest : public ToolTest {

@@ -11,35 +11,6 @@ namespace {
 
 using Path = std::vector<std::pair<int, int>>;
 
-// The smart-adjust rule written out from its definition, one frame of the stroke at a time.
-int PlainDistance(const uint8_t* a, const uint8_t* b)
-{
-    double sum = 0;
-    for (int c = 0; c < 3; ++c)
-        sum += double(a[c] - b[c]) * double(a[c] - b[c]);
-    return int(std::floor(std::sqrt(sum)));
-}
-
-int PlainPosition(const uint8_t* p, const uint8_t* f, const uint8_t* b)
-{
-    const long d0 = PlainDistance(f, b), d1 = PlainDistance(p, b), d2 = PlainDistance(p, f);
-    long a;
-    if (d1 + d2 == 0)
-        a = 255;
-    else if (d0 < 16)
-        a = 255 * d1 / (d1 + d2);
-    else
-        a = 255 * (d1 * d1 - d2 * d2 + d0 * d0) / (2 * d0 * d0);
-    if (a < 0) a = -a;
-    return a > 255 ? 255 : int(a);
-}
-
-int PlainCurve(int a)
-{
-    const int t = 255 * a - 8160;
-    return t < 0 ? 0 : t < 48960 ? t / 192 : 255;
-}
-
 class SmartAdjustTest : public ToolTest {
 protected:
     static constexpr int kInnerEnd = 10, kOuterStart = 30;
@@ -112,7 +83,7 @@ protected:
             for (size_t i = 0; i < m.size(); ++i) {
                 const int s = frame.s[i];
                 if (!s || in[i] || out[i]) continue;
-                const int t = PlainCurve(PlainPosition(&picture[i * 4], f.data(), b.data()));
+                const int t = plainbrush::SmartTarget(&picture[i * 4], f.data(), b.data());
                 if (mode == 1 && t < alpha[i]) continue;
                 if (mode == 2 && t > alpha[i]) continue;
                 m[i] = uint8_t(((255 - s) * m[i] + t * s) / 255);
