@@ -279,10 +279,17 @@ TEST_F(ImageMenuInFrame, WholePictureTurnsAreOnTheMenuAndUndoable)
     // The layer turns are grey on the base layer; the whole-picture ones are not.
     EXPECT_FALSE(m_frame->IsCommandAvailable(cmd::kRotateLeft));
     ASSERT_TRUE(m_frame->IsCommandAvailable(cmd::kRotateImageLeft));
+    const COLImage& old = before.GetLayer(0)->m_image;
+    const uint32_t w = old.GetWidth();
     m_frame->OnCommand(cmd::kRotateImageLeft);
     EXPECT_EQ(m_app.Document().GetWidth(), before.GetHeight());
     EXPECT_EQ(m_app.Document().GetHeight(), before.GetWidth());
+    // A quarter turn to the left brings the top-right corner to the top left; then the upright flip makes it a
+    // transpose. The pairs would differ with the turns or the flips the other way round.
+    const auto base = [this](uint32_t x, uint32_t y) { return m_app.Document().GetLayer(0)->m_image.GetPixel2(x, y); };
+    EXPECT_TRUE(base(0, 0) == old.GetPixel2(w - 1, 0) && base(5, 9) == old.GetPixel2(w - 10, 5));
     m_frame->OnCommand(cmd::kFlipImageV);
+    EXPECT_TRUE(base(0, 0) == old.GetPixel2(0, 0) && base(5, 9) == old.GetPixel2(9, 5));
     m_frame->OnCommand(cmd::kRotateImageRight);
     m_frame->OnCommand(cmd::kFlipImageH);
     // Left, flip, right, flip: a half turn twice mirrored is the picture itself.
