@@ -16,9 +16,10 @@
 namespace {
 
 constexpr int kSide = CLensBlurProcess::kApertureSide;
-constexpr int kCentre = kSide / 2;  // the kernel byte that stands over the pixel itself
+constexpr int kCentre = kSide / 2; // the kernel byte that stands over the pixel itself
+constexpr int kTileRows = CLensBlurProcess::kTileRows;
+constexpr int kTileColumns = CLensBlurProcess::kTileColumns;
 constexpr int kGrayHighlight = 220; // only pixels brighter than this go through the highlight curve
-constexpr int kBlockRows = 64;      // output rows that share one set of prefix sums
 constexpr int kLanes = 8;           // pixels gathered together in the vector path
 
 // A column term of the interior sum: coef times the row prefix sums at column x + c, over image rows y + r0 ..
@@ -85,16 +86,21 @@ PlaneRects MakeRects(const uint8_t* plane, int d)
     return p;
 }
 
-// Prefix sums of a band of picture rows, one plane per channel (blue, green, red): row[k][x] sums the values of
-// columns 0 .. x - 1 of band row k, area[k][x] the values of rows 0 .. k - 1 and columns 0 .. x - 1. Sums wrap
-// modulo 2^32; the differences the gather takes are small enough to come out exact.
+// Prefix sums of a tile: picture rows y0 .. y0 + rows - 1 and columns x0 .. x0 + columns - 1, the three channels
+// (blue, green, red) of one row side by side, each stride words long. Row(ch, y)[j] sums the values of columns
+// x0 .. x0 + j - 1 of picture row y, Area(ch, y)[j] the same over rows y0 .. y - 1. Sums wrap modulo 2^32; the
+// differences the gather takes are small enough to come out exact. The sums start at the tile's left column and
+// not at the picture's: every kernel row's column terms have coefficients that add up to 0, so a constant in a row
+// of prefix sums drops out and the bytes are those of sums over whole picture rows.
 struct Band {
-    int y0 = 0;        // picture row of band row 0
-    size_t stride = 0; // W + 1
-    std::vector<uint32_t> row[3];
-    std::vector<uint32_t> area[3];
-    const uint32_t* Row(int ch, int y) const { return row[ch].data() + stride * size_t(y - y0); }
-    const uint32_t* Area(int ch, int y) const { return area[ch].data() + stride * size_t(y - y0); }
+    int y0 = 0;        // picture row of tile row 0
+    int x0 = 0;        // picture column of prefix index 0
+    size_t stride = 0; // words per channel and row: the widest tile's columns + 1
+    std::vector<uint32_t> row;
+    std::vector<uint32_t> area;
+    size_t At(int ch, int y) const { return (size_t(y - y0) * 3 + size_t(ch)) * stride; }
+    const uint32_t* Row(int ch, int y) const { return row.data() + At(ch, y); }
+    const uint32_t* Area(int ch, int y) const { return area.data() + At(ch, y); }
 };
 
 struct Sums {
@@ -109,9 +115,10 @@ Sums GatherInterior(const PlaneRects& plane, const Band& band, int x, int y)
     for (int ch = 0; ch < 3; ++ch) {
         uint32_t s = 0;
         for (const Term& t : plane.rows)
-            s += uint32_t(t.coef) * band.Row(ch, y + t.r0)[x + t.c];
+            s += uint32_t(t.coef) * band.Row(ch, y + t.r0)[x + t.c - band.x0];
         for (const Term& t : plane.tall)
-            s += uint32_t(t.coef) * (band.Area(ch, y + t.r1)[x + t.c] - band.Area(ch, y + t.r0)[x + t.c]);
+            s += uint32_t(t.coef) *
+                 (band.Area(ch, y + t.r1)[x + t.c - band.x0] - band.Area(ch, y + t.r0)[x + t.c - band.x0]);
         out.s[ch] = s;
     }
     return out;
@@ -119,23 +126,25 @@ Sums GatherInterior(const PlaneRects& plane, const Band& band, int x, int y)
 
 // The same for eight pixels side by side, x .. x + 7, all of one diameter and with every column of their windows
 // on the picture. Kernel rows outside rLo .. rHi - 1 (off the picture) take no part.
-VM_TARGET_AVX2 void GatherInterior8(const PlaneRects& plane, const Band& band, int x, int y, int rLo,
-                                                     int rHi, uint32_t (&out)[3][kLanes])
+VM_TARGET_AVX2 void GatherInterior8(const PlaneRects& plane, const Band& band, int x, int y, int rLo, int rHi,
+                                    uint32_t (&out)[3][kLanes])
 {
     const int lo = rLo - kCentre, hi = rHi - kCentre;
     for (int ch = 0; ch < 3; ++ch) {
         __m256i acc = _mm256_setzero_si256();
         for (const Term& t : plane.rows) {
             if (t.r0 < lo || t.r0 >= hi) continue;
-            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Row(ch, y + t.r0) + x + t.c));
+            const __m256i v =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Row(ch, y + t.r0) + x + t.c - band.x0));
             acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(v, _mm256_set1_epi32(t.coef)));
         }
         for (const Term& t : plane.tall) {
             const int r0 = std::max<int>(t.r0, lo), r1 = std::min<int>(t.r1, hi);
             if (r0 >= r1) continue;
             const __m256i bottom =
-                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r1) + x + t.c));
-            const __m256i top = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r0) + x + t.c));
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r1) + x + t.c - band.x0));
+            const __m256i top =
+                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r0) + x + t.c - band.x0));
             acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(_mm256_sub_epi32(bottom, top), _mm256_set1_epi32(t.coef)));
         }
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch]), acc);
@@ -143,8 +152,8 @@ VM_TARGET_AVX2 void GatherInterior8(const PlaneRects& plane, const Band& band, i
 }
 
 // A plane's column terms laid out for the vector path of pixels whose whole window lies on the picture: offsets
-// from the pixel's place in the band, for the band's row stride, grouped by coefficient so that each group costs
-// one multiply.
+// from the pixel's place in the tile, for the tile's row step (three channels), grouped by coefficient so that each
+// group costs one multiply.
 struct FastTerms {
     struct Group {
         uint32_t begin, end;
@@ -156,7 +165,7 @@ struct FastTerms {
     std::vector<Group> tallGroups;
 };
 
-FastTerms PrepareFast(const PlaneRects& plane, size_t stride)
+FastTerms PrepareFast(const PlaneRects& plane, size_t rowStep)
 {
     FastTerms f;
     auto group = [](std::vector<Term> terms, std::vector<FastTerms::Group>& groups, auto&& emit) {
@@ -170,7 +179,7 @@ FastTerms PrepareFast(const PlaneRects& plane, size_t stride)
             i = j;
         }
     };
-    const std::ptrdiff_t s = std::ptrdiff_t(stride);
+    const std::ptrdiff_t s = std::ptrdiff_t(rowStep);
     group(plane.rows, f.rowGroups, [&](const Term& t, bool count) {
         if (!count) f.rows.push_back(t.r0 * s + t.c);
         return f.rows.size();
@@ -185,44 +194,51 @@ FastTerms PrepareFast(const PlaneRects& plane, size_t stride)
     return f;
 }
 
-// Sixteen pixels x .. x + 15 of one diameter whose windows lie wholly on the picture.
-VM_TARGET_AVX2 void GatherInterior16(const FastTerms& f, const Band& band, int x, int y,
-                                                      uint32_t (&out)[3][2 * kLanes])
+VM_TARGET_AVX2 inline __m256i Load8(const uint32_t* q)
 {
-    const size_t at = band.stride * size_t(y - band.y0) + size_t(x);
-    for (int ch = 0; ch < 3; ++ch) {
-        const uint32_t* row = band.row[ch].data() + at;
-        const uint32_t* area = band.area[ch].data() + at;
-        __m256i acc0 = _mm256_setzero_si256(), acc1 = _mm256_setzero_si256();
-        for (const FastTerms::Group& g : f.rowGroups) {
-            __m256i s0 = _mm256_setzero_si256(), s1 = _mm256_setzero_si256();
-            for (uint32_t i = g.begin; i < g.end; ++i) {
-                const uint32_t* q = row + f.rows[i];
-                s0 = _mm256_add_epi32(s0, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q)));
-                s1 = _mm256_add_epi32(s1, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + kLanes)));
-            }
-            const __m256i c = _mm256_set1_epi32(g.coef);
-            acc0 = _mm256_add_epi32(acc0, _mm256_mullo_epi32(s0, c));
-            acc1 = _mm256_add_epi32(acc1, _mm256_mullo_epi32(s1, c));
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
+}
+
+// Sixteen pixels x .. x + 15 of one diameter whose windows lie wholly on the picture and in the tile. The three
+// channels of a term sit one stride apart, so one offset serves all of them: lanes 0 and 1 hold blue, 2 and 3
+// green, 4 and 5 red.
+VM_TARGET_AVX2 void GatherInterior16(const FastTerms& f, const Band& band, int x, int y, uint32_t (&out)[3][2 * kLanes])
+{
+    const size_t at = band.At(0, y) + size_t(x - band.x0);
+    const std::ptrdiff_t at0 = 0, g1 = std::ptrdiff_t(band.stride), g2 = 2 * g1;
+    const std::ptrdiff_t lane[6] = {at0, at0 + kLanes, g1, g1 + kLanes, g2, g2 + kLanes};
+    const uint32_t* row = band.row.data() + at;
+    const uint32_t* area = band.area.data() + at;
+    __m256i acc[6], s[6];
+    for (int k = 0; k < 6; ++k)
+        acc[k] = _mm256_setzero_si256();
+    for (const FastTerms::Group& g : f.rowGroups) {
+        for (int k = 0; k < 6; ++k)
+            s[k] = _mm256_setzero_si256();
+        for (uint32_t i = g.begin; i < g.end; ++i) {
+            const uint32_t* q = row + f.rows[i];
+            for (int k = 0; k < 6; ++k)
+                s[k] = _mm256_add_epi32(s[k], Load8(q + lane[k]));
         }
-        for (const FastTerms::Group& g : f.tallGroups) {
-            __m256i s0 = _mm256_setzero_si256(), s1 = _mm256_setzero_si256();
-            for (uint32_t i = g.begin; i < g.end; ++i) {
-                const uint32_t* bottom = area + f.tall[2 * i];
-                const uint32_t* top = area + f.tall[2 * i + 1];
-                s0 = _mm256_add_epi32(s0, _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom)),
-                                                           _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top))));
-                s1 = _mm256_add_epi32(
-                    s1, _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + kLanes)),
-                                         _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + kLanes))));
-            }
-            const __m256i c = _mm256_set1_epi32(g.coef);
-            acc0 = _mm256_add_epi32(acc0, _mm256_mullo_epi32(s0, c));
-            acc1 = _mm256_add_epi32(acc1, _mm256_mullo_epi32(s1, c));
-        }
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch]), acc0);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch] + kLanes), acc1);
+        const __m256i c = _mm256_set1_epi32(g.coef);
+        for (int k = 0; k < 6; ++k)
+            acc[k] = _mm256_add_epi32(acc[k], _mm256_mullo_epi32(s[k], c));
     }
+    for (const FastTerms::Group& g : f.tallGroups) {
+        for (int k = 0; k < 6; ++k)
+            s[k] = _mm256_setzero_si256();
+        for (uint32_t i = g.begin; i < g.end; ++i) {
+            const uint32_t* bottom = area + f.tall[2 * i];
+            const uint32_t* top = area + f.tall[2 * i + 1];
+            for (int k = 0; k < 6; ++k)
+                s[k] = _mm256_add_epi32(s[k], _mm256_sub_epi32(Load8(bottom + lane[k]), Load8(top + lane[k])));
+        }
+        const __m256i c = _mm256_set1_epi32(g.coef);
+        for (int k = 0; k < 6; ++k)
+            acc[k] = _mm256_add_epi32(acc[k], _mm256_mullo_epi32(s[k], c));
+    }
+    for (int k = 0; k < 6; ++k)
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[k / 2] + (k % 2) * kLanes), acc[k]);
 }
 
 // A pixel whose window the picture's edge cuts. Rows off the picture are left out; a column left of the picture
@@ -237,7 +253,7 @@ Sums GatherClipped(const PlaneRects& plane, const Band& band, int x, int y, int 
         if (t.r0 < lo || t.r0 >= hi) continue;
         const int col = std::clamp(x + t.c, 0, W);
         for (int ch = 0; ch < 3; ++ch)
-            out.s[ch] += uint32_t(t.coef) * band.Row(ch, y + t.r0)[col];
+            out.s[ch] += uint32_t(t.coef) * band.Row(ch, y + t.r0)[col - band.x0];
         weight += uint32_t(t.coef) * uint32_t(col);
     }
     for (const Term& t : plane.tall) {
@@ -245,7 +261,8 @@ Sums GatherClipped(const PlaneRects& plane, const Band& band, int x, int y, int 
         if (r0 >= r1) continue;
         const int col = std::clamp(x + t.c, 0, W);
         for (int ch = 0; ch < 3; ++ch)
-            out.s[ch] += uint32_t(t.coef) * (band.Area(ch, y + r1)[col] - band.Area(ch, y + r0)[col]);
+            out.s[ch] +=
+                uint32_t(t.coef) * (band.Area(ch, y + r1)[col - band.x0] - band.Area(ch, y + r0)[col - band.x0]);
         weight += uint32_t(t.coef) * uint32_t(col) * uint32_t(r1 - r0);
     }
     return out;
@@ -456,60 +473,69 @@ bool CLensBlurProcess::HalfSizePass(const COLImage& source)
 void CLensBlurProcess::Gather(const COLImage& source)
 {
     const int W = int(source.GetWidth()), H = int(source.GetHeight());
+    // A tile's prefix sums reach one kernel half beyond its output columns on each side; every tile shares the
+    // widest one's stride, so one layout of the column terms serves them all.
+    const size_t stride = size_t(std::min(W, kTileColumns + 2 * kCentre)) + 1;
     std::vector<PlaneRects> planes(kKernelPlanes);
     std::vector<FastTerms> fast(kKernelPlanes);
     for (int d = 1; d < kKernelPlanes; ++d) {
         planes[size_t(d)] = MakeRects(GetKernel(d), d);
-        fast[size_t(d)] = PrepareFast(planes[size_t(d)], size_t(W) + 1);
+        fast[size_t(d)] = PrepareFast(planes[size_t(d)], 3 * stride);
     }
     const uint8_t* diameter = m_diameterMap.GetBuffer();
     const int32_t* curve = m_highlightCurve;
     const int base = m_needsHalfPass ? 30 : 10, span = m_needsHalfPass ? 70 : 90;
-    const int blocks = (H + kBlockRows - 1) / kBlockRows;
+    const int tilesAcross = (W + kTileColumns - 1) / kTileColumns, tilesDown = (H + kTileRows - 1) / kTileRows;
     const bool vector = vmsimd::CurrentLevel() >= vmsimd::kAvx2;
-    std::atomic<int> rowsDone{0};
+    const int64_t total = int64_t(W) * H;
+    std::atomic<int64_t> pixelsDone{0};
 
-    vmpar::ParallelFor(size_t(blocks), 1, [&](size_t begin, size_t end, unsigned part) {
+    // Tiles in rows of tiles, left to right: the working set of one output row (a kernel's height of prefix rows
+    // over the tile's width) stays in the core's own cache, where whole picture rows would not.
+    vmpar::ParallelFor(size_t(tilesAcross) * size_t(tilesDown), 1, [&](size_t begin, size_t end, unsigned part) {
         Band band;
-        std::vector<uint32_t> values[3];
-        for (size_t b = begin; b < end; ++b) {
+        band.stride = stride;
+        for (size_t item = begin; item < end; ++item) {
             if (StopRequested()) return; // the caller throws the destination away
-            const int y0 = int(b) * kBlockRows, y1 = std::min(H, y0 + kBlockRows);
+            const int y0 = int(item / size_t(tilesAcross)) * kTileRows, y1 = std::min(H, y0 + kTileRows);
+            const int x0 = int(item % size_t(tilesAcross)) * kTileColumns, x1 = std::min(W, x0 + kTileColumns);
             bool gathers = false;
-            for (size_t i = size_t(y0) * W; i < size_t(y1) * W && !gathers; ++i)
-                gathers = diameter[i] && diameter[i] < 64;
+            for (int y = y0; y < y1 && !gathers; ++y)
+                gathers = std::any_of(diameter + size_t(y) * W + x0, diameter + size_t(y) * W + x1,
+                                      [](uint8_t d) { return d && d < 64; });
             if (gathers) {
-                // The values the gather adds, colour or the highlight curve of a bright pixel, summed along rows
-                // and then down the band.
+                // The values the gather adds, colour or the highlight curve of a bright pixel, summed along the
+                // tile's rows and then down the tile.
                 band.y0 = std::max(0, y0 - kCentre);
-                const int y1b = std::min(H, y1 + kCentre), rows = y1b - band.y0;
-                band.stride = size_t(W) + 1;
-                for (int ch = 0; ch < 3; ++ch) {
-                    band.row[ch].resize(band.stride * size_t(rows));
-                    band.area[ch].assign(band.stride * size_t(rows + 1), 0);
-                    values[ch].resize(size_t(W));
-                }
+                band.x0 = std::max(0, x0 - kCentre);
+                const int rows = std::min(H, y1 + kCentre) - band.y0;
+                const int columns = std::min(W, x1 + kCentre) - band.x0;
+                band.row.resize(band.stride * 3 * size_t(rows));
+                band.area.resize(band.stride * 3 * size_t(rows + 1));
+                std::fill_n(band.area.data(), 3 * band.stride, 0u);
                 for (int k = 0; k < rows; ++k) {
-                    const CPixel* in = source.GetBuffer(0, uint32_t(band.y0 + k));
-                    for (int x = 0; x < W; ++x) {
-                        const CPixel q = in[x];
+                    const CPixel* in = source.GetBuffer(0, uint32_t(band.y0 + k)) + band.x0;
+                    uint32_t* row = band.row.data() + band.stride * 3 * size_t(k);
+                    const uint32_t* above = band.area.data() + band.stride * 3 * size_t(k);
+                    uint32_t* area = band.area.data() + band.stride * 3 * size_t(k + 1);
+                    uint32_t s0 = 0, s1 = 0, s2 = 0;
+                    const size_t g1 = band.stride, g2 = 2 * band.stride;
+                    row[0] = row[g1] = row[g2] = 0;
+                    area[0] = area[g1] = area[g2] = 0;
+                    for (int j = 0; j < columns; ++j) {
+                        const CPixel q = in[j];
                         const bool bright = q.GetGray2() > kGrayHighlight;
-                        values[0][size_t(x)] = bright ? uint32_t(curve[q.blue]) : q.blue;
-                        values[1][size_t(x)] = bright ? uint32_t(curve[q.green]) : q.green;
-                        values[2][size_t(x)] = bright ? uint32_t(curve[q.red]) : q.red;
+                        s0 += bright ? uint32_t(curve[q.blue]) : q.blue;
+                        s1 += bright ? uint32_t(curve[q.green]) : q.green;
+                        s2 += bright ? uint32_t(curve[q.red]) : q.red;
+                        row[j + 1] = s0;
+                        row[g1 + j + 1] = s1;
+                        row[g2 + j + 1] = s2;
                     }
-                    for (int ch = 0; ch < 3; ++ch) {
-                        uint32_t* row = band.row[ch].data() + band.stride * size_t(k);
-                        const uint32_t* above = band.area[ch].data() + band.stride * size_t(k);
-                        uint32_t* area = band.area[ch].data() + band.stride * size_t(k + 1);
-                        uint32_t sum = 0;
-                        row[0] = 0;
-                        for (int x = 0; x < W; ++x) {
-                            sum += values[ch][size_t(x)];
-                            row[x + 1] = sum;
-                        }
-                        for (size_t x = 0; x < band.stride; ++x)
-                            area[x] = above[x] + row[x];
+                    for (size_t j = 1; j <= size_t(columns); ++j) {
+                        area[j] = above[j] + row[j];
+                        area[g1 + j] = above[g1 + j] + row[g1 + j];
+                        area[g2 + j] = above[g2 + j] + row[g2 + j];
                     }
                 }
             }
@@ -517,7 +543,7 @@ void CLensBlurProcess::Gather(const COLImage& source)
                 const uint8_t* dRow = diameter + size_t(y) * W;
                 const CPixel* sRow = source.GetBuffer(0, uint32_t(y));
                 CPixel* out = m_pDstImage->GetBuffer(0, uint32_t(y));
-                for (int x = 0; x < W;) {
+                for (int x = x0; x < x1;) {
                     const int d = dRow[x];
                     if (d == 0) {
                         out[x] = sRow[x];
@@ -541,9 +567,9 @@ void CLensBlurProcess::Gather(const COLImage& source)
                             for (int r = rLo; r < rHi; ++r)
                                 weight += plane.rowWeight[r];
                         }
-                        // Sixteen or eight pixels of one diameter at once, all with their windows' columns on the
-                        // picture.
-                        if (weight && rowsInside && vector && x + 2 * kLanes <= W &&
+                        // Sixteen or eight pixels of one diameter at once, all in the tile and with their
+                        // windows' columns on the picture.
+                        if (weight && rowsInside && vector && x + 2 * kLanes <= x1 &&
                             W + kCentre - (x + 2 * kLanes - 1) >= plane.hi &&
                             std::all_of(dRow + x + 1, dRow + x + 2 * kLanes, [d](uint8_t v) { return v == d; })) {
                             uint32_t sums[3][2 * kLanes];
@@ -554,7 +580,7 @@ void CLensBlurProcess::Gather(const COLImage& source)
                             x += 2 * kLanes;
                             continue;
                         }
-                        if (weight && vector && x + kLanes <= W && W + kCentre - (x + kLanes - 1) >= plane.hi &&
+                        if (weight && vector && x + kLanes <= x1 && W + kCentre - (x + kLanes - 1) >= plane.hi &&
                             std::all_of(dRow + x + 1, dRow + x + kLanes, [d](uint8_t v) { return v == d; })) {
                             uint32_t sums[3][kLanes];
                             GatherInterior8(plane, band, x, y, rLo, rHi, sums);
@@ -578,8 +604,8 @@ void CLensBlurProcess::Gather(const COLImage& source)
                     ++x;
                 }
             }
-            const int done = rowsDone.fetch_add(y1 - y0) + (y1 - y0);
-            if (part == 0) ReportProgress(base + span * done / H);
+            const int64_t done = pixelsDone.fetch_add(int64_t(y1 - y0) * (x1 - x0)) + int64_t(y1 - y0) * (x1 - x0);
+            if (part == 0) ReportProgress(base + int32_t(span * done / total));
         }
     });
     // Every pixel becomes opaque: those copied, those taken from the half-size pass and those kept.

@@ -32,6 +32,9 @@ class CLensBlurProcess : public CImageProcess {
 public:
     static constexpr int kApertureSide = 64;
     static constexpr int kKernelPlanes = 64;
+    // The gather works in tiles of this many output rows and columns, each with prefix sums of its own.
+    static constexpr int kTileRows = 128;
+    static constexpr int kTileColumns = 384;
 
     CLensBlurProcess();
     ~CLensBlurProcess() override;
@@ -80,6 +83,6 @@ private:
     COLChannel m_halfDepth;
     int32_t m_needsHalfPass = 0;
     const CLensBlurProcess* m_pParent = nullptr; // the run this half-size pass serves
-    std::vector<uint8_t> m_kernels; // kKernelPlanes planes of 64 x 64
+    std::vector<uint8_t> m_kernels;              // kKernelPlanes planes of 64 x 64
     int32_t m_highlightCurve[256] = {};
 };
