@@ -41,7 +41,14 @@ struct PlaneRects {
     std::vector<Term> tall;
     int lo = 0, hi = 0;
     uint32_t total = 0; // weight sum of the whole window
-    uint32_t rowWeight[kSide] = {};
+    // Weights summed over kernel rows 0 .. r - 1 and columns 0 .. c - 1 at [r * (kSide + 1) + c], for windows
+    // that the picture's edge cuts.
+    std::vector<uint32_t> weights = std::vector<uint32_t>(size_t(kSide + 1) * (kSide + 1), 0);
+    uint32_t Weight(int r0, int r1, int c0, int c1) const
+    {
+        auto at = [this](int r, int c) { return weights[size_t(r) * (kSide + 1) + size_t(c)]; };
+        return at(r1, c1) - at(r0, c1) - at(r1, c0) + at(r0, c0);
+    }
 };
 
 PlaneRects MakeRects(const uint8_t* plane, int d)
@@ -57,7 +64,6 @@ PlaneRects MakeRects(const uint8_t* plane, int d)
             int e = c + 1;
             while (e < p.hi && row[e] == w)
                 ++e;
-            p.rowWeight[r] += uint32_t(w) * uint32_t(e - c);
             p.total += uint32_t(w) * uint32_t(e - c);
             c = e;
         }
@@ -83,18 +89,26 @@ PlaneRects MakeRects(const uint8_t* plane, int d)
     closed.insert(closed.end(), open.begin(), open.end());
     for (const Term& t : closed)
         (t.r1 - t.r0 == 1 ? p.rows : p.tall).push_back(t);
+    for (int r = 0; r < kSide; ++r)
+        for (int c = 0, line = 0; c < kSide; ++c) {
+            line += plane[r * kSide + c];
+            p.weights[size_t(r + 1) * (kSide + 1) + size_t(c + 1)] =
+                p.weights[size_t(r) * (kSide + 1) + size_t(c + 1)] + uint32_t(line);
+        }
     return p;
 }
 
-// Prefix sums of a tile: picture rows y0 .. y0 + rows - 1 and columns x0 .. x0 + columns - 1, the three channels
-// (blue, green, red) of one row side by side, each stride words long. Row(ch, y)[j] sums the values of columns
-// x0 .. x0 + j - 1 of picture row y, Area(ch, y)[j] the same over rows y0 .. y - 1. Sums wrap modulo 2^32; the
+// Prefix sums of a tile with a margin of one kernel half on every side: rows y0 .. y0 + rows - 1 and columns
+// x0 .. x0 + columns - 1, where the margin may lie off the picture. The three channels (blue, green, red) of one
+// row sit side by side, each stride words long. Row(ch, y)[j] sums the values of columns x0 .. x0 + j - 1 of row y,
+// Area(ch, y)[j] the same over rows y0 .. y - 1. A place off the picture adds 0, so a window that the picture's
+// edge cuts is summed like any other, and exactly like the picture-cut window. Sums wrap modulo 2^32; the
 // differences the gather takes are small enough to come out exact. The sums start at the tile's left column and
 // not at the picture's: every kernel row's column terms have coefficients that add up to 0, so a constant in a row
 // of prefix sums drops out and the bytes are those of sums over whole picture rows.
 struct Band {
-    int y0 = 0;        // picture row of tile row 0
-    int x0 = 0;        // picture column of prefix index 0
+    int y0 = 0;        // picture row of tile row 0, above the picture at its top
+    int x0 = 0;        // picture column of prefix index 0, left of the picture at its left
     size_t stride = 0; // words per channel and row: the widest tile's columns + 1
     std::vector<uint32_t> row;
     std::vector<uint32_t> area;
@@ -103,57 +117,8 @@ struct Band {
     const uint32_t* Area(int ch, int y) const { return area.data() + At(ch, y); }
 };
 
-struct Sums {
-    uint32_t s[3];
-};
-
-// The window's sums of one interior pixel from the column terms. Products and sums wrap modulo 2^32 like the
-// prefix sums; the whole comes out exact because the true sum fits.
-Sums GatherInterior(const PlaneRects& plane, const Band& band, int x, int y)
-{
-    Sums out{{0, 0, 0}};
-    for (int ch = 0; ch < 3; ++ch) {
-        uint32_t s = 0;
-        for (const Term& t : plane.rows)
-            s += uint32_t(t.coef) * band.Row(ch, y + t.r0)[x + t.c - band.x0];
-        for (const Term& t : plane.tall)
-            s += uint32_t(t.coef) *
-                 (band.Area(ch, y + t.r1)[x + t.c - band.x0] - band.Area(ch, y + t.r0)[x + t.c - band.x0]);
-        out.s[ch] = s;
-    }
-    return out;
-}
-
-// The same for eight pixels side by side, x .. x + 7, all of one diameter and with every column of their windows
-// on the picture. Kernel rows outside rLo .. rHi - 1 (off the picture) take no part.
-VM_TARGET_AVX2 void GatherInterior8(const PlaneRects& plane, const Band& band, int x, int y, int rLo, int rHi,
-                                    uint32_t (&out)[3][kLanes])
-{
-    const int lo = rLo - kCentre, hi = rHi - kCentre;
-    for (int ch = 0; ch < 3; ++ch) {
-        __m256i acc = _mm256_setzero_si256();
-        for (const Term& t : plane.rows) {
-            if (t.r0 < lo || t.r0 >= hi) continue;
-            const __m256i v =
-                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Row(ch, y + t.r0) + x + t.c - band.x0));
-            acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(v, _mm256_set1_epi32(t.coef)));
-        }
-        for (const Term& t : plane.tall) {
-            const int r0 = std::max<int>(t.r0, lo), r1 = std::min<int>(t.r1, hi);
-            if (r0 >= r1) continue;
-            const __m256i bottom =
-                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r1) + x + t.c - band.x0));
-            const __m256i top =
-                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r0) + x + t.c - band.x0));
-            acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(_mm256_sub_epi32(bottom, top), _mm256_set1_epi32(t.coef)));
-        }
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch]), acc);
-    }
-}
-
-// A plane's column terms laid out for the vector path of pixels whose whole window lies on the picture: offsets
-// from the pixel's place in the tile, for the tile's row step (three channels), grouped by coefficient so that each
-// group costs one multiply.
+// A plane's column terms laid out for the gather: offsets from the pixel's place in the tile, for the tile's row step
+// (three channels), grouped by coefficient so that each group costs one multiply.
 struct FastTerms {
     struct Group {
         uint32_t begin, end;
@@ -199,7 +164,7 @@ VM_TARGET_AVX2 inline __m256i Load8(const uint32_t* q)
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
 }
 
-// Sixteen pixels x .. x + 15 of one diameter whose windows lie wholly on the picture and in the tile. The three
+// Sixteen pixels x .. x + 15 of one diameter in the tile. The three
 // channels of a term sit one stride apart, so one offset serves all of them: lanes 0 and 1 hold blue, 2 and 3
 // green, 4 and 5 red.
 VM_TARGET_AVX2 void GatherInterior16(const FastTerms& f, const Band& band, int x, int y, uint32_t (&out)[3][2 * kLanes])
@@ -241,31 +206,68 @@ VM_TARGET_AVX2 void GatherInterior16(const FastTerms& f, const Band& band, int x
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[k / 2] + (k % 2) * kLanes), acc[k]);
 }
 
-// A pixel whose window the picture's edge cuts. Rows off the picture are left out; a column left of the picture
-// reads the prefix sum at column 0 (which is 0) and one right of it the row's total, which cuts every run to the
-// picture. The weight is the same sum over the column numbers themselves.
-Sums GatherClipped(const PlaneRects& plane, const Band& band, int x, int y, int rLo, int rHi, int W, uint32_t& weight)
+// Eight pixels x .. x + 7 of one diameter, as above, in the first eight lanes of out.
+VM_TARGET_AVX2 void GatherInterior8(const FastTerms& f, const Band& band, int x, int y, uint32_t (&out)[3][2 * kLanes])
 {
-    Sums out{{0, 0, 0}};
-    weight = 0;
-    const int lo = rLo - kCentre, hi = rHi - kCentre;
-    for (const Term& t : plane.rows) {
-        if (t.r0 < lo || t.r0 >= hi) continue;
-        const int col = std::clamp(x + t.c, 0, W);
-        for (int ch = 0; ch < 3; ++ch)
-            out.s[ch] += uint32_t(t.coef) * band.Row(ch, y + t.r0)[col - band.x0];
-        weight += uint32_t(t.coef) * uint32_t(col);
+    const size_t at = band.At(0, y) + size_t(x - band.x0);
+    const std::ptrdiff_t g1 = std::ptrdiff_t(band.stride), g2 = 2 * g1;
+    const uint32_t* row = band.row.data() + at;
+    const uint32_t* area = band.area.data() + at;
+    __m256i a0 = _mm256_setzero_si256(), a1 = a0, a2 = a0;
+    for (const FastTerms::Group& g : f.rowGroups) {
+        __m256i s0 = _mm256_setzero_si256(), s1 = s0, s2 = s0;
+        for (uint32_t i = g.begin; i < g.end; ++i) {
+            const uint32_t* q = row + f.rows[i];
+            s0 = _mm256_add_epi32(s0, Load8(q));
+            s1 = _mm256_add_epi32(s1, Load8(q + g1));
+            s2 = _mm256_add_epi32(s2, Load8(q + g2));
+        }
+        const __m256i c = _mm256_set1_epi32(g.coef);
+        a0 = _mm256_add_epi32(a0, _mm256_mullo_epi32(s0, c));
+        a1 = _mm256_add_epi32(a1, _mm256_mullo_epi32(s1, c));
+        a2 = _mm256_add_epi32(a2, _mm256_mullo_epi32(s2, c));
     }
-    for (const Term& t : plane.tall) {
-        const int r0 = std::max<int>(t.r0, lo), r1 = std::min<int>(t.r1, hi);
-        if (r0 >= r1) continue;
-        const int col = std::clamp(x + t.c, 0, W);
-        for (int ch = 0; ch < 3; ++ch)
-            out.s[ch] +=
-                uint32_t(t.coef) * (band.Area(ch, y + r1)[col - band.x0] - band.Area(ch, y + r0)[col - band.x0]);
-        weight += uint32_t(t.coef) * uint32_t(col) * uint32_t(r1 - r0);
+    for (const FastTerms::Group& g : f.tallGroups) {
+        __m256i s0 = _mm256_setzero_si256(), s1 = s0, s2 = s0;
+        for (uint32_t i = g.begin; i < g.end; ++i) {
+            const uint32_t* b = area + f.tall[2 * i];
+            const uint32_t* t = area + f.tall[2 * i + 1];
+            s0 = _mm256_add_epi32(s0, _mm256_sub_epi32(Load8(b), Load8(t)));
+            s1 = _mm256_add_epi32(s1, _mm256_sub_epi32(Load8(b + g1), Load8(t + g1)));
+            s2 = _mm256_add_epi32(s2, _mm256_sub_epi32(Load8(b + g2), Load8(t + g2)));
+        }
+        const __m256i c = _mm256_set1_epi32(g.coef);
+        a0 = _mm256_add_epi32(a0, _mm256_mullo_epi32(s0, c));
+        a1 = _mm256_add_epi32(a1, _mm256_mullo_epi32(s1, c));
+        a2 = _mm256_add_epi32(a2, _mm256_mullo_epi32(s2, c));
     }
-    return out;
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[0]), a0);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[1]), a1);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[2]), a2);
+}
+
+// One pixel, without vectors.
+void GatherOne(const FastTerms& f, const Band& band, int x, int y, uint32_t (&out)[3][2 * kLanes])
+{
+    const size_t at = band.At(0, y) + size_t(x - band.x0);
+    for (int ch = 0; ch < 3; ++ch) {
+        const uint32_t* row = band.row.data() + at + size_t(ch) * band.stride;
+        const uint32_t* area = band.area.data() + at + size_t(ch) * band.stride;
+        uint32_t acc = 0;
+        for (const FastTerms::Group& g : f.rowGroups) {
+            uint32_t sum = 0;
+            for (uint32_t i = g.begin; i < g.end; ++i)
+                sum += row[f.rows[i]];
+            acc += sum * uint32_t(g.coef);
+        }
+        for (const FastTerms::Group& g : f.tallGroups) {
+            uint32_t sum = 0;
+            for (uint32_t i = g.begin; i < g.end; ++i)
+                sum += area[f.tall[2 * i]] - area[f.tall[2 * i + 1]];
+            acc += sum * uint32_t(g.coef);
+        }
+        out[ch][0] = acc;
+    }
 }
 
 // s / weight, capped at 255; weight is not 0.
@@ -473,9 +475,8 @@ bool CLensBlurProcess::HalfSizePass(const COLImage& source)
 void CLensBlurProcess::Gather(const COLImage& source)
 {
     const int W = int(source.GetWidth()), H = int(source.GetHeight());
-    // A tile's prefix sums reach one kernel half beyond its output columns on each side; every tile shares the
-    // widest one's stride, so one layout of the column terms serves them all.
-    const size_t stride = size_t(std::min(W, kTileColumns + 2 * kCentre)) + 1;
+    // Every tile shares the widest one's stride, so one layout of the column terms serves them all.
+    const size_t stride = size_t(std::min(W, kTileColumns) + 2 * kCentre) + 1;
     std::vector<PlaneRects> planes(kKernelPlanes);
     std::vector<FastTerms> fast(kKernelPlanes);
     for (int d = 1; d < kKernelPlanes; ++d) {
@@ -505,37 +506,46 @@ void CLensBlurProcess::Gather(const COLImage& source)
                                       [](uint8_t d) { return d && d < 64; });
             if (gathers) {
                 // The values the gather adds, colour or the highlight curve of a bright pixel, summed along the
-                // tile's rows and then down the tile.
-                band.y0 = std::max(0, y0 - kCentre);
-                band.x0 = std::max(0, x0 - kCentre);
-                const int rows = std::min(H, y1 + kCentre) - band.y0;
-                const int columns = std::min(W, x1 + kCentre) - band.x0;
+                // tile's rows and then down the tile; 0 off the picture.
+                band.y0 = y0 - kCentre;
+                band.x0 = x0 - kCentre;
+                const int rows = y1 - y0 + 2 * kCentre, columns = x1 - x0 + 2 * kCentre;
+                const int jLo = std::max(0, -band.x0), jHi = std::min(columns, W - band.x0); // on the picture
+                const size_t g1 = band.stride, g2 = 2 * band.stride;
                 band.row.resize(band.stride * 3 * size_t(rows));
                 band.area.resize(band.stride * 3 * size_t(rows + 1));
                 std::fill_n(band.area.data(), 3 * band.stride, 0u);
                 for (int k = 0; k < rows; ++k) {
-                    const CPixel* in = source.GetBuffer(0, uint32_t(band.y0 + k)) + band.x0;
                     uint32_t* row = band.row.data() + band.stride * 3 * size_t(k);
                     const uint32_t* above = band.area.data() + band.stride * 3 * size_t(k);
                     uint32_t* area = band.area.data() + band.stride * 3 * size_t(k + 1);
+                    const int y = band.y0 + k;
                     uint32_t s0 = 0, s1 = 0, s2 = 0;
-                    const size_t g1 = band.stride, g2 = 2 * band.stride;
-                    row[0] = row[g1] = row[g2] = 0;
-                    area[0] = area[g1] = area[g2] = 0;
-                    for (int j = 0; j < columns; ++j) {
-                        const CPixel q = in[j];
-                        const bool bright = q.GetGray2() > kGrayHighlight;
-                        s0 += bright ? uint32_t(curve[q.blue]) : q.blue;
-                        s1 += bright ? uint32_t(curve[q.green]) : q.green;
-                        s2 += bright ? uint32_t(curve[q.red]) : q.red;
-                        row[j + 1] = s0;
-                        row[g1 + j + 1] = s1;
-                        row[g2 + j + 1] = s2;
+                    int j = 0;
+                    for (; j <= jLo; ++j)
+                        row[j] = row[g1 + j] = row[g2 + j] = 0;
+                    if (y >= 0 && y < H) {
+                        const CPixel* in = source.GetBuffer(0, uint32_t(y));
+                        for (; j <= jHi; ++j) {
+                            const CPixel q = in[band.x0 + j - 1];
+                            const bool bright = q.GetGray2() > kGrayHighlight;
+                            s0 += bright ? uint32_t(curve[q.blue]) : q.blue;
+                            s1 += bright ? uint32_t(curve[q.green]) : q.green;
+                            s2 += bright ? uint32_t(curve[q.red]) : q.red;
+                            row[j] = s0;
+                            row[g1 + j] = s1;
+                            row[g2 + j] = s2;
+                        }
                     }
-                    for (size_t j = 1; j <= size_t(columns); ++j) {
-                        area[j] = above[j] + row[j];
-                        area[g1 + j] = above[g1 + j] + row[g1 + j];
-                        area[g2 + j] = above[g2 + j] + row[g2 + j];
+                    for (; j <= columns; ++j) {
+                        row[j] = s0;
+                        row[g1 + j] = s1;
+                        row[g2 + j] = s2;
+                    }
+                    for (size_t i = 0; i <= size_t(columns); ++i) {
+                        area[i] = above[i] + row[i];
+                        area[g1 + i] = above[g1 + i] + row[g1 + i];
+                        area[g2 + i] = above[g2 + i] + row[g2 + i];
                     }
                 }
             }
@@ -555,53 +565,41 @@ void CLensBlurProcess::Gather(const COLImage& source)
                         ++x;
                         continue;
                     }
+                    // Sixteen, eight or one pixel of one diameter in the tile.
+                    auto same = [&](int n) {
+                        return x + n <= x1 &&
+                               std::all_of(dRow + x + 1, dRow + x + n, [d](uint8_t v) { return v == d; });
+                    };
+                    const int n = !vector ? 1 : same(2 * kLanes) ? 2 * kLanes : same(kLanes) ? kLanes : 1;
+                    uint32_t sums[3][2 * kLanes];
+                    if (n == 2 * kLanes)
+                        GatherInterior16(fast[size_t(d)], band, x, y, sums);
+                    else if (n == kLanes)
+                        GatherInterior8(fast[size_t(d)], band, x, y, sums);
+                    else
+                        GatherOne(fast[size_t(d)], band, x, y, sums);
                     const PlaneRects& plane = planes[size_t(d)];
                     // The window, cut to the picture: kernel rows and columns lo .. hi - 1.
                     const int rLo = std::max(plane.lo, kCentre - y), rHi = std::min(plane.hi, H + kCentre - y);
-                    const int cLo = std::max(plane.lo, kCentre - x), cHi = std::min(plane.hi, W + kCentre - x);
-                    const bool rowsInside = rLo == plane.lo && rHi == plane.hi;
-                    if (cLo == plane.lo && cHi == plane.hi) {
-                        uint32_t weight = plane.total;
-                        if (!rowsInside) {
-                            weight = 0;
-                            for (int r = rLo; r < rHi; ++r)
-                                weight += plane.rowWeight[r];
-                        }
-                        // Sixteen or eight pixels of one diameter at once, all in the tile and with their
-                        // windows' columns on the picture.
-                        if (weight && rowsInside && vector && x + 2 * kLanes <= x1 &&
-                            W + kCentre - (x + 2 * kLanes - 1) >= plane.hi &&
-                            std::all_of(dRow + x + 1, dRow + x + 2 * kLanes, [d](uint8_t v) { return v == d; })) {
-                            uint32_t sums[3][2 * kLanes];
-                            GatherInterior16(fast[size_t(d)], band, x, y, sums);
-                            const PlaneDivider mean(weight);
-                            for (int i = 0; i < 2 * kLanes; ++i)
-                                out[x + i] = CPixel{mean(sums[0][i]), mean(sums[1][i]), mean(sums[2][i]), 255};
-                            x += 2 * kLanes;
-                            continue;
-                        }
-                        if (weight && vector && x + kLanes <= x1 && W + kCentre - (x + kLanes - 1) >= plane.hi &&
-                            std::all_of(dRow + x + 1, dRow + x + kLanes, [d](uint8_t v) { return v == d; })) {
-                            uint32_t sums[3][kLanes];
-                            GatherInterior8(plane, band, x, y, rLo, rHi, sums);
-                            const PlaneDivider mean(weight);
-                            for (int i = 0; i < kLanes; ++i)
-                                out[x + i] = CPixel{mean(sums[0][i]), mean(sums[1][i]), mean(sums[2][i]), 255};
-                            x += kLanes;
-                            continue;
-                        }
-                        if (rowsInside && weight) {
-                            const Sums s = GatherInterior(plane, band, x, y);
-                            out[x] = CPixel{Mean(s.s[0], weight), Mean(s.s[1], weight), Mean(s.s[2], weight), 255};
-                            ++x;
-                            continue;
+                    const bool inside = rLo == plane.lo && rHi == plane.hi && kCentre - x <= plane.lo &&
+                                        W + kCentre - (x + n - 1) >= plane.hi;
+                    if (inside && plane.total) {
+                        const PlaneDivider mean(plane.total);
+                        for (int i = 0; i < n; ++i)
+                            out[x + i] = CPixel{mean(sums[0][i]), mean(sums[1][i]), mean(sums[2][i]), 255};
+                    } else {
+                        for (int i = 0; i < n; ++i) {
+                            const int cLo = std::max(plane.lo, kCentre - (x + i));
+                            const int cHi = std::min(plane.hi, W + kCentre - (x + i));
+                            const uint32_t weight = plane.Weight(rLo, rHi, cLo, cHi);
+                            // Nothing of the aperture falls on the picture: the pixel keeps what the destination
+                            // holds.
+                            if (weight)
+                                out[x + i] = CPixel{Mean(sums[0][i], weight), Mean(sums[1][i], weight),
+                                                    Mean(sums[2][i], weight), 255};
                         }
                     }
-                    uint32_t weight = 0;
-                    const Sums s = GatherClipped(plane, band, x, y, rLo, rHi, W, weight);
-                    // Nothing of the aperture falls on the picture: the pixel keeps what the destination holds.
-                    if (weight) out[x] = CPixel{Mean(s.s[0], weight), Mean(s.s[1], weight), Mean(s.s[2], weight), 255};
-                    ++x;
+                    x += n;
                 }
             }
             const int64_t done = pixelsDone.fetch_add(int64_t(y1 - y0) * (x1 - x0)) + int64_t(y1 - y0) * (x1 - x0);
