@@ -100,16 +100,16 @@ PlaneRects MakeRects(const uint8_t* plane, int d)
 
 // Prefix sums of a tile with a margin of one kernel half on every side: rows y0 .. y0 + rows - 1 and columns
 // x0 .. x0 + columns - 1, where the margin may lie off the picture. The three channels (blue, green, red) of one
-// row sit side by side, each stride words long. Row(ch, y)[j] sums the values of columns x0 .. x0 + j - 1 of row y,
-// Area(ch, y)[j] the same over rows y0 .. y - 1. A place off the picture adds 0, so a window that the picture's
-// edge cuts is summed like any other, and exactly like the picture-cut window. Sums wrap modulo 2^32; the
-// differences the gather takes are small enough to come out exact. The sums start at the tile's left column and
-// not at the picture's: every kernel row's column terms have coefficients that add up to 0, so a constant in a row
-// of prefix sums drops out and the bytes are those of sums over whole picture rows.
+// row sit side by side, each stride words long (fixed, so that the gather's loads take constant offsets). Row(ch, y)[j]
+// sums the values of columns x0 .. x0 + j - 1 of row y, Area(ch, y)[j] the same over rows y0 .. y - 1. A place off the
+// picture adds 0, so a window that the picture's edge cuts is summed like any other, and exactly like the picture-cut
+// window. Sums wrap modulo 2^32; the differences the gather takes are small enough to come out exact. The sums start at
+// the tile's left column and not at the picture's: every kernel row's column terms have coefficients that add up to 0,
+// so a constant in a row of prefix sums drops out and the bytes are those of sums over whole picture rows.
 struct Band {
-    int y0 = 0;        // picture row of tile row 0, above the picture at its top
-    int x0 = 0;        // picture column of prefix index 0, left of the picture at its left
-    size_t stride = 0; // words per channel and row: the widest tile's columns + 1
+    int y0 = 0; // picture row of tile row 0, above the picture at its top
+    int x0 = 0; // picture column of prefix index 0, left of the picture at its left
+    static constexpr size_t stride = kTileColumns + 2 * kCentre + 1; // words per channel and row
     std::vector<uint32_t> row;
     std::vector<uint32_t> area;
     size_t At(int ch, int y) const { return (size_t(y - y0) * 3 + size_t(ch)) * stride; }
@@ -164,53 +164,77 @@ VM_TARGET_AVX2 inline __m256i Load8(const uint32_t* q)
     return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
 }
 
-// Sixteen pixels x .. x + 15 of one diameter in the tile. The three
-// channels of a term sit one stride apart, so one offset serves all of them: lanes 0 and 1 hold blue, 2 and 3
-// green, 4 and 5 red.
+// Sixteen pixels x .. x + 15 of one diameter in the tile. The three channels of a term sit one stride apart, so
+// one offset serves all of them.
 VM_TARGET_AVX2 void GatherInterior16(const FastTerms& f, const Band& band, int x, int y, uint32_t (&out)[3][2 * kLanes])
 {
+    constexpr size_t g1 = Band::stride, g2 = 2 * Band::stride;
     const size_t at = band.At(0, y) + size_t(x - band.x0);
-    const std::ptrdiff_t at0 = 0, g1 = std::ptrdiff_t(band.stride), g2 = 2 * g1;
-    const std::ptrdiff_t lane[6] = {at0, at0 + kLanes, g1, g1 + kLanes, g2, g2 + kLanes};
     const uint32_t* row = band.row.data() + at;
     const uint32_t* area = band.area.data() + at;
-    __m256i acc[6], s[6];
-    for (int k = 0; k < 6; ++k)
-        acc[k] = _mm256_setzero_si256();
+    __m256i a0 = _mm256_setzero_si256(), a1 = a0, a2 = a0, a3 = a0, a4 = a0, a5 = a0;
+#define VM_LB_ACCUMULATE(coef)                                                                                         \
+    do {                                                                                                               \
+        const __m256i c = _mm256_set1_epi32(coef);                                                                     \
+        a0 = _mm256_add_epi32(a0, _mm256_mullo_epi32(s0, c));                                                          \
+        a1 = _mm256_add_epi32(a1, _mm256_mullo_epi32(s1, c));                                                          \
+        a2 = _mm256_add_epi32(a2, _mm256_mullo_epi32(s2, c));                                                          \
+        a3 = _mm256_add_epi32(a3, _mm256_mullo_epi32(s3, c));                                                          \
+        a4 = _mm256_add_epi32(a4, _mm256_mullo_epi32(s4, c));                                                          \
+        a5 = _mm256_add_epi32(a5, _mm256_mullo_epi32(s5, c));                                                          \
+    } while (0)
     for (const FastTerms::Group& g : f.rowGroups) {
-        for (int k = 0; k < 6; ++k)
-            s[k] = _mm256_setzero_si256();
-        for (uint32_t i = g.begin; i < g.end; ++i) {
-            const uint32_t* q = row + f.rows[i];
-            for (int k = 0; k < 6; ++k)
-                s[k] = _mm256_add_epi32(s[k], Load8(q + lane[k]));
+        __m256i s0 = _mm256_setzero_si256(), s1 = s0, s2 = s0, s3 = s0, s4 = s0, s5 = s0;
+        const std::ptrdiff_t *o = f.rows.data() + g.begin, *e = f.rows.data() + g.end;
+        // Two terms a step: half the additions into the running sums.
+        for (; e - o >= 2; o += 2) {
+            const uint32_t *q = row + o[0], *r = row + o[1];
+            s0 = _mm256_add_epi32(s0, _mm256_add_epi32(Load8(q), Load8(r)));
+            s1 = _mm256_add_epi32(s1, _mm256_add_epi32(Load8(q + kLanes), Load8(r + kLanes)));
+            s2 = _mm256_add_epi32(s2, _mm256_add_epi32(Load8(q + g1), Load8(r + g1)));
+            s3 = _mm256_add_epi32(s3, _mm256_add_epi32(Load8(q + g1 + kLanes), Load8(r + g1 + kLanes)));
+            s4 = _mm256_add_epi32(s4, _mm256_add_epi32(Load8(q + g2), Load8(r + g2)));
+            s5 = _mm256_add_epi32(s5, _mm256_add_epi32(Load8(q + g2 + kLanes), Load8(r + g2 + kLanes)));
         }
-        const __m256i c = _mm256_set1_epi32(g.coef);
-        for (int k = 0; k < 6; ++k)
-            acc[k] = _mm256_add_epi32(acc[k], _mm256_mullo_epi32(s[k], c));
+        if (o != e) {
+            const uint32_t* q = row + *o;
+            s0 = _mm256_add_epi32(s0, Load8(q));
+            s1 = _mm256_add_epi32(s1, Load8(q + kLanes));
+            s2 = _mm256_add_epi32(s2, Load8(q + g1));
+            s3 = _mm256_add_epi32(s3, Load8(q + g1 + kLanes));
+            s4 = _mm256_add_epi32(s4, Load8(q + g2));
+            s5 = _mm256_add_epi32(s5, Load8(q + g2 + kLanes));
+        }
+        VM_LB_ACCUMULATE(g.coef);
     }
     for (const FastTerms::Group& g : f.tallGroups) {
-        for (int k = 0; k < 6; ++k)
-            s[k] = _mm256_setzero_si256();
+        __m256i s0 = _mm256_setzero_si256(), s1 = s0, s2 = s0, s3 = s0, s4 = s0, s5 = s0;
         for (uint32_t i = g.begin; i < g.end; ++i) {
-            const uint32_t* bottom = area + f.tall[2 * i];
-            const uint32_t* top = area + f.tall[2 * i + 1];
-            for (int k = 0; k < 6; ++k)
-                s[k] = _mm256_add_epi32(s[k], _mm256_sub_epi32(Load8(bottom + lane[k]), Load8(top + lane[k])));
+            const uint32_t* b = area + f.tall[2 * i];
+            const uint32_t* t = area + f.tall[2 * i + 1];
+            s0 = _mm256_add_epi32(s0, _mm256_sub_epi32(Load8(b), Load8(t)));
+            s1 = _mm256_add_epi32(s1, _mm256_sub_epi32(Load8(b + kLanes), Load8(t + kLanes)));
+            s2 = _mm256_add_epi32(s2, _mm256_sub_epi32(Load8(b + g1), Load8(t + g1)));
+            s3 = _mm256_add_epi32(s3, _mm256_sub_epi32(Load8(b + g1 + kLanes), Load8(t + g1 + kLanes)));
+            s4 = _mm256_add_epi32(s4, _mm256_sub_epi32(Load8(b + g2), Load8(t + g2)));
+            s5 = _mm256_add_epi32(s5, _mm256_sub_epi32(Load8(b + g2 + kLanes), Load8(t + g2 + kLanes)));
         }
-        const __m256i c = _mm256_set1_epi32(g.coef);
-        for (int k = 0; k < 6; ++k)
-            acc[k] = _mm256_add_epi32(acc[k], _mm256_mullo_epi32(s[k], c));
+        VM_LB_ACCUMULATE(g.coef);
     }
-    for (int k = 0; k < 6; ++k)
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[k / 2] + (k % 2) * kLanes), acc[k]);
+#undef VM_LB_ACCUMULATE
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[0]), a0);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[0] + kLanes), a1);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[1]), a2);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[1] + kLanes), a3);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[2]), a4);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[2] + kLanes), a5);
 }
 
 // Eight pixels x .. x + 7 of one diameter, as above, in the first eight lanes of out.
 VM_TARGET_AVX2 void GatherInterior8(const FastTerms& f, const Band& band, int x, int y, uint32_t (&out)[3][2 * kLanes])
 {
     const size_t at = band.At(0, y) + size_t(x - band.x0);
-    const std::ptrdiff_t g1 = std::ptrdiff_t(band.stride), g2 = 2 * g1;
+    constexpr size_t g1 = Band::stride, g2 = 2 * Band::stride;
     const uint32_t* row = band.row.data() + at;
     const uint32_t* area = band.area.data() + at;
     __m256i a0 = _mm256_setzero_si256(), a1 = a0, a2 = a0;
@@ -475,8 +499,8 @@ bool CLensBlurProcess::HalfSizePass(const COLImage& source)
 void CLensBlurProcess::Gather(const COLImage& source)
 {
     const int W = int(source.GetWidth()), H = int(source.GetHeight());
-    // Every tile shares the widest one's stride, so one layout of the column terms serves them all.
-    const size_t stride = size_t(std::min(W, kTileColumns) + 2 * kCentre) + 1;
+    // Every tile has the same stride, so one layout of the column terms serves them all.
+    constexpr size_t stride = Band::stride;
     std::vector<PlaneRects> planes(kKernelPlanes);
     std::vector<FastTerms> fast(kKernelPlanes);
     for (int d = 1; d < kKernelPlanes; ++d) {
@@ -495,7 +519,6 @@ void CLensBlurProcess::Gather(const COLImage& source)
     // over the tile's width) stays in the core's own cache, where whole picture rows would not.
     vmpar::ParallelFor(size_t(tilesAcross) * size_t(tilesDown), 1, [&](size_t begin, size_t end, unsigned part) {
         Band band;
-        band.stride = stride;
         for (size_t item = begin; item < end; ++item) {
             if (StopRequested()) return; // the caller throws the destination away
             const int y0 = int(item / size_t(tilesAcross)) * kTileRows, y1 = std::min(H, y0 + kTileRows);
