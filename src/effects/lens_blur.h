@@ -34,7 +34,7 @@ public:
     static constexpr int kKernelPlanes = 64;
     // The gather works in tiles of this many output rows and columns, each with prefix sums of its own.
     static constexpr int kTileRows = 128;
-    static constexpr int kTileColumns = 384;
+    static constexpr int kTileColumns = 256;
 
     CLensBlurProcess();
     ~CLensBlurProcess() override;
