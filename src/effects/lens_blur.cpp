@@ -294,6 +294,50 @@ void GatherOne(const FastTerms& f, const Band& band, int x, int y, uint32_t (&ou
     }
 }
 
+// Prefix sums of one picture row's values at prefix indices j0 .. j1 - 1, index j adding the value of picture
+// column x0 + j, eight indices a step, carrying on from s (blue, green, red); and the summed-area row below them.
+// Returns the index where it stopped; the caller finishes the rest one by one.
+VM_TARGET_AVX2 int BuildRow8(const CPixel* in, int x0, int j0, int j1, const int32_t* curve, uint32_t (&s)[3],
+                             uint32_t* row, const uint32_t* above, uint32_t* area)
+{
+    constexpr size_t g[3] = {0, Band::stride, 2 * Band::stride};
+    const __m256i byte = _mm256_set1_epi32(0xFF);
+    __m256i carry[3];
+    for (int ch = 0; ch < 3; ++ch)
+        carry[ch] = _mm256_set1_epi32(int32_t(s[ch]));
+    int j = j0;
+    for (; j + kLanes <= j1; j += kLanes) {
+        const __m256i p = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + x0 + j));
+        __m256i v[3] = {_mm256_and_si256(p, byte), _mm256_and_si256(_mm256_srli_epi32(p, 8), byte),
+                        _mm256_and_si256(_mm256_srli_epi32(p, 16), byte)};
+        // gray = (3 red + 6 green + blue) / 10; x * 52429 >> 19 is x / 10 for every x up to 2550.
+        const __m256i weighted = _mm256_add_epi32(_mm256_add_epi32(_mm256_mullo_epi32(v[2], _mm256_set1_epi32(3)),
+                                                                   _mm256_mullo_epi32(v[1], _mm256_set1_epi32(6))),
+                                                  v[0]);
+        const __m256i gray = _mm256_srli_epi32(_mm256_mullo_epi32(weighted, _mm256_set1_epi32(52429)), 19);
+        const __m256i bright = _mm256_cmpgt_epi32(gray, _mm256_set1_epi32(kGrayHighlight));
+        if (!_mm256_testz_si256(bright, bright))
+            for (int ch = 0; ch < 3; ++ch)
+                v[ch] = _mm256_blendv_epi8(v[ch], _mm256_i32gather_epi32(curve, v[ch], 4), bright);
+        for (int ch = 0; ch < 3; ++ch) {
+            // Running sums across the eight lanes: within each half, then the low half's total into the high.
+            __m256i x = v[ch];
+            x = _mm256_add_epi32(x, _mm256_slli_si256(x, 4));
+            x = _mm256_add_epi32(x, _mm256_slli_si256(x, 8));
+            const __m256i low = _mm256_shuffle_epi32(x, 0xFF);
+            x = _mm256_add_epi32(x, _mm256_permute2x128_si256(low, low, 0x08));
+            x = _mm256_add_epi32(x, carry[ch]);
+            carry[ch] = _mm256_permutevar8x32_epi32(x, _mm256_set1_epi32(7));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + g[ch] + j), x);
+            const __m256i up = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(above + g[ch] + j));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(area + g[ch] + j), _mm256_add_epi32(up, x));
+        }
+    }
+    for (int ch = 0; ch < 3; ++ch)
+        s[ch] = uint32_t(_mm256_cvtsi256_si32(carry[ch]));
+    return j;
+}
+
 // s / weight, capped at 255; weight is not 0.
 uint8_t Mean(uint32_t s, uint32_t weight)
 {
@@ -534,7 +578,7 @@ void CLensBlurProcess::Gather(const COLImage& source)
                 band.x0 = x0 - kCentre;
                 const int rows = y1 - y0 + 2 * kCentre, columns = x1 - x0 + 2 * kCentre;
                 const int jLo = std::max(0, -band.x0), jHi = std::min(columns, W - band.x0); // on the picture
-                const size_t g1 = band.stride, g2 = 2 * band.stride;
+                constexpr size_t g1 = Band::stride;
                 band.row.resize(band.stride * 3 * size_t(rows));
                 band.area.resize(band.stride * 3 * size_t(rows + 1));
                 std::fill_n(band.area.data(), 3 * band.stride, 0u);
@@ -543,33 +587,30 @@ void CLensBlurProcess::Gather(const COLImage& source)
                     const uint32_t* above = band.area.data() + band.stride * 3 * size_t(k);
                     uint32_t* area = band.area.data() + band.stride * 3 * size_t(k + 1);
                     const int y = band.y0 + k;
-                    uint32_t s0 = 0, s1 = 0, s2 = 0;
+                    uint32_t s[3] = {0, 0, 0};
+                    auto put = [&](int j) {
+                        for (int ch = 0; ch < 3; ++ch) {
+                            row[size_t(ch) * g1 + size_t(j)] = s[ch];
+                            area[size_t(ch) * g1 + size_t(j)] = above[size_t(ch) * g1 + size_t(j)] + s[ch];
+                        }
+                    };
                     int j = 0;
                     for (; j <= jLo; ++j)
-                        row[j] = row[g1 + j] = row[g2 + j] = 0;
+                        put(j);
                     if (y >= 0 && y < H) {
                         const CPixel* in = source.GetBuffer(0, uint32_t(y));
+                        if (vector) j = BuildRow8(in, band.x0 - 1, j, jHi + 1, curve, s, row, above, area);
                         for (; j <= jHi; ++j) {
                             const CPixel q = in[band.x0 + j - 1];
                             const bool bright = q.GetGray2() > kGrayHighlight;
-                            s0 += bright ? uint32_t(curve[q.blue]) : q.blue;
-                            s1 += bright ? uint32_t(curve[q.green]) : q.green;
-                            s2 += bright ? uint32_t(curve[q.red]) : q.red;
-                            row[j] = s0;
-                            row[g1 + j] = s1;
-                            row[g2 + j] = s2;
+                            s[0] += bright ? uint32_t(curve[q.blue]) : q.blue;
+                            s[1] += bright ? uint32_t(curve[q.green]) : q.green;
+                            s[2] += bright ? uint32_t(curve[q.red]) : q.red;
+                            put(j);
                         }
                     }
-                    for (; j <= columns; ++j) {
-                        row[j] = s0;
-                        row[g1 + j] = s1;
-                        row[g2 + j] = s2;
-                    }
-                    for (size_t i = 0; i <= size_t(columns); ++i) {
-                        area[i] = above[i] + row[i];
-                        area[g1 + i] = above[g1 + i] + row[g1 + i];
-                        area[g2 + i] = above[g2 + i] + row[g2 + i];
-                    }
+                    for (; j <= columns; ++j)
+                        put(j);
                 }
             }
             for (int y = y0; y < y1; ++y) {
