@@ -27,7 +27,8 @@ struct LensBlurParams {
 // points bloom into the aperture's shape. The result is opaque.
 //
 // The weighted sums are exact integers, however they are formed: the gather adds whole runs of equal kernel
-// weight through row prefix sums, which gives the same bytes as a tap-by-tap sum and any split across threads.
+// weight through row prefix sums, which gives the same bytes as a tap-by-tap sum, any split across threads and
+// any size of tile.
 class CLensBlurProcess : public CImageProcess {
 public:
     static constexpr int kApertureSide = 64;
@@ -83,6 +84,6 @@ private:
     COLChannel m_halfDepth;
     int32_t m_needsHalfPass = 0;
     const CLensBlurProcess* m_pParent = nullptr; // the run this half-size pass serves
-    std::vector<uint8_t> m_kernels;              // kKernelPlanes planes of 64 x 64
+    std::vector<uint8_t> m_kernels; // kKernelPlanes planes of 64 x 64
     int32_t m_highlightCurve[256] = {};
 };
