@@ -16,9 +16,10 @@
 namespace {
 
 constexpr int kSide = CLensBlurProcess::kApertureSide;
-constexpr int kCentre = kSide / 2;  // the kernel byte that stands over the pixel itself
+constexpr int kCentre = kSide / 2; // the kernel byte that stands over the pixel itself
+constexpr int kTileRows = CLensBlurProcess::kTileRows;
+constexpr int kTileColumns = CLensBlurProcess::kTileColumns;
 constexpr int kGrayHighlight = 220; // only pixels brighter than this go through the highlight curve
-constexpr int kBlockRows = 64;      // output rows that share one set of prefix sums
 constexpr int kLanes = 8;           // pixels gathered together in the vector path
 
 // A column term of the interior sum: coef times the row prefix sums at column x + c, over image rows y + r0 ..
@@ -40,7 +41,14 @@ struct PlaneRects {
     std::vector<Term> tall;
     int lo = 0, hi = 0;
     uint32_t total = 0; // weight sum of the whole window
-    uint32_t rowWeight[kSide] = {};
+    // Weights summed over kernel rows 0 .. r - 1 and columns 0 .. c - 1 at [r * (kSide + 1) + c], for windows
+    // that the picture's edge cuts.
+    std::vector<uint32_t> weights = std::vector<uint32_t>(size_t(kSide + 1) * (kSide + 1), 0);
+    uint32_t Weight(int r0, int r1, int c0, int c1) const
+    {
+        auto at = [this](int r, int c) { return weights[size_t(r) * (kSide + 1) + size_t(c)]; };
+        return at(r1, c1) - at(r0, c1) - at(r1, c0) + at(r0, c0);
+    }
 };
 
 PlaneRects MakeRects(const uint8_t* plane, int d)
@@ -56,7 +64,6 @@ PlaneRects MakeRects(const uint8_t* plane, int d)
             int e = c + 1;
             while (e < p.hi && row[e] == w)
                 ++e;
-            p.rowWeight[r] += uint32_t(w) * uint32_t(e - c);
             p.total += uint32_t(w) * uint32_t(e - c);
             c = e;
         }
@@ -82,69 +89,36 @@ PlaneRects MakeRects(const uint8_t* plane, int d)
     closed.insert(closed.end(), open.begin(), open.end());
     for (const Term& t : closed)
         (t.r1 - t.r0 == 1 ? p.rows : p.tall).push_back(t);
+    for (int r = 0; r < kSide; ++r)
+        for (int c = 0, line = 0; c < kSide; ++c) {
+            line += plane[r * kSide + c];
+            p.weights[size_t(r + 1) * (kSide + 1) + size_t(c + 1)] =
+                p.weights[size_t(r) * (kSide + 1) + size_t(c + 1)] + uint32_t(line);
+        }
     return p;
 }
 
-// Prefix sums of a band of picture rows, one plane per channel (blue, green, red): row[k][x] sums the values of
-// columns 0 .. x - 1 of band row k, area[k][x] the values of rows 0 .. k - 1 and columns 0 .. x - 1. Sums wrap
-// modulo 2^32; the differences the gather takes are small enough to come out exact.
+// Prefix sums of a tile with a margin of one kernel half on every side: rows y0 .. y0 + rows - 1 and columns
+// x0 .. x0 + columns - 1, where the margin may lie off the picture. The three channels (blue, green, red) of one
+// row sit side by side, each stride words long (fixed, so that the gather's loads take constant offsets). Row(ch, y)[j]
+// sums the values of columns x0 .. x0 + j - 1 of row y, Area(ch, y)[j] the same over rows y0 .. y - 1. A place off the
+// picture adds 0, so a window that the picture's edge cuts is summed like any other, and exactly like the picture-cut
+// window. Sums wrap modulo 2^32; the differences the gather takes are small enough to come out exact. The sums start at
+// the tile's left column and not at the picture's: every kernel row's column terms have coefficients that add up to 0,
+// so a constant in a row of prefix sums drops out and the bytes are those of sums over whole picture rows.
 struct Band {
-    int y0 = 0;        // picture row of band row 0
-    size_t stride = 0; // W + 1
-    std::vector<uint32_t> row[3];
-    std::vector<uint32_t> area[3];
-    const uint32_t* Row(int ch, int y) const { return row[ch].data() + stride * size_t(y - y0); }
-    const uint32_t* Area(int ch, int y) const { return area[ch].data() + stride * size_t(y - y0); }
+    int y0 = 0; // picture row of tile row 0, above the picture at its top
+    int x0 = 0; // picture column of prefix index 0, left of the picture at its left
+    static constexpr size_t stride = kTileColumns + 2 * kCentre + 1; // words per channel and row
+    std::vector<uint32_t> row;
+    std::vector<uint32_t> area;
+    size_t At(int ch, int y) const { return (size_t(y - y0) * 3 + size_t(ch)) * stride; }
+    const uint32_t* Row(int ch, int y) const { return row.data() + At(ch, y); }
+    const uint32_t* Area(int ch, int y) const { return area.data() + At(ch, y); }
 };
 
-struct Sums {
-    uint32_t s[3];
-};
-
-// The window's sums of one interior pixel from the column terms. Products and sums wrap modulo 2^32 like the
-// prefix sums; the whole comes out exact because the true sum fits.
-Sums GatherInterior(const PlaneRects& plane, const Band& band, int x, int y)
-{
-    Sums out{{0, 0, 0}};
-    for (int ch = 0; ch < 3; ++ch) {
-        uint32_t s = 0;
-        for (const Term& t : plane.rows)
-            s += uint32_t(t.coef) * band.Row(ch, y + t.r0)[x + t.c];
-        for (const Term& t : plane.tall)
-            s += uint32_t(t.coef) * (band.Area(ch, y + t.r1)[x + t.c] - band.Area(ch, y + t.r0)[x + t.c]);
-        out.s[ch] = s;
-    }
-    return out;
-}
-
-// The same for eight pixels side by side, x .. x + 7, all of one diameter and with every column of their windows
-// on the picture. Kernel rows outside rLo .. rHi - 1 (off the picture) take no part.
-VM_TARGET_AVX2 void GatherInterior8(const PlaneRects& plane, const Band& band, int x, int y, int rLo,
-                                                     int rHi, uint32_t (&out)[3][kLanes])
-{
-    const int lo = rLo - kCentre, hi = rHi - kCentre;
-    for (int ch = 0; ch < 3; ++ch) {
-        __m256i acc = _mm256_setzero_si256();
-        for (const Term& t : plane.rows) {
-            if (t.r0 < lo || t.r0 >= hi) continue;
-            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Row(ch, y + t.r0) + x + t.c));
-            acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(v, _mm256_set1_epi32(t.coef)));
-        }
-        for (const Term& t : plane.tall) {
-            const int r0 = std::max<int>(t.r0, lo), r1 = std::min<int>(t.r1, hi);
-            if (r0 >= r1) continue;
-            const __m256i bottom =
-                _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r1) + x + t.c));
-            const __m256i top = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(band.Area(ch, y + r0) + x + t.c));
-            acc = _mm256_add_epi32(acc, _mm256_mullo_epi32(_mm256_sub_epi32(bottom, top), _mm256_set1_epi32(t.coef)));
-        }
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch]), acc);
-    }
-}
-
-// A plane's column terms laid out for the vector path of pixels whose whole window lies on the picture: offsets
-// from the pixel's place in the band, for the band's row stride, grouped by coefficient so that each group costs
-// one multiply.
+// A plane's column terms laid out for the gather: offsets from the pixel's place in the tile, for the tile's row step
+// (three channels), grouped by coefficient so that each group costs one multiply.
 struct FastTerms {
     struct Group {
         uint32_t begin, end;
@@ -156,7 +130,7 @@ struct FastTerms {
     std::vector<Group> tallGroups;
 };
 
-FastTerms PrepareFast(const PlaneRects& plane, size_t stride)
+FastTerms PrepareFast(const PlaneRects& plane, size_t rowStep)
 {
     FastTerms f;
     auto group = [](std::vector<Term> terms, std::vector<FastTerms::Group>& groups, auto&& emit) {
@@ -170,7 +144,7 @@ FastTerms PrepareFast(const PlaneRects& plane, size_t stride)
             i = j;
         }
     };
-    const std::ptrdiff_t s = std::ptrdiff_t(stride);
+    const std::ptrdiff_t s = std::ptrdiff_t(rowStep);
     group(plane.rows, f.rowGroups, [&](const Term& t, bool count) {
         if (!count) f.rows.push_back(t.r0 * s + t.c);
         return f.rows.size();
@@ -185,70 +159,183 @@ FastTerms PrepareFast(const PlaneRects& plane, size_t stride)
     return f;
 }
 
-// Sixteen pixels x .. x + 15 of one diameter whose windows lie wholly on the picture.
-VM_TARGET_AVX2 void GatherInterior16(const FastTerms& f, const Band& band, int x, int y,
-                                                      uint32_t (&out)[3][2 * kLanes])
+VM_TARGET_AVX2 inline __m256i Load8(const uint32_t* q)
 {
-    const size_t at = band.stride * size_t(y - band.y0) + size_t(x);
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q));
+}
+
+// Sixteen pixels x .. x + 15 of one diameter in the tile. The three channels of a term sit one stride apart, so
+// one offset serves all of them.
+VM_TARGET_AVX2 void GatherInterior16(const FastTerms& f, const Band& band, int x, int y, uint32_t (&out)[3][2 * kLanes])
+{
+    constexpr size_t g1 = Band::stride, g2 = 2 * Band::stride;
+    const size_t at = band.At(0, y) + size_t(x - band.x0);
+    const uint32_t* row = band.row.data() + at;
+    const uint32_t* area = band.area.data() + at;
+    __m256i a0 = _mm256_setzero_si256(), a1 = a0, a2 = a0, a3 = a0, a4 = a0, a5 = a0;
+#define VM_LB_ACCUMULATE(coef)                                                                                         \
+    do {                                                                                                               \
+        const __m256i c = _mm256_set1_epi32(coef);                                                                     \
+        a0 = _mm256_add_epi32(a0, _mm256_mullo_epi32(s0, c));                                                          \
+        a1 = _mm256_add_epi32(a1, _mm256_mullo_epi32(s1, c));                                                          \
+        a2 = _mm256_add_epi32(a2, _mm256_mullo_epi32(s2, c));                                                          \
+        a3 = _mm256_add_epi32(a3, _mm256_mullo_epi32(s3, c));                                                          \
+        a4 = _mm256_add_epi32(a4, _mm256_mullo_epi32(s4, c));                                                          \
+        a5 = _mm256_add_epi32(a5, _mm256_mullo_epi32(s5, c));                                                          \
+    } while (0)
+    for (const FastTerms::Group& g : f.rowGroups) {
+        __m256i s0 = _mm256_setzero_si256(), s1 = s0, s2 = s0, s3 = s0, s4 = s0, s5 = s0;
+        const std::ptrdiff_t *o = f.rows.data() + g.begin, *e = f.rows.data() + g.end;
+        // Two terms a step: half the additions into the running sums.
+        for (; e - o >= 2; o += 2) {
+            const uint32_t *q = row + o[0], *r = row + o[1];
+            s0 = _mm256_add_epi32(s0, _mm256_add_epi32(Load8(q), Load8(r)));
+            s1 = _mm256_add_epi32(s1, _mm256_add_epi32(Load8(q + kLanes), Load8(r + kLanes)));
+            s2 = _mm256_add_epi32(s2, _mm256_add_epi32(Load8(q + g1), Load8(r + g1)));
+            s3 = _mm256_add_epi32(s3, _mm256_add_epi32(Load8(q + g1 + kLanes), Load8(r + g1 + kLanes)));
+            s4 = _mm256_add_epi32(s4, _mm256_add_epi32(Load8(q + g2), Load8(r + g2)));
+            s5 = _mm256_add_epi32(s5, _mm256_add_epi32(Load8(q + g2 + kLanes), Load8(r + g2 + kLanes)));
+        }
+        if (o != e) {
+            const uint32_t* q = row + *o;
+            s0 = _mm256_add_epi32(s0, Load8(q));
+            s1 = _mm256_add_epi32(s1, Load8(q + kLanes));
+            s2 = _mm256_add_epi32(s2, Load8(q + g1));
+            s3 = _mm256_add_epi32(s3, Load8(q + g1 + kLanes));
+            s4 = _mm256_add_epi32(s4, Load8(q + g2));
+            s5 = _mm256_add_epi32(s5, Load8(q + g2 + kLanes));
+        }
+        VM_LB_ACCUMULATE(g.coef);
+    }
+    for (const FastTerms::Group& g : f.tallGroups) {
+        __m256i s0 = _mm256_setzero_si256(), s1 = s0, s2 = s0, s3 = s0, s4 = s0, s5 = s0;
+        for (uint32_t i = g.begin; i < g.end; ++i) {
+            const uint32_t* b = area + f.tall[2 * i];
+            const uint32_t* t = area + f.tall[2 * i + 1];
+            s0 = _mm256_add_epi32(s0, _mm256_sub_epi32(Load8(b), Load8(t)));
+            s1 = _mm256_add_epi32(s1, _mm256_sub_epi32(Load8(b + kLanes), Load8(t + kLanes)));
+            s2 = _mm256_add_epi32(s2, _mm256_sub_epi32(Load8(b + g1), Load8(t + g1)));
+            s3 = _mm256_add_epi32(s3, _mm256_sub_epi32(Load8(b + g1 + kLanes), Load8(t + g1 + kLanes)));
+            s4 = _mm256_add_epi32(s4, _mm256_sub_epi32(Load8(b + g2), Load8(t + g2)));
+            s5 = _mm256_add_epi32(s5, _mm256_sub_epi32(Load8(b + g2 + kLanes), Load8(t + g2 + kLanes)));
+        }
+        VM_LB_ACCUMULATE(g.coef);
+    }
+#undef VM_LB_ACCUMULATE
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[0]), a0);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[0] + kLanes), a1);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[1]), a2);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[1] + kLanes), a3);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[2]), a4);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[2] + kLanes), a5);
+}
+
+// Eight pixels x .. x + 7 of one diameter, as above, in the first eight lanes of out.
+VM_TARGET_AVX2 void GatherInterior8(const FastTerms& f, const Band& band, int x, int y, uint32_t (&out)[3][2 * kLanes])
+{
+    const size_t at = band.At(0, y) + size_t(x - band.x0);
+    constexpr size_t g1 = Band::stride, g2 = 2 * Band::stride;
+    const uint32_t* row = band.row.data() + at;
+    const uint32_t* area = band.area.data() + at;
+    __m256i a0 = _mm256_setzero_si256(), a1 = a0, a2 = a0;
+    for (const FastTerms::Group& g : f.rowGroups) {
+        __m256i s0 = _mm256_setzero_si256(), s1 = s0, s2 = s0;
+        for (uint32_t i = g.begin; i < g.end; ++i) {
+            const uint32_t* q = row + f.rows[i];
+            s0 = _mm256_add_epi32(s0, Load8(q));
+            s1 = _mm256_add_epi32(s1, Load8(q + g1));
+            s2 = _mm256_add_epi32(s2, Load8(q + g2));
+        }
+        const __m256i c = _mm256_set1_epi32(g.coef);
+        a0 = _mm256_add_epi32(a0, _mm256_mullo_epi32(s0, c));
+        a1 = _mm256_add_epi32(a1, _mm256_mullo_epi32(s1, c));
+        a2 = _mm256_add_epi32(a2, _mm256_mullo_epi32(s2, c));
+    }
+    for (const FastTerms::Group& g : f.tallGroups) {
+        __m256i s0 = _mm256_setzero_si256(), s1 = s0, s2 = s0;
+        for (uint32_t i = g.begin; i < g.end; ++i) {
+            const uint32_t* b = area + f.tall[2 * i];
+            const uint32_t* t = area + f.tall[2 * i + 1];
+            s0 = _mm256_add_epi32(s0, _mm256_sub_epi32(Load8(b), Load8(t)));
+            s1 = _mm256_add_epi32(s1, _mm256_sub_epi32(Load8(b + g1), Load8(t + g1)));
+            s2 = _mm256_add_epi32(s2, _mm256_sub_epi32(Load8(b + g2), Load8(t + g2)));
+        }
+        const __m256i c = _mm256_set1_epi32(g.coef);
+        a0 = _mm256_add_epi32(a0, _mm256_mullo_epi32(s0, c));
+        a1 = _mm256_add_epi32(a1, _mm256_mullo_epi32(s1, c));
+        a2 = _mm256_add_epi32(a2, _mm256_mullo_epi32(s2, c));
+    }
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[0]), a0);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[1]), a1);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[2]), a2);
+}
+
+// One pixel, without vectors.
+void GatherOne(const FastTerms& f, const Band& band, int x, int y, uint32_t (&out)[3][2 * kLanes])
+{
+    const size_t at = band.At(0, y) + size_t(x - band.x0);
     for (int ch = 0; ch < 3; ++ch) {
-        const uint32_t* row = band.row[ch].data() + at;
-        const uint32_t* area = band.area[ch].data() + at;
-        __m256i acc0 = _mm256_setzero_si256(), acc1 = _mm256_setzero_si256();
+        const uint32_t* row = band.row.data() + at + size_t(ch) * band.stride;
+        const uint32_t* area = band.area.data() + at + size_t(ch) * band.stride;
+        uint32_t acc = 0;
         for (const FastTerms::Group& g : f.rowGroups) {
-            __m256i s0 = _mm256_setzero_si256(), s1 = _mm256_setzero_si256();
-            for (uint32_t i = g.begin; i < g.end; ++i) {
-                const uint32_t* q = row + f.rows[i];
-                s0 = _mm256_add_epi32(s0, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q)));
-                s1 = _mm256_add_epi32(s1, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + kLanes)));
-            }
-            const __m256i c = _mm256_set1_epi32(g.coef);
-            acc0 = _mm256_add_epi32(acc0, _mm256_mullo_epi32(s0, c));
-            acc1 = _mm256_add_epi32(acc1, _mm256_mullo_epi32(s1, c));
+            uint32_t sum = 0;
+            for (uint32_t i = g.begin; i < g.end; ++i)
+                sum += row[f.rows[i]];
+            acc += sum * uint32_t(g.coef);
         }
         for (const FastTerms::Group& g : f.tallGroups) {
-            __m256i s0 = _mm256_setzero_si256(), s1 = _mm256_setzero_si256();
-            for (uint32_t i = g.begin; i < g.end; ++i) {
-                const uint32_t* bottom = area + f.tall[2 * i];
-                const uint32_t* top = area + f.tall[2 * i + 1];
-                s0 = _mm256_add_epi32(s0, _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom)),
-                                                           _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top))));
-                s1 = _mm256_add_epi32(
-                    s1, _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + kLanes)),
-                                         _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + kLanes))));
-            }
-            const __m256i c = _mm256_set1_epi32(g.coef);
-            acc0 = _mm256_add_epi32(acc0, _mm256_mullo_epi32(s0, c));
-            acc1 = _mm256_add_epi32(acc1, _mm256_mullo_epi32(s1, c));
+            uint32_t sum = 0;
+            for (uint32_t i = g.begin; i < g.end; ++i)
+                sum += area[f.tall[2 * i]] - area[f.tall[2 * i + 1]];
+            acc += sum * uint32_t(g.coef);
         }
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch]), acc0);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[ch] + kLanes), acc1);
+        out[ch][0] = acc;
     }
 }
 
-// A pixel whose window the picture's edge cuts. Rows off the picture are left out; a column left of the picture
-// reads the prefix sum at column 0 (which is 0) and one right of it the row's total, which cuts every run to the
-// picture. The weight is the same sum over the column numbers themselves.
-Sums GatherClipped(const PlaneRects& plane, const Band& band, int x, int y, int rLo, int rHi, int W, uint32_t& weight)
+// Prefix sums of one picture row's values at prefix indices j0 .. j1 - 1, index j adding the value of picture
+// column x0 + j, eight indices a step, carrying on from s (blue, green, red); and the summed-area row below them.
+// Returns the index where it stopped; the caller finishes the rest one by one.
+VM_TARGET_AVX2 int BuildRow8(const CPixel* in, int x0, int j0, int j1, const int32_t* curve, uint32_t (&s)[3],
+                             uint32_t* row, const uint32_t* above, uint32_t* area)
 {
-    Sums out{{0, 0, 0}};
-    weight = 0;
-    const int lo = rLo - kCentre, hi = rHi - kCentre;
-    for (const Term& t : plane.rows) {
-        if (t.r0 < lo || t.r0 >= hi) continue;
-        const int col = std::clamp(x + t.c, 0, W);
-        for (int ch = 0; ch < 3; ++ch)
-            out.s[ch] += uint32_t(t.coef) * band.Row(ch, y + t.r0)[col];
-        weight += uint32_t(t.coef) * uint32_t(col);
+    constexpr size_t g[3] = {0, Band::stride, 2 * Band::stride};
+    const __m256i byte = _mm256_set1_epi32(0xFF);
+    __m256i carry[3];
+    for (int ch = 0; ch < 3; ++ch)
+        carry[ch] = _mm256_set1_epi32(int32_t(s[ch]));
+    int j = j0;
+    for (; j + kLanes <= j1; j += kLanes) {
+        const __m256i p = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + x0 + j));
+        __m256i v[3] = {_mm256_and_si256(p, byte), _mm256_and_si256(_mm256_srli_epi32(p, 8), byte),
+                        _mm256_and_si256(_mm256_srli_epi32(p, 16), byte)};
+        // gray = (3 red + 6 green + blue) / 10; x * 52429 >> 19 is x / 10 for every x up to 2550.
+        const __m256i weighted = _mm256_add_epi32(_mm256_add_epi32(_mm256_mullo_epi32(v[2], _mm256_set1_epi32(3)),
+                                                                   _mm256_mullo_epi32(v[1], _mm256_set1_epi32(6))),
+                                                  v[0]);
+        const __m256i gray = _mm256_srli_epi32(_mm256_mullo_epi32(weighted, _mm256_set1_epi32(52429)), 19);
+        const __m256i bright = _mm256_cmpgt_epi32(gray, _mm256_set1_epi32(kGrayHighlight));
+        if (!_mm256_testz_si256(bright, bright))
+            for (int ch = 0; ch < 3; ++ch)
+                v[ch] = _mm256_blendv_epi8(v[ch], _mm256_i32gather_epi32(curve, v[ch], 4), bright);
+        for (int ch = 0; ch < 3; ++ch) {
+            // Running sums across the eight lanes: within each half, then the low half's total into the high.
+            __m256i x = v[ch];
+            x = _mm256_add_epi32(x, _mm256_slli_si256(x, 4));
+            x = _mm256_add_epi32(x, _mm256_slli_si256(x, 8));
+            const __m256i low = _mm256_shuffle_epi32(x, 0xFF);
+            x = _mm256_add_epi32(x, _mm256_permute2x128_si256(low, low, 0x08));
+            x = _mm256_add_epi32(x, carry[ch]);
+            carry[ch] = _mm256_permutevar8x32_epi32(x, _mm256_set1_epi32(7));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + g[ch] + j), x);
+            const __m256i up = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(above + g[ch] + j));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(area + g[ch] + j), _mm256_add_epi32(up, x));
+        }
     }
-    for (const Term& t : plane.tall) {
-        const int r0 = std::max<int>(t.r0, lo), r1 = std::min<int>(t.r1, hi);
-        if (r0 >= r1) continue;
-        const int col = std::clamp(x + t.c, 0, W);
-        for (int ch = 0; ch < 3; ++ch)
-            out.s[ch] += uint32_t(t.coef) * (band.Area(ch, y + r1)[col] - band.Area(ch, y + r0)[col]);
-        weight += uint32_t(t.coef) * uint32_t(col) * uint32_t(r1 - r0);
-    }
-    return out;
+    for (int ch = 0; ch < 3; ++ch)
+        s[ch] = uint32_t(_mm256_cvtsi256_si32(carry[ch]));
+    return j;
 }
 
 // s / weight, capped at 255; weight is not 0.
@@ -456,68 +543,81 @@ bool CLensBlurProcess::HalfSizePass(const COLImage& source)
 void CLensBlurProcess::Gather(const COLImage& source)
 {
     const int W = int(source.GetWidth()), H = int(source.GetHeight());
+    // Every tile has the same stride, so one layout of the column terms serves them all.
+    constexpr size_t stride = Band::stride;
     std::vector<PlaneRects> planes(kKernelPlanes);
     std::vector<FastTerms> fast(kKernelPlanes);
     for (int d = 1; d < kKernelPlanes; ++d) {
         planes[size_t(d)] = MakeRects(GetKernel(d), d);
-        fast[size_t(d)] = PrepareFast(planes[size_t(d)], size_t(W) + 1);
+        fast[size_t(d)] = PrepareFast(planes[size_t(d)], 3 * stride);
     }
     const uint8_t* diameter = m_diameterMap.GetBuffer();
     const int32_t* curve = m_highlightCurve;
     const int base = m_needsHalfPass ? 30 : 10, span = m_needsHalfPass ? 70 : 90;
-    const int blocks = (H + kBlockRows - 1) / kBlockRows;
+    const int tilesAcross = (W + kTileColumns - 1) / kTileColumns, tilesDown = (H + kTileRows - 1) / kTileRows;
     const bool vector = vmsimd::CurrentLevel() >= vmsimd::kAvx2;
-    std::atomic<int> rowsDone{0};
+    const int64_t total = int64_t(W) * H;
+    std::atomic<int64_t> pixelsDone{0};
 
-    vmpar::ParallelFor(size_t(blocks), 1, [&](size_t begin, size_t end, unsigned part) {
+    // Tiles in rows of tiles, left to right: the working set of one output row (a kernel's height of prefix rows
+    // over the tile's width) stays in the core's own cache, where whole picture rows would not.
+    vmpar::ParallelFor(size_t(tilesAcross) * size_t(tilesDown), 1, [&](size_t begin, size_t end, unsigned part) {
         Band band;
-        std::vector<uint32_t> values[3];
-        for (size_t b = begin; b < end; ++b) {
+        for (size_t item = begin; item < end; ++item) {
             if (StopRequested()) return; // the caller throws the destination away
-            const int y0 = int(b) * kBlockRows, y1 = std::min(H, y0 + kBlockRows);
+            const int y0 = int(item / size_t(tilesAcross)) * kTileRows, y1 = std::min(H, y0 + kTileRows);
+            const int x0 = int(item % size_t(tilesAcross)) * kTileColumns, x1 = std::min(W, x0 + kTileColumns);
             bool gathers = false;
-            for (size_t i = size_t(y0) * W; i < size_t(y1) * W && !gathers; ++i)
-                gathers = diameter[i] && diameter[i] < 64;
+            for (int y = y0; y < y1 && !gathers; ++y)
+                gathers = std::any_of(diameter + size_t(y) * W + x0, diameter + size_t(y) * W + x1,
+                                      [](uint8_t d) { return d && d < 64; });
             if (gathers) {
-                // The values the gather adds, colour or the highlight curve of a bright pixel, summed along rows
-                // and then down the band.
-                band.y0 = std::max(0, y0 - kCentre);
-                const int y1b = std::min(H, y1 + kCentre), rows = y1b - band.y0;
-                band.stride = size_t(W) + 1;
-                for (int ch = 0; ch < 3; ++ch) {
-                    band.row[ch].resize(band.stride * size_t(rows));
-                    band.area[ch].assign(band.stride * size_t(rows + 1), 0);
-                    values[ch].resize(size_t(W));
-                }
+                // The values the gather adds, colour or the highlight curve of a bright pixel, summed along the
+                // tile's rows and then down the tile; 0 off the picture.
+                band.y0 = y0 - kCentre;
+                band.x0 = x0 - kCentre;
+                const int rows = y1 - y0 + 2 * kCentre, columns = x1 - x0 + 2 * kCentre;
+                const int jLo = std::max(0, -band.x0), jHi = std::min(columns, W - band.x0); // on the picture
+                constexpr size_t g1 = Band::stride;
+                band.row.resize(band.stride * 3 * size_t(rows));
+                band.area.resize(band.stride * 3 * size_t(rows + 1));
+                std::fill_n(band.area.data(), 3 * band.stride, 0u);
                 for (int k = 0; k < rows; ++k) {
-                    const CPixel* in = source.GetBuffer(0, uint32_t(band.y0 + k));
-                    for (int x = 0; x < W; ++x) {
-                        const CPixel q = in[x];
-                        const bool bright = q.GetGray2() > kGrayHighlight;
-                        values[0][size_t(x)] = bright ? uint32_t(curve[q.blue]) : q.blue;
-                        values[1][size_t(x)] = bright ? uint32_t(curve[q.green]) : q.green;
-                        values[2][size_t(x)] = bright ? uint32_t(curve[q.red]) : q.red;
-                    }
-                    for (int ch = 0; ch < 3; ++ch) {
-                        uint32_t* row = band.row[ch].data() + band.stride * size_t(k);
-                        const uint32_t* above = band.area[ch].data() + band.stride * size_t(k);
-                        uint32_t* area = band.area[ch].data() + band.stride * size_t(k + 1);
-                        uint32_t sum = 0;
-                        row[0] = 0;
-                        for (int x = 0; x < W; ++x) {
-                            sum += values[ch][size_t(x)];
-                            row[x + 1] = sum;
+                    uint32_t* row = band.row.data() + band.stride * 3 * size_t(k);
+                    const uint32_t* above = band.area.data() + band.stride * 3 * size_t(k);
+                    uint32_t* area = band.area.data() + band.stride * 3 * size_t(k + 1);
+                    const int y = band.y0 + k;
+                    uint32_t s[3] = {0, 0, 0};
+                    auto put = [&](int j) {
+                        for (int ch = 0; ch < 3; ++ch) {
+                            row[size_t(ch) * g1 + size_t(j)] = s[ch];
+                            area[size_t(ch) * g1 + size_t(j)] = above[size_t(ch) * g1 + size_t(j)] + s[ch];
                         }
-                        for (size_t x = 0; x < band.stride; ++x)
-                            area[x] = above[x] + row[x];
+                    };
+                    int j = 0;
+                    for (; j <= jLo; ++j)
+                        put(j);
+                    if (y >= 0 && y < H) {
+                        const CPixel* in = source.GetBuffer(0, uint32_t(y));
+                        if (vector) j = BuildRow8(in, band.x0 - 1, j, jHi + 1, curve, s, row, above, area);
+                        for (; j <= jHi; ++j) {
+                            const CPixel q = in[band.x0 + j - 1];
+                            const bool bright = q.GetGray2() > kGrayHighlight;
+                            s[0] += bright ? uint32_t(curve[q.blue]) : q.blue;
+                            s[1] += bright ? uint32_t(curve[q.green]) : q.green;
+                            s[2] += bright ? uint32_t(curve[q.red]) : q.red;
+                            put(j);
+                        }
                     }
+                    for (; j <= columns; ++j)
+                        put(j);
                 }
             }
             for (int y = y0; y < y1; ++y) {
                 const uint8_t* dRow = diameter + size_t(y) * W;
                 const CPixel* sRow = source.GetBuffer(0, uint32_t(y));
                 CPixel* out = m_pDstImage->GetBuffer(0, uint32_t(y));
-                for (int x = 0; x < W;) {
+                for (int x = x0; x < x1;) {
                     const int d = dRow[x];
                     if (d == 0) {
                         out[x] = sRow[x];
@@ -529,57 +629,45 @@ void CLensBlurProcess::Gather(const COLImage& source)
                         ++x;
                         continue;
                     }
+                    // Sixteen, eight or one pixel of one diameter in the tile.
+                    auto same = [&](int n) {
+                        return x + n <= x1 &&
+                               std::all_of(dRow + x + 1, dRow + x + n, [d](uint8_t v) { return v == d; });
+                    };
+                    const int n = !vector ? 1 : same(2 * kLanes) ? 2 * kLanes : same(kLanes) ? kLanes : 1;
+                    uint32_t sums[3][2 * kLanes];
+                    if (n == 2 * kLanes)
+                        GatherInterior16(fast[size_t(d)], band, x, y, sums);
+                    else if (n == kLanes)
+                        GatherInterior8(fast[size_t(d)], band, x, y, sums);
+                    else
+                        GatherOne(fast[size_t(d)], band, x, y, sums);
                     const PlaneRects& plane = planes[size_t(d)];
                     // The window, cut to the picture: kernel rows and columns lo .. hi - 1.
                     const int rLo = std::max(plane.lo, kCentre - y), rHi = std::min(plane.hi, H + kCentre - y);
-                    const int cLo = std::max(plane.lo, kCentre - x), cHi = std::min(plane.hi, W + kCentre - x);
-                    const bool rowsInside = rLo == plane.lo && rHi == plane.hi;
-                    if (cLo == plane.lo && cHi == plane.hi) {
-                        uint32_t weight = plane.total;
-                        if (!rowsInside) {
-                            weight = 0;
-                            for (int r = rLo; r < rHi; ++r)
-                                weight += plane.rowWeight[r];
-                        }
-                        // Sixteen or eight pixels of one diameter at once, all with their windows' columns on the
-                        // picture.
-                        if (weight && rowsInside && vector && x + 2 * kLanes <= W &&
-                            W + kCentre - (x + 2 * kLanes - 1) >= plane.hi &&
-                            std::all_of(dRow + x + 1, dRow + x + 2 * kLanes, [d](uint8_t v) { return v == d; })) {
-                            uint32_t sums[3][2 * kLanes];
-                            GatherInterior16(fast[size_t(d)], band, x, y, sums);
-                            const PlaneDivider mean(weight);
-                            for (int i = 0; i < 2 * kLanes; ++i)
-                                out[x + i] = CPixel{mean(sums[0][i]), mean(sums[1][i]), mean(sums[2][i]), 255};
-                            x += 2 * kLanes;
-                            continue;
-                        }
-                        if (weight && vector && x + kLanes <= W && W + kCentre - (x + kLanes - 1) >= plane.hi &&
-                            std::all_of(dRow + x + 1, dRow + x + kLanes, [d](uint8_t v) { return v == d; })) {
-                            uint32_t sums[3][kLanes];
-                            GatherInterior8(plane, band, x, y, rLo, rHi, sums);
-                            const PlaneDivider mean(weight);
-                            for (int i = 0; i < kLanes; ++i)
-                                out[x + i] = CPixel{mean(sums[0][i]), mean(sums[1][i]), mean(sums[2][i]), 255};
-                            x += kLanes;
-                            continue;
-                        }
-                        if (rowsInside && weight) {
-                            const Sums s = GatherInterior(plane, band, x, y);
-                            out[x] = CPixel{Mean(s.s[0], weight), Mean(s.s[1], weight), Mean(s.s[2], weight), 255};
-                            ++x;
-                            continue;
+                    const bool inside = rLo == plane.lo && rHi == plane.hi && kCentre - x <= plane.lo &&
+                                        W + kCentre - (x + n - 1) >= plane.hi;
+                    if (inside && plane.total) {
+                        const PlaneDivider mean(plane.total);
+                        for (int i = 0; i < n; ++i)
+                            out[x + i] = CPixel{mean(sums[0][i]), mean(sums[1][i]), mean(sums[2][i]), 255};
+                    } else {
+                        for (int i = 0; i < n; ++i) {
+                            const int cLo = std::max(plane.lo, kCentre - (x + i));
+                            const int cHi = std::min(plane.hi, W + kCentre - (x + i));
+                            const uint32_t weight = plane.Weight(rLo, rHi, cLo, cHi);
+                            // Nothing of the aperture falls on the picture: the pixel keeps what the destination
+                            // holds.
+                            if (weight)
+                                out[x + i] = CPixel{Mean(sums[0][i], weight), Mean(sums[1][i], weight),
+                                                    Mean(sums[2][i], weight), 255};
                         }
                     }
-                    uint32_t weight = 0;
-                    const Sums s = GatherClipped(plane, band, x, y, rLo, rHi, W, weight);
-                    // Nothing of the aperture falls on the picture: the pixel keeps what the destination holds.
-                    if (weight) out[x] = CPixel{Mean(s.s[0], weight), Mean(s.s[1], weight), Mean(s.s[2], weight), 255};
-                    ++x;
+                    x += n;
                 }
             }
-            const int done = rowsDone.fetch_add(y1 - y0) + (y1 - y0);
-            if (part == 0) ReportProgress(base + span * done / H);
+            const int64_t done = pixelsDone.fetch_add(int64_t(y1 - y0) * (x1 - x0)) + int64_t(y1 - y0) * (x1 - x0);
+            if (part == 0) ReportProgress(base + int32_t(span * done / total));
         }
     });
     // Every pixel becomes opaque: those copied, those taken from the half-size pass and those kept.

@@ -27,11 +27,15 @@ struct LensBlurParams {
 // points bloom into the aperture's shape. The result is opaque.
 //
 // The weighted sums are exact integers, however they are formed: the gather adds whole runs of equal kernel
-// weight through row prefix sums, which gives the same bytes as a tap-by-tap sum and any split across threads.
+// weight through row prefix sums, which gives the same bytes as a tap-by-tap sum, any split across threads and
+// any size of tile.
 class CLensBlurProcess : public CImageProcess {
 public:
     static constexpr int kApertureSide = 64;
     static constexpr int kKernelPlanes = 64;
+    // The gather works in tiles of this many output rows and columns, each with prefix sums of its own.
+    static constexpr int kTileRows = 128;
+    static constexpr int kTileColumns = 256;
 
     CLensBlurProcess();
     ~CLensBlurProcess() override;

@@ -1,4 +1,5 @@
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <vector>
@@ -188,6 +189,35 @@ TEST(LensBlur, GatherMatchesTheTapByTapSumAtEveryThreadCountAndInstructionSet)
                     << "radius " << c.radius << " level " << level << " threads " << threads;
             }
     }
+}
+
+// The gather builds prefix sums tile by tile. Wide discs straddle the inner tile edges and the picture's right
+// and bottom edges, on a picture whose size is no multiple of the tile; between them small discs and runs of
+// one diameter that a tile edge cuts.
+TEST(LensBlur, TilesGiveTheBytesOfOneWholePicture)
+{
+    const int tw = CLensBlurProcess::kTileColumns, th = CLensBlurProcess::kTileRows;
+    const uint32_t W = uint32_t(tw + 45), H = uint32_t(th + 21);
+    const COLImage src = Photo(W, H, 31);
+    COLChannel noise;
+    vmtest::FillNoise(noise, W, H, 32);
+    const COLChannel depth = vmtest::PlaneOf(W, H, [&](uint32_t x, uint32_t y) -> uint32_t {
+        const bool wide = std::abs(int(x) - tw) < 40 || x + 30 >= W || std::abs(int(y) - th) < 12 || y + 6 >= H;
+        if (!wide) return y % 3 ? 80 : noise.GetValue(x, y) / 4;
+        return y % 5 ? 255 : noise.GetValue(x, y); // radius 31: diameter 62, or anything up to it
+    });
+    const COLChannel aperture = ApertureFromSkin(kApertureOctagon);
+    RefLensBlur ref;
+    const COLImage expected = ref.Run(src, depth, nullptr, aperture, 31, 240, 50);
+    for (int level : {0, 2})
+        for (unsigned threads : vmtest::kThreadCounts) {
+            vmtest::SimdCap cap(level);
+            vmtest::ThreadCount tc(threads);
+            CLensBlurProcess p;
+            COLImage out;
+            ASSERT_EQ(RunProcess(p, src, out, depth, nullptr, aperture, 31, 240, 50), kOk);
+            EXPECT_TRUE(vmtest::SamePixels(out, expected)) << "level " << level << " threads " << threads;
+        }
 }
 
 TEST(LensBlur, WideDiscsComeFromHalfSizePassesAndTheFlagSticks)
