@@ -54,10 +54,13 @@ constexpr float kColourPrior = 0.05f;
 // On a colourful backdrop, pixels the classic key leaves below opaque within this many band widths of the
 // backdrop join the band.
 constexpr int kUnsureReach = 3;
+// The band's radius is kept to this, so that the widest reach above stays within a byte's distances.
+constexpr int kMaxBandRadius = 80;
 
-// Progress of the steps, in percent of the run.
+// Progress of the steps, in percent of the run; the classic key runs on a colourful backdrop only.
 constexpr int kClassicEnd = 25;
-constexpr int kTrimapEnd = 32;
+constexpr int kTrimapEndColourful = 32;
+constexpr int kTrimapEndGray = 10;
 constexpr int kSolveEnd = 98;
 
 // Hands the solver a slice of this run's progress range and this run's cancel flag.
@@ -104,12 +107,14 @@ struct BackdropColour {
 };
 
 // 3 x 3 mean of each colour byte, truncated; the border repeats. Alpha is not read. Column sums of three rows
-// first, then three of them per pixel: the same whole-number sums as nine reads, a third of the work.
-void Smooth(const COLImage& src, COLImage& out)
+// first, then three of them per pixel: the same whole-number sums as nine reads, a third of the work. In the same
+// pass, `allowed` says which means have a backdrop colour.
+void Smooth(const COLImage& src, const BackdropColour& model, COLImage& out, std::vector<uint8_t>& allowed)
 {
     const int w = int(src.GetWidth()), h = int(src.GetHeight());
     const CPixel* in = src.GetBuffer();
     CPixel* o = out.GetBuffer();
+    allowed.resize(size_t(w) * size_t(h));
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
         std::vector<int> columns(size_t(w) * 3);
         for (int y = y0; y < y1; ++y) {
@@ -125,9 +130,11 @@ void Smooth(const COLImage& src, COLImage& out)
                 const int* l = &columns[size_t(std::max(0, x - 1)) * 3];
                 const int* m = &columns[size_t(x) * 3];
                 const int* r = &columns[size_t(std::min(w - 1, x + 1)) * 3];
-                o[size_t(y) * size_t(w) + size_t(x)] =
-                    CPixel::Make(uint8_t((l[0] + m[0] + r[0]) / 9), uint8_t((l[1] + m[1] + r[1]) / 9),
-                                 uint8_t((l[2] + m[2] + r[2]) / 9));
+                const CPixel mean = CPixel::Make(uint8_t((l[0] + m[0] + r[0]) / 9), uint8_t((l[1] + m[1] + r[1]) / 9),
+                                                 uint8_t((l[2] + m[2] + r[2]) / 9));
+                const size_t i = size_t(y) * size_t(w) + size_t(x);
+                o[i] = mean;
+                allowed[i] = model.Admits(mean);
             }
         }
     });
@@ -220,31 +227,39 @@ void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, const st
     });
 }
 
-// Grows set pixels (non-zero) by radius in the chessboard metric: rows first, then columns.
-void Dilate(const std::vector<uint8_t>& in, std::vector<uint8_t>& out, int w, int h, int radius)
+// For each pixel, how far along its row the nearest backdrop pixel lies (0 on the backdrop), capped at 255.
+// A pixel lies within chessboard distance r of the backdrop exactly when one of the rows within r of it has
+// this distance at most r in its column, so one row pass serves every radius the trimap asks for.
+void RowDistance(const std::vector<uint8_t>& back, std::vector<uint8_t>& out, int w, int h)
 {
-    std::vector<uint8_t> rows(in.size());
+    out.resize(back.size());
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
-            const uint8_t* s = &in[size_t(y) * size_t(w)];
-            uint8_t* d = &rows[size_t(y) * size_t(w)];
+            const uint8_t* s = &back[size_t(y) * size_t(w)];
+            uint8_t* d = &out[size_t(y) * size_t(w)];
+            int last = -1000;
             for (int x = 0; x < w; ++x) {
-                uint8_t v = 0;
-                for (int k = std::max(0, x - radius), e = std::min(w - 1, x + radius); k <= e && !v; ++k) v = s[k];
-                d[x] = v;
+                if (s[x]) last = x;
+                d[x] = uint8_t(std::min(255, x - last));
+            }
+            int next = w + 1000;
+            for (int x = w - 1; x >= 0; --x) {
+                if (s[x]) next = x;
+                d[x] = std::min(d[x], uint8_t(std::min(255, next - x)));
             }
         }
     });
-    out.resize(in.size());
-    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-        for (int y = y0; y < y1; ++y)
-            for (int x = 0; x < w; ++x) {
-                uint8_t v = 0;
-                for (int k = std::max(0, y - radius), e = std::min(h - 1, y + radius); k <= e && !v; ++k)
-                    v = rows[size_t(k) * size_t(w) + size_t(x)];
-                out[size_t(y) * size_t(w) + size_t(x)] = v;
-            }
-    });
+}
+
+// Smallest of the rows y - r .. y + r (within the picture) of `rows`, column by column.
+void ColumnMin(const std::vector<uint8_t>& rows, int w, int h, int y, int r, uint8_t* out)
+{
+    const int y0 = std::max(0, y - r), y1 = std::min(h - 1, y + r);
+    std::copy_n(&rows[size_t(y0) * size_t(w)], size_t(w), out);
+    for (int k = y0 + 1; k <= y1; ++k) {
+        const uint8_t* s = &rows[size_t(k) * size_t(w)];
+        for (int x = 0; x < w; ++x) out[x] = std::min(out[x], s[x]);
+    }
 }
 
 // The backdrop's colour near each pixel: the mean of the sure backdrop over cells of kCell x kCell pixels, cells
@@ -365,7 +380,9 @@ void CorrectBackdrop(const COLImage& smooth, const CBackdropField& field, const 
         for (int y = y0; y < y1; ++y)
             for (int x = 0; x < w; ++x) {
                 const size_t i = size_t(y) * size_t(w) + size_t(x);
-                residual[i] = back[i] || field.Covers(x, y) ? uint8_t(Residual(smooth, field, x, y)) : 255;
+                // A pixel neither flooded nor of backdrop colour stays out whatever its residual.
+                residual[i] = back[i] || (allowed[i] && field.Covers(x, y)) ? uint8_t(Residual(smooth, field, x, y))
+                                                                             : 255;
             }
     });
     // The noise width from the median residual (a normal spread's median absolute deviation is 0.6745 sigma).
@@ -400,77 +417,77 @@ long CRefinedKeyProcess::Run(const ChromaKeySettings& settings)
 {
     const COLImage& src = *m_pSrcImage;
     const int w = int(src.GetWidth()), h = int(src.GetHeight());
-    const size_t n = size_t(w) * size_t(h);
     auto at = [&](int percent) {
         return int32_t(m_progressLow + (int64_t(m_progressHigh) - m_progressLow) * percent / 100);
     };
 
-    // The classic key: on a colourful backdrop, what it leaves below opaque near the backdrop joins the band.
+    // The classic key: on a colourful backdrop, what it leaves below opaque near the backdrop joins the band. On
+    // a gray one (the classic key's luma path) nothing of it is read, so it does not run.
     COLImage classic;
-    CChromaKeyProcess key;
-    key.SetLumaStrength(settings.lumaStrength);
-    key.SetImages(m_pSrcImage, &classic);
-    key.SetProgressCallback(GetProgressCallback());
-    key.SetProgressRange(at(0), at(kClassicEnd));
-    if (key.Process(&settings.params) != kOk) return kFail;
-    m_chromatic = key.WasChromatic();
+    m_chromatic = CChromaKeyProcess::IsChromatic(settings.params.backdrop);
+    const int trimapEnd = m_chromatic ? kTrimapEndColourful : kTrimapEndGray;
+    if (m_chromatic) {
+        CChromaKeyProcess key;
+        key.SetLumaStrength(settings.lumaStrength);
+        key.SetImages(m_pSrcImage, &classic);
+        key.SetProgressCallback(GetProgressCallback());
+        key.SetProgressRange(at(0), at(kClassicEnd));
+        if (key.Process(&settings.params) != kOk) return kFail;
+    }
     if (TestAndClearCancel()) return kFail;
 
     // The backdrop, then the band a few pixels wide on the subject's side of it.
     COLImage smooth;
     if (smooth.Create(uint32_t(w), uint32_t(h)) != kOk) return kFail;
-    Smooth(src, smooth);
-    std::vector<uint8_t> back;
     const BackdropColour model(settings.params.backdrop);
-    std::vector<uint8_t> allowed(n);
-    const CPixel* sp = smooth.GetBuffer();
-    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
-            allowed[i] = model.Admits(sp[i]);
-    });
+    std::vector<uint8_t> back, allowed;
+    Smooth(src, model, smooth, allowed);
     FloodBackdrop(smooth, model, allowed, back);
     CBackdropField field;
     field.Build(src, back, settings.params.backdrop);
     CorrectBackdrop(smooth, field, allowed, back);
     allowed = std::vector<uint8_t>();
-    // On a colourful backdrop the band also takes what the classic key is unsure of near the backdrop: its hue
-    // distance sees JPEG's colour blocks and faint strands there that the colour steps alone let through.
-    std::vector<uint8_t> unsure;
-    if (m_chromatic) {
-        std::vector<uint8_t> nearWide;
-        Dilate(back, nearWide, w, h, kUnsureReach * std::max(1, m_options.bandRadius));
-        unsure.resize(n);
-        const CPixel* cp = classic.GetBuffer();
-        keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-            for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
-                unsure[i] = nearWide[i] && cp[i].alpha < 255;
-        });
-    }
     smooth = COLImage();
-    std::vector<uint8_t> near, notBack(n);
-    Dilate(back, near, w, h, std::max(1, m_options.bandRadius));
-    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i) notBack[i] = !back[i];
-    });
-    std::vector<uint8_t> rim;
-    Dilate(notBack, rim, w, h, 1);   // backdrop pixels next to something else belong to the band
 
+    // The trimap: backdrop next to anything else and everything within the band's radius of the backdrop form the
+    // band; on a colourful backdrop so does what the classic key leaves below opaque within a few band widths of
+    // it (its hue distance sees JPEG's colour blocks and faint strands there that the colour steps alone let
+    // through). One pass over the rows, from each pixel's distance to the backdrop along its row.
+    const int radius = std::clamp(m_options.bandRadius, 1, kMaxBandRadius);
+    const int reach = kUnsureReach * radius;
+    std::vector<uint8_t> distance;
+    RowDistance(back, distance, w, h);
     COLChannel trimap;
     if (trimap.Create(uint32_t(w), uint32_t(h)) != kOk) return kFail;
     uint8_t* t = trimap.GetBuffer();
+    const CPixel* cp = classic.GetBuffer();
+    const bool chromatic = m_chromatic;
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i) {
-            if (back[i])
-                t[i] = rim[i] ? kTriBand : kTriBack;
-            else if (near[i] || (!unsure.empty() && unsure[i]))
-                t[i] = kTriBand;
-            else
-                t[i] = kTriSubject;
+        std::vector<uint8_t> nearRow(size_t(w), 0), wideRow(chromatic ? size_t(w) : 0, 0);
+        for (int y = y0; y < y1; ++y) {
+            ColumnMin(distance, w, h, y, radius, nearRow.data());
+            if (chromatic) ColumnMin(distance, w, h, y, reach, wideRow.data());
+            const uint8_t* rows[3] = {&back[size_t(std::max(0, y - 1)) * size_t(w)], &back[size_t(y) * size_t(w)],
+                                      &back[size_t(std::min(h - 1, y + 1)) * size_t(w)]};
+            uint8_t* out = t + size_t(y) * size_t(w);
+            for (int x = 0; x < w; ++x) {
+                if (rows[1][x]) {
+                    const int l = std::max(0, x - 1), r = std::min(w - 1, x + 1);
+                    bool rim = false;
+                    for (const uint8_t* row : rows) rim = rim || !row[l] || !row[x] || !row[r];
+                    out[x] = rim ? kTriBand : kTriBack;
+                } else if (nearRow[x] <= radius ||
+                           (chromatic && wideRow[x] <= reach && cp[size_t(y) * size_t(w) + size_t(x)].alpha < 255)) {
+                    out[x] = kTriBand;
+                } else {
+                    out[x] = kTriSubject;
+                }
+            }
         }
     });
     classic = COLImage();
-    unsure = std::vector<uint8_t>();
-    ReportProgress(kTrimapEnd);
+    distance = std::vector<uint8_t>();
+    ReportProgress(trimapEnd);
     if (TestAndClearCancel()) return kFail;
 
     // The band's alpha and the subject's colour in it.
@@ -479,9 +496,10 @@ long CRefinedKeyProcess::Run(const ChromaKeySettings& settings)
     solve.tolerance = m_options.tolerance;
     solve.iterationCap = m_options.iterationCap;
     solve.splitSolve = 1;
+    solve.colourSweeps = m_options.colourSweeps;
     COLChannel alpha;
     COLImage result;
-    CSubRange range(*this, kTrimapEnd, kSolveEnd);
+    CSubRange range(*this, trimapEnd, kSolveEnd);
     if (SolveRefinedMatte(src, trimap, alpha, &result, solve, {}, &range) != kOk) return kFail;
 
     // Band colours: the compositing equation with the backdrop's local colour, I = a F + (1 - a) B, solved for F

@@ -180,16 +180,19 @@ TEST(RefinedKey, OffLeavesTheClassicKeysBytes)
 
 TEST(RefinedKey, SameBytesOnEverySplit)
 {
-    const Shot s = LoadShot("gray");
-    ASSERT_FALSE(s.picture.IsNull());
-    COLImage reference;
-    {
-        vmtest::ThreadCount one(1);
-        reference = Key(s, true);
-    }
-    for (unsigned n : {2u, 3u, 7u}) {
-        vmtest::ThreadCount split(n);
-        EXPECT_TRUE(vmtest::SamePixels(reference, Key(s, true))) << n << " workers";
+    // Gray goes without the classic key, green through it (its unsure pixels widen the band).
+    for (const char* name : {"gray", "green"}) {
+        const Shot s = LoadShot(name);
+        ASSERT_FALSE(s.picture.IsNull()) << name;
+        COLImage reference;
+        {
+            vmtest::ThreadCount one(1);
+            reference = Key(s, true);
+        }
+        for (unsigned n : {2u, 3u, 7u}) {
+            vmtest::ThreadCount split(n);
+            EXPECT_TRUE(vmtest::SamePixels(reference, Key(s, true))) << name << ", " << n << " workers";
+        }
     }
 }
 
