@@ -140,13 +140,32 @@ void Smooth(const COLImage& src, const BackdropColour& model, COLImage& out, std
     });
 }
 
-bool SmallStep(const CPixel& p, const CPixel& q)
-{
-    const int bright = std::max({p.red, p.green, p.blue, q.red, q.green, q.blue});
-    const float limit = kStepBase + kStepShare * float(bright);
-    return float(std::abs(p.red - q.red)) <= limit && float(std::abs(p.green - q.green)) <= limit &&
-           float(std::abs(p.blue - q.blue)) <= limit;
-}
+// Whether the step between two neighbours' means is small: no channel differs by more than a floor plus a share
+// of the pair's brightest channel. Differences are whole numbers, so the limit is kept as the largest whole
+// difference within it, one per brightness.
+class CStepLimit {
+public:
+    CStepLimit()
+    {
+        for (int bright = 0; bright < 256; ++bright) {
+            const float limit = kStepBase + kStepShare * float(bright);
+            int k = 0;
+            while (k < 255 && float(k + 1) <= limit) ++k;
+            m_largest[bright] = k;
+        }
+    }
+
+    bool Small(const CPixel& p, const CPixel& q) const
+    {
+        const int bright = std::max({p.red, p.green, p.blue, q.red, q.green, q.blue});
+        const int largest = m_largest[bright];
+        return std::abs(p.red - q.red) <= largest && std::abs(p.green - q.green) <= largest &&
+               std::abs(p.blue - q.blue) <= largest;
+    }
+
+private:
+    int m_largest[256];
+};
 
 // Marks the backdrop (1 in `back`): flooded from the border's backdrop-coloured pixels through allowed pixels
 // in small steps, then patches of backdrop colour the border does not reach, when they are large.
@@ -163,6 +182,7 @@ void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, const st
     // 0 unseen, 1 backdrop, 2 admitted colour but not (yet) backdrop, 3 looked at and refused as an island
     std::vector<uint8_t> state(n), step(n);
     const CPixel* px = smooth.GetBuffer();
+    const CStepLimit steps;
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
             const size_t row = size_t(y) * stride;
@@ -171,8 +191,8 @@ void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, const st
                 state[i] = allowed[i] ? 2 : 0;
                 uint8_t bits = 0;
                 if (allowed[i]) {
-                    if (x + 1 < w && allowed[i + 1] && SmallStep(px[i], px[i + 1])) bits |= 1;
-                    if (y + 1 < h && allowed[i + stride] && SmallStep(px[i], px[i + stride])) bits |= 2;
+                    if (x + 1 < w && allowed[i + 1] && steps.Small(px[i], px[i + 1])) bits |= 1;
+                    if (y + 1 < h && allowed[i + stride] && steps.Small(px[i], px[i + stride])) bits |= 2;
                 }
                 step[i] = bits;
             }
@@ -325,12 +345,28 @@ public:
         }
     }
 
+    // Where a pixel's column (or row) lies between the cells' centres: the cell before it and the share of the
+    // next one.
+    static void Place(int v, int& cell, float& share)
+    {
+        const float f = (float(v) + 0.5f) / kCell - 0.5f;
+        cell = int(std::floor(f));
+        share = f - float(cell);
+    }
+
     // The colour at pixel (x, y), 0..255 per channel.
     void At(int x, int y, float out[3]) const
     {
-        const float fx = (float(x) + 0.5f) / kCell - 0.5f, fy = (float(y) + 0.5f) / kCell - 0.5f;
-        const int x0 = int(std::floor(fx)), y0 = int(std::floor(fy));
-        const float tx = fx - float(x0), ty = fy - float(y0);
+        int x0, y0;
+        float tx, ty;
+        Place(x, x0, tx);
+        Place(y, y0, ty);
+        AtPlaced(x0, tx, y0, ty, out);
+    }
+
+    // The same from the placed column and row, for passes that place each once.
+    void AtPlaced(int x0, float tx, int y0, float ty, float out[3]) const
+    {
         float sum[3] = {0, 0, 0}, weight = 0;
         for (int j = 0; j < 2; ++j)
             for (int i = 0; i < 2; ++i) {
@@ -357,12 +393,9 @@ private:
     std::vector<float> m_cells;   // r, g, b, count (after filling: 1 when known)
 };
 
-// How far the 3 x 3 mean at (x, y) lies from the backdrop's local colour: the largest channel difference.
-int Residual(const COLImage& smooth, const CBackdropField& field, int x, int y)
+// How far a 3 x 3 mean lies from the backdrop's local colour b: the largest channel difference.
+int Residual(const CPixel& p, const float b[3])
 {
-    const CPixel p = smooth.GetBuffer()[size_t(y) * smooth.GetWidth() + size_t(x)];
-    float b[3];
-    field.At(x, y, b);
     const float d = std::max({std::fabs(p.red - b[0]), std::fabs(p.green - b[1]), std::fabs(p.blue - b[2])});
     return int(std::min(d, 255.0f));
 }
@@ -376,14 +409,27 @@ void CorrectBackdrop(const COLImage& smooth, const CBackdropField& field, const 
 {
     const int w = int(smooth.GetWidth()), h = int(smooth.GetHeight());
     std::vector<uint8_t> residual(back.size());
+    std::vector<int> cellX(static_cast<size_t>(w));
+    std::vector<float> shareX(static_cast<size_t>(w));
+    for (int x = 0; x < w; ++x) CBackdropField::Place(x, cellX[size_t(x)], shareX[size_t(x)]);
+    const CPixel* means = smooth.GetBuffer();
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-        for (int y = y0; y < y1; ++y)
+        for (int y = y0; y < y1; ++y) {
+            int cellY;
+            float shareY;
+            CBackdropField::Place(y, cellY, shareY);
             for (int x = 0; x < w; ++x) {
                 const size_t i = size_t(y) * size_t(w) + size_t(x);
                 // A pixel neither flooded nor of backdrop colour stays out whatever its residual.
-                residual[i] = back[i] || (allowed[i] && field.Covers(x, y)) ? uint8_t(Residual(smooth, field, x, y))
-                                                                             : 255;
+                if (back[i] || (allowed[i] && field.Covers(x, y))) {
+                    float b[3];
+                    field.AtPlaced(cellX[size_t(x)], shareX[size_t(x)], cellY, shareY, b);
+                    residual[i] = uint8_t(Residual(means[i], b));
+                } else {
+                    residual[i] = 255;
+                }
             }
+        }
     });
     // The noise width from the median residual (a normal spread's median absolute deviation is 0.6745 sigma).
     size_t histogram[256] = {}, count = 0;

@@ -62,13 +62,30 @@ struct Reporter {
     }
 };
 
-// One level of the pyramid: colours in 0..1 and pixel classes.
+// A pixel's colour on the 0..1 scale.
+struct Rgb {
+    float c[3];
+    float operator[](int k) const { return c[k]; }
+};
+
+// One level of the pyramid: colours in 0..1 and pixel classes. The full-size level reads its colours from the
+// picture's bytes as they are asked for (the band is a few per cent of the picture, so a float copy of the whole
+// picture would mostly go unread); the half-size levels keep their averaged colours.
 struct Level {
     uint32_t width = 0, height = 0;
-    std::vector<float> rgb;       // 3 per pixel
-    std::vector<uint8_t> cls;     // kBack, kFore, kUnknown
-    std::vector<uint32_t> band;   // pixel index of each unknown, raster order
-    std::vector<int32_t> var;     // per pixel: its position in band, or -1
+    const CPixel* bytes = nullptr;   // the full-size level's picture
+    std::vector<float> rgb;          // half-size levels: 3 per pixel
+    std::vector<uint8_t> cls;        // kBack, kFore, kUnknown
+    std::vector<uint32_t> band;      // pixel index of each unknown, raster order
+    std::vector<int32_t> var;        // per pixel: its position in band, or -1
+
+    Rgb At(size_t i) const
+    {
+        if (bytes)
+            return {{bytes[i].red * (1.0f / 255.0f), bytes[i].green * (1.0f / 255.0f),
+                     bytes[i].blue * (1.0f / 255.0f)}};
+        return {{rgb[i * 3], rgb[i * 3 + 1], rgb[i * 3 + 2]}};
+    }
 };
 
 // Band positions in raster order. Rows are counted across cores, then each row range fills its own stretch of
@@ -108,17 +125,11 @@ void FromImage(const COLImage& src, const COLChannel& trimap, Level& l)
     l.width = src.GetWidth();
     l.height = src.GetHeight();
     const size_t n = size_t(l.width) * l.height;
-    l.rgb.resize(n * 3);
+    l.bytes = src.GetBuffer();
     l.cls.resize(n);
-    const CPixel* p = src.GetBuffer();
     const uint8_t* t = trimap.GetBuffer();
     vmpar::ParallelFor(n, 65536, [&](size_t b, size_t e, unsigned) {
-        for (size_t i = b; i < e; ++i) {
-            l.rgb[i * 3 + 0] = p[i].red * (1.0f / 255.0f);
-            l.rgb[i * 3 + 1] = p[i].green * (1.0f / 255.0f);
-            l.rgb[i * 3 + 2] = p[i].blue * (1.0f / 255.0f);
-            l.cls[i] = t[i] == 0 ? kBack : (t[i] == 255 ? kFore : kUnknown);
-        }
+        for (size_t i = b; i < e; ++i) l.cls[i] = t[i] == 0 ? kBack : (t[i] == 255 ? kFore : kUnknown);
     });
     IndexBand(l);
 }
@@ -141,7 +152,8 @@ void Downsample(const Level& f, Level& c)
                         const uint32_t fx = 2 * x + dx, fy = 2 * y + dy;
                         if (fx >= f.width || fy >= f.height) continue;
                         const size_t i = size_t(fy) * f.width + fx;
-                        for (int k = 0; k < 3; ++k) sum[k] += f.rgb[i * 3 + k];
+                        const Rgb fine = f.At(i);
+                        for (int k = 0; k < 3; ++k) sum[k] += fine[k];
                         ++count;
                         fore += f.cls[i] == kFore;
                         back += f.cls[i] == kBack;
@@ -206,9 +218,7 @@ void Projection(const Level& l, const std::vector<uint32_t>& nf, const std::vect
                 trust[v] = nf[v] == kNone && nb[v] == kNone ? 0.0f : 1.0f;
                 continue;
             }
-            const float* i = &l.rgb[size_t(l.band[v]) * 3];
-            const float* f = &l.rgb[size_t(nf[v]) * 3];
-            const float* k = &l.rgb[size_t(nb[v]) * 3];
+            const Rgb i = l.At(l.band[v]), f = l.At(nf[v]), k = l.At(nb[v]);
             float dot = 0, d2 = 0;
             for (int c = 0; c < 3; ++c) {
                 dot += (i[c] - k[c]) * (f[c] - k[c]);
@@ -327,26 +337,26 @@ void SampledPrior(const Level& l, const std::vector<uint32_t>& nf, const std::ve
                     }
                     if (reach == 0) break;
                 }
-            const float* i = &l.rgb[size_t(l.band[v]) * 3];
+            const Rgb i = l.At(l.band[v]);
             // The background candidates' colours side by side, so that each subject candidate is tried against
             // all of them at once; the best pair is then picked in order (the first of equals).
             float k0[kPairRoom] = {}, k1[kPairRoom] = {}, k2[kPairRoom] = {};
             for (int bi = 0; bi < nbc; ++bi) {
-                const float* k = &l.rgb[size_t(bc[bi]) * 3];
+                const Rgb k = l.At(bc[bi]);
                 k0[bi] = k[0];
                 k1[bi] = k[1];
                 k2[bi] = k[2];
             }
             float best = 1e30f, bestAlpha = prior[v], bestSep = 0.0f;
             for (int fi = 0; fi < nfc; ++fi) {
-                const float* f = &l.rgb[size_t(fc[fi]) * 3];
+                const Rgb f = l.At(fc[fi]);
                 float pairR2[kPairRoom], pairAlpha[kPairRoom], pairSep[kPairRoom];
 #if VM_SIMD_X86
                 if (sse2)
-                    BlendPairsSse2(i, f, k0, k1, k2, nbc, pairR2, pairAlpha, pairSep);
+                    BlendPairsSse2(i.c, f.c, k0, k1, k2, nbc, pairR2, pairAlpha, pairSep);
                 else
 #endif
-                    BlendPairsPlain(i, f, k0, k1, k2, nbc, pairR2, pairAlpha, pairSep);
+                    BlendPairsPlain(i.c, f.c, k0, k1, k2, nbc, pairR2, pairAlpha, pairSep);
                 for (int bi = 0; bi < nbc; ++bi)
                     if (pairR2[bi] < best) {
                         best = pairR2[bi];
@@ -372,7 +382,7 @@ void WindowStats(const Level& l, int cx, int cy, double eps, Window& win)
     double s[3] = {0, 0, 0}, ss[3][3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
     for (int dy = -1; dy <= 1; ++dy)
         for (int dx = -1; dx <= 1; ++dx) {
-            const float* p = &l.rgb[(size_t(cy + dy) * l.width + size_t(cx + dx)) * 3];
+            const Rgb p = l.At(size_t(cy + dy) * l.width + size_t(cx + dx));
             for (int a = 0; a < 3; ++a) {
                 s[a] += p[a];
                 for (int b = a; b < 3; ++b) ss[a][b] += double(p[a]) * p[b];
@@ -432,7 +442,7 @@ void BuildSystem(const Level& l, double eps, const std::vector<float>& prior, co
             if ((v - b) % kRun == 0) std::fill(keys.begin(), keys.end(), kNone);
             const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
             double row[kSpan] = {};
-            const float* pi = &l.rgb[size_t(l.band[v]) * 3];
+            const Rgb pi = l.At(l.band[v]);
             for (int wy = y - 1; wy <= y + 1; ++wy)
                 for (int wx = x - 1; wx <= x + 1; ++wx) {
                     if (wx < 1 || wy < 1 || wx > w - 2 || wy > h - 2) continue;   // windows lie inside
@@ -450,7 +460,7 @@ void BuildSystem(const Level& l, double eps, const std::vector<float>& prior, co
                         vi[c] = win.inv[c][0] * di[0] + win.inv[c][1] * di[1] + win.inv[c][2] * di[2];
                     for (int jy = wy - 1; jy <= wy + 1; ++jy)
                         for (int jx = wx - 1; jx <= wx + 1; ++jx) {
-                            const float* pj = &l.rgb[(size_t(jy) * l.width + size_t(jx)) * 3];
+                            const Rgb pj = l.At(size_t(jy) * l.width + size_t(jx));
                             const double g = vi[0] * (pj[0] - win.mean[0]) + vi[1] * (pj[1] - win.mean[1]) +
                                              vi[2] * (pj[2] - win.mean[2]);
                             const int slot = (jy - y + 2) * 5 + (jx - x + 2);
@@ -679,9 +689,9 @@ void EstimateColours(const Level& l, const std::vector<double>& alpha, const Nea
     std::vector<float> cur(n * 6), next(n * 6);
     for (size_t v = 0; v < n; ++v)
         for (int c = 0; c < 3; ++c) {
-            const float own = l.rgb[size_t(l.band[v]) * 3 + c];
-            cur[v * 6 + c] = nf[v] == kNone ? own : l.rgb[size_t(nf[v]) * 3 + c];
-            cur[v * 6 + 3 + c] = nb[v] == kNone ? own : l.rgb[size_t(nb[v]) * 3 + c];
+            const float own = l.At(l.band[v])[c];
+            cur[v * 6 + c] = nf[v] == kNone ? own : l.At(nf[v])[c];
+            cur[v * 6 + 3 + c] = nb[v] == kNone ? own : l.At(nb[v])[c];
         }
     const int w = int(l.width), h = int(l.height);
     static constexpr int kDx[4] = {-1, 1, 0, 0}, kDy[4] = {0, 0, -1, 1};
@@ -702,7 +712,7 @@ void EstimateColours(const Level& l, const std::vector<double>& alpha, const Nea
             const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
             const float a0 = float(alpha[v]), a1 = 1.0f - a0;
             float a00 = a0 * a0, a01 = a0 * a1, a11 = a1 * a1;
-            const float* img = &l.rgb[size_t(l.band[v]) * 3];
+            const Rgb img = l.At(l.band[v]);
             for (int c = 0; c < 3; ++c) {
                 fixed[v * 7 + size_t(c)] = a0 * img[c];
                 fixed[v * 7 + 3 + size_t(c)] = a1 * img[c];
@@ -724,12 +734,12 @@ void EstimateColours(const Level& l, const std::vector<double>& alpha, const Nea
                     const float d = kColourFloor + kColourGradient * a1;
                     a00 += d;
                     side.var = kKnownFore;
-                    for (int c = 0; c < 3; ++c) side.colour[c] = d * l.rgb[j * 3 + c];
+                    for (int c = 0; c < 3; ++c) side.colour[c] = d * l.At(j)[c];
                 } else {
                     const float d = kColourFloor + kColourGradient * a0;
                     a11 += d;
                     side.var = kKnownBack;
-                    for (int c = 0; c < 3; ++c) side.colour[c] = d * l.rgb[j * 3 + c];
+                    for (int c = 0; c < 3; ++c) side.colour[c] = d * l.At(j)[c];
                 }
             }
             const float det = a00 * a11 - a01 * a01;
