@@ -200,6 +200,7 @@ void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, const st
     });
 
     std::vector<uint32_t> queue;
+    queue.reserve(n);   // address space only: pages are touched as the walk reaches them
     auto take = [&](size_t j, uint8_t mark) {
         if (state[j] != 2) return;
         state[j] = mark;
@@ -315,15 +316,19 @@ public:
         for (size_t c = 0; c < m_cells.size(); c += 4)
             if (m_cells[c + 3] > 0)
                 for (int k = 0; k < 3; ++k) m_cells[c + size_t(k)] /= m_cells[c + 3];
-        // Fill: each pass gives an empty cell the mean of its filled neighbours of the pass before.
-        std::vector<float> next;
+        // Fill: each pass gives an empty cell the mean of its filled neighbours of the pass before. The new
+        // cells are collected first and written after the pass, so every cell of a pass reads the pass before.
+        struct Filled {
+            size_t at;
+            float colour[3];
+        };
+        std::vector<Filled> next;
         for (int pass = 0; pass < kFillPasses; ++pass) {
-            next = m_cells;
-            bool changed = false;
+            next.clear();
             for (int gy = 0; gy < m_gh; ++gy)
                 for (int gx = 0; gx < m_gw; ++gx) {
-                    float* out = &next[(size_t(gy) * size_t(m_gw) + size_t(gx)) * 4];
-                    if (out[3] > 0) continue;
+                    const size_t at = (size_t(gy) * size_t(m_gw) + size_t(gx)) * 4;
+                    if (m_cells[at + 3] > 0) continue;
                     float sum[3] = {0, 0, 0};
                     int count = 0;
                     for (int dy = -1; dy <= 1; ++dy)
@@ -336,12 +341,15 @@ public:
                             ++count;
                         }
                     if (!count) continue;
-                    for (int k = 0; k < 3; ++k) out[k] = sum[k] / float(count);
-                    out[3] = 1.0f;
-                    changed = true;
+                    Filled cell{at, {}};
+                    for (int k = 0; k < 3; ++k) cell.colour[k] = sum[k] / float(count);
+                    next.push_back(cell);
                 }
-            m_cells.swap(next);
-            if (!changed) break;
+            for (const Filled& cell : next) {
+                for (int k = 0; k < 3; ++k) m_cells[cell.at + size_t(k)] = cell.colour[k];
+                m_cells[cell.at + 3] = 1.0f;
+            }
+            if (next.empty()) break;
         }
     }
 
@@ -478,7 +486,10 @@ long CRefinedKeyProcess::Run(const ChromaKeySettings& settings)
         key.SetImages(m_pSrcImage, &classic);
         key.SetProgressCallback(GetProgressCallback());
         key.SetProgressRange(at(0), at(kClassicEnd));
-        if (key.Process(&settings.params) != kOk) return kFail;
+        // Only its alpha is read, which does not depend on the colour recovery (that writes colours alone).
+        ChromaKeyParams params = settings.params;
+        params.recoverColour = 0;
+        if (key.Process(&params) != kOk) return kFail;
     }
     if (TestAndClearCancel()) return kFail;
 
