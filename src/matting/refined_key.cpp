@@ -199,48 +199,68 @@ void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, const st
         }
     });
 
-    std::vector<uint32_t> queue;
-    queue.reserve(n);   // address space only: pages are touched as the walk reaches them
-    auto take = [&](size_t j, uint8_t mark) {
-        if (state[j] != 2) return;
-        state[j] = mark;
-        queue.push_back(uint32_t(j));
-    };
-    auto grow = [&](uint8_t mark) {
-        for (size_t head = 0; head < queue.size(); ++head) {
-            const size_t i = queue[head];
-            if (step[i] & 1) take(i + 1, mark);
-            if (step[i] & 2) take(i + stride, mark);
-            if (i >= 1 && (step[i - 1] & 1)) take(i - 1, mark);   // a row's last pixel never steps right
-            if (i >= stride && (step[i - stride] & 2)) take(i - stride, mark);
+    // The walk goes by runs along rows (the pixels joined to each other by right steps), so it reads memory in
+    // order: a popped pixel that is still free takes its whole run, and of each stretch of the rows above and
+    // below that the run reaches by down steps, only the first pixel is put on the stack; the rest of the stretch
+    // is joined to it along the row and comes with its run. Every step of every marked pixel is followed, so
+    // the marked set is the same connected component as a pixel-by-pixel walk gives.
+    std::vector<uint32_t> stack;
+    std::vector<std::pair<size_t, size_t>> runs;   // [first, last] of each run of the current patch
+    auto fill = [&](uint8_t mark) {
+        size_t count = 0;
+        while (!stack.empty()) {
+            const size_t i = stack.back();
+            stack.pop_back();
+            if (state[i] != 2) continue;
+            const size_t rowStart = i - i % stride;
+            size_t first = i, last = i;
+            while (first > rowStart && (step[first - 1] & 1) && state[first - 1] == 2) --first;
+            while ((step[last] & 1) && state[last + 1] == 2) ++last;   // a row's last pixel never steps right
+            for (size_t p = first; p <= last; ++p) state[p] = mark;
+            count += last - first + 1;
+            if (mark != 1) runs.emplace_back(first, last);
+            bool open = false;
+            for (size_t p = first; p <= last; ++p) {   // the row below
+                const size_t q = p + stride;
+                const bool go = (step[p] & 2) && state[q] == 2;
+                if (go && !(open && (step[q - 1] & 1))) stack.push_back(uint32_t(q));
+                open = go;
+            }
+            if (rowStart >= stride) {   // the row above
+                open = false;
+                for (size_t p = first; p <= last; ++p) {
+                    const size_t q = p - stride;
+                    const bool go = (step[q] & 2) && state[q] == 2;
+                    if (go && !(open && (step[q - 1] & 1))) stack.push_back(uint32_t(q));
+                    open = go;
+                }
+            }
         }
+        return count;
     };
-    auto seed = [&](size_t i, uint8_t mark) {
+    auto seed = [&](size_t i) {
         if (state[i] != 2 || !model.Near(px[i])) return false;
-        state[i] = mark;
-        queue.push_back(uint32_t(i));
+        stack.push_back(uint32_t(i));
         return true;
     };
     for (int x = 0; x < w; ++x) {
-        seed(size_t(x), 1);
-        seed(size_t(h - 1) * stride + size_t(x), 1);
+        seed(size_t(x));
+        seed(size_t(h - 1) * stride + size_t(x));
     }
     for (int y = 0; y < h; ++y) {
-        seed(size_t(y) * stride, 1);
-        seed(size_t(y) * stride + size_t(w - 1), 1);
+        seed(size_t(y) * stride);
+        seed(size_t(y) * stride + size_t(w - 1));
     }
-    grow(1);
+    fill(1);
 
     // Patches not reached from the border: a large one is backdrop seen through a gap; a small one is more
     // likely a part of the subject in the backdrop's colour, and is left to the solver.
     const size_t island = std::max<size_t>(64, size_t(kIslandShare * double(n)));
     for (size_t i = 0; i < n; ++i) {
-        if (state[i] != 2) continue;
-        queue.clear();
-        if (!seed(i, 4)) continue;
-        grow(4);
-        const uint8_t mark = queue.size() >= island ? 1 : 3;
-        for (uint32_t j : queue) state[j] = mark;
+        if (!seed(i)) continue;
+        runs.clear();
+        const uint8_t mark = fill(4) >= island ? 1 : 3;
+        for (const auto& [first, last] : runs) std::fill(state.data() + first, state.data() + last + 1, mark);
     }
     back.resize(n);
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
