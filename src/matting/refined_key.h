@@ -47,12 +47,13 @@ struct RefinedKeyOptions {
 };
 
 // Runs on the worker like every engine. Process takes the key's settings (const ChromaKeySettings*: the
-// record, whose backdrop colour the caller has set, and the luma strength); the `refine` field is not read
-// here. The record's strength and JPEG chroma smoothing steer the classic run; its levels, feather and shadow
-// pass do not apply (the alpha is solved, not thresholded), and colour is always recovered. The destination gets the source's pixels with the new alpha; band pixels carry the estimated subject
-// colour, pixels of alpha 0 are 0 in all four bytes. Progress 0..100 in the caller's range; a cancel request
-// ends the run with kFail. Returns kOk or kFail (bad input, cancel, out of memory); on failure the destination
-// is as it was.
+// record, whose backdrop colour the caller has set); neither the `refine` field nor the luma strength (which
+// steers only the classic key's gray path) has an effect here. On a colourful backdrop the record's strength and
+// JPEG chroma smoothing steer the classic run; its levels, feather and shadow pass do not apply to the result
+// (the alpha is solved, not thresholded), and colour is always recovered. The destination gets the source's
+// pixels with the new alpha; band pixels carry the estimated subject colour, pixels of alpha 0 are 0 in all four
+// bytes. Progress 0..100 in the caller's range; a cancel request ends the run with kFail. Returns kOk or kFail
+// (bad input, cancel, out of memory); on failure the destination is as it was.
 class CRefinedKeyProcess : public CImageProcess {
 public:
     long Process(const void* params) override;
