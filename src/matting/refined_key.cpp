@@ -54,10 +54,13 @@ constexpr float kColourPrior = 0.05f;
 // On a colourful backdrop, pixels the classic key leaves below opaque within this many band widths of the
 // backdrop join the band.
 constexpr int kUnsureReach = 3;
+// The band's radius is kept to this, so that the widest reach above stays within a byte's distances.
+constexpr int kMaxBandRadius = 80;
 
-// Progress of the steps, in percent of the run.
+// Progress of the steps, in percent of the run; the classic key runs on a colourful backdrop only.
 constexpr int kClassicEnd = 25;
-constexpr int kTrimapEnd = 32;
+constexpr int kTrimapEndColourful = 32;
+constexpr int kTrimapEndGray = 10;
 constexpr int kSolveEnd = 98;
 
 // Hands the solver a slice of this run's progress range and this run's cancel flag.
@@ -104,12 +107,14 @@ struct BackdropColour {
 };
 
 // 3 x 3 mean of each colour byte, truncated; the border repeats. Alpha is not read. Column sums of three rows
-// first, then three of them per pixel: the same whole-number sums as nine reads, a third of the work.
-void Smooth(const COLImage& src, COLImage& out)
+// first, then three of them per pixel: the same whole-number sums as nine reads, a third of the work. In the same
+// pass, `allowed` says which means have a backdrop colour.
+void Smooth(const COLImage& src, const BackdropColour& model, COLImage& out, std::vector<uint8_t>& allowed)
 {
     const int w = int(src.GetWidth()), h = int(src.GetHeight());
     const CPixel* in = src.GetBuffer();
     CPixel* o = out.GetBuffer();
+    allowed.resize(size_t(w) * size_t(h));
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
         std::vector<int> columns(size_t(w) * 3);
         for (int y = y0; y < y1; ++y) {
@@ -125,21 +130,42 @@ void Smooth(const COLImage& src, COLImage& out)
                 const int* l = &columns[size_t(std::max(0, x - 1)) * 3];
                 const int* m = &columns[size_t(x) * 3];
                 const int* r = &columns[size_t(std::min(w - 1, x + 1)) * 3];
-                o[size_t(y) * size_t(w) + size_t(x)] =
-                    CPixel::Make(uint8_t((l[0] + m[0] + r[0]) / 9), uint8_t((l[1] + m[1] + r[1]) / 9),
-                                 uint8_t((l[2] + m[2] + r[2]) / 9));
+                const CPixel mean = CPixel::Make(uint8_t((l[0] + m[0] + r[0]) / 9), uint8_t((l[1] + m[1] + r[1]) / 9),
+                                                 uint8_t((l[2] + m[2] + r[2]) / 9));
+                const size_t i = size_t(y) * size_t(w) + size_t(x);
+                o[i] = mean;
+                allowed[i] = model.Admits(mean);
             }
         }
     });
 }
 
-bool SmallStep(const CPixel& p, const CPixel& q)
-{
-    const int bright = std::max({p.red, p.green, p.blue, q.red, q.green, q.blue});
-    const float limit = kStepBase + kStepShare * float(bright);
-    return float(std::abs(p.red - q.red)) <= limit && float(std::abs(p.green - q.green)) <= limit &&
-           float(std::abs(p.blue - q.blue)) <= limit;
-}
+// Whether the step between two neighbours' means is small: no channel differs by more than a floor plus a share
+// of the pair's brightest channel. Differences are whole numbers, so the limit is kept as the largest whole
+// difference within it, one per brightness.
+class CStepLimit {
+public:
+    CStepLimit()
+    {
+        for (int bright = 0; bright < 256; ++bright) {
+            const float limit = kStepBase + kStepShare * float(bright);
+            int k = 0;
+            while (k < 255 && float(k + 1) <= limit) ++k;
+            m_largest[bright] = k;
+        }
+    }
+
+    bool Small(const CPixel& p, const CPixel& q) const
+    {
+        const int bright = std::max({p.red, p.green, p.blue, q.red, q.green, q.blue});
+        const int largest = m_largest[bright];
+        return std::abs(p.red - q.red) <= largest && std::abs(p.green - q.green) <= largest &&
+               std::abs(p.blue - q.blue) <= largest;
+    }
+
+private:
+    int m_largest[256];
+};
 
 // Marks the backdrop (1 in `back`): flooded from the border's backdrop-coloured pixels through allowed pixels
 // in small steps, then patches of backdrop colour the border does not reach, when they are large.
@@ -156,6 +182,7 @@ void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, const st
     // 0 unseen, 1 backdrop, 2 admitted colour but not (yet) backdrop, 3 looked at and refused as an island
     std::vector<uint8_t> state(n), step(n);
     const CPixel* px = smooth.GetBuffer();
+    const CStepLimit steps;
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
             const size_t row = size_t(y) * stride;
@@ -164,55 +191,76 @@ void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, const st
                 state[i] = allowed[i] ? 2 : 0;
                 uint8_t bits = 0;
                 if (allowed[i]) {
-                    if (x + 1 < w && allowed[i + 1] && SmallStep(px[i], px[i + 1])) bits |= 1;
-                    if (y + 1 < h && allowed[i + stride] && SmallStep(px[i], px[i + stride])) bits |= 2;
+                    if (x + 1 < w && allowed[i + 1] && steps.Small(px[i], px[i + 1])) bits |= 1;
+                    if (y + 1 < h && allowed[i + stride] && steps.Small(px[i], px[i + stride])) bits |= 2;
                 }
                 step[i] = bits;
             }
         }
     });
 
-    std::vector<uint32_t> queue;
-    auto take = [&](size_t j, uint8_t mark) {
-        if (state[j] != 2) return;
-        state[j] = mark;
-        queue.push_back(uint32_t(j));
-    };
-    auto grow = [&](uint8_t mark) {
-        for (size_t head = 0; head < queue.size(); ++head) {
-            const size_t i = queue[head];
-            if (step[i] & 1) take(i + 1, mark);
-            if (step[i] & 2) take(i + stride, mark);
-            if (i >= 1 && (step[i - 1] & 1)) take(i - 1, mark);   // a row's last pixel never steps right
-            if (i >= stride && (step[i - stride] & 2)) take(i - stride, mark);
+    // The walk goes by runs along rows (the pixels joined to each other by right steps), so it reads memory in
+    // order: a popped pixel that is still free takes its whole run, and of each stretch of the rows above and
+    // below that the run reaches by down steps, only the first pixel is put on the stack; the rest of the stretch
+    // is joined to it along the row and comes with its run. Every step of every marked pixel is followed, so
+    // the marked set is the same connected component as a pixel-by-pixel walk gives.
+    std::vector<uint32_t> stack;
+    std::vector<std::pair<size_t, size_t>> runs;   // [first, last] of each run of the current patch
+    auto fill = [&](uint8_t mark) {
+        size_t count = 0;
+        while (!stack.empty()) {
+            const size_t i = stack.back();
+            stack.pop_back();
+            if (state[i] != 2) continue;
+            const size_t rowStart = i - i % stride;
+            size_t first = i, last = i;
+            while (first > rowStart && (step[first - 1] & 1) && state[first - 1] == 2) --first;
+            while ((step[last] & 1) && state[last + 1] == 2) ++last;   // a row's last pixel never steps right
+            for (size_t p = first; p <= last; ++p) state[p] = mark;
+            count += last - first + 1;
+            if (mark != 1) runs.emplace_back(first, last);
+            bool open = false;
+            for (size_t p = first; p <= last; ++p) {   // the row below
+                const size_t q = p + stride;
+                const bool go = (step[p] & 2) && state[q] == 2;
+                if (go && !(open && (step[q - 1] & 1))) stack.push_back(uint32_t(q));
+                open = go;
+            }
+            if (rowStart >= stride) {   // the row above
+                open = false;
+                for (size_t p = first; p <= last; ++p) {
+                    const size_t q = p - stride;
+                    const bool go = (step[q] & 2) && state[q] == 2;
+                    if (go && !(open && (step[q - 1] & 1))) stack.push_back(uint32_t(q));
+                    open = go;
+                }
+            }
         }
+        return count;
     };
-    auto seed = [&](size_t i, uint8_t mark) {
+    auto seed = [&](size_t i) {
         if (state[i] != 2 || !model.Near(px[i])) return false;
-        state[i] = mark;
-        queue.push_back(uint32_t(i));
+        stack.push_back(uint32_t(i));
         return true;
     };
     for (int x = 0; x < w; ++x) {
-        seed(size_t(x), 1);
-        seed(size_t(h - 1) * stride + size_t(x), 1);
+        seed(size_t(x));
+        seed(size_t(h - 1) * stride + size_t(x));
     }
     for (int y = 0; y < h; ++y) {
-        seed(size_t(y) * stride, 1);
-        seed(size_t(y) * stride + size_t(w - 1), 1);
+        seed(size_t(y) * stride);
+        seed(size_t(y) * stride + size_t(w - 1));
     }
-    grow(1);
+    fill(1);
 
     // Patches not reached from the border: a large one is backdrop seen through a gap; a small one is more
     // likely a part of the subject in the backdrop's colour, and is left to the solver.
     const size_t island = std::max<size_t>(64, size_t(kIslandShare * double(n)));
     for (size_t i = 0; i < n; ++i) {
-        if (state[i] != 2) continue;
-        queue.clear();
-        if (!seed(i, 4)) continue;
-        grow(4);
-        const uint8_t mark = queue.size() >= island ? 1 : 3;
-        for (uint32_t j : queue) state[j] = mark;
+        if (!seed(i)) continue;
+        runs.clear();
+        const uint8_t mark = fill(4) >= island ? 1 : 3;
+        for (const auto& [first, last] : runs) std::fill(state.data() + first, state.data() + last + 1, mark);
     }
     back.resize(n);
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
@@ -220,31 +268,39 @@ void FloodBackdrop(const COLImage& smooth, const BackdropColour& model, const st
     });
 }
 
-// Grows set pixels (non-zero) by radius in the chessboard metric: rows first, then columns.
-void Dilate(const std::vector<uint8_t>& in, std::vector<uint8_t>& out, int w, int h, int radius)
+// For each pixel, how far along its row the nearest backdrop pixel lies (0 on the backdrop), capped at 255.
+// A pixel lies within chessboard distance r of the backdrop exactly when one of the rows within r of it has
+// this distance at most r in its column, so one row pass serves every radius the trimap asks for.
+void RowDistance(const std::vector<uint8_t>& back, std::vector<uint8_t>& out, int w, int h)
 {
-    std::vector<uint8_t> rows(in.size());
+    out.resize(back.size());
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
         for (int y = y0; y < y1; ++y) {
-            const uint8_t* s = &in[size_t(y) * size_t(w)];
-            uint8_t* d = &rows[size_t(y) * size_t(w)];
+            const uint8_t* s = &back[size_t(y) * size_t(w)];
+            uint8_t* d = &out[size_t(y) * size_t(w)];
+            int last = -1000;
             for (int x = 0; x < w; ++x) {
-                uint8_t v = 0;
-                for (int k = std::max(0, x - radius), e = std::min(w - 1, x + radius); k <= e && !v; ++k) v = s[k];
-                d[x] = v;
+                if (s[x]) last = x;
+                d[x] = uint8_t(std::min(255, x - last));
+            }
+            int next = w + 1000;
+            for (int x = w - 1; x >= 0; --x) {
+                if (s[x]) next = x;
+                d[x] = std::min(d[x], uint8_t(std::min(255, next - x)));
             }
         }
     });
-    out.resize(in.size());
-    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-        for (int y = y0; y < y1; ++y)
-            for (int x = 0; x < w; ++x) {
-                uint8_t v = 0;
-                for (int k = std::max(0, y - radius), e = std::min(h - 1, y + radius); k <= e && !v; ++k)
-                    v = rows[size_t(k) * size_t(w) + size_t(x)];
-                out[size_t(y) * size_t(w) + size_t(x)] = v;
-            }
-    });
+}
+
+// Smallest of the rows y - r .. y + r (within the picture) of `rows`, column by column.
+void ColumnMin(const std::vector<uint8_t>& rows, int w, int h, int y, int r, uint8_t* out)
+{
+    const int y0 = std::max(0, y - r), y1 = std::min(h - 1, y + r);
+    std::copy_n(&rows[size_t(y0) * size_t(w)], size_t(w), out);
+    for (int k = y0 + 1; k <= y1; ++k) {
+        const uint8_t* s = &rows[size_t(k) * size_t(w)];
+        for (int x = 0; x < w; ++x) out[x] = std::min(out[x], s[x]);
+    }
 }
 
 // The backdrop's colour near each pixel: the mean of the sure backdrop over cells of kCell x kCell pixels, cells
@@ -280,15 +336,19 @@ public:
         for (size_t c = 0; c < m_cells.size(); c += 4)
             if (m_cells[c + 3] > 0)
                 for (int k = 0; k < 3; ++k) m_cells[c + size_t(k)] /= m_cells[c + 3];
-        // Fill: each pass gives an empty cell the mean of its filled neighbours of the pass before.
-        std::vector<float> next;
+        // Fill: each pass gives an empty cell the mean of its filled neighbours of the pass before. The new
+        // cells are collected first and written after the pass, so every cell of a pass reads the pass before.
+        struct Filled {
+            size_t at;
+            float colour[3];
+        };
+        std::vector<Filled> next;
         for (int pass = 0; pass < kFillPasses; ++pass) {
-            next = m_cells;
-            bool changed = false;
+            next.clear();
             for (int gy = 0; gy < m_gh; ++gy)
                 for (int gx = 0; gx < m_gw; ++gx) {
-                    float* out = &next[(size_t(gy) * size_t(m_gw) + size_t(gx)) * 4];
-                    if (out[3] > 0) continue;
+                    const size_t at = (size_t(gy) * size_t(m_gw) + size_t(gx)) * 4;
+                    if (m_cells[at + 3] > 0) continue;
                     float sum[3] = {0, 0, 0};
                     int count = 0;
                     for (int dy = -1; dy <= 1; ++dy)
@@ -301,21 +361,40 @@ public:
                             ++count;
                         }
                     if (!count) continue;
-                    for (int k = 0; k < 3; ++k) out[k] = sum[k] / float(count);
-                    out[3] = 1.0f;
-                    changed = true;
+                    Filled cell{at, {}};
+                    for (int k = 0; k < 3; ++k) cell.colour[k] = sum[k] / float(count);
+                    next.push_back(cell);
                 }
-            m_cells.swap(next);
-            if (!changed) break;
+            for (const Filled& cell : next) {
+                for (int k = 0; k < 3; ++k) m_cells[cell.at + size_t(k)] = cell.colour[k];
+                m_cells[cell.at + 3] = 1.0f;
+            }
+            if (next.empty()) break;
         }
+    }
+
+    // Where a pixel's column (or row) lies between the cells' centres: the cell before it and the share of the
+    // next one.
+    static void Place(int v, int& cell, float& share)
+    {
+        const float f = (float(v) + 0.5f) / kCell - 0.5f;
+        cell = int(std::floor(f));
+        share = f - float(cell);
     }
 
     // The colour at pixel (x, y), 0..255 per channel.
     void At(int x, int y, float out[3]) const
     {
-        const float fx = (float(x) + 0.5f) / kCell - 0.5f, fy = (float(y) + 0.5f) / kCell - 0.5f;
-        const int x0 = int(std::floor(fx)), y0 = int(std::floor(fy));
-        const float tx = fx - float(x0), ty = fy - float(y0);
+        int x0, y0;
+        float tx, ty;
+        Place(x, x0, tx);
+        Place(y, y0, ty);
+        AtPlaced(x0, tx, y0, ty, out);
+    }
+
+    // The same from the placed column and row, for passes that place each once.
+    void AtPlaced(int x0, float tx, int y0, float ty, float out[3]) const
+    {
         float sum[3] = {0, 0, 0}, weight = 0;
         for (int j = 0; j < 2; ++j)
             for (int i = 0; i < 2; ++i) {
@@ -342,12 +421,9 @@ private:
     std::vector<float> m_cells;   // r, g, b, count (after filling: 1 when known)
 };
 
-// How far the 3 x 3 mean at (x, y) lies from the backdrop's local colour: the largest channel difference.
-int Residual(const COLImage& smooth, const CBackdropField& field, int x, int y)
+// How far a 3 x 3 mean lies from the backdrop's local colour b: the largest channel difference.
+int Residual(const CPixel& p, const float b[3])
 {
-    const CPixel p = smooth.GetBuffer()[size_t(y) * smooth.GetWidth() + size_t(x)];
-    float b[3];
-    field.At(x, y, b);
     const float d = std::max({std::fabs(p.red - b[0]), std::fabs(p.green - b[1]), std::fabs(p.blue - b[2])});
     return int(std::min(d, 255.0f));
 }
@@ -361,12 +437,27 @@ void CorrectBackdrop(const COLImage& smooth, const CBackdropField& field, const 
 {
     const int w = int(smooth.GetWidth()), h = int(smooth.GetHeight());
     std::vector<uint8_t> residual(back.size());
+    std::vector<int> cellX(static_cast<size_t>(w));
+    std::vector<float> shareX(static_cast<size_t>(w));
+    for (int x = 0; x < w; ++x) CBackdropField::Place(x, cellX[size_t(x)], shareX[size_t(x)]);
+    const CPixel* means = smooth.GetBuffer();
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-        for (int y = y0; y < y1; ++y)
+        for (int y = y0; y < y1; ++y) {
+            int cellY;
+            float shareY;
+            CBackdropField::Place(y, cellY, shareY);
             for (int x = 0; x < w; ++x) {
                 const size_t i = size_t(y) * size_t(w) + size_t(x);
-                residual[i] = back[i] || field.Covers(x, y) ? uint8_t(Residual(smooth, field, x, y)) : 255;
+                // A pixel neither flooded nor of backdrop colour stays out whatever its residual.
+                if (back[i] || (allowed[i] && field.Covers(x, y))) {
+                    float b[3];
+                    field.AtPlaced(cellX[size_t(x)], shareX[size_t(x)], cellY, shareY, b);
+                    residual[i] = uint8_t(Residual(means[i], b));
+                } else {
+                    residual[i] = 255;
+                }
             }
+        }
     });
     // The noise width from the median residual (a normal spread's median absolute deviation is 0.6745 sigma).
     size_t histogram[256] = {}, count = 0;
@@ -400,77 +491,80 @@ long CRefinedKeyProcess::Run(const ChromaKeySettings& settings)
 {
     const COLImage& src = *m_pSrcImage;
     const int w = int(src.GetWidth()), h = int(src.GetHeight());
-    const size_t n = size_t(w) * size_t(h);
     auto at = [&](int percent) {
         return int32_t(m_progressLow + (int64_t(m_progressHigh) - m_progressLow) * percent / 100);
     };
 
-    // The classic key: on a colourful backdrop, what it leaves below opaque near the backdrop joins the band.
+    // The classic key: on a colourful backdrop, what it leaves below opaque near the backdrop joins the band. On
+    // a gray one (the classic key's luma path) nothing of it is read, so it does not run.
     COLImage classic;
-    CChromaKeyProcess key;
-    key.SetLumaStrength(settings.lumaStrength);
-    key.SetImages(m_pSrcImage, &classic);
-    key.SetProgressCallback(GetProgressCallback());
-    key.SetProgressRange(at(0), at(kClassicEnd));
-    if (key.Process(&settings.params) != kOk) return kFail;
-    m_chromatic = key.WasChromatic();
+    m_chromatic = CChromaKeyProcess::IsChromatic(settings.params.backdrop);
+    const int trimapEnd = m_chromatic ? kTrimapEndColourful : kTrimapEndGray;
+    if (m_chromatic) {
+        CChromaKeyProcess key;
+        key.SetLumaStrength(settings.lumaStrength);
+        key.SetImages(m_pSrcImage, &classic);
+        key.SetProgressCallback(GetProgressCallback());
+        key.SetProgressRange(at(0), at(kClassicEnd));
+        // Only its alpha is read, which does not depend on the colour recovery (that writes colours alone).
+        ChromaKeyParams params = settings.params;
+        params.recoverColour = 0;
+        if (key.Process(&params) != kOk) return kFail;
+    }
     if (TestAndClearCancel()) return kFail;
 
     // The backdrop, then the band a few pixels wide on the subject's side of it.
     COLImage smooth;
     if (smooth.Create(uint32_t(w), uint32_t(h)) != kOk) return kFail;
-    Smooth(src, smooth);
-    std::vector<uint8_t> back;
     const BackdropColour model(settings.params.backdrop);
-    std::vector<uint8_t> allowed(n);
-    const CPixel* sp = smooth.GetBuffer();
-    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
-            allowed[i] = model.Admits(sp[i]);
-    });
+    std::vector<uint8_t> back, allowed;
+    Smooth(src, model, smooth, allowed);
     FloodBackdrop(smooth, model, allowed, back);
     CBackdropField field;
     field.Build(src, back, settings.params.backdrop);
     CorrectBackdrop(smooth, field, allowed, back);
     allowed = std::vector<uint8_t>();
-    // On a colourful backdrop the band also takes what the classic key is unsure of near the backdrop: its hue
-    // distance sees JPEG's colour blocks and faint strands there that the colour steps alone let through.
-    std::vector<uint8_t> unsure;
-    if (m_chromatic) {
-        std::vector<uint8_t> nearWide;
-        Dilate(back, nearWide, w, h, kUnsureReach * std::max(1, m_options.bandRadius));
-        unsure.resize(n);
-        const CPixel* cp = classic.GetBuffer();
-        keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-            for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i)
-                unsure[i] = nearWide[i] && cp[i].alpha < 255;
-        });
-    }
     smooth = COLImage();
-    std::vector<uint8_t> near, notBack(n);
-    Dilate(back, near, w, h, std::max(1, m_options.bandRadius));
-    keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i) notBack[i] = !back[i];
-    });
-    std::vector<uint8_t> rim;
-    Dilate(notBack, rim, w, h, 1);   // backdrop pixels next to something else belong to the band
 
+    // The trimap: backdrop next to anything else and everything within the band's radius of the backdrop form the
+    // band; on a colourful backdrop so does what the classic key leaves below opaque within a few band widths of
+    // it (its hue distance sees JPEG's colour blocks and faint strands there that the colour steps alone let
+    // through). One pass over the rows, from each pixel's distance to the backdrop along its row.
+    const int radius = std::clamp(m_options.bandRadius, 1, kMaxBandRadius);
+    const int reach = kUnsureReach * radius;
+    std::vector<uint8_t> distance;
+    RowDistance(back, distance, w, h);
     COLChannel trimap;
     if (trimap.Create(uint32_t(w), uint32_t(h)) != kOk) return kFail;
     uint8_t* t = trimap.GetBuffer();
+    const CPixel* cp = classic.GetBuffer();
+    const bool chromatic = m_chromatic;
     keyrows::ForRows(0, h, size_t(w), [&](int y0, int y1) {
-        for (size_t i = size_t(y0) * size_t(w), e = size_t(y1) * size_t(w); i < e; ++i) {
-            if (back[i])
-                t[i] = rim[i] ? kTriBand : kTriBack;
-            else if (near[i] || (!unsure.empty() && unsure[i]))
-                t[i] = kTriBand;
-            else
-                t[i] = kTriSubject;
+        std::vector<uint8_t> nearRow(size_t(w), 0), wideRow(chromatic ? size_t(w) : 0, 0);
+        for (int y = y0; y < y1; ++y) {
+            ColumnMin(distance, w, h, y, radius, nearRow.data());
+            if (chromatic) ColumnMin(distance, w, h, y, reach, wideRow.data());
+            const uint8_t* rows[3] = {&back[size_t(std::max(0, y - 1)) * size_t(w)], &back[size_t(y) * size_t(w)],
+                                      &back[size_t(std::min(h - 1, y + 1)) * size_t(w)]};
+            uint8_t* out = t + size_t(y) * size_t(w);
+            for (int x = 0; x < w; ++x) {
+                if (rows[1][x]) {
+                    const int l = std::max(0, x - 1), r = std::min(w - 1, x + 1);
+                    bool rim = false;
+                    for (const uint8_t* row : rows) rim = rim || !row[l] || !row[x] || !row[r];
+                    out[x] = rim ? kTriBand : kTriBack;
+                } else if (nearRow[x] <= radius ||
+                           (chromatic && wideRow[x] <= reach && cp[size_t(y) * size_t(w) + size_t(x)].alpha < 255)) {
+                    out[x] = kTriBand;
+                } else {
+                    out[x] = kTriSubject;
+                }
+            }
         }
     });
     classic = COLImage();
-    unsure = std::vector<uint8_t>();
-    ReportProgress(kTrimapEnd);
+    distance = std::vector<uint8_t>();
+    ReportProgress(trimapEnd);
     if (TestAndClearCancel()) return kFail;
 
     // The band's alpha and the subject's colour in it.
@@ -479,9 +573,10 @@ long CRefinedKeyProcess::Run(const ChromaKeySettings& settings)
     solve.tolerance = m_options.tolerance;
     solve.iterationCap = m_options.iterationCap;
     solve.splitSolve = 1;
+    solve.colourSweeps = m_options.colourSweeps;
     COLChannel alpha;
     COLImage result;
-    CSubRange range(*this, kTrimapEnd, kSolveEnd);
+    CSubRange range(*this, trimapEnd, kSolveEnd);
     if (SolveRefinedMatte(src, trimap, alpha, &result, solve, {}, &range) != kOk) return kFail;
 
     // Band colours: the compositing equation with the backdrop's local colour, I = a F + (1 - a) B, solved for F

@@ -32,7 +32,7 @@
 
 // Tuning of the refined key. The defaults suit photos; the tests and the evaluation use them as they stand.
 struct RefinedKeyOptions {
-    // Half-width in pixels of the band left to the solver on the subject's side of the backdrop.
+    // Half-width in pixels of the band left to the solver on the subject's side of the backdrop (1..80).
     int32_t bandRadius = 3;
     // Regularisation of the colour-line model and the solver's stop (see RefinedMatteParams). The band of a key
     // is narrow and its sure backdrop close, so a looser stop than the solver's default loses nothing measurable
@@ -40,15 +40,20 @@ struct RefinedKeyOptions {
     double epsilon = 1e-7;
     double tolerance = 3e-3;
     int32_t iterationCap = 150;
+    // Sweeps of the solver's colour estimate. The key's own colour step decides where alpha is large and leans on
+    // the estimate only where it is small; there a few sweeps from the nearest subject colour keep the colour
+    // closer to the subject's than the solver's default of 60, which smooths it along the band.
+    int32_t colourSweeps = 20;
 };
 
 // Runs on the worker like every engine. Process takes the key's settings (const ChromaKeySettings*: the
-// record, whose backdrop colour the caller has set, and the luma strength); the `refine` field is not read
-// here. The record's strength and JPEG chroma smoothing steer the classic run; its levels, feather and shadow
-// pass do not apply (the alpha is solved, not thresholded), and colour is always recovered. The destination gets the source's pixels with the new alpha; band pixels carry the estimated subject
-// colour, pixels of alpha 0 are 0 in all four bytes. Progress 0..100 in the caller's range; a cancel request
-// ends the run with kFail. Returns kOk or kFail (bad input, cancel, out of memory); on failure the destination
-// is as it was.
+// record, whose backdrop colour the caller has set); neither the `refine` field nor the luma strength (which
+// steers only the classic key's gray path) has an effect here. On a colourful backdrop the record's strength and
+// JPEG chroma smoothing steer the classic run; its levels, feather and shadow pass do not apply to the result
+// (the alpha is solved, not thresholded), and colour is always recovered. The destination gets the source's
+// pixels with the new alpha; band pixels carry the estimated subject colour, pixels of alpha 0 are 0 in all four
+// bytes. Progress 0..100 in the caller's range; a cancel request ends the run with kFail. Returns kOk or kFail
+// (bad input, cancel, out of memory); on failure the destination is as it was.
 class CRefinedKeyProcess : public CImageProcess {
 public:
     long Process(const void* params) override;

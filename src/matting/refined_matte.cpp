@@ -10,6 +10,11 @@
 #include <vector>
 
 #include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
+
+#if VM_SIMD_X86
+#include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -32,8 +37,8 @@ constexpr int kMaxLevels = 5;
 // Conjugate-gradient stop: the relative residual and the iteration cap per level come with the parameters (the
 // coarse start makes the fine level's work small; the cap keeps a pathological band from running for minutes).
 constexpr int kChunk = 50;
-// Colour estimation: Jacobi sweeps and the smoothness weights (a floor plus the alpha difference to the neighbour).
-constexpr int kColourSweeps = 60;
+// Colour estimation: the smoothness weights (a floor plus the alpha difference to the neighbour); the number of
+// Jacobi sweeps comes with the parameters.
 constexpr float kColourFloor = 1e-4f;
 constexpr float kColourGradient = 1.0f;
 
@@ -57,13 +62,30 @@ struct Reporter {
     }
 };
 
-// One level of the pyramid: colours in 0..1 and pixel classes.
+// A pixel's colour on the 0..1 scale.
+struct Rgb {
+    float c[3];
+    float operator[](int k) const { return c[k]; }
+};
+
+// One level of the pyramid: colours in 0..1 and pixel classes. The full-size level reads its colours from the
+// picture's bytes as they are asked for (the band is a few per cent of the picture, so a float copy of the whole
+// picture would mostly go unread); the half-size levels keep their averaged colours.
 struct Level {
     uint32_t width = 0, height = 0;
-    std::vector<float> rgb;       // 3 per pixel
-    std::vector<uint8_t> cls;     // kBack, kFore, kUnknown
-    std::vector<uint32_t> band;   // pixel index of each unknown, raster order
-    std::vector<int32_t> var;     // per pixel: its position in band, or -1
+    const CPixel* bytes = nullptr;   // the full-size level's picture
+    std::vector<float> rgb;          // half-size levels: 3 per pixel
+    std::vector<uint8_t> cls;        // kBack, kFore, kUnknown
+    std::vector<uint32_t> band;      // pixel index of each unknown, raster order
+    std::vector<int32_t> var;        // per pixel: its position in band, or -1
+
+    Rgb At(size_t i) const
+    {
+        if (bytes)
+            return {{bytes[i].red * (1.0f / 255.0f), bytes[i].green * (1.0f / 255.0f),
+                     bytes[i].blue * (1.0f / 255.0f)}};
+        return {{rgb[i * 3], rgb[i * 3 + 1], rgb[i * 3 + 2]}};
+    }
 };
 
 // Band positions in raster order. Rows are counted across cores, then each row range fills its own stretch of
@@ -103,17 +125,11 @@ void FromImage(const COLImage& src, const COLChannel& trimap, Level& l)
     l.width = src.GetWidth();
     l.height = src.GetHeight();
     const size_t n = size_t(l.width) * l.height;
-    l.rgb.resize(n * 3);
+    l.bytes = src.GetBuffer();
     l.cls.resize(n);
-    const CPixel* p = src.GetBuffer();
     const uint8_t* t = trimap.GetBuffer();
     vmpar::ParallelFor(n, 65536, [&](size_t b, size_t e, unsigned) {
-        for (size_t i = b; i < e; ++i) {
-            l.rgb[i * 3 + 0] = p[i].red * (1.0f / 255.0f);
-            l.rgb[i * 3 + 1] = p[i].green * (1.0f / 255.0f);
-            l.rgb[i * 3 + 2] = p[i].blue * (1.0f / 255.0f);
-            l.cls[i] = t[i] == 0 ? kBack : (t[i] == 255 ? kFore : kUnknown);
-        }
+        for (size_t i = b; i < e; ++i) l.cls[i] = t[i] == 0 ? kBack : (t[i] == 255 ? kFore : kUnknown);
     });
     IndexBand(l);
 }
@@ -136,7 +152,8 @@ void Downsample(const Level& f, Level& c)
                         const uint32_t fx = 2 * x + dx, fy = 2 * y + dy;
                         if (fx >= f.width || fy >= f.height) continue;
                         const size_t i = size_t(fy) * f.width + fx;
-                        for (int k = 0; k < 3; ++k) sum[k] += f.rgb[i * 3 + k];
+                        const Rgb fine = f.At(i);
+                        for (int k = 0; k < 3; ++k) sum[k] += fine[k];
                         ++count;
                         fore += f.cls[i] == kFore;
                         back += f.cls[i] == kBack;
@@ -201,9 +218,7 @@ void Projection(const Level& l, const std::vector<uint32_t>& nf, const std::vect
                 trust[v] = nf[v] == kNone && nb[v] == kNone ? 0.0f : 1.0f;
                 continue;
             }
-            const float* i = &l.rgb[size_t(l.band[v]) * 3];
-            const float* f = &l.rgb[size_t(nf[v]) * 3];
-            const float* k = &l.rgb[size_t(nb[v]) * 3];
+            const Rgb i = l.At(l.band[v]), f = l.At(nf[v]), k = l.At(nb[v]);
             float dot = 0, d2 = 0;
             for (int c = 0; c < 3; ++c) {
                 dot += (i[c] - k[c]) * (f[c] - k[c]);
@@ -215,6 +230,74 @@ void Projection(const Level& l, const std::vector<uint32_t>& nf, const std::vect
     });
 }
 
+// Candidate pairs of the sampled estimate: one subject colour f against `count` background colours (k0, k1, k2
+// side by side, room for a multiple of 4). For each pair, the blend's alpha, the squared residual of the pixel's
+// colour i against the blend (1e30 where the two colours are too close to tell apart) and their squared
+// separation. The SSE2 twin does the same arithmetic in the same order on four pairs at once, so both give the
+// same bits.
+constexpr int kPairRoom = 20;
+
+void BlendPairsPlain(const float i[3], const float f[3], const float* k0, const float* k1, const float* k2, int count,
+                     float* r2Out, float* alphaOut, float* sepOut)
+{
+    for (int bi = 0; bi < count; ++bi) {
+        float dot = 0, d2 = 0;
+        dot += (i[0] - k0[bi]) * (f[0] - k0[bi]);
+        d2 += (f[0] - k0[bi]) * (f[0] - k0[bi]);
+        dot += (i[1] - k1[bi]) * (f[1] - k1[bi]);
+        d2 += (f[1] - k1[bi]) * (f[1] - k1[bi]);
+        dot += (i[2] - k2[bi]) * (f[2] - k2[bi]);
+        d2 += (f[2] - k2[bi]) * (f[2] - k2[bi]);
+        const float q = dot / d2;
+        const float a = q < 0.0f ? 0.0f : (1.0f < q ? 1.0f : q);
+        const float r0 = i[0] - (a * f[0] + (1.0f - a) * k0[bi]);
+        const float r1 = i[1] - (a * f[1] + (1.0f - a) * k1[bi]);
+        const float rb = i[2] - (a * f[2] + (1.0f - a) * k2[bi]);
+        float r2 = 0;
+        r2 += r0 * r0;
+        r2 += r1 * r1;
+        r2 += rb * rb;
+        r2Out[bi] = d2 < 1e-4f ? 1e30f : r2;
+        alphaOut[bi] = a;
+        sepOut[bi] = d2;
+    }
+}
+
+#if VM_SIMD_X86
+VM_TARGET_SSE2 void BlendPairsSse2(const float i[3], const float f[3], const float* k0, const float* k1,
+                                   const float* k2, int count, float* r2Out, float* alphaOut, float* sepOut)
+{
+    const __m128 zero = _mm_setzero_ps(), one = _mm_set1_ps(1.0f);
+    const __m128 i0 = _mm_set1_ps(i[0]), i1 = _mm_set1_ps(i[1]), i2 = _mm_set1_ps(i[2]);
+    const __m128 f0 = _mm_set1_ps(f[0]), f1 = _mm_set1_ps(f[1]), f2 = _mm_set1_ps(f[2]);
+    const __m128 tooClose = _mm_set1_ps(1e-4f), never = _mm_set1_ps(1e30f);
+    for (int bi = 0; bi < count; bi += 4) {
+        const __m128 b0 = _mm_loadu_ps(k0 + bi), b1 = _mm_loadu_ps(k1 + bi), b2 = _mm_loadu_ps(k2 + bi);
+        const __m128 s0 = _mm_sub_ps(f0, b0), s1 = _mm_sub_ps(f1, b1), s2 = _mm_sub_ps(f2, b2);
+        __m128 dot = _mm_add_ps(zero, _mm_mul_ps(_mm_sub_ps(i0, b0), s0));
+        __m128 d2 = _mm_add_ps(zero, _mm_mul_ps(s0, s0));
+        dot = _mm_add_ps(dot, _mm_mul_ps(_mm_sub_ps(i1, b1), s1));
+        d2 = _mm_add_ps(d2, _mm_mul_ps(s1, s1));
+        dot = _mm_add_ps(dot, _mm_mul_ps(_mm_sub_ps(i2, b2), s2));
+        d2 = _mm_add_ps(d2, _mm_mul_ps(s2, s2));
+        const __m128 q = _mm_div_ps(dot, d2);
+        const __m128 above = _mm_cmplt_ps(one, q), below = _mm_cmplt_ps(q, zero);
+        const __m128 a = _mm_andnot_ps(below, _mm_or_ps(_mm_and_ps(above, one), _mm_andnot_ps(above, q)));
+        const __m128 rest = _mm_sub_ps(one, a);
+        const __m128 r0 = _mm_sub_ps(i0, _mm_add_ps(_mm_mul_ps(a, f0), _mm_mul_ps(rest, b0)));
+        const __m128 r1 = _mm_sub_ps(i1, _mm_add_ps(_mm_mul_ps(a, f1), _mm_mul_ps(rest, b1)));
+        const __m128 rb = _mm_sub_ps(i2, _mm_add_ps(_mm_mul_ps(a, f2), _mm_mul_ps(rest, b2)));
+        __m128 r2 = _mm_add_ps(zero, _mm_mul_ps(r0, r0));
+        r2 = _mm_add_ps(r2, _mm_mul_ps(r1, r1));
+        r2 = _mm_add_ps(r2, _mm_mul_ps(rb, rb));
+        const __m128 close = _mm_cmplt_ps(d2, tooClose);
+        _mm_storeu_ps(r2Out + bi, _mm_or_ps(_mm_and_ps(close, never), _mm_andnot_ps(close, r2)));
+        _mm_storeu_ps(alphaOut + bi, a);
+        _mm_storeu_ps(sepOut + bi, d2);
+    }
+}
+#endif
+
 // The sampled estimate the solver leans on where colours speak clearly: for each band pixel, candidate subject and
 // background colours are the nearest known pixels of band pixels around it (a sparse star of offsets), and the
 // pair whose blend explains the pixel's colour best gives alpha. Trust falls with the blend's residual and with
@@ -225,7 +308,11 @@ void SampledPrior(const Level& l, const std::vector<uint32_t>& nf, const std::ve
     static constexpr int kDirs[8][2] = {{1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1}, {0, -1}, {1, -1}};
     static constexpr int kReach[] = {0, 4, 12};
     static constexpr int kMaxCandidates = 17;
+    static_assert(kMaxCandidates <= kPairRoom && kPairRoom % 4 == 0);
     const int w = int(l.width), h = int(l.height);
+#if VM_SIMD_X86
+    const bool sse2 = vmsimd::CurrentLevel() >= vmsimd::kSse2;
+#endif
     vmpar::ParallelFor(l.band.size(), 4096, [&](size_t b, size_t e, unsigned) {
         for (size_t v = b; v < e; ++v) {
             if (nf[v] == kNone || nb[v] == kNone) continue;   // the projection's one-sided answer stands
@@ -250,30 +337,32 @@ void SampledPrior(const Level& l, const std::vector<uint32_t>& nf, const std::ve
                     }
                     if (reach == 0) break;
                 }
-            const float* i = &l.rgb[size_t(l.band[v]) * 3];
+            const Rgb i = l.At(l.band[v]);
+            // The background candidates' colours side by side, so that each subject candidate is tried against
+            // all of them at once; the best pair is then picked in order (the first of equals).
+            float k0[kPairRoom] = {}, k1[kPairRoom] = {}, k2[kPairRoom] = {};
+            for (int bi = 0; bi < nbc; ++bi) {
+                const Rgb k = l.At(bc[bi]);
+                k0[bi] = k[0];
+                k1[bi] = k[1];
+                k2[bi] = k[2];
+            }
             float best = 1e30f, bestAlpha = prior[v], bestSep = 0.0f;
             for (int fi = 0; fi < nfc; ++fi) {
-                const float* f = &l.rgb[size_t(fc[fi]) * 3];
-                for (int bi = 0; bi < nbc; ++bi) {
-                    const float* k = &l.rgb[size_t(bc[bi]) * 3];
-                    float dot = 0, d2 = 0;
-                    for (int c = 0; c < 3; ++c) {
-                        dot += (i[c] - k[c]) * (f[c] - k[c]);
-                        d2 += (f[c] - k[c]) * (f[c] - k[c]);
+                const Rgb f = l.At(fc[fi]);
+                float pairR2[kPairRoom], pairAlpha[kPairRoom], pairSep[kPairRoom];
+#if VM_SIMD_X86
+                if (sse2)
+                    BlendPairsSse2(i.c, f.c, k0, k1, k2, nbc, pairR2, pairAlpha, pairSep);
+                else
+#endif
+                    BlendPairsPlain(i.c, f.c, k0, k1, k2, nbc, pairR2, pairAlpha, pairSep);
+                for (int bi = 0; bi < nbc; ++bi)
+                    if (pairR2[bi] < best) {
+                        best = pairR2[bi];
+                        bestAlpha = pairAlpha[bi];
+                        bestSep = pairSep[bi];
                     }
-                    if (d2 < 1e-4f) continue;
-                    const float a = std::clamp(dot / d2, 0.0f, 1.0f);
-                    float r2 = 0;
-                    for (int c = 0; c < 3; ++c) {
-                        const float r = i[c] - (a * f[c] + (1.0f - a) * k[c]);
-                        r2 += r * r;
-                    }
-                    if (r2 < best) {
-                        best = r2;
-                        bestAlpha = a;
-                        bestSep = d2;
-                    }
-                }
             }
             if (best >= 1e30f) continue;
             prior[v] = bestAlpha;
@@ -293,7 +382,7 @@ void WindowStats(const Level& l, int cx, int cy, double eps, Window& win)
     double s[3] = {0, 0, 0}, ss[3][3] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
     for (int dy = -1; dy <= 1; ++dy)
         for (int dx = -1; dx <= 1; ++dx) {
-            const float* p = &l.rgb[(size_t(cy + dy) * l.width + size_t(cx + dx)) * 3];
+            const Rgb p = l.At(size_t(cy + dy) * l.width + size_t(cx + dx));
             for (int a = 0; a < 3; ++a) {
                 s[a] += p[a];
                 for (int b = a; b < 3; ++b) ss[a][b] += double(p[a]) * p[b];
@@ -353,7 +442,7 @@ void BuildSystem(const Level& l, double eps, const std::vector<float>& prior, co
             if ((v - b) % kRun == 0) std::fill(keys.begin(), keys.end(), kNone);
             const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
             double row[kSpan] = {};
-            const float* pi = &l.rgb[size_t(l.band[v]) * 3];
+            const Rgb pi = l.At(l.band[v]);
             for (int wy = y - 1; wy <= y + 1; ++wy)
                 for (int wx = x - 1; wx <= x + 1; ++wx) {
                     if (wx < 1 || wy < 1 || wx > w - 2 || wy > h - 2) continue;   // windows lie inside
@@ -371,7 +460,7 @@ void BuildSystem(const Level& l, double eps, const std::vector<float>& prior, co
                         vi[c] = win.inv[c][0] * di[0] + win.inv[c][1] * di[1] + win.inv[c][2] * di[2];
                     for (int jy = wy - 1; jy <= wy + 1; ++jy)
                         for (int jx = wx - 1; jx <= wx + 1; ++jx) {
-                            const float* pj = &l.rgb[(size_t(jy) * l.width + size_t(jx)) * 3];
+                            const Rgb pj = l.At(size_t(jy) * l.width + size_t(jx));
                             const double g = vi[0] * (pj[0] - win.mean[0]) + vi[1] * (pj[1] - win.mean[1]) +
                                              vi[2] * (pj[2] - win.mean[2]);
                             const int slot = (jy - y + 2) * 5 + (jx - x + 2);
@@ -508,16 +597,22 @@ void SolveSplit(const SparseRows& a, const Vector& rhs, Vector& solution, double
     }
 }
 
+// The nearest known subject and background pixel of each band pixel (NearestKnown), kept from the solve for the
+// colour estimate of the same level.
+struct NearestPair {
+    std::vector<uint32_t> fore, back;
+};
+
 // Alpha of the band of one level, 0..1 per band pixel; larger bands start from the half-size solution.
-// Progress runs from lo to hi.
+// Progress runs from lo to hi. When keep is given, it receives the level's nearest known pixels.
 std::vector<double> SolveLevel(const Level& l, const RefinedMatteParams& params, int depth, const Reporter& rep, int lo,
-                               int hi)
+                               int hi, NearestPair* keep = nullptr)
 {
     const double eps = params.epsilon;
     const int iterationCap = std::max(kChunk, int(params.iterationCap));
     const size_t n = l.band.size();
-    const std::vector<uint32_t> nf = NearestKnown(l, kFore);
-    const std::vector<uint32_t> nb = NearestKnown(l, kBack);
+    std::vector<uint32_t> nf = NearestKnown(l, kFore);
+    std::vector<uint32_t> nb = NearestKnown(l, kBack);
     std::vector<float> prior, trust;
     Projection(l, nf, nb, prior, trust);
     SampledPrior(l, nf, nb, prior, trust);
@@ -574,6 +669,10 @@ std::vector<double> SolveLevel(const Level& l, const RefinedMatteParams& params,
     }
     std::vector<double> out(n);
     for (size_t v = 0; v < n; ++v) out[v] = std::clamp(double(x[Eigen::Index(v)]), 0.0, 1.0);
+    if (keep) {
+        keep->fore = std::move(nf);
+        keep->back = std::move(nb);
+    }
     rep.Report(hi);
     return out;
 }
@@ -581,18 +680,18 @@ std::vector<double> SolveLevel(const Level& l, const RefinedMatteParams& params,
 // Subject colour F and background colour B of each band pixel: minimises |aF + (1-a)B - I|^2 plus smoothness of
 // F and B between 4-neighbours, weighted by how little alpha changes between them. Known subject neighbours lend
 // their colour to F, known background neighbours to B. Jacobi sweeps from the nearest known colours.
-void EstimateColours(const Level& l, const std::vector<double>& alpha, std::vector<float>& fore,
-                     const Reporter& rep, int lo, int hi)
+void EstimateColours(const Level& l, const std::vector<double>& alpha, const NearestPair& nearest,
+                     std::vector<float>& fore, int sweeps, const Reporter& rep, int lo, int hi)
 {
     const size_t n = l.band.size();
-    const std::vector<uint32_t> nf = NearestKnown(l, kFore);
-    const std::vector<uint32_t> nb = NearestKnown(l, kBack);
+    const std::vector<uint32_t>& nf = nearest.fore;
+    const std::vector<uint32_t>& nb = nearest.back;
     std::vector<float> cur(n * 6), next(n * 6);
     for (size_t v = 0; v < n; ++v)
         for (int c = 0; c < 3; ++c) {
-            const float own = l.rgb[size_t(l.band[v]) * 3 + c];
-            cur[v * 6 + c] = nf[v] == kNone ? own : l.rgb[size_t(nf[v]) * 3 + c];
-            cur[v * 6 + 3 + c] = nb[v] == kNone ? own : l.rgb[size_t(nb[v]) * 3 + c];
+            const float own = l.At(l.band[v])[c];
+            cur[v * 6 + c] = nf[v] == kNone ? own : l.At(nf[v])[c];
+            cur[v * 6 + 3 + c] = nb[v] == kNone ? own : l.At(nb[v])[c];
         }
     const int w = int(l.width), h = int(l.height);
     static constexpr int kDx[4] = {-1, 1, 0, 0}, kDy[4] = {0, 0, -1, 1};
@@ -613,7 +712,7 @@ void EstimateColours(const Level& l, const std::vector<double>& alpha, std::vect
             const int x = int(l.band[v] % l.width), y = int(l.band[v] / l.width);
             const float a0 = float(alpha[v]), a1 = 1.0f - a0;
             float a00 = a0 * a0, a01 = a0 * a1, a11 = a1 * a1;
-            const float* img = &l.rgb[size_t(l.band[v]) * 3];
+            const Rgb img = l.At(l.band[v]);
             for (int c = 0; c < 3; ++c) {
                 fixed[v * 7 + size_t(c)] = a0 * img[c];
                 fixed[v * 7 + 3 + size_t(c)] = a1 * img[c];
@@ -635,12 +734,12 @@ void EstimateColours(const Level& l, const std::vector<double>& alpha, std::vect
                     const float d = kColourFloor + kColourGradient * a1;
                     a00 += d;
                     side.var = kKnownFore;
-                    for (int c = 0; c < 3; ++c) side.colour[c] = d * l.rgb[j * 3 + c];
+                    for (int c = 0; c < 3; ++c) side.colour[c] = d * l.At(j)[c];
                 } else {
                     const float d = kColourFloor + kColourGradient * a0;
                     a11 += d;
                     side.var = kKnownBack;
-                    for (int c = 0; c < 3; ++c) side.colour[c] = d * l.rgb[j * 3 + c];
+                    for (int c = 0; c < 3; ++c) side.colour[c] = d * l.At(j)[c];
                 }
             }
             const float det = a00 * a11 - a01 * a01;
@@ -650,7 +749,7 @@ void EstimateColours(const Level& l, const std::vector<double>& alpha, std::vect
             coef[v * 3 + 2] = a11;
         }
     });
-    for (int sweep = 0; sweep < kColourSweeps; ++sweep) {
+    for (int sweep = 0; sweep < sweeps; ++sweep) {
         vmpar::ParallelFor(n, 4096, [&](size_t b, size_t e, unsigned) {
             for (size_t v = b; v < e; ++v) {
                 const float* o = &fixed[v * 7];
@@ -681,7 +780,7 @@ void EstimateColours(const Level& l, const std::vector<double>& alpha, std::vect
         cur.swap(next);
         if ((sweep & 7) == 7) {
             rep.CheckCancel();
-            rep.Report(lo + (hi - lo) * (sweep + 1) / kColourSweeps);
+            rep.Report(lo + (hi - lo) * (sweep + 1) / sweeps);
         }
     }
     fore.resize(n * 3);
@@ -713,17 +812,18 @@ long Solve(const COLImage& src, const COLChannel& trimap, COLChannel& alpha, COL
            const RefinedMatteParams& params, const Reporter& rep)
 {
     if (!Valid(src, trimap) || !(params.epsilon >= 1e-9 && params.epsilon <= 1e-2) ||
-        !(params.tolerance > 0 && params.tolerance < 1))
+        !(params.tolerance > 0 && params.tolerance < 1) || params.colourSweeps < 1)
         return kFail;
     try {
         rep.Report(0);
         Level l;
         FromImage(src, trimap, l);
         std::vector<double> a;
-        if (!l.band.empty()) a = SolveLevel(l, params, 0, rep, 2, 80);
+        NearestPair nearest;
+        if (!l.band.empty()) a = SolveLevel(l, params, 0, rep, 2, 80, &nearest);
         rep.Report(80);
         std::vector<float> fore;
-        if (foreground && !l.band.empty()) EstimateColours(l, a, fore, rep, 80, 98);
+        if (foreground && !l.band.empty()) EstimateColours(l, a, nearest, fore, params.colourSweeps, rep, 80, 98);
         rep.CheckCancel();
 
         // Write only at the end, so that a failure or cancel leaves the outputs as they were.

@@ -36,6 +36,9 @@ struct RefinedMatteParams {
     // with the default within the stop's tolerance but not to the byte, so the default (0) keeps the documented
     // figures; a caller with a large band that wants the time back sets it.
     int32_t splitSolve = 0;
+    // Jacobi sweeps of the band's colour estimate (at least 1). A caller that leans on the estimate only where
+    // alpha is small can take fewer; the default gives the documented figures.
+    int32_t colourSweeps = 60;
 };
 
 // The engine for the worker thread. Image mode: the destination becomes the source with the new alpha, its band

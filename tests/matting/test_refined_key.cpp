@@ -180,16 +180,19 @@ TEST(RefinedKey, OffLeavesTheClassicKeysBytes)
 
 TEST(RefinedKey, SameBytesOnEverySplit)
 {
-    const Shot s = LoadShot("gray");
-    ASSERT_FALSE(s.picture.IsNull());
-    COLImage reference;
-    {
-        vmtest::ThreadCount one(1);
-        reference = Key(s, true);
-    }
-    for (unsigned n : {2u, 3u, 7u}) {
-        vmtest::ThreadCount split(n);
-        EXPECT_TRUE(vmtest::SamePixels(reference, Key(s, true))) << n << " workers";
+    // Gray goes without the classic key, green through it (its unsure pixels widen the band).
+    for (const char* name : {"gray", "green"}) {
+        const Shot s = LoadShot(name);
+        ASSERT_FALSE(s.picture.IsNull()) << name;
+        COLImage reference;
+        {
+            vmtest::ThreadCount one(1);
+            reference = Key(s, true);
+        }
+        for (unsigned n : {2u, 3u, 7u}) {
+            vmtest::ThreadCount split(n);
+            EXPECT_TRUE(vmtest::SamePixels(reference, Key(s, true))) << name << ", " << n << " workers";
+        }
     }
 }
 
@@ -223,6 +226,32 @@ TEST(RefinedKey, BandLiesBetweenSureBackdropAndSureSubject)
     EXPECT_EQ(result.GetPixel2(110, 45).Word(), 0u);
     EXPECT_EQ(result.GetPixel2(50, 45).alpha, 255);
     EXPECT_NEAR(result.GetPixel2(74, 45).alpha, 128, 25);
+}
+
+TEST(RefinedKey, BackdropSeenThroughAGapCountsAndASmallPatchDoesNot)
+{
+    // An orange ring round a hole of backdrop (9 % of the picture, out of the border's reach) and an orange disc
+    // with a 4 x 4 speck of backdrop colour at its centre (16 pixels: too small to be backdrop).
+    COLImage shot = vmtest::Picture(200, 150, [](uint32_t x, uint32_t y) {
+        const double ring = std::hypot(x + 0.5 - 70.0, y + 0.5 - 75.0);
+        const double disc = std::hypot(x + 0.5 - 160.0, y + 0.5 - 75.0);
+        const bool speck = x >= 158 && x < 162 && y >= 73 && y < 77;
+        const bool orange = (ring >= 30 && ring < 50) || (disc < 25 && !speck);
+        return orange ? CPixel::Make(220, 110, 40) : CPixel::Make(240, 240, 240);
+    });
+    CRefinedKeyProcess process;
+    COLImage result;
+    process.SetImages(&shot, &result);
+    ChromaKeySettings settings;
+    settings.params.backdrop = CPixel::Make(240, 240, 240);
+    ASSERT_EQ(process.Process(&settings), kOk);
+    const COLChannel& t = process.GetTrimap();
+    EXPECT_EQ(t.GetValue(70, 75), 0);      // the hole's middle
+    EXPECT_EQ(t.GetValue(70, 55), 0);      // ten pixels from the hole's edge
+    EXPECT_EQ(t.GetValue(70, 35), 255);    // the ring's body
+    EXPECT_EQ(t.GetValue(5, 5), 0);        // the backdrop outside
+    EXPECT_NE(t.GetValue(160, 75), 0);     // the speck is left to the solver
+    EXPECT_EQ(result.GetPixel2(70, 75).Word(), 0u);
 }
 
 TEST(RefinedKey, RefusesBadInputAndStopsOnCancel)

@@ -196,6 +196,27 @@ TEST(RefinedMatte, SameBytesAtEveryThreadCount)
     ExpectSameBytesAtEveryThreadCount(in, RefinedMatteParams{});
 }
 
+// The sampled estimate tries its colour pairs four at a time where the processor has the instructions for it,
+// with the same arithmetic in the same order: the same bytes as the plain loop, alpha and colours.
+TEST(RefinedMatte, SameBytesAtEveryVectorLevel)
+{
+    const auto cases = LoadSet();
+    ASSERT_FALSE(cases.empty());
+    for (const Case& c : cases) {
+        Input in;
+        ASSERT_TRUE(LoadCase(c, 10, in)) << c.name;
+        COLChannel alpha[2];
+        COLImage fore[2];
+        const int levels[2] = {vmsimd::kPlain, -1};
+        for (int k = 0; k < 2; ++k) {
+            vmtest::SimdCap cap(levels[k]);
+            ASSERT_EQ(SolveRefinedMatte(in.shot, in.trimap, alpha[k], &fore[k], RefinedMatteParams{}), kOk);
+        }
+        EXPECT_EQ(vmtest::Bytes(alpha[0]), vmtest::Bytes(alpha[1])) << c.name;
+        EXPECT_TRUE(vmtest::SamePixels(fore[0], fore[1])) << c.name;
+    }
+}
+
 // The conjugate gradients split across cores: the same bytes at every thread count (its sums run over fixed
 // blocks), and the same mattes as the default solver within the stop's tolerance, on every picture.
 TEST(RefinedMatte, SplitSolveMatchesTheDefaultAndEveryThreadCount)
@@ -239,6 +260,9 @@ TEST(RefinedMatte, RefusesBadInputAndLeavesOutputsAlone)
     EXPECT_EQ(SolveRefinedMatte(empty, trimap, alpha, nullptr, params), kFail);
     EXPECT_EQ(refinedmatte::NearestColourAlpha(image, small, alpha), kFail);
     params.epsilon = 0.5;
+    EXPECT_EQ(SolveRefinedMatte(image, trimap, alpha, nullptr, params), kFail);
+    params = RefinedMatteParams{};
+    params.colourSweeps = 0;
     EXPECT_EQ(SolveRefinedMatte(image, trimap, alpha, nullptr, params), kFail);
     EXPECT_EQ(alpha.GetWidth(), 5u);
     EXPECT_EQ(alpha.GetValue(2, 2), before);
