@@ -35,6 +35,9 @@ constexpr float kConfidenceBase = 1.3f;
 // kFadeRadius, and the detail's share (whole on the hole's outermost ring) halves every kFadeHalving pixels inwards.
 constexpr int kFadeRadius = 4;
 constexpr double kFadeHalving = 3.0;
+// Deeper than this the detail's share is below 1/256 (and the low-pass reads only pixels within 2 x kFadeRadius),
+// so at full size the rounds skip patches centred there and those pixels keep the coarser level's colours.
+constexpr int kDeepestRefined = 3 * 8 + 1 + 2 * kFadeRadius;
 
 class CCancelled {};
 
@@ -707,6 +710,14 @@ void BoxBlur(const std::vector<uint8_t>& src, std::vector<uint8_t>& dst, int w, 
     });
 }
 
+// Full size, below a coarser level: patches centred deeper than kDeepestRefined take no part in the rounds.
+void SkipDeepPatches(Level& l)
+{
+    const std::vector<int> d = HoleDistance(l);
+    for (size_t i = 0; i < d.size(); ++i)
+        if (d[i] > kDeepestRefined) l.active[i] = 0;
+}
+
 // Deep in a large hole nothing pins down the phase of a texture: the copied detail is one guess among many, and
 // its mean (a low-pass) is the better estimate. The fill keeps its full detail on the hole's outer ring, where the
 // patches were matched against the known picture, and fades towards the low-pass inwards. Edges that the patches
@@ -852,6 +863,7 @@ long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const Exemp
                 FillMissingField(l, params.seed, salt + 1);
                 emRounds = kCoarsestRounds;
             } else {
+                if (k == 0) SkipDeepPatches(l);
                 UpsampleField(levels[size_t(k) + 1], l, params.seed, salt + 1);
                 UpsampleHole(levels[size_t(k) + 1], l);
                 searchRadius = std::min(searchRadius, kFineSearchPatches * (2 * r + 1));
