@@ -35,9 +35,10 @@ constexpr float kConfidenceBase = 1.3f;
 // kFadeRadius, and the detail's share (whole on the hole's outermost ring) halves every kFadeHalving pixels inwards.
 constexpr int kFadeRadius = 4;
 constexpr double kFadeHalving = 3.0;
-// Deeper than this the detail's share is below 1/256 (and the low-pass reads only pixels within 2 x kFadeRadius),
-// so at full size the rounds skip patches centred there and those pixels keep the coarser level's colours.
-constexpr int kDeepestRefined = 3 * 8 + 1 + 2 * kFadeRadius;
+// Beyond eight halvings into the hole the detail's share is below 1/256, and the low-pass there reads pixels at
+// most 2 x kFadeRadius deeper: at full size the rounds skip patches centred deeper than that, and those pixels keep
+// the coarser level's colours.
+constexpr int kDeepestRefined = int(kFadeHalving) * 8 + 1 + 2 * kFadeRadius;
 
 class CCancelled {};
 
@@ -80,7 +81,7 @@ struct Level {
     std::vector<int32_t> validList;
     std::vector<int32_t> nnf;               // per active pixel: centre of its best known patch
     std::vector<int32_t> dist;              // and the patch distance to it
-    std::vector<float> conf;                // per pixel: weight of a patch centred here in the vote (empty: 1)
+    std::vector<float> conf;                // per pixel: weight of a patch centred here in the vote
     int ax0 = 0, ay0 = 0, ax1 = 0, ay1 = 0; // box of active pixels, exclusive ends
 };
 
