@@ -24,6 +24,21 @@ constexpr int kFineSearchPatches = 6;
 // patches; otherwise (a thin hole filled at full size) it searches a window of four patch sides around the patch,
 // widened until it holds a known patch.
 constexpr size_t kMaxCoarseCandidates = 40000;
+// Rounds of (PatchMatch, vote) per level, and PatchMatch passes per round (one forward, one backward).
+constexpr int kCoarsestRounds = 4;
+constexpr int kMiddleRounds = 2;
+constexpr int kFinestRounds = 1;
+constexpr int kPassesPerRound = 2;
+// A patch's say in the vote falls by this factor per pixel of its centre's distance into the hole.
+constexpr float kConfidenceBase = 1.3f;
+// Fine detail fades towards a low-pass of the fill with depth into the hole: the low-pass is two box blurs of
+// kFadeRadius, and the detail's share (whole on the hole's outermost ring) halves every kFadeHalving pixels inwards.
+constexpr int kFadeRadius = 4;
+constexpr double kFadeHalving = 3.0;
+// Beyond eight halvings into the hole the detail's share is below 1/256, and the low-pass there reads pixels at
+// most 2 x kFadeRadius deeper: at full size the rounds skip patches centred deeper than that, and those pixels keep
+// the coarser level's colours.
+constexpr int kDeepestRefined = int(kFadeHalving) * 8 + 1 + 2 * kFadeRadius;
 
 class CCancelled {};
 
@@ -66,6 +81,7 @@ struct Level {
     std::vector<int32_t> validList;
     std::vector<int32_t> nnf;               // per active pixel: centre of its best known patch
     std::vector<int32_t> dist;              // and the patch distance to it
+    std::vector<float> conf;                // per pixel: weight of a patch centred here in the vote
     int ax0 = 0, ay0 = 0, ax1 = 0, ay1 = 0; // box of active pixels, exclusive ends
 };
 
@@ -485,6 +501,7 @@ std::vector<float> VoteWeights(const Level& l, int r)
             if (!l.active[i]) continue;
             // The floor keeps a pixel covered only by poor matches from losing every weight to underflow.
             weights[i] = scale > 0.0f ? std::max(std::exp(-weights[i] / (2.0f * scale)), 1e-30f) : 1.0f;
+            weights[i] *= l.conf[i];
         }
     return weights;
 }
@@ -571,8 +588,8 @@ struct Box {
     int x0 = 0, y0 = 0, x1 = 0, y1 = 0; // exclusive ends
 };
 
-// Thickness of the hole: the largest chessboard distance from a hole pixel to the nearest known one (two passes).
-int HoleThickness(const Level& l)
+// Chessboard distance from each pixel to the nearest known one (0 on known pixels), two passes.
+std::vector<int> HoleDistance(const Level& l)
 {
     std::vector<int> d(size_t(l.w) * l.h);
     for (size_t i = 0; i < d.size(); ++i)
@@ -585,14 +602,157 @@ int HoleThickness(const Level& l)
             int& v = d[size_t(y) * l.w + x];
             v = std::min({v, at(x - 1, y) + 1, at(x - 1, y - 1) + 1, at(x, y - 1) + 1, at(x + 1, y - 1) + 1});
         }
-    int thickest = 0;
     for (int y = l.h - 1; y >= 0; --y)
         for (int x = l.w - 1; x >= 0; --x) {
             int& v = d[size_t(y) * l.w + x];
             v = std::min({v, at(x + 1, y) + 1, at(x + 1, y + 1) + 1, at(x, y + 1) + 1, at(x - 1, y + 1) + 1});
-            thickest = std::max(thickest, v);
         }
-    return thickest;
+    return d;
+}
+
+// Thickness of the hole: the largest distance from a hole pixel to the nearest known one.
+int HoleThickness(const Level& l)
+{
+    const std::vector<int> d = HoleDistance(l);
+    return d.empty() ? 0 : *std::max_element(d.begin(), d.end());
+}
+
+// Confidence of each patch centre for the vote: falls by kConfidenceBase per pixel into the hole, so that near
+// the rim the patches that overlap the known picture (and were matched against it) outweigh guesses from deeper in.
+void BuildConfidence(Level& l)
+{
+    const std::vector<int> d = HoleDistance(l);
+    l.conf.assign(d.size(), 1.0f);
+    for (size_t i = 0; i < d.size(); ++i)
+        if (d[i] > 0) l.conf[i] = std::pow(kConfidenceBase, -float(d[i]));
+}
+
+// A smooth guess for the hole, peeled from the rim inwards: ring by ring each pixel takes the mean of its known
+// (or earlier filled) 8-neighbours. Right in the mean, with no structure of its own.
+void SmoothFill(Level& l)
+{
+    const int w = l.w, h = l.h;
+    std::vector<uint8_t> known(l.hole.size());
+    std::vector<int32_t> pending, ring;
+    for (size_t i = 0; i < known.size(); ++i) {
+        known[i] = !l.hole[i];
+        if (l.hole[i]) pending.push_back(int32_t(i));
+    }
+    std::vector<uint8_t> values;
+    while (!pending.empty()) {
+        ring.clear();
+        values.clear();
+        size_t kept = 0;
+        for (int32_t i : pending) {
+            const int x = i % w, y = i / w;
+            int sum[3] = {0, 0, 0}, count = 0;
+            for (int dy = -1; dy <= 1; ++dy)
+                for (int dx = -1; dx <= 1; ++dx) {
+                    const int sx = x + dx, sy = y + dy;
+                    if (sx < 0 || sy < 0 || sx >= w || sy >= h || !known[size_t(sy) * w + sx]) continue;
+                    const uint8_t* p = &l.px[(size_t(sy) * w + sx) * 4];
+                    sum[0] += p[0];
+                    sum[1] += p[1];
+                    sum[2] += p[2];
+                    ++count;
+                }
+            if (count == 0) {
+                pending[kept++] = i;
+                continue;
+            }
+            ring.push_back(i);
+            for (int k = 0; k < 3; ++k)
+                values.push_back(uint8_t((sum[k] + count / 2) / count));
+        }
+        pending.resize(kept);
+        if (ring.empty()) break; // nothing known at all: the pixels stay as they are
+        for (size_t n = 0; n < ring.size(); ++n) {
+            std::memcpy(&l.px[size_t(ring[n]) * 4], &values[n * 3], 3);
+            known[size_t(ring[n])] = 1;
+        }
+    }
+}
+
+// One box blur of radius kFadeRadius over the rows [y0, y1) and columns [x0, x1) of src (4 bytes a pixel), into dst;
+// the window is cut at the box's edges and the mean taken over what is left. Horizontal, then vertical.
+void BoxBlur(const std::vector<uint8_t>& src, std::vector<uint8_t>& dst, int w, int x0, int y0, int x1, int y1)
+{
+    constexpr int R = kFadeRadius;
+    std::vector<uint16_t> across(src.size());
+    vmpar::ParallelFor(size_t(y1 - y0), 8, [&](size_t begin, size_t end, unsigned) {
+        for (size_t row = begin; row < end; ++row) {
+            const size_t base = size_t(y0 + int(row)) * w;
+            for (int x = x0; x < x1; ++x) {
+                const int a = std::max(x - R, x0), b = std::min(x + R, x1 - 1);
+                for (int c = 0; c < 3; ++c) {
+                    int sum = 0;
+                    for (int k = a; k <= b; ++k)
+                        sum += src[(base + k) * 4 + c];
+                    across[(base + x) * 4 + c] = uint16_t(sum);
+                }
+                across[(base + x) * 4 + 3] = uint16_t(b - a + 1);
+            }
+        }
+    });
+    vmpar::ParallelFor(size_t(y1 - y0), 8, [&](size_t begin, size_t end, unsigned) {
+        for (size_t row = begin; row < end; ++row) {
+            const int y = y0 + int(row);
+            const int a = std::max(y - R, y0), b = std::min(y + R, y1 - 1);
+            for (int x = x0; x < x1; ++x) {
+                const int count = (b - a + 1) * across[(size_t(y) * w + x) * 4 + 3];
+                for (int c = 0; c < 3; ++c) {
+                    int sum = 0;
+                    for (int k = a; k <= b; ++k)
+                        sum += across[(size_t(k) * w + x) * 4 + c];
+                    dst[(size_t(y) * w + x) * 4 + c] = uint8_t((sum + count / 2) / count);
+                }
+            }
+        }
+    });
+}
+
+// Full size, below a coarser level: patches centred deeper than kDeepestRefined take no part in the rounds.
+void SkipDeepPatches(Level& l)
+{
+    const std::vector<int> d = HoleDistance(l);
+    for (size_t i = 0; i < d.size(); ++i)
+        if (d[i] > kDeepestRefined) l.active[i] = 0;
+}
+
+// Deep in a large hole nothing pins down the phase of a texture: the copied detail is one guess among many, and
+// its mean (a low-pass) is the better estimate. The fill keeps its full detail on the hole's outer ring, where the
+// patches were matched against the known picture, and fades towards the low-pass inwards. Edges that the patches
+// carried across stay, softened where they run deep; so does a regular texture, which is the price of the rule.
+void FadeDetail(Level& l)
+{
+    const std::vector<int> d = HoleDistance(l);
+    // The blurred value at a hole pixel reads pixels within two radii of it.
+    const int grow = 2 * kFadeRadius;
+    int x0 = l.w, y0 = l.h, x1 = 0, y1 = 0;
+    for (int y = 0; y < l.h; ++y)
+        for (int x = 0; x < l.w; ++x)
+            if (d[size_t(y) * l.w + x] >= 2) {
+                x0 = std::min(x0, x);
+                y0 = std::min(y0, y);
+                x1 = std::max(x1, x + 1);
+                y1 = std::max(y1, y + 1);
+            }
+    if (x0 >= x1) return; // no pixel deeper than the outer ring
+    x0 = std::max(x0 - grow, 0);
+    y0 = std::max(y0 - grow, 0);
+    x1 = std::min(x1 + grow, l.w);
+    y1 = std::min(y1 + grow, l.h);
+    std::vector<uint8_t> once(l.px.size()), twice(l.px.size());
+    BoxBlur(l.px, once, l.w, x0, y0, x1, y1);
+    BoxBlur(once, twice, l.w, x0, y0, x1, y1);
+    for (int y = y0; y < y1; ++y)
+        for (int x = x0; x < x1; ++x) {
+            const size_t i = size_t(y) * l.w + x;
+            if (d[i] < 2) continue;
+            const int detail = int(256.0 * std::exp2(-double(d[i] - 1) / kFadeHalving) + 0.5); // out of 256
+            for (int c = 0; c < 3; ++c)
+                l.px[i * 4 + c] = uint8_t((l.px[i * 4 + c] * detail + twice[i * 4 + c] * (256 - detail) + 128) >> 8);
+        }
 }
 
 long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const ExemplarInpaintParams& params,
@@ -687,32 +847,42 @@ long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const Exemp
             const uint32_t salt = uint32_t(k) * 1000u;
             const int low = progressAt[size_t(k) + 1], high = progressAt[size_t(k)];
             int searchRadius = std::max(l.w, l.h);
-            int emRounds = 0, pmPasses = 0, emLow = low;
+            int emRounds = 0, emLow = low;
+            BuildConfidence(l);
             if (k == count - 1) {
                 emLow = low + (high - low) / 2;
+                // The first guess is the mean of two: the patches placed in isophote order (sharp, continues edges,
+                // but a wrong pick is carried on) and the smooth fill from the rim (right in the mean, no
+                // structure). Where they agree the mean keeps it; where they do not, the rounds below decide.
+                Level smooth = l;
+                SmoothFill(smooth);
                 PriorityFill(l, r, reporter, low, emLow);
+                for (size_t i = 0; i < l.hole.size(); ++i)
+                    if (l.hole[i])
+                        for (int c = 0; c < 3; ++c)
+                            l.px[i * 4 + c] = uint8_t((l.px[i * 4 + c] + smooth.px[i * 4 + c] + 1) / 2);
                 FillMissingField(l, params.seed, salt + 1);
-                emRounds = 4;
-                pmPasses = 2;
+                emRounds = kCoarsestRounds;
             } else {
+                if (k == 0) SkipDeepPatches(l);
                 UpsampleField(levels[size_t(k) + 1], l, params.seed, salt + 1);
                 UpsampleHole(levels[size_t(k) + 1], l);
                 searchRadius = std::min(searchRadius, kFineSearchPatches * (2 * r + 1));
-                emRounds = k == 0 ? 1 : 2;
-                pmPasses = 2;
+                emRounds = k == 0 ? kFinestRounds : kMiddleRounds;
+                ComputeDistances(l, r);
+                VoteHole(l, r);
             }
-            ComputeDistances(l, r);
-            if (k != count - 1) VoteHole(l, r);
             for (int round = 0; round < emRounds; ++round) {
-                if (round > 0 || k != count - 1) ComputeDistances(l, r);
-                for (int pass = 0; pass < pmPasses; ++pass)
-                    PatchMatchPass(l, r, params.seed, salt + 10 + uint32_t(round * pmPasses + pass), pass % 2 == 0,
-                                   searchRadius);
+                ComputeDistances(l, r);
+                for (int pass = 0; pass < kPassesPerRound; ++pass)
+                    PatchMatchPass(l, r, params.seed, salt + 10 + uint32_t(round * kPassesPerRound + pass),
+                                   pass % 2 == 0, searchRadius);
                 VoteHole(l, r);
                 reporter.CheckCancel();
                 reporter.Report(emLow + (high - emLow) * (round + 1) / emRounds);
             }
         }
+        FadeDetail(levels[0]);
     }
 
     // The result: the source with the hole's pixels, and the seam band blended on a ramp.

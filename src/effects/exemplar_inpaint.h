@@ -8,17 +8,22 @@
 // straight edges and large shapes across the hole where block quilting breaks them.
 //
 // The method, coarse to fine over a pyramid of the hole's surroundings:
-// 1. The coarsest level (where the hole is about half a patch thick; a thin scratch is filled at full size) is
-//    filled patch by patch in the order of a
-//    priority, confidence x data term: pixels on the hole's front whose patch is mostly known and that lie where an
-//    isophote (a line of equal brightness) runs into the hole go first, so edges are continued before flat areas
-//    close over them. Each patch is the best full match among all known patches of that level.
-// 2. Every level then refines a nearest-neighbour field (for each patch that touches the hole, the best known
-//    patch) with PatchMatch: propagation from neighbours and random search at halving radii, and rebuilds the
-//    hole's pixels as a vote, the mean of all overlapping patches' proposals weighted by how well each matches.
-//    The field is carried to the next finer level by doubling its offsets.
-// 3. At full size the vote also runs on the known pixels that touch the hole (kSeamWidth, chessboard distance 1),
-//    and each of them becomes the mean of itself and the vote, so that a small colour step at the rim fades out.
+// 1. The coarsest level (where the hole is about half a patch thick; a thin scratch is filled at full size) gets a
+//    first guess that is the mean of two fills: patch by patch in the order of a priority, confidence x data term
+//    (pixels on the hole's front whose patch is mostly known and that lie where an isophote, a line of equal
+//    brightness, runs into the hole go first, so edges are continued before flat areas close over them), and a
+//    smooth fill peeled from the rim inwards. Where the two agree the guess keeps the structure; where a patch was
+//    a poor pick, the smooth half keeps it from being carried on.
+// 2. Every level then alternates, a few rounds each, a nearest-neighbour field (for each patch that touches the
+//    hole, the best wholly known patch) refined with PatchMatch (propagation from neighbours and random search at
+//    halving radii) and a vote: each hole pixel becomes the mean of all overlapping patches' proposals, weighted by
+//    how well each patch matches and by how close its centre lies to the known picture (kConfidenceBase per
+//    pixel). Where the proposals agree the structure stays sharp; where they do not, the vote averages. The field
+//    is carried to the next finer level by doubling its offsets.
+// 3. At full size the fine detail fades, with depth into the hole, towards a low-pass of the fill: nothing pins the
+//    phase of a texture far from the rim, and there the mean is a better guess than any one copy.
+// 4. The vote also runs on the known pixels that touch the hole (kSeamWidth, chessboard distance 1), and each of
+//    them becomes the mean of itself and the vote, so that a small colour step at the rim fades out.
 //
 // Only pixels of the hole and of that seam band change; alpha never changes. The work is confined to the hole's
 // box grown by half its larger side (at least kMinMargin pixels), which is also where patches are taken from.
@@ -28,8 +33,9 @@
 struct ExemplarInpaintParams {
     // The hole: a plane of the source's size, a byte above 127 marks a pixel to rebuild. Read only.
     const COLChannel* mask = nullptr;
-    // Patch side is 2 x patchRadius + 1 (1..6). Larger patches keep larger structures, smaller ones fit thin holes.
-    int32_t patchRadius = 3;
+    // Patch side is 2 x patchRadius + 1 (1..6). Larger patches keep larger structures, smaller ones fit thin holes;
+    // the time grows with the patch's area.
+    int32_t patchRadius = 4;
     // Seed of the random search; the same seed gives the same bytes.
     uint32_t seed = 1;
 };

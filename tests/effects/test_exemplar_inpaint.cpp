@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -131,8 +132,10 @@ TEST(ExemplarInpaint, RestoresAStraightEdgeBetterThanDiffusion)
     ASSERT_EQ(process.Process(&params), kOk);
     DiffusionFill(damaged, mask, diffused);
 
+    // Deep in the hole the stripes fade towards their mean, so the error is not near zero; a fill that lost the edge
+    // as diffusion does would be near the diffusion's error.
     const double refined = HoleError(result, truth, mask), plain = HoleError(diffused, truth, mask);
-    EXPECT_LT(refined, 0.3 * plain) << "refined " << refined << ", diffusion " << plain;
+    EXPECT_LT(refined, 0.45 * plain) << "refined " << refined << ", diffusion " << plain;
     ExpectConfined(result, damaged, mask);
 
     // The edge itself: along each column through the hole, the rows where the colour turns from upper to lower
@@ -150,6 +153,108 @@ TEST(ExemplarInpaint, RestoresAStraightEdgeBetterThanDiffusion)
         misplaced += std::abs(turn - line) > 2;
     }
     EXPECT_LE(misplaced, columns / 5);
+}
+
+// A smooth shading, as of a sky, has nothing for patches to copy but itself: no known patch has the hole's exact
+// levels, so the patches' levels must be evened out rather than copied as steps from the nearest rim.
+TEST(ExemplarInpaint, FillsASmoothGradientClosely)
+{
+    COLImage truth, result;
+    truth.Create(kSide, kSide);
+    for (uint32_t y = 0; y < kSide; ++y)
+        for (uint32_t x = 0; x < kSide; ++x)
+            truth.PutPixel(x, y, vmtest::Rgb(90 + int(x) / 2, 120 + int(y) / 2, 220 - int(x + y) / 3));
+    const COLChannel mask = DiscMask(kSide, 45, 50, 15);
+    const COLImage damaged = Damaged(truth, mask);
+    ExemplarInpaintParams params;
+    params.mask = &mask;
+    ASSERT_EQ(ExemplarInpaint(damaged, mask, result, params), kOk);
+    ExpectConfined(result, damaged, mask);
+    int worst = 0;
+    for (uint32_t y = 0; y < kSide; ++y)
+        for (uint32_t x = 0; x < kSide; ++x) {
+            if (mask.GetValue(x, y) <= 127) continue;
+            const CPixel a = result.GetPixel2(x, y), b = truth.GetPixel2(x, y);
+            worst = std::max({worst, std::abs(a.red - b.red), std::abs(a.green - b.green), std::abs(a.blue - b.blue)});
+        }
+    EXPECT_LT(HoleError(result, truth, mask), 9.0); // summed over the three channels
+    EXPECT_LE(worst, 6);
+}
+
+// A thin scratch across a thin bright rim between a dark area and a lit one: the rim must run on through the
+// scratch, neither washed out by the averaging of the vote and the fading of detail nor carried into the dark side.
+TEST(ExemplarInpaint, AThinScratchKeepsAThinRimAndItsDarkSide)
+{
+    COLImage truth, result;
+    truth.Create(kSide, kSide);
+    uint32_t state = 777;
+    for (uint32_t y = 0; y < kSide; ++y)
+        for (uint32_t x = 0; x < kSide; ++x) {
+            state = state * 1664525u + 1013904223u;
+            const int noise = int(state >> 29) - 4;
+            const int rim = 50 + int(y) / 8; // the rim leans a little, as a helmet's edge would
+            const int v = int(x) < rim ? 18 + noise : int(x) < rim + 3 ? 235 + noise : 130 + noise + (x % 4) * 6;
+            truth.PutPixel(x, y, vmtest::Rgb(v, v, v));
+        }
+    // Five pixels wide, across the rim and well into both sides.
+    const COLChannel mask = vmtest::PlaneOf(
+        kSide, kSide, [](int x, int y) { return x >= 20 && x < 85 && y >= 40 + x / 10 && y < 45 + x / 10 ? 255 : 0; });
+    const COLImage damaged = Damaged(truth, mask);
+    ExemplarInpaintParams params;
+    params.mask = &mask;
+    ASSERT_EQ(ExemplarInpaint(damaged, mask, result, params), kOk);
+    ExpectConfined(result, damaged, mask);
+    int lightInDark = 0, rimPixels = 0, rimLit = 0;
+    for (uint32_t y = 0; y < kSide; ++y) {
+        const int rim = 50 + int(y) / 8;
+        for (uint32_t x = 0; x < kSide; ++x) {
+            if (mask.GetValue(x, y) <= 127) continue;
+            const int v = result.GetPixel2(x, y).green;
+            if (int(x) < rim - 1 && v > 70) ++lightInDark;
+            if (int(x) == rim + 1) { // the rim's middle: the lean may shift the copied rim by a pixel
+                ++rimPixels;
+                rimLit += v > 170;
+            }
+        }
+    }
+    ASSERT_GT(rimPixels, 0);
+    EXPECT_EQ(lightInDark, 0);
+    EXPECT_EQ(rimLit, rimPixels);
+}
+
+// The photograph's case of the same fault: a wavy scratch across the astronaut, whose helmet has a thin white rim
+// against black. A fill that carries the rim into the black scores about 12 dB over the scratch; diffusion about 19.
+TEST(ExemplarInpaint, AScratchAcrossThePhotographKeepsItsColours)
+{
+    const COLImage truth = vmtest::Load(vmtest::AssetPath("samples/astronaut.png"));
+    ASSERT_FALSE(truth.IsNull());
+    const int w = int(truth.GetWidth()), h = int(truth.GetHeight());
+    COLChannel mask = vmtest::Plane(uint32_t(w), uint32_t(h), 0);
+    const double m = std::min(w, h);
+    for (double t = 0; t <= 1.0; t += 0.0005) {
+        const int cx = int((0.1 + 0.8 * t) * w), cy = int((0.25 + 0.5 * t) * h + 0.04 * m * std::sin(9 * t));
+        for (int dy = -2; dy <= 2; ++dy)
+            for (int dx = -2; dx <= 2; ++dx)
+                if (cx + dx >= 0 && cy + dy >= 0 && cx + dx < w && cy + dy < h)
+                    mask.SetValue(uint32_t(cx + dx), uint32_t(cy + dy), 255);
+    }
+    const COLImage damaged = Damaged(truth, mask);
+    COLImage result;
+    ExemplarInpaintParams params;
+    params.mask = &mask;
+    ASSERT_EQ(ExemplarInpaint(damaged, mask, result, params), kOk);
+    double sum = 0;
+    size_t n = 0;
+    for (uint32_t y = 0; y < uint32_t(h); ++y)
+        for (uint32_t x = 0; x < uint32_t(w); ++x) {
+            if (mask.GetValue(x, y) <= 127) continue;
+            const CPixel a = result.GetPixel2(x, y), b = truth.GetPixel2(x, y);
+            const int d[3] = {a.red - b.red, a.green - b.green, a.blue - b.blue};
+            sum += d[0] * d[0] + d[1] * d[1] + d[2] * d[2];
+            n += 3;
+        }
+    const double psnr = 10.0 * std::log10(255.0 * 255.0 / (sum / double(n)));
+    EXPECT_GT(psnr, 17.0);
 }
 
 TEST(ExemplarInpaint, SameBytesAtEverySplitAndInPlace)
