@@ -152,6 +152,21 @@ long RunProcess(CLensBlurProcess& p, const COLImage& src, COLImage& out, const C
     return p.Process(&params);
 }
 
+// Runs the blur at the plain and the AVX2 level and at every thread count, and compares with the reference.
+template <class Run>
+void ExpectAtEveryLevelAndThreadCount(const COLImage& expected, Run run)
+{
+    for (int level : {0, 2})
+        for (unsigned threads : vmtest::kThreadCounts) {
+            vmtest::SimdCap cap(level);
+            vmtest::ThreadCount tc(threads);
+            CLensBlurProcess p;
+            COLImage out;
+            ASSERT_EQ(run(p, out), kOk);
+            EXPECT_TRUE(vmtest::SamePixels(out, expected)) << "level " << level << " threads " << threads;
+        }
+}
+
 TEST(LensBlur, GatherMatchesTheTapByTapSumAtEveryThreadCountAndInstructionSet)
 {
     const COLImage src = Photo(120, 90, 3);
@@ -177,17 +192,10 @@ TEST(LensBlur, GatherMatchesTheTapByTapSumAtEveryThreadCountAndInstructionSet)
     for (const Case& c : cases) {
         RefLensBlur ref;
         const COLImage expected = ref.Run(src, *c.depth, nullptr, c.aperture, c.radius, c.threshold, c.amplitude);
-        for (int level : {0, 2})
-            for (unsigned threads : vmtest::kThreadCounts) {
-                vmtest::SimdCap cap(level);
-                vmtest::ThreadCount tc(threads);
-                CLensBlurProcess p;
-                COLImage out;
-                ASSERT_EQ(RunProcess(p, src, out, *c.depth, nullptr, c.aperture, c.radius, c.threshold, c.amplitude),
-                          kOk);
-                EXPECT_TRUE(vmtest::SamePixels(out, expected))
-                    << "radius " << c.radius << " level " << level << " threads " << threads;
-            }
+        SCOPED_TRACE(testing::Message() << "radius " << c.radius);
+        ExpectAtEveryLevelAndThreadCount(expected, [&](CLensBlurProcess& p, COLImage& out) {
+            return RunProcess(p, src, out, *c.depth, nullptr, c.aperture, c.radius, c.threshold, c.amplitude);
+        });
     }
 }
 
@@ -209,15 +217,9 @@ TEST(LensBlur, TilesGiveTheBytesOfOneWholePicture)
     const COLChannel aperture = ApertureFromSkin(kApertureOctagon);
     RefLensBlur ref;
     const COLImage expected = ref.Run(src, depth, nullptr, aperture, 31, 240, 50);
-    for (int level : {0, 2})
-        for (unsigned threads : vmtest::kThreadCounts) {
-            vmtest::SimdCap cap(level);
-            vmtest::ThreadCount tc(threads);
-            CLensBlurProcess p;
-            COLImage out;
-            ASSERT_EQ(RunProcess(p, src, out, depth, nullptr, aperture, 31, 240, 50), kOk);
-            EXPECT_TRUE(vmtest::SamePixels(out, expected)) << "level " << level << " threads " << threads;
-        }
+    ExpectAtEveryLevelAndThreadCount(expected, [&](CLensBlurProcess& p, COLImage& out) {
+        return RunProcess(p, src, out, depth, nullptr, aperture, 31, 240, 50);
+    });
 }
 
 TEST(LensBlur, WideDiscsComeFromHalfSizePassesAndTheFlagSticks)

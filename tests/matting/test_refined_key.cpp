@@ -98,6 +98,15 @@ COLImage Key(const Shot& s, bool refine)
     return result;
 }
 
+// Keys a shot taken on a light gray backdrop (240, 240, 240).
+void KeyOnLightGray(CRefinedKeyProcess& process, COLImage& shot, COLImage& result)
+{
+    process.SetImages(&shot, &result);
+    ChromaKeySettings settings;
+    settings.params.backdrop = CPixel::Make(240, 240, 240);
+    ASSERT_EQ(process.Process(&settings), kOk);
+}
+
 } // namespace
 
 TEST(RefinedKey, BeatsTheClassicKeyAndAPlainHsvKeyOnWhiteAndGreen)
@@ -210,10 +219,7 @@ TEST(RefinedKey, BandLiesBetweenSureBackdropAndSureSubject)
     });
     CRefinedKeyProcess process;
     COLImage result;
-    process.SetImages(&shot, &result);
-    ChromaKeySettings settings;
-    settings.params.backdrop = CPixel::Make(240, 240, 240);
-    ASSERT_EQ(process.Process(&settings), kOk);
+    ASSERT_NO_FATAL_FAILURE(KeyOnLightGray(process, shot, result));
     EXPECT_FALSE(process.WasChromatic());
     const COLChannel& t = process.GetTrimap();
     ASSERT_EQ(t.GetWidth(), 120u);
@@ -241,10 +247,7 @@ TEST(RefinedKey, BackdropSeenThroughAGapCountsAndASmallPatchDoesNot)
     });
     CRefinedKeyProcess process;
     COLImage result;
-    process.SetImages(&shot, &result);
-    ChromaKeySettings settings;
-    settings.params.backdrop = CPixel::Make(240, 240, 240);
-    ASSERT_EQ(process.Process(&settings), kOk);
+    ASSERT_NO_FATAL_FAILURE(KeyOnLightGray(process, shot, result));
     const COLChannel& t = process.GetTrimap();
     EXPECT_EQ(t.GetValue(70, 75), 0);      // the hole's middle
     EXPECT_EQ(t.GetValue(70, 55), 0);      // ten pixels from the hole's edge
