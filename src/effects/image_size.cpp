@@ -1,6 +1,7 @@
 #include "effects/image_size.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 #include <vector>
 
@@ -26,8 +27,14 @@ int ScaleNearest(const COLImage& source, COLImage& target, uint32_t w, uint32_t 
         columns[x] = static_cast<uint32_t>(uint64_t(x) * sw / w);
     vmpar::ParallelFor(h, 16, [&](size_t begin, size_t end, unsigned) {
         for (size_t y = begin; y < end; ++y) {
-            const CPixel* row = source.GetBuffer(0, static_cast<uint32_t>(uint64_t(y) * sh / h));
+            const uint64_t from = uint64_t(y) * sh / h;
             CPixel* out = result.GetBuffer(0, static_cast<uint32_t>(y));
+            // When enlarging, neighbouring rows often take the same source row: copy the one just made.
+            if (y > begin && (uint64_t(y) - 1) * sh / h == from) {
+                std::memcpy(out, result.GetBuffer(0, static_cast<uint32_t>(y - 1)), size_t(w) * sizeof(CPixel));
+                continue;
+            }
+            const CPixel* row = source.GetBuffer(0, static_cast<uint32_t>(from));
             for (uint32_t x = 0; x < w; ++x)
                 out[x] = row[columns[x]];
         }

@@ -188,14 +188,17 @@ TEST(ScaleImage, NearestTakesTheIntegerSourcePosition)
 {
     COLImage src, out;
     vmtest::FillNoise(src, 7, 5, 2);
-    for (const auto& [w, h] : {std::pair{3, 11}, std::pair{14, 2}, std::pair{7, 5}}) {
-        ASSERT_EQ(ScaleImage(src, out, w, h, kScaleNearest), 1);
-        ASSERT_EQ(out.GetWidth(), uint32_t(w));
-        for (int y = 0; y < h; ++y)
-            for (int x = 0; x < w; ++x)
-                ASSERT_EQ(out.GetPixel(uint32_t(x), uint32_t(y)),
-                          src.GetPixel(uint32_t(x * 7 / w), uint32_t(y * 5 / h)));
-    }
+    // The tall one spans several bands of rows, whose rows repeat source rows across the bands' seams.
+    for (unsigned threads : {1u, 3u})
+        for (const auto& [w, h] : {std::pair{3, 11}, std::pair{14, 2}, std::pair{7, 5}, std::pair{9, 101}}) {
+            vmtest::ThreadCount tc(threads);
+            ASSERT_EQ(ScaleImage(src, out, w, h, kScaleNearest), 1);
+            ASSERT_EQ(out.GetWidth(), uint32_t(w));
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x)
+                    ASSERT_EQ(out.GetPixel(uint32_t(x), uint32_t(y)),
+                              src.GetPixel(uint32_t(x * 7 / w), uint32_t(y * 5 / h)));
+        }
     // Sides below 1 are taken as 1.
     ASSERT_EQ(ScaleImage(src, out, 0, -3, kScaleNearest), 1);
     EXPECT_EQ(vmtest::Size(out), "1x1");
