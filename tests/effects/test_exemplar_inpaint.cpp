@@ -118,6 +118,16 @@ void ExpectConfined(const COLImage& result, const COLImage& src, const COLChanne
     EXPECT_EQ(alphaChanged, 0);
 }
 
+// The hole cut into the truth and filled with the default settings, which must change nothing beyond the seam band.
+void FillHole(const COLImage& truth, const COLChannel& mask, COLImage& result)
+{
+    const COLImage damaged = Damaged(truth, mask);
+    ExemplarInpaintParams params;
+    params.mask = &mask;
+    ASSERT_EQ(ExemplarInpaint(damaged, mask, result, params), kOk);
+    ExpectConfined(result, damaged, mask);
+}
+
 TEST(ExemplarInpaint, RestoresAStraightEdgeBetterThanDiffusion)
 {
     COLImage truth, result, diffused;
@@ -165,11 +175,7 @@ TEST(ExemplarInpaint, FillsASmoothGradientClosely)
         for (uint32_t x = 0; x < kSide; ++x)
             truth.PutPixel(x, y, vmtest::Rgb(90 + int(x) / 2, 120 + int(y) / 2, 220 - int(x + y) / 3));
     const COLChannel mask = DiscMask(kSide, 45, 50, 15);
-    const COLImage damaged = Damaged(truth, mask);
-    ExemplarInpaintParams params;
-    params.mask = &mask;
-    ASSERT_EQ(ExemplarInpaint(damaged, mask, result, params), kOk);
-    ExpectConfined(result, damaged, mask);
+    ASSERT_NO_FATAL_FAILURE(FillHole(truth, mask, result));
     int worst = 0;
     for (uint32_t y = 0; y < kSide; ++y)
         for (uint32_t x = 0; x < kSide; ++x) {
@@ -199,11 +205,7 @@ TEST(ExemplarInpaint, AThinScratchKeepsAThinRimAndItsDarkSide)
     // Five pixels wide, across the rim and well into both sides.
     const COLChannel mask = vmtest::PlaneOf(
         kSide, kSide, [](int x, int y) { return x >= 20 && x < 85 && y >= 40 + x / 10 && y < 45 + x / 10 ? 255 : 0; });
-    const COLImage damaged = Damaged(truth, mask);
-    ExemplarInpaintParams params;
-    params.mask = &mask;
-    ASSERT_EQ(ExemplarInpaint(damaged, mask, result, params), kOk);
-    ExpectConfined(result, damaged, mask);
+    ASSERT_NO_FATAL_FAILURE(FillHole(truth, mask, result));
     int lightInDark = 0, rimPixels = 0, rimLit = 0;
     for (uint32_t y = 0; y < kSide; ++y) {
         const int rim = 50 + int(y) / 8;
@@ -293,11 +295,7 @@ TEST(ExemplarInpaint, HoleOnTheBorderIsFilledFromThePicture)
     COLImage truth, result;
     MakeEdgePicture(truth, kSide);
     const COLChannel mask = DiscMask(kSide, 0, 70, 16); // cut by the left edge
-    const COLImage damaged = Damaged(truth, mask);
-    ExemplarInpaintParams params;
-    params.mask = &mask;
-    ASSERT_EQ(ExemplarInpaint(damaged, mask, result, params), kOk);
-    ExpectConfined(result, damaged, mask);
+    ASSERT_NO_FATAL_FAILURE(FillHole(truth, mask, result));
     int magenta = 0;
     for (uint32_t y = 0; y < kSide; ++y)
         for (uint32_t x = 0; x < kSide; ++x)
