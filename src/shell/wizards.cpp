@@ -17,13 +17,13 @@ namespace {
 
 QString Text(const char* key) { return QString::fromStdString(GetString(key)); }
 
-// A large picture button with its caption under the picture and the tip beside the pointer.
-QToolButton* PictureButton(QWidget* parent, const char* name, const char* captionKey, const char* picture,
-                           const char* tipKey)
+// A large picture button with its caption (string key `name`, which is also its object name) under the picture
+// and the tip beside the pointer.
+QToolButton* PictureButton(QWidget* parent, const char* name, const char* picture, const char* tipKey)
 {
     auto* button = new QToolButton(parent);
     button->setObjectName(QString::fromLatin1(name));
-    button->setText(Text(captionKey).replace(QStringLiteral("\r\n"), QStringLiteral("\n")));
+    button->setText(Text(name).replace(QStringLiteral("\r\n"), QStringLiteral("\n")));
     const QImage image = LoadSkinPicture(picture);
     if (!image.isNull()) {
         button->setIcon(QPixmap::fromImage(image));
@@ -38,6 +38,32 @@ QToolButton* PictureButton(QWidget* parent, const char* name, const char* captio
     button->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     if (tipKey) button->setToolTip(Text(tipKey));
     return button;
+}
+
+// One choice of a wizard's grid of picture buttons.
+struct PictureChoice {
+    int key;             // what a click chooses
+    const char* name;    // object name and caption key
+    const char* picture; // skin picture
+    const char* tip;     // tip key, or none
+};
+
+// A grid, `columns` wide, of buttons made on `parent` for the choices; `made` is told each button with its key,
+// and a click calls `chosen` with the key for as long as `owner` lives.
+template <class Made, class Chosen>
+QGridLayout* ChoiceGrid(QWidget* parent, QObject* owner, std::initializer_list<PictureChoice> choices, int columns,
+                        Made made, Chosen chosen)
+{
+    auto* grid = new QGridLayout;
+    int cell = 0;
+    for (const PictureChoice& c : choices) {
+        QToolButton* button = PictureButton(parent, c.name, c.picture, c.tip);
+        made(c.key, button);
+        QObject::connect(button, &QToolButton::clicked, owner, [chosen, key = c.key] { chosen(key); });
+        grid->addWidget(button, cell / columns, cell % columns);
+        ++cell;
+    }
+    return grid;
 }
 
 } // namespace
@@ -56,8 +82,8 @@ CAfterOpenDlg::CAfterOpenDlg(QWidget* parent, std::function<bool()> openForegrou
     : QDialog(parent), m_openForeground(std::move(openForeground))
 {
     setWindowTitle(Text("afteropendlg"));
-    m_pForeground = PictureButton(this, "afterfore", "afterfore", "delbk.png", nullptr);
-    m_pBackground = PictureButton(this, "afterback", "afterback", "chbk.png", nullptr);
+    m_pForeground = PictureButton(this, "afterfore", "delbk.png", nullptr);
+    m_pBackground = PictureButton(this, "afterback", "chbk.png", nullptr);
     connect(m_pForeground, &QToolButton::clicked, this, [this] {
         m_answer = kForeground;
         accept();
@@ -105,31 +131,17 @@ void RunAfterOpenDialog(CAfterOpenDlg& dialog)
 CMethodDlg::CMethodDlg(QWidget* parent) : QDialog(parent)
 {
     setWindowTitle(Text("methoddlg"));
-    auto* grid = new QGridLayout;
-    struct Row {
-        uint32_t method;
-        const char* name;
-        const char* caption;
-        const char* picture;
-        const char* tip;
-    };
-    const Row rows[] = {
-        {1, "methodpure", "methodpure", "bluesel.png", "puresel"},
-        {2, "methodinout", "methodinout", "inoutsel.png", "inoutsel"},
-        {4, "methoddiff", "methoddiff", "difsel.png", "diffsel"},
-        {kBatch, "methodbatch", "methodbatch", "batchblue.png", "batchpure"},
-    };
-    int cell = 0;
-    for (const Row& row : rows) {
-        QToolButton* button = PictureButton(this, row.name, row.caption, row.picture, row.tip);
-        m_pButtons[row.method] = button;
-        connect(button, &QToolButton::clicked, this, [this, method = row.method] {
-            m_method = method;
+    QGridLayout* grid = ChoiceGrid(
+        this, this,
+        {{1, "methodpure", "bluesel.png", "puresel"},
+         {2, "methodinout", "inoutsel.png", "inoutsel"},
+         {4, "methoddiff", "difsel.png", "diffsel"},
+         {int(kBatch), "methodbatch", "batchblue.png", "batchpure"}},
+        2, [this](int key, QToolButton* button) { m_pButtons[key] = button; },
+        [this](int key) {
+            m_method = uint32_t(key);
             accept();
         });
-        grid->addWidget(button, cell / 2, cell % 2);
-        ++cell;
-    }
     auto* cancel = new QPushButton(Text("wizcancel"), this);
     cancel->setObjectName(QStringLiteral("methodcancel"));
     connect(cancel, &QPushButton::clicked, this, [this] {
@@ -155,31 +167,18 @@ CResultWizard::CResultWizard(QWidget* parent, std::function<bool(const BringBack
     : QDialog(parent), m_act(std::move(act))
 {
     setWindowTitle(Text("resultwiz"));
-    struct Row {
-        EBringBack action;
-        const char* name;
-        const char* caption;
-        const char* picture;
-        const char* tip;
-    };
-    const auto add = [this](QGroupBox* box, std::initializer_list<Row> rows) {
-        auto* grid = new QGridLayout(box);
-        int cell = 0;
-        for (const Row& row : rows) {
-            QToolButton* button = PictureButton(box, row.name, row.caption, row.picture, row.tip);
-            m_pButtons[int(row.action)] = button;
-            connect(button, &QToolButton::clicked, this, [this, action = row.action] { Choose(action); });
-            grid->addWidget(button, cell / 3, cell % 3);
-            ++cell;
-        }
+    const auto add = [this](QGroupBox* box, std::initializer_list<PictureChoice> choices) {
+        box->setLayout(ChoiceGrid(
+            box, this, choices, 3, [this](int key, QToolButton* button) { m_pButtons[key] = button; },
+            [this](int key) { Choose(EBringBack(key)); }));
     };
     auto* byUse = new QGroupBox(Text("wizbyuse"), this);
-    add(byUse, {{EBringBack::kChangeBackground, "wizchbk", "wizchbk", "chbk.png", "chbk"},
-                {EBringBack::kBlurBackground, "wizblur", "wizblur", "blur.png", "blurbk"}});
+    add(byUse, {{int(EBringBack::kChangeBackground), "wizchbk", "chbk.png", "chbk"},
+                {int(EBringBack::kBlurBackground), "wizblur", "blur.png", "blurbk"}});
     auto* byFunction = new QGroupBox(Text("wizbyfunc"), this);
-    add(byFunction, {{EBringBack::kApply, "wizdelbk", "wizdelbk", "delbk.png", "delbk"},
-                     {EBringBack::kSeparate, "wizsep", "wizsep", "sepbk.png", "sepbk"},
-                     {EBringBack::kCopy, "wizdup", "wizdup", "dupsel.png", nullptr}});
+    add(byFunction, {{int(EBringBack::kApply), "wizdelbk", "delbk.png", "delbk"},
+                     {int(EBringBack::kSeparate), "wizsep", "sepbk.png", "sepbk"},
+                     {int(EBringBack::kCopy), "wizdup", "dupsel.png", nullptr}});
     m_pKeep = new QCheckBox(Text("wizkeepsel"), this);
     m_pKeep->setObjectName(QStringLiteral("wizkeepsel"));
     auto* keepOnly = new QPushButton(Text("wizkeeponly"), this);
