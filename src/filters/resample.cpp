@@ -298,11 +298,11 @@ void ImageRowV(const uint16_t* top, const uint16_t* bottom, const uint8_t* bias,
 }
 
 // Plane: h = a * g + b * f (at most 255 * 255), v = ((top * gy) >> 16) + ((bottom * fy) >> 16).
-void ChannelRowH(const uint8_t* row, const Axis& ax, uint16_t* out, uint32_t dw, uint32_t sw)
+void ChannelRowH(const uint8_t* row, const uint32_t* pos, const uint16_t* frac, uint16_t* out, uint32_t dw, uint32_t sw)
 {
     for (uint32_t i = 0; i < dw; ++i) {
-        const uint32_t p = ax.pos[i];
-        const uint16_t f = ax.frac[i], g = uint16_t(255 - f);
+        const uint32_t p = pos[i];
+        const uint16_t f = frac[i], g = uint16_t(255 - f);
         // At the last column f is 0 and the pixel to the right has no weight; it is not read.
         const uint8_t b = p + 1 < sw ? row[p + 1] : 0;
         out[i] = uint16_t(row[p] * g + b * f);
@@ -334,7 +334,7 @@ void Bilinear(const Picture& src, const Rect& r, Picture& dst, uint32_t dw, uint
             if constexpr (Bpp == 4)
                 ImageRowH(base + y * srcStride, columns, out, dw);
             else
-                ChannelRowH(base + y * srcStride, ax, out, dw, r.w);
+                ChannelRowH(base + y * srcStride, ax.pos.data(), ax.frac.data(), out, dw, r.w);
         };
         for (size_t j = j0; j < j1; ++j) {
             const uint32_t p = ay.pos[j];
@@ -530,6 +530,50 @@ int ResampleChannel(const COLChannel* src, COLChannel* dst, int dstWidth, int ds
                     int srcWidth, int srcHeight)
 {
     return ResampleAny<1>(src, dst, dstWidth, dstHeight, srcX, srcY, srcWidth, srcHeight);
+}
+
+CPixelByteRows::CPixelByteRows(const COLImage& source, int byteIndex, uint32_t dstWidth, uint32_t dstHeight)
+    : m_source(source), m_byte(byteIndex), m_dstWidth(dstWidth)
+{
+    Axis ax = MakeAxis(source.GetWidth(), dstWidth, false), ay = MakeAxis(source.GetHeight(), dstHeight, false);
+    m_xPos = std::move(ax.pos);
+    m_xFrac = std::move(ax.frac);
+    m_yPos = std::move(ay.pos);
+    m_yFrac = std::move(ay.frac);
+}
+
+CPixelByteRows::Work CPixelByteRows::MakeWork() const
+{
+    Work work;
+    for (auto& row : work.rows) row.resize(m_dstWidth);
+    work.line.resize(m_source.GetWidth());
+    work.values.resize(m_dstWidth);
+    return work;
+}
+
+const uint16_t* CPixelByteRows::SourceRow(Work& work, uint32_t row, int64_t keep) const
+{
+    for (int s = 0; s < 2; ++s)
+        if (work.key[s] == int64_t(row)) return work.rows[s].data();
+    const int s = work.key[0] == keep ? 1 : 0;
+    const uint32_t sw = m_source.GetWidth();
+    const uint8_t* bytes = reinterpret_cast<const uint8_t*>(m_source.GetBuffer(0, row)) + m_byte;
+    for (uint32_t x = 0; x < sw; ++x) work.line[x] = bytes[size_t(x) * 4];
+    ChannelRowH(work.line.data(), m_xPos.data(), m_xFrac.data(), work.rows[s].data(), m_dstWidth, sw);
+    work.key[s] = row;
+    return work.rows[s].data();
+}
+
+void CPixelByteRows::Row(Work& work, uint32_t y, CPixel* out) const
+{
+    // As Bilinear<1>: rows reach the last source row, and there the row beneath is not read.
+    const uint32_t p = m_yPos[y];
+    const bool lastRow = p + 1 >= m_source.GetHeight();
+    const uint16_t* top = SourceRow(work, p, lastRow ? p : int64_t(p) + 1);
+    const uint16_t* bottom = lastRow ? top : SourceRow(work, p + 1, p);
+    ChannelRowV(top, bottom, lastRow ? 0 : m_yFrac[y], work.values.data(), m_dstWidth);
+    uint8_t* bytes = reinterpret_cast<uint8_t*>(out) + m_byte;
+    for (uint32_t x = 0; x < m_dstWidth; ++x) bytes[size_t(x) * 4] = work.values[x];
 }
 
 int ShrinkImageArea(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX, int srcY, int srcWidth,
