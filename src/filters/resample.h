@@ -37,7 +37,7 @@ public:
     struct Work {
         std::vector<uint16_t> rows[2];
         int64_t key[2] = {-1, -1};
-        std::vector<uint8_t> line, values;
+        std::vector<uint8_t> line; // the chosen bytes of one source row, with room for 16-byte loads at its end
     };
     Work MakeWork() const;
     // Destination row y into the chosen byte of the dstWidth pixels at out.
@@ -51,6 +51,14 @@ private:
     uint32_t m_dstWidth;
     std::vector<uint32_t> m_xPos, m_yPos;
     std::vector<uint16_t> m_xFrac, m_yFrac;
+    // For the vector path, per output column the weights g and f (in 16-bit lanes, and as one word g | f << 16),
+    // and per group of eight columns how its samples are fetched: kinds in m_groupKind, for a shuffle group the
+    // shuffle (8 bytes) and the group's first byte of the line in m_groupBase.
+    std::vector<uint16_t> m_xG;
+    std::vector<uint32_t> m_xWeights;
+    std::vector<uint8_t> m_groupKind, m_groupShuffle;
+    std::vector<uint32_t> m_groupBase;
+    bool m_lineNeeded = false; // some group reads the line of bytes rather than the pixels
 };
 
 // Area average with 10-bit weights for shrinking: a source pixel that straddles a cell boundary is split between

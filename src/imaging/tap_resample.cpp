@@ -215,6 +215,52 @@ VM_TARGET_AVX2 void RowVPairAvx2(const uint16_t* top, const uint16_t* bottom, ui
     }
     RowVPairPlain(top, bottom, pair, out, i, count);
 }
+
+// Exactly half along both axes every output is the mean of a 2 x 2 block: the weights are 8192 and 8192 on each
+// axis, so the two passes come to (a + b + c + d + 2) >> 2 per byte (the horizontal pass gives 32 (a + b) exactly,
+// the vertical (2^18 (a + b + c + d) + 2^19) >> 20). Eight outputs per step: the even and the odd pixels of two
+// rows are taken apart by shuffles and added in 16-bit lanes.
+VM_TARGET_AVX2 inline __m256i SumPairsAvx2(const uint8_t* top, const uint8_t* bottom, bool high)
+{
+    const __m256i zero = _mm256_setzero_si256();
+    __m256i sum = zero;
+    for (const uint8_t* row : {top, bottom}) {
+        const __m256 a = _mm256_loadu_ps(reinterpret_cast<const float*>(row));
+        const __m256 b = _mm256_loadu_ps(reinterpret_cast<const float*>(row + 32));
+        const __m256i even = _mm256_castps_si256(_mm256_shuffle_ps(a, b, 0x88)); // 0 2 8 10 | 4 6 12 14
+        const __m256i odd = _mm256_castps_si256(_mm256_shuffle_ps(a, b, 0xDD));  // 1 3 9 11 | 5 7 13 15
+        if (high)
+            sum = _mm256_add_epi16(sum, _mm256_add_epi16(_mm256_unpackhi_epi8(even, zero), _mm256_unpackhi_epi8(odd, zero)));
+        else
+            sum = _mm256_add_epi16(sum, _mm256_add_epi16(_mm256_unpacklo_epi8(even, zero), _mm256_unpacklo_epi8(odd, zero)));
+    }
+    return _mm256_srli_epi16(_mm256_add_epi16(sum, _mm256_set1_epi16(2)), 2);
+}
+
+// next (may be null) is the next output's top row: it is asked for while this row is worked on, so that its
+// memory arrives while the caller does what else the row needs.
+VM_TARGET_AVX2 void HalveRowAvx2(const uint8_t* top, const uint8_t* bottom, const uint8_t* next, uint8_t* out,
+                                 uint32_t dw)
+{
+    const size_t stride = size_t(bottom - top);
+    uint32_t x = 0;
+    for (; x + 8 <= dw; x += 8) {
+        const uint8_t* t = top + size_t(x) * 8;
+        const uint8_t* b = bottom + size_t(x) * 8;
+        if (next) {
+            _mm_prefetch(reinterpret_cast<const char*>(next + size_t(x) * 8), _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char*>(next + stride + size_t(x) * 8), _MM_HINT_T0);
+        }
+        // Outputs come as 0 1 4 5 | 2 3 6 7 in 32-bit units; the permute puts them in order.
+        const __m256i bytes = _mm256_packus_epi16(SumPairsAvx2(t, b, false), SumPairsAvx2(t, b, true));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + size_t(x) * 4), _mm256_permute4x64_epi64(bytes, 0xD8));
+    }
+    for (; x < dw; ++x)
+        for (int c = 0; c < 4; ++c) {
+            const size_t i = size_t(x) * 8 + size_t(c);
+            out[size_t(x) * 4 + size_t(c)] = uint8_t((top[i] + top[i + 4] + bottom[i] + bottom[i + 4] + 2) >> 2);
+        }
+}
 #endif
 
 } // namespace
@@ -246,6 +292,22 @@ void ResampleInto(const COLImage& source, COLImage& target, const RowFinisherFac
     // Enough rows in a part that the thread is worth starting: about a million values of work.
     const size_t perRow = values * (ty.most + (sh + dh - 1) / dh);
     const size_t minRows = std::max<size_t>(2, (size_t(1) << 20) / std::max<size_t>(1, perRow));
+#if VM_SIMD_X86
+    if (sw == 2 * dw && sh == 2 * dh && level >= vmsimd::kAvx2) {
+        vmpar::ParallelFor(dh, minRows, [&](size_t y0, size_t y1, unsigned) {
+            const RowFinisher finish = finishers && *finishers ? (*finishers)() : RowFinisher{};
+            for (size_t y = y0; y < y1; ++y) {
+                const uint8_t* next =
+                    y + 1 < y1 ? reinterpret_cast<const uint8_t*>(source.GetBuffer(0, uint32_t(2 * y + 2))) : nullptr;
+                HalveRowAvx2(reinterpret_cast<const uint8_t*>(source.GetBuffer(0, uint32_t(2 * y))),
+                             reinterpret_cast<const uint8_t*>(source.GetBuffer(0, uint32_t(2 * y + 1))), next,
+                             reinterpret_cast<uint8_t*>(target.GetBuffer(0, uint32_t(y))), dw);
+                if (finish) finish(uint32_t(y), target.GetBuffer(0, uint32_t(y)));
+            }
+        });
+        return;
+    }
+#endif
     vmpar::ParallelFor(dh, minRows, [&](size_t y0, size_t y1, unsigned) {
         const RowFinisher finish = finishers && *finishers ? (*finishers)() : RowFinisher{};
         // The last two horizontal rows worked out: consecutive output rows share their source rows.
