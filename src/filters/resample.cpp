@@ -600,7 +600,8 @@ VM_TARGET_AVX2 void PlaneRowHAvx2(const uint8_t* pixels, int byteIndex, const ui
             const uint8_t* from = pixels + size_t(t.pos[i]) * 4;
             const __m256i lo = _mm256_srl_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from)), shift);
             const __m256i hi = _mm256_srl_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + 32)), shift);
-            const __m256i mask = _mm256_set1_epi32(0xFF);
+            // The top byte needs no mask after its shift.
+            const __m256i mask = _mm256_set1_epi32(byteIndex == 3 ? -1 : 0xFF);
             const __m256i pairs = _mm256_permute4x64_epi64(
                 _mm256_packs_epi32(_mm256_and_si256(lo, mask), _mm256_and_si256(hi, mask)), 0xD8);
             const __m256i sums =
@@ -621,6 +622,30 @@ VM_TARGET_AVX2 void PlaneRowHAvx2(const uint8_t* pixels, int byteIndex, const ui
         }
     }
     PlaneRowHFromPixels(pixels, byteIndex, t.pos + i, t.f + i, out + i, dw - i, sw);
+}
+
+// As below, sixteen pixels at a time. The values are put in the order of the pixels' two halves first, since the
+// 16-to-32-bit unpacks work within 128-bit halves.
+VM_TARGET_AVX2 void PlaneRowVIntoPixelsAvx2(const uint16_t* top, const uint16_t* bottom, uint16_t fy, uint8_t* pixels,
+                                            int byteIndex, uint32_t dw, uint32_t& done)
+{
+    const __m256i gy = _mm256_set1_epi16(short(255 - fy)), vf = _mm256_set1_epi16(short(fy));
+    const __m256i zero = _mm256_setzero_si256(), keep = _mm256_set1_epi32(~(0xFF << (8 * byteIndex)));
+    const __m128i shift = _mm_cvtsi32_si128(8 * byteIndex);
+    uint32_t x = 0;
+    for (; x + 16 <= dw; x += 16) {
+        const __m256i t = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + x));
+        const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + x));
+        const __m256i v = _mm256_permute4x64_epi64(
+            _mm256_add_epi16(_mm256_mulhi_epu16(t, gy), _mm256_mulhi_epu16(b, vf)), 0xD8); // 0-3 8-11 | 4-7 12-15
+        for (int half = 0; half < 2; ++half) {
+            __m256i* at = reinterpret_cast<__m256i*>(pixels + size_t(x + 8 * half) * 4);
+            const __m256i lanes = half ? _mm256_unpackhi_epi16(v, zero) : _mm256_unpacklo_epi16(v, zero);
+            const __m256i p = _mm256_and_si256(_mm256_loadu_si256(at), keep);
+            _mm256_storeu_si256(at, _mm256_or_si256(p, _mm256_sll_epi32(lanes, shift)));
+        }
+    }
+    done = x;
 }
 
 // v = ((top * gy) >> 16) + ((bottom * fy) >> 16) is two high halves of 16-bit products; the eight bytes then go
@@ -725,7 +750,10 @@ void CPixelByteRows::Row(Work& work, uint32_t y, CPixel* out) const
     uint8_t* pixels = reinterpret_cast<uint8_t*>(out);
     uint32_t x = 0;
 #if VM_SIMD_X86
-    if (vmsimd::CurrentLevel() >= vmsimd::kSse2) PlaneRowVIntoPixelsSse2(top, bottom, fy, pixels, m_byte, m_dstWidth, x);
+    if (vmsimd::CurrentLevel() >= vmsimd::kAvx2)
+        PlaneRowVIntoPixelsAvx2(top, bottom, fy, pixels, m_byte, m_dstWidth, x);
+    else if (vmsimd::CurrentLevel() >= vmsimd::kSse2)
+        PlaneRowVIntoPixelsSse2(top, bottom, fy, pixels, m_byte, m_dstWidth, x);
 #endif
     const uint32_t gy = 255u - fy;
     for (; x < m_dstWidth; ++x)
