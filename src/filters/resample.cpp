@@ -624,8 +624,9 @@ VM_TARGET_AVX2 void PlaneRowHAvx2(const uint8_t* pixels, int byteIndex, const ui
     PlaneRowHFromPixels(pixels, byteIndex, t.pos + i, t.f + i, out + i, dw - i, sw);
 }
 
-// As below, sixteen pixels at a time. The values are put in the order of the pixels' two halves first, since the
-// 16-to-32-bit unpacks work within 128-bit halves.
+// v = ((top * gy) >> 16) + ((bottom * fy) >> 16) is two high halves of 16-bit products; the bytes then go into
+// the chosen byte of sixteen pixels at a time. The values are put in the order of the pixels' two halves first,
+// since the 16-to-32-bit unpacks work within 128-bit halves.
 VM_TARGET_AVX2 void PlaneRowVIntoPixelsAvx2(const uint16_t* top, const uint16_t* bottom, uint16_t fy, uint8_t* pixels,
                                             int byteIndex, uint32_t dw, uint32_t& done)
 {
@@ -648,28 +649,6 @@ VM_TARGET_AVX2 void PlaneRowVIntoPixelsAvx2(const uint16_t* top, const uint16_t*
     done = x;
 }
 
-// v = ((top * gy) >> 16) + ((bottom * fy) >> 16) is two high halves of 16-bit products; the eight bytes then go
-// into the top byte of eight pixels.
-void PlaneRowVIntoPixelsSse2(const uint16_t* top, const uint16_t* bottom, uint16_t fy, uint8_t* pixels, int byteIndex,
-                             uint32_t dw, uint32_t& done)
-{
-    const __m128i gy = _mm_set1_epi16(short(255 - fy)), vf = _mm_set1_epi16(short(fy)), zero = _mm_setzero_si128();
-    const __m128i keep = _mm_set1_epi32(~(0xFF << (8 * byteIndex)));
-    const __m128i shift = _mm_cvtsi32_si128(8 * byteIndex);
-    uint32_t x = 0;
-    for (; x + 8 <= dw; x += 8) {
-        const __m128i t = _mm_loadu_si128(reinterpret_cast<const __m128i*>(top + x));
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bottom + x));
-        const __m128i v = _mm_add_epi16(_mm_mulhi_epu16(t, gy), _mm_mulhi_epu16(b, vf));
-        for (int half = 0; half < 2; ++half) {
-            __m128i* at = reinterpret_cast<__m128i*>(pixels + size_t(x + 4 * half) * 4);
-            const __m128i lanes = half ? _mm_unpackhi_epi16(v, zero) : _mm_unpacklo_epi16(v, zero);
-            const __m128i p = _mm_and_si128(_mm_loadu_si128(at), keep);
-            _mm_storeu_si128(at, _mm_or_si128(p, _mm_sll_epi32(lanes, shift)));
-        }
-    }
-    done = x;
-}
 #endif
 
 } // namespace
@@ -750,10 +729,7 @@ void CPixelByteRows::Row(Work& work, uint32_t y, CPixel* out) const
     uint8_t* pixels = reinterpret_cast<uint8_t*>(out);
     uint32_t x = 0;
 #if VM_SIMD_X86
-    if (vmsimd::CurrentLevel() >= vmsimd::kAvx2)
-        PlaneRowVIntoPixelsAvx2(top, bottom, fy, pixels, m_byte, m_dstWidth, x);
-    else if (vmsimd::CurrentLevel() >= vmsimd::kSse2)
-        PlaneRowVIntoPixelsSse2(top, bottom, fy, pixels, m_byte, m_dstWidth, x);
+    if (vmsimd::CurrentLevel() >= vmsimd::kAvx2) PlaneRowVIntoPixelsAvx2(top, bottom, fy, pixels, m_byte, m_dstWidth, x);
 #endif
     const uint32_t gy = 255u - fy;
     for (; x < m_dstWidth; ++x)
