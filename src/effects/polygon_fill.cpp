@@ -84,9 +84,9 @@ struct Crossing {
     }
 };
 
-// Row after row, the crossings of the edges that take part, sorted. Two kinds of rows: pixel rows y for the
-// integer rule, and quarter-pixel sample rows r at height (r + 0.5) / 4 for the sampled rule, where columns are
-// sample columns q at (q + 0.5) / 4; pixel x holds the samples q = 4x - 2 .. 4x + 1.
+// Two kinds of rows: pixel rows y for the integer rule, and quarter-pixel sample rows r at height (r + 0.5) / 4
+// for the sampled rule, where columns are sample columns q at (q + 0.5) / 4; pixel x holds the samples
+// q = 4x - 2 .. 4x + 1.
 //
 // Integer rule at pixel (x, y): v = (x1 - x) * s + (y - y1) * 256; s > 0 counts for v < 0, that is for
 // x >= x1 + 1 + floor((y - y1) * 256 / s); s < 0 counts for v > 0, x >= x1 + 1 + floor(-(y - y1) * 256 / -s);
@@ -96,9 +96,11 @@ struct Crossing {
 // beyond that the integers hold. s > 0 counts for q >= 4 x1 + 1 + floor((C - s) / 2s), s < 0 for
 // q >= 4 x1 + 1 + floor((s - C) / -2s), a vertical edge for q >= 4 x1. Every quantity stays far inside 64 bits
 // for any 32-bit outline.
+
+// Pixel row after pixel row, the crossings of the edges that take part, sorted.
 class CSweep {
 public:
-    CSweep(const std::vector<Edge>& edges, bool samples) : m_edges(edges), m_samples(samples) {}
+    explicit CSweep(const std::vector<Edge>& edges) : m_edges(edges) {}
 
     // The next call of Next gives `row`.
     void Begin(int64_t row)
@@ -124,10 +126,9 @@ public:
                 }
             m_active.resize(kept);
         }
-        const int64_t scale = m_samples ? 4 : 1;
-        while (m_next < m_edges.size() && m_edges[m_next].ymin * scale <= row) {
+        while (m_next < m_edges.size() && m_edges[m_next].ymin <= row) {
             const Edge& e = m_edges[m_next++];
-            if (e.ymax * scale <= row) continue;
+            if (e.ymax <= row) continue;
             m_active.push_back(Start(e, row));
             m_nextEnd = std::min(m_nextEnd, m_active.back().end);
         }
@@ -148,21 +149,13 @@ private:
     Crossing Start(const Edge& e, int64_t row) const
     {
         Crossing c;
-        if (!m_samples) {
-            if (e.vertical) c.Start(e.x1 + 1, 0, 1, 0, e.ymax);
-            else if (e.slope > 0) c.Start(e.x1 + 1, (row - e.y1) * 256, e.slope, 256, e.ymax);
-            else c.Start(e.x1 + 1, -(row - e.y1) * 256, -e.slope, -256, e.ymax);
-        } else {
-            const int64_t C = (2 * row + 1 - 8 * e.y1) * 256;
-            if (e.vertical) c.Start(4 * e.x1, 0, 1, 0, 4 * e.ymax);
-            else if (e.slope > 0) c.Start(4 * e.x1 + 1, C - e.slope, 2 * e.slope, 512, 4 * e.ymax);
-            else c.Start(4 * e.x1 + 1, e.slope - C, -2 * e.slope, -512, 4 * e.ymax);
-        }
+        if (e.vertical) c.Start(e.x1 + 1, 0, 1, 0, e.ymax);
+        else if (e.slope > 0) c.Start(e.x1 + 1, (row - e.y1) * 256, e.slope, 256, e.ymax);
+        else c.Start(e.x1 + 1, -(row - e.y1) * 256, -e.slope, -256, e.ymax);
         return c;
     }
 
     const std::vector<Edge>& m_edges;
-    const bool m_samples;
     std::vector<Crossing> m_active;
     size_t m_next = 0;
     int64_t m_row = 0;
@@ -215,31 +208,261 @@ inline void AddRange(std::vector<int64_t>& ranges, int64_t from, int64_t to)
     }
 }
 
-// The pixels of a row that differ from one of their eight neighbours, when the three rows hold 255 in their spans
-// and 0 elsewhere: walking the change positions of the three rows together, a pixel is a border pixel when one
-// of the rows changes value at its column or the next (t - 1 and t for a change at t), or when the rows hold
-// different values between changes.
-void BorderFromSpans(const int64_t* const rows[3], std::vector<int64_t>& ranges)
+// The set bits of four.
+constexpr uint8_t kBits[16] = {0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};
+
+// The value of a border pixel with n of its 16 samples inside.
+inline uint8_t Value(int64_t n)
 {
-    ranges.clear();
-    const int64_t* at[3] = {rows[0], rows[1], rows[2]};
-    unsigned value = 0; // bit k: row k is inside
-    int64_t from = 0;
-    for (;;) {
-        const int64_t next = std::min(std::min(*at[0], *at[1]), *at[2]);
-        if (next == INT64_MAX) break; // every row is back to 0
-        if (value != 0 && value != 7) AddRange(ranges, from, next);
-        AddRange(ranges, next - 1, next + 1);
-        for (int k = 0; k < 3; ++k) {
-            const bool here = *at[k] == next;
-            value ^= unsigned(here) << k;
-            at[k] += here;
-        }
-        from = next;
-    }
+    return n == 16 ? 255 : uint8_t(16 * n);
 }
 
-// The same by looking at the plane, for rows that held something before the fill. Eight pixels at a time are
+// One edge around pixel row y: its crossings in the three pixel rows y - 1, y, y + 1 (integer rule) and in the
+// four sample rows 4y - 2 .. 4y + 1 (sampled rule), and the pixels they can change. A crossing t of a pixel row
+// decides pixels t - 1 and t (whether they differ from a neighbour), a crossing s of a sample row the count of
+// pixel (s + 2) >> 2; between the crossings of the three pixel rows those rows differ.
+struct EdgeNear {
+    Crossing rows;    // the integer rule, at the pixel row after t[2]
+    Crossing samples; // the sampled rule, at the sample row after s[3]
+    int64_t t[3];
+    int64_t s[4];
+    int64_t lo, hi; // the pixels the crossings reach, [lo, hi]
+    int64_t ymin, ymax;
+    unsigned present; // bits 0-2: the edge takes part in the pixel rows; bits 3-6: in the sample rows
+};
+
+// Row after row, the border pixels of rows whose three pixel rows hold 255 in their spans and 0 elsewhere, and
+// the number of inside samples of each. Merging whole rows is avoided: the edges are kept in the order of the
+// first pixel they reach, and edges whose pixels do not meet are a cluster of their own. Outside the clusters
+// nothing changes along the row, so a pixel there is a border pixel when the three pixel rows hold different
+// values, and its count follows from the sample rows' values. Each cluster is worked out apart from the others,
+// starting from the values the rows hold on its left. Most clusters are one edge that takes part in all seven
+// rows, where the border pixels are those between its crossings and the counts are ramps.
+class CBorderSweep {
+public:
+    CBorderSweep(const std::vector<Edge>& edges, int64_t left, int64_t right)
+        : m_edges(edges), m_from(left + 1), m_to(right - 1)
+    {}
+
+    // The next call of Next gives pixel row `row`.
+    void Begin(int64_t row)
+    {
+        m_row = row - 1;
+        m_next = 0;
+        m_near.clear();
+    }
+
+    // Moves one pixel row down. With `ranges`, gives its border pixels in [left + 1, right - 1) as sorted
+    // [from, to) pairs and writes their values to values[x]; with `sorted`, gives the crossings of its four
+    // sample rows instead, each sorted and followed by INT64_MAX.
+    void Next(std::vector<int64_t>* ranges, uint8_t* values, std::vector<int64_t>* sorted)
+    {
+        const int64_t y = ++m_row;
+        size_t kept = 0;
+        for (size_t i = 0; i < m_near.size(); ++i)
+            if (m_near[i].ymax >= y) m_near[kept++] = m_near[i];
+        m_near.resize(kept);
+        for (EdgeNear& e : m_near) Step(e, y);
+        while (m_next < m_edges.size() && m_edges[m_next].ymin <= y + 1) {
+            const Edge& e = m_edges[m_next++];
+            if (e.ymax < y) continue;
+            m_near.push_back(Enter(e, y));
+        }
+        // The order moves only where edges meet, so the list from the row before is nearly sorted.
+        for (size_t i = 1; i < m_near.size(); ++i) {
+            if (m_near[i - 1].lo <= m_near[i].lo) continue;
+            const EdgeNear e = m_near[i];
+            size_t j = i;
+            for (; j > 0 && m_near[j - 1].lo > e.lo; --j) m_near[j] = m_near[j - 1];
+            m_near[j] = e;
+        }
+        if (sorted) {
+            for (int r = 0; r < 4; ++r) {
+                sorted[r].clear();
+                for (const EdgeNear& e : m_near)
+                    if (e.present & (8u << r)) sorted[r].push_back(e.s[r]);
+                std::sort(sorted[r].begin(), sorted[r].end());
+                sorted[r].push_back(INT64_MAX);
+            }
+        }
+        if (ranges) Border(*ranges, values);
+    }
+
+private:
+    EdgeNear Enter(const Edge& e, int64_t y) const
+    {
+        EdgeNear n;
+        n.ymin = e.ymin;
+        n.ymax = e.ymax;
+        const int64_t row = y - 1, C = (8 * y - 3 - 8 * e.y1) * 256; // pixel row y - 1, sample row 4y - 2
+        if (e.vertical) {
+            n.rows.Start(e.x1 + 1, 0, 1, 0, 0);
+            n.samples.Start(4 * e.x1, 0, 1, 0, 0);
+        } else if (e.slope > 0) {
+            n.rows.Start(e.x1 + 1, (row - e.y1) * 256, e.slope, 256, 0);
+            n.samples.Start(4 * e.x1 + 1, C - e.slope, 2 * e.slope, 512, 0);
+        } else {
+            n.rows.Start(e.x1 + 1, -(row - e.y1) * 256, -e.slope, -256, 0);
+            n.samples.Start(4 * e.x1 + 1, e.slope - C, -2 * e.slope, -512, 0);
+        }
+        n.t[1] = n.rows.t;
+        n.rows.Step();
+        n.t[2] = n.rows.t;
+        n.rows.Step();
+        Step(n, y);
+        return n;
+    }
+
+    static void Step(EdgeNear& e, int64_t y)
+    {
+        e.t[0] = e.t[1];
+        e.t[1] = e.t[2];
+        e.t[2] = e.rows.t;
+        e.rows.Step();
+        for (int64_t& s : e.s) {
+            s = e.samples.t;
+            e.samples.Step();
+        }
+        // Pixel row R takes part for ymin <= R < ymax; sample rows 4y - 2 and 4y - 1 as pixel row y - 1, sample
+        // rows 4y and 4y + 1 as pixel row y.
+        const unsigned up = e.ymin <= y - 1 && e.ymax >= y, mid = e.ymin <= y && e.ymax >= y + 1,
+                       down = e.ymin <= y + 1 && e.ymax >= y + 2;
+        e.present = up | mid << 1 | down << 2 | (up * 3u) << 3 | (mid * 3u) << 5;
+        if (e.present == 0x7F) {
+            e.lo = std::min(std::min(std::min(e.t[0], e.t[1]), e.t[2]) - 1,
+                            (std::min(std::min(e.s[0], e.s[1]), std::min(e.s[2], e.s[3])) + 2) >> 2);
+            e.hi = std::max(std::max(std::max(e.t[0], e.t[1]), e.t[2]),
+                            (std::max(std::max(e.s[0], e.s[1]), std::max(e.s[2], e.s[3])) + 2) >> 2);
+            return;
+        }
+        e.lo = INT64_MAX;
+        e.hi = INT64_MIN;
+        for (int r = 0; r < 3; ++r)
+            if (e.present & (1u << r)) {
+                e.lo = std::min(e.lo, e.t[r] - 1);
+                e.hi = std::max(e.hi, e.t[r]);
+            }
+        for (int r = 0; r < 4; ++r)
+            if (e.present & (8u << r)) {
+                e.lo = std::min(e.lo, (e.s[r] + 2) >> 2);
+                e.hi = std::max(e.hi, (e.s[r] + 2) >> 2);
+            }
+    }
+
+    // Border pixels [from, to) that all hold the values `rows` (bit r: pixel row y - 1 + r is inside) and
+    // `samples` (bit r: sample row 4y - 2 + r is inside).
+    void Flat(int64_t from, int64_t to, unsigned rows, unsigned samples, std::vector<int64_t>& ranges,
+              uint8_t* values) const
+    {
+        from = std::max(from, m_from);
+        to = std::min(to, m_to);
+        if (from >= to || rows == 0 || rows == 7) return;
+        AddRange(ranges, from, to);
+        std::memset(values + from, Value(4 * kBits[samples]), size_t(to - from));
+    }
+
+    // One edge alone, taking part in all seven rows, with the pixel rows equal on its left: the border pixels
+    // run from one left of its leftmost crossing to its rightmost, and each sample row adds a ramp.
+    void Single(const EdgeNear& e, unsigned samples, std::vector<int64_t>& ranges, uint8_t* values) const
+    {
+        const int64_t from = std::max(std::min(std::min(e.t[0], e.t[1]), e.t[2]) - 1, m_from);
+        const int64_t to = std::min(std::max(std::max(e.t[0], e.t[1]), e.t[2]) + 1, m_to);
+        if (from >= to) return;
+        AddRange(ranges, from, to);
+        // Inside samples of row r in pixel x: those right of the crossing, clamp(4x + 2 - s, 0, 4), or the rest.
+        int64_t flip = 0, base = 0;
+        for (int r = 0; r < 4; ++r) {
+            const bool inside = (samples >> r) & 1;
+            base += inside ? 4 : 0;
+            flip |= int64_t(inside) << r;
+        }
+        for (int64_t x = from; x < to; ++x) {
+            int64_t n = base;
+            for (int r = 0; r < 4; ++r) {
+                const int64_t g = std::clamp<int64_t>(4 * x + 2 - e.s[r], 0, 4);
+                n += (flip >> r) & 1 ? -g : g;
+            }
+            values[x] = Value(n);
+        }
+    }
+
+    // Any cluster, pixel by pixel over its part of the box: the values of the three pixel rows over the
+    // columns around it and those of the four sample rows over its samples, from the values on its left and the
+    // cluster's crossings.
+    void Cluster(size_t k0, size_t k1, int64_t lo, int64_t hi, unsigned rows, unsigned samples,
+                 std::vector<int64_t>& ranges, uint8_t* values)
+    {
+        const int64_t from = std::max(lo, m_from), to = std::min(hi + 1, m_to);
+        if (from >= to) return;
+        const size_t w = size_t(to - from);
+        // Columns from - 1 .. to, bit r for pixel row y - 1 + r.
+        m_cols.assign(w + 2, 0);
+        unsigned base = rows;
+        for (size_t k = k0; k < k1; ++k) {
+            const EdgeNear& e = m_near[k];
+            for (int r = 0; r < 3; ++r) {
+                if (!(e.present & (1u << r))) continue;
+                if (e.t[r] <= from - 1) base ^= 1u << r;
+                else if (e.t[r] <= to) m_cols[size_t(e.t[r] - (from - 1))] ^= uint8_t(1u << r);
+            }
+        }
+        m_cols[0] ^= uint8_t(base);
+        for (size_t j = 1; j < w + 2; ++j) m_cols[j] ^= m_cols[j - 1];
+        // Samples 4 from - 2 .. 4 to - 3, bit r for sample row 4y - 2 + r.
+        m_samples.assign(4 * w, 0);
+        unsigned sbase = samples;
+        const int64_t q0 = 4 * from - 2, q1 = 4 * to - 3;
+        for (size_t k = k0; k < k1; ++k) {
+            const EdgeNear& e = m_near[k];
+            for (int r = 0; r < 4; ++r) {
+                if (!(e.present & (8u << r))) continue;
+                if (e.s[r] <= q0) sbase ^= 1u << r;
+                else if (e.s[r] <= q1) m_samples[size_t(e.s[r] - q0)] ^= uint8_t(1u << r);
+            }
+        }
+        m_samples[0] ^= uint8_t(sbase);
+        for (size_t j = 1; j < 4 * w; ++j) m_samples[j] ^= m_samples[j - 1];
+        for (size_t i = 0; i < w; ++i) {
+            const uint8_t a = m_cols[i], b = m_cols[i + 1], c = m_cols[i + 2];
+            if (a == b && b == c && (a == 0 || a == 7)) continue;
+            const uint8_t* q = m_samples.data() + 4 * i;
+            AddRange(ranges, from + int64_t(i), from + int64_t(i) + 1);
+            values[from + int64_t(i)] = Value(kBits[q[0]] + kBits[q[1]] + kBits[q[2]] + kBits[q[3]]);
+        }
+    }
+
+    void Border(std::vector<int64_t>& ranges, uint8_t* values)
+    {
+        ranges.clear();
+        unsigned rows = 0, samples = 0; // the values left of the next cluster
+        int64_t x = m_from;             // the first pixel not yet looked at
+        const size_t n = m_near.size();
+        for (size_t k = 0; k < n && x < m_to;) {
+            int64_t lo = m_near[k].lo, hi = m_near[k].hi;
+            size_t k1 = k + 1;
+            for (; k1 < n && m_near[k1].lo <= hi; ++k1) hi = std::max(hi, m_near[k1].hi);
+            Flat(x, lo, rows, samples, ranges, values);
+            if (k1 == k + 1 && m_near[k].present == 0x7F && (rows == 0 || rows == 7))
+                Single(m_near[k], samples, ranges, values);
+            else Cluster(k, k1, lo, hi, rows, samples, ranges, values);
+            for (; k < k1; ++k) {
+                rows ^= m_near[k].present & 7;
+                samples ^= m_near[k].present >> 3;
+            }
+            x = std::max(x, hi + 1);
+        }
+        Flat(x, m_to, rows, samples, ranges, values);
+    }
+
+    const std::vector<Edge>& m_edges;
+    const int64_t m_from, m_to; // the pixels that may be border pixels
+    std::vector<EdgeNear> m_near;
+    std::vector<uint8_t> m_cols, m_samples;
+    size_t m_next = 0;
+    int64_t m_row = 0;
+};
+
+// The border pixels of a row by looking at the plane, for rows that held something before the fill. Eight pixels at a time are
 // skipped when all their neighbours hold one value.
 void BorderFromPlane(const uint8_t* row, size_t stride, int64_t first, int64_t last, std::vector<int64_t>& ranges)
 {
@@ -355,18 +578,15 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
         // match those stepped to from the rows above.
         const size_t bands = std::clamp<size_t>(rowCount / kMinBandRows, 1, std::max(1u, vmpar::WorkerCount()));
         struct Band {
-            std::vector<int64_t> spans;  // each row's span bounds with their end mark
             std::vector<int64_t> ranges; // each row's border pixels as [from, to) pairs
             std::vector<uint8_t> values; // their sampled values, in order
         };
         std::vector<Band> band(bands);
-        std::vector<uint32_t> rowBand(rowCount);
-        std::vector<size_t> spanAt(rowCount), rangeAt(rowCount, 0), rangeEnd(rowCount, 0), valueAt(rowCount, 0);
+        std::vector<size_t> rangeAt(rowCount, 0), rangeEnd(rowCount, 0), valueAt(rowCount, 0);
         std::vector<uint8_t> clean(rowCount); // the row held zeros outside its spans
         auto rowsOf = [&](size_t b) {
             return std::pair<size_t, size_t>(rowCount * b / bands, rowCount * (b + 1) / bands);
         };
-        auto spansOf = [&](size_t i) { return band[rowBand[i]].spans.data() + spanAt[i]; };
 
         // The integer fill: spans between the sorted crossings of each row, set by memset.
         vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
@@ -374,9 +594,8 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
             for (size_t b = b0; b < b1; ++b) {
                 const auto [r0, r1] = rowsOf(b);
                 if (r0 == r1) continue;
-                CSweep rows(edges, false);
+                CSweep rows(edges);
                 rows.Begin(top + int64_t(r0));
-                Band& out = band[b];
                 for (size_t i = r0; i < r1; ++i) {
                     rows.Next(crossings);
                     RowSpans(crossings, left, right, spans);
@@ -400,58 +619,61 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
                         }
                         clean[i] = zero && IsZero(row, x, right);
                     }
-                    rowBand[i] = uint32_t(b);
-                    spanAt[i] = out.spans.size();
-                    out.spans.insert(out.spans.end(), spans.begin(), spans.end());
                 }
             }
         });
 
         // The pixels of the box without its outer ring that differ from one of their eight neighbours, sampled
-        // 4 x 4 each. Nothing is written until every row has found its border pixels, since that looks at the
-        // rows around as the integer fill left them.
+        // 4 x 4 each. A row that held something outside its spans, or has such a row next to it, is looked at
+        // as the integer fill left it, so when any row may be looked at nothing is written until every row has
+        // found its border pixels. After a clear no row is looked at and the values are written at once.
         vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
             std::vector<int64_t> ranges, sampleRows[4];
+            std::vector<uint8_t> rowCounts, rowValues(clear ? 0 : stride);
             for (size_t b = b0; b < b1; ++b) {
                 const auto [r0, r1] = rowsOf(b);
                 const int64_t first = std::max(top + 1, top + int64_t(r0));
                 const int64_t last = std::min(bottom - 2, top + int64_t(r1) - 1);
                 if (first > last || right - left < 3) continue;
-                CSweep samples(edges, true);
-                samples.Begin(4 * first - 2);
+                CBorderSweep sweep(edges, left, right);
+                sweep.Begin(first);
                 Band& out = band[b];
                 for (int64_t y = first; y <= last; ++y) {
                     const size_t i = size_t(y - top);
-                    if (clean[i - 1] && clean[i] && clean[i + 1]) {
-                        const int64_t* const three[3] = {spansOf(i - 1), spansOf(i), spansOf(i + 1)};
-                        BorderFromSpans(three, ranges);
-                        size_t kept = 0;
-                        for (size_t k = 0; k < ranges.size(); k += 2) {
-                            const int64_t from = std::max(ranges[k], left + 1), to = std::min(ranges[k + 1], right - 1);
-                            if (from >= to) continue;
-                            ranges[kept++] = from;
-                            ranges[kept++] = to;
-                        }
-                        ranges.resize(kept);
-                    } else {
-                        BorderFromPlane(plane->GetBuffer(0, uint32_t(y)), stride, left + 1, right - 2, ranges);
+                    if (clear) {
+                        // No row is read any more: the values go straight into the plane.
+                        sweep.Next(&ranges, plane->GetBuffer(0, uint32_t(y)), nullptr);
+                        continue;
                     }
-                    for (auto& sampleRow : sampleRows) samples.Next(sampleRow);
-                    if (ranges.empty()) continue;
                     size_t pixels = 0;
-                    for (size_t k = 0; k < ranges.size(); k += 2) pixels += size_t(ranges[k + 1] - ranges[k]);
+                    if (clean[i - 1] && clean[i] && clean[i + 1]) {
+                        sweep.Next(&ranges, rowValues.data(), nullptr);
+                        for (size_t k = 0; k < ranges.size(); k += 2) pixels += size_t(ranges[k + 1] - ranges[k]);
+                        rowCounts.resize(pixels);
+                        uint8_t* to = rowCounts.data();
+                        for (size_t k = 0; k < ranges.size(); k += 2) {
+                            std::memcpy(to, rowValues.data() + ranges[k], size_t(ranges[k + 1] - ranges[k]));
+                            to += ranges[k + 1] - ranges[k];
+                        }
+                    } else {
+                        sweep.Next(nullptr, nullptr, sampleRows);
+                        BorderFromPlane(plane->GetBuffer(0, uint32_t(y)), stride, left + 1, right - 2, ranges);
+                        for (size_t k = 0; k < ranges.size(); k += 2) pixels += size_t(ranges[k + 1] - ranges[k]);
+                        rowCounts.assign(pixels, 0);
+                        for (const auto& sampleRow : sampleRows) AddSampleRow(sampleRow, ranges, rowCounts.data());
+                        for (uint8_t& v : rowCounts) v = Value(v);
+                    }
+                    if (ranges.empty()) continue;
                     rangeAt[i] = out.ranges.size();
                     out.ranges.insert(out.ranges.end(), ranges.begin(), ranges.end());
                     rangeEnd[i] = out.ranges.size();
                     valueAt[i] = out.values.size();
-                    out.values.resize(out.values.size() + pixels, 0);
-                    uint8_t* counts = out.values.data() + valueAt[i];
-                    for (const auto& sampleRow : sampleRows) AddSampleRow(sampleRow, ranges, counts);
-                    for (size_t k = 0; k < pixels; ++k) counts[k] = counts[k] == 16 ? 255 : uint8_t(16 * counts[k]);
+                    out.values.insert(out.values.end(), rowCounts.begin(), rowCounts.end());
                 }
             }
         });
 
+        if (clear) return kOk;
         vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
             for (size_t b = b0; b < b1; ++b) {
                 const auto [r0, r1] = rowsOf(b);
