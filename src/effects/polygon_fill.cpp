@@ -211,10 +211,12 @@ inline void AddRange(std::vector<int64_t>& ranges, int64_t from, int64_t to)
 // The set bits of four.
 constexpr uint8_t kBits[16] = {0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};
 
-// The value of a border pixel with n of its 16 samples inside.
+// The value of a border pixel with n of its 16 samples inside: 16 n, and 255 for all 16.
+constexpr uint8_t kValue[17] = {0, 16, 32, 48, 64, 80, 96, 112, 128, 144, 160, 176, 192, 208, 224, 240, 255};
+
 inline uint8_t Value(int64_t n)
 {
-    return n == 16 ? 255 : uint8_t(16 * n);
+    return kValue[n];
 }
 
 // One edge around pixel row y: its crossings in the three pixel rows y - 1, y, y + 1 (integer rule) and in the
@@ -249,24 +251,30 @@ public:
     {
         m_row = row - 1;
         m_next = 0;
+        m_lastRow = INT64_MAX;
         m_near.clear();
     }
 
-    // Moves one pixel row down. With `ranges`, gives its border pixels in [left + 1, right - 1) as sorted
-    // [from, to) pairs and writes their values to values[x]; with `sorted`, gives the crossings of its four
-    // sample rows instead, each sorted and followed by INT64_MAX.
-    void Next(std::vector<int64_t>* ranges, uint8_t* values, std::vector<int64_t>* sorted)
+    // Moves one pixel row down.
+    void Next()
     {
         const int64_t y = ++m_row;
-        size_t kept = 0;
-        for (size_t i = 0; i < m_near.size(); ++i)
-            if (m_near[i].ymax >= y) m_near[kept++] = m_near[i];
-        m_near.resize(kept);
+        if (y > m_lastRow) { // an edge no longer takes part in any of the seven rows
+            size_t kept = 0;
+            m_lastRow = INT64_MAX;
+            for (size_t i = 0; i < m_near.size(); ++i) {
+                if (m_near[i].ymax < y) continue;
+                if (kept != i) m_near[kept] = m_near[i];
+                m_lastRow = std::min(m_lastRow, m_near[kept++].ymax);
+            }
+            m_near.resize(kept);
+        }
         for (EdgeNear& e : m_near) Step(e, y);
         while (m_next < m_edges.size() && m_edges[m_next].ymin <= y + 1) {
             const Edge& e = m_edges[m_next++];
             if (e.ymax < y) continue;
             m_near.push_back(Enter(e, y));
+            m_lastRow = std::min(m_lastRow, e.ymax);
         }
         // The order moves only where edges meet, so the list from the row before is nearly sorted.
         for (size_t i = 1; i < m_near.size(); ++i) {
@@ -276,16 +284,58 @@ public:
             for (; j > 0 && m_near[j - 1].lo > e.lo; --j) m_near[j] = m_near[j - 1];
             m_near[j] = e;
         }
-        if (sorted) {
-            for (int r = 0; r < 4; ++r) {
-                sorted[r].clear();
-                for (const EdgeNear& e : m_near)
-                    if (e.present & (8u << r)) sorted[r].push_back(e.s[r]);
-                std::sort(sorted[r].begin(), sorted[r].end());
-                sorted[r].push_back(INT64_MAX);
-            }
+    }
+
+    // The crossings of the pixel row, sorted and followed by INT64_MAX.
+    void Crossings(std::vector<int64_t>& out) const
+    {
+        out.clear();
+        for (const EdgeNear& e : m_near) {
+            if (!(e.present & 2)) continue;
+            // Nearly in order already: the edges are in the order of their first pixels.
+            size_t j = out.size();
+            out.push_back(e.t[1]);
+            for (; j > 0 && out[j - 1] > e.t[1]; --j) out[j] = out[j - 1];
+            out[j] = e.t[1];
         }
-        if (ranges) Border(*ranges, values);
+        out.push_back(INT64_MAX);
+    }
+
+    // The crossings of the four sample rows, each sorted and followed by INT64_MAX.
+    void SampleCrossings(std::vector<int64_t> (&out)[4]) const
+    {
+        for (int r = 0; r < 4; ++r) {
+            out[r].clear();
+            for (const EdgeNear& e : m_near)
+                if (e.present & (8u << r)) out[r].push_back(e.s[r]);
+            std::sort(out[r].begin(), out[r].end());
+            out[r].push_back(INT64_MAX);
+        }
+    }
+
+    // The border pixels of the row in [left + 1, right - 1): their values go to values[x], and with `ranges`
+    // the pixels themselves as sorted [from, to) pairs.
+    void Border(std::vector<int64_t>* ranges, uint8_t* values)
+    {
+        if (ranges) ranges->clear();
+        unsigned rows = 0, samples = 0; // the values left of the next cluster
+        int64_t x = m_from;             // the first pixel not yet looked at
+        const size_t n = m_near.size();
+        for (size_t k = 0; k < n && x < m_to;) {
+            int64_t lo = m_near[k].lo, hi = m_near[k].hi;
+            size_t k1 = k + 1;
+            for (; k1 < n && m_near[k1].lo <= hi; ++k1) hi = std::max(hi, m_near[k1].hi);
+            Flat(x, lo, rows, samples, ranges, values);
+            if (k1 == k + 1 && m_near[k].present == 0x7F && (rows == 0 || rows == 7))
+                Single(m_near[k], samples, ranges, values);
+            else Cluster(k, k1, lo, hi, rows, samples, ranges, values);
+            for (; k < k1; ++k) {
+                rows ^= m_near[k].present & 7;
+                samples ^= m_near[k].present >> 3;
+            }
+            x = std::max(x, hi + 1);
+        }
+        Flat(x, m_to, rows, samples, ranges, values);
     }
 
 private:
@@ -329,10 +379,9 @@ private:
                        down = e.ymin <= y + 1 && e.ymax >= y + 2;
         e.present = up | mid << 1 | down << 2 | (up * 3u) << 3 | (mid * 3u) << 5;
         if (e.present == 0x7F) {
-            e.lo = std::min(std::min(std::min(e.t[0], e.t[1]), e.t[2]) - 1,
-                            (std::min(std::min(e.s[0], e.s[1]), std::min(e.s[2], e.s[3])) + 2) >> 2);
-            e.hi = std::max(std::max(std::max(e.t[0], e.t[1]), e.t[2]),
-                            (std::max(std::max(e.s[0], e.s[1]), std::max(e.s[2], e.s[3])) + 2) >> 2);
+            // Crossings move one way along an edge, so the outer rows hold the extremes.
+            e.lo = std::min(std::min(e.t[0], e.t[2]) - 1, (std::min(e.s[0], e.s[3]) + 2) >> 2);
+            e.hi = std::max(std::max(e.t[0], e.t[2]), (std::max(e.s[0], e.s[3]) + 2) >> 2);
             return;
         }
         e.lo = INT64_MAX;
@@ -351,38 +400,45 @@ private:
 
     // Border pixels [from, to) that all hold the values `rows` (bit r: pixel row y - 1 + r is inside) and
     // `samples` (bit r: sample row 4y - 2 + r is inside).
-    void Flat(int64_t from, int64_t to, unsigned rows, unsigned samples, std::vector<int64_t>& ranges,
+    void Flat(int64_t from, int64_t to, unsigned rows, unsigned samples, std::vector<int64_t>* ranges,
               uint8_t* values) const
     {
         from = std::max(from, m_from);
         to = std::min(to, m_to);
         if (from >= to || rows == 0 || rows == 7) return;
-        AddRange(ranges, from, to);
+        if (ranges) AddRange(*ranges, from, to);
         std::memset(values + from, Value(4 * kBits[samples]), size_t(to - from));
     }
 
     // One edge alone, taking part in all seven rows, with the pixel rows equal on its left: the border pixels
-    // run from one left of its leftmost crossing to its rightmost, and each sample row adds a ramp.
-    void Single(const EdgeNear& e, unsigned samples, std::vector<int64_t>& ranges, uint8_t* values) const
+    // run from one left of its leftmost crossing to its rightmost, and each sample row adds a step to the counts
+    // there: part of the samples of the pixel that holds its crossing, all four of those right of it.
+    void Single(const EdgeNear& e, unsigned samples, std::vector<int64_t>* ranges, uint8_t* values)
     {
-        const int64_t from = std::max(std::min(std::min(e.t[0], e.t[1]), e.t[2]) - 1, m_from);
-        const int64_t to = std::min(std::max(std::max(e.t[0], e.t[1]), e.t[2]) + 1, m_to);
+        const int64_t from = std::max(std::min(e.t[0], e.t[2]) - 1, m_from);
+        const int64_t to = std::min(std::max(e.t[0], e.t[2]) + 1, m_to);
         if (from >= to) return;
-        AddRange(ranges, from, to);
-        // Inside samples of row r in pixel x: those right of the crossing, clamp(4x + 2 - s, 0, 4), or the rest.
-        int64_t flip = 0, base = 0;
+        if (ranges) AddRange(*ranges, from, to);
+        // step[k] is the change of the count from pixel from + k - 2 to the next; a step left of the border
+        // pixels lands in step[0] and step[1], one right of them in the last two, which are not read.
+        const size_t w = size_t(to - from);
+        if (m_steps.size() < w + 3) m_steps.resize(w + 3);
+        int* step = m_steps.data();
+        std::fill_n(step, w + 3, 0);
+        int n = 0;
         for (int r = 0; r < 4; ++r) {
-            const bool inside = (samples >> r) & 1;
-            base += inside ? 4 : 0;
-            flip |= int64_t(inside) << r;
+            // Row r adds to pixel x the samples at or right of s, or those left of it when it was inside before.
+            const int inside = (samples >> r) & 1, sign = 1 - 2 * inside;
+            n += 4 * inside;
+            const int64_t p = (e.s[r] + 2) >> 2, part = 4 * p + 2 - e.s[r]; // part in 1 .. 4
+            const size_t k = size_t(std::clamp<int64_t>(p - from + 1, 0, int64_t(w) + 1));
+            step[k] += sign * int(part);
+            step[k + 1] += sign * int(4 - part);
         }
-        for (int64_t x = from; x < to; ++x) {
-            int64_t n = base;
-            for (int r = 0; r < 4; ++r) {
-                const int64_t g = std::clamp<int64_t>(4 * x + 2 - e.s[r], 0, 4);
-                n += (flip >> r) & 1 ? -g : g;
-            }
-            values[x] = Value(n);
+        n += step[0];
+        for (size_t i = 0; i < w; ++i) {
+            n += step[i + 1];
+            values[from + int64_t(i)] = Value(n);
         }
     }
 
@@ -390,7 +446,7 @@ private:
     // columns around it and those of the four sample rows over its samples, from the values on its left and the
     // cluster's crossings.
     void Cluster(size_t k0, size_t k1, int64_t lo, int64_t hi, unsigned rows, unsigned samples,
-                 std::vector<int64_t>& ranges, uint8_t* values)
+                 std::vector<int64_t>* ranges, uint8_t* values)
     {
         const int64_t from = std::max(lo, m_from), to = std::min(hi + 1, m_to);
         if (from >= to) return;
@@ -406,8 +462,8 @@ private:
                 else if (e.t[r] <= to) m_cols[size_t(e.t[r] - (from - 1))] ^= uint8_t(1u << r);
             }
         }
-        m_cols[0] ^= uint8_t(base);
-        for (size_t j = 1; j < w + 2; ++j) m_cols[j] ^= m_cols[j - 1];
+        uint8_t v = uint8_t(base);
+        for (size_t j = 0; j < w + 2; ++j) m_cols[j] = v ^= m_cols[j];
         // Samples 4 from - 2 .. 4 to - 3, bit r for sample row 4y - 2 + r.
         m_samples.assign(4 * w, 0);
         unsigned sbase = samples;
@@ -420,46 +476,25 @@ private:
                 else if (e.s[r] <= q1) m_samples[size_t(e.s[r] - q0)] ^= uint8_t(1u << r);
             }
         }
-        m_samples[0] ^= uint8_t(sbase);
-        for (size_t j = 1; j < 4 * w; ++j) m_samples[j] ^= m_samples[j - 1];
+        v = uint8_t(sbase);
+        for (size_t j = 0; j < 4 * w; ++j) m_samples[j] = v ^= m_samples[j];
         for (size_t i = 0; i < w; ++i) {
             const uint8_t a = m_cols[i], b = m_cols[i + 1], c = m_cols[i + 2];
             if (a == b && b == c && (a == 0 || a == 7)) continue;
             const uint8_t* q = m_samples.data() + 4 * i;
-            AddRange(ranges, from + int64_t(i), from + int64_t(i) + 1);
+            if (ranges) AddRange(*ranges, from + int64_t(i), from + int64_t(i) + 1);
             values[from + int64_t(i)] = Value(kBits[q[0]] + kBits[q[1]] + kBits[q[2]] + kBits[q[3]]);
         }
-    }
-
-    void Border(std::vector<int64_t>& ranges, uint8_t* values)
-    {
-        ranges.clear();
-        unsigned rows = 0, samples = 0; // the values left of the next cluster
-        int64_t x = m_from;             // the first pixel not yet looked at
-        const size_t n = m_near.size();
-        for (size_t k = 0; k < n && x < m_to;) {
-            int64_t lo = m_near[k].lo, hi = m_near[k].hi;
-            size_t k1 = k + 1;
-            for (; k1 < n && m_near[k1].lo <= hi; ++k1) hi = std::max(hi, m_near[k1].hi);
-            Flat(x, lo, rows, samples, ranges, values);
-            if (k1 == k + 1 && m_near[k].present == 0x7F && (rows == 0 || rows == 7))
-                Single(m_near[k], samples, ranges, values);
-            else Cluster(k, k1, lo, hi, rows, samples, ranges, values);
-            for (; k < k1; ++k) {
-                rows ^= m_near[k].present & 7;
-                samples ^= m_near[k].present >> 3;
-            }
-            x = std::max(x, hi + 1);
-        }
-        Flat(x, m_to, rows, samples, ranges, values);
     }
 
     const std::vector<Edge>& m_edges;
     const int64_t m_from, m_to; // the pixels that may be border pixels
     std::vector<EdgeNear> m_near;
     std::vector<uint8_t> m_cols, m_samples;
+    std::vector<int> m_steps;
     size_t m_next = 0;
     int64_t m_row = 0;
+    int64_t m_lastRow = INT64_MAX; // the last row where every edge in m_near takes part
 };
 
 // The border pixels of a row by looking at the plane, for rows that held something before the fill. Eight pixels at a time are
@@ -581,12 +616,44 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
             std::vector<int64_t> ranges; // each row's border pixels as [from, to) pairs
             std::vector<uint8_t> values; // their sampled values, in order
         };
-        std::vector<Band> band(bands);
-        std::vector<size_t> rangeAt(rowCount, 0), rangeEnd(rowCount, 0), valueAt(rowCount, 0);
-        std::vector<uint8_t> clean(rowCount); // the row held zeros outside its spans
         auto rowsOf = [&](size_t b) {
             return std::pair<size_t, size_t>(rowCount * b / bands, rowCount * (b + 1) / bands);
         };
+
+        if (clear) {
+            // Nothing of the old plane is looked at, so each row is done in one go while it is in the cache: its
+            // spans are laid and its border pixels written over them. Only the box without its outer ring has
+            // border pixels.
+            vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
+                std::vector<int64_t> crossings, spans;
+                for (size_t b = b0; b < b1; ++b) {
+                    const auto [r0, r1] = rowsOf(b);
+                    if (r0 == r1) continue;
+                    CBorderSweep sweep(edges, left, right);
+                    sweep.Begin(top + int64_t(r0));
+                    for (size_t i = r0; i < r1; ++i) {
+                        const int64_t y = top + int64_t(i);
+                        sweep.Next();
+                        sweep.Crossings(crossings);
+                        RowSpans(crossings, left, right, spans);
+                        uint8_t* row = plane->GetBuffer(0, uint32_t(y));
+                        int64_t x = 0;
+                        for (size_t k = 0; k + 1 < spans.size(); k += 2) {
+                            std::memset(row + x, 0, size_t(spans[k] - x));
+                            std::memset(row + spans[k], 255, size_t(spans[k + 1] - spans[k]));
+                            x = spans[k + 1];
+                        }
+                        std::memset(row + x, 0, size_t(width - x));
+                        if (y > top && y < bottom - 1 && right - left >= 3) sweep.Border(nullptr, row);
+                    }
+                }
+            });
+            return kOk;
+        }
+
+        std::vector<Band> band(bands);
+        std::vector<size_t> rangeAt(rowCount, 0), rangeEnd(rowCount, 0), valueAt(rowCount, 0);
+        std::vector<uint8_t> clean(rowCount); // the row held zeros outside its spans
 
         // The integer fill: spans between the sorted crossings of each row, set by memset.
         vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
@@ -600,36 +667,24 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
                     rows.Next(crossings);
                     RowSpans(crossings, left, right, spans);
                     uint8_t* row = plane->GetBuffer(0, uint32_t(top + int64_t(i)));
-                    if (clear) {
-                        int64_t x = 0;
-                        for (size_t k = 0; k + 1 < spans.size(); k += 2) {
-                            std::memset(row + x, 0, size_t(spans[k] - x));
-                            std::memset(row + spans[k], 255, size_t(spans[k + 1] - spans[k]));
-                            x = spans[k + 1];
-                        }
-                        std::memset(row + x, 0, size_t(width - x));
-                        clean[i] = 1;
-                    } else {
-                        int64_t x = left;
-                        bool zero = true;
-                        for (size_t k = 0; k + 1 < spans.size(); k += 2) {
-                            zero = zero && IsZero(row, x, spans[k]);
-                            std::memset(row + spans[k], 255, size_t(spans[k + 1] - spans[k]));
-                            x = spans[k + 1];
-                        }
-                        clean[i] = zero && IsZero(row, x, right);
+                    int64_t x = left;
+                    bool zero = true;
+                    for (size_t k = 0; k + 1 < spans.size(); k += 2) {
+                        zero = zero && IsZero(row, x, spans[k]);
+                        std::memset(row + spans[k], 255, size_t(spans[k + 1] - spans[k]));
+                        x = spans[k + 1];
                     }
+                    clean[i] = zero && IsZero(row, x, right);
                 }
             }
         });
 
         // The pixels of the box without its outer ring that differ from one of their eight neighbours, sampled
         // 4 x 4 each. A row that held something outside its spans, or has such a row next to it, is looked at
-        // as the integer fill left it, so when any row may be looked at nothing is written until every row has
-        // found its border pixels. After a clear no row is looked at and the values are written at once.
+        // as the integer fill left it, so nothing is written until every row has found its border pixels.
         vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
             std::vector<int64_t> ranges, sampleRows[4];
-            std::vector<uint8_t> rowCounts, rowValues(clear ? 0 : stride);
+            std::vector<uint8_t> rowCounts, rowValues(stride);
             for (size_t b = b0; b < b1; ++b) {
                 const auto [r0, r1] = rowsOf(b);
                 const int64_t first = std::max(top + 1, top + int64_t(r0));
@@ -640,14 +695,10 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
                 Band& out = band[b];
                 for (int64_t y = first; y <= last; ++y) {
                     const size_t i = size_t(y - top);
-                    if (clear) {
-                        // No row is read any more: the values go straight into the plane.
-                        sweep.Next(&ranges, plane->GetBuffer(0, uint32_t(y)), nullptr);
-                        continue;
-                    }
                     size_t pixels = 0;
+                    sweep.Next();
                     if (clean[i - 1] && clean[i] && clean[i + 1]) {
-                        sweep.Next(&ranges, rowValues.data(), nullptr);
+                        sweep.Border(&ranges, rowValues.data());
                         for (size_t k = 0; k < ranges.size(); k += 2) pixels += size_t(ranges[k + 1] - ranges[k]);
                         rowCounts.resize(pixels);
                         uint8_t* to = rowCounts.data();
@@ -656,7 +707,7 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
                             to += ranges[k + 1] - ranges[k];
                         }
                     } else {
-                        sweep.Next(nullptr, nullptr, sampleRows);
+                        sweep.SampleCrossings(sampleRows);
                         BorderFromPlane(plane->GetBuffer(0, uint32_t(y)), stride, left + 1, right - 2, ranges);
                         for (size_t k = 0; k < ranges.size(); k += 2) pixels += size_t(ranges[k + 1] - ranges[k]);
                         rowCounts.assign(pixels, 0);
@@ -673,7 +724,6 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
             }
         });
 
-        if (clear) return kOk;
         vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
             for (size_t b = b0; b < b1; ++b) {
                 const auto [r0, r1] = rowsOf(b);
