@@ -10,6 +10,11 @@
 #include "imaging/channel.h"
 #include "imaging/result.h"
 #include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
+
+#if VM_SIMD_X86
+#include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -242,8 +247,10 @@ struct EdgeNear {
 // rows, where the border pixels are those between its crossings and the counts are ramps.
 class CBorderSweep {
 public:
-    CBorderSweep(const std::vector<Edge>& edges, int64_t left, int64_t right)
-        : m_edges(edges), m_from(left + 1), m_to(right - 1)
+    // `limit` is the length of the rows the values are written to.
+    CBorderSweep(const std::vector<Edge>& edges, int64_t left, int64_t right, int64_t limit)
+        : m_edges(edges), m_from(left + 1), m_to(right - 1), m_limit(limit),
+          m_sse2(VM_SIMD_X86 && vmsimd::CurrentLevel() >= vmsimd::kSse2)
     {}
 
     // The next call of Next gives pixel row `row`.
@@ -419,6 +426,12 @@ private:
         const int64_t to = std::min(std::max(e.t[0], e.t[2]) + 1, m_to);
         if (from >= to) return;
         if (ranges) AddRange(*ranges, from, to);
+#if VM_SIMD_X86
+        if (m_sse2 && to - from <= 4096) {
+            SingleSse2(e, samples, from, to, values);
+            return;
+        }
+#endif
         // step[k] is the change of the count from pixel from + k - 2 to the next; a step left of the border
         // pixels lands in step[0] and step[1], one right of them in the last two, which are not read.
         const size_t w = size_t(to - from);
@@ -441,6 +454,51 @@ private:
             values[from + int64_t(i)] = Value(n);
         }
     }
+
+#if VM_SIMD_X86
+    // The same, eight pixels at a time in 16-bit lanes: for each sample row, the lane of the pixel that holds the
+    // crossing gains the part, the lanes right of it all four. Packing 16 n to bytes saturates 256 to 255.
+    VM_TARGET_SSE2 void SingleSse2(const EdgeNear& e, unsigned samples, int64_t from, int64_t to,
+                                   uint8_t* values) const
+    {
+        const int64_t w = to - from;
+        __m128i at[4], part[4], all[4];
+        int base = 0;
+        for (int r = 0; r < 4; ++r) {
+            const int inside = (samples >> r) & 1, sign = 1 - 2 * inside;
+            base += 4 * inside;
+            const int64_t p = (e.s[r] + 2) >> 2, n = 4 * p + 2 - e.s[r];
+            at[r] = _mm_set1_epi16(int16_t(std::clamp<int64_t>(p - from, -1, w)));
+            part[r] = _mm_set1_epi16(int16_t(sign * n));
+            all[r] = _mm_set1_epi16(int16_t(sign * 4));
+        }
+        const __m128i lanes = _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+        __m128i x = _mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7);
+        for (int64_t i = 0; i < w; i += 8, x = _mm_add_epi16(x, _mm_set1_epi16(8))) {
+            __m128i n = _mm_set1_epi16(int16_t(base));
+            for (int r = 0; r < 4; ++r) {
+                n = _mm_add_epi16(n, _mm_and_si128(_mm_cmpeq_epi16(x, at[r]), part[r]));
+                n = _mm_add_epi16(n, _mm_and_si128(_mm_cmpgt_epi16(x, at[r]), all[r]));
+            }
+            const __m128i v = _mm_packus_epi16(_mm_slli_epi16(n, 4), _mm_setzero_si128());
+            uint8_t* out = values + from + i;
+            const int64_t count = std::min<int64_t>(8, w - i);
+            if (count == 8) {
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(out), v);
+            } else if (from + i + 8 <= m_limit) {
+                // The bytes after the last pixel are written back as they were.
+                const __m128i keep = _mm_cmpgt_epi8(_mm_set1_epi8(int8_t(count)), lanes);
+                const __m128i old = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(out));
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(out),
+                                 _mm_or_si128(_mm_and_si128(keep, v), _mm_andnot_si128(keep, old)));
+            } else {
+                alignas(16) uint8_t bytes[16];
+                _mm_store_si128(reinterpret_cast<__m128i*>(bytes), v);
+                std::memcpy(out, bytes, size_t(count));
+            }
+        }
+    }
+#endif
 
     // Any cluster, pixel by pixel over its part of the box: the values of the three pixel rows over the
     // columns around it and those of the four sample rows over its samples, from the values on its left and the
@@ -489,6 +547,8 @@ private:
 
     const std::vector<Edge>& m_edges;
     const int64_t m_from, m_to; // the pixels that may be border pixels
+    const int64_t m_limit;
+    const bool m_sse2;
     std::vector<EdgeNear> m_near;
     std::vector<uint8_t> m_cols, m_samples;
     std::vector<int> m_steps;
@@ -629,7 +689,7 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
                 for (size_t b = b0; b < b1; ++b) {
                     const auto [r0, r1] = rowsOf(b);
                     if (r0 == r1) continue;
-                    CBorderSweep sweep(edges, left, right);
+                    CBorderSweep sweep(edges, left, right, width);
                     sweep.Begin(top + int64_t(r0));
                     for (size_t i = r0; i < r1; ++i) {
                         const int64_t y = top + int64_t(i);
@@ -690,7 +750,7 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
                 const int64_t first = std::max(top + 1, top + int64_t(r0));
                 const int64_t last = std::min(bottom - 2, top + int64_t(r1) - 1);
                 if (first > last || right - left < 3) continue;
-                CBorderSweep sweep(edges, left, right);
+                CBorderSweep sweep(edges, left, right, width);
                 sweep.Begin(first);
                 Band& out = band[b];
                 for (int64_t y = first; y <= last; ++y) {
