@@ -427,8 +427,8 @@ private:
         if (from >= to) return;
         if (ranges) AddRange(*ranges, from, to);
 #if VM_SIMD_X86
-        if (m_sse2 && to - from <= 4096) {
-            SingleSse2(e, samples, from, to, values);
+        if (m_sse2 && (samples == 0 || samples == 15) && to - from <= 4096) {
+            SingleSse2(e, samples != 0, from, to, values);
             return;
         }
 #endif
@@ -456,30 +456,30 @@ private:
     }
 
 #if VM_SIMD_X86
-    // The same, eight pixels at a time in 16-bit lanes: for each sample row, the lane of the pixel that holds the
-    // crossing gains the part, the lanes right of it all four. Packing 16 n to bytes saturates 256 to 255.
-    VM_TARGET_SSE2 void SingleSse2(const EdgeNear& e, unsigned samples, int64_t from, int64_t to,
-                                   uint8_t* values) const
+    // The same, eight pixels at a time in 16-bit lanes, when the sample rows are all inside or all outside on the
+    // edge's left: pixel x has clamp(4x + 2 - s, 0, 4) samples right of the crossing s of each row. Packing 16 n
+    // to bytes saturates 256 to 255.
+    VM_TARGET_SSE2 void SingleSse2(const EdgeNear& e, bool inside, int64_t from, int64_t to, uint8_t* values) const
     {
         const int64_t w = to - from;
-        __m128i at[4], part[4], all[4];
-        int base = 0;
-        for (int r = 0; r < 4; ++r) {
-            const int inside = (samples >> r) & 1, sign = 1 - 2 * inside;
-            base += 4 * inside;
-            const int64_t p = (e.s[r] + 2) >> 2, n = 4 * p + 2 - e.s[r];
-            at[r] = _mm_set1_epi16(int16_t(std::clamp<int64_t>(p - from, -1, w)));
-            part[r] = _mm_set1_epi16(int16_t(sign * n));
-            all[r] = _mm_set1_epi16(int16_t(sign * 4));
-        }
+        // Crossings relative to the first pixel's samples; beyond the pixels, any value past them gives the same.
+        int16_t rel[4];
+        for (int r = 0; r < 4; ++r) rel[r] = int16_t(std::clamp<int64_t>(e.s[r] - 4 * from, -8, 4 * w + 8));
+        const __m128i crossings = _mm_setr_epi16(rel[0], rel[1], rel[2], rel[3], 0, 0, 0, 0);
+        const __m128i low = _mm_unpacklo_epi16(crossings, crossings); // s0 s0 s1 s1 s2 s2 s3 s3
+        const __m128i s0 = _mm_shuffle_epi32(low, 0x00), s1 = _mm_shuffle_epi32(low, 0x55);
+        const __m128i s2 = _mm_shuffle_epi32(low, 0xAA), s3 = _mm_shuffle_epi32(low, 0xFF);
+        const __m128i zero = _mm_setzero_si128(), four = _mm_set1_epi16(4);
+        // Inside on the left, the count is 16 minus the samples right of the crossings: (g ^ -1) + 17.
+        const __m128i flip = inside ? _mm_set1_epi16(-1) : zero, add = inside ? _mm_set1_epi16(17) : zero;
         const __m128i lanes = _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-        __m128i x = _mm_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7);
-        for (int64_t i = 0; i < w; i += 8, x = _mm_add_epi16(x, _mm_set1_epi16(8))) {
-            __m128i n = _mm_set1_epi16(int16_t(base));
-            for (int r = 0; r < 4; ++r) {
-                n = _mm_add_epi16(n, _mm_and_si128(_mm_cmpeq_epi16(x, at[r]), part[r]));
-                n = _mm_add_epi16(n, _mm_and_si128(_mm_cmpgt_epi16(x, at[r]), all[r]));
-            }
+        __m128i x = _mm_setr_epi16(2, 6, 10, 14, 18, 22, 26, 30); // 4x + 2 for the first eight pixels
+        for (int64_t i = 0; i < w; i += 8, x = _mm_add_epi16(x, _mm_set1_epi16(32))) {
+            __m128i n = _mm_min_epi16(_mm_max_epi16(_mm_sub_epi16(x, s0), zero), four);
+            n = _mm_add_epi16(n, _mm_min_epi16(_mm_max_epi16(_mm_sub_epi16(x, s1), zero), four));
+            n = _mm_add_epi16(n, _mm_min_epi16(_mm_max_epi16(_mm_sub_epi16(x, s2), zero), four));
+            n = _mm_add_epi16(n, _mm_min_epi16(_mm_max_epi16(_mm_sub_epi16(x, s3), zero), four));
+            n = _mm_add_epi16(_mm_xor_si128(n, flip), add);
             const __m128i v = _mm_packus_epi16(_mm_slli_epi16(n, 4), _mm_setzero_si128());
             uint8_t* out = values + from + i;
             const int64_t count = std::min<int64_t>(8, w - i);
@@ -511,19 +511,21 @@ private:
         const size_t w = size_t(to - from);
         // Columns from - 1 .. to, bit r for pixel row y - 1 + r.
         m_cols.assign(w + 2, 0);
+        uint8_t* cols = m_cols.data();
         unsigned base = rows;
         for (size_t k = k0; k < k1; ++k) {
             const EdgeNear& e = m_near[k];
             for (int r = 0; r < 3; ++r) {
                 if (!(e.present & (1u << r))) continue;
                 if (e.t[r] <= from - 1) base ^= 1u << r;
-                else if (e.t[r] <= to) m_cols[size_t(e.t[r] - (from - 1))] ^= uint8_t(1u << r);
+                else if (e.t[r] <= to) cols[e.t[r] - (from - 1)] ^= uint8_t(1u << r);
             }
         }
         uint8_t v = uint8_t(base);
-        for (size_t j = 0; j < w + 2; ++j) m_cols[j] = v ^= m_cols[j];
+        for (size_t j = 0; j < w + 2; ++j) cols[j] = v ^= cols[j];
         // Samples 4 from - 2 .. 4 to - 3, bit r for sample row 4y - 2 + r.
         m_samples.assign(4 * w, 0);
+        uint8_t* in = m_samples.data();
         unsigned sbase = samples;
         const int64_t q0 = 4 * from - 2, q1 = 4 * to - 3;
         for (size_t k = k0; k < k1; ++k) {
@@ -531,15 +533,15 @@ private:
             for (int r = 0; r < 4; ++r) {
                 if (!(e.present & (8u << r))) continue;
                 if (e.s[r] <= q0) sbase ^= 1u << r;
-                else if (e.s[r] <= q1) m_samples[size_t(e.s[r] - q0)] ^= uint8_t(1u << r);
+                else if (e.s[r] <= q1) in[e.s[r] - q0] ^= uint8_t(1u << r);
             }
         }
         v = uint8_t(sbase);
-        for (size_t j = 0; j < 4 * w; ++j) m_samples[j] = v ^= m_samples[j];
+        for (size_t j = 0; j < 4 * w; ++j) in[j] = v ^= in[j];
         for (size_t i = 0; i < w; ++i) {
-            const uint8_t a = m_cols[i], b = m_cols[i + 1], c = m_cols[i + 2];
+            const uint8_t a = cols[i], b = cols[i + 1], c = cols[i + 2];
             if (a == b && b == c && (a == 0 || a == 7)) continue;
-            const uint8_t* q = m_samples.data() + 4 * i;
+            const uint8_t* q = in + 4 * i;
             if (ranges) AddRange(*ranges, from + int64_t(i), from + int64_t(i) + 1);
             values[from + int64_t(i)] = Value(kBits[q[0]] + kBits[q[1]] + kBits[q[2]] + kBits[q[3]]);
         }
