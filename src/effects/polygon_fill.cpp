@@ -382,15 +382,16 @@ private:
         }
         // Pixel row R takes part for ymin <= R < ymax; sample rows 4y - 2 and 4y - 1 as pixel row y - 1, sample
         // rows 4y and 4y + 1 as pixel row y.
-        const unsigned up = e.ymin <= y - 1 && e.ymax >= y, mid = e.ymin <= y && e.ymax >= y + 1,
-                       down = e.ymin <= y + 1 && e.ymax >= y + 2;
-        e.present = up | mid << 1 | down << 2 | (up * 3u) << 3 | (mid * 3u) << 5;
-        if (e.present == 0x7F) {
+        if (e.ymin <= y - 1 && e.ymax >= y + 2) {
+            e.present = 0x7F;
             // Crossings move one way along an edge, so the outer rows hold the extremes.
             e.lo = std::min(std::min(e.t[0], e.t[2]) - 1, (std::min(e.s[0], e.s[3]) + 2) >> 2);
             e.hi = std::max(std::max(e.t[0], e.t[2]), (std::max(e.s[0], e.s[3]) + 2) >> 2);
             return;
         }
+        const unsigned up = e.ymin <= y - 1 && e.ymax >= y, mid = e.ymin <= y && e.ymax >= y + 1,
+                       down = e.ymin <= y + 1 && e.ymax >= y + 2;
+        e.present = up | mid << 1 | down << 2 | (up * 3u) << 3 | (mid * 3u) << 5;
         e.lo = INT64_MAX;
         e.hi = INT64_MIN;
         for (int r = 0; r < 3; ++r)
