@@ -464,12 +464,10 @@ private:
     {
         const int64_t w = to - from;
         // Crossings relative to the first pixel's samples; beyond the pixels, any value past them gives the same.
-        int16_t rel[4];
-        for (int r = 0; r < 4; ++r) rel[r] = int16_t(std::clamp<int64_t>(e.s[r] - 4 * from, -8, 4 * w + 8));
-        const __m128i crossings = _mm_setr_epi16(rel[0], rel[1], rel[2], rel[3], 0, 0, 0, 0);
-        const __m128i low = _mm_unpacklo_epi16(crossings, crossings); // s0 s0 s1 s1 s2 s2 s3 s3
-        const __m128i s0 = _mm_shuffle_epi32(low, 0x00), s1 = _mm_shuffle_epi32(low, 0x55);
-        const __m128i s2 = _mm_shuffle_epi32(low, 0xAA), s3 = _mm_shuffle_epi32(low, 0xFF);
+        auto lane = [&](int r) {
+            return _mm_set1_epi16(int16_t(std::clamp<int64_t>(e.s[r] - 4 * from, -8, 4 * w + 8)));
+        };
+        const __m128i s0 = lane(0), s1 = lane(1), s2 = lane(2), s3 = lane(3);
         const __m128i zero = _mm_setzero_si128(), four = _mm_set1_epi16(4);
         // Inside on the left, the count is 16 minus the samples right of the crossings: (g ^ -1) + 17.
         const __m128i flip = inside ? _mm_set1_epi16(-1) : zero, add = inside ? _mm_set1_epi16(17) : zero;
