@@ -239,12 +239,12 @@ struct EdgeNear {
 };
 
 // Row after row, the border pixels of rows whose three pixel rows hold 255 in their spans and 0 elsewhere, and
-// the number of inside samples of each. Merging whole rows is avoided: the edges are kept in the order of the
-// first pixel they reach, and edges whose pixels do not meet are a cluster of their own. Outside the clusters
-// nothing changes along the row, so a pixel there is a border pixel when the three pixel rows hold different
-// values, and its count follows from the sample rows' values. Each cluster is worked out apart from the others,
-// starting from the values the rows hold on its left. Most clusters are one edge that takes part in all seven
-// rows, where the border pixels are those between its crossings and the counts are ramps.
+// the number of inside samples of each, without merging whole rows: the edges are kept in the order of the first
+// pixel they reach, and edges whose pixels overlap form a cluster. Between clusters nothing changes along the
+// row, so a pixel there is a border pixel when the three pixel rows hold different values, and its count follows
+// from the sample rows' values. Each cluster is worked out apart, starting from the values the rows hold on its
+// left. Most clusters are one edge that takes part in all seven rows: its border pixels run between its crossings
+// and its counts are ramps.
 class CBorderSweep {
 public:
     // `limit` is the length of the rows the values are written to.
@@ -558,8 +558,8 @@ private:
     int64_t m_lastRow = INT64_MAX; // the last row where every edge in m_near takes part
 };
 
-// The border pixels of a row by looking at the plane, for rows that held something before the fill. Eight pixels at a time are
-// skipped when all their neighbours hold one value.
+// The border pixels of a row by looking at the plane, for rows that held something before the fill. Eight pixels at a
+// time are skipped when all their neighbours hold one value.
 void BorderFromPlane(const uint8_t* row, size_t stride, int64_t first, int64_t last, std::vector<int64_t>& ranges)
 {
     ranges.clear();

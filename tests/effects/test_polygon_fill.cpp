@@ -294,7 +294,8 @@ std::vector<CPolyPoint> RandomOutline(std::mt19937& rng, int w, int h)
             p.push_back({int(cx + r * stretch * std::cos(a)), int(cy + r * std::sin(a))});
         }
     } else if (kind == 1) {
-        for (int i = 0; i < n; ++i) p.push_back({int(rng() % uint32_t(w + 30)) - 15, int(rng() % uint32_t(h + 30)) - 15});
+        for (int i = 0; i < n; ++i)
+            p.push_back({int(rng() % uint32_t(w + 30)) - 15, int(rng() % uint32_t(h + 30)) - 15});
     } else if (kind == 2) {
         int x = int(rng() % uint32_t(w)), y = int(rng() % uint32_t(h));
         for (int i = 0; i < n; ++i) {
