@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <vector>
 
@@ -12,26 +13,49 @@
 #include "imaging/channel.h"
 #include "imaging/codec.h"
 #include "imaging/image.h"
+#include "imaging/tap_resample.h"
 #include "matting/image_process.h"
 #include "runtime/parallel_for.h"
 
 namespace {
 
+// The picture a method writes: the target itself when it is another image than the source (its buffer is kept
+// when it already has the size, which saves touching fresh memory), else a new one moved into place at the end.
+class COutput {
+public:
+    COutput(const COLImage& source, COLImage& target) : m_target(target), m_apart(&source != &target) {}
+    COLImage* Create(uint32_t w, uint32_t h)
+    {
+        COLImage& image = m_apart ? m_target : m_fresh;
+        return image.Create(w, h) == kOk ? &image : nullptr;
+    }
+    void Finish()
+    {
+        if (!m_apart) m_target = std::move(m_fresh);
+    }
+
+private:
+    COLImage& m_target;
+    COLImage m_fresh;
+    bool m_apart;
+};
+
 int ScaleNearest(const COLImage& source, COLImage& target, uint32_t w, uint32_t h)
 {
     const uint32_t sw = source.GetWidth(), sh = source.GetHeight();
-    COLImage result;
-    if (result.Create(w, h) != kOk) return 0;
     std::vector<uint32_t> columns(w);
     for (uint32_t x = 0; x < w; ++x)
         columns[x] = static_cast<uint32_t>(uint64_t(x) * sw / w);
+    COutput output(source, target);
+    COLImage* result = output.Create(w, h);
+    if (!result) return 0;
     vmpar::ParallelFor(h, 16, [&](size_t begin, size_t end, unsigned) {
         for (size_t y = begin; y < end; ++y) {
             const uint64_t from = uint64_t(y) * sh / h;
-            CPixel* out = result.GetBuffer(0, static_cast<uint32_t>(y));
+            CPixel* out = result->GetBuffer(0, static_cast<uint32_t>(y));
             // When enlarging, neighbouring rows often take the same source row: copy the one just made.
             if (y > begin && (uint64_t(y) - 1) * sh / h == from) {
-                std::memcpy(out, result.GetBuffer(0, static_cast<uint32_t>(y - 1)), size_t(w) * sizeof(CPixel));
+                std::memcpy(out, result->GetBuffer(0, static_cast<uint32_t>(y - 1)), size_t(w) * sizeof(CPixel));
                 continue;
             }
             const CPixel* row = source.GetBuffer(0, static_cast<uint32_t>(from));
@@ -39,36 +63,47 @@ int ScaleNearest(const COLImage& source, COLImage& target, uint32_t w, uint32_t 
                 out[x] = row[columns[x]];
         }
     });
-    target = std::move(result);
+    output.Finish();
     return 1;
 }
 
 int ScaleBilinear(const COLImage& source, COLImage& target, uint32_t w, uint32_t h)
 {
     // The codec resamples colour; alpha goes through the plane filter, which keeps hard mask edges crisper.
-    COLChannel alpha, scaledAlpha;
-    if (!alpha.ExtractFrom(&source, 3)) return 0;
-    COLImageCodec codec;
-    COLImage result;
-    if (!codec.Resample(&source, &result, int(w), int(h), 1)) return 0;
-    if (!ResampleChannel(&alpha, &scaledAlpha, int(w), int(h))) return 0;
-    const uint8_t* a = scaledAlpha.GetBuffer();
-    CPixel* p = result.GetBuffer();
-    for (size_t i = 0, n = result.GetPixelCount(); i < n; ++i)
-        p[i].alpha = a[i];
-    target = std::move(result);
+    if (w < 2 || h < 2) { // the plane filter's box mean
+        COLChannel alpha, scaledAlpha;
+        if (!alpha.ExtractFrom(&source, 3)) return 0;
+        COLImageCodec codec;
+        COLImage result;
+        if (!codec.Resample(&source, &result, int(w), int(h), 1)) return 0;
+        if (!ResampleChannel(&alpha, &scaledAlpha, int(w), int(h))) return 0;
+        const uint8_t* a = scaledAlpha.GetBuffer();
+        CPixel* p = result.GetBuffer();
+        for (size_t i = 0, n = result.GetPixelCount(); i < n; ++i)
+            p[i].alpha = a[i];
+        target = std::move(result);
+        return 1;
+    }
+    // Otherwise both in one pass: each row's alpha is rewritten while the row is still in the cache.
+    const CPixelByteRows alpha(source, 3, w, h);
+    COutput output(source, target);
+    COLImage* result = output.Create(w, h);
+    if (!result) return 0;
+    const vmresample::RowFinisherFactory withAlpha = [&alpha]() -> vmresample::RowFinisher {
+        auto work = std::make_shared<CPixelByteRows::Work>(alpha.MakeWork());
+        return [&alpha, work](uint32_t y, CPixel* row) { alpha.Row(*work, y, row); };
+    };
+    vmresample::ResampleInto(source, *result, &withAlpha);
+    output.Finish();
     return 1;
 }
 
 int ScaleBicubic(const COLImage& source, COLImage& target, uint32_t w, uint32_t h)
 {
-    CBicubicScaleProcess process;
+    CBicubicScaleProcess process; // writes into the target, or into a new image when it is the source
     const BicubicScaleParams params{w, h};
-    COLImage result;
-    process.SetImages(const_cast<COLImage*>(&source), &result);
-    if (process.Process(&params) != kOk) return 0;
-    target = std::move(result);
-    return 1;
+    process.SetImages(const_cast<COLImage*>(&source), &target);
+    return process.Process(&params) == kOk ? 1 : 0;
 }
 
 } // namespace

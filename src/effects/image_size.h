@@ -13,7 +13,8 @@ inline constexpr int kScaleBicubic = 2;  // "二次立方": CBicubicScaleProcess
 
 // Whole-picture scaling into target at width x height (each taken as 1 when below 1). 1 on success, 0 when a
 // side exceeds the picture limit or memory runs out. An unknown method returns 1 and leaves target alone.
-// source and target may be the same image.
+// source and target may be the same image; when they are not, the result is written into target's own buffer
+// (kept when it already has the size), so a failure may leave target changed.
 int ScaleImage(const COLImage& source, COLImage& target, int width, int height, int method);
 
 // Scales every layer of the document: the base to exactly width x height, every other layer and its position

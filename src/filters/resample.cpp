@@ -298,11 +298,11 @@ void ImageRowV(const uint16_t* top, const uint16_t* bottom, const uint8_t* bias,
 }
 
 // Plane: h = a * g + b * f (at most 255 * 255), v = ((top * gy) >> 16) + ((bottom * fy) >> 16).
-void ChannelRowH(const uint8_t* row, const Axis& ax, uint16_t* out, uint32_t dw, uint32_t sw)
+void ChannelRowH(const uint8_t* row, const uint32_t* pos, const uint16_t* frac, uint16_t* out, uint32_t dw, uint32_t sw)
 {
     for (uint32_t i = 0; i < dw; ++i) {
-        const uint32_t p = ax.pos[i];
-        const uint16_t f = ax.frac[i], g = uint16_t(255 - f);
+        const uint32_t p = pos[i];
+        const uint16_t f = frac[i], g = uint16_t(255 - f);
         // At the last column f is 0 and the pixel to the right has no weight; it is not read.
         const uint8_t b = p + 1 < sw ? row[p + 1] : 0;
         out[i] = uint16_t(row[p] * g + b * f);
@@ -334,7 +334,7 @@ void Bilinear(const Picture& src, const Rect& r, Picture& dst, uint32_t dw, uint
             if constexpr (Bpp == 4)
                 ImageRowH(base + y * srcStride, columns, out, dw);
             else
-                ChannelRowH(base + y * srcStride, ax, out, dw, r.w);
+                ChannelRowH(base + y * srcStride, ax.pos.data(), ax.frac.data(), out, dw, r.w);
         };
         for (size_t j = j0; j < j1; ++j) {
             const uint32_t p = ay.pos[j];
@@ -530,6 +530,234 @@ int ResampleChannel(const COLChannel* src, COLChannel* dst, int dstWidth, int ds
                     int srcWidth, int srcHeight)
 {
     return ResampleAny<1>(src, dst, dstWidth, dstHeight, srcX, srcY, srcWidth, srcHeight);
+}
+
+namespace {
+
+// The chosen byte of each of count pixels into a line of bytes.
+void TakeBytes(const uint8_t* pixels, int byteIndex, uint8_t* line, uint32_t count)
+{
+    uint32_t x = 0;
+#if VM_SIMD_X86
+    if (vmsimd::CurrentLevel() >= vmsimd::kSse2) {
+        const __m128i low = _mm_set1_epi32(0xFF);
+        const int shift = 8 * byteIndex;
+        auto four = [&](uint32_t i) {
+            const __m128i p = _mm_loadu_si128(reinterpret_cast<const __m128i*>(pixels + size_t(i) * 4));
+            return _mm_and_si128(_mm_srl_epi32(p, _mm_cvtsi32_si128(shift)), low);
+        };
+        for (; x + 16 <= count; x += 16) {
+            const __m128i lo = _mm_packs_epi32(four(x), four(x + 4)), hi = _mm_packs_epi32(four(x + 8), four(x + 12));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(line + x), _mm_packus_epi16(lo, hi));
+        }
+    }
+#endif
+    for (; x < count; ++x) line[x] = pixels[size_t(x) * 4 + byteIndex];
+}
+
+// How the vector path fetches the samples of a group of eight output columns.
+enum GroupKind : uint8_t {
+    kByOne,    // one column at a time, from the pixels
+    kShuffle,  // all pairs lie in 16 bytes of the line: one load and two shuffles
+    kStrideTwo // the pairs are sixteen pixels in a row (a halving): loaded as pixels, no line needed
+};
+
+// ChannelRowH reading the chosen byte straight from the pixels.
+void PlaneRowHFromPixels(const uint8_t* pixels, int byteIndex, const uint32_t* pos, const uint16_t* frac, uint16_t* out,
+                         uint32_t count, uint32_t sw)
+{
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint32_t p = pos[i];
+        const uint16_t f = frac[i], g = uint16_t(255 - f);
+        const uint8_t b = p + 1 < sw ? pixels[size_t(p + 1) * 4 + byteIndex] : 0;
+        out[i] = uint16_t(pixels[size_t(p) * 4 + byteIndex] * g + b * f);
+    }
+}
+
+#if VM_SIMD_X86
+struct PlaneRowHTables {
+    const uint32_t* pos;
+    const uint16_t* g;
+    const uint16_t* f;
+    const uint32_t* weights;
+    const uint8_t* kinds;
+    const uint8_t* shuffles;
+    const uint32_t* bases;
+};
+
+// Eight columns at a time. g * a + f * b stays below 65536, so 16-bit lanes (and unsigned packing) hold it.
+VM_TARGET_AVX2 void PlaneRowHAvx2(const uint8_t* pixels, int byteIndex, const uint8_t* line, const PlaneRowHTables& t,
+                                  uint16_t* out, uint32_t dw, uint32_t sw)
+{
+    const __m128i zero = _mm_setzero_si128(), one = _mm_set1_epi8(1);
+    const __m128i shift = _mm_cvtsi32_si128(8 * byteIndex);
+    uint32_t i = 0;
+    for (; i + 8 <= dw; i += 8) {
+        const uint32_t group = i / 8;
+        if (t.kinds[group] == kStrideTwo) {
+            // Sixteen pixels from pos: their bytes become 16-bit pairs (a, b) in column order, one multiply-add
+            // with (g, f) per column.
+            const uint8_t* from = pixels + size_t(t.pos[i]) * 4;
+            const __m256i lo = _mm256_srl_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from)), shift);
+            const __m256i hi = _mm256_srl_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + 32)), shift);
+            // The top byte needs no mask after its shift.
+            const __m256i mask = _mm256_set1_epi32(byteIndex == 3 ? -1 : 0xFF);
+            const __m256i pairs = _mm256_permute4x64_epi64(
+                _mm256_packs_epi32(_mm256_and_si256(lo, mask), _mm256_and_si256(hi, mask)), 0xD8);
+            const __m256i sums =
+                _mm256_madd_epi16(pairs, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(t.weights + i)));
+            const __m128i packed = _mm_packus_epi32(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), packed);
+        } else if (t.kinds[group] == kShuffle) {
+            const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line + t.bases[group]));
+            const __m128i left = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(t.shuffles + size_t(group) * 8));
+            const __m128i a = _mm_unpacklo_epi8(_mm_shuffle_epi8(bytes, left), zero);
+            const __m128i b = _mm_unpacklo_epi8(_mm_shuffle_epi8(bytes, _mm_add_epi8(left, one)), zero);
+            const __m128i wg = _mm_loadu_si128(reinterpret_cast<const __m128i*>(t.g + i));
+            const __m128i wf = _mm_loadu_si128(reinterpret_cast<const __m128i*>(t.f + i));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i),
+                             _mm_add_epi16(_mm_mullo_epi16(a, wg), _mm_mullo_epi16(b, wf)));
+        } else {
+            PlaneRowHFromPixels(pixels, byteIndex, t.pos + i, t.f + i, out + i, 8, sw);
+        }
+    }
+    PlaneRowHFromPixels(pixels, byteIndex, t.pos + i, t.f + i, out + i, dw - i, sw);
+}
+
+// As below, sixteen pixels at a time. The values are put in the order of the pixels' two halves first, since the
+// 16-to-32-bit unpacks work within 128-bit halves.
+VM_TARGET_AVX2 void PlaneRowVIntoPixelsAvx2(const uint16_t* top, const uint16_t* bottom, uint16_t fy, uint8_t* pixels,
+                                            int byteIndex, uint32_t dw, uint32_t& done)
+{
+    const __m256i gy = _mm256_set1_epi16(short(255 - fy)), vf = _mm256_set1_epi16(short(fy));
+    const __m256i zero = _mm256_setzero_si256(), keep = _mm256_set1_epi32(~(0xFF << (8 * byteIndex)));
+    const __m128i shift = _mm_cvtsi32_si128(8 * byteIndex);
+    uint32_t x = 0;
+    for (; x + 16 <= dw; x += 16) {
+        const __m256i t = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + x));
+        const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + x));
+        const __m256i v = _mm256_permute4x64_epi64(
+            _mm256_add_epi16(_mm256_mulhi_epu16(t, gy), _mm256_mulhi_epu16(b, vf)), 0xD8); // 0-3 8-11 | 4-7 12-15
+        for (int half = 0; half < 2; ++half) {
+            __m256i* at = reinterpret_cast<__m256i*>(pixels + size_t(x + 8 * half) * 4);
+            const __m256i lanes = half ? _mm256_unpackhi_epi16(v, zero) : _mm256_unpacklo_epi16(v, zero);
+            const __m256i p = _mm256_and_si256(_mm256_loadu_si256(at), keep);
+            _mm256_storeu_si256(at, _mm256_or_si256(p, _mm256_sll_epi32(lanes, shift)));
+        }
+    }
+    done = x;
+}
+
+// v = ((top * gy) >> 16) + ((bottom * fy) >> 16) is two high halves of 16-bit products; the eight bytes then go
+// into the top byte of eight pixels.
+void PlaneRowVIntoPixelsSse2(const uint16_t* top, const uint16_t* bottom, uint16_t fy, uint8_t* pixels, int byteIndex,
+                             uint32_t dw, uint32_t& done)
+{
+    const __m128i gy = _mm_set1_epi16(short(255 - fy)), vf = _mm_set1_epi16(short(fy)), zero = _mm_setzero_si128();
+    const __m128i keep = _mm_set1_epi32(~(0xFF << (8 * byteIndex)));
+    const __m128i shift = _mm_cvtsi32_si128(8 * byteIndex);
+    uint32_t x = 0;
+    for (; x + 8 <= dw; x += 8) {
+        const __m128i t = _mm_loadu_si128(reinterpret_cast<const __m128i*>(top + x));
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(bottom + x));
+        const __m128i v = _mm_add_epi16(_mm_mulhi_epu16(t, gy), _mm_mulhi_epu16(b, vf));
+        for (int half = 0; half < 2; ++half) {
+            __m128i* at = reinterpret_cast<__m128i*>(pixels + size_t(x + 4 * half) * 4);
+            const __m128i lanes = half ? _mm_unpackhi_epi16(v, zero) : _mm_unpacklo_epi16(v, zero);
+            const __m128i p = _mm_and_si128(_mm_loadu_si128(at), keep);
+            _mm_storeu_si128(at, _mm_or_si128(p, _mm_sll_epi32(lanes, shift)));
+        }
+    }
+    done = x;
+}
+#endif
+
+} // namespace
+
+CPixelByteRows::CPixelByteRows(const COLImage& source, int byteIndex, uint32_t dstWidth, uint32_t dstHeight)
+    : m_source(source), m_byte(byteIndex), m_dstWidth(dstWidth)
+{
+    Axis ax = MakeAxis(source.GetWidth(), dstWidth, false), ay = MakeAxis(source.GetHeight(), dstHeight, false);
+    m_xPos = std::move(ax.pos);
+    m_xFrac = std::move(ax.frac);
+    m_yPos = std::move(ay.pos);
+    m_yFrac = std::move(ay.frac);
+    m_xG.resize(dstWidth);
+    m_xWeights.resize(dstWidth);
+    for (uint32_t i = 0; i < dstWidth; ++i) {
+        m_xG[i] = uint16_t(255 - m_xFrac[i]);
+        m_xWeights[i] = uint32_t(m_xG[i]) | uint32_t(m_xFrac[i]) << 16;
+    }
+    const uint32_t groups = dstWidth / 8, sw = source.GetWidth();
+    m_groupKind.assign(groups, kByOne);
+    m_groupShuffle.resize(size_t(groups) * 8);
+    m_groupBase.resize(groups);
+    for (uint32_t g = 0; g < groups; ++g) {
+        const uint32_t* pos = &m_xPos[g * 8];
+        bool strideTwo = pos[0] + 16 <= sw;
+        for (uint32_t k = 1; k < 8 && strideTwo; ++k) strideTwo = pos[k] == pos[0] + 2 * k;
+        if (strideTwo) {
+            m_groupKind[g] = kStrideTwo;
+        } else if (pos[7] + 1 - pos[0] < 16) { // the right sample of the last column must fall in the 16 bytes
+            m_groupKind[g] = kShuffle;
+            m_groupBase[g] = pos[0];
+            for (uint32_t k = 0; k < 8; ++k) m_groupShuffle[size_t(g) * 8 + k] = uint8_t(pos[k] - pos[0]);
+            m_lineNeeded = true;
+        }
+    }
+}
+
+CPixelByteRows::Work CPixelByteRows::MakeWork() const
+{
+    Work work;
+    for (auto& row : work.rows) row.resize(m_dstWidth);
+    work.line.resize(size_t(m_source.GetWidth()) + 16);
+    return work;
+}
+
+const uint16_t* CPixelByteRows::SourceRow(Work& work, uint32_t row, int64_t keep) const
+{
+    for (int s = 0; s < 2; ++s)
+        if (work.key[s] == int64_t(row)) return work.rows[s].data();
+    const int s = work.key[0] == keep ? 1 : 0;
+    const uint32_t sw = m_source.GetWidth();
+    const uint8_t* pixels = reinterpret_cast<const uint8_t*>(m_source.GetBuffer(0, row));
+    uint16_t* out = work.rows[s].data();
+#if VM_SIMD_X86
+    if (vmsimd::CurrentLevel() >= vmsimd::kAvx2) {
+        if (m_lineNeeded) TakeBytes(pixels, m_byte, work.line.data(), sw);
+        const PlaneRowHTables tables{m_xPos.data(),      m_xG.data(),         m_xFrac.data(),    m_xWeights.data(),
+                                     m_groupKind.data(), m_groupShuffle.data(), m_groupBase.data()};
+        PlaneRowHAvx2(pixels, m_byte, work.line.data(), tables, out, m_dstWidth, sw);
+    } else
+#endif
+    {
+        TakeBytes(pixels, m_byte, work.line.data(), sw);
+        ChannelRowH(work.line.data(), m_xPos.data(), m_xFrac.data(), out, m_dstWidth, sw);
+    }
+    work.key[s] = row;
+    return out;
+}
+
+void CPixelByteRows::Row(Work& work, uint32_t y, CPixel* out) const
+{
+    // As Bilinear<1>: rows reach the last source row, and there the row beneath is not read.
+    const uint32_t p = m_yPos[y];
+    const bool lastRow = p + 1 >= m_source.GetHeight();
+    const uint16_t* top = SourceRow(work, p, lastRow ? p : int64_t(p) + 1);
+    const uint16_t* bottom = lastRow ? top : SourceRow(work, p + 1, p);
+    const uint16_t fy = lastRow ? 0 : m_yFrac[y];
+    uint8_t* pixels = reinterpret_cast<uint8_t*>(out);
+    uint32_t x = 0;
+#if VM_SIMD_X86
+    if (vmsimd::CurrentLevel() >= vmsimd::kAvx2)
+        PlaneRowVIntoPixelsAvx2(top, bottom, fy, pixels, m_byte, m_dstWidth, x);
+    else if (vmsimd::CurrentLevel() >= vmsimd::kSse2)
+        PlaneRowVIntoPixelsSse2(top, bottom, fy, pixels, m_byte, m_dstWidth, x);
+#endif
+    const uint32_t gy = 255u - fy;
+    for (; x < m_dstWidth; ++x)
+        pixels[size_t(x) * 4 + m_byte] = uint8_t(((top[x] * gy) >> 16) + ((bottom[x] * uint32_t(fy)) >> 16));
 }
 
 int ShrinkImageArea(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX, int srcY, int srcWidth,

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstdint>
+#include <vector>
+
 #include "imaging/channel.h"
 #include "imaging/image.h"
 #include "runtime/param_table.h"
@@ -21,6 +24,42 @@ int ResampleImage(const COLImage* src, COLImage* dst, int dstWidth, int dstHeigh
 // gives a 1 x 1 plane of 255.
 int ResampleChannel(const COLChannel* src, COLChannel* dst, int dstWidth, int dstHeight, int srcX = 0, int srcY = 0,
                     int srcWidth = -1, int srcHeight = -1);
+
+// ResampleChannel's bilinear pass over one byte of every pixel of a whole picture (the alpha plane as it lies in
+// the pixels), a destination row at a time: a caller that resizes the colours row by row resizes the plane beside
+// them, without taking it out of the picture first. The bytes are those of ResampleChannel on the plane taken out.
+// For destinations of at least 2 x 2 (below, ResampleChannel takes the box mean).
+class CPixelByteRows {
+public:
+    CPixelByteRows(const COLImage& source, int byteIndex, uint32_t dstWidth, uint32_t dstHeight);
+
+    // The working rows of one thread: the last two source rows worked out along x.
+    struct Work {
+        std::vector<uint16_t> rows[2];
+        int64_t key[2] = {-1, -1};
+        std::vector<uint8_t> line; // the chosen bytes of one source row, with room for 16-byte loads at its end
+    };
+    Work MakeWork() const;
+    // Destination row y into the chosen byte of the dstWidth pixels at out.
+    void Row(Work& work, uint32_t y, CPixel* out) const;
+
+private:
+    const uint16_t* SourceRow(Work& work, uint32_t row, int64_t keep) const;
+
+    const COLImage& m_source;
+    int m_byte;
+    uint32_t m_dstWidth;
+    std::vector<uint32_t> m_xPos, m_yPos;
+    std::vector<uint16_t> m_xFrac, m_yFrac;
+    // For the vector path, per output column the weights g and f (in 16-bit lanes, and as one word g | f << 16),
+    // and per group of eight columns how its samples are fetched: kinds in m_groupKind, for a shuffle group the
+    // shuffle (8 bytes) and the group's first byte of the line in m_groupBase.
+    std::vector<uint16_t> m_xG;
+    std::vector<uint32_t> m_xWeights;
+    std::vector<uint8_t> m_groupKind, m_groupShuffle;
+    std::vector<uint32_t> m_groupBase;
+    bool m_lineNeeded = false; // some group reads the line of bytes rather than the pixels
+};
 
 // Area average with 10-bit weights for shrinking: a source pixel that straddles a cell boundary is split between
 // the two cells. Asked to enlarge along either axis, they resample bilinearly instead.

@@ -164,9 +164,16 @@ TEST(BicubicScale, WidthAloneChoosesTheFilter)
     EXPECT_FLOAT_EQ(vmscale::ChooseFilter(40, 40).b, 0.33f);
     COLImage src;
     vmtest::FillNoise(src, 40, 20, 3);
+    const COLImage expected = RefBicubic(src, 20, 40);
     COLImage out;
     ASSERT_EQ(ScaleImage(src, out, 20, 40, kScaleBicubic), 1);
-    EXPECT_TRUE(vmtest::SamePixels(out, RefBicubic(src, 20, 40)));
+    EXPECT_TRUE(vmtest::SamePixels(out, expected));
+    // Again into the target that now has the size, and in place.
+    vmtest::FillNoise(out, 20, 40, 8);
+    ASSERT_EQ(ScaleImage(src, out, 20, 40, kScaleBicubic), 1);
+    EXPECT_TRUE(vmtest::SamePixels(out, expected));
+    ASSERT_EQ(ScaleImage(src, src, 20, 40, kScaleBicubic), 1);
+    EXPECT_TRUE(vmtest::SamePixels(src, expected));
 }
 
 TEST(BicubicScale, OwnSizeCopiesAndBadTargetsAreRefused)
@@ -205,19 +212,43 @@ TEST(ScaleImage, NearestTakesTheIntegerSourcePosition)
     EXPECT_EQ(ScaleImage(src, out, 20001, 4, kScaleNearest), 0);
 }
 
+// Colours are the codec's resample and alpha is the plane filter's, whether the two run in one pass (both sides
+// at least 2; the large one is split over the pool) or apart, into a target that already has the size, or in
+// place.
 TEST(ScaleImage, BilinearResizesAlphaAsAPlane)
 {
-    COLImage src, out, colours;
-    vmtest::FillNoise(src, 23, 17, 4);
-    ASSERT_EQ(ScaleImage(src, out, 11, 30, kScaleBilinear), 1);
-    COLImageCodec codec;
-    ASSERT_TRUE(codec.Resample(&src, &colours, 11, 30, 1));
-    COLChannel alpha, scaled;
-    alpha.ExtractFrom(&src, 3);
-    ASSERT_TRUE(ResampleChannel(&alpha, &scaled, 11, 30));
-    for (size_t i = 0; i < out.GetPixelCount(); ++i) {
-        ASSERT_TRUE(out.GetBuffer()[i] == colours.GetBuffer()[i]) << i;
-        ASSERT_EQ(out.GetBuffer()[i].alpha, scaled.GetBuffer()[i]) << i;
+    COLImage big, thin;
+    vmtest::FillNoise(big, 230, 170, 4);
+    vmtest::FillNoise(thin, 1, 9, 5);
+    const struct {
+        const COLImage* src;
+        int w, h;
+    } cases[] = {{&big, 110, 300}, {&big, 920, 1360}, {&big, 115, 85}, {&big, 97, 170}, {&big, 1, 9},
+                 {&big, 40, 1},    {&thin, 3, 20},   {&thin, 1, 4}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.src->GetWidth()) + " to " + std::to_string(c.w) + "x" + std::to_string(c.h));
+        COLImage colours;
+        COLImageCodec codec;
+        ASSERT_TRUE(codec.Resample(c.src, &colours, c.w, c.h, 1));
+        COLChannel alpha, scaled;
+        alpha.ExtractFrom(c.src, 3);
+        ASSERT_TRUE(ResampleChannel(&alpha, &scaled, c.w, c.h));
+        auto check = [&](const COLImage& out, const std::string& label) {
+            ASSERT_EQ(vmtest::Size(out), vmtest::Size(colours)) << label;
+            for (size_t i = 0; i < out.GetPixelCount(); ++i) {
+                ASSERT_TRUE(out.GetBuffer()[i] == colours.GetBuffer()[i]) << label << " " << i;
+                ASSERT_EQ(out.GetBuffer()[i].alpha, scaled.GetBuffer()[i]) << label << " " << i;
+            }
+        };
+        vmtest::ForEachLevelAndSplit([&](const std::string& label) {
+            COLImage out;
+            vmtest::FillNoise(out, uint32_t(c.w), uint32_t(c.h), 9); // a target of the size keeps its buffer
+            ASSERT_EQ(ScaleImage(*c.src, out, c.w, c.h, kScaleBilinear), 1);
+            check(out, label);
+        });
+        COLImage same = vmtest::Copy(*c.src);
+        ASSERT_EQ(ScaleImage(same, same, c.w, c.h, kScaleBilinear), 1);
+        check(same, "in place");
     }
 }
 

@@ -205,19 +205,26 @@ TEST(CodecResample, MatchesTheAreaAndBilinearModel)
     }
 }
 
-// Large enough to be split over the pool in both passes: the same bytes at every split, and the model's values.
+// Large enough to be split over the pool: the same bytes at every split and level, and the model's values. The
+// second case halves both sides exactly, which has a path of its own.
 TEST(CodecResample, EverySplitGivesTheSameBytes)
 {
     COLImageCodec codec;
-    COLImage src, first;
+    COLImage src, even, first;
     vmtest::FillNoise(src, 1203, 801, 5);
-    ASSERT_EQ(codec.Resample(&src, &first, 700, 1100, 1), 1);
-    EXPECT_LE(MaxByteDifference(first, ModelResample(src, 700, 1100)), 1);
-    vmtest::ForEachLevelAndSplit([&](const std::string& label) {
-        COLImage dst;
-        ASSERT_EQ(codec.Resample(&src, &dst, 700, 1100, 1), 1);
-        EXPECT_TRUE(vmtest::SamePixels(dst, first)) << label;
-    });
+    vmtest::FillNoise(even, 1202, 800, 6);
+    for (auto [w, h] : {std::pair{700, 1100}, std::pair{601, 400}}) {
+        const COLImage* from = w == 700 ? &src : &even;
+        ASSERT_EQ(codec.Resample(from, &first, w, h, 1), 1);
+        if (w == 700) {
+            EXPECT_LE(MaxByteDifference(first, ModelResample(src, 700, 1100)), 1);
+        }
+        vmtest::ForEachLevelAndSplit([&](const std::string& label) {
+            COLImage dst;
+            ASSERT_EQ(codec.Resample(from, &dst, w, h, 1), 1);
+            EXPECT_TRUE(vmtest::SamePixels(dst, first)) << label << ", " << w << "x" << h;
+        });
+    }
 }
 
 TEST(CodecResample, ExactCases)
@@ -245,6 +252,24 @@ TEST(CodecResample, ExactCases)
     const uint8_t expect[4] = {0, 64, 191, 255};
     for (uint32_t x = 0; x < 4; ++x)
         EXPECT_EQ(wide.GetPixel2(x, 0).red, expect[x]) << x;
+
+    // Exactly half along both axes: each byte is the rounded mean of its 2 x 2 block, at every level.
+    COLImage even;
+    vmtest::FillNoise(even, 46, 22, 7);
+    vmtest::ForEachLevelAndSplit([&](const std::string& label) {
+        COLImage half;
+        ASSERT_EQ(codec.Resample(&even, &half, 23, 11, 1), 1);
+        for (uint32_t y = 0; y < 11; ++y)
+            for (uint32_t x = 0; x < 23; ++x)
+                for (int c = 0; c < 4; ++c) {
+                    auto at = [&](uint32_t sx, uint32_t sy) {
+                        return reinterpret_cast<const uint8_t*>(even.GetBuffer(sx, sy))[c];
+                    };
+                    const int sum = at(2 * x, 2 * y) + at(2 * x + 1, 2 * y) + at(2 * x, 2 * y + 1) + at(2 * x + 1, 2 * y + 1);
+                    ASSERT_EQ(reinterpret_cast<const uint8_t*>(half.GetBuffer(x, y))[c], (sum + 2) >> 2)
+                        << label << " at " << x << "," << y;
+                }
+    });
 
     // A flat picture stays exactly flat at any size.
     const COLImage flat = vmtest::Solid(37, 23, CPixel::Make(13, 200, 77, 140));
