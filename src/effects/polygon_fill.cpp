@@ -10,6 +10,11 @@
 #include "imaging/channel.h"
 #include "imaging/result.h"
 #include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
+
+#if VM_SIMD_X86
+#include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -84,9 +89,9 @@ struct Crossing {
     }
 };
 
-// Row after row, the crossings of the edges that take part, sorted. Two kinds of rows: pixel rows y for the
-// integer rule, and quarter-pixel sample rows r at height (r + 0.5) / 4 for the sampled rule, where columns are
-// sample columns q at (q + 0.5) / 4; pixel x holds the samples q = 4x - 2 .. 4x + 1.
+// Two kinds of rows: pixel rows y for the integer rule, and quarter-pixel sample rows r at height (r + 0.5) / 4
+// for the sampled rule, where columns are sample columns q at (q + 0.5) / 4; pixel x holds the samples
+// q = 4x - 2 .. 4x + 1.
 //
 // Integer rule at pixel (x, y): v = (x1 - x) * s + (y - y1) * 256; s > 0 counts for v < 0, that is for
 // x >= x1 + 1 + floor((y - y1) * 256 / s); s < 0 counts for v > 0, x >= x1 + 1 + floor(-(y - y1) * 256 / -s);
@@ -96,9 +101,11 @@ struct Crossing {
 // beyond that the integers hold. s > 0 counts for q >= 4 x1 + 1 + floor((C - s) / 2s), s < 0 for
 // q >= 4 x1 + 1 + floor((s - C) / -2s), a vertical edge for q >= 4 x1. Every quantity stays far inside 64 bits
 // for any 32-bit outline.
+
+// Pixel row after pixel row, the crossings of the edges that take part, sorted.
 class CSweep {
 public:
-    CSweep(const std::vector<Edge>& edges, bool samples) : m_edges(edges), m_samples(samples) {}
+    explicit CSweep(const std::vector<Edge>& edges) : m_edges(edges) {}
 
     // The next call of Next gives `row`.
     void Begin(int64_t row)
@@ -124,10 +131,9 @@ public:
                 }
             m_active.resize(kept);
         }
-        const int64_t scale = m_samples ? 4 : 1;
-        while (m_next < m_edges.size() && m_edges[m_next].ymin * scale <= row) {
+        while (m_next < m_edges.size() && m_edges[m_next].ymin <= row) {
             const Edge& e = m_edges[m_next++];
-            if (e.ymax * scale <= row) continue;
+            if (e.ymax <= row) continue;
             m_active.push_back(Start(e, row));
             m_nextEnd = std::min(m_nextEnd, m_active.back().end);
         }
@@ -148,21 +154,13 @@ private:
     Crossing Start(const Edge& e, int64_t row) const
     {
         Crossing c;
-        if (!m_samples) {
-            if (e.vertical) c.Start(e.x1 + 1, 0, 1, 0, e.ymax);
-            else if (e.slope > 0) c.Start(e.x1 + 1, (row - e.y1) * 256, e.slope, 256, e.ymax);
-            else c.Start(e.x1 + 1, -(row - e.y1) * 256, -e.slope, -256, e.ymax);
-        } else {
-            const int64_t C = (2 * row + 1 - 8 * e.y1) * 256;
-            if (e.vertical) c.Start(4 * e.x1, 0, 1, 0, 4 * e.ymax);
-            else if (e.slope > 0) c.Start(4 * e.x1 + 1, C - e.slope, 2 * e.slope, 512, 4 * e.ymax);
-            else c.Start(4 * e.x1 + 1, e.slope - C, -2 * e.slope, -512, 4 * e.ymax);
-        }
+        if (e.vertical) c.Start(e.x1 + 1, 0, 1, 0, e.ymax);
+        else if (e.slope > 0) c.Start(e.x1 + 1, (row - e.y1) * 256, e.slope, 256, e.ymax);
+        else c.Start(e.x1 + 1, -(row - e.y1) * 256, -e.slope, -256, e.ymax);
         return c;
     }
 
     const std::vector<Edge>& m_edges;
-    const bool m_samples;
     std::vector<Crossing> m_active;
     size_t m_next = 0;
     int64_t m_row = 0;
@@ -215,32 +213,353 @@ inline void AddRange(std::vector<int64_t>& ranges, int64_t from, int64_t to)
     }
 }
 
-// The pixels of a row that differ from one of their eight neighbours, when the three rows hold 255 in their spans
-// and 0 elsewhere: walking the change positions of the three rows together, a pixel is a border pixel when one
-// of the rows changes value at its column or the next (t - 1 and t for a change at t), or when the rows hold
-// different values between changes.
-void BorderFromSpans(const int64_t* const rows[3], std::vector<int64_t>& ranges)
+// The set bits of four.
+constexpr uint8_t kBits[16] = {0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};
+
+// The value of a border pixel with n of its 16 samples inside: 16 n, and 255 for all 16.
+constexpr uint8_t kValue[17] = {0, 16, 32, 48, 64, 80, 96, 112, 128, 144, 160, 176, 192, 208, 224, 240, 255};
+
+inline uint8_t Value(int64_t n)
 {
-    ranges.clear();
-    const int64_t* at[3] = {rows[0], rows[1], rows[2]};
-    unsigned value = 0; // bit k: row k is inside
-    int64_t from = 0;
-    for (;;) {
-        const int64_t next = std::min(std::min(*at[0], *at[1]), *at[2]);
-        if (next == INT64_MAX) break; // every row is back to 0
-        if (value != 0 && value != 7) AddRange(ranges, from, next);
-        AddRange(ranges, next - 1, next + 1);
-        for (int k = 0; k < 3; ++k) {
-            const bool here = *at[k] == next;
-            value ^= unsigned(here) << k;
-            at[k] += here;
-        }
-        from = next;
-    }
+    return kValue[n];
 }
 
-// The same by looking at the plane, for rows that held something before the fill. Eight pixels at a time are
-// skipped when all their neighbours hold one value.
+// One edge around pixel row y: its crossings in the three pixel rows y - 1, y, y + 1 (integer rule) and in the
+// four sample rows 4y - 2 .. 4y + 1 (sampled rule), and the pixels they can change. A crossing t of a pixel row
+// decides pixels t - 1 and t (whether they differ from a neighbour), a crossing s of a sample row the count of
+// pixel (s + 2) >> 2; between the crossings of the three pixel rows those rows differ.
+struct EdgeNear {
+    Crossing rows;    // the integer rule, at the pixel row after t[2]
+    Crossing samples; // the sampled rule, at the sample row after s[3]
+    int64_t t[3];
+    int64_t s[4];
+    int64_t lo, hi; // the pixels the crossings reach, [lo, hi]
+    int64_t ymin, ymax;
+    unsigned present; // bits 0-2: the edge takes part in the pixel rows; bits 3-6: in the sample rows
+};
+
+// Row after row, the border pixels of rows whose three pixel rows hold 255 in their spans and 0 elsewhere, and
+// the number of inside samples of each, without merging whole rows: the edges are kept in the order of the first
+// pixel they reach, and edges whose pixels overlap form a cluster. Between clusters nothing changes along the
+// row, so a pixel there is a border pixel when the three pixel rows hold different values, and its count follows
+// from the sample rows' values. Each cluster is worked out apart, starting from the values the rows hold on its
+// left. Most clusters are one edge that takes part in all seven rows: its border pixels run between its crossings
+// and its counts are ramps.
+class CBorderSweep {
+public:
+    // `limit` is the length of the rows the values are written to.
+    CBorderSweep(const std::vector<Edge>& edges, int64_t left, int64_t right, int64_t limit)
+        : m_edges(edges), m_from(left + 1), m_to(right - 1), m_limit(limit),
+          m_sse2(VM_SIMD_X86 && vmsimd::CurrentLevel() >= vmsimd::kSse2)
+    {}
+
+    // The next call of Next gives pixel row `row`.
+    void Begin(int64_t row)
+    {
+        m_row = row - 1;
+        m_next = 0;
+        m_lastRow = INT64_MAX;
+        m_near.clear();
+    }
+
+    // Moves one pixel row down.
+    void Next()
+    {
+        const int64_t y = ++m_row;
+        if (y > m_lastRow) { // an edge no longer takes part in any of the seven rows
+            size_t kept = 0;
+            m_lastRow = INT64_MAX;
+            for (size_t i = 0; i < m_near.size(); ++i) {
+                if (m_near[i].ymax < y) continue;
+                if (kept != i) m_near[kept] = m_near[i];
+                m_lastRow = std::min(m_lastRow, m_near[kept++].ymax);
+            }
+            m_near.resize(kept);
+        }
+        for (EdgeNear& e : m_near) Step(e, y);
+        while (m_next < m_edges.size() && m_edges[m_next].ymin <= y + 1) {
+            const Edge& e = m_edges[m_next++];
+            if (e.ymax < y) continue;
+            m_near.push_back(Enter(e, y));
+            m_lastRow = std::min(m_lastRow, e.ymax);
+        }
+        // The order moves only where edges meet, so the list from the row before is nearly sorted.
+        for (size_t i = 1; i < m_near.size(); ++i) {
+            if (m_near[i - 1].lo <= m_near[i].lo) continue;
+            const EdgeNear e = m_near[i];
+            size_t j = i;
+            for (; j > 0 && m_near[j - 1].lo > e.lo; --j) m_near[j] = m_near[j - 1];
+            m_near[j] = e;
+        }
+    }
+
+    // The crossings of the pixel row, sorted and followed by INT64_MAX.
+    void Crossings(std::vector<int64_t>& out) const
+    {
+        out.clear();
+        for (const EdgeNear& e : m_near) {
+            if (!(e.present & 2)) continue;
+            // Nearly in order already: the edges are in the order of their first pixels.
+            size_t j = out.size();
+            out.push_back(e.t[1]);
+            for (; j > 0 && out[j - 1] > e.t[1]; --j) out[j] = out[j - 1];
+            out[j] = e.t[1];
+        }
+        out.push_back(INT64_MAX);
+    }
+
+    // The crossings of the four sample rows, each sorted and followed by INT64_MAX.
+    void SampleCrossings(std::vector<int64_t> (&out)[4]) const
+    {
+        for (int r = 0; r < 4; ++r) {
+            out[r].clear();
+            for (const EdgeNear& e : m_near)
+                if (e.present & (8u << r)) out[r].push_back(e.s[r]);
+            std::sort(out[r].begin(), out[r].end());
+            out[r].push_back(INT64_MAX);
+        }
+    }
+
+    // The border pixels of the row in [left + 1, right - 1): their values go to values[x], and with `ranges`
+    // the pixels themselves as sorted [from, to) pairs.
+    void Border(std::vector<int64_t>* ranges, uint8_t* values)
+    {
+        if (ranges) ranges->clear();
+        unsigned rows = 0, samples = 0; // the values left of the next cluster
+        int64_t x = m_from;             // the first pixel not yet looked at
+        const size_t n = m_near.size();
+        for (size_t k = 0; k < n && x < m_to;) {
+            int64_t lo = m_near[k].lo, hi = m_near[k].hi;
+            size_t k1 = k + 1;
+            for (; k1 < n && m_near[k1].lo <= hi; ++k1) hi = std::max(hi, m_near[k1].hi);
+            Flat(x, lo, rows, samples, ranges, values);
+            if (k1 == k + 1 && m_near[k].present == 0x7F && (rows == 0 || rows == 7))
+                Single(m_near[k], samples, ranges, values);
+            else Cluster(k, k1, lo, hi, rows, samples, ranges, values);
+            for (; k < k1; ++k) {
+                rows ^= m_near[k].present & 7;
+                samples ^= m_near[k].present >> 3;
+            }
+            x = std::max(x, hi + 1);
+        }
+        Flat(x, m_to, rows, samples, ranges, values);
+    }
+
+private:
+    EdgeNear Enter(const Edge& e, int64_t y) const
+    {
+        EdgeNear n;
+        n.ymin = e.ymin;
+        n.ymax = e.ymax;
+        const int64_t row = y - 1, C = (8 * y - 3 - 8 * e.y1) * 256; // pixel row y - 1, sample row 4y - 2
+        if (e.vertical) {
+            n.rows.Start(e.x1 + 1, 0, 1, 0, 0);
+            n.samples.Start(4 * e.x1, 0, 1, 0, 0);
+        } else if (e.slope > 0) {
+            n.rows.Start(e.x1 + 1, (row - e.y1) * 256, e.slope, 256, 0);
+            n.samples.Start(4 * e.x1 + 1, C - e.slope, 2 * e.slope, 512, 0);
+        } else {
+            n.rows.Start(e.x1 + 1, -(row - e.y1) * 256, -e.slope, -256, 0);
+            n.samples.Start(4 * e.x1 + 1, e.slope - C, -2 * e.slope, -512, 0);
+        }
+        n.t[1] = n.rows.t;
+        n.rows.Step();
+        n.t[2] = n.rows.t;
+        n.rows.Step();
+        Step(n, y);
+        return n;
+    }
+
+    static void Step(EdgeNear& e, int64_t y)
+    {
+        e.t[0] = e.t[1];
+        e.t[1] = e.t[2];
+        e.t[2] = e.rows.t;
+        e.rows.Step();
+        for (int64_t& s : e.s) {
+            s = e.samples.t;
+            e.samples.Step();
+        }
+        // Pixel row R takes part for ymin <= R < ymax; sample rows 4y - 2 and 4y - 1 as pixel row y - 1, sample
+        // rows 4y and 4y + 1 as pixel row y.
+        if (e.ymin <= y - 1 && e.ymax >= y + 2) {
+            e.present = 0x7F;
+            // Crossings move one way along an edge, so the outer rows hold the extremes.
+            e.lo = std::min(std::min(e.t[0], e.t[2]) - 1, (std::min(e.s[0], e.s[3]) + 2) >> 2);
+            e.hi = std::max(std::max(e.t[0], e.t[2]), (std::max(e.s[0], e.s[3]) + 2) >> 2);
+            return;
+        }
+        const unsigned up = e.ymin <= y - 1 && e.ymax >= y, mid = e.ymin <= y && e.ymax >= y + 1,
+                       down = e.ymin <= y + 1 && e.ymax >= y + 2;
+        e.present = up | mid << 1 | down << 2 | (up * 3u) << 3 | (mid * 3u) << 5;
+        e.lo = INT64_MAX;
+        e.hi = INT64_MIN;
+        for (int r = 0; r < 3; ++r)
+            if (e.present & (1u << r)) {
+                e.lo = std::min(e.lo, e.t[r] - 1);
+                e.hi = std::max(e.hi, e.t[r]);
+            }
+        for (int r = 0; r < 4; ++r)
+            if (e.present & (8u << r)) {
+                e.lo = std::min(e.lo, (e.s[r] + 2) >> 2);
+                e.hi = std::max(e.hi, (e.s[r] + 2) >> 2);
+            }
+    }
+
+    // Border pixels [from, to) that all hold the values `rows` (bit r: pixel row y - 1 + r is inside) and
+    // `samples` (bit r: sample row 4y - 2 + r is inside).
+    void Flat(int64_t from, int64_t to, unsigned rows, unsigned samples, std::vector<int64_t>* ranges,
+              uint8_t* values) const
+    {
+        from = std::max(from, m_from);
+        to = std::min(to, m_to);
+        if (from >= to || rows == 0 || rows == 7) return;
+        if (ranges) AddRange(*ranges, from, to);
+        std::memset(values + from, Value(4 * kBits[samples]), size_t(to - from));
+    }
+
+    // One edge alone, taking part in all seven rows, with the pixel rows equal on its left: the border pixels
+    // run from one left of its leftmost crossing to its rightmost, and each sample row adds a step to the counts
+    // there: part of the samples of the pixel that holds its crossing, all four of those right of it.
+    void Single(const EdgeNear& e, unsigned samples, std::vector<int64_t>* ranges, uint8_t* values)
+    {
+        const int64_t from = std::max(std::min(e.t[0], e.t[2]) - 1, m_from);
+        const int64_t to = std::min(std::max(e.t[0], e.t[2]) + 1, m_to);
+        if (from >= to) return;
+        if (ranges) AddRange(*ranges, from, to);
+#if VM_SIMD_X86
+        if (m_sse2 && (samples == 0 || samples == 15) && to - from <= 4096) {
+            SingleSse2(e, samples != 0, from, to, values);
+            return;
+        }
+#endif
+        // step[k] is the change of the count from pixel from + k - 2 to the next; a step left of the border
+        // pixels lands in step[0] and step[1], one right of them in the last two, which are not read.
+        const size_t w = size_t(to - from);
+        if (m_steps.size() < w + 3) m_steps.resize(w + 3);
+        int* step = m_steps.data();
+        std::fill_n(step, w + 3, 0);
+        int n = 0;
+        for (int r = 0; r < 4; ++r) {
+            // Row r adds to pixel x the samples at or right of s, or those left of it when it was inside before.
+            const int inside = (samples >> r) & 1, sign = 1 - 2 * inside;
+            n += 4 * inside;
+            const int64_t p = (e.s[r] + 2) >> 2, part = 4 * p + 2 - e.s[r]; // part in 1 .. 4
+            const size_t k = size_t(std::clamp<int64_t>(p - from + 1, 0, int64_t(w) + 1));
+            step[k] += sign * int(part);
+            step[k + 1] += sign * int(4 - part);
+        }
+        n += step[0];
+        for (size_t i = 0; i < w; ++i) {
+            n += step[i + 1];
+            values[from + int64_t(i)] = Value(n);
+        }
+    }
+
+#if VM_SIMD_X86
+    // The same, eight pixels at a time in 16-bit lanes, when the sample rows are all inside or all outside on the
+    // edge's left: pixel x has clamp(4x + 2 - s, 0, 4) samples right of the crossing s of each row. Packing 16 n
+    // to bytes saturates 256 to 255.
+    VM_TARGET_SSE2 void SingleSse2(const EdgeNear& e, bool inside, int64_t from, int64_t to, uint8_t* values) const
+    {
+        const int64_t w = to - from;
+        // Crossings relative to the first pixel's samples; beyond the pixels, any value past them gives the same.
+        auto lane = [&](int r) {
+            return _mm_set1_epi16(int16_t(std::clamp<int64_t>(e.s[r] - 4 * from, -8, 4 * w + 8)));
+        };
+        const __m128i s0 = lane(0), s1 = lane(1), s2 = lane(2), s3 = lane(3);
+        const __m128i zero = _mm_setzero_si128(), four = _mm_set1_epi16(4);
+        // Inside on the left, the count is 16 minus the samples right of the crossings: (g ^ -1) + 17.
+        const __m128i flip = inside ? _mm_set1_epi16(-1) : zero, add = inside ? _mm_set1_epi16(17) : zero;
+        const __m128i lanes = _mm_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+        __m128i x = _mm_setr_epi16(2, 6, 10, 14, 18, 22, 26, 30); // 4x + 2 for the first eight pixels
+        for (int64_t i = 0; i < w; i += 8, x = _mm_add_epi16(x, _mm_set1_epi16(32))) {
+            __m128i n = _mm_min_epi16(_mm_max_epi16(_mm_sub_epi16(x, s0), zero), four);
+            n = _mm_add_epi16(n, _mm_min_epi16(_mm_max_epi16(_mm_sub_epi16(x, s1), zero), four));
+            n = _mm_add_epi16(n, _mm_min_epi16(_mm_max_epi16(_mm_sub_epi16(x, s2), zero), four));
+            n = _mm_add_epi16(n, _mm_min_epi16(_mm_max_epi16(_mm_sub_epi16(x, s3), zero), four));
+            n = _mm_add_epi16(_mm_xor_si128(n, flip), add);
+            const __m128i v = _mm_packus_epi16(_mm_slli_epi16(n, 4), _mm_setzero_si128());
+            uint8_t* out = values + from + i;
+            const int64_t count = std::min<int64_t>(8, w - i);
+            if (count == 8) {
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(out), v);
+            } else if (from + i + 8 <= m_limit) {
+                // The bytes after the last pixel are written back as they were.
+                const __m128i keep = _mm_cmpgt_epi8(_mm_set1_epi8(int8_t(count)), lanes);
+                const __m128i old = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(out));
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(out),
+                                 _mm_or_si128(_mm_and_si128(keep, v), _mm_andnot_si128(keep, old)));
+            } else {
+                alignas(16) uint8_t bytes[16];
+                _mm_store_si128(reinterpret_cast<__m128i*>(bytes), v);
+                std::memcpy(out, bytes, size_t(count));
+            }
+        }
+    }
+#endif
+
+    // Any cluster, pixel by pixel over its part of the box: the values of the three pixel rows over the
+    // columns around it and those of the four sample rows over its samples, from the values on its left and the
+    // cluster's crossings.
+    void Cluster(size_t k0, size_t k1, int64_t lo, int64_t hi, unsigned rows, unsigned samples,
+                 std::vector<int64_t>* ranges, uint8_t* values)
+    {
+        const int64_t from = std::max(lo, m_from), to = std::min(hi + 1, m_to);
+        if (from >= to) return;
+        const size_t w = size_t(to - from);
+        // Columns from - 1 .. to, bit r for pixel row y - 1 + r.
+        m_cols.assign(w + 2, 0);
+        uint8_t* cols = m_cols.data();
+        unsigned base = rows;
+        for (size_t k = k0; k < k1; ++k) {
+            const EdgeNear& e = m_near[k];
+            for (int r = 0; r < 3; ++r) {
+                if (!(e.present & (1u << r))) continue;
+                if (e.t[r] <= from - 1) base ^= 1u << r;
+                else if (e.t[r] <= to) cols[e.t[r] - (from - 1)] ^= uint8_t(1u << r);
+            }
+        }
+        uint8_t v = uint8_t(base);
+        for (size_t j = 0; j < w + 2; ++j) cols[j] = v ^= cols[j];
+        // Samples 4 from - 2 .. 4 to - 3, bit r for sample row 4y - 2 + r.
+        m_samples.assign(4 * w, 0);
+        uint8_t* in = m_samples.data();
+        unsigned sbase = samples;
+        const int64_t q0 = 4 * from - 2, q1 = 4 * to - 3;
+        for (size_t k = k0; k < k1; ++k) {
+            const EdgeNear& e = m_near[k];
+            for (int r = 0; r < 4; ++r) {
+                if (!(e.present & (8u << r))) continue;
+                if (e.s[r] <= q0) sbase ^= 1u << r;
+                else if (e.s[r] <= q1) in[e.s[r] - q0] ^= uint8_t(1u << r);
+            }
+        }
+        v = uint8_t(sbase);
+        for (size_t j = 0; j < 4 * w; ++j) in[j] = v ^= in[j];
+        for (size_t i = 0; i < w; ++i) {
+            const uint8_t a = cols[i], b = cols[i + 1], c = cols[i + 2];
+            if (a == b && b == c && (a == 0 || a == 7)) continue;
+            const uint8_t* q = in + 4 * i;
+            if (ranges) AddRange(*ranges, from + int64_t(i), from + int64_t(i) + 1);
+            values[from + int64_t(i)] = Value(kBits[q[0]] + kBits[q[1]] + kBits[q[2]] + kBits[q[3]]);
+        }
+    }
+
+    const std::vector<Edge>& m_edges;
+    const int64_t m_from, m_to; // the pixels that may be border pixels
+    const int64_t m_limit;
+    const bool m_sse2;
+    std::vector<EdgeNear> m_near;
+    std::vector<uint8_t> m_cols, m_samples;
+    std::vector<int> m_steps;
+    size_t m_next = 0;
+    int64_t m_row = 0;
+    int64_t m_lastRow = INT64_MAX; // the last row where every edge in m_near takes part
+};
+
+// The border pixels of a row by looking at the plane, for rows that held something before the fill. Eight pixels at a
+// time are skipped when all their neighbours hold one value.
 void BorderFromPlane(const uint8_t* row, size_t stride, int64_t first, int64_t last, std::vector<int64_t>& ranges)
 {
     ranges.clear();
@@ -355,33 +674,30 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
         // match those stepped to from the rows above.
         const size_t bands = std::clamp<size_t>(rowCount / kMinBandRows, 1, std::max(1u, vmpar::WorkerCount()));
         struct Band {
-            std::vector<int64_t> spans;  // each row's span bounds with their end mark
             std::vector<int64_t> ranges; // each row's border pixels as [from, to) pairs
             std::vector<uint8_t> values; // their sampled values, in order
         };
-        std::vector<Band> band(bands);
-        std::vector<uint32_t> rowBand(rowCount);
-        std::vector<size_t> spanAt(rowCount), rangeAt(rowCount, 0), rangeEnd(rowCount, 0), valueAt(rowCount, 0);
-        std::vector<uint8_t> clean(rowCount); // the row held zeros outside its spans
         auto rowsOf = [&](size_t b) {
             return std::pair<size_t, size_t>(rowCount * b / bands, rowCount * (b + 1) / bands);
         };
-        auto spansOf = [&](size_t i) { return band[rowBand[i]].spans.data() + spanAt[i]; };
 
-        // The integer fill: spans between the sorted crossings of each row, set by memset.
-        vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
-            std::vector<int64_t> crossings, spans;
-            for (size_t b = b0; b < b1; ++b) {
-                const auto [r0, r1] = rowsOf(b);
-                if (r0 == r1) continue;
-                CSweep rows(edges, false);
-                rows.Begin(top + int64_t(r0));
-                Band& out = band[b];
-                for (size_t i = r0; i < r1; ++i) {
-                    rows.Next(crossings);
-                    RowSpans(crossings, left, right, spans);
-                    uint8_t* row = plane->GetBuffer(0, uint32_t(top + int64_t(i)));
-                    if (clear) {
+        if (clear) {
+            // Nothing of the old plane is looked at, so each row is done in one go while it is in the cache: its
+            // spans are laid and its border pixels written over them. Only the box without its outer ring has
+            // border pixels.
+            vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
+                std::vector<int64_t> crossings, spans;
+                for (size_t b = b0; b < b1; ++b) {
+                    const auto [r0, r1] = rowsOf(b);
+                    if (r0 == r1) continue;
+                    CBorderSweep sweep(edges, left, right, width);
+                    sweep.Begin(top + int64_t(r0));
+                    for (size_t i = r0; i < r1; ++i) {
+                        const int64_t y = top + int64_t(i);
+                        sweep.Next();
+                        sweep.Crossings(crossings);
+                        RowSpans(crossings, left, right, spans);
+                        uint8_t* row = plane->GetBuffer(0, uint32_t(y));
                         int64_t x = 0;
                         for (size_t k = 0; k + 1 < spans.size(); k += 2) {
                             std::memset(row + x, 0, size_t(spans[k] - x));
@@ -389,65 +705,82 @@ long Fill(const CPolyPoint* points, size_t count, COLChannel* plane, bool clear)
                             x = spans[k + 1];
                         }
                         std::memset(row + x, 0, size_t(width - x));
-                        clean[i] = 1;
-                    } else {
-                        int64_t x = left;
-                        bool zero = true;
-                        for (size_t k = 0; k + 1 < spans.size(); k += 2) {
-                            zero = zero && IsZero(row, x, spans[k]);
-                            std::memset(row + spans[k], 255, size_t(spans[k + 1] - spans[k]));
-                            x = spans[k + 1];
-                        }
-                        clean[i] = zero && IsZero(row, x, right);
+                        if (y > top && y < bottom - 1 && right - left >= 3) sweep.Border(nullptr, row);
                     }
-                    rowBand[i] = uint32_t(b);
-                    spanAt[i] = out.spans.size();
-                    out.spans.insert(out.spans.end(), spans.begin(), spans.end());
+                }
+            });
+            return kOk;
+        }
+
+        std::vector<Band> band(bands);
+        std::vector<size_t> rangeAt(rowCount, 0), rangeEnd(rowCount, 0), valueAt(rowCount, 0);
+        std::vector<uint8_t> clean(rowCount); // the row held zeros outside its spans
+
+        // The integer fill: spans between the sorted crossings of each row, set by memset.
+        vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
+            std::vector<int64_t> crossings, spans;
+            for (size_t b = b0; b < b1; ++b) {
+                const auto [r0, r1] = rowsOf(b);
+                if (r0 == r1) continue;
+                CSweep rows(edges);
+                rows.Begin(top + int64_t(r0));
+                for (size_t i = r0; i < r1; ++i) {
+                    rows.Next(crossings);
+                    RowSpans(crossings, left, right, spans);
+                    uint8_t* row = plane->GetBuffer(0, uint32_t(top + int64_t(i)));
+                    int64_t x = left;
+                    bool zero = true;
+                    for (size_t k = 0; k + 1 < spans.size(); k += 2) {
+                        zero = zero && IsZero(row, x, spans[k]);
+                        std::memset(row + spans[k], 255, size_t(spans[k + 1] - spans[k]));
+                        x = spans[k + 1];
+                    }
+                    clean[i] = zero && IsZero(row, x, right);
                 }
             }
         });
 
         // The pixels of the box without its outer ring that differ from one of their eight neighbours, sampled
-        // 4 x 4 each. Nothing is written until every row has found its border pixels, since that looks at the
-        // rows around as the integer fill left them.
+        // 4 x 4 each. A row that held something outside its spans, or has such a row next to it, is looked at
+        // as the integer fill left it, so nothing is written until every row has found its border pixels.
         vmpar::ParallelFor(bands, 1, [&](size_t b0, size_t b1, unsigned) {
             std::vector<int64_t> ranges, sampleRows[4];
+            std::vector<uint8_t> rowCounts, rowValues(stride);
             for (size_t b = b0; b < b1; ++b) {
                 const auto [r0, r1] = rowsOf(b);
                 const int64_t first = std::max(top + 1, top + int64_t(r0));
                 const int64_t last = std::min(bottom - 2, top + int64_t(r1) - 1);
                 if (first > last || right - left < 3) continue;
-                CSweep samples(edges, true);
-                samples.Begin(4 * first - 2);
+                CBorderSweep sweep(edges, left, right, width);
+                sweep.Begin(first);
                 Band& out = band[b];
                 for (int64_t y = first; y <= last; ++y) {
                     const size_t i = size_t(y - top);
-                    if (clean[i - 1] && clean[i] && clean[i + 1]) {
-                        const int64_t* const three[3] = {spansOf(i - 1), spansOf(i), spansOf(i + 1)};
-                        BorderFromSpans(three, ranges);
-                        size_t kept = 0;
-                        for (size_t k = 0; k < ranges.size(); k += 2) {
-                            const int64_t from = std::max(ranges[k], left + 1), to = std::min(ranges[k + 1], right - 1);
-                            if (from >= to) continue;
-                            ranges[kept++] = from;
-                            ranges[kept++] = to;
-                        }
-                        ranges.resize(kept);
-                    } else {
-                        BorderFromPlane(plane->GetBuffer(0, uint32_t(y)), stride, left + 1, right - 2, ranges);
-                    }
-                    for (auto& sampleRow : sampleRows) samples.Next(sampleRow);
-                    if (ranges.empty()) continue;
                     size_t pixels = 0;
-                    for (size_t k = 0; k < ranges.size(); k += 2) pixels += size_t(ranges[k + 1] - ranges[k]);
+                    sweep.Next();
+                    if (clean[i - 1] && clean[i] && clean[i + 1]) {
+                        sweep.Border(&ranges, rowValues.data());
+                        for (size_t k = 0; k < ranges.size(); k += 2) pixels += size_t(ranges[k + 1] - ranges[k]);
+                        rowCounts.resize(pixels);
+                        uint8_t* to = rowCounts.data();
+                        for (size_t k = 0; k < ranges.size(); k += 2) {
+                            std::memcpy(to, rowValues.data() + ranges[k], size_t(ranges[k + 1] - ranges[k]));
+                            to += ranges[k + 1] - ranges[k];
+                        }
+                    } else {
+                        sweep.SampleCrossings(sampleRows);
+                        BorderFromPlane(plane->GetBuffer(0, uint32_t(y)), stride, left + 1, right - 2, ranges);
+                        for (size_t k = 0; k < ranges.size(); k += 2) pixels += size_t(ranges[k + 1] - ranges[k]);
+                        rowCounts.assign(pixels, 0);
+                        for (const auto& sampleRow : sampleRows) AddSampleRow(sampleRow, ranges, rowCounts.data());
+                        for (uint8_t& v : rowCounts) v = Value(v);
+                    }
+                    if (ranges.empty()) continue;
                     rangeAt[i] = out.ranges.size();
                     out.ranges.insert(out.ranges.end(), ranges.begin(), ranges.end());
                     rangeEnd[i] = out.ranges.size();
                     valueAt[i] = out.values.size();
-                    out.values.resize(out.values.size() + pixels, 0);
-                    uint8_t* counts = out.values.data() + valueAt[i];
-                    for (const auto& sampleRow : sampleRows) AddSampleRow(sampleRow, ranges, counts);
-                    for (size_t k = 0; k < pixels; ++k) counts[k] = counts[k] == 16 ? 255 : uint8_t(16 * counts[k]);
+                    out.values.insert(out.values.end(), rowCounts.begin(), rowCounts.end());
                 }
             }
         });

@@ -20,8 +20,8 @@ struct CPolyPoint {
 // not reach. 0, or 0x80004005 with fewer than three points, no plane or no memory.
 long FillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane);
 
-// The plane cleared to 0 and then filled as above, in one pass that writes every byte once and reads none: the
-// same bytes as a memset to 0 followed by FillPolygon, which is what a new selection does. The plane is cleared
+// The plane cleared to 0 and then filled as above, in one pass down the rows that reads nothing of the old plane:
+// the same bytes as a memset to 0 followed by FillPolygon, which is what a new selection does. The plane is cleared
 // also when the outline is refused for too few points or misses the plane.
 long ClearAndFillPolygon(const CPolyPoint* points, size_t count, COLChannel* plane);
 

@@ -276,6 +276,90 @@ TEST(ClearAndFillPolygon, GivesTheBytesOfAClearedPlaneFilledAtEveryThreadCount)
     }
 }
 
+namespace {
+
+// Outlines of the kinds that make the fill work: many-cornered stars, self-crossing scribbles, edges a pixel or two
+// off horizontal or vertical, spikes whose sides run a pixel apart, and corners far off the plane.
+std::vector<CPolyPoint> RandomOutline(std::mt19937& rng, int w, int h)
+{
+    std::vector<CPolyPoint> p;
+    const int kind = int(rng() % 5);
+    const int n = 3 + int(rng() % 60);
+    if (kind == 0) {
+        const double cx = w / 2.0 + int(rng() % 21) - 10, cy = h / 2.0 + int(rng() % 21) - 10;
+        const double r0 = (0.2 + rng() % 60 / 100.0) * h, r1 = (0.2 + rng() % 60 / 100.0) * h;
+        const double stretch = 0.3 + rng() % 100 / 60.0;
+        for (int i = 0; i < 2 * n; ++i) {
+            const double a = 6.2831853 * i / (2 * n), r = i % 2 ? r0 : r1;
+            p.push_back({int(cx + r * stretch * std::cos(a)), int(cy + r * std::sin(a))});
+        }
+    } else if (kind == 1) {
+        for (int i = 0; i < n; ++i)
+            p.push_back({int(rng() % uint32_t(w + 30)) - 15, int(rng() % uint32_t(h + 30)) - 15});
+    } else if (kind == 2) {
+        int x = int(rng() % uint32_t(w)), y = int(rng() % uint32_t(h));
+        for (int i = 0; i < n; ++i) {
+            if (i % 2) {
+                x = int(rng() % uint32_t(w + 20)) - 10;
+                y += int(rng() % 5) - 2;
+            } else {
+                y = int(rng() % uint32_t(h + 20)) - 10;
+                x += int(rng() % 5) - 2;
+            }
+            p.push_back({x, y});
+        }
+    } else if (kind == 3) {
+        const int cx = w / 2, cy = h / 2;
+        for (int i = 0; i < n; ++i) {
+            const double a = 6.2831853 * i / n;
+            const int tx = int(cx + 0.7 * w * std::cos(a)), ty = int(cy + 0.7 * h * std::sin(a));
+            p.push_back({cx, cy});
+            p.push_back({tx, ty});
+            p.push_back({tx + int(rng() % 4), ty + int(rng() % 4)});
+        }
+    } else {
+        for (int i = 0; i < 3 + n % 3; ++i)
+            p.push_back({int(rng() % 2000001) - 1000000, int(rng() % 2000001) - 1000000});
+        p.push_back({int(rng() % uint32_t(w)), int(rng() % uint32_t(h))});
+    }
+    p.push_back(p.front());
+    return p;
+}
+
+} // namespace
+
+TEST(FillPolygon, RandomOutlinesMatchThePlainFillAtEveryLevelAndSplit)
+{
+    // Each outline is filled into a cleared plane and into planes that hold a few marks or noise, at both vector
+    // levels and at 1, 2 and 5 workers; the planes are tall enough for several bands.
+    std::mt19937 rng(23);
+    for (int round = 0; round < 48; ++round) {
+        const int w = 12 + int(rng() % 150), h = 64 + int(rng() % 160);
+        const std::vector<CPolyPoint> points = RandomOutline(rng, w, h);
+        std::vector<uint8_t> before(size_t(w * h), 0);
+        if (round % 3 == 1)
+            for (int k = 0; k < 12; ++k) before[rng() % before.size()] = 77;
+        if (round % 3 == 2)
+            for (uint8_t& v : before) v = uint8_t(rng() % 3 * 100);
+        const std::vector<uint8_t> cleared = PlainFill(points, w, h, std::vector<uint8_t>(size_t(w * h), 0));
+        const std::vector<uint8_t> filled = PlainFill(points, w, h, before);
+        for (int level : {vmsimd::kPlain, vmsimd::kSse2})
+            for (unsigned workers : {1u, 2u, 5u}) {
+                SCOPED_TRACE(testing::Message() << "round " << round << ", level " << level << ", " << workers
+                                                << " workers");
+                vmtest::RuntimeLimits limits(level, workers);
+                COLChannel plane;
+                ASSERT_EQ(plane.Create(uint32_t(w), uint32_t(h)), kOk);
+                std::memcpy(plane.GetBuffer(), before.data(), before.size());
+                ASSERT_EQ(ClearAndFillPolygon(points.data(), points.size(), &plane), kOk);
+                ASSERT_EQ(vmtest::Bytes(plane), cleared);
+                std::memcpy(plane.GetBuffer(), before.data(), before.size());
+                ASSERT_EQ(FillPolygon(points.data(), points.size(), &plane), kOk);
+                ASSERT_EQ(vmtest::Bytes(plane), filled);
+            }
+    }
+}
+
 TEST(FillPolygon, RefusesTooFewPointsAndMissingPlane)
 {
     COLChannel plane;
