@@ -3,6 +3,7 @@
 #include "document/layer.h"
 #include "document/layer_stack.h"
 #include "document/selection_document.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 namespace {
@@ -194,11 +195,7 @@ TEST(SelectionDocument, CopyToLayerWorksOnTheBaseAndStandsAside)
     CSelectionDocument doc;
     ASSERT_TRUE(doc.Begin(s.stack));
     vmtest::FillNoise(*doc.GetResultMask(), 20, 12, 5);
-    const COLImage baseBefore = [&] {
-        COLImage c;
-        c.DuplicateFrom(&s.stack.GetLayer(0)->m_image);
-        return c;
-    }();
+    const COLImage baseBefore = vmtest::Copy(s.stack.GetLayer(0)->m_image);
     ASSERT_EQ(doc.CopyToLayer(s.stack, true), kBringBackDone);
     ASSERT_EQ(s.stack.GetLayerCount(), 3);
     EXPECT_EQ(s.stack.GetCurrentIndex(), 1);

@@ -104,16 +104,13 @@ TEST(Image, SafePixelClampsNegativeToTheFarEdge)
     EXPECT_EQ(img.GetSafePixel(2, 1).Word(), 16u + 2);
 }
 
-TEST(Image, AveragePixelDividesByCountPlusOne)
+TEST(Image, AveragePixelDividesByCountPlusOneWithoutWrapping)
 {
     // == compares the colour only.
     EXPECT_TRUE(vmtest::Row({CPixel::Make(255, 255, 255)}).GetAveragePixel() == CPixel::Make(127, 127, 127));
     const COLImage three = vmtest::Row({CPixel::Make(40, 0, 8), CPixel::Make(40, 0, 8), CPixel::Make(40, 3, 8)});
     EXPECT_TRUE(three.GetAveragePixel() == CPixel::Make(30, 0, 6));
-}
-
-TEST(Image, AveragePixelOfALargeWhitePhotoDoesNotWrap)
-{
+    // A large white photo does not wrap the sum.
     const COLImage img = vmtest::Solid(5000, 4000, CPixel::FromWord(0xFFFFFFFF));
     EXPECT_EQ(img.GetAveragePixel().red, 254);   // 255 * n / (n + 1) truncates to 254
 }

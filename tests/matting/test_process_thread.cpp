@@ -371,7 +371,6 @@ TEST(DefaultProcDlg, ChangesDuringARunEndInExactlyOneMoreRun)
     GateProcess process(false);   // does not look at its flag: it stays busy through all the changes
     CProcessThread thread;
     GateDialog dlg(thread, ui, process);
-    EXPECT_STREQ(DefaultProcDlg::kName, "DefaultProcDlg");
     dlg.Restart();
     ASSERT_TRUE(process.WaitStarted());
     for (int i = 0; i < 5; ++i) dlg.Restart();

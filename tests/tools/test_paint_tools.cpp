@@ -117,11 +117,7 @@ TEST_F(PaintTest, EraserLowersAlphaOfAnUpperLayerAndUndoRestoresIt)
     // The bytes of every frame are checked at every vector level with the dabs; here the step and its undo.
     const std::vector<uint8_t> expected = vmtest::Bytes(doc.GetLayer(1)->m_image);
     ASSERT_NE(expected, before);
-    ASSERT_EQ(composeLog.GetCount(), steps + 1);
-    const CHistoryRecord* r = composeLog.GetRecord(steps);
-    EXPECT_EQ(r->kind, kStepLayerHeaderRegion);
-    EXPECT_EQ(r->arg, 1);
-    EXPECT_EQ(std::string(r->label), "erase");
+    ExpectOneStep(steps, kStepLayerHeaderRegion, 1, "erase");
 
     ASSERT_EQ(composeLog.Backward(), 1);
     EXPECT_EQ(vmtest::Bytes(doc.GetLayer(1)->m_image), before);

@@ -22,19 +22,13 @@ std::vector<uint8_t> Ellipse(int x0, int y0, int x1, int y1, int w, int h)
 
 } // namespace
 
-TEST_F(ToolTest, RectangleDragSelectsItsOutlineAndRecordsOneStep)
+TEST_F(ToolTest, RectangleDragSelectsItsOutlineAndAClickWithoutMovingDeselects)
 {
     manager->SetCurrentTool(&manager->GetRectTool());
     const int before = composeLog.GetCount();
     Drag(3, 4, 20, 15);
     EXPECT_EQ(Mask(), Filled(RectOutline(3, 4, 20, 15), W, H));
     ExpectOneStep(before, kStepChannel, -1, "rectseltip");
-}
-
-TEST_F(ToolTest, ClickWithoutMovingDeselects)
-{
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(3, 4, 20, 15);
     Click(8, 8);
     EXPECT_TRUE(doc.GetSelectionMask().IsNull());
     EXPECT_EQ(LastLabel(composeLog), std::string("His_selectnone"));
