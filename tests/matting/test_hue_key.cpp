@@ -54,6 +54,14 @@ void KeyAndMix(CHueKeyProcess& hue, const COLImage& src, ChromaKeyParams p)
     hue.MixColours(src);
 }
 
+// A picture with a key process writing beside it, and the green backdrop's settings.
+struct Keying {
+    explicit Keying(COLImage picture) : src(std::move(picture)) { hue.SetImages(&src, &dst); }
+    COLImage src, dst;
+    CHueKeyProcess hue;
+    ChromaKeyParams p = Green();
+};
+
 } // namespace
 
 TEST(HueKey, KeyThresholdAndMixByHand)
@@ -89,10 +97,7 @@ TEST(HueKey, KeyThresholdAndMixByHand)
 
 TEST(HueKey, StrengthMovesTheThreshold)
 {
-    COLImage src = GreenScene(120, 90, 1), dst;
-    CHueKeyProcess hue;
-    hue.SetImages(&src, &dst);
-    ChromaKeyParams p = Green();
+    auto [src, dst, hue, p] = Keying(GreenScene(120, 90, 1));
     p.jpegChroma = 0;
     ASSERT_EQ(hue.Process(&p), kOk);
     const int base = hue.GetThreshold();
@@ -106,10 +111,7 @@ TEST(HueKey, StrengthMovesTheThreshold)
 
 TEST(HueKey, AllBackdropKeysToNothing)
 {
-    COLImage src = vmtest::Solid(40, 30, kGreen), dst;
-    CHueKeyProcess hue;
-    hue.SetImages(&src, &dst);
-    ChromaKeyParams p = Green();
+    auto [src, dst, hue, p] = Keying(vmtest::Solid(40, 30, kGreen));
     p.jpegChroma = 0;
     ASSERT_EQ(hue.Process(&p), kOk);
     EXPECT_EQ(hue.GetThreshold(), 163);   // one past the common key 162
@@ -164,10 +166,7 @@ TEST(HueKey, SmoothingInBandsEqualsTheWholePictureRoute)
 
 TEST(HueKey, SmoothedPicturesInteriorIsWhatComesOut)
 {
-    COLImage src = GreenScene(90, 70, 2), dst;
-    CHueKeyProcess hue;
-    hue.SetImages(&src, &dst);
-    ChromaKeyParams p = Green();
+    auto [src, dst, hue, p] = Keying(GreenScene(90, 70, 2));
     ASSERT_EQ(hue.Process(&p), kOk);
     const COLImage& smooth = hue.GetSmoothed();
     // The subject's centre is restored from the smoothed copy, not from the file's own pixels.
@@ -182,10 +181,7 @@ TEST(HueKey, SmoothedPicturesInteriorIsWhatComesOut)
 
 TEST(HueKey, WithoutRecoveryTheColourIsTheSources)
 {
-    COLImage src = GreenScene(60, 50, 3), dst;
-    CHueKeyProcess hue;
-    hue.SetImages(&src, &dst);
-    ChromaKeyParams p = Green();
+    auto [src, dst, hue, p] = Keying(GreenScene(60, 50, 3));
     p.recoverColour = 0;
     KeyAndMix(hue, src, p);
     int soft = 0;
@@ -224,13 +220,9 @@ TEST(HueKey, RefinementPullsEdgeAlphaTowardTheMixingLine)
     // Left half orange, right half green, and a column between them that is an exact 50 % mix: the refined
     // alpha there lands near half.
     const CPixel orange = Rgb(220, 120, 40);
-    COLImage src = vmtest::Picture(21, 15, [&](uint32_t x, uint32_t) {
+    auto [src, dst, hue, p] = Keying(vmtest::Picture(21, 15, [&](uint32_t x, uint32_t) {
         return x == 10 ? Rgb((220 + 46) / 2, (120 + 168) / 2, (40 + 72) / 2) : x < 10 ? orange : kGreen;
-    });
-    COLImage dst;
-    CHueKeyProcess hue;
-    hue.SetImages(&src, &dst);
-    ChromaKeyParams p = Green();
+    }));
     p.jpegChroma = 0;
     p.levelLow = 0;
     ASSERT_EQ(hue.Process(&p), kOk);

@@ -2,7 +2,6 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <set>
-#include <sstream>
 #include <strings.h>
 
 #include "shell/app_globals.h"
@@ -15,10 +14,8 @@ namespace {
 
 std::string ReadText(const std::string& path)
 {
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
+    const std::vector<uint8_t> bytes = vmtest::ReadAll(path);
+    return std::string(bytes.begin(), bytes.end());
 }
 
 void WriteText(const std::string& path, const std::string& text)
@@ -76,20 +73,16 @@ TEST(Profile, HandWrittenFileWithSpacesCommentsAndCase)
 
 TEST(Profile, NumberForms)
 {
+    const std::pair<const char*, int> good[] = {
+        {"0xFF808080", -8355712}, {" -12 ", -12}, {"+7", 7}, {"2147483647", 2147483647}};
+    for (const auto& [text, expected] : good) {
+        int v = 0;
+        EXPECT_TRUE(CProfile::ParseInt(text, v)) << text;
+        EXPECT_EQ(v, expected) << text;
+    }
     int v = 0;
-    EXPECT_TRUE(CProfile::ParseInt("0xFF808080", v));
-    EXPECT_EQ(v, -8355712);
-    EXPECT_TRUE(CProfile::ParseInt(" -12 ", v));
-    EXPECT_EQ(v, -12);
-    EXPECT_TRUE(CProfile::ParseInt("+7", v));
-    EXPECT_EQ(v, 7);
-    EXPECT_TRUE(CProfile::ParseInt("2147483647", v));
-    EXPECT_EQ(v, 2147483647);
-    EXPECT_FALSE(CProfile::ParseInt("2147483648", v));
-    EXPECT_FALSE(CProfile::ParseInt("0x100000000", v));
-    EXPECT_FALSE(CProfile::ParseInt("", v));
-    EXPECT_FALSE(CProfile::ParseInt("0x", v));
-    EXPECT_FALSE(CProfile::ParseInt("1 2", v));
+    for (const char* bad : {"2147483648", "0x100000000", "", "0x", "1 2"})
+        EXPECT_FALSE(CProfile::ParseInt(bad, v)) << bad;
 }
 
 TEST(Profile, ValueWithLineBreakStaysOneEntry)
