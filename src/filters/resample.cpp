@@ -585,16 +585,51 @@ struct PlaneRowHTables {
     const uint32_t* bases;
 };
 
+// The chosen bytes of sixteen pixels as 16-bit lanes: pixels 0-3 and 8-11 | 4-7 and 12-15.
+VM_TARGET_AVX2 inline __m256i ChosenBytesAvx2(const uint8_t* from, __m256i intoLow, __m256i intoHigh)
+{
+    const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
+    const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + 32));
+    return _mm256_or_si256(_mm256_shuffle_epi8(a, intoLow), _mm256_shuffle_epi8(b, intoHigh));
+}
+
+VM_TARGET_AVX2 inline __m256i PermutedAvx2(const uint32_t* words, __m256i order)
+{
+    return _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(words)), order);
+}
+
 // Eight columns at a time. g * a + f * b stays below 65536, so 16-bit lanes (and unsigned packing) hold it.
 VM_TARGET_AVX2 void PlaneRowHAvx2(const uint8_t* pixels, int byteIndex, const uint8_t* line, const PlaneRowHTables& t,
                                   uint16_t* out, uint32_t dw, uint32_t sw)
 {
     const __m128i zero = _mm_setzero_si128(), one = _mm_set1_epi8(1);
     const __m128i shift = _mm_cvtsi32_si128(8 * byteIndex);
+    // Shuffles that take the chosen byte of four pixels into four 16-bit lanes of one half of a lane.
+    const char b = char(byteIndex), no = char(-1);
+    const __m256i intoLow = _mm256_setr_epi8(b, no, char(b + 4), no, char(b + 8), no, char(b + 12), no, no, no, no,
+                                             no, no, no, no, no, b, no, char(b + 4), no, char(b + 8), no, char(b + 12),
+                                             no, no, no, no, no, no, no, no, no);
+    const __m256i intoHigh = _mm256_setr_epi8(no, no, no, no, no, no, no, no, b, no, char(b + 4), no, char(b + 8), no,
+                                              char(b + 12), no, no, no, no, no, no, no, no, no, b, no, char(b + 4), no,
+                                              char(b + 8), no, char(b + 12), no);
+    const __m256i weightOrder = _mm256_setr_epi32(0, 1, 4, 5, 2, 3, 6, 7);
+    const __m256i outputOrder = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
     uint32_t i = 0;
     for (; i + 8 <= dw; i += 8) {
         const uint32_t group = i / 8;
-        if (t.kinds[group] == kStrideTwo) {
+        if (i + 16 <= dw && t.kinds[group] == kStrideTwo && t.kinds[group + 1] == kStrideTwo &&
+            t.pos[i + 8] == t.pos[i] + 16) {
+            // Sixteen columns from 32 pixels in a row: each 32-byte load gives four chosen bytes per half, put as
+            // pairs (a, b) in 16-bit lanes: columns 0 1 4 5 | 2 3 6 7 of each eight, weighed in that order and put
+            // back in order by the last permute.
+            const uint8_t* from = pixels + size_t(t.pos[i]) * 4;
+            const __m256i first = ChosenBytesAvx2(from, intoLow, intoHigh);
+            const __m256i second = ChosenBytesAvx2(from + 64, intoLow, intoHigh);
+            const __m256i packed = _mm256_packus_epi32(_mm256_madd_epi16(first, PermutedAvx2(t.weights + i, weightOrder)),
+                                                       _mm256_madd_epi16(second, PermutedAvx2(t.weights + i + 8, weightOrder)));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_permutevar8x32_epi32(packed, outputOrder));
+            i += 8;
+        } else if (t.kinds[group] == kStrideTwo) {
             // Sixteen pixels from pos: their bytes become 16-bit pairs (a, b) in column order, one multiply-add
             // with (g, f) per column.
             const uint8_t* from = pixels + size_t(t.pos[i]) * 4;

@@ -218,27 +218,19 @@ VM_TARGET_AVX2 void RowVPairAvx2(const uint16_t* top, const uint16_t* bottom, ui
 
 // Exactly half along both axes every output is the mean of a 2 x 2 block: the weights are 8192 and 8192 on each
 // axis, so the two passes come to (a + b + c + d + 2) >> 2 per byte (the horizontal pass gives 32 (a + b) exactly,
-// the vertical (2^18 (a + b + c + d) + 2^19) >> 20). Eight outputs per step: the even and the odd pixels of two
-// rows are taken apart by shuffles and added in 16-bit lanes.
-VM_TARGET_AVX2 inline __m256i SumPairsAvx2(const uint8_t* top, const uint8_t* bottom, bool high)
+// the vertical (2^18 (a + b + c + d) + 2^19) >> 20). Four outputs from each row's 32 bytes: a shuffle puts the
+// two pixels' bytes of each channel side by side and a multiply-add with ones sums them into 16-bit lanes.
+VM_TARGET_AVX2 inline __m256i SumPairsAvx2(const uint8_t* top, const uint8_t* bottom)
 {
-    const __m256i zero = _mm256_setzero_si256();
-    __m256i sum = zero;
-    for (const uint8_t* row : {top, bottom}) {
-        const __m256 a = _mm256_loadu_ps(reinterpret_cast<const float*>(row));
-        const __m256 b = _mm256_loadu_ps(reinterpret_cast<const float*>(row + 32));
-        const __m256i even = _mm256_castps_si256(_mm256_shuffle_ps(a, b, 0x88)); // 0 2 8 10 | 4 6 12 14
-        const __m256i odd = _mm256_castps_si256(_mm256_shuffle_ps(a, b, 0xDD));  // 1 3 9 11 | 5 7 13 15
-        if (high)
-            sum = _mm256_add_epi16(sum, _mm256_add_epi16(_mm256_unpackhi_epi8(even, zero), _mm256_unpackhi_epi8(odd, zero)));
-        else
-            sum = _mm256_add_epi16(sum, _mm256_add_epi16(_mm256_unpacklo_epi8(even, zero), _mm256_unpacklo_epi8(odd, zero)));
-    }
-    return _mm256_srli_epi16(_mm256_add_epi16(sum, _mm256_set1_epi16(2)), 2);
+    const __m256i order = _mm256_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15, //
+                                           0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
+    const __m256i ones = _mm256_set1_epi8(1);
+    const __m256i t = _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(top)), order);
+    const __m256i b = _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom)), order);
+    const __m256i sum = _mm256_add_epi16(_mm256_maddubs_epi16(t, ones), _mm256_maddubs_epi16(b, ones));
+    return _mm256_srli_epi16(_mm256_add_epi16(sum, _mm256_set1_epi16(2)), 2); // outputs 0 1 | 2 3
 }
 
-// next (may be null) is the next output's top row: it is asked for while this row is worked on, so that its
-// memory arrives while the caller does what else the row needs.
 VM_TARGET_AVX2 void HalveRowAvx2(const uint8_t* top, const uint8_t* bottom, const uint8_t* next, uint8_t* out,
                                  uint32_t dw)
 {
@@ -251,8 +243,8 @@ VM_TARGET_AVX2 void HalveRowAvx2(const uint8_t* top, const uint8_t* bottom, cons
             _mm_prefetch(reinterpret_cast<const char*>(next + size_t(x) * 8), _MM_HINT_T0);
             _mm_prefetch(reinterpret_cast<const char*>(next + stride + size_t(x) * 8), _MM_HINT_T0);
         }
-        // Outputs come as 0 1 4 5 | 2 3 6 7 in 32-bit units; the permute puts them in order.
-        const __m256i bytes = _mm256_packus_epi16(SumPairsAvx2(t, b, false), SumPairsAvx2(t, b, true));
+        // Packed, the outputs come as 0 1 4 5 | 2 3 6 7 in 32-bit units; the permute puts them in order.
+        const __m256i bytes = _mm256_packus_epi16(SumPairsAvx2(t, b), SumPairsAvx2(t + 32, b + 32));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + size_t(x) * 4), _mm256_permute4x64_epi64(bytes, 0xD8));
     }
     for (; x < dw; ++x)
