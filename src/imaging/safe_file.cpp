@@ -1,6 +1,7 @@
 #include "imaging/safe_file.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <cstdlib>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -52,6 +53,14 @@ bool CSafeFileWriter::Seek(long offset)
 }
 
 long CSafeFileWriter::Tell() const { return m_pFile ? std::ftell(m_pFile) : -1; }
+
+void CSafeFileWriter::StartWriteback()
+{
+    if (!m_pFile || m_failed || std::fflush(m_pFile) != 0) return;
+#ifdef SYNC_FILE_RANGE_WRITE
+    sync_file_range(fileno(m_pFile), 0, 0, SYNC_FILE_RANGE_WRITE); // 0, 0: the whole file as it stands
+#endif
+}
 
 bool CSafeFileWriter::Commit()
 {

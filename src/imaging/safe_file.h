@@ -21,6 +21,10 @@ public:
     FILE* Stream() const { return m_pFile; }
     void MarkFailed() { m_failed = true; }
     bool Failed() const { return m_failed; }
+    // Hands what is written so far to the system and asks it to start putting it on the disk, so that the disk
+    // works while the caller computes what comes next and Commit's sync has less left to wait for. Only a hint:
+    // errors show at Commit.
+    void StartWriteback();
     // Flushes, syncs and renames. Returns false, and removes the temporary, when anything went wrong.
     bool Commit();
     void Discard();

@@ -202,6 +202,7 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
                       uint32_t(2 + 2 * uint64_t(e.height) + e.ChannelBytes(c)));
                 file.Seek(end);
             }
+            file.StartWriteback(); // the disk takes this layer while the next one is encoded
         }
         long end = file.Tell();
         uint32_t layerInfo = uint32_t(end - long(sectionAt) - 8);
