@@ -68,6 +68,13 @@ protected:
     vmtest::ScopedTempFolder m_tmp;
 };
 
+// A log already opened in the temporary folder.
+class OpenLogTest : public HistoryLogTest {
+protected:
+    void SetUp() override { ASSERT_EQ(m_log.Init(), 1); }
+    NumberLog m_log;
+};
+
 TEST_F(HistoryLogTest, InitNamesTheLogInTheTemporaryFolderAndTheDestructorRemovesIt)
 {
     std::string path;
@@ -139,119 +146,109 @@ TEST_F(HistoryLogTest, InitDeletesYesterdaysLog)
     EXPECT_FALSE(fs::exists(m_tmp.File(name)));
 }
 
-TEST_F(HistoryLogTest, UndoRedoAndJumpsReplayFromTheNearestSnapshot)
+TEST_F(OpenLogTest, UndoRedoAndJumpsReplayFromTheNearestSnapshot)
 {
-    NumberLog log;
-    ASSERT_EQ(log.Init(), 1);
-    EXPECT_EQ(log.Add(kStepWholeDocument, 0, "open"), 1);
-    EXPECT_EQ(log.CanBackward(), 0);
-    EXPECT_EQ(log.CanForward(), 0);
-    std::vector<std::vector<int32_t>> states{log.doc};
+    EXPECT_EQ(m_log.Add(kStepWholeDocument, 0, "open"), 1);
+    EXPECT_EQ(m_log.CanBackward(), 0);
+    EXPECT_EQ(m_log.CanForward(), 0);
+    std::vector<std::vector<int32_t>> states{m_log.doc};
     for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(log.Set(i, 10 + i), i + 2);
-        states.push_back(log.doc);
+        EXPECT_EQ(m_log.Set(i, 10 + i), i + 2);
+        states.push_back(m_log.doc);
     }
-    EXPECT_EQ(log.GetRecord(3)->kind, kStepLayerRegion);
-    EXPECT_STREQ(log.GetRecord(0)->label, "open");
+    EXPECT_EQ(m_log.GetRecord(3)->kind, kStepLayerRegion);
+    EXPECT_STREQ(m_log.GetRecord(0)->label, "open");
 
-    ASSERT_EQ(log.Backward(), 1);
-    EXPECT_EQ(log.GetCurrentStep(), 5);
-    EXPECT_EQ(log.doc, states[4]);
-    EXPECT_EQ(log.CanForward(), 1);
-    ASSERT_EQ(log.JumpTo(2), 1);
-    EXPECT_EQ(log.doc, states[1]);
-    ASSERT_EQ(log.Forward(), 1);
-    EXPECT_EQ(log.doc, states[2]);
-    ASSERT_EQ(log.JumpTo(6), 1);
-    EXPECT_EQ(log.doc, states[5]);
-    ASSERT_EQ(log.JumpTo(1), 1);
-    EXPECT_EQ(log.doc, states[0]);
-    EXPECT_EQ(log.Backward(), 0);   // the first step cannot be undone
+    ASSERT_EQ(m_log.Backward(), 1);
+    EXPECT_EQ(m_log.GetCurrentStep(), 5);
+    EXPECT_EQ(m_log.doc, states[4]);
+    EXPECT_EQ(m_log.CanForward(), 1);
+    ASSERT_EQ(m_log.JumpTo(2), 1);
+    EXPECT_EQ(m_log.doc, states[1]);
+    ASSERT_EQ(m_log.Forward(), 1);
+    EXPECT_EQ(m_log.doc, states[2]);
+    ASSERT_EQ(m_log.JumpTo(6), 1);
+    EXPECT_EQ(m_log.doc, states[5]);
+    ASSERT_EQ(m_log.JumpTo(1), 1);
+    EXPECT_EQ(m_log.doc, states[0]);
+    EXPECT_EQ(m_log.Backward(), 0);   // the first step cannot be undone
 
     // A jump to where we are does not touch the file at all.
-    const int before = log.applied;
-    std::remove(log.GetLogPath());
-    EXPECT_EQ(log.JumpTo(1), 1);
-    EXPECT_EQ(log.applied, before);
-    EXPECT_EQ(log.JumpTo(0), 0);
-    EXPECT_EQ(log.JumpTo(7), 0);
+    const int before = m_log.applied;
+    std::remove(m_log.GetLogPath());
+    EXPECT_EQ(m_log.JumpTo(1), 1);
+    EXPECT_EQ(m_log.applied, before);
+    EXPECT_EQ(m_log.JumpTo(0), 0);
+    EXPECT_EQ(m_log.JumpTo(7), 0);
 }
 
-TEST_F(HistoryLogTest, ANewStepAfterUndoDropsTheRedoTailButNotItsBytes)
+TEST_F(OpenLogTest, ANewStepAfterUndoDropsTheRedoTailButNotItsBytes)
 {
-    NumberLog log;
-    ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepWholeDocument, 0);
-    log.Set(1, 5);
-    log.Set(2, 6);
-    const uint32_t end = log.GetWritePosition();
-    ASSERT_EQ(log.Backward(), 1);
-    ASSERT_EQ(log.Backward(), 1);
-    EXPECT_EQ(log.Set(3, 7), 2);
-    EXPECT_EQ(log.GetCount(), 2);
-    EXPECT_EQ(log.CanForward(), 0);
-    EXPECT_EQ(log.GetRecord(1)->offset, end);
-    EXPECT_EQ(fs::file_size(log.GetLogPath()), end + 8u);
-    ASSERT_EQ(log.JumpTo(1), 1);
-    ASSERT_EQ(log.JumpTo(2), 1);
-    EXPECT_EQ(log.doc, (std::vector<int32_t>{0, 0, 0, 7, 0, 0, 0, 0}));
+    m_log.Add(kStepWholeDocument, 0);
+    m_log.Set(1, 5);
+    m_log.Set(2, 6);
+    const uint32_t end = m_log.GetWritePosition();
+    ASSERT_EQ(m_log.Backward(), 1);
+    ASSERT_EQ(m_log.Backward(), 1);
+    EXPECT_EQ(m_log.Set(3, 7), 2);
+    EXPECT_EQ(m_log.GetCount(), 2);
+    EXPECT_EQ(m_log.CanForward(), 0);
+    EXPECT_EQ(m_log.GetRecord(1)->offset, end);
+    EXPECT_EQ(fs::file_size(m_log.GetLogPath()), end + 8u);
+    ASSERT_EQ(m_log.JumpTo(1), 1);
+    ASSERT_EQ(m_log.JumpTo(2), 1);
+    EXPECT_EQ(m_log.doc, (std::vector<int32_t>{0, 0, 0, 7, 0, 0, 0, 0}));
 }
 
-TEST_F(HistoryLogTest, DeltasThatOutgrowTheSnapshotForceTheNextSnapshot)
+TEST_F(OpenLogTest, DeltasThatOutgrowTheSnapshotForceTheNextSnapshot)
 {
-    NumberLog log;
-    ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepWholeDocument, 0);
-    EXPECT_EQ(log.GetSnapshotSize(), 36u);   // count and eight numbers
+    m_log.Add(kStepWholeDocument, 0);
+    EXPECT_EQ(m_log.GetSnapshotSize(), 36u);   // count and eight numbers
     // Each delta is 8 bytes: after five of them (40 > 36) the next step is stored whole.
-    for (int i = 0; i < 5; ++i) log.Set(i, i + 1);
-    EXPECT_EQ(log.GetBytesSinceSnapshot(), 40u);
-    log.Set(6, 99);
-    const CHistoryRecord* r = log.GetRecord(6);
+    for (int i = 0; i < 5; ++i) m_log.Set(i, i + 1);
+    EXPECT_EQ(m_log.GetBytesSinceSnapshot(), 40u);
+    m_log.Set(6, 99);
+    const CHistoryRecord* r = m_log.GetRecord(6);
     EXPECT_EQ(r->kind, kStepWholeDocument);
     EXPECT_EQ(r->arg, 6);
-    EXPECT_EQ(log.GetBytesSinceSnapshot(), 0u);
+    EXPECT_EQ(m_log.GetBytesSinceSnapshot(), 0u);
 
     // Undo to a step after the second snapshot starts there, not at the first one.
-    log.Set(7, 1);
-    log.Set(7, 2);
-    const auto state = log.doc;
-    log.applied = 0;
-    ASSERT_EQ(log.JumpTo(8), 1);
-    EXPECT_EQ(log.applied, 2);
-    log.doc[7] = 2;
-    EXPECT_EQ(log.doc, state);
+    m_log.Set(7, 1);
+    m_log.Set(7, 2);
+    const auto state = m_log.doc;
+    m_log.applied = 0;
+    ASSERT_EQ(m_log.JumpTo(8), 1);
+    EXPECT_EQ(m_log.applied, 2);
+    m_log.doc[7] = 2;
+    EXPECT_EQ(m_log.doc, state);
 }
 
-TEST_F(HistoryLogTest, LabelsAreCutByBytesWithoutSplittingATwoByteCharacter)
+TEST_F(OpenLogTest, LabelsAreCutByBytesWithoutSplittingATwoByteCharacter)
 {
-    NumberLog log;
-    ASSERT_EQ(log.Init(), 1);
-    log.Add(kStepWholeDocument, 0, "0123456789012345678901234567890123456789");
-    EXPECT_STREQ(log.GetRecord(0)->label, "0123456789012345678901234567890");
+    m_log.Add(kStepWholeDocument, 0, "0123456789012345678901234567890123456789");
+    EXPECT_STREQ(m_log.GetRecord(0)->label, "0123456789012345678901234567890");
     // 30 single bytes, then a two-byte character that would need bytes 31 and 32: it is left out.
-    log.Set(0, 1);
-    log.Add(kStepWholeDocument, 0, "012345678901234567890123456789\xB1\xB3");
-    EXPECT_STREQ(log.GetRecord(2)->label, "012345678901234567890123456789");
-    log.Add(kStepWholeDocument, 0, "01234567890123456789012345678\xB1\xB3x");
-    EXPECT_STREQ(log.GetRecord(3)->label, "01234567890123456789012345678\xB1\xB3");
+    m_log.Set(0, 1);
+    m_log.Add(kStepWholeDocument, 0, "012345678901234567890123456789\xB1\xB3");
+    EXPECT_STREQ(m_log.GetRecord(2)->label, "012345678901234567890123456789");
+    m_log.Add(kStepWholeDocument, 0, "01234567890123456789012345678\xB1\xB3x");
+    EXPECT_STREQ(m_log.GetRecord(3)->label, "01234567890123456789012345678\xB1\xB3");
 }
 
-TEST_F(HistoryLogTest, DamagedHistoryBlocksAreRefused)
+TEST_F(OpenLogTest, DamagedHistoryBlocksAreRefused)
 {
-    NumberLog log;
-    ASSERT_EQ(log.Init(), 1);
     const std::string path = m_tmp.File("bad.bin");
     auto load = [&](const std::vector<uint8_t>& bytes) {
         vmtest::WriteAll(path, bytes);
         FILE* f = std::fopen(path.c_str(), "rb");
-        const int r = log.LoadFrom(f);
+        const int r = m_log.LoadFrom(f);
         std::fclose(f);
         return r;
     };
     // A huge record count with a short stream.
     EXPECT_EQ(load({0xFF, 0xFF, 0xFF, 0x7F, 0, 0, 0, 0, 1, 2, 3}), 0);
-    EXPECT_EQ(log.GetCount(), 0);
+    EXPECT_EQ(m_log.GetCount(), 0);
     // A current step beyond the records.
     std::vector<uint8_t> one(8 + 44, 0);
     one[0] = 1;
@@ -261,25 +258,23 @@ TEST_F(HistoryLogTest, DamagedHistoryBlocksAreRefused)
     EXPECT_EQ(load({1, 0, 0}), 0);
     one[4] = 1;
     EXPECT_EQ(load(one), 1);
-    EXPECT_EQ(log.GetCount(), 1);
+    EXPECT_EQ(m_log.GetCount(), 1);
 }
 
-TEST_F(HistoryLogTest, AFullLogStartsOverWithTheWholeDocument)
+TEST_F(OpenLogTest, AFullLogStartsOverWithTheWholeDocument)
 {
-    NumberLog log;
-    ASSERT_EQ(log.Init(), 1);
-    log.SetLogLimit(70);
-    log.Add(kStepWholeDocument, 0);   // 36 bytes
-    for (int i = 0; i < 4; ++i) log.Set(i, i + 1);   // 8 bytes each, up to 68
-    EXPECT_EQ(log.GetCount(), 5);
-    log.Set(4, 5);   // would end at 76: the log starts over with this state as its snapshot
-    EXPECT_EQ(log.GetCount(), 1);
-    EXPECT_EQ(log.GetRecord(0)->kind, kStepWholeDocument);
-    EXPECT_EQ(log.GetRecord(0)->offset, 0u);
-    EXPECT_EQ(log.GetWritePosition(), 36u);
-    log.Set(5, 6);
-    ASSERT_EQ(log.Backward(), 1);
-    EXPECT_EQ(log.doc, (std::vector<int32_t>{1, 2, 3, 4, 5, 0, 0, 0}));
+    m_log.SetLogLimit(70);
+    m_log.Add(kStepWholeDocument, 0);   // 36 bytes
+    for (int i = 0; i < 4; ++i) m_log.Set(i, i + 1);   // 8 bytes each, up to 68
+    EXPECT_EQ(m_log.GetCount(), 5);
+    m_log.Set(4, 5);   // would end at 76: the log starts over with this state as its snapshot
+    EXPECT_EQ(m_log.GetCount(), 1);
+    EXPECT_EQ(m_log.GetRecord(0)->kind, kStepWholeDocument);
+    EXPECT_EQ(m_log.GetRecord(0)->offset, 0u);
+    EXPECT_EQ(m_log.GetWritePosition(), 36u);
+    m_log.Set(5, 6);
+    ASSERT_EQ(m_log.Backward(), 1);
+    EXPECT_EQ(m_log.doc, (std::vector<int32_t>{1, 2, 3, 4, 5, 0, 0, 0}));
 }
 
 } // namespace
