@@ -29,23 +29,28 @@ struct Stack {
     }
 };
 
+// A selection begun on the upper layer of that stack.
+class BegunSelection : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(m_doc.Begin(m_s.stack)); }
+    Stack m_s;
+    CSelectionDocument m_doc;
+};
+
 } // namespace
 
-TEST(SelectionDocument, BeginCopiesTheCurrentLayerAndClearFreesAll)
+TEST_F(BegunSelection, BeginCopiesTheCurrentLayerAndClearFreesAll)
 {
-    Stack s;
-    CSelectionDocument doc;
-    ASSERT_TRUE(doc.Begin(s.stack));
-    EXPECT_EQ(doc.GetSourceImage(), &s.stack.GetLayer(1)->m_image);
-    EXPECT_TRUE(vmtest::SamePixels(*doc.GetWorkingImage(), s.stack.GetLayer(1)->m_image));
+    EXPECT_EQ(m_doc.GetSourceImage(), &m_s.stack.GetLayer(1)->m_image);
+    EXPECT_TRUE(vmtest::SamePixels(*m_doc.GetWorkingImage(), m_s.stack.GetLayer(1)->m_image));
     int w = 0, h = 0;
-    doc.GetSize(w, h);
+    m_doc.GetSize(w, h);
     EXPECT_EQ(std::make_pair(w, h), std::make_pair(8, 6));
-    vmtest::FillNoise(*doc.GetOuterPlane(), 8, 6, 1);
-    doc.Clear();
-    doc.GetSize(w, h);
+    vmtest::FillNoise(*m_doc.GetOuterPlane(), 8, 6, 1);
+    m_doc.Clear();
+    m_doc.GetSize(w, h);
     EXPECT_EQ(w, 0);
-    EXPECT_TRUE(doc.GetOuterPlane()->IsNull());
+    EXPECT_TRUE(m_doc.GetOuterPlane()->IsNull());
 }
 
 TEST(SelectionDocument, CheckerboardIsAnchoredToTheDocument)
@@ -71,36 +76,30 @@ TEST(SelectionDocument, CheckerboardIsAnchoredToTheDocument)
     EXPECT_EQ(untouched.GetPixel(2, 2), 0x07070707u);
 }
 
-TEST(SelectionDocument, LargerBackgroundPictureShowsItsCentreUnscaled)
+TEST_F(BegunSelection, LargerBackgroundPictureShowsItsCentreUnscaled)
 {
-    Stack s;
-    CSelectionDocument doc;
-    ASSERT_TRUE(doc.Begin(s.stack));   // 8 x 6
-    *doc.GetBackgroundPicture() = Picture(30, 20, 9);
-    doc.SetDisplayMode(kShowPicture);
+    *m_doc.GetBackgroundPicture() = Picture(30, 20, 9);
+    m_doc.SetDisplayMode(kShowPicture);
     COLImage out;
     out.Create(5, 4);
-    ASSERT_EQ(doc.FillBackground(out, {2, 1, 7, 5}), 1);
+    ASSERT_EQ(m_doc.FillBackground(out, {2, 1, 7, 5}), 1);
     for (uint32_t y = 0; y < 4; ++y)
         for (uint32_t x = 0; x < 5; ++x)
-            ASSERT_EQ(out.GetPixel(x, y), doc.GetBackgroundPicture()->GetPixel((30 - 8) / 2 + 2 + x, (20 - 6) / 2 + 1 + y));
+            ASSERT_EQ(out.GetPixel(x, y), m_doc.GetBackgroundPicture()->GetPixel((30 - 8) / 2 + 2 + x, (20 - 6) / 2 + 1 + y));
 }
 
-TEST(SelectionDocument, WorkingImageOverBackgroundWithAndWithoutMask)
+TEST_F(BegunSelection, WorkingImageOverBackgroundWithAndWithoutMask)
 {
-    Stack s;
-    CSelectionDocument doc;
-    ASSERT_TRUE(doc.Begin(s.stack));
-    COLImage& working = *doc.GetWorkingImage();
+    COLImage& working = *m_doc.GetWorkingImage();
     for (size_t i = 0; i < working.GetPixelCount(); ++i) working.GetBuffer()[i].alpha = uint8_t(i * 37);
-    doc.SetDisplayMode(kShowColour);
-    doc.SetBackgroundColour(0xFF204060);
+    m_doc.SetDisplayMode(kShowColour);
+    m_doc.SetBackgroundColour(0xFF204060);
     const CRect rect{1, 1, 7, 5};
 
     COLImage plain;
     plain.Create(6, 4);
-    doc.FillBackground(plain, rect);
-    doc.DrawWorking(plain, rect);
+    m_doc.FillBackground(plain, rect);
+    m_doc.DrawWorking(plain, rect);
     for (uint32_t y = 0; y < 4; ++y)
         for (uint32_t x = 0; x < 6; ++x) {
             const CPixel w = working.GetPixel2(x + 1, y + 1), d = plain.GetPixel2(x, y);
@@ -110,17 +109,17 @@ TEST(SelectionDocument, WorkingImageOverBackgroundWithAndWithoutMask)
             ASSERT_EQ(d.alpha, 0);
         }
 
-    vmtest::FillNoise(*doc.GetResultMask(), 8, 6, 4);
+    vmtest::FillNoise(*m_doc.GetResultMask(), 8, 6, 4);
     for (int mode : {kShowColour, kShowMask}) {
-        doc.SetDisplayMode(mode);
+        m_doc.SetDisplayMode(mode);
         COLImage out;
         out.Create(6, 4);
-        doc.FillBackground(out, rect);
-        doc.DrawWorking(out, rect);
+        m_doc.FillBackground(out, rect);
+        m_doc.DrawWorking(out, rect);
         for (uint32_t y = 0; y < 4; ++y)
             for (uint32_t x = 0; x < 6; ++x) {
                 const CPixel w = working.GetPixel2(x + 1, y + 1), d = out.GetPixel2(x, y);
-                const uint32_t m = doc.GetResultMask()->GetValue(x + 1, y + 1);
+                const uint32_t m = m_doc.GetResultMask()->GetValue(x + 1, y + 1);
                 const uint32_t bg = mode == kShowMask ? 0 : 0x40;
                 const uint32_t a = std::min<uint32_t>(w.alpha, m);
                 const uint32_t green = !m ? bg : mode == kShowMask ? m : (w.green * a + bg * (255 - a)) / 255;
@@ -129,63 +128,57 @@ TEST(SelectionDocument, WorkingImageOverBackgroundWithAndWithoutMask)
     }
 }
 
-TEST(SelectionDocument, ContourOverlayXorsInnerIntoOuter)
+TEST_F(BegunSelection, ContourOverlayXorsInnerIntoOuter)
 {
-    Stack s;
-    CSelectionDocument doc;
-    ASSERT_TRUE(doc.Begin(s.stack));
-    vmtest::FillNoise(*doc.GetOuterPlane(), 8, 6, 5);
-    vmtest::FillNoise(*doc.GetInnerPlane(), 8, 6, 6);
-    doc.GetInnerPlane()->SetValue(0, 0, 0);
+    vmtest::FillNoise(*m_doc.GetOuterPlane(), 8, 6, 5);
+    vmtest::FillNoise(*m_doc.GetInnerPlane(), 8, 6, 6);
+    m_doc.GetInnerPlane()->SetValue(0, 0, 0);
     COLImage out;
     out.Create(8, 6);
-    doc.DrawContours(out, {0, 0, 8, 6});
+    m_doc.DrawContours(out, {0, 0, 8, 6});
     for (uint32_t y = 0; y < 6; ++y)
         for (uint32_t x = 0; x < 8; ++x)
-            ASSERT_EQ(out.GetPixel2(x, y).alpha, doc.GetOuterPlane()->GetValue(x, y) ^ doc.GetInnerPlane()->GetValue(x, y));
-    doc.SetShowOuter(0);
-    doc.DrawContours(out, {0, 0, 8, 6});
-    EXPECT_EQ(out.GetPixel2(3, 3).alpha, doc.GetInnerPlane()->GetValue(3, 3));
-    doc.SetShowInner(0);
-    doc.DrawContours(out, {0, 0, 8, 6});
+            ASSERT_EQ(out.GetPixel2(x, y).alpha, m_doc.GetOuterPlane()->GetValue(x, y) ^ m_doc.GetInnerPlane()->GetValue(x, y));
+    m_doc.SetShowOuter(0);
+    m_doc.DrawContours(out, {0, 0, 8, 6});
+    EXPECT_EQ(out.GetPixel2(3, 3).alpha, m_doc.GetInnerPlane()->GetValue(3, 3));
+    m_doc.SetShowInner(0);
+    m_doc.DrawContours(out, {0, 0, 8, 6});
     EXPECT_EQ(out.GetPixel2(3, 3).alpha, 0);
 }
 
-TEST(SelectionDocument, BringBackToTheLayer)
+TEST_F(BegunSelection, BringBackToTheLayer)
 {
-    Stack s;
-    CSelectionDocument doc;
-    ASSERT_TRUE(doc.Begin(s.stack));
-    vmtest::FillNoise(*doc.GetResultMask(), 8, 6, 8);
-    const COLChannel& mask = *doc.GetResultMask();
+    vmtest::FillNoise(*m_doc.GetResultMask(), 8, 6, 8);
+    const COLChannel& mask = *m_doc.GetResultMask();
 
-    ASSERT_EQ(doc.KeepAsSelection(s.stack), kBringBackDone);
-    const COLChannel& selection = s.stack.GetSelectionMask();
+    ASSERT_EQ(m_doc.KeepAsSelection(m_s.stack), kBringBackDone);
+    const COLChannel& selection = m_s.stack.GetSelectionMask();
     for (uint32_t y = 0; y < 12; ++y)
         for (uint32_t x = 0; x < 20; ++x) {
             const bool inside = x >= 5 && x < 13 && y >= 3 && y < 9;
             ASSERT_EQ(selection.GetValue(x, y), inside ? mask.GetValue(x - 5, y - 3) : 0);
         }
 
-    ASSERT_EQ(doc.SeparateToLayer(s.stack), kBringBackDone);
-    ASSERT_EQ(s.stack.GetLayerCount(), 3);
-    EXPECT_EQ(s.stack.GetCurrentIndex(), 2);
-    const COLImage& upper = s.stack.GetLayer(2)->m_image;
+    ASSERT_EQ(m_doc.SeparateToLayer(m_s.stack), kBringBackDone);
+    ASSERT_EQ(m_s.stack.GetLayerCount(), 3);
+    EXPECT_EQ(m_s.stack.GetCurrentIndex(), 2);
+    const COLImage& upper = m_s.stack.GetLayer(2)->m_image;
     for (uint32_t y = 0; y < 6; ++y)
         for (uint32_t x = 0; x < 8; ++x) {
             ASSERT_EQ(upper.GetPixel2(x, y).alpha, mask.GetValue(x, y));
-            ASSERT_EQ(upper.GetPixel2(x, y).red, doc.GetWorkingImage()->GetPixel2(x, y).red);
-            ASSERT_EQ(s.stack.GetLayer(1)->m_image.GetPixel2(x, y).alpha, mask.GetValue(x, y));
+            ASSERT_EQ(upper.GetPixel2(x, y).red, m_doc.GetWorkingImage()->GetPixel2(x, y).red);
+            ASSERT_EQ(m_s.stack.GetLayer(1)->m_image.GetPixel2(x, y).alpha, mask.GetValue(x, y));
         }
 
     // The base cannot take a result as a layer.
-    s.stack.SetCurrentIndex(0);
+    m_s.stack.SetCurrentIndex(0);
     CSelectionDocument onBase;
-    ASSERT_TRUE(onBase.Begin(s.stack));
+    ASSERT_TRUE(onBase.Begin(m_s.stack));
     vmtest::FillNoise(*onBase.GetResultMask(), 20, 12, 2);
-    EXPECT_EQ(onBase.ApplyToLayer(s.stack), kBringBackIsBase);
-    EXPECT_EQ(onBase.SeparateToLayer(s.stack), kBringBackIsBase);
-    EXPECT_EQ(onBase.KeepAsSelection(s.stack), kBringBackDone);
+    EXPECT_EQ(onBase.ApplyToLayer(m_s.stack), kBringBackIsBase);
+    EXPECT_EQ(onBase.SeparateToLayer(m_s.stack), kBringBackIsBase);
+    EXPECT_EQ(onBase.KeepAsSelection(m_s.stack), kBringBackDone);
 }
 
 TEST(SelectionDocument, CopyToLayerWorksOnTheBaseAndStandsAside)
@@ -212,24 +205,21 @@ TEST(SelectionDocument, CopyToLayerWorksOnTheBaseAndStandsAside)
     EXPECT_EQ(std::make_pair(s.stack.GetLayer(1)->m_x, s.stack.GetLayer(1)->m_y), std::make_pair(0, 0));
 }
 
-TEST(SelectionDocument, ChangeBackgroundPutsTheCutOutOverThePicture)
+TEST_F(BegunSelection, ChangeBackgroundPutsTheCutOutOverThePicture)
 {
-    Stack s; // the 8 x 6 layer at (5, 3) is current
-    CSelectionDocument doc;
-    ASSERT_TRUE(doc.Begin(s.stack));
-    vmtest::FillNoise(*doc.GetResultMask(), 8, 6, 6);
+    vmtest::FillNoise(*m_doc.GetResultMask(), 8, 6, 6);
     const COLImage picture = Picture(30, 16, 9);
-    ASSERT_EQ(doc.ChangeBackground(s.stack, picture, 0xFF0000FF), kBringBackDone);
-    EXPECT_EQ(std::make_pair(s.stack.GetWidth(), s.stack.GetHeight()), std::make_pair(30, 16));
-    EXPECT_TRUE(vmtest::SamePixels(s.stack.GetLayer(0)->m_image, picture));
-    ASSERT_EQ(s.stack.GetLayerCount(), 3);
+    ASSERT_EQ(m_doc.ChangeBackground(m_s.stack, picture, 0xFF0000FF), kBringBackDone);
+    EXPECT_EQ(std::make_pair(m_s.stack.GetWidth(), m_s.stack.GetHeight()), std::make_pair(30, 16));
+    EXPECT_TRUE(vmtest::SamePixels(m_s.stack.GetLayer(0)->m_image, picture));
+    ASSERT_EQ(m_s.stack.GetLayerCount(), 3);
     // The canvas grew by (10, 4) around the middle: every layer moved by (5, 2), and the copy stands 10 aside.
-    EXPECT_EQ(std::make_pair(s.stack.GetLayer(1)->m_x, s.stack.GetLayer(1)->m_y), std::make_pair(10, 5));
-    EXPECT_EQ(std::make_pair(s.stack.GetLayer(2)->m_x, s.stack.GetLayer(2)->m_y), std::make_pair(20, 15));
-    EXPECT_EQ(s.stack.GetCurrentIndex(), 2);
-    EXPECT_EQ(s.stack.GetLayer(2)->m_image.GetPixel2(4, 2).alpha, doc.GetResultMask()->GetValue(4, 2));
+    EXPECT_EQ(std::make_pair(m_s.stack.GetLayer(1)->m_x, m_s.stack.GetLayer(1)->m_y), std::make_pair(10, 5));
+    EXPECT_EQ(std::make_pair(m_s.stack.GetLayer(2)->m_x, m_s.stack.GetLayer(2)->m_y), std::make_pair(20, 15));
+    EXPECT_EQ(m_s.stack.GetCurrentIndex(), 2);
+    EXPECT_EQ(m_s.stack.GetLayer(2)->m_image.GetPixel2(4, 2).alpha, m_doc.GetResultMask()->GetValue(4, 2));
 
     COLImage empty;
-    EXPECT_EQ(doc.ChangeBackground(s.stack, empty, 0), kBringBackFailed);
-    EXPECT_EQ(s.stack.GetLayerCount(), 3); // refused before anything changed
+    EXPECT_EQ(m_doc.ChangeBackground(m_s.stack, empty, 0), kBringBackFailed);
+    EXPECT_EQ(m_s.stack.GetLayerCount(), 3); // refused before anything changed
 }
