@@ -598,36 +598,75 @@ VM_TARGET_AVX2 inline __m256i PermutedAvx2(const uint32_t* words, __m256i order)
     return _mm256_permutevar8x32_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(words)), order);
 }
 
+// The shuffles and orders of the sixteen-column step of a halving, for one chosen byte.
+struct StrideTwoAvx2 {
+    __m256i intoLow, intoHigh, weightOrder, outputOrder;
+
+    VM_TARGET_AVX2 explicit StrideTwoAvx2(int byteIndex)
+    {
+        // Shuffles that take the chosen byte of four pixels into four 16-bit lanes of one half of a lane.
+        const char b = char(byteIndex), no = char(-1);
+        intoLow = _mm256_setr_epi8(b, no, char(b + 4), no, char(b + 8), no, char(b + 12), no, no, no, no, no, no, no,
+                                   no, no, b, no, char(b + 4), no, char(b + 8), no, char(b + 12), no, no, no, no, no,
+                                   no, no, no, no);
+        intoHigh = _mm256_setr_epi8(no, no, no, no, no, no, no, no, b, no, char(b + 4), no, char(b + 8), no,
+                                    char(b + 12), no, no, no, no, no, no, no, no, no, b, no, char(b + 4), no,
+                                    char(b + 8), no, char(b + 12), no);
+        weightOrder = _mm256_setr_epi32(0, 1, 4, 5, 2, 3, 6, 7);
+        outputOrder = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    }
+
+    // Sixteen columns i.. whose pairs are the 32 pixels from `from`: g * a + f * b in column order. Each 32-byte
+    // load gives four chosen bytes per half, put as pairs (a, b) in 16-bit lanes: columns 0 1 4 5 | 2 3 6 7 of
+    // each eight, weighed in that order and put back in order by the last permute.
+    VM_TARGET_AVX2 __m256i Sixteen(const uint8_t* from, const uint32_t* weights) const
+    {
+        const __m256i first = ChosenBytesAvx2(from, intoLow, intoHigh);
+        const __m256i second = ChosenBytesAvx2(from + 64, intoLow, intoHigh);
+        const __m256i packed = _mm256_packus_epi32(_mm256_madd_epi16(first, PermutedAvx2(weights, weightOrder)),
+                                                   _mm256_madd_epi16(second, PermutedAvx2(weights + 8, weightOrder)));
+        return _mm256_permutevar8x32_epi32(packed, outputOrder);
+    }
+};
+
+// Whether the sixteen columns from i take 32 pixels in a row (two groups of a halving, back to back).
+inline bool SixteenInARow(const PlaneRowHTables& t, uint32_t i, uint32_t dw)
+{
+    return i + 16 <= dw && t.kinds[i / 8] == kStrideTwo && t.kinds[i / 8 + 1] == kStrideTwo &&
+           t.pos[i + 8] == t.pos[i] + 16;
+}
+
+// v = ((top * gy) >> 16) + ((bottom * fy) >> 16) is two high halves of 16-bit products; the sixteen bytes then go
+// into the chosen byte of sixteen pixels. The values are put in the order of the pixels' two halves first, since
+// the 16-to-32-bit unpacks work within 128-bit halves.
+VM_TARGET_AVX2 inline void MergeSixteenAvx2(__m256i top, __m256i bottom, uint16_t fy, uint8_t* pixels, int byteIndex)
+{
+    const __m256i gy = _mm256_set1_epi16(short(255 - fy)), vf = _mm256_set1_epi16(short(fy));
+    const __m256i zero = _mm256_setzero_si256(), keep = _mm256_set1_epi32(~(0xFF << (8 * byteIndex)));
+    const __m128i shift = _mm_cvtsi32_si128(8 * byteIndex);
+    const __m256i v = _mm256_permute4x64_epi64(
+        _mm256_add_epi16(_mm256_mulhi_epu16(top, gy), _mm256_mulhi_epu16(bottom, vf)), 0xD8); // 0-3 8-11 | 4-7 12-15
+    for (int half = 0; half < 2; ++half) {
+        __m256i* at = reinterpret_cast<__m256i*>(pixels + size_t(8 * half) * 4);
+        const __m256i lanes = half ? _mm256_unpackhi_epi16(v, zero) : _mm256_unpacklo_epi16(v, zero);
+        const __m256i p = _mm256_and_si256(_mm256_loadu_si256(at), keep);
+        _mm256_storeu_si256(at, _mm256_or_si256(p, _mm256_sll_epi32(lanes, shift)));
+    }
+}
+
 // Eight columns at a time. g * a + f * b stays below 65536, so 16-bit lanes (and unsigned packing) hold it.
 VM_TARGET_AVX2 void PlaneRowHAvx2(const uint8_t* pixels, int byteIndex, const uint8_t* line, const PlaneRowHTables& t,
                                   uint16_t* out, uint32_t dw, uint32_t sw)
 {
     const __m128i zero = _mm_setzero_si128(), one = _mm_set1_epi8(1);
     const __m128i shift = _mm_cvtsi32_si128(8 * byteIndex);
-    // Shuffles that take the chosen byte of four pixels into four 16-bit lanes of one half of a lane.
-    const char b = char(byteIndex), no = char(-1);
-    const __m256i intoLow = _mm256_setr_epi8(b, no, char(b + 4), no, char(b + 8), no, char(b + 12), no, no, no, no,
-                                             no, no, no, no, no, b, no, char(b + 4), no, char(b + 8), no, char(b + 12),
-                                             no, no, no, no, no, no, no, no, no);
-    const __m256i intoHigh = _mm256_setr_epi8(no, no, no, no, no, no, no, no, b, no, char(b + 4), no, char(b + 8), no,
-                                              char(b + 12), no, no, no, no, no, no, no, no, no, b, no, char(b + 4), no,
-                                              char(b + 8), no, char(b + 12), no);
-    const __m256i weightOrder = _mm256_setr_epi32(0, 1, 4, 5, 2, 3, 6, 7);
-    const __m256i outputOrder = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    const StrideTwoAvx2 strideTwo(byteIndex);
     uint32_t i = 0;
     for (; i + 8 <= dw; i += 8) {
         const uint32_t group = i / 8;
-        if (i + 16 <= dw && t.kinds[group] == kStrideTwo && t.kinds[group + 1] == kStrideTwo &&
-            t.pos[i + 8] == t.pos[i] + 16) {
-            // Sixteen columns from 32 pixels in a row: each 32-byte load gives four chosen bytes per half, put as
-            // pairs (a, b) in 16-bit lanes: columns 0 1 4 5 | 2 3 6 7 of each eight, weighed in that order and put
-            // back in order by the last permute.
-            const uint8_t* from = pixels + size_t(t.pos[i]) * 4;
-            const __m256i first = ChosenBytesAvx2(from, intoLow, intoHigh);
-            const __m256i second = ChosenBytesAvx2(from + 64, intoLow, intoHigh);
-            const __m256i packed = _mm256_packus_epi32(_mm256_madd_epi16(first, PermutedAvx2(t.weights + i, weightOrder)),
-                                                       _mm256_madd_epi16(second, PermutedAvx2(t.weights + i + 8, weightOrder)));
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), _mm256_permutevar8x32_epi32(packed, outputOrder));
+        if (SixteenInARow(t, i, dw)) {
+            const __m256i sums = strideTwo.Sixteen(pixels + size_t(t.pos[i]) * 4, t.weights + i);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), sums);
             i += 8;
         } else if (t.kinds[group] == kStrideTwo) {
             // Sixteen pixels from pos: their bytes become 16-bit pairs (a, b) in column order, one multiply-add
@@ -665,23 +704,36 @@ VM_TARGET_AVX2 void PlaneRowHAvx2(const uint8_t* pixels, int byteIndex, const ui
 VM_TARGET_AVX2 void PlaneRowVIntoPixelsAvx2(const uint16_t* top, const uint16_t* bottom, uint16_t fy, uint8_t* pixels,
                                             int byteIndex, uint32_t dw, uint32_t& done)
 {
-    const __m256i gy = _mm256_set1_epi16(short(255 - fy)), vf = _mm256_set1_epi16(short(fy));
-    const __m256i zero = _mm256_setzero_si256(), keep = _mm256_set1_epi32(~(0xFF << (8 * byteIndex)));
-    const __m128i shift = _mm_cvtsi32_si128(8 * byteIndex);
     uint32_t x = 0;
-    for (; x + 16 <= dw; x += 16) {
-        const __m256i t = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + x));
-        const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + x));
-        const __m256i v = _mm256_permute4x64_epi64(
-            _mm256_add_epi16(_mm256_mulhi_epu16(t, gy), _mm256_mulhi_epu16(b, vf)), 0xD8); // 0-3 8-11 | 4-7 12-15
-        for (int half = 0; half < 2; ++half) {
-            __m256i* at = reinterpret_cast<__m256i*>(pixels + size_t(x + 8 * half) * 4);
-            const __m256i lanes = half ? _mm256_unpackhi_epi16(v, zero) : _mm256_unpacklo_epi16(v, zero);
-            const __m256i p = _mm256_and_si256(_mm256_loadu_si256(at), keep);
-            _mm256_storeu_si256(at, _mm256_or_si256(p, _mm256_sll_epi32(lanes, shift)));
-        }
-    }
+    for (; x + 16 <= dw; x += 16)
+        MergeSixteenAvx2(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + x)),
+                         _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + x)), fy, pixels + size_t(x) * 4,
+                         byteIndex);
     done = x;
+}
+
+// A whole destination row of a vertical reduction by two or more, where no two destination rows share a source
+// row: both source rows are worked out along x and combined in registers, sixteen columns at a time where they
+// lie in a row, one at a time elsewhere, with no rows kept in between.
+VM_TARGET_AVX2 void PlaneRowFusedAvx2(const uint8_t* row0, const uint8_t* row1, int byteIndex, const PlaneRowHTables& t,
+                                      uint16_t fy, uint8_t* pixels, uint32_t dw, uint32_t sw)
+{
+    const StrideTwoAvx2 strideTwo(byteIndex);
+    const uint32_t gy = 255u - fy;
+    for (uint32_t i = 0; i < dw;) {
+        if (SixteenInARow(t, i, dw)) {
+            const size_t at = size_t(t.pos[i]) * 4;
+            MergeSixteenAvx2(strideTwo.Sixteen(row0 + at, t.weights + i), strideTwo.Sixteen(row1 + at, t.weights + i),
+                             fy, pixels + size_t(i) * 4, byteIndex);
+            i += 16;
+            continue;
+        }
+        uint16_t top, bottom;
+        PlaneRowHFromPixels(row0, byteIndex, t.pos + i, t.f + i, &top, 1, sw);
+        PlaneRowHFromPixels(row1, byteIndex, t.pos + i, t.f + i, &bottom, 1, sw);
+        pixels[size_t(i) * 4 + size_t(byteIndex)] = uint8_t(((top * gy) >> 16) + ((bottom * uint32_t(fy)) >> 16));
+        ++i;
+    }
 }
 
 #endif
@@ -702,6 +754,8 @@ CPixelByteRows::CPixelByteRows(const COLImage& source, int byteIndex, uint32_t d
         m_xG[i] = uint16_t(255 - m_xFrac[i]);
         m_xWeights[i] = uint32_t(m_xG[i]) | uint32_t(m_xFrac[i]) << 16;
     }
+    // Reducing rows by two or more, no two destination rows share a source row, so keeping rows gains nothing.
+    m_noSharedRows = source.GetHeight() - 1 >= 2 * (dstHeight - 1);
     const uint32_t groups = dstWidth / 8, sw = source.GetWidth();
     m_groupKind.assign(groups, kByOne);
     m_groupShuffle.resize(size_t(groups) * 8);
@@ -740,7 +794,7 @@ const uint16_t* CPixelByteRows::SourceRow(Work& work, uint32_t row, int64_t keep
 #if VM_SIMD_X86
     if (vmsimd::CurrentLevel() >= vmsimd::kAvx2) {
         if (m_lineNeeded) TakeBytes(pixels, m_byte, work.line.data(), sw);
-        const PlaneRowHTables tables{m_xPos.data(),      m_xG.data(),         m_xFrac.data(),    m_xWeights.data(),
+        const PlaneRowHTables tables{m_xPos.data(),      m_xG.data(),           m_xFrac.data(),    m_xWeights.data(),
                                      m_groupKind.data(), m_groupShuffle.data(), m_groupBase.data()};
         PlaneRowHAvx2(pixels, m_byte, work.line.data(), tables, out, m_dstWidth, sw);
     } else
@@ -758,6 +812,16 @@ void CPixelByteRows::Row(Work& work, uint32_t y, CPixel* out) const
     // As Bilinear<1>: rows reach the last source row, and there the row beneath is not read.
     const uint32_t p = m_yPos[y];
     const bool lastRow = p + 1 >= m_source.GetHeight();
+#if VM_SIMD_X86
+    if (m_noSharedRows && !lastRow && vmsimd::CurrentLevel() >= vmsimd::kAvx2) {
+        const PlaneRowHTables tables{m_xPos.data(),      m_xG.data(),           m_xFrac.data(),    m_xWeights.data(),
+                                     m_groupKind.data(), m_groupShuffle.data(), m_groupBase.data()};
+        PlaneRowFusedAvx2(reinterpret_cast<const uint8_t*>(m_source.GetBuffer(0, p)),
+                          reinterpret_cast<const uint8_t*>(m_source.GetBuffer(0, p + 1)), m_byte, tables, m_yFrac[y],
+                          reinterpret_cast<uint8_t*>(out), m_dstWidth, m_source.GetWidth());
+        return;
+    }
+#endif
     const uint16_t* top = SourceRow(work, p, lastRow ? p : int64_t(p) + 1);
     const uint16_t* bottom = lastRow ? top : SourceRow(work, p + 1, p);
     const uint16_t fy = lastRow ? 0 : m_yFrac[y];

@@ -58,7 +58,8 @@ private:
     std::vector<uint32_t> m_xWeights;
     std::vector<uint8_t> m_groupKind, m_groupShuffle;
     std::vector<uint32_t> m_groupBase;
-    bool m_lineNeeded = false; // some group reads the line of bytes rather than the pixels
+    bool m_lineNeeded = false;   // some group reads the line of bytes rather than the pixels
+    bool m_noSharedRows = false; // a vertical reduction by two or more: each row works out its own source rows
 };
 
 // Area average with 10-bit weights for shrinking: a source pixel that straddles a cell boundary is split between

@@ -223,7 +223,7 @@ TEST(ScaleImage, BilinearResizesAlphaAsAPlane)
     const struct {
         const COLImage* src;
         int w, h;
-    } cases[] = {{&big, 110, 300}, {&big, 920, 1360}, {&big, 115, 85}, {&big, 97, 170}, {&big, 1, 9},
+    } cases[] = {{&big, 110, 300}, {&big, 920, 1360}, {&big, 115, 85}, {&big, 97, 170}, {&big, 70, 40}, {&big, 1, 9},
                  {&big, 40, 1},    {&thin, 3, 20},   {&thin, 1, 4}};
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.src->GetWidth()) + " to " + std::to_string(c.w) + "x" + std::to_string(c.h));
