@@ -559,7 +559,8 @@ void TakeBytes(const uint8_t* pixels, int byteIndex, uint8_t* line, uint32_t cou
 enum GroupKind : uint8_t {
     kByOne,    // one column at a time, from the pixels
     kShuffle,  // all pairs lie in 16 bytes of the line: one load and two shuffles
-    kStrideTwo // the pairs are sixteen pixels in a row (a halving): loaded as pixels, no line needed
+    kStrideTwo // the pairs are sixteen pixels in a row (a halving): two such groups back to back are loaded as
+               // pixels, sixteen columns at once, with no line needed; a lone one goes one by one
 };
 
 // ChannelRowH reading the chosen byte straight from the pixels.
@@ -654,12 +655,12 @@ VM_TARGET_AVX2 inline void MergeSixteenAvx2(__m256i top, __m256i bottom, uint16_
     }
 }
 
-// Eight columns at a time. g * a + f * b stays below 65536, so 16-bit lanes (and unsigned packing) hold it.
+// Sixteen columns at a time where they take 32 pixels in a row, else eight by one shuffle, else one by one.
+// g * a + f * b stays below 65536, so 16-bit lanes (and unsigned packing) hold it.
 VM_TARGET_AVX2 void PlaneRowHAvx2(const uint8_t* pixels, int byteIndex, const uint8_t* line, const PlaneRowHTables& t,
                                   uint16_t* out, uint32_t dw, uint32_t sw)
 {
     const __m128i zero = _mm_setzero_si128(), one = _mm_set1_epi8(1);
-    const __m128i shift = _mm_cvtsi32_si128(8 * byteIndex);
     const StrideTwoAvx2 strideTwo(byteIndex);
     uint32_t i = 0;
     for (; i + 8 <= dw; i += 8) {
@@ -668,20 +669,6 @@ VM_TARGET_AVX2 void PlaneRowHAvx2(const uint8_t* pixels, int byteIndex, const ui
             const __m256i sums = strideTwo.Sixteen(pixels + size_t(t.pos[i]) * 4, t.weights + i);
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), sums);
             i += 8;
-        } else if (t.kinds[group] == kStrideTwo) {
-            // Sixteen pixels from pos: their bytes become 16-bit pairs (a, b) in column order, one multiply-add
-            // with (g, f) per column.
-            const uint8_t* from = pixels + size_t(t.pos[i]) * 4;
-            const __m256i lo = _mm256_srl_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from)), shift);
-            const __m256i hi = _mm256_srl_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(from + 32)), shift);
-            // The top byte needs no mask after its shift.
-            const __m256i mask = _mm256_set1_epi32(byteIndex == 3 ? -1 : 0xFF);
-            const __m256i pairs = _mm256_permute4x64_epi64(
-                _mm256_packs_epi32(_mm256_and_si256(lo, mask), _mm256_and_si256(hi, mask)), 0xD8);
-            const __m256i sums =
-                _mm256_madd_epi16(pairs, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(t.weights + i)));
-            const __m128i packed = _mm_packus_epi32(_mm256_castsi256_si128(sums), _mm256_extracti128_si256(sums, 1));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), packed);
         } else if (t.kinds[group] == kShuffle) {
             const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(line + t.bases[group]));
             const __m128i left = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(t.shuffles + size_t(group) * 8));
