@@ -42,8 +42,7 @@ TEST(CliEffects, LensBlurWritesWhatTheDialogWouldMake)
 TEST(CliEffects, LensBlurRefusesBadInput)
 {
     vmtest::TempDir dir;
-    COLImage src, mask;
-    vmtest::FillNoise(src, 30, 20, 1);
+    COLImage src = vmtest::Noise(30, 20, 1), mask;
     vmtest::FillNoise(mask, 31, 20, 2);
     vmtest::SavePicture(dir.File("in.png"), src);
     vmtest::SavePicture(dir.File("mask.png"), mask);

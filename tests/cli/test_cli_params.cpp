@@ -48,8 +48,7 @@ TEST(CliParams, EveryTableDefaultLiesInItsRange)
 TEST(CliParams, BadValuesAreRefusedWithTheOptionNamed)
 {
     vmtest::TempDir dir;
-    COLImage img;
-    vmtest::FillNoise(img, 8, 8, 1);
+    COLImage img = vmtest::Noise(8, 8, 1);
     ASSERT_EQ(img.SaveToFile(dir.File("in.bmp").c_str()), kOk);
     const std::string in = Quote(dir.File("in.bmp")), out = Quote(dir.File("out.png"));
     const std::pair<std::string, std::string> cases[] = {

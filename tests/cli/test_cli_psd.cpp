@@ -14,8 +14,7 @@ using vmtest::RunCli;
 TEST(CliPsd, ConvertWritesAndReadsOneLayerPsdKeepingAlpha)
 {
     vmtest::TempDir dir;
-    COLImage picture;
-    vmtest::FillNoise(picture, 11, 5, 2);
+    COLImage picture = vmtest::Noise(11, 5, 2);
     const std::string png = vmtest::SavePicture(dir.File("in.png"), picture);
     const std::string psd = dir.File("out.psd"), back = dir.File("back.png");
     auto r = RunCli("convert " + Quote(png) + " " + Quote(psd));

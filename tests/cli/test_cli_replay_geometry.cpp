@@ -48,8 +48,7 @@ TEST_F(CliReplayGeometry, LiftMoveTransformAndCropAreExact)
     auto mask = [&](int x, int y) { return int(selected[size_t(y) * W + x]); };
     // The lift: the selected part goes to a layer of its own (alpha = mask), the base's hole takes the colour.
     const CPixel fore = CPixel::Make(0x20, 0x40, 0x60);
-    COLImage base;
-    base.DuplicateFrom(&m_picture);
+    COLImage base = vmtest::Copy(m_picture);
     int l = W, t = H, rr = 0, b = 0;
     for (int y = 0; y < H; ++y)
         for (int x = 0; x < W; ++x) {
@@ -89,8 +88,7 @@ TEST_F(CliReplayGeometry, LiftMoveTransformAndCropAreExact)
 
     CLayerStack doc;
     ASSERT_EQ(OpenProject(doc, nullptr, out.c_str()), 1);
-    ASSERT_EQ(doc.GetWidth(), 36);
-    ASSERT_EQ(doc.GetHeight(), 25);
+    ASSERT_EQ(vmtest::Size(doc), "36x25");
     ASSERT_EQ(doc.GetLayerCount(), 2);
     // The crop: the base is the rectangle from (2, 3), the layer above shifts with it.
     const COLImage& gotBase = doc.GetLayer(0)->m_image;

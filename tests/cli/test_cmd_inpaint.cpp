@@ -4,6 +4,7 @@
 #include <string>
 
 #include "effects/patch_inpaint.h"
+#include "support/engine_checks.h"
 #include "support/pictures.h"
 
 using vmtest::CliResult;
@@ -19,8 +20,7 @@ struct InpaintFiles {
 
     InpaintFiles(int w, int h)
     {
-        COLImage noise;
-        vmtest::FillNoise(noise, w, h, 21);
+        COLImage noise = vmtest::Noise(w, h, 21);
         picture = vmtest::Picture(w, h, [&](uint32_t x, uint32_t y) {
             const CPixel n = *noise.GetBuffer(x, y);
             return vmtest::Rgb((x * 4) % 90 + n.red / 8, 100 + n.green / 4, (y * 5) % 70 + 60);
@@ -45,10 +45,8 @@ struct InpaintFiles {
 
 COLImage Expected(const COLImage& picture, int w, int h, int x0, int y0, int x1, int y1, int feather, int exact)
 {
-    COLChannel mask = vmtest::Plane(w, h, 0);
-    for (int y = y0; y < y1; ++y)
-        for (int x = x0; x < x1; ++x)
-            mask.SetValue(x, y, 255);
+    COLChannel mask =
+        vmtest::PlaneOf(w, h, [&](int x, int y) { return x >= x0 && x < x1 && y >= y0 && y < y1 ? 255 : 0; });
     InpaintParams p;
     p.mask = &mask;
     p.blockSize = CPatchInpaintProcess::EstimateBlockSize(mask);

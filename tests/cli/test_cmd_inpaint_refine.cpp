@@ -20,8 +20,7 @@ struct RefineFiles {
 
     RefineFiles()
     {
-        COLImage noise;
-        vmtest::FillNoise(noise, kW, kH, 5);
+        COLImage noise = vmtest::Noise(kW, kH, 5);
         picture = vmtest::Picture(kW, kH, [&](uint32_t x, uint32_t y) {
             const int band = ((x + 2 * y) / 9) % 2 ? 180 : 60;
             return vmtest::Rgb(band + noise.GetBuffer(x, y)->red / 16, band / 2, 255 - band);

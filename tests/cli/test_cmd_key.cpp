@@ -158,8 +158,7 @@ TEST(CliKey, RefineSolvesTheEdgeAndLeavesTheClassicOutputAlone)
     EXPECT_EQ(r.output.find("refined"), std::string::npos) << r.output;
     ChromaKeySettings settings;
     settings.params.backdrop = batchkey::ColourAtPercent(source, 10, 10);
-    COLImage copy, classic, refined;
-    copy.DuplicateFrom(&source);
+    COLImage copy = vmtest::Copy(source), classic, refined;
     CChromaKeyProcess process;
     process.SetImages(&copy, &classic);
     ASSERT_EQ(process.Process(&settings.params), kOk);

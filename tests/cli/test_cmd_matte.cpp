@@ -55,11 +55,8 @@ void SaveGray(const std::string& path, const COLChannel& plane, uint8_t on = 255
 
 COLImage Expected(const Scene& s, bool optimise)
 {
-    COLImage photo, out;
-    photo.DuplicateFrom(&s.photo);
-    COLChannel inner, outer;
-    inner.DuplicateFrom(&s.inner);
-    outer.DuplicateFrom(&s.outer);
+    COLImage photo = vmtest::Copy(s.photo), out;
+    COLChannel inner = vmtest::Copy(s.inner), outer = vmtest::Copy(s.outer);
     if (optimise) {
         const int32_t detail = CContourOptimiser::kPanelDetail;
         EXPECT_EQ(OptimiseContoursNow(&photo, &inner, &outer, &detail), kOk);
@@ -163,8 +160,7 @@ TEST(CliSegment, RegionsInColoursGradientInAlphaAndTheCount)
     CliResult r = RunCli("segment " + Quote(in) + " --detail 20 -o " + Quote(out));
     ASSERT_EQ(r.exitCode, 0) << r.output;
 
-    COLImage photo, labels;
-    photo.DuplicateFrom(&s.photo);
+    COLImage photo = vmtest::Copy(s.photo), labels;
     CSegmentProcess p;
     p.SetImages(&photo, &labels);
     const int32_t detail = 20;

@@ -13,8 +13,8 @@
 #include "document/compose_document.h"
 #include "document/layer.h"
 #include "document/layer_stack.h"
+#include "support/temp_folder.h"
 #include "support/test_support.h"
-#include "temp_folder_env.h"
 
 namespace fs = std::filesystem;
 using vmtest::Capture;
@@ -80,12 +80,10 @@ TEST_F(ComposeHistoryTest, TheFirstStepIsAlwaysASnapshot)
     EXPECT_EQ(LastKind(), kStepWholeDocument);
     EXPECT_EQ(m_log.CanBackward(), 0);
     // The snapshot is the document stream: its header names the document's size.
-    FILE* f = std::fopen(m_log.GetLogPath(), "rb");
-    uint8_t head[20];
-    ASSERT_EQ(std::fread(head, 1, 20, f), 20u);
-    std::fclose(f);
-    EXPECT_EQ(vmio::GetU32(head), 20u);
-    EXPECT_EQ(vmio::GetU32(head + 12), 30u);
+    const std::vector<uint8_t> head = vmtest::ReadAll(m_log.GetLogPath());
+    ASSERT_GE(head.size(), 20u);
+    EXPECT_EQ(vmio::GetU32(head.data()), 20u);
+    EXPECT_EQ(vmio::GetU32(head.data() + 12), 30u);
     EXPECT_EQ(LastPayload(), 20 + 8 + 56 + 4 + 30 * 20 * 4 + 8 + 2u);
 }
 
@@ -133,9 +131,7 @@ TEST_F(ComposeHistoryTest, UndoRedoAndJumpsRestoreEveryEditExactly)
     Step(kStepNewLayerWithContent, 2, "His_openlayer");
 
     // A rotation gives layer 1 a new size: stored whole.
-    COLImage rotated;
-    vmtest::FillNoise(rotated, 20, 30, 10);
-    doc.GetLayer(1)->m_image = std::move(rotated);
+    doc.GetLayer(1)->m_image = vmtest::Noise(20, 30, 10);
     Step(kStepLayerHeaderRegion, 1, "His_RotateRight");
 
     doc.SetCurrentIndex(0);
@@ -148,9 +144,7 @@ TEST_F(ComposeHistoryTest, UndoRedoAndJumpsRestoreEveryEditExactly)
     Step(kStepLayerRegion, 1, "paint moved-down layer");
 
     // The base grows: the region is stored whole and the document takes the base's size on replay.
-    COLImage grown;
-    vmtest::FillNoise(grown, 33, 21, 11);
-    doc.GetLayer(0)->m_image = std::move(grown);
+    doc.GetLayer(0)->m_image = vmtest::Noise(33, 21, 11);
     doc.SyncSizeToBase();
     Step(kStepLayerRegion, 0, "His_CavasSize");
 
@@ -237,16 +231,12 @@ TEST_F(ComposeHistoryTest, ALayerThatChangedPlaceUnseenIsStoredWhole)
 TEST_F(ComposeHistoryTest, AResizedLayerIsStoredWholeAtItsNewSize)
 {
     Step(kStepWholeDocument, 0);
-    COLImage smaller;
-    vmtest::FillNoise(smaller, 12, 7, 4);
-    m_doc.GetLayer(0)->m_image = std::move(smaller);
+    m_doc.GetLayer(0)->m_image = vmtest::Noise(12, 7, 4);
     Step(kStepLayerRegion, 0);
     EXPECT_EQ(LastPayload(), 24u + 12 * 7 * 4);
-    FILE* f = std::fopen(m_log.GetLogPath(), "rb");
-    std::fseek(f, long(m_log.GetRecord(1)->offset), SEEK_SET);
-    uint8_t head[24];
-    ASSERT_EQ(std::fread(head, 1, 24, f), 24u);
-    std::fclose(f);
+    const std::vector<uint8_t> log = vmtest::ReadAll(m_log.GetLogPath());
+    ASSERT_GE(log.size(), m_log.GetRecord(1)->offset + 24);
+    const uint8_t* head = log.data() + m_log.GetRecord(1)->offset;
     EXPECT_EQ(vmio::GetI32(head + 12), 12);
     EXPECT_EQ(vmio::GetI32(head + 16), 7);
     EXPECT_EQ(vmio::GetI32(head + 20), 1);   // full
@@ -271,8 +261,7 @@ TEST_F(ComposeHistoryTest, AFailedReplayReleasesTheLockAndKeepsTheStep)
     Step(kStepWholeDocument, 0);
     Scribble(m_doc.GetLayer(0)->m_image, 0, 0, 30, 20, 0xFF000000);
     Step(kStepLayerRegion, 0);
-    m_doc.GetSelectionMask().Create(30, 20);
-    std::memset(m_doc.GetSelectionMask().GetBuffer(), 9, 600);
+    m_doc.GetSelectionMask() = vmtest::Plane(30, 20, 9);
     Step(kStepChannel, -1);
     // Cut the log in the middle of the region's rows.
     fs::resize_file(m_log.GetLogPath(), m_log.GetRecord(1)->offset + 24 + 100);

@@ -8,6 +8,7 @@
 #include "document/layer.h"
 #include "effects/flip_rotate.h"
 #include "effects/image_size.h"
+#include "support/pictures.h"
 #include "support/test_support.h"
 
 namespace {
@@ -21,16 +22,12 @@ struct GeometryDoc {
     GeometryDoc()
     {
         EXPECT_TRUE(doc.NewDocument(40, 30, 0xFF102030));
-        vmtest::FillNoise(doc.GetLayer(0)->m_image, 40, 30, 1);
-        for (size_t i = 0; i < doc.GetLayer(0)->m_image.GetPixelCount(); ++i)
-            doc.GetLayer(0)->m_image.GetBuffer()[i].alpha = 255;
+        doc.GetLayer(0)->m_image = vmtest::OpaqueNoise(40, 30, 1);
         CLayer* upper = doc.AddLayer(0, kLayerKindRaster);
-        upper->m_image.Create(12, 9);
         vmtest::FillNoise(upper->m_image, 12, 9, 2);
         upper->m_x = 31;
         upper->m_y = -3;
         upper->m_opacity = 200;
-        doc.GetSelectionMask().Create(40, 30);
         vmtest::FillNoise(doc.GetSelectionMask(), 40, 30, 3);
         COLChannel* saved = doc.AddChannel();
         vmtest::FillNoise(*saved, 40, 30, 4);

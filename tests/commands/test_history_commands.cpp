@@ -9,8 +9,8 @@
 #include "doc_state.h"
 #include "document/compose_document.h"
 #include "document/layer.h"
+#include "support/temp_folder.h"
 #include "support/test_support.h"
-#include "temp_folder_env.h"
 
 using vmtest::Capture;
 using vmtest::DocState;

@@ -9,8 +9,8 @@
 
 #include "commands/history_log.h"
 #include "commands/stream_io.h"
+#include "support/temp_folder.h"
 #include "support/test_support.h"
-#include "temp_folder_env.h"
 
 namespace fs = std::filesystem;
 

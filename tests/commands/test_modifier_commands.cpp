@@ -9,13 +9,14 @@
 #include "commands/history_log.h"
 #include "commands/history_sink.h"
 #include "commands/modifier_commands.h"
-#include "commands/temp_folder_env.h"
 #include "document/compose_document.h"
 #include "document/layer.h"
 #include "effects/segment_deflate.h"
 #include "effects/selection_modifiers.h"
 #include "support/engine_checks.h"
+#include "support/pictures.h"
 #include "support/plain_masks.h"
+#include "support/temp_folder.h"
 #include "support/test_support.h"
 
 namespace {
@@ -33,9 +34,7 @@ protected:
     {
         ASSERT_EQ(log.Init(), 1);
         ASSERT_EQ(doc.NewDocument(kW, kH, 0xFF000000), 1);
-        vmtest::FillNoise(doc.GetLayer(0)->m_image, kW, kH, 5);
-        for (size_t i = 0; i < size_t(kW) * kH; ++i)
-            doc.GetLayer(0)->m_image.GetBuffer()[i].alpha = 255;
+        doc.GetLayer(0)->m_image = vmtest::OpaqueNoise(kW, kH, 5);
         log.AddStep(&doc, kStepWholeDocument, 0, "His_open");
         context.document = &doc;
         context.history = &log;
@@ -247,10 +246,9 @@ TEST_F(ModifierCommands, DeflateOnAPictureOfADarkSquareOnLightGround)
         for (int x = 0; x < 64; ++x)
             p[y * 64 + x] = CPixel::FromWord(inSquare(x, y) ? 0xFF202020u : 0xFFE0E0E0u);
     COLChannel& mask = big.GetSelectionMask();
-    mask.Create(64, 48);
-    for (int y = 0; y < 48; ++y)
-        for (int x = 0; x < 64; ++x)
-            mask.SetValue(uint32_t(x), uint32_t(y), x >= 10 && x < 46 && y >= 6 && y < 42 ? 255 : 0);
+    mask = vmtest::PlaneOf(64, 48, [](uint32_t x, uint32_t y) {
+        return x >= 10 && x < 46 && y >= 6 && y < 42 ? 255 : 0;
+    });
     CRecordingHistory steps;
     CCommandContext c;
     c.document = &big;

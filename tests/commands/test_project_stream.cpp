@@ -12,8 +12,8 @@
 #include "doc_state.h"
 #include "document/layer.h"
 #include "document/layer_stack.h"
+#include "support/temp_folder.h"
 #include "support/test_support.h"
-#include "temp_folder_env.h"
 
 namespace fs = std::filesystem;
 using vmtest::Capture;

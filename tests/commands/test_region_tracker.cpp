@@ -54,11 +54,9 @@ TEST_P(TrackerLevels, FoldedSumsMatchTheDefinitionForEveryWidth)
 {
     // Widths around every vector step, so that the scalar tails are exercised as well as the main loops.
     for (uint32_t width : {1u, 3u, 4u, 5u, 7u, 8u, 9u, 15u, 16u, 17u, 31u, 32u, 33u, 47u, 64u, 100u}) {
-        COLImage img;
-        vmtest::FillNoise(img, width, 5, width);
+        COLImage img = vmtest::Noise(width, 5, width);
         img.PutPixel(width - 1, 4, CPixel::FromWord(0xFFFFFFFF));   // the largest fold, in the last column
-        COLChannel ch;
-        vmtest::FillNoise(ch, width, 5, width + 100);
+        COLChannel ch = vmtest::NoisePlane(width, 5, width + 100);
         ch.SetValue(width - 1, 4, 130);
 
         std::vector<uint32_t> refRows, refCols, rows(5), cols(width, 12345);
@@ -78,9 +76,7 @@ TEST_P(TrackerLevels, FoldedSumsMatchTheDefinitionForEveryWidth)
 TEST_P(TrackerLevels, FoldBoundaries)
 {
     // One row of 40 pixels, all zero but the probes, so every vector lane sees a boundary value.
-    COLImage img;
-    img.Create(40, 1);
-    std::fill(img.GetBuffer(), img.GetBuffer() + 40, CPixel{0, 0, 0, 0});
+    COLImage img = vmtest::Solid(40, 1, CPixel{0, 0, 0, 0});
     img.PutPixel(0, 0, CPixel{255, 2, 0, 0});       // 257 stays
     img.PutPixel(9, 0, CPixel{255, 3, 0, 0});       // 258 folds to 1
     img.PutPixel(17, 0, CPixel{255, 255, 255, 255}); // 1020 folds to 763
@@ -90,9 +86,7 @@ TEST_P(TrackerLevels, FoldBoundaries)
     using Sums = std::vector<uint32_t>;
     EXPECT_EQ((Sums{cols[0], cols[9], cols[17], cols[39], rows[0]}), (Sums{257, 1, 763, 4, 257 + 1 + 763 + 4}));
 
-    COLChannel ch;
-    ch.Create(40, 1);
-    std::fill(ch.GetBuffer(), ch.GetBuffer() + 40, uint8_t(0));
+    COLChannel ch = vmtest::Plane(40, 1, 0);
     ch.SetValue(1, 0, 129);   // stays
     ch.SetValue(20, 0, 130);  // folds to 1
     ch.SetValue(35, 0, 255);  // folds to 126
@@ -104,8 +98,7 @@ INSTANTIATE_TEST_SUITE_P(Levels, TrackerLevels, ::testing::Values(0, 1, 2));
 
 TEST(RegionTracker, OnePixelChangeGivesItsBoxAndIsTakenIn)
 {
-    COLImage img;
-    vmtest::FillNoise(img, 40, 30, 7);
+    COLImage img = vmtest::Noise(40, 30, 7);
     CRegionTracker t;
     ASSERT_EQ(BuildTracker(t, img), 1);
     EXPECT_EQ(TrackChanges(t, img), (CChangeRect{0, 0, 0, 0}));
@@ -125,8 +118,7 @@ TEST(RegionTracker, OnePixelChangeGivesItsBoxAndIsTakenIn)
 
 TEST(RegionTracker, ChangesSeenOnlyInRowsOrOnlyInColumnsSpanThePlane)
 {
-    COLImage img;
-    vmtest::FillNoise(img, 20, 12, 3);
+    COLImage img = vmtest::Noise(20, 12, 3);
     img.PutPixel(4, 3, CPixel::FromWord(0x01010101));
     img.PutPixel(4, 9, CPixel::FromWord(0x02020202));
     img.PutPixel(11, 6, CPixel::FromWord(0x01010101));
@@ -147,16 +139,14 @@ TEST(RegionTracker, ChangesSeenOnlyInRowsOrOnlyInColumnsSpanThePlane)
 
 TEST(RegionTracker, SizeChangeAndInvalidTrackerRebuild)
 {
-    COLImage img;
-    vmtest::FillNoise(img, 16, 16, 1);
+    COLImage img = vmtest::Noise(16, 16, 1);
     CRegionTracker t;
     EXPECT_FALSE(t.IsValid());
     EXPECT_EQ(TrackChanges(t, img), (CChangeRect{-1, 0, 0, 0}));
     EXPECT_TRUE(t.IsValid());
     EXPECT_EQ(TrackChanges(t, img), (CChangeRect{0, 0, 0, 0}));
 
-    COLImage bigger;
-    vmtest::FillNoise(bigger, 17, 16, 1);
+    COLImage bigger = vmtest::Noise(17, 16, 1);
     EXPECT_EQ(TrackChanges(t, bigger), (CChangeRect{-1, 0, 0, 0}));
     EXPECT_EQ(t.GetWidth(), 17u);
     EXPECT_EQ(TrackChanges(t, bigger), (CChangeRect{0, 0, 0, 0}));
@@ -168,9 +158,7 @@ TEST(RegionTracker, SizeChangeAndInvalidTrackerRebuild)
 
 TEST(RegionTracker, ChannelChangesAcrossTheFold)
 {
-    COLChannel ch;
-    ch.Create(50, 40);
-    std::fill(ch.GetBuffer(), ch.GetBuffer() + ch.GetAreaByteSize(), uint8_t(129));
+    COLChannel ch = vmtest::Plane(50, 40, 129);
     CRegionTracker t;
     ASSERT_EQ(BuildTracker(t, ch), 1);
     // 129 -> 130 is one level up but folds from 129 to 1: seen.

@@ -6,8 +6,8 @@
 #include "commands/history_log.h"
 #include "imaging/channel.h"
 #include "imaging/image.h"
+#include "support/temp_folder.h"
 #include "support/test_support.h"
-#include "temp_folder_env.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include "document/compose_document.h"
 #include "document/layer.h"
 #include "fake_view.h"
+#include "support/pictures.h"
 #include "support/test_support.h"
 
 TEST(ComposeDocument, RenderPaintsWhiteBeforeAnyMerge)
@@ -54,13 +55,11 @@ TEST(ComposeDocument, MergeRectWritesBlocksAndKeepsTheSelection)
 {
     CComposeDocument doc(0);
     ASSERT_EQ(doc.NewDocument(12, 10, 0xFF000000), 1);
-    doc.GetSelectionMask().Create(12, 10);
-    std::fill_n(doc.GetSelectionMask().GetBuffer(), 120, uint8_t(99));
+    doc.GetSelectionMask() = vmtest::Plane(12, 10, 99);
     ASSERT_EQ(doc.MergeNow(), 1);
     CLayer* top = doc.AddLayer(0, 0);
-    for (uint32_t y = 0; y < 10; ++y)
-        for (uint32_t x = 0; x < 12; ++x)
-            top->m_image.PutPixel(x, y, CPixel::Make(uint8_t(20 * x), 0, 0, 255));
+    top->m_image =
+        vmtest::Picture(12, 10, [](uint32_t x, uint32_t) { return CPixel::Make(uint8_t(20 * x), 0, 0, 255); });
     CFakeView view;
     doc.SetView(&view);
     ASSERT_EQ(doc.MergeRect(9, 8, 3, -5, 2), 1); // normalised and clamped to (3, 0, 9, 8)
@@ -110,9 +109,7 @@ TEST(ComposeDocument, ReducedViewsAverageWhatEachScreenPixelCovers)
     CComposeDocument doc(0);
     ASSERT_EQ(doc.NewDocument(8, 6, 0xFF000000), 1);
     COLImage& img = doc.GetLayer(0)->m_image;
-    vmtest::FillNoise(img, 8, 6, 11);
-    for (size_t i = 0; i < img.GetPixelCount(); ++i)
-        img.GetBuffer()[i].alpha = 255;
+    img = vmtest::OpaqueNoise(8, 6, 11);
     ASSERT_EQ(doc.MergeNow(), 1);
     CFakeView view;
     view.zoom = 0.5;

@@ -80,8 +80,7 @@ TEST(Compositor, BlendPixelFormulasForEveryPair)
 // Every alpha against every opacity, for every mode, on the plain and the vector path.
 TEST(Compositor, BlendLayerMatchesTheArithmeticForAllAlphaAndOpacity)
 {
-    COLImage below;
-    vmtest::FillNoise(below, 256, 24, 5);
+    COLImage below = vmtest::Noise(256, 24, 5);
     CLayer layer;
     vmtest::FillNoise(layer.m_image, 256, 24, 6);
     for (uint32_t y = 0; y < 24; ++y)
@@ -92,9 +91,7 @@ TEST(Compositor, BlendLayerMatchesTheArithmeticForAllAlphaAndOpacity)
             layer.m_blendMode = uint8_t(mode);
             for (int opacity = 0; opacity < 256; ++opacity) {
                 layer.m_opacity = uint8_t(opacity);
-                COLImage fast, slow;
-                fast.DuplicateFrom(&below);
-                slow.DuplicateFrom(&below);
+                COLImage fast = vmtest::Copy(below), slow = vmtest::Copy(below);
                 ASSERT_EQ(BlendLayer(&fast, &layer), 1);
                 reftest::BlendOnto(slow, layer);
                 ASSERT_TRUE(vmtest::SamePixels(fast, slow)) << label << " mode " << mode << " opacity " << opacity;
@@ -110,12 +107,10 @@ TEST(Compositor, MergeLayersMatchesReferenceOnEveryPath)
     BuildRandomStack(stack, 701, 409, 42);
     vmtest::FillNoise(stack.GetSelectionMask(), 701, 409, 9);
     for (int maskFlag : {0, 1}) {
-        COLImage expected;
-        vmtest::FillNoise(expected, 701, 409, 77); // alpha that flag 0 must leave alone
+        COLImage expected = vmtest::Noise(701, 409, 77); // alpha that flag 0 must leave alone
         reftest::Merge(stack, expected, maskFlag);
         vmtest::ForEachLevelAndSplit([&](const std::string& label) {
-            COLImage out;
-            vmtest::FillNoise(out, 701, 409, 77);
+            COLImage out = vmtest::Noise(701, 409, 77);
             ASSERT_EQ(MergeLayers(&stack, &out, maskFlag), 1);
             EXPECT_TRUE(vmtest::SamePixels(out, expected)) << "mask flag " << maskFlag << " " << label;
         });

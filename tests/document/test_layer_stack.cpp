@@ -197,9 +197,7 @@ TEST(LayerStack, MergeDownArithmeticOverTheUnionOfContent)
     lower->m_x = 5, lower->m_y = 8, lower->m_opacity = 200, lower->m_blendMode = 2;
     upper->m_x = 20, upper->m_y = -3, upper->m_opacity = 150, upper->m_blendMode = 5;
     std::memcpy(lower->m_name, "low", 4);
-    COLImage lowerCopy, upperCopy;
-    lowerCopy.DuplicateFrom(&lower->m_image);
-    upperCopy.DuplicateFrom(&upper->m_image);
+    const COLImage lowerCopy = vmtest::Copy(lower->m_image), upperCopy = vmtest::Copy(upper->m_image);
 
     ASSERT_EQ(stack.MergeDown(2), 1);
     ASSERT_EQ(stack.GetLayerCount(), 2);
@@ -344,8 +342,7 @@ TEST(LayerStack, HitTestAndRects)
 TEST(LayerStack, OpenAndLoadLayerFiles)
 {
     vmtest::TempDir dir;
-    COLImage picture;
-    vmtest::FillNoise(picture, 13, 7, 8);
+    COLImage picture = vmtest::Noise(13, 7, 8);
     const std::string path = dir.File("p.bmp");
     ASSERT_NE(COLImageCodec().SaveFile(path.c_str(), &picture), 0);
 

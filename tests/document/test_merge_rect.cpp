@@ -55,14 +55,12 @@ TEST(MergeRect, SamplesAndStretchesAsThePlainArithmeticAtEveryLevel)
         rect.bottom = rect.top + 1 + int(rng() % 60);
         // The composite as the merge thread leaves it; its alpha bytes are the selection and must stay.
         ASSERT_EQ(doc.MergeNow(), 1);
-        COLImage before;
-        ASSERT_TRUE(before.DuplicateFrom(doc.GetComposite()));
+        const COLImage before = vmtest::Copy(*doc.GetComposite());
         COLImage preview;
         const int l = std::clamp(rect.left, 0, w), t = std::clamp(rect.top, 0, h);
         const int r = std::clamp(rect.right, 0, w), b = std::clamp(rect.bottom, 0, h);
         if (r - l >= step && b - t >= step) reftest::MergeFast(doc, preview, l, t, r, b, step);
-        COLImage expected;
-        ASSERT_TRUE(expected.DuplicateFrom(&before));
+        COLImage expected = vmtest::Copy(before);
         if (!preview.IsNull())
             for (int y = t; y < b; ++y)
                 for (int x = l; x < r; ++x) {

@@ -44,8 +44,7 @@ TEST(MergeThread, RefreshMergesIntoTheCompositeAndTellsTheView)
     {
         CStackLock lock(doc);
         top->m_opacity = 10;
-        doc.GetSelectionMask().Create(50, 40);
-        std::fill_n(doc.GetSelectionMask().GetBuffer(), 2000, uint8_t(200));
+        doc.GetSelectionMask() = vmtest::Plane(50, 40, 200);
     }
     const uint32_t before = doc.GetModificationCount();
     EXPECT_EQ(doc.Refresh(), int(before + 1));
@@ -157,8 +156,7 @@ TEST(MergeThread, EditsUnderTheLockRaceFreeWithMerges)
         case 3: {
             CStackLock lock(doc);
             if (doc.GetSelectionMask().IsNull()) {
-                doc.GetSelectionMask().Create(120, 90);
-                std::fill_n(doc.GetSelectionMask().GetBuffer(), 120 * 90, uint8_t(i));
+                doc.GetSelectionMask() = vmtest::Plane(120, 90, uint8_t(i));
             } else {
                 doc.GetSelectionMask().Free();
             }

@@ -19,8 +19,7 @@ TEST(RenderScale, TheQuickPathGivesThePlainBytesAtEveryZoomLevelAndSplit)
     // Noise in all four bytes, sides that divide by nothing handy; destination widths that leave a tail after
     // groups of four columns, origins off the grid, views that run past the picture's edge, enlargements, and
     // reductions so strong that the weights' total no longer fits the quick division.
-    COLImage src;
-    vmtest::FillNoise(src, 1031, 777, 5);
+    COLImage src = vmtest::Noise(1031, 777, 5);
     const Case cases[] = {
         {0, 0, 3.7174, 3.7174, 277, 209}, {0, 0, 2, 2, 515, 388},
         {13.25, 7.5, 1.5, 1.5, 301, 211}, {5, 3, 1.0 / 0.777, 1.0 / 0.777, 7, 5},
@@ -42,8 +41,7 @@ TEST(RenderScale, TheQuickPathGivesThePlainBytesAtEveryZoomLevelAndSplit)
 
 TEST(RenderScale, AKeptViewIsBroughtUpToDateOnlyWhereTheChangeReaches)
 {
-    COLImage src;
-    vmtest::FillNoise(src, 640, 480, 9);
+    COLImage src = vmtest::Noise(640, 480, 9);
     struct Change {
         int left, top, right, bottom;
     };
@@ -52,8 +50,7 @@ TEST(RenderScale, AKeptViewIsBroughtUpToDateOnlyWhereTheChangeReaches)
     for (double f : {3.7, 2.0, 1.0, 0.4}) {
         for (const Change& ch : changes) {
             SCOPED_TRACE(testing::Message() << "f " << f << ", change at " << ch.left << "," << ch.top);
-            COLImage changed;
-            ASSERT_EQ(changed.DuplicateFrom(&src), 1);
+            COLImage changed = vmtest::Copy(src);
             const int dw = std::min(200, int(640 / f)), dh = std::min(150, int(480 / f));
             const double x0 = f < 1 ? 90 : 0, y0 = f < 1 ? 40 : 0;
             COLImage kept;
@@ -72,9 +69,9 @@ TEST(RenderScale, AKeptViewIsBroughtUpToDateOnlyWhereTheChangeReaches)
         }
     }
     // A change outside the picture leaves the view as it is; an empty view is refused.
-    COLImage kept, before;
+    COLImage kept;
     ASSERT_EQ(ScaleForScreen(&src, &kept, 50, 40, 0, 0, 2, 2), 1);
-    ASSERT_EQ(before.DuplicateFrom(&kept), 1);
+    const COLImage before = vmtest::Copy(kept);
     EXPECT_EQ(ScaleForScreenChanged(&src, &kept, 0, 0, 2, 2, 700, 0, 800, 10), 1);
     EXPECT_TRUE(vmtest::SamePixels(kept, before));
     COLImage empty;

@@ -10,8 +10,7 @@ namespace {
 
 COLImage Picture(uint32_t w, uint32_t h, uint32_t seed)
 {
-    COLImage image;
-    vmtest::FillNoise(image, w, h, seed);
+    COLImage image = vmtest::Noise(w, h, seed);
     return image;
 }
 

@@ -131,8 +131,7 @@ COLChannel ApertureFromSkin(int shape)
 // A picture with bright spots, so that the highlight curve has work.
 COLImage Photo(uint32_t w, uint32_t h, uint32_t seed)
 {
-    COLImage img;
-    vmtest::FillNoise(img, w, h, seed);
+    COLImage img = vmtest::Noise(w, h, seed);
     for (uint32_t i = 0; i < img.GetPixelCount(); i += 7)
         img.GetBuffer()[i] = CPixel::Make(250, 240, 235 - uint8_t(i % 20), 9);
     return img;
@@ -172,11 +171,9 @@ TEST(LensBlur, GatherMatchesTheTapByTapSumAtEveryThreadCountAndInstructionSet)
     const COLImage src = Photo(120, 90, 3);
     // Depth: random (a new diameter at nearly every pixel), and a ramp down the rows with a flat stretch in each
     // row, where eight neighbours of one diameter are gathered together.
-    COLChannel noisy, ramp;
-    vmtest::FillNoise(noisy, 120, 90, 4);
+    COLChannel noisy = vmtest::NoisePlane(120, 90, 4), ramp;
     ramp = vmtest::PlaneOf(120, 90, [](uint32_t x, uint32_t y) { return x < 100 ? 255 - y : x; });
-    COLChannel random;
-    vmtest::FillNoise(random, 64, 64, 5); // a ragged aperture: many short runs of weight
+    COLChannel random = vmtest::NoisePlane(64, 64, 5); // a ragged aperture: many short runs of weight
     struct Case {
         COLChannel aperture;
         const COLChannel* depth;
@@ -207,8 +204,7 @@ TEST(LensBlur, TilesGiveTheBytesOfOneWholePicture)
     const int tw = CLensBlurProcess::kTileColumns, th = CLensBlurProcess::kTileRows;
     const uint32_t W = uint32_t(tw + 45), H = uint32_t(th + 21);
     const COLImage src = Photo(W, H, 31);
-    COLChannel noise;
-    vmtest::FillNoise(noise, W, H, 32);
+    COLChannel noise = vmtest::NoisePlane(W, H, 32);
     const COLChannel depth = vmtest::PlaneOf(W, H, [&](uint32_t x, uint32_t y) -> uint32_t {
         const bool wide = std::abs(int(x) - tw) < 40 || x + 30 >= W || std::abs(int(y) - th) < 12 || y + 6 >= H;
         if (!wide) return y % 3 ? 80 : noise.GetValue(x, y) / 4;
@@ -225,8 +221,7 @@ TEST(LensBlur, TilesGiveTheBytesOfOneWholePicture)
 TEST(LensBlur, WideDiscsComeFromHalfSizePassesAndTheFlagSticks)
 {
     const COLImage src = Photo(41, 29, 8);
-    COLChannel depth;
-    vmtest::FillNoise(depth, 41, 29, 9);
+    COLChannel depth = vmtest::NoisePlane(41, 29, 9);
     const COLChannel aperture = ApertureFromSkin(kApertureCircle);
     // Radius 64 reaches diameter 128: its half pass at 32 still exceeds 63 and recurses once more.
     for (double radius : {40.0, 64.0}) {
@@ -297,8 +292,7 @@ TEST(LensBlur, AnApertureOfAnotherSizeKeepsThePicture)
 TEST(LensBlur, ACancelEndsTheRunAndTheNextRunIsWhole)
 {
     const COLImage src = Photo(64, 48, 21);
-    COLChannel depth;
-    vmtest::FillNoise(depth, 64, 48, 22);
+    COLChannel depth = vmtest::NoisePlane(64, 48, 22);
     const COLChannel aperture = ApertureFromSkin(kApertureHexagon);
     RefLensBlur ref;
     const COLImage expected = ref.Run(src, depth, nullptr, aperture, 40, 240, 30);

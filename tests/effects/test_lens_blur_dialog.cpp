@@ -115,8 +115,7 @@ TEST(LensBlurPreview, ThumbnailIsLetterboxedAndLightened)
     const CRect tall = ThumbnailRect(kDepthPanel, 10, 100);
     EXPECT_EQ(tall.Height(), box.Height());
     EXPECT_EQ(tall.Width(), box.Height() / 10);
-    COLImage image, thumb, scaled;
-    vmtest::FillNoise(image, 400, 100, 9);
+    COLImage image = vmtest::Noise(400, 100, 9), thumb, scaled;
     ASSERT_TRUE(MakeDepthThumbnail(image, t, thumb));
     ASSERT_EQ(ScaleImage(image, scaled, t.Width(), t.Height(), kScaleBicubic), 1);
     ASSERT_EQ(thumb.GetWidth(), uint32_t(t.Width()));
@@ -264,9 +263,7 @@ TEST(LensBlurDialog, WizardEntryUsesTheMaskOnTheLayerBelowAndLeavesTheHistoryAlo
     ASSERT_TRUE(BeginWizardEntry(doc, saved));
     EXPECT_EQ(saved, 1);
     EXPECT_EQ(doc.GetCurrentIndex(), 0);
-    ASSERT_EQ(doc.GetSelectionMask().Create(60, 40), kOk);
-    for (uint32_t i = 0; i < 2400; ++i)
-        doc.GetSelectionMask().GetBuffer()[i] = (i % 60) > 30 ? 255 : 0;
+    doc.GetSelectionMask() = vmtest::PlaneOf(60, 40, [](uint32_t x, uint32_t) { return x > 30 ? 255 : 0; });
 
     CLensBlurDlgLogic logic;
     logic.settings = WizardEntrySettings();
@@ -297,7 +294,6 @@ TEST(LensBlurDialog, AMaskThatDoesNotFitTheLayerChangesNothing)
     CComposeDocument doc(0);
     MakeDocument(doc, 60, 40);
     CLayer* upper = doc.AddLayer(0, 0);
-    ASSERT_EQ(upper->m_image.Create(20, 20), kOk);
     vmtest::FillNoise(upper->m_image, 20, 20, 3);
     doc.SetCurrentIndex(1);
     ASSERT_EQ(doc.GetSelectionMask().Create(60, 40), kOk);

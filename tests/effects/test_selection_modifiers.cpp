@@ -33,12 +33,13 @@ Bytes PlainSquare(const COLChannel& src, int r, bool expand)
 }
 
 // Noise thinned into blobs, so that both directions see edges and flat parts.
-void FillMask(COLChannel& c, uint32_t w, uint32_t h, uint32_t seed)
+COLChannel Blobs(uint32_t w, uint32_t h, uint32_t seed)
 {
-    vmtest::FillNoise(c, w, h, seed);
+    COLChannel c = vmtest::NoisePlane(w, h, seed);
     uint8_t* p = c.GetBuffer();
     for (size_t i = 0; i < c.GetAreaByteSize(); ++i)
         p[i] = p[i] < 100 ? 0 : p[i] > 180 ? 255 : p[i];
+    return c;
 }
 
 long Expand(const COLChannel& src, COLChannel& dst, int32_t amount)
@@ -62,8 +63,7 @@ TEST(ExpandProcess, MatchesTheSquareScanAtEverySizeRadiusLevelAndSplit)
         int r;
     } cases[] = {{1, 1, 1}, {7, 5, 1}, {7, 5, 3}, {40, 33, 2}, {40, 33, 10}, {300, 7, 32}, {9, 260, 5}, {5, 4, 100}};
     for (const auto& c : cases) {
-        COLChannel src;
-        FillMask(src, c.w, c.h, c.w * 31 + c.h);
+        COLChannel src = Blobs(c.w, c.h, c.w * 31 + c.h);
         for (bool expand : {true, false}) {
             const Bytes expected = PlainSquare(src, c.r, expand);
             vmtest::ForEachLevelAndSplit([&](const std::string& label) {
@@ -78,9 +78,7 @@ TEST(ExpandProcess, MatchesTheSquareScanAtEverySizeRadiusLevelAndSplit)
 
 TEST(ExpandProcess, WorksInPlaceAndCopiesForAmountZero)
 {
-    COLChannel plane, copy;
-    FillMask(plane, 33, 21, 4);
-    copy.DuplicateFrom(&plane);
+    COLChannel plane = Blobs(33, 21, 4), copy = vmtest::Copy(plane);
     const Bytes expected = PlainSquare(copy, 4, false);
     ASSERT_EQ(Expand(plane, plane, -4), kOk);
     EXPECT_EQ(vmtest::Bytes(plane), expected);
@@ -111,8 +109,7 @@ TEST(ExpandProcess, SquareCornersAndNoShrinkFromThePlaneEdge)
 
 TEST(ExpandProcess, CancelFailsTheRun)
 {
-    COLChannel src, dst;
-    FillMask(src, 64, 64, 2);
+    COLChannel src = Blobs(64, 64, 2), dst;
     CExpandProcess process;
     process.SetChannels(&src, &dst);
     process.RequestCancel();
@@ -122,8 +119,7 @@ TEST(ExpandProcess, CancelFailsTheRun)
 
 TEST(FeatherProcess, EachStepAgainstItsPlainForm)
 {
-    COLChannel src;
-    FillMask(src, 37, 29, 8);
+    COLChannel src = Blobs(37, 29, 8);
     for (int32_t radius : {0, 1, 3, 8})
         for (int32_t keep : {0, 1})
             for (int32_t shrink : {0, 1}) {
@@ -153,8 +149,7 @@ TEST(FeatherProcess, EachStepAgainstItsPlainForm)
 
 TEST(FeatherProcess, RefusesRadiiOutsideItsRangeAndOnePlaneForBoth)
 {
-    COLChannel src, dst;
-    FillMask(src, 8, 8, 1);
+    COLChannel src = Blobs(8, 8, 1), dst;
     CFeatherProcess process;
     process.SetChannels(&src, &dst);
     for (int32_t radius : {-1, 9, 1000}) {
@@ -169,8 +164,7 @@ TEST(FeatherProcess, RefusesRadiiOutsideItsRangeAndOnePlaneForBoth)
 
 TEST(FeatherPlane, IsTheSharedBlurAtHalfTheValueAndLeavesThePlaneOnRefusal)
 {
-    COLChannel plane;
-    FillMask(plane, 50, 40, 3);
+    COLChannel plane = Blobs(50, 40, 3);
     const Bytes before = vmtest::Bytes(plane);
     for (int32_t bad : {0, -3, 1000}) {
         EXPECT_EQ(FeatherPlane(plane, bad), kFail) << bad;

@@ -32,9 +32,7 @@ struct InpaintDocument {
 // A texture with a bright object in the hole.
 InpaintDocument Textured(int hx0, int hy0, int hx1, int hy1)
 {
-    COLImage noise;
-    vmtest::FillNoise(noise, 72, 56, 4);
-    return InpaintDocument(std::move(noise), hx0, hy0, hx1, hy1);
+    return InpaintDocument(vmtest::Noise(72, 56, 4), hx0, hy0, hx1, hy1);
 }
 
 // Stripes with a magenta block over the hole, for the structure-aware method.

@@ -8,6 +8,7 @@
 #include "imaging/channel.h"
 #include "imaging/image.h"
 #include "imaging/result.h"
+#include "support/pictures.h"
 #include "support/test_support.h"
 
 namespace {
@@ -101,11 +102,10 @@ TEST(ToleranceFlood, OffsetLayersOnNoisyPicturesMatchThePlainWalk)
     std::mt19937 rng(3);
     for (int round = 0; round < 40; ++round) {
         const uint32_t lw = 5 + rng() % 20, lh = 5 + rng() % 20, cw = 5 + rng() % 20, ch = 5 + rng() % 20;
-        COLImage layer;
-        layer.Create(lw, lh);
         // Few colours close together, so that regions form and touch.
-        for (size_t i = 0; i < layer.GetPixelCount(); ++i)
-            layer.GetBuffer()[i] = CPixel::Make(uint8_t(100 + rng() % 4 * 3), 100, uint8_t(100 + rng() % 2 * 5));
+        const COLImage layer = vmtest::Picture(lw, lh, [&](uint32_t, uint32_t) {
+            return CPixel::Make(uint8_t(100 + rng() % 4 * 3), 100, uint8_t(100 + rng() % 2 * 5));
+        });
         const int ox = int(rng() % 9) - 4, oy = int(rng() % 9) - 4, tol = int(rng() % 12);
         const int sx = int(rng() % lw), sy = int(rng() % lh);
         SCOPED_TRACE(round);
@@ -121,15 +121,12 @@ TEST(ToleranceFlood, WideRegionsWithHolesMatchThePlainWalk)
     for (int round = 0; round < 16; ++round) {
         const uint32_t lw = 40 + rng() % 120, lh = 30 + rng() % 90;
         const uint32_t cw = lw + rng() % 20 - 10, ch = lh + rng() % 20 - 10;
-        COLImage layer;
-        layer.Create(lw, lh);
         const uint32_t block = 2 + rng() % 9;
-        for (uint32_t y = 0; y < lh; ++y)
-            for (uint32_t x = 0; x < lw; ++x) {
-                const bool wall = (x / block + y / block) % 3 == 0 && rng() % 5 != 0;
-                const uint8_t noise = uint8_t(rng() % 4);
-                layer.PutPixel(x, y, wall ? CPixel::Make(200, 30, 30) : CPixel::Make(uint8_t(60 + noise), 90, 120));
-            }
+        const COLImage layer = vmtest::Picture(lw, lh, [&](uint32_t x, uint32_t y) {
+            const bool wall = (x / block + y / block) % 3 == 0 && rng() % 5 != 0;
+            const uint8_t noise = uint8_t(rng() % 4);
+            return wall ? CPixel::Make(200, 30, 30) : CPixel::Make(uint8_t(60 + noise), 90, 120);
+        });
         const int ox = int(rng() % 13) - 6, oy = int(rng() % 13) - 6, tol = int(rng() % 40);
         const int sx = int(rng() % lw), sy = int(rng() % lh);
         SCOPED_TRACE(round);
@@ -145,14 +142,11 @@ TEST(ToleranceFlood, RowsAcrossManyWordsMatchThePlainWalk)
     for (uint32_t lw : {1u, 2u, 63u, 64u, 65u, 129u, 300u, 700u}) {
         for (int round = 0; round < 4; ++round) {
             const uint32_t lh = 1 + rng() % 30;
-            COLImage layer;
-            layer.Create(lw, lh);
-            for (uint32_t y = 0; y < lh; ++y)
-                for (uint32_t x = 0; x < lw; ++x) {
-                    const bool wall = (x * 7 + y * 3) % 23 == 0 || rng() % 9 == 0;
-                    const CPixel open = CPixel::Make(uint8_t(40 + rng() % 3), 90, 90);
-                    layer.PutPixel(x, y, wall ? CPixel::Make(220, 20, 20) : open);
-                }
+            const COLImage layer = vmtest::Picture(lw, lh, [&](uint32_t x, uint32_t y) {
+                const bool wall = (x * 7 + y * 3) % 23 == 0 || rng() % 9 == 0;
+                const CPixel open = CPixel::Make(uint8_t(40 + rng() % 3), 90, 90);
+                return wall ? CPixel::Make(220, 20, 20) : open;
+            });
             const int span = int(lw) / 2 + 3;
             const int ox = round == 0 ? 0 : int(rng() % uint32_t(2 * span)) - span, oy = int(rng() % 7) - 3;
             const uint32_t cw = uint32_t(std::max(1, int(lw) + int(rng() % 9) - 4));

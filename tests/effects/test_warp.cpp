@@ -90,8 +90,7 @@ void ExpectMatches(const COLImage& src, const WarpParams& p)
 
 TEST(Warp, NormalisedModeFollowsTheMapAndFillsOutside)
 {
-    COLImage src;
-    vmtest::FillNoise(src, 21, 17, 11);
+    COLImage src = vmtest::Noise(21, 17, 11);
     // A turn with a little bend, reaching outside the source at the corners (negative X just left of the picture
     // included, which extrapolates).
     WarpParams p = Params(25, 19, 0);
@@ -103,8 +102,7 @@ TEST(Warp, NormalisedModeFollowsTheMapAndFillsOutside)
 
 TEST(Warp, NormalisedIdentityLosesALittleAndFillsTheLastColumnAndRow)
 {
-    COLImage src;
-    vmtest::FillNoise(src, 12, 9, 3);
+    COLImage src = vmtest::Noise(12, 9, 3);
     for (size_t i = 0; i < src.GetPixelCount(); ++i)
         src.GetBuffer()[i].alpha = 0; // mode 0 is opaque anyway
     WarpParams p = Params(12, 9, 0);
@@ -131,8 +129,7 @@ TEST(Warp, NormalisedIdentityLosesALittleAndFillsTheLastColumnAndRow)
 
 TEST(Warp, PixelModeFadesOutAtTheEdges)
 {
-    COLImage src;
-    vmtest::FillNoise(src, 16, 12, 5);
+    COLImage src = vmtest::Noise(16, 12, 5);
     WarpParams p = Params(30, 22, 1);
     p.originX = -5;
     p.originY = -4;
@@ -157,8 +154,7 @@ TEST(Warp, PixelModeFadesOutAtTheEdges)
 
 TEST(Warp, DegenerateRequestsAreRefused)
 {
-    COLImage src, out;
-    vmtest::FillNoise(src, 4, 4, 1);
+    COLImage src = vmtest::Noise(4, 4, 1), out;
     CWarpProcess warp;
     warp.SetImages(&src, &out);
     WarpParams p = Params(0, 4, 0);

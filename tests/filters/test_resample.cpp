@@ -181,8 +181,7 @@ TEST(ResampleImage, HandComputedEnlargement)
 
 TEST(ResampleImage, ZeroSideGivesOneWhitePixelWhateverTheSource)
 {
-    COLImage src, dst;
-    vmtest::FillNoise(src, 5, 5, 1);
+    COLImage src = vmtest::Noise(5, 5, 1), dst;
     ASSERT_EQ(ResampleImage(&src, &dst, 4, 0), 1);
     ASSERT_EQ(vmtest::Size(dst), "1x1");
     EXPECT_EQ(dst.GetPixel(0, 0), 0xFFFFFFFFu);
@@ -224,8 +223,7 @@ TEST(ResampleImage, MatchesThePlainComputation)
         for (int level = vmsimd::kPlain; level <= vmsimd::CurrentLevel(); ++level) {
         SimdCap cap(level);
         for (auto& c : cases) {
-            COLImage src, dst;
-            vmtest::FillNoise(src, c[0], c[1], seed++);
+            COLImage src = vmtest::Noise(c[0], c[1], seed++), dst;
             ASSERT_EQ(ResampleImage(&src, &dst, c[6], c[7], c[2], c[3], c[4], c[5]), 1);
             const int sw = c[4] == -1 ? c[0] - c[2] : c[4], sh = c[5] == -1 ? c[1] - c[3] : c[5];
             ASSERT_EQ(Bytes(dst), RefResampleImage(src, c[2], c[3], sw, sh, c[6], c[7]))
@@ -237,8 +235,7 @@ TEST(ResampleImage, MatchesThePlainComputation)
 
 TEST(ResampleImage, RejectsWhatCannotBeDone)
 {
-    COLImage src, dst, none;
-    vmtest::FillNoise(src, 10, 10, 2);
+    COLImage src = vmtest::Noise(10, 10, 2), dst, none;
     EXPECT_EQ(ResampleImage(&none, &dst, 5, 5), 0);
     EXPECT_EQ(ResampleImage(nullptr, &dst, 5, 5), 0);
     EXPECT_EQ(ResampleImage(&src, nullptr, 5, 5), 0);
@@ -252,8 +249,7 @@ TEST(ResampleImage, RejectsWhatCannotBeDone)
 
 TEST(ResampleImage, SourceMayBeTheDestination)
 {
-    COLImage a, b;
-    vmtest::FillNoise(a, 23, 19, 5);
+    COLImage a = vmtest::Noise(23, 19, 5), b;
     ASSERT_EQ(ResampleImage(&a, &b, 40, 12), 1);
     ASSERT_EQ(ResampleImage(&a, &a, 40, 12), 1);
     EXPECT_TRUE(vmtest::SamePixels(a, b));
@@ -291,8 +287,7 @@ TEST(ResampleChannel, HandComputedAndMatchesThePlainComputation)
     for (unsigned threads : {1u, 4u}) {
         ThreadCount tc(threads);
         for (auto& c : cases) {
-            COLChannel src;
-            vmtest::FillNoise(src, c[0], c[1], seed++);
+            COLChannel src = vmtest::NoisePlane(c[0], c[1], seed++);
             ASSERT_EQ(ResampleChannel(&src, &dst, c[6], c[7], c[2], c[3], c[4], c[5]), 1);
             const int sw = c[4] == -1 ? c[0] - c[2] : c[4], sh = c[5] == -1 ? c[1] - c[3] : c[5];
             ASSERT_EQ(Bytes(dst), RefResampleChannel(src, c[2], c[3], sw, sh, c[6], c[7]))
@@ -338,10 +333,8 @@ TEST(ShrinkArea, MatchesThePlainComputation)
     for (unsigned threads : {1u, 3u}) {
         ThreadCount tc(threads);
         for (auto& c : cases) {
-            COLImage src, dst;
-            vmtest::FillNoise(src, c[0], c[1], seed);
-            COLChannel csrc, cdst;
-            vmtest::FillNoise(csrc, c[0], c[1], seed++);
+            COLImage src = vmtest::Noise(c[0], c[1], seed), dst;
+            COLChannel csrc = vmtest::NoisePlane(c[0], c[1], seed++), cdst;
             const int sw = c[4] == -1 ? c[0] - c[2] : c[4], sh = c[5] == -1 ? c[1] - c[3] : c[5];
             ASSERT_EQ(ShrinkImageArea(&src, &dst, c[6], c[7], c[2], c[3], c[4], c[5]), 1);
             ASSERT_EQ(Bytes(dst), RefShrink<4>(reinterpret_cast<const uint8_t*>(src.GetBuffer()), c[0] * 4, c[2], c[3],
@@ -363,8 +356,7 @@ TEST(ShrinkArea, FlatPictureStaysFlatAndEnlargingFallsBackToBilinear)
         ASSERT_GE(dst.GetBuffer()[i], 179);
         ASSERT_LE(dst.GetBuffer()[i], 181);
     }
-    COLImage src, a, b;
-    vmtest::FillNoise(src, 10, 10, 9);
+    COLImage src = vmtest::Noise(10, 10, 9), a, b;
     ASSERT_EQ(ShrinkImageArea(&src, &a, 20, 5), 1);
     ASSERT_EQ(ResampleImage(&src, &b, 20, 5), 1);
     EXPECT_TRUE(vmtest::SamePixels(a, b));
@@ -392,8 +384,7 @@ TEST(SampleImageTwoPoint, FollowsTheFootprintEnds)
     EXPECT_EQ(Byte(out, 0, 1, 0), (200 * 128 + 100 * 128) >> 8);
 
     // A whole factor picks the first pixel of each block.
-    COLImage src;
-    vmtest::FillNoise(src, 8, 6, 3);
+    COLImage src = vmtest::Noise(8, 6, 3);
     ASSERT_EQ(SampleImageTwoPoint(&src, &dst, 4, 3), 1);
     for (uint32_t y = 0; y < 3; ++y)
         for (uint32_t x = 0; x < 4; ++x) ASSERT_EQ(dst.GetPixel(x, y), src.GetPixel(2 * x, 2 * y));

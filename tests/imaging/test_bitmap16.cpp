@@ -63,8 +63,7 @@ TEST(Smooth16, ALongRunKeepsItsTailAfterTheTrailingRamp)
 
 TEST(Bitmap16, PlainConversionRoundTrips)
 {
-    COLImage img, back;
-    vmtest::FillNoise(img, 9, 7, 4);
+    COLImage img = vmtest::Noise(9, 7, 4), back;
     C16BitBitmap bmp;
     ASSERT_EQ(bmp.ConvertFromSimpleBitmap(&img, 0), 1);
     EXPECT_EQ(bmp.GetPixel(3, 2).red, img.GetPixel2(3, 2).red * 256);

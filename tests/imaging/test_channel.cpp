@@ -10,8 +10,7 @@
 
 TEST(Channel, CreateAlignsAndDuplicateCopies)
 {
-    COLChannel a, b;
-    vmtest::FillNoise(a, 13, 7, 3);
+    COLChannel a = vmtest::NoisePlane(13, 7, 3), b;
     EXPECT_EQ(reinterpret_cast<uintptr_t>(a.GetBuffer()) % 16, 0u);
     EXPECT_EQ(a.GetAreaByteSize(), 91u);
     ASSERT_EQ(b.DuplicateFrom(&a), 1);
@@ -25,8 +24,7 @@ TEST(Channel, CreateAlignsAndDuplicateCopies)
 
 TEST(Channel, ExtractFromTakesOneByteOfEachPixel)
 {
-    COLImage img;
-    vmtest::FillNoise(img, 5, 4, 8);
+    COLImage img = vmtest::Noise(5, 4, 8);
     COLChannel ch;
     for (int index = 0; index < 4; ++index) {
         ASSERT_EQ(ch.ExtractFrom(&img, index), 1);
@@ -39,8 +37,7 @@ TEST(Channel, ExtractFromTakesOneByteOfEachPixel)
 
 TEST(Channel, AddAndSubtractFollowTheSoftMaskFormulas)
 {
-    COLChannel a, b;
-    vmtest::FillNoise(a, 32, 16, 1);
+    COLChannel a = vmtest::NoisePlane(32, 16, 1), b;
     vmtest::FillNoise(b, 32, 16, 2);
     // Make sure the special values 0 and 255 of the other plane occur.
     b.GetBuffer()[0] = 0;
@@ -62,8 +59,7 @@ TEST(Channel, AddAndSubtractFollowTheSoftMaskFormulas)
 
 TEST(Channel, AnEmptyPlaneTakesTheOtherAndAMismatchedOneIsLeftAlone)
 {
-    COLChannel b, c;
-    vmtest::FillNoise(b, 4, 4, 6);
+    COLChannel b = vmtest::NoisePlane(4, 4, 6), c;
     COLChannel added, taken;
     added.Add(&b);
     taken.Subtract(&b);
@@ -96,8 +92,7 @@ TEST(Channel, SquareAndIsAllZero)
 TEST(Channel, SaveToFileDumpsAGrayPicture)
 {
     vmtest::TempDir dir;
-    COLChannel c;
-    vmtest::FillNoise(c, 9, 3, 12);
+    COLChannel c = vmtest::NoisePlane(9, 3, 12);
     c.SaveToFile(dir.File("mask.bmp").c_str());
     COLImage back;
     ASSERT_EQ(back.LoadFromFile(dir.File("mask.bmp").c_str()), kOk);

@@ -74,8 +74,7 @@ TEST(Image, FreeKeepsSizeAndMoveTransfersOwnership)
 
 TEST(Image, DuplicateFromReusesALargeEnoughBlock)
 {
-    COLImage big, small, three;
-    vmtest::FillNoise(big, 100, 100, 1);
+    COLImage big = vmtest::Noise(100, 100, 1), small, three;
     vmtest::FillNoise(small, 2, 2, 2);
     vmtest::FillNoise(three, 3, 3, 3);
     CPixel* block = big.GetBuffer();
@@ -117,8 +116,7 @@ TEST(Image, AveragePixelDividesByCountPlusOneWithoutWrapping)
 
 TEST(Image, BuildGrayChannelWritesAlphaAndSums)
 {
-    COLImage img;
-    vmtest::FillNoise(img, 7, 5, 11);
+    COLImage img = vmtest::Noise(7, 5, 11);
     uint32_t expected = 0;
     for (size_t i = 0; i < img.GetPixelCount(); ++i) expected += img.GetBuffer()[i].GetGray2();
     EXPECT_EQ(img.BuildGrayChannel(), expected);
@@ -129,11 +127,9 @@ TEST(Image, BuildGrayChannelWritesAlphaAndSums)
 
 TEST(Image, ChannelFromInstallsAPlaneAndClampsTheIndex)
 {
-    COLImage img;
-    vmtest::FillNoise(img, 6, 4, 5);
+    COLImage img = vmtest::Noise(6, 4, 5);
     COLImage original = vmtest::Copy(img);
-    COLChannel ch;
-    vmtest::FillNoise(ch, 6, 4, 9);
+    COLChannel ch = vmtest::NoisePlane(6, 4, 9);
     ASSERT_EQ(img.ChannelFrom(&ch, 7), 1);
     for (size_t i = 0; i < img.GetPixelCount(); ++i) {
         EXPECT_EQ(img.GetBuffer()[i].alpha, ch.GetBuffer()[i]);
@@ -185,8 +181,7 @@ std::vector<uint8_t> ReferenceLaplace(const COLImage& src)
 TEST(Image, LaplaceMatchesAnIndependentReading)
 {
     // Blocky noise gives clusters of edges that survive the isolated-dot filter.
-    COLImage noise;
-    vmtest::FillNoise(noise, 8, 6, 21);
+    COLImage noise = vmtest::Noise(8, 6, 21);
     COLImage img = vmtest::Picture(40, 30, [&](uint32_t x, uint32_t y) { return noise.GetPixel2(x / 5, y / 5); });
     const std::vector<uint8_t> expected = ReferenceLaplace(img);
     img.ComputeLaplasToAlpha();
@@ -206,8 +201,7 @@ TEST(Image, LaplaceTruncatesToTheLowByteAndClearsSmallPictures)
     img.ComputeLaplasToAlpha();
     for (size_t i = 0; i < img.GetPixelCount(); ++i) EXPECT_EQ(img.GetBuffer()[i].alpha, 0);
 
-    COLImage small;
-    vmtest::FillNoise(small, 6, 6, 4);
+    COLImage small = vmtest::Noise(6, 6, 4);
     small.ComputeLaplasToAlpha();
     for (size_t i = 0; i < small.GetPixelCount(); ++i) EXPECT_EQ(small.GetBuffer()[i].alpha, 0);
 }

@@ -36,8 +36,7 @@ COLImage Keyed(const COLImage& src, const ChromaKeyParams& params, CChromaKeyPro
 // A soft disc of a warm colour over a backdrop with a little noise: every step of both paths has work.
 COLImage Scene(CPixel backdrop, uint32_t w, uint32_t h, uint32_t seed)
 {
-    COLImage img;
-    vmtest::FillNoise(img, w, h, seed);
+    COLImage img = vmtest::Noise(w, h, seed);
     const double cx = w * 0.5, cy = h * 0.55, r = std::min(w, h) * 0.3;
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x) {
@@ -318,8 +317,7 @@ TEST(ChromaKey, TinyPicturesGoThroughEveryStep)
     for (uint32_t w : {1u, 2u, 3u, 6u, 7u, 8u})
         for (uint32_t h : {1u, 2u, 7u}) {
             for (CPixel backdrop : {Rgb(46, 168, 72), Rgb(128, 128, 128)}) {
-                COLImage src, dst;
-                vmtest::FillNoise(src, w, h, w * 10 + h);
+                COLImage src = vmtest::Noise(w, h, w * 10 + h), dst;
                 ChromaKeyParams params = ParamsFor(backdrop);
                 params.includeShadow = 0;
                 params.featherSelection = 1;

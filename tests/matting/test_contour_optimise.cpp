@@ -12,9 +12,9 @@
 namespace {
 
 // A disc of one colour on a background of another, with a little noise, and planes of the disc's size.
-void MakeDisc(COLImage& img, uint32_t w, uint32_t h, double radius)
+COLImage Disc(uint32_t w, uint32_t h, double radius)
 {
-    vmtest::FillNoise(img, w, h, 9);
+    COLImage img = vmtest::Noise(w, h, 9);
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x) {
             CPixel& p = img.GetBuffer()[size_t(y) * w + x];
@@ -22,6 +22,7 @@ void MakeDisc(COLImage& img, uint32_t w, uint32_t h, double radius)
             const uint8_t n = uint8_t(p.red / 32);
             p = r < radius ? CPixel::Make(uint8_t(200 + n), uint8_t(120 + n), 40) : CPixel::Make(30, uint8_t(60 + n), uint8_t(150 + n));
         }
+    return img;
 }
 
 COLChannel DiscPlane(uint32_t w, uint32_t h, double radius)
@@ -63,8 +64,7 @@ TEST(ContourOptimise, BringsRoughContoursToTheEdge)
 {
     const uint32_t w = 160, h = 120;
     const double radius = 40;
-    COLImage img;
-    MakeDisc(img, w, h, radius);
+    COLImage img = Disc(w, h, radius);
     COLChannel inner = DiscPlane(w, h, radius - 8), outer = DiscPlane(w, h, radius + 8);
     auto band = [&] {
         size_t n = 0;
@@ -123,8 +123,7 @@ TEST(Snake, ShrinksOntoASubjectAndFillsIt)
 {
     const uint32_t w = 120, h = 100;
     const double radius = 25;
-    COLImage img;
-    MakeDisc(img, w, h, radius);
+    COLImage img = Disc(w, h, radius);
     COLChannel mask, result;
     mask.Create(w, h);
     const std::vector<SnakePoint> square = {{20, 10}, {100, 10}, {100, 90}, {20, 90}, {20, 10}};

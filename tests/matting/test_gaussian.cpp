@@ -238,8 +238,7 @@ TEST(Gaussian, EveryTapCountAgainstThePlainComputation)
 {
     // One sigma per kernel length, 1 to 16 taps a side, on pictures wider and taller than any kernel, for planes
     // and four-byte pixels at every instruction set.
-    COLImage src, dst;
-    vmtest::FillNoise(src, 71, 45, 5);
+    COLImage src = vmtest::Noise(71, 45, 5), dst;
     dst.Create(71, 45);
     const uint8_t* in = reinterpret_cast<const uint8_t*>(src.GetBuffer());
     uint8_t* out = reinterpret_cast<uint8_t*>(dst.GetBuffer());
@@ -262,8 +261,7 @@ TEST(Gaussian, EveryTapCountAgainstThePlainComputation)
 
 TEST(Gaussian, TinySigmaCopiesAndTheSmallestBlurStillRuns)
 {
-    COLImage src, dst;
-    vmtest::FillNoise(src, 9, 7, 3);
+    COLImage src = vmtest::Noise(9, 7, 3), dst;
     CGaussianProcess g;
     g.SetImages(&src, &dst);
     vmtest::ProgressLog log;
@@ -283,8 +281,7 @@ TEST(Gaussian, TinySigmaCopiesAndTheSmallestBlurStillRuns)
 
 TEST(Gaussian, ThreeByThreeWithSigmaSixIsTheBlockMean)
 {
-    COLImage src, dst;
-    vmtest::FillNoise(src, 3, 3, 11);
+    COLImage src = vmtest::Noise(3, 3, 11), dst;
     int sum[4] = {};
     for (int i = 0; i < 9; ++i)
         for (int c = 0; c < 4; ++c) sum[c] += reinterpret_cast<const uint8_t*>(src.GetBuffer() + i)[c];
@@ -299,8 +296,7 @@ TEST(Gaussian, ThreeByThreeWithSigmaSixIsTheBlockMean)
 
 TEST(Gaussian, SourceAndDestinationMayBeOnePicture)
 {
-    COLImage src, separate, inPlace;
-    vmtest::FillNoise(src, 37, 23, 4);
+    COLImage src = vmtest::Noise(37, 23, 4), separate, inPlace;
     inPlace.DuplicateFrom(&src);
     for (double sigma : {1.5, 4.0}) {
         CGaussianProcess g;

@@ -21,8 +21,7 @@ const CPixel kGreen = Rgb(46, 168, 72);
 // An orange subject with a soft rim on a noisy green backdrop.
 COLImage GreenScene(uint32_t w, uint32_t h, uint32_t seed)
 {
-    COLImage img;
-    vmtest::FillNoise(img, w, h, seed);
+    COLImage img = vmtest::Noise(w, h, seed);
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x) {
             CPixel* p = img.GetBuffer(x, y);
@@ -120,8 +119,7 @@ TEST(HueKey, AllBackdropKeysToNothing)
 
 TEST(HueKey, InterpolateChromaRebuildsOddSamples)
 {
-    COLImage yuv;
-    vmtest::FillNoise(yuv, 7, 6, 21);
+    COLImage yuv = vmtest::Noise(7, 6, 21);
     COLImage before = vmtest::Copy(yuv);
     CHueKeyProcess::InterpolateChroma(yuv);
     auto at = [&](const COLImage& img, uint32_t x, uint32_t y) { return img.GetPixel2(x, y); };
@@ -146,8 +144,7 @@ TEST(HueKey, SmoothingInBandsEqualsTheWholePictureRoute)
 {
     // Odd sizes, and band edges that fall on odd and even rows, on one core and several.
     for (uint32_t h : {1u, 2u, 3u, 33u, 34u, 97u}) {
-        COLImage src;
-        vmtest::FillNoise(src, 131, h, h);
+        COLImage src = vmtest::Noise(131, h, h);
         COLImage expected = vmtest::Copy(src);
         COLImageCodec codec;
         ASSERT_TRUE(codec.RGBToYUV(&expected));

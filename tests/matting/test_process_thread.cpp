@@ -318,8 +318,7 @@ TEST(ProcessThread, ShuttingDownStopsARunThatLooks)
 
 TEST(ProcessThread, GaussianOnTheWorkerMatchesADirectCall)
 {
-    COLImage src, direct, threaded;
-    vmtest::FillNoise(src, 120, 90, 8);
+    COLImage src = vmtest::Noise(120, 90, 8), direct, threaded;
     const double sigma = 3.5;
     CGaussianProcess a, b;
     a.SetImages(&src, &direct);

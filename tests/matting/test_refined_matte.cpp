@@ -248,10 +248,8 @@ TEST(RefinedMatte, SplitSolveMatchesTheDefaultAndEveryThreadCount)
 
 TEST(RefinedMatte, RefusesBadInputAndLeavesOutputsAlone)
 {
-    COLImage image, empty;
-    vmtest::FillNoise(image, 20, 10, 7);
-    COLChannel trimap, small, alpha;
-    vmtest::FillNoise(trimap, 20, 10, 8);
+    COLImage image = vmtest::Noise(20, 10, 7), empty;
+    COLChannel trimap = vmtest::NoisePlane(20, 10, 8), small, alpha;
     vmtest::FillNoise(small, 19, 10, 8);
     vmtest::FillNoise(alpha, 5, 5, 9);
     const uint8_t before = alpha.GetValue(2, 2);
@@ -279,8 +277,7 @@ TEST(RefinedMatte, RefusesBadInputAndLeavesOutputsAlone)
 // A trimap without unknown pixels is its own answer, and the colours stay the source's.
 TEST(RefinedMatte, KnownEverywhereKeepsTrimapAndColours)
 {
-    COLImage image;
-    vmtest::FillNoise(image, 16, 12, 3);
+    COLImage image = vmtest::Noise(16, 12, 3);
     const COLChannel trimap = vmtest::PlaneOf(16, 12, [](uint32_t x, uint32_t y) { return (x + y) % 3 ? 255 : 0; });
     COLChannel alpha;
     COLImage fore;
@@ -330,8 +327,7 @@ TEST(RefinedMatte, ProcessReportsInItsRangeDecontaminatesOnRequestAndCancels)
         for (uint32_t x = 0; x < plain.GetWidth(); ++x) ASSERT_EQ(plain.GetPixel2(x, y).alpha, alpha.GetValue(x, y));
 
     // A cancel stops the run and leaves the destination as it was.
-    COLImage untouched;
-    vmtest::FillNoise(untouched, 3, 3, 1);
+    COLImage untouched = vmtest::Noise(3, 3, 1);
     process.SetImages(&in.shot, &untouched);
     process.RequestCancel();
     EXPECT_EQ(process.Process(&params), kFail);

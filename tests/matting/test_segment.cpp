@@ -346,9 +346,9 @@ Got RunSegment(const COLImage& src, const int32_t* detail)
 }
 
 // Soft shapes over noise: basins, edges and plenty of small regions to merge.
-void MakeScene(COLImage& img, uint32_t w, uint32_t h, uint32_t seed)
+COLImage MakeScene(uint32_t w, uint32_t h, uint32_t seed)
 {
-    vmtest::FillNoise(img, w, h, seed);
+    COLImage img = vmtest::Noise(w, h, seed);
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x) {
             CPixel& p = img.GetBuffer()[size_t(y) * w + x];
@@ -358,17 +358,19 @@ void MakeScene(COLImage& img, uint32_t w, uint32_t h, uint32_t seed)
             p.blue = uint8_t(((x / 9 + y / 7) % 2) * 120 + p.blue / 6);
             p.alpha = 255;
         }
+    return img;
 }
 
 // A gentle ramp under fine noise: many basins separated by weak boundaries, so many small regions merge.
-void MakeRamp(COLImage& img, uint32_t w, uint32_t h, uint32_t seed)
+COLImage MakeRamp(uint32_t w, uint32_t h, uint32_t seed)
 {
-    vmtest::FillNoise(img, w, h, seed);
+    COLImage img = vmtest::Noise(w, h, seed);
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x) {
             CPixel& p = img.GetBuffer()[size_t(y) * w + x];
             p = CPixel::Make(uint8_t(x * 2 + p.red / 16), uint8_t(y * 3 + p.green / 16), uint8_t(100 + p.blue / 16));
         }
+    return img;
 }
 
 } // namespace
@@ -376,11 +378,7 @@ void MakeRamp(COLImage& img, uint32_t w, uint32_t h, uint32_t seed)
 TEST(Segment, MatchesThePlainMethodByteForByte)
 {
     for (uint32_t seed : {3u, 11u, 103u, 104u}) {
-        COLImage img;
-        if (seed > 100)
-            MakeRamp(img, 71, 53, seed);
-        else
-            MakeScene(img, 71, 53, seed);
+        const COLImage img = seed > 100 ? MakeRamp(71, 53, seed) : MakeScene(71, 53, seed);
         for (int32_t detail : {10, 50, 1000}) {
             const Ref ref = RefSegment(img, detail);
             for (int level : {int(vmsimd::kPlain), -1})
@@ -399,8 +397,7 @@ TEST(Segment, MatchesThePlainMethodByteForByte)
 // grown at full size; no merging follows at full size, and the regions carry the seed level 4.
 TEST(Segment, ReducedSizePathMatchesThePlainMethod)
 {
-    COLImage img;
-    MakeScene(img, 830, 47, 5);
+    const COLImage img = MakeScene(830, 47, 5);
     const int32_t detail = 50;
     const Ref ref = RefSegment(img, detail);
     const Got got = RunSegment(img, &detail);
@@ -431,8 +428,7 @@ TEST(Segment, FlatPictureIsOneRegionBorderIncluded)
 
 TEST(Segment, DetailSetsTheBlurAndBadInputFails)
 {
-    COLImage img, out;
-    MakeScene(img, 20, 12, 1);
+    COLImage img = MakeScene(20, 12, 1), out;
     CSegmentProcess p;
     p.SetImages(&img, &out);
     const int32_t zero = 0;

@@ -1,6 +1,6 @@
 #pragma once
 
-// Small helpers the engine tests share: pictures and planes made from a function of the position, copies,
+// Small helpers the engine tests share: planes made from a function of the position (pictures: pictures.h), blurs,
 // and a recorder of the progress an engine reports.
 
 #include <cstdint>
@@ -10,19 +10,10 @@
 #include "imaging/image.h"
 #include "matting/gaussian.h"
 #include "matting/image_process.h"
+#include "support/pictures.h"
+#include "support/test_support.h"
 
 namespace vmtest {
-
-// A w x h picture whose pixel (x, y) is at(x, y).
-template <class F> COLImage Picture(uint32_t w, uint32_t h, F at)
-{
-    COLImage img;
-    img.Create(w, h);
-    for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x)
-            img.PutPixel(x, y, at(x, y));
-    return img;
-}
 
 // A w x h plane whose sample (x, y) is at(x, y).
 template <class F> COLChannel PlaneOf(uint32_t w, uint32_t h, F at)
@@ -33,20 +24,6 @@ template <class F> COLChannel PlaneOf(uint32_t w, uint32_t h, F at)
         for (uint32_t x = 0; x < w; ++x)
             plane.SetValue(x, y, uint8_t(at(x, y)));
     return plane;
-}
-
-inline COLImage Copy(const COLImage& image)
-{
-    COLImage copy;
-    copy.DuplicateFrom(&image);
-    return copy;
-}
-
-inline COLChannel Copy(const COLChannel& plane)
-{
-    COLChannel copy;
-    copy.DuplicateFrom(&plane);
-    return copy;
 }
 
 // The shared Gaussian blur of a picture or a plane, which has its own tests; an empty result when it fails.

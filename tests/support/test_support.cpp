@@ -60,6 +60,20 @@ void FillNoise(COLChannel& channel, uint32_t width, uint32_t height, uint32_t se
     for (uint32_t i = 0; i < channel.GetAreaByteSize(); ++i) p[i] = static_cast<uint8_t>(rng());
 }
 
+COLImage Noise(uint32_t width, uint32_t height, uint32_t seed)
+{
+    COLImage image;
+    FillNoise(image, width, height, seed);
+    return image;
+}
+
+COLChannel NoisePlane(uint32_t width, uint32_t height, uint32_t seed)
+{
+    COLChannel plane;
+    FillNoise(plane, width, height, seed);
+    return plane;
+}
+
 bool SameColours(const COLImage& a, const COLImage& b)
 {
     if (a.IsNull() || b.IsNull() || a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) return false;

@@ -28,6 +28,22 @@ void WriteAll(const std::string& path, const std::vector<uint8_t>& bytes);
 // Deterministic pseudo-random picture (fixed seed), alpha included.
 void FillNoise(COLImage& image, uint32_t width, uint32_t height, uint32_t seed);
 void FillNoise(COLChannel& channel, uint32_t width, uint32_t height, uint32_t seed);
+// The same noise as a new picture or plane.
+COLImage Noise(uint32_t width, uint32_t height, uint32_t seed);
+COLChannel NoisePlane(uint32_t width, uint32_t height, uint32_t seed);
+// A copy of a picture or a plane, as a value.
+inline COLImage Copy(const COLImage& image)
+{
+    COLImage copy;
+    copy.DuplicateFrom(&image);
+    return copy;
+}
+inline COLChannel Copy(const COLChannel& plane)
+{
+    COLChannel copy;
+    copy.DuplicateFrom(&plane);
+    return copy;
+}
 bool SameColours(const COLImage& a, const COLImage& b);   // size and RGB of every pixel
 bool SamePixels(const COLImage& a, const COLImage& b);    // size and all four bytes
 // Largest difference of any colour byte between two pictures of the same size, counting only pixels whose
