@@ -103,21 +103,6 @@ std::vector<uint8_t> PlainFill(const std::vector<CPolyPoint>& p, int w, int h, s
     return plane;
 }
 
-void ExpectSameAsPlain(const std::vector<CPolyPoint>& points, int w, int h, uint32_t seed = 0)
-{
-    COLChannel plane;
-    ASSERT_EQ(plane.Create(uint32_t(w), uint32_t(h)), kOk);
-    std::mt19937 rng(seed);
-    // Some tests start from a plane that already holds a selection: it must stay where the fill does not reach.
-    for (uint32_t i = 0; i < plane.GetAreaByteSize(); ++i) plane.GetBuffer()[i] = seed ? uint8_t(rng() % 3 * 100) : 0;
-    const std::vector<uint8_t> expected = PlainFill(points, w, h, vmtest::Bytes(plane));
-    ASSERT_EQ(FillPolygon(points.data(), points.size(), &plane), kOk);
-    const std::vector<uint8_t> got = vmtest::Bytes(plane);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            ASSERT_EQ(int(got[size_t(y * w + x)]), int(expected[size_t(y * w + x)])) << "at " << x << "," << y;
-}
-
 // The fill from a given plane, compared with the plain fill byte for byte.
 void ExpectSameFromPlane(const std::vector<CPolyPoint>& points, int w, int h, const std::vector<uint8_t>& before)
 {
@@ -130,6 +115,16 @@ void ExpectSameFromPlane(const std::vector<CPolyPoint>& points, int w, int h, co
     for (int y = 0; y < h; ++y)
         for (int x = 0; x < w; ++x)
             ASSERT_EQ(int(got[size_t(y * w + x)]), int(expected[size_t(y * w + x)])) << "at " << x << "," << y;
+}
+
+// From an empty plane, or with a seed from one that already holds a selection: it must stay where the fill does
+// not reach.
+void ExpectSameAsPlain(const std::vector<CPolyPoint>& points, int w, int h, uint32_t seed = 0)
+{
+    std::mt19937 rng(seed);
+    std::vector<uint8_t> before(size_t(w * h));
+    for (uint8_t& v : before) v = seed ? uint8_t(rng() % 3 * 100) : 0;
+    ExpectSameFromPlane(points, w, h, before);
 }
 
 } // namespace
@@ -189,11 +184,9 @@ TEST(FillPolygon, VeryFlatEdgesCountForNothing)
 {
     // The long bottom edge rises one pixel over 300: its slope truncates to 0, so it never crosses, and the
     // rows it spans take their parity from the other edges alone.
-    ExpectSameAsPlain({{0, 0}, {300, 1}, {300, 6}, {0, 5}, {0, 0}}, 310, 8);
-    COLChannel plane;
-    ASSERT_EQ(plane.Create(310, 8), kOk);
-    std::memset(plane.GetBuffer(), 0, plane.GetAreaByteSize());
     const std::vector<CPolyPoint> p = {{0, 0}, {300, 1}, {300, 6}, {0, 5}, {0, 0}};
+    ExpectSameAsPlain(p, 310, 8);
+    COLChannel plane = vmtest::Plane(310, 8, 0);
     ASSERT_EQ(FillPolygon(p.data(), p.size(), &plane), kOk);
     EXPECT_EQ(plane.GetValue(150, 3), 255);
 }
@@ -236,43 +229,6 @@ TEST(FillPolygon, BandsOfRowsGiveTheSameBytesAtEveryThreadCount)
         SCOPED_TRACE(threads);
         ExpectSameFromPlane(star, w, h, empty);
         ExpectSameFromPlane(star, w, h, marked);
-    }
-}
-
-TEST(ClearAndFillPolygon, GivesTheBytesOfAClearedPlaneFilledAtEveryThreadCount)
-{
-    // Outlines inside, partly off, wholly off the plane and refused; the plane starts full of old marks, which
-    // must all go, and tall enough for several bands.
-    const int w = 173, h = 300;
-    std::vector<CPolyPoint> star;
-    for (int i = 0; i < 60; ++i) {
-        const double a = 6.2831853 * i / 60, r = (i % 2 ? 0.3 : 0.45) * h;
-        star.push_back({int(w / 2 + r * 0.5 * std::cos(a)), int(h / 2 + r * std::sin(a))});
-    }
-    star.push_back(star.front());
-    const std::vector<std::vector<CPolyPoint>> outlines = {
-        star,
-        {{-9, 40}, {w + 6, 20}, {w / 2, h - 30}, {-9, 40}},
-        {{w + 5, 5}, {w + 40, 5}, {w + 40, 50}, {w + 5, 5}},
-        {{0, 0}, {5, 5}},
-    };
-    std::mt19937 rng(8);
-    std::vector<uint8_t> old(size_t(w * h));
-    for (uint8_t& v : old) v = uint8_t(rng() % 4 * 80);
-    for (unsigned threads : {1u, 2u, 5u}) {
-        vmtest::ThreadCount tc(threads);
-        for (size_t k = 0; k < outlines.size(); ++k) {
-            SCOPED_TRACE(testing::Message() << threads << " threads, outline " << k);
-            const std::vector<CPolyPoint>& points = outlines[k];
-            COLChannel expected, got;
-            ASSERT_EQ(expected.Create(uint32_t(w), uint32_t(h)), kOk);
-            ASSERT_EQ(got.Create(uint32_t(w), uint32_t(h)), kOk);
-            std::memset(expected.GetBuffer(), 0, expected.GetAreaByteSize());
-            std::memcpy(got.GetBuffer(), old.data(), old.size());
-            EXPECT_EQ(ClearAndFillPolygon(points.data(), points.size(), &got),
-                      FillPolygon(points.data(), points.size(), &expected));
-            ASSERT_EQ(vmtest::Bytes(got), vmtest::Bytes(expected));
-        }
     }
 }
 
@@ -365,14 +321,25 @@ TEST(FillPolygon, RefusesTooFewPointsAndMissingPlane)
     COLChannel plane;
     const std::vector<CPolyPoint> p = {{0, 0}, {5, 5}, {0, 0}};
     EXPECT_EQ(FillPolygon(p.data(), p.size(), &plane), kFail);
-    ASSERT_EQ(plane.Create(8, 8), kOk);
-    std::memset(plane.GetBuffer(), 7, plane.GetAreaByteSize());
+    plane = vmtest::Plane(8, 8, 7);
     EXPECT_EQ(FillPolygon(p.data(), 2, &plane), kFail);
     EXPECT_EQ(plane.GetValue(3, 3), 7) << "a refused fill leaves the plane as it was";
     // An outline wholly off the plane does nothing and is no failure.
     const std::vector<CPolyPoint> off = {{20, 20}, {30, 20}, {30, 30}, {20, 20}};
     EXPECT_EQ(FillPolygon(off.data(), off.size(), &plane), kOk);
     EXPECT_EQ(plane.GetValue(7, 7), 7);
+    // Clear-and-fill clears the whole plane, band by band, for a refused outline and one wholly off the plane alike.
+    const std::vector<CPolyPoint> beyond = {{180, 5}, {215, 5}, {215, 50}, {180, 5}};
+    const std::vector<uint8_t> cleared = vmtest::Bytes(vmtest::Plane(173, 300, 0));
+    for (unsigned threads : {1u, 2u, 5u}) {
+        vmtest::ThreadCount tc(threads);
+        COLChannel tall = vmtest::Plane(173, 300, 80);
+        EXPECT_EQ(ClearAndFillPolygon(p.data(), 2, &tall), kFail);
+        EXPECT_EQ(vmtest::Bytes(tall), cleared) << threads << " threads";
+        tall = vmtest::Plane(173, 300, 80);
+        EXPECT_EQ(ClearAndFillPolygon(beyond.data(), beyond.size(), &tall), kOk);
+        EXPECT_EQ(vmtest::Bytes(tall), cleared) << threads << " threads";
+    }
 }
 
 TEST(FillEllipse, MatchesSixteenSamplesPerPixel)
@@ -380,9 +347,7 @@ TEST(FillEllipse, MatchesSixteenSamplesPerPixel)
     for (auto [x0, y0, x1, y1] : std::vector<std::array<int, 4>>{{2, 3, 17, 12}, {17, 12, 2, 3}, {-4, -2, 9, 7},
                                                                   {1, 1, 1, 9}}) {
         const int w = 20, h = 15;
-        COLChannel plane;
-        ASSERT_EQ(plane.Create(w, h), kOk);
-        std::memset(plane.GetBuffer(), 9, plane.GetAreaByteSize());
+        COLChannel plane = vmtest::Plane(w, h, 9);
         ASSERT_EQ(FillEllipse(x0, y0, x1, y1, &plane), kOk);
         const double a = std::abs(x1 - x0) / 2, b = std::abs(y1 - y0) / 2;
         const double cx = (x0 + x1) / 2, cy = (y0 + y1) / 2;
