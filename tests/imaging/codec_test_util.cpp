@@ -53,9 +53,9 @@ bool ReadPam(const std::string& path, COLImage& image)
     return true;
 }
 
-void MakePattern(COLImage& image, uint32_t width, uint32_t height, bool withAlpha)
+COLImage Pattern(uint32_t width, uint32_t height, bool withAlpha)
 {
-    image = vmtest::Picture(width, height, [&](uint32_t x, uint32_t y) {
+    return vmtest::Picture(width, height, [&](uint32_t x, uint32_t y) {
         const uint8_t r = uint8_t(x * 255 / std::max(1u, width - 1));
         const uint8_t g = uint8_t(y * 255 / std::max(1u, height - 1));
         const uint8_t b = uint8_t(((x / 4 + y / 3) & 1) ? 200 : 30);

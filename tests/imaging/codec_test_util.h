@@ -17,7 +17,7 @@ bool ReadPam(const std::string& path, COLImage& image);
 
 // A picture with smooth areas, edges and a soft alpha ramp: enough structure to notice flips, channel swaps
 // and shifted rows.
-void MakePattern(COLImage& image, uint32_t width, uint32_t height, bool withAlpha);
+COLImage Pattern(uint32_t width, uint32_t height, bool withAlpha);
 
 // A copy of a JPEG with an APP1 Exif segment, holding an orientation tag, right after SOI.
 std::vector<uint8_t> WithOrientation(const std::vector<uint8_t>& jpeg, int orientation, bool bigEndian);

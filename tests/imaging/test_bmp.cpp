@@ -3,6 +3,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "imaging/codec_formats.h"
 #include "imaging/image.h"
 #include "support/engine_checks.h"
 #include "support/full_disk.h"
@@ -13,11 +14,6 @@ namespace {
 void Put32(std::vector<uint8_t>& b, size_t at, uint32_t v)
 {
     for (int i = 0; i < 4; ++i) b[at + i] = uint8_t(v >> (8 * i));
-}
-
-uint32_t Get32(const std::vector<uint8_t>& b, size_t at)
-{
-    return b[at] | b[at + 1] << 8 | b[at + 2] << 16 | uint32_t(b[at + 3]) << 24;
 }
 
 // A header as other programs write it, with palette and rows to be appended by the caller.
@@ -46,18 +42,22 @@ void AppendPalette(std::vector<uint8_t>& b, int entries)
     }
 }
 
-// Writes the bytes to a file and reads it with the picture's own reader.
-long LoadBmp(const vmtest::TempDir& dir, const std::vector<uint8_t>& bytes, COLImage& img)
-{
-    vmtest::WriteAll(dir.File("t.bmp"), bytes);
-    return img.LoadFromFile(dir.File("t.bmp").c_str());
-}
+// Each test works in a folder of its own.
+class Bmp : public ::testing::Test {
+protected:
+    // Writes the bytes to a file and reads it with the picture's own reader.
+    long LoadBmp(const std::vector<uint8_t>& bytes, COLImage& img)
+    {
+        vmtest::WriteAll(dir.File("t.bmp"), bytes);
+        return img.LoadFromFile(dir.File("t.bmp").c_str());
+    }
+    vmtest::TempDir dir;
+};
 
 } // namespace
 
-TEST(Bmp, WriterLayoutIsExact)
+TEST_F(Bmp, WriterLayoutIsExact)
 {
-    vmtest::TempDir dir;
     // Stride 12 (9 bytes padded).
     COLImage img = vmtest::Picture(3, 2, [](uint32_t x, uint32_t y) {
         const uint32_t i = y * 3 + x;
@@ -76,11 +76,9 @@ TEST(Bmp, WriterLayoutIsExact)
     EXPECT_EQ(std::vector<uint8_t>(f.begin() + 54, f.end()), rows);
 }
 
-TEST(Bmp, RoundTripFlipsVerticallyAndKeepsAlpha)
+TEST_F(Bmp, RoundTripFlipsVerticallyAndKeepsAlpha)
 {
-    vmtest::TempDir dir;
-    COLImage img;
-    vmtest::FillNoise(img, 17, 9, 31);
+    COLImage img = vmtest::Noise(17, 9, 31);
     ASSERT_EQ(img.SaveToFile(dir.File("n.bmp").c_str()), kOk);
     COLImage back = vmtest::Solid(17, 9, CPixel{0, 0, 0, 0x5A});
     ASSERT_EQ(back.LoadFromFile(dir.File("n.bmp").c_str()), kOk);
@@ -91,16 +89,15 @@ TEST(Bmp, RoundTripFlipsVerticallyAndKeepsAlpha)
         }
 }
 
-TEST(Bmp, PalettedRowsOfOneFourAndEightBits)
+TEST_F(Bmp, PalettedRowsOfOneFourAndEightBits)
 {
-    vmtest::TempDir dir;
     // 1 bit, width 33: rows of 8 bytes; bits from the most significant end.
     std::vector<uint8_t> f = Header(33, 2, 1);
     AppendPalette(f, 2);
     f.insert(f.end(), {0x80, 0, 0, 0, 0x80, 0, 0, 0});   // bottom row: x = 0 and x = 32 set
     f.insert(f.end(), {0x40, 0, 0, 0, 0, 0, 0, 0});      // top row: x = 1 set
     COLImage img;
-    ASSERT_EQ(LoadBmp(dir, f, img), kOk);
+    ASSERT_EQ(LoadBmp(f, img), kOk);
     EXPECT_EQ(img.GetWidth(), 33u);
     EXPECT_EQ(img.GetPixel2(0, 1).red, 254);   // palette entry 1
     EXPECT_EQ(img.GetPixel2(32, 1).green, 2);
@@ -112,7 +109,7 @@ TEST(Bmp, PalettedRowsOfOneFourAndEightBits)
     f = Header(32, 2, 1);
     AppendPalette(f, 2);
     f.insert(f.end(), {0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF});
-    ASSERT_EQ(LoadBmp(dir, f, img), kOk);
+    ASSERT_EQ(LoadBmp(f, img), kOk);
     EXPECT_EQ(img.GetPixel2(31, 1).blue, 1);
     EXPECT_EQ(img.GetPixel2(30, 1).blue, 0);
     EXPECT_EQ(img.GetPixel2(0, 0).blue, 1);
@@ -121,7 +118,7 @@ TEST(Bmp, PalettedRowsOfOneFourAndEightBits)
     f = Header(3, 1, 4);
     AppendPalette(f, 16);
     f.insert(f.end(), {0x5A, 0xF0, 0, 0});
-    ASSERT_EQ(LoadBmp(dir, f, img), kOk);
+    ASSERT_EQ(LoadBmp(f, img), kOk);
     EXPECT_EQ(img.GetPixel2(0, 0).blue, 5);
     EXPECT_EQ(img.GetPixel2(1, 0).blue, 10);
     EXPECT_EQ(img.GetPixel2(2, 0).green, 30);
@@ -130,68 +127,64 @@ TEST(Bmp, PalettedRowsOfOneFourAndEightBits)
     f = Header(5, 2, 8);
     AppendPalette(f, 256);
     f.insert(f.end(), {200, 1, 2, 3, 4, 9, 9, 9, 10, 11, 12, 13, 14, 9, 9, 9});
-    ASSERT_EQ(LoadBmp(dir, f, img), kOk);
+    ASSERT_EQ(LoadBmp(f, img), kOk);
     EXPECT_EQ(img.GetPixel2(0, 1).blue, 200);
     EXPECT_EQ(img.GetPixel2(0, 1).red, 55);
     EXPECT_EQ(img.GetPixel2(4, 0).blue, 14);
 }
 
-TEST(Bmp, ResultCodesForBadFiles)
+TEST_F(Bmp, ResultCodesForBadFiles)
 {
-    vmtest::TempDir dir;
     COLImage img;
     EXPECT_EQ(img.LoadFromFile(dir.File("missing.bmp").c_str()), kBmpCannotOpen);
 
     std::vector<uint8_t> f = Header(2, 2, 24);
     f[0] = 'X';
-    EXPECT_EQ(LoadBmp(dir, f, img), kBmpBadData);
+    EXPECT_EQ(LoadBmp(f, img), kBmpBadData);
 
     // Only the first byte is tested: "BX" is accepted.
     f = Header(2, 2, 24);
     f[1] = 'X';
     f.resize(54 + 16, 0x40);
-    EXPECT_EQ(LoadBmp(dir, f, img), kOk);
+    EXPECT_EQ(LoadBmp(f, img), kOk);
 
     // A header cut short.
     f.resize(30);
-    EXPECT_EQ(LoadBmp(dir, f, img), kBmpBadData);
+    EXPECT_EQ(LoadBmp(f, img), kBmpBadData);
 }
 
-TEST(Bmp, TruncatedRowsKeepWhatWasRead)
+TEST_F(Bmp, TruncatedRowsKeepWhatWasRead)
 {
-    vmtest::TempDir dir;
     std::vector<uint8_t> f = Header(2, 3, 24);
     f.insert(f.end(), {1, 2, 3, 4, 5, 6, 0, 0, 7});   // bottom row only, then the file ends inside the second
     COLImage img;
-    EXPECT_EQ(LoadBmp(dir, f, img), kBmpBadData);
+    EXPECT_EQ(LoadBmp(f, img), kBmpBadData);
     ASSERT_FALSE(img.IsNull());
     EXPECT_EQ(img.GetPixel2(0, 2).blue, 1);
     EXPECT_EQ(img.GetPixel2(1, 2).red, 6);
 }
 
-TEST(Bmp, AbsurdSizesAreRefusedBeforeAllocating)
+TEST_F(Bmp, AbsurdSizesAreRefusedBeforeAllocating)
 {
-    vmtest::TempDir dir;
     COLImage img;
     for (auto [w, h] : {std::pair{20001, 10}, {10, 20001}, {0, 5}, {-4, 5}, {0x7FFFFFFF, 0x7FFFFFFF}}) {
         std::vector<uint8_t> f = Header(w, h, 24);
         f.resize(200, 0);
-        EXPECT_EQ(LoadBmp(dir, f, img), kBmpBadData) << w << "x" << h;
+        EXPECT_EQ(LoadBmp(f, img), kBmpBadData) << w << "x" << h;
         EXPECT_TRUE(img.IsNull());
     }
 }
 
-TEST(Bmp, UndecodedDepthsGiveABlankPictureOfTheFileSize)
+TEST_F(Bmp, UndecodedDepthsGiveABlankPictureOfTheFileSize)
 {
-    vmtest::TempDir dir;
     std::vector<uint8_t> f = Header(4, 3, 32);
     f.resize(54 + 48, 0xEE);
     COLImage img;
-    EXPECT_EQ(LoadBmp(dir, f, img), kOk);
+    EXPECT_EQ(LoadBmp(f, img), kOk);
     EXPECT_EQ(vmtest::Size(img), "4x3");
 }
 
-TEST(Bmp, ReadsAPhotoWrittenByAnotherProgram)
+TEST_F(Bmp, ReadsAPhotoWrittenByAnotherProgram)
 {
     // sample-small.bmp was written by ImageMagick (BMP3, 24 bit, bottom-up).
     COLImage img;
@@ -199,7 +192,7 @@ TEST(Bmp, ReadsAPhotoWrittenByAnotherProgram)
     EXPECT_EQ(vmtest::Size(img), "160x107");
     // The file's last pixel data (top-right of the picture, as stored last) must land in row 0.
     const std::vector<uint8_t> f = vmtest::ReadAll(vmtest::AssetPath("samples/sample-small.bmp"));
-    const uint32_t offset = Get32(f, 10), stride = (160 * 3 + 3) / 4 * 4;
+    const uint32_t offset = codec::Le32(&f[10]), stride = (160 * 3 + 3) / 4 * 4;
     const size_t topRight = offset + size_t(106) * stride + 159 * 3;
     EXPECT_EQ(img.GetPixel2(159, 0).blue, f[topRight]);
     EXPECT_EQ(img.GetPixel2(159, 0).red, f[topRight + 2]);
@@ -207,16 +200,14 @@ TEST(Bmp, ReadsAPhotoWrittenByAnotherProgram)
     EXPECT_EQ(img.GetPixel2(0, 106).green, f[bottomLeft + 1]);
 }
 
-TEST(Bmp, FailedWriteKeepsTheOldFile)
+TEST_F(Bmp, FailedWriteKeepsTheOldFile)
 {
-    vmtest::TempDir dir;
     const std::string path = dir.File("keep.bmp");
     vmtest::WriteAll(path, {1, 2, 3});
     COLImage empty;
     EXPECT_NE(empty.SaveToFile(path.c_str()), kOk);
     EXPECT_EQ(vmtest::ReadAll(path).size(), 3u);
-    COLImage img;
-    vmtest::FillNoise(img, 2, 2, 1);
+    COLImage img = vmtest::Noise(2, 2, 1);
     EXPECT_EQ(img.SaveToFile((dir.File("no/such/folder.bmp")).c_str()), kBmpCannotOpen);
     // No temporary files are left beside the target.
     EXPECT_EQ(vmtest::EntryCount(dir.Path()), 1u);

@@ -103,8 +103,7 @@ TEST(CodecColour, YuvBytesAndRoundTrip)
     EXPECT_EQ(yuv(CPixel::Make(0, 0, 255)).Word(), CPixel::Make(29, 107, 255).Word());
     EXPECT_EQ(yuv(CPixel::Make(0, 255, 0)).red, 150);
 
-    COLImage img;
-    vmtest::FillNoise(img, 64, 64, 4);
+    COLImage img = vmtest::Noise(64, 64, 4);
     COLImage orig = vmtest::Copy(img);
     ASSERT_EQ(codec.RGBToYUV(&img), 1);
     // The whole-image form equals the pixel form.
@@ -193,8 +192,7 @@ int MaxByteDifference(const COLImage& a, const COLImage& b)
 TEST(CodecResample, MatchesTheAreaAndBilinearModel)
 {
     COLImageCodec codec;
-    COLImage src;
-    vmtest::FillNoise(src, 53, 41, 8);
+    COLImage src = vmtest::Noise(53, 41, 8);
     const std::pair<int, int> sizes[] = {{53, 41}, {17, 13}, {13, 40}, {100, 20}, {120, 97}, {1, 1}, {4, 41}};
     for (auto [w, h] : sizes) {
         SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
@@ -210,8 +208,7 @@ TEST(CodecResample, MatchesTheAreaAndBilinearModel)
 TEST(CodecResample, EverySplitGivesTheSameBytes)
 {
     COLImageCodec codec;
-    COLImage src, even, first;
-    vmtest::FillNoise(src, 1203, 801, 5);
+    COLImage src = vmtest::Noise(1203, 801, 5), even, first;
     vmtest::FillNoise(even, 1202, 800, 6);
     for (auto [w, h] : {std::pair{700, 1100}, std::pair{601, 400}}) {
         const COLImage* from = w == 700 ? &src : &even;
@@ -230,8 +227,7 @@ TEST(CodecResample, EverySplitGivesTheSameBytes)
 TEST(CodecResample, ExactCases)
 {
     COLImageCodec codec;
-    COLImage src;
-    vmtest::FillNoise(src, 31, 17, 2);
+    COLImage src = vmtest::Noise(31, 17, 2);
     COLImage same;
     ASSERT_EQ(codec.Resample(&src, &same, 31, 17, 1), 1);
     EXPECT_TRUE(vmtest::SamePixels(src, same));
@@ -254,8 +250,7 @@ TEST(CodecResample, ExactCases)
         EXPECT_EQ(wide.GetPixel2(x, 0).red, expect[x]) << x;
 
     // Exactly half along both axes: each byte is the rounded mean of its 2 x 2 block, at every level.
-    COLImage even;
-    vmtest::FillNoise(even, 46, 22, 7);
+    COLImage even = vmtest::Noise(46, 22, 7);
     vmtest::ForEachLevelAndSplit([&](const std::string& label) {
         COLImage half;
         ASSERT_EQ(codec.Resample(&even, &half, 23, 11, 1), 1);
@@ -284,8 +279,7 @@ TEST(CodecResample, ExactCases)
 TEST(CodecResample, InPlaceAndRefusals)
 {
     COLImageCodec codec;
-    COLImage img;
-    vmtest::FillNoise(img, 20, 10, 1);
+    COLImage img = vmtest::Noise(20, 10, 1);
     COLImage copy = vmtest::Copy(img);
     COLImage expected;
     ASSERT_EQ(codec.Resample(&copy, &expected, 7, 3, 1), 1);
@@ -304,8 +298,7 @@ TEST(CodecResample, InPlaceAndRefusals)
 TEST(CodecRotate, QuarterTurnsAreExact)
 {
     COLImageCodec codec;
-    COLImage src;
-    vmtest::FillNoise(src, 5, 3, 7);
+    COLImage src = vmtest::Noise(5, 3, 7);
     COLImage r90;
     ASSERT_EQ(codec.Rotate(&src, &r90, 90.0f), 1);
     ASSERT_EQ(vmtest::Size(r90), "3x5");
@@ -350,8 +343,7 @@ TEST(CodecThumbnail, FitsKeepsProportionsAndReportsTheSize)
 {
     vmtest::TempDir dir;
     COLImageCodec codec;
-    COLImage src;
-    codectest::MakePattern(src, 400, 300, false);
+    const COLImage src = codectest::Pattern(400, 300, false);
     ASSERT_EQ(codec.SaveFile(dir.File("p.png").c_str(), &src), 1);
     COLImage thumb;
     int w = 0, h = 0;

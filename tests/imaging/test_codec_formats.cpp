@@ -16,7 +16,7 @@
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
-using codectest::MakePattern;
+using codectest::Pattern;
 using codectest::MaxColourDifference;
 using vmtest::Load;
 using vmtest::ReadAll;
@@ -76,12 +76,25 @@ bool Is(const CPixel& p, int r, int g, int b, int a)
     return p.red == r && p.green == g && p.blue == b && p.alpha == a;
 }
 
-TEST(CodecWrite, LosslessFormatsRoundTrip)
-{
+// Each test works in a folder of its own, removed afterwards, with one codec.
+class CodecFiles : public ::testing::Test {
+protected:
     TempDir dir;
-    COLImage src;
-    MakePattern(src, 37, 23, true);
     COLImageCodec codec;
+};
+using CodecWrite = CodecFiles;
+using CodecJpeg = CodecFiles;
+using CodecBmp = CodecFiles;
+using CodecTga = CodecFiles;
+using CodecPcx = CodecFiles;
+using CodecGif = CodecFiles;
+using CodecFileType = CodecFiles;
+using CodecDamage = CodecFiles;
+using CodecLimits = CodecFiles;
+
+TEST_F(CodecWrite, LosslessFormatsRoundTrip)
+{
+    const COLImage src = Pattern(37, 23, true);
     for (const char* name : {"a.png", "a.bmp", "a.tga", "a.tif", "a.TIFF"}) {
         SCOPED_TRACE(name);
         ASSERT_EQ(codec.SaveFile(dir.File(name).c_str(), &src), 1);
@@ -100,12 +113,9 @@ TEST(CodecWrite, LosslessFormatsRoundTrip)
 
 // Large pictures are compressed in bands on several threads: the result must be exact, and the same file
 // every time.
-TEST(CodecWrite, PngInBandsIsExactAndRepeatable)
+TEST_F(CodecWrite, PngInBandsIsExactAndRepeatable)
 {
-    TempDir dir;
-    COLImage src;
-    vmtest::FillNoise(src, 1001, 1100, 21);
-    COLImageCodec codec;
+    COLImage src = vmtest::Noise(1001, 1100, 21);
     ASSERT_EQ(codec.SaveFileWithAlpha(dir.File("a.png").c_str(), &src), 1);
     EXPECT_TRUE(vmtest::SamePixels(src, Load(dir.File("a.png"))));
     // The same file whichever way the pool shares the bands out.
@@ -120,8 +130,7 @@ TEST(CodecWrite, PngInBandsIsExactAndRepeatable)
     for (size_t i = 0; i < rgb.GetPixelCount(); ++i)
         ASSERT_EQ(rgb.GetBuffer()[i].alpha, 255);
     // A one-pixel picture and a one-row one take the same road.
-    COLImage tiny;
-    vmtest::FillNoise(tiny, 1, 1, 2);
+    COLImage tiny = vmtest::Noise(1, 1, 2);
     ASSERT_EQ(codec.SaveFileWithAlpha(dir.File("t.png").c_str(), &tiny), 1);
     EXPECT_TRUE(vmtest::SamePixels(tiny, Load(dir.File("t.png"))));
     vmtest::FillNoise(tiny, 5000, 1, 3);
@@ -129,12 +138,9 @@ TEST(CodecWrite, PngInBandsIsExactAndRepeatable)
     EXPECT_TRUE(vmtest::SamePixels(tiny, Load(dir.File("r.png"))));
 }
 
-TEST(CodecWrite, BmpAndTgaAreBottomUpWithHonestHeaders)
+TEST_F(CodecWrite, BmpAndTgaAreBottomUpWithHonestHeaders)
 {
-    TempDir dir;
-    COLImage src;
-    MakePattern(src, 5, 3, false);
-    COLImageCodec codec;
+    const COLImage src = Pattern(5, 3, false);
     ASSERT_EQ(codec.SaveFile(dir.File("a.bmp").c_str(), &src), 1);
     Bytes b = ReadAll(dir.File("a.bmp"));
     ASSERT_EQ(b.size(), 54u + 16 * 3);
@@ -154,12 +160,10 @@ TEST(CodecWrite, BmpAndTgaAreBottomUpWithHonestHeaders)
     EXPECT_EQ(t.size(), 18u + 5 * 3 * 3 + 26);
 }
 
-TEST(CodecWrite, EmptyImagesUnknownExtensionsAndMissingFoldersFail)
+TEST_F(CodecWrite, EmptyImagesUnknownExtensionsAndMissingFoldersFail)
 {
-    TempDir dir;
-    COLImageCodec codec;
-    COLImage empty, src;
-    MakePattern(src, 4, 4, false);
+    COLImage empty;
+    const COLImage src = Pattern(4, 4, false);
     EXPECT_EQ(codec.SaveFile(dir.File("a.png").c_str(), &empty), 0);
     EXPECT_EQ(codec.SaveFileWithAlpha(dir.File("a.png").c_str(), &empty), 0);
     EXPECT_EQ(codec.SaveJpegFile(dir.File("a.jpg").c_str(), &empty, 80, 72), 0);
@@ -171,12 +175,9 @@ TEST(CodecWrite, EmptyImagesUnknownExtensionsAndMissingFoldersFail)
 }
 
 // A full disk, simulated with a file size limit: every writer must fail and leave the old file as it was.
-TEST(CodecWrite, FailedWriteKeepsTheOldFile)
+TEST_F(CodecWrite, FailedWriteKeepsTheOldFile)
 {
-    TempDir dir;
-    COLImage big;
-    vmtest::FillNoise(big, 300, 200, 5); // noise does not compress below the limit
-    COLImageCodec codec;
+    COLImage big = vmtest::Noise(300, 200, 5); // noise does not compress below the limit
     const Bytes good = {'g', 'o', 'o', 'd'};
     for (const std::string name : {"a.png", "b.png", "a.jpg", "a.bmp", "a.tga", "a.tif"}) {
         SCOPED_TRACE(name);
@@ -205,12 +206,9 @@ size_t FindMarker(const Bytes& j, uint8_t marker)
     return 0;
 }
 
-TEST(CodecJpeg, QualityChromaAndDensity)
+TEST_F(CodecJpeg, QualityChromaAndDensity)
 {
-    TempDir dir;
-    COLImage src;
-    MakePattern(src, 64, 48, true);
-    COLImageCodec codec;
+    const COLImage src = Pattern(64, 48, true);
     ASSERT_EQ(codec.SaveJpegFile(dir.File("q90.jpg").c_str(), &src, 90, 72), 1);
     ASSERT_EQ(codec.SaveJpegFile(dir.File("q10.jpg").c_str(), &src, 10, 72), 1);
     ASSERT_EQ(codec.SaveJpegFile(dir.File("q190.jpg").c_str(), &src, 190, 72), 1);
@@ -258,15 +256,13 @@ COLImage Oriented(const COLImage& s, int orientation)
     return cur;
 }
 
-TEST(CodecJpeg, ExifOrientationTurnsThePhotoUpright)
+TEST_F(CodecJpeg, ExifOrientationTurnsThePhotoUpright)
 {
-    TempDir dir;
     // Coloured 8 x 8 blocks on a 32 x 16 picture, so every flip and turn is visible through JPEG's loss.
     const CPixel colours[4] = {CPixel::Make(250, 0, 0), CPixel::Make(0, 250, 0), CPixel::Make(0, 0, 250),
                                CPixel::Make(250, 250, 0)};
     const COLImage src =
         vmtest::Picture(32, 16, [&](uint32_t x, uint32_t y) { return colours[(x / 8 + y / 8 * 3) % 4]; });
-    COLImageCodec codec;
     ASSERT_EQ(codec.SaveJpegFile(dir.File("plain.jpg").c_str(), &src, 195, 72), 1);
     const COLImage plain = Load(dir.File("plain.jpg"));
     const Bytes jpeg = ReadAll(dir.File("plain.jpg"));
@@ -281,9 +277,8 @@ TEST(CodecJpeg, ExifOrientationTurnsThePhotoUpright)
     EXPECT_TRUE(vmtest::SamePixels(LoadBytes(dir, codectest::WithOrientation(jpeg, 9, false), "o.jpg"), plain));
 }
 
-TEST(CodecBmp, VariantsBuiltByHand)
+TEST_F(CodecBmp, VariantsBuiltByHand)
 {
-    TempDir dir;
     // Top-down 24-bit, 2 x 2: rows are stored top first.
     Bytes b = BmpHeader(2, -2, 24, 0, 40, 54);
     const uint8_t rows[] = {1, 2, 3, 4, 5, 6, 0, 0, 7, 8, 9, 10, 11, 12, 0, 0};
@@ -359,9 +354,8 @@ Bytes TgaHeader(uint8_t type, uint16_t w, uint16_t h, uint8_t depth, uint8_t des
     return b;
 }
 
-TEST(CodecTga, OriginsDepthsAndMaps)
+TEST_F(CodecTga, OriginsDepthsAndMaps)
 {
-    TempDir dir;
     // 24-bit, top-right origin: stored first is the top row, right to left.
     Bytes b = TgaHeader(2, 2, 2, 24, 0x30);
     const uint8_t px[] = {1, 1, 1, 2, 2, 2, 3, 3, 3, 4, 4, 4};
@@ -413,9 +407,8 @@ Bytes PcxHeader(uint8_t bits, uint8_t planes, uint16_t w, uint16_t h, uint16_t l
     return b;
 }
 
-TEST(CodecPcx, SixteenColourPlanesAndRunsAcrossLines)
+TEST_F(CodecPcx, SixteenColourPlanesAndRunsAcrossLines)
 {
-    TempDir dir;
     // 1 bit x 4 planes, 8 x 1: pixel x gets index x (plane k holds bit k).
     Bytes b = PcxHeader(1, 4, 8, 1, 2);
     for (int i = 0; i < 16; ++i)
@@ -436,7 +429,7 @@ TEST(CodecPcx, SixteenColourPlanesAndRunsAcrossLines)
     EXPECT_TRUE(Is(At(img, 3, 1), 77, 77, 77, 255));
 }
 
-TEST(CodecGif, FirstFrameOnItsScreen)
+TEST_F(CodecGif, FirstFrameOnItsScreen)
 {
     COLImage img = Load(vmtest::DataPath("codec/gif-offset.gif"));
     ASSERT_EQ(vmtest::Size(img), "32x24");
@@ -454,7 +447,6 @@ TEST(CodecGif, FirstFrameOnItsScreen)
         ASSERT_TRUE(Is(img.GetBuffer()[i], 0, 0, 255, 255));
 
     // A frame reaching past its screen is clipped to it: its offset never makes the picture larger.
-    TempDir dir;
     Bytes gif = ReadAll(vmtest::DataPath("codec/gif-offset.gif"));
     const uint8_t frame[] = {0x2C, 5, 0, 6, 0, 10, 0, 8, 0};   // at (5, 6), 10 x 8
     const auto at = std::search(gif.begin(), gif.end(), std::begin(frame), std::end(frame));
@@ -467,12 +459,9 @@ TEST(CodecGif, FirstFrameOnItsScreen)
     EXPECT_EQ(At(img, 28, 14).alpha, 0);
 }
 
-TEST(CodecFileType, ContentFirstThenExtension)
+TEST_F(CodecFileType, ContentFirstThenExtension)
 {
-    TempDir dir;
-    COLImage src;
-    MakePattern(src, 6, 4, false);
-    COLImageCodec codec;
+    COLImage src = Pattern(6, 4, false);
     ASSERT_EQ(codec.SaveFile(dir.File("p.png").c_str(), &src), 1);
     std::filesystem::rename(dir.File("p.png"), dir.File("p.jpg"));
     EXPECT_EQ(COLImageCodec::GetFileType(dir.File("p.jpg").c_str()), kFilePng);
@@ -523,8 +512,7 @@ std::vector<std::string> SampleFiles(const TempDir& dir)
             p.substr(p.size() - 3) != ".sh")
             files.push_back(p);
     }
-    COLImage src;
-    MakePattern(src, 40, 30, true);
+    const COLImage src = Pattern(40, 30, true);
     COLImageCodec codec;
     for (const char* name : {"w.png", "w.bmp", "w.tga", "w.tif"}) {
         codec.SaveFile(dir.File(name).c_str(), &src);
@@ -536,15 +524,14 @@ std::vector<std::string> SampleFiles(const TempDir& dir)
 }
 
 // What the fuzzers found (tests/data/fuzz/FORMAT/, see docs/fuzzing.md): each file is refused.
-TEST(CodecDamage, FuzzFindingsAreRefused)
+TEST_F(CodecDamage, FuzzFindingsAreRefused)
 {
     size_t seen = 0;
     for (const char* format : {"bmp", "jpeg", "gif", "pcx", "tiff", "tga", "png"}) {
         const std::filesystem::path folder = vmtest::DataPath(std::string("fuzz/") + format);
         if (!std::filesystem::is_directory(folder)) continue;
         for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-            COLImage img;
-            MakePattern(img, 3, 3, false); // a failed load must empty it
+            COLImage img = Pattern(3, 3, false); // a failed load must empty it
             EXPECT_EQ(COLImageCodec().LoadFile(entry.path().c_str(), &img), 0) << entry.path();
             EXPECT_TRUE(img.IsNull()) << entry.path();
             ++seen;
@@ -553,10 +540,8 @@ TEST(CodecDamage, FuzzFindingsAreRefused)
     EXPECT_GT(seen, 0u);
 }
 
-TEST(CodecDamage, TruncatedFilesAreRefused)
+TEST_F(CodecDamage, TruncatedFilesAreRefused)
 {
-    TempDir dir;
-    COLImageCodec codec;
     for (const std::string& path : SampleFiles(dir)) {
         SCOPED_TRACE(path);
         const Bytes whole = ReadAll(path);
@@ -565,8 +550,7 @@ TEST(CodecDamage, TruncatedFilesAreRefused)
         const std::string cut = dir.File("cut" + ext);
         for (size_t len = 0; len < whole.size(); len += (len < 64 ? 1 : 1 + whole.size() / 61)) {
             WriteAll(cut, Bytes(whole.begin(), whole.begin() + std::ptrdiff_t(len)));
-            COLImage img;
-            MakePattern(img, 3, 3, false); // a failed load must empty it
+            COLImage img = Pattern(3, 3, false); // a failed load must empty it
             const int r = codec.LoadFile(cut.c_str(), &img);
             ASSERT_EQ(r == 0, img.IsNull()) << len;
             // Up to half the file nothing can be complete.
@@ -589,12 +573,9 @@ uint32_t Crc32(const uint8_t* p, size_t n)
 }
 
 // A side of 20001 is refused, though such a picture of one row would be small: the check is on the side.
-TEST(CodecLimits, SidesAboveTheLimitAreRefused)
+TEST_F(CodecLimits, SidesAboveTheLimitAreRefused)
 {
-    TempDir dir;
-    COLImage src;
-    MakePattern(src, 8, 1, false);
-    COLImageCodec codec;
+    const COLImage src = Pattern(8, 1, false);
     const uint32_t over = kMaxImageSide + 1;
 
     ASSERT_EQ(codec.SaveFile(dir.File("a.png").c_str(), &src), 1);

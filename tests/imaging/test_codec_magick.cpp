@@ -30,8 +30,7 @@ TEST(CodecImageMagick, ReadsWhatWeWrite)
 {
     REQUIRE_IMAGEMAGICK();
     vmtest::TempDir dir;
-    COLImage src;
-    codectest::MakePattern(src, 45, 31, true);
+    const COLImage src = codectest::Pattern(45, 31, true);
     COLImageCodec codec;
     const Written files[] = {{"rgba.png", "PNG", true, 0, 0},     {"rgb.png", "PNG", false, 0, 0},
                              {"a.jpg", "JPEG", false, 1, 90},     {"full.jpg", "JPEG", false, 1, 195},
@@ -72,8 +71,7 @@ TEST(CodecImageMagick, ReadsALargePngWrittenInBands)
 {
     REQUIRE_IMAGEMAGICK();
     vmtest::TempDir dir;
-    COLImage src;
-    vmtest::FillNoise(src, 900, 1300, 17);
+    COLImage src = vmtest::Noise(900, 1300, 17);
     ASSERT_EQ(COLImageCodec().SaveFileWithAlpha(dir.File("big.png").c_str(), &src), 1);
     std::string out;
     ASSERT_TRUE(vmtest::MagickConvert(dir.File("big.png"), dir.File("big.pam"), out, "-depth 8")) << out;
