@@ -25,13 +25,6 @@ struct LevelGuard {
 
 class BrushDabTest : public ToolTest {
 protected:
-    void Take(CPaintTool& tool, int size, int soft, int alpha)
-    {
-        tool.SetFramePacing(0);
-        ASSERT_TRUE(tool.GetBrush().SetValues(size, soft, alpha));
-        manager->SetCurrentTool(&tool);
-        ASSERT_EQ(manager->GetCurrentTool(), &tool);
-    }
     // Presses at the first point and moves to each further one, calling check(frame) after each event.
     template <class Check> void PaintFrames(const Path& path, Check check)
     {
@@ -47,11 +40,8 @@ protected:
     // A selection that lets part of the canvas through, partly.
     void MaskLeftBand()
     {
-        COLChannel& mask = doc.GetSelectionMask();
-        mask.Create(W, H);
-        for (int y = 0; y < H; ++y)
-            for (int x = 0; x < W; ++x)
-                mask.SetValue(uint32_t(x), uint32_t(y), uint8_t(x < 9 || y > 26 ? 0 : 60 + x * 4));
+        doc.GetSelectionMask() =
+            vmtest::PlaneOf(W, H, [](uint32_t x, uint32_t y) { return x < 9 || y > 26 ? 0 : 60 + x * 4; });
     }
 };
 
@@ -160,8 +150,7 @@ TEST_F(BrushDabTest, EraserMakesTheWholeBaseOpaqueWhereTheSelectionAllows)
     MaskLeftBand();
     const std::vector<uint8_t> mask = vmtest::Bytes(doc.GetSelectionMask());
     const std::vector<uint8_t> before = vmtest::Bytes(base);
-    COLImage original;
-    ASSERT_TRUE(original.DuplicateFrom(&base));
+    const COLImage original = vmtest::Copy(base);
     Take(manager->GetEraseLayerTool(), 3, 100, 100);
     const Path path = {{12, 6}, {30, 6}, {30, 20}};
     const auto frames = Frames(MakeStamp(3, 100), 255, W, H, path);
@@ -219,8 +208,7 @@ TEST_F(BrushDabTest, EachStrokeStartsFromAnEmptyStrokePlane)
 
 TEST(LazySnapshot, CopiesTilesWhenFirstReachedAndKeepsThePressPixels)
 {
-    COLImage source;
-    vmtest::FillNoise(source, 200, 150, 9);
+    COLImage source = vmtest::Noise(200, 150, 9);
     const std::vector<uint8_t> original = vmtest::Bytes(source);
     CLazySnapshot snapshot;
     ASSERT_TRUE(snapshot.Begin(source));

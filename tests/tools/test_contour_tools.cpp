@@ -23,9 +23,10 @@ COLImage GreenScreen(int w, int h)
 
 class ContourToolTest : public ToolTest {
 protected:
-    void EnterChroma()
+    // The picture on the base layer, in selection mode's backdrop method with the picker taken.
+    void EnterChroma(COLImage picture = GreenScreen(W, H))
     {
-        doc.GetLayer(0)->m_image = GreenScreen(W, H);
+        doc.GetLayer(0)->m_image = std::move(picture);
         ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodChroma, true));
         manager->SetCurrentTool(&manager->GetBkPickerTool());
         ASSERT_EQ(manager->GetCurrentTool(), &manager->GetBkPickerTool());
@@ -110,10 +111,8 @@ TEST_F(ContourToolTest, SecondClickTakesTheResultAwayAndPicksNothing)
 TEST_F(ContourToolTest, FirstPickOfARedBackdropLowersTheStrengthOnce)
 {
     // A red backdrop, a blue subject.
-    doc.GetLayer(0)->m_image = vmtest::Picture(
-        W, H, [](int x, int) { return x > W / 3 ? CPixel{200, 40, 30, 255} : CPixel{20, 30, 180, 255}; });
-    ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodChroma, true));
-    manager->SetCurrentTool(&manager->GetBkPickerTool());
+    EnterChroma(vmtest::Picture(
+        W, H, [](int x, int) { return x > W / 3 ? CPixel{200, 40, 30, 255} : CPixel{20, 30, 180, 255}; }));
     Click(2, 2);
     EXPECT_EQ(manager->GetBkPickerTool().CurrentSettings().params.strength, 20);
     ChromaKeySettings settings;
@@ -125,13 +124,11 @@ TEST_F(ContourToolTest, FirstPickOfARedBackdropLowersTheStrengthOnce)
 TEST_F(ContourToolTest, PanelSliderBecomesTheLumaStrengthOfTheNextRun)
 {
     // A gray backdrop goes the luma way, which the panel's slider steers.
-    doc.GetLayer(0)->m_image = vmtest::Picture(W, H, [](int x, int y) {
+    EnterChroma(vmtest::Picture(W, H, [](int x, int y) {
         const uint8_t v = x < W / 2 ? uint8_t(128 + x % 3) : uint8_t(150 + y % 40);
         return CPixel{v, v, v, 255};
-    });
-    ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodChroma, true));
+    }));
     CBkPickerTool& picker = manager->GetBkPickerTool();
-    manager->SetCurrentTool(&picker);
     EXPECT_EQ(host.panels.back(), &picker.GetPanel());
     Click(5, 5);
     const CPixel backdrop = CPixel::FromWord(picker.GetPicked()[0]);

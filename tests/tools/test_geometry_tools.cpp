@@ -53,18 +53,8 @@ protected:
         EXPECT_EQ(Bytes(layer.m_image), Bytes(want.m_image));
         EXPECT_EQ(layer.m_visible, 1);
     }
-    // An upper layer of opaque noise of w x h at (x, y), recorded as the editor's open step would.
-    CLayer* AddLayerAt(int x, int y, int w, int h)
-    {
-        CLayer* layer = doc.AddLayer(0, kLayerKindRaster);
-        vmtest::FillNoise(layer->m_image, uint32_t(w), uint32_t(h), 7);
-        for (size_t i = 0; i < layer->m_image.GetPixelCount(); ++i) layer->m_image.GetBuffer()[i].alpha = 255;
-        layer->m_x = x;
-        layer->m_y = y;
-        doc.SetCurrentIndex(1);
-        composeLog.AddStep(&doc, kStepWholeDocument, 0, "His_open");
-        return layer;
-    }
+    // An upper layer of opaque noise of w x h at (x, y).
+    CLayer* AddLayerAt(int x, int y, int w, int h) { return AddUpperLayer(x, y, vmtest::OpaqueNoise(w, h, 7)); }
     void Take(CToolBase& tool)
     {
         manager->SetCurrentTool(&tool);
@@ -78,11 +68,7 @@ protected:
         if (view.sink) Sink().OnLButtonUp(0, x, y);
     }
     // A copy of the base layer's picture.
-    COLImage BaseCopy()
-    {
-        COLImage copy = vmtest::Copy(doc.GetLayer(0)->m_image);
-        return copy;
-    }
+    COLImage BaseCopy() { return vmtest::Copy(doc.GetLayer(0)->m_image); }
 
     CPixel m_fore = CPixel::Make(10, 200, 30, 255);
     std::vector<std::string> messages;
@@ -166,8 +152,7 @@ TEST_F(GeometryTest, RectangleCropCutsTheBaseShiftsTheLayersAndUndoes)
     for (int y = 0; y < 16; ++y)
         for (int x = 0; x < 20; ++x)
             ASSERT_EQ(base.GetPixel(uint32_t(x), uint32_t(y)), before.GetPixel(uint32_t(x + 5), uint32_t(y + 4)));
-    EXPECT_EQ(upper->m_x, 7);
-    EXPECT_EQ(upper->m_y, 5);
+    EXPECT_EQ(vmtest::Place(*upper), "7,5");
     ExpectOneStep(steps, kStepWholeDocument, 0, "croptip");
     EXPECT_EQ(manager->GetCurrentTool(), nullptr) << "a finished crop leaves the tool";
 
@@ -315,8 +300,7 @@ TEST_F(GeometryTest, TransformWithoutChangeGivesTheLayerBack)
     ExpectWarped(*layer, source, same);
     // The two pixels of margin are trimmed off again, and the fitted map lands on the pixels themselves (a
     // fraction of a level at most, where the solved map falls a hair short of a whole pixel).
-    EXPECT_EQ(layer->m_x, 6);
-    EXPECT_EQ(layer->m_y, 5);
+    EXPECT_EQ(vmtest::Place(*layer), "6,5");
     // Where the solved map falls a hair short of the far edge, a last row or column of alpha 1 is left over.
     const COLImage& after = layer->m_image;
     ASSERT_GE(after.GetWidth(), 12u);
@@ -433,8 +417,7 @@ TEST_F(GeometryTest, MovesGatherIntoOneHeaderStepAndUndo)
     Take(tool);
     const int steps = composeLog.GetCount();
     Drag(10, 10, 17, 13);
-    EXPECT_EQ(layer->m_x, 13);
-    EXPECT_EQ(layer->m_y, 8);
+    EXPECT_EQ(vmtest::Place(*layer), "13,8");
     EXPECT_EQ(composeLog.GetCount(), steps) << "a release writes nothing";
     // At zoom 0.25 an arrow moves four pixels, above zoom 1 one.
     view.SetZoom(0.25, false);
@@ -454,8 +437,7 @@ TEST_F(GeometryTest, MovesGatherIntoOneHeaderStepAndUndo)
     ASSERT_EQ(composeLog.Backward(), 1);
     EXPECT_EQ(doc.GetLayer(1)->m_y, 7);
     ASSERT_EQ(composeLog.Backward(), 1);
-    EXPECT_EQ(doc.GetLayer(1)->m_x, 6);
-    EXPECT_EQ(doc.GetLayer(1)->m_y, 5);
+    EXPECT_EQ(vmtest::Place(*doc.GetLayer(1)), "6,5");
 }
 
 TEST_F(GeometryTest, ASelectionOnTheBaseIsLiftedAndItsHoleFilled)
@@ -472,8 +454,7 @@ TEST_F(GeometryTest, ASelectionOnTheBaseIsLiftedAndItsHoleFilled)
     ASSERT_EQ(composeLog.GetCount(), steps + 1);
     EXPECT_EQ(composeLog.GetRecord(steps)->kind, kStepWholeDocument);
     const CLayer* lifted = doc.GetLayer(1);
-    EXPECT_EQ(lifted->m_x, 3 + 20);
-    EXPECT_EQ(lifted->m_y, 4 + 10);
+    EXPECT_EQ(vmtest::Place(*lifted), "23,14"); // the selection's corner (3, 4) moved by the drag (20, 10)
     ASSERT_EQ(lifted->m_image.GetWidth(), 10u);
     const COLImage& base = doc.GetLayer(0)->m_image;
     for (int y = 0; y < H; ++y)

@@ -21,27 +21,9 @@ protected:
         for (size_t i = 1; i < path.size(); ++i) Sink().OnMouseMove(kMkLButton, path[i].first, path[i].second);
         Sink().OnLButtonUp(0, path.back().first, path.back().second);
     }
-    void Take(CPaintTool& tool, int size, int soft, int alpha)
-    {
-        tool.SetFramePacing(0);
-        ASSERT_TRUE(tool.GetBrush().SetValues(size, soft, alpha));
-        manager->SetCurrentTool(&tool);
-        ASSERT_EQ(manager->GetCurrentTool(), &tool);
-    }
     std::vector<uint8_t> PlainStroke(int size, int soft, int alphaPercent, const Path& path)
     {
         return Frames(MakeStamp(size, soft), alphaPercent * 255 / 100, W, H, path).back().s;
-    }
-    // An upper layer of noise with soft alpha, placed off the origin so that it hangs past the canvas.
-    CLayer* AddUpperLayer(int x, int y)
-    {
-        CLayer* layer = doc.AddLayer(0, 0);
-        vmtest::FillNoise(layer->m_image, W, H, 5);
-        layer->m_x = x;
-        layer->m_y = y;
-        doc.SetCurrentIndex(1);
-        composeLog.AddStep(&doc, kStepWholeDocument, 0, "His_open");
-        return layer;
     }
 };
 
@@ -109,7 +91,7 @@ TEST(BrushSettings, ProfileValuesAreReadOnceAndBroughtIntoRange)
 
 TEST_F(PaintTest, EraserLowersAlphaOfAnUpperLayerAndUndoRestoresIt)
 {
-    CLayer* layer = AddUpperLayer(3, -2);
+    CLayer* layer = AddUpperLayer(3, -2, vmtest::Noise(W, H, 5));   // soft alpha, hanging past the canvas
     const std::vector<uint8_t> before = vmtest::Bytes(layer->m_image);
     Take(manager->GetEraseLayerTool(), 3, 50, 80);
     const int steps = composeLog.GetCount();
@@ -139,8 +121,7 @@ TEST_F(PaintTest, BrushMergesOnePaintLayerPerStroke)
 {
     CPixel fg{0, 40, 250, 255};
     context.foreground = [&] { return fg; };
-    CLayer* layer = AddUpperLayer(0, 0);
-    (void)layer;
+    AddUpperLayer(0, 0, vmtest::Noise(W, H, 5));
     // The stroke crosses itself: a paint layer merged once does not build up where it does.
     const Path path = {{4, 4}, {30, 20}, {30, 4}, {4, 20}};
     CComposeDocument reference;

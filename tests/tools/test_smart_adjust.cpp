@@ -40,10 +40,7 @@ protected:
         selectionLog.AddStep(&selection, kStepWholeDocument, 0, "modifypolygonseltip");
         manager->UpdateBars();
         tool = &manager->GetSmartAdjustTool();
-        tool->SetFramePacing(0);
-        ASSERT_TRUE(tool->GetBrush().SetValues(4, 40, 90));
-        manager->SetCurrentTool(tool);
-        ASSERT_EQ(manager->GetCurrentTool(), tool);
+        ASSERT_NO_FATAL_FAILURE(Take(*tool, 4, 40, 90));
         picture = vmtest::Bytes(*selection.GetSourceImage());
     }
     std::vector<uint8_t> Mean3x3(int cx, int cy) const

@@ -16,6 +16,7 @@
 #include "effects/polygon_fill.h"
 #include "imaging/channel.h"
 #include "support/engine_checks.h"
+#include "support/temp_folder.h"
 #include "support/test_support.h"
 #include "tools/tool_manager.h"
 
@@ -156,12 +157,8 @@ protected:
     static constexpr int W = 40, H = 30;
     void SetUp() override
     {
-        if (const char* old = std::getenv("TMPDIR")) m_oldTmp = old;
-        setenv("TMPDIR", m_tmp.Path().c_str(), 1);
         ASSERT_EQ(doc.NewDocument(W, H, 0xFF808080), 1);
-        FillNoise(doc.GetLayer(0)->m_image, W, H, 11);
-        for (size_t i = 0; i < doc.GetLayer(0)->m_image.GetPixelCount(); ++i)
-            doc.GetLayer(0)->m_image.GetBuffer()[i].alpha = 255;
+        doc.GetLayer(0)->m_image = OpaqueNoise(W, H, 11);
         ASSERT_EQ(composeLog.Init(), 1);
         ASSERT_EQ(selectionLog.Init(), 1);
         composeLog.AddStep(&doc, kStepWholeDocument, 0, "His_open");
@@ -174,12 +171,7 @@ protected:
         manager->SetHost(&host);
         selection.SetView(&view);
     }
-    void TearDown() override
-    {
-        manager.reset();
-        if (m_oldTmp.empty()) unsetenv("TMPDIR");
-        else setenv("TMPDIR", m_oldTmp.c_str(), 1);
-    }
+    void TearDown() override { manager.reset(); }
     IViewSink& Sink() { return *view.sink; }
     void Drag(int x0, int y0, int x1, int y1)
     {
@@ -209,6 +201,25 @@ protected:
         return r ? r->label : "";
     }
     std::vector<uint8_t> Mask() { return Bytes(doc.GetSelectionMask()); }
+    // A paint tool taken with these brush values, drawing every frame at once.
+    void Take(CPaintTool& tool, int size, int soft, int alpha)
+    {
+        tool.SetFramePacing(0);
+        ASSERT_TRUE(tool.GetBrush().SetValues(size, soft, alpha));
+        manager->SetCurrentTool(&tool);
+        ASSERT_EQ(manager->GetCurrentTool(), &tool);
+    }
+    // An upper layer holding `image` at (x, y), made current and recorded as the editor's open step would.
+    CLayer* AddUpperLayer(int x, int y, COLImage image)
+    {
+        CLayer* layer = doc.AddLayer(0, kLayerKindRaster);
+        layer->m_image = std::move(image);
+        layer->m_x = x;
+        layer->m_y = y;
+        doc.SetCurrentIndex(1);
+        composeLog.AddStep(&doc, kStepWholeDocument, 0, "His_open");
+        return layer;
+    }
     // One step was added to the compose log since it held `steps`, of this kind, argument and label.
     void ExpectOneStep(int steps, int32_t kind, int32_t arg, const std::string& label)
     {
@@ -218,8 +229,7 @@ protected:
         EXPECT_EQ(LastLabel(composeLog), label);
     }
 
-    TempDir m_tmp;
-    std::string m_oldTmp;
+    ScopedTempFolder m_tmp;   // the logs' folder, first made and last removed
     CComposeDocument doc;
     CComposeHistory composeLog;
     CSelectionHistory selectionLog;
