@@ -27,6 +27,8 @@
 #include "shell/shell_app.h"
 #include "shell/tool_bar.h"
 #include "shell/ui_services.h"
+#include "shell/wait_dialog.h"
+#include "support/engine_checks.h"
 #include "support/pictures.h"
 #include "support/test_support.h"
 
@@ -138,6 +140,26 @@ inline void AnswerDialog(const char* name, std::function<void(QDialog&)> answer)
             }
     });
 }
+
+// Presses Esc once in the wait dialog as soon as one is up, for as long as it lives: a run long enough to show the
+// dialog is cancelled from inside its own event loop.
+class CEscapeWait {
+public:
+    CEscapeWait()
+    {
+        QObject::connect(&m_timer, &QTimer::timeout, [this] {
+            if (auto* wait = qobject_cast<CWaitDialog*>(QApplication::activeModalWidget()); wait && !pressed) {
+                pressed = true;
+                QTest::keyClick(wait, Qt::Key_Escape);
+            }
+        });
+        m_timer.start(1);
+    }
+    bool pressed = false;
+
+private:
+    QTimer m_timer;
+};
 
 // A dark disc with a soft rim on a light, slightly graded background: the band of a cut-out holds real mixed
 // pixels, and the segmentation finds a real edge.

@@ -12,11 +12,9 @@ TEST(Assets, BitmapsLoadWithTheProgramsOwnReader)
 {
     COLImage buttons, splash;
     ASSERT_EQ(buttons.LoadFromFile(vmtest::AssetPath("skin/btnst.bmp").c_str()), kOk);
-    EXPECT_EQ(buttons.GetWidth(), 96u);
-    EXPECT_EQ(buttons.GetHeight(), 24u);
+    EXPECT_EQ(vmtest::Size(buttons), "96x24");
     ASSERT_EQ(splash.LoadFromFile(vmtest::AssetPath("skin/start.lgb").c_str()), kOk);
-    EXPECT_EQ(splash.GetWidth(), 480u);
-    EXPECT_EQ(splash.GetHeight(), 300u);
+    EXPECT_EQ(vmtest::Size(splash), "480x300");
     // Not a blank picture: the splash has its dark background and light lettering.
     uint32_t darkest = 255 * 3, lightest = 0;
     for (size_t i = 0; i < splash.GetPixelCount(); ++i) {

@@ -11,34 +11,30 @@
 
 TEST(CommandLine, PathsQuotesAndPluginSwitch)
 {
-    ShellCommandLine c = ParseCommandLine("   /home/u/a.jpg");
-    EXPECT_FALSE(c.pluginMode);
-    EXPECT_EQ(c.path, "/home/u/a.jpg");
-
-    c = ParseCommandLine("\"/home/u/my photo.jpg\" ignored");
-    EXPECT_EQ(c.path, "/home/u/my photo.jpg");
-    // A quoted path without its closing quote runs to the end of the text.
-    c = ParseCommandLine("\"/home/u/my photo.jpg");
-    EXPECT_EQ(c.path, "/home/u/my photo.jpg");
-
-    c = ParseCommandLine("-i0 /tmp/x.raw");
-    EXPECT_TRUE(c.pluginMode);
-    EXPECT_EQ(c.methodDigit, 0);
-    EXPECT_EQ(c.path, "/tmp/x.raw");
-    c = ParseCommandLine("  -I1   \"/tmp/a b.raw\"");
-    EXPECT_TRUE(c.pluginMode); // capitals too
-    EXPECT_EQ(c.methodDigit, 1);
-    EXPECT_EQ(c.path, "/tmp/a b.raw");
-
-    // Nothing to open: plug-in mode off.
-    c = ParseCommandLine("-i0   ");
-    EXPECT_FALSE(c.pluginMode);
-    EXPECT_TRUE(c.path.empty());
-    c = ParseCommandLine("");
-    EXPECT_FALSE(c.pluginMode);
-    EXPECT_TRUE(c.path.empty());
-    c = ParseCommandLine("\"\"");
-    EXPECT_TRUE(c.path.empty());
+    const struct {
+        const char* text;
+        bool plugin;
+        int digit;
+        const char* path;
+    } cases[] = {
+        {"   /home/u/a.jpg", false, 0, "/home/u/a.jpg"},
+        {"\"/home/u/my photo.jpg\" ignored", false, 0, "/home/u/my photo.jpg"},
+        {"\"/home/u/my photo.jpg", false, 0, "/home/u/my photo.jpg"}, // no closing quote: to the end of the text
+        {"-i0 /tmp/x.raw", true, 0, "/tmp/x.raw"},
+        {"  -I1   \"/tmp/a b.raw\"", true, 1, "/tmp/a b.raw"}, // capitals too
+        {"-i0   ", false, 0, ""},                            // nothing to open: plug-in mode off
+        {"", false, 0, ""},
+        {"\"\"", false, 0, ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        const ShellCommandLine got = ParseCommandLine(c.text);
+        EXPECT_EQ(got.pluginMode, c.plugin);
+        if (c.plugin) {
+            EXPECT_EQ(got.methodDigit, c.digit);
+        }
+        EXPECT_EQ(got.path, c.path);
+    }
 }
 
 TEST(CommandLine, ArgumentsBecomeTheCommandText)
@@ -83,8 +79,7 @@ TEST(HostImage, ThreeAndFourBytesPerPixel)
         uint32_t got = 0;
         ASSERT_TRUE(ReadHostImage(path, img, 0xFF000000u, got));
         EXPECT_EQ(got, uint32_t(bpp));
-        ASSERT_EQ(img.GetWidth(), 5u);
-        ASSERT_EQ(img.GetHeight(), 3u);
+        ASSERT_EQ(vmtest::Size(img), "5x3");
         for (uint32_t y = 0; y < 3; ++y)
             for (uint32_t x = 0; x < 5; ++x)
                 EXPECT_EQ(img.GetPixel(x, y),

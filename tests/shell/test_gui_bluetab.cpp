@@ -26,11 +26,10 @@ class BlueTab : public FrameTest {
 protected:
     void SetUp() override { StartFrame(1000, 720); }
 
-    // The green-screen photo of the evaluation set, lossless.
-    void OpenGreenScreen() { Open(DataPath("matting/key_green.png")); }
-
-    void EnterChroma()
+    // The green-screen photo of the evaluation set, lossless, on the chroma-key page.
+    void OpenGreenScreen()
     {
+        Open(DataPath("matting/key_green.png"));
         ASSERT_TRUE(m_frame->IsCommandAvailable(cmd::kChromaKey));
         m_frame->OnCommand(cmd::kChromaKey);
         ASSERT_TRUE(m_frame->IsSelectionMode());
@@ -53,8 +52,7 @@ protected:
     Expected Engine(ChromaKeySettings settings)
     {
         settings.params.backdrop = Backdrop();
-        COLImage source, result;
-        source.DuplicateFrom(&m_app.Document().GetLayer(0)->m_image);
+        COLImage source = Copy(m_app.Document().GetLayer(0)->m_image), result;
         EXPECT_EQ(RunBackdropKey(settings, source, result), kOk);
         return Expected{Bytes(result), SquaredAlpha(result)};
     }
@@ -81,7 +79,6 @@ protected:
 TEST_F(BlueTab, PickFromTheCanvasGivesTheEnginesBytesClassicAndRefined)
 {
     OpenGreenScreen();
-    EnterChroma();
     const int steps = Steps();
     ClickImage(12, 10);
     ASSERT_FALSE(Sel().GetResultMask()->IsNull());
@@ -111,7 +108,6 @@ TEST_F(BlueTab, PickFromTheCanvasGivesTheEnginesBytesClassicAndRefined)
 TEST_F(BlueTab, ChangesDuringARunRestartOnceAndRevertRestoresTheAppliedCutOut)
 {
     OpenGreenScreen();
-    EnterChroma();
     ClickImage(12, 10);
     const Expected picked = Engine(ChromaKeySettings{});
     ExpectShows(picked);
@@ -147,7 +143,6 @@ TEST_F(BlueTab, ChangesDuringARunRestartOnceAndRevertRestoresTheAppliedCutOut)
 TEST_F(BlueTab, SecondClickTakesTheCutOutAwayAndTheResultComesBackAsTheLayersAlpha)
 {
     OpenGreenScreen();
-    EnterChroma();
     ClickImage(12, 10);
     const std::vector<uint8_t> mask = Bytes(*Sel().GetResultMask());
     ClickImage(100, 100);
@@ -179,7 +174,6 @@ TEST_F(BlueTab, ATransparentLayerIsRefused)
 TEST_F(BlueTab, ScreenshotOfTheGreenScreenOverANewBackground)
 {
     OpenGreenScreen();
-    EnterChroma();
     ClickImage(12, 10);
     ASSERT_FALSE(Sel().GetResultMask()->IsNull());
     // A picture as the new background, chosen as the menu does.

@@ -48,12 +48,8 @@ protected:
     // The classic engine run directly on copies of the document's planes; the mask is the squared alpha.
     Expected Classic()
     {
-        COLImage source, result;
-        COLChannel inner, outer, doubt;
-        source.DuplicateFrom(Sel().GetWorkingImage());
-        inner.DuplicateFrom(Sel().GetInnerPlane());
-        outer.DuplicateFrom(Sel().GetOuterPlane());
-        doubt.DuplicateFrom(Sel().GetInnerPlane());
+        COLImage source = Copy(*Sel().GetWorkingImage()), result;
+        COLChannel inner = Copy(*Sel().GetInnerPlane()), outer = Copy(*Sel().GetOuterPlane()), doubt = Copy(inner);
         CContourMattingProcess engine;
         engine.SetImages(&source, &result);
         engine.AddChannel(&doubt);
@@ -66,14 +62,12 @@ protected:
 
     Expected Refined()
     {
-        COLImage source, result;
-        source.DuplicateFrom(Sel().GetWorkingImage());
+        COLImage source = Copy(*Sel().GetWorkingImage()), result;
         const COLChannel& inner = *Sel().GetInnerPlane();
         const COLChannel& outer = *Sel().GetOuterPlane();
-        COLChannel trimap;
-        trimap.Create(inner.GetWidth(), inner.GetHeight());
-        for (size_t i = 0; i < size_t(inner.GetWidth()) * inner.GetHeight(); ++i)
-            trimap.GetBuffer()[i] = inner.GetBuffer()[i] ? 255 : (outer.GetBuffer()[i] ? 128 : 0);
+        COLChannel trimap = PlaneOf(inner.GetWidth(), inner.GetHeight(), [&](uint32_t x, uint32_t y) {
+            return inner.GetValue(x, y) ? 255 : (outer.GetValue(x, y) ? 128 : 0);
+        });
         CRefinedMatteProcess engine;
         engine.SetImages(&source, &result);
         RefinedMatteParams params;
@@ -168,18 +162,9 @@ TEST_F(ContourCutOut, AFailedOrCancelledRunChangesNothing)
     const int steps = Bar().SelectionLog()->GetCount();
 
     // Esc in the wait dialog: the run's result is dropped, and nothing is said.
-    QTimer escape;
-    bool pressed = false;
-    QObject::connect(&escape, &QTimer::timeout, [&] {
-        if (auto* wait = qobject_cast<CWaitDialog*>(QApplication::activeModalWidget()); wait && !pressed) {
-            pressed = true;
-            QTest::keyClick(wait, Qt::Key_Escape);
-        }
-    });
-    escape.start(1);
+    CEscapeWait escape;
     m_frame->OnCommand(cmd::kBuildSelection);
-    escape.stop();
-    ASSERT_TRUE(pressed);
+    ASSERT_TRUE(escape.pressed);
     EXPECT_TRUE(Sel().GetResultMask()->IsNull());
     EXPECT_EQ(Bytes(*Sel().GetWorkingImage()), working);
     EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), outer);

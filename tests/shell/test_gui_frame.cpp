@@ -216,15 +216,13 @@ TEST_F(Frame, ProjectSavesAndOpensAgainWithItsLayersAndHistory)
     const std::string project = m_dir.File("work.vmpd");
     m_services.savePaths.push_back(project);
     // The save dialog is modal: press its project button once it is up.
-    QTimer::singleShot(0, [&] {
-        for (QWidget* w : QApplication::topLevelWidgets())
-            if (auto* dialog = qobject_cast<QDialog*>(w); dialog && dialog->isVisible())
-                for (QPushButton* b : dialog->findChildren<QPushButton*>())
-                    if (b->text().startsWith(QStringLiteral("工程文件"))) {
-                        dialog->findChild<QCheckBox*>()->setChecked(true);
-                        b->click();
-                        return;
-                    }
+    OnDialogShown<QDialog>([](QDialog* dialog) {
+        for (QPushButton* b : dialog->findChildren<QPushButton*>())
+            if (b->text().startsWith(QStringLiteral("工程文件"))) {
+                dialog->findChild<QCheckBox*>()->setChecked(true);
+                b->click();
+                return;
+            }
     });
     m_frame->OnCommand(cmd::kSave);
     ASSERT_TRUE(std::filesystem::exists(project));
@@ -250,7 +248,7 @@ TEST_F(Frame, ProjectSavesAndOpensAgainWithItsLayersAndHistory)
     EXPECT_TRUE(m_services.messages.empty());
 }
 
-TEST_F(Frame, CloseAsksAboutChangesAndCancelKeepsTheWindow)
+TEST_F(Frame, CloseAsksAboutChangesCancelKeepsTheWindowAndSaveWritesTheProjectFirst)
 {
     Open(Picture("p.png", 20, 20));
     m_frame->OnCommand(cmd::kFlipH);
@@ -258,12 +256,8 @@ TEST_F(Frame, CloseAsksAboutChangesAndCancelKeepsTheWindow)
     EXPECT_FALSE(m_frame->close());
     EXPECT_TRUE(m_frame->isVisible());
     EXPECT_EQ(m_services.messages.back(), "此操作将放弃现在的编辑结果，继续吗？");
-}
+    ASSERT_EQ(Doc().GetLayerCount(), 1);
 
-TEST_F(Frame, SaveInTheCloseQuestionWritesTheProjectFirst)
-{
-    Open(Picture("p.png", 20, 20));
-    m_frame->OnCommand(cmd::kFlipH);
     m_services.answers.push_back(EMsgResult::kSave);
     m_services.savePaths.push_back(m_dir.File("kept.vmpd"));
     Key(Qt::Key_W, Qt::ControlModifier);

@@ -44,8 +44,7 @@ TEST_F(GeometryInFrame, TransformFromTheToolBarAppliesWithADoubleClick)
     m_app.ComposeHistory()->AddStep(&doc, kStepWholeDocument, 0, "His_open");
     doc.Refresh();
     m_frame->UpdatePanels();
-    COLImage source;
-    source.DuplicateFrom(&layer->m_image);
+    COLImage source = vmtest::Copy(layer->m_image);
 
     CToolManager& manager = Manager();
     PressButton(&manager.GetTransformTool());
@@ -100,20 +99,11 @@ TEST_F(GeometryInFrame, TransformFromTheToolBarAppliesWithADoubleClick)
     EXPECT_EQ(doc.GetLayer(1)->m_visible, 0);
     // The save dialog is cancelled once it is up; by then the layer must show again.
     int visibleAtDialog = -1;
-    QTimer closer;
-    closer.setInterval(20);
-    QObject::connect(&closer, &QTimer::timeout, [&] {
-        for (QWidget* w : QApplication::topLevelWidgets())
-            if (auto* d = qobject_cast<QDialog*>(w); d && d->isVisible()) {
-                closer.stop();
-                visibleAtDialog = doc.GetLayer(1)->m_visible;
-                d->reject();
-                return;
-            }
+    OnDialogShown<QDialog>([&](QDialog* d) {
+        visibleAtDialog = doc.GetLayer(1)->m_visible;
+        d->reject();
     });
-    closer.start();
     m_frame->OnCommand(cmd::kSave);
-    closer.stop();
     EXPECT_EQ(visibleAtDialog, 1);
     EXPECT_EQ(manager.GetCurrentTool(), nullptr);
     EXPECT_EQ(doc.GetLayer(1)->m_visible, 1);

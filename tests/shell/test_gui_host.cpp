@@ -137,8 +137,7 @@ TEST_F(HostStart, ThreeBytesAPixelGetAOneLayerPsdBeside)
     CLayerStack read;
     CPsdReader reader;
     ASSERT_EQ(reader.LoadFile(psd.c_str(), read), 1);
-    EXPECT_EQ(read.GetWidth(), int(kW));
-    EXPECT_EQ(read.GetHeight(), int(kH));
+    EXPECT_EQ(vmtest::Size(read), std::to_string(kW) + "x" + std::to_string(kH));
 }
 
 TEST_F(HostStart, ARefusedQuestionWritesNothingAndEnds)

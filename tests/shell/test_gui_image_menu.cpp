@@ -46,7 +46,6 @@ protected:
         CComposeDocument& doc = m_app.Document();
         CLayer* upper = doc.AddLayer(0, 0);
         ASSERT_NE(upper, nullptr);
-        ASSERT_EQ(upper->m_image.Create(60, 40), kOk);
         FillNoise(upper->m_image, 60, 40, 5);
         upper->m_x = 31;
         upper->m_y = 17;
@@ -78,8 +77,7 @@ protected:
     static void ExpectSameDocument(CComposeDocument& a, CComposeDocument& b)
     {
         ASSERT_EQ(a.GetLayerCount(), b.GetLayerCount());
-        EXPECT_EQ(a.GetWidth(), b.GetWidth());
-        EXPECT_EQ(a.GetHeight(), b.GetHeight());
+        EXPECT_EQ(Size(a), Size(b));
         for (int i = 0; i < a.GetLayerCount(); ++i) {
             EXPECT_EQ(a.GetLayer(i)->m_x, b.GetLayer(i)->m_x) << i;
             EXPECT_EQ(a.GetLayer(i)->m_y, b.GetLayer(i)->m_y) << i;
@@ -311,7 +309,9 @@ void SetLensControls(QDialog& d, const QPoint& click)
     QTest::mouseClick(d.findChild<QWidget*>(QStringLiteral("depthpanel")), Qt::LeftButton, Qt::NoModifier, click);
 }
 
-LensBlurSettings ExpectedSettings(LensBlurSettings s)
+// The core's dialog logic on a document, from the given entry settings changed as SetLensControls changes the
+// dialog's, the depth panel clicked at the same place.
+void InitReference(CLensBlurDlgLogic& logic, CComposeDocument& doc, LensBlurSettings s, const QPoint& click)
 {
     s.depthMode = kDepthHorizon;
     s.focus = 20;
@@ -319,14 +319,11 @@ LensBlurSettings ExpectedSettings(LensBlurSettings s)
     s.radius = 12;
     s.highlightThreshold = 215;
     s.highlightAmplitude = 70;
-    return s;
-}
-
-COLImage Aperture()
-{
-    COLImage picture;
-    EXPECT_EQ(LoadAperturePicture(AssetPath("skin/lenblur.png"), picture), "");
-    return picture;
+    logic.settings = s;
+    COLImage aperture;
+    ASSERT_EQ(LoadAperturePicture(AssetPath("skin/lenblur.png"), aperture), "");
+    ASSERT_TRUE(logic.Init(doc, aperture));
+    logic.ClickDepthPanel(click.x(), click.y());
 }
 
 TEST_F(ImageMenuInFrame, LensBlurOkGivesTheEnginesBytesAndCancelChangesNothing)
@@ -371,9 +368,7 @@ TEST_F(ImageMenuInFrame, LensBlurOkGivesTheEnginesBytesAndCancelChangesNothing)
         QTest::qWait(150); // a restart still waiting on its timer would start now
         WaitFor([&] { return !dlg.IsPreviewRunning(); }, 20000);
         CLensBlurDlgLogic plain;
-        plain.settings = ExpectedSettings(MenuEntrySettings());
-        EXPECT_TRUE(plain.Init(before, Aperture()));
-        plain.ClickDepthPanel(click.x(), click.y());
+        InitReference(plain, before, MenuEntrySettings(), click);
         EXPECT_EQ(plain.RunPreview(), kOk);
         // The preview document shows the blur, the real document does not yet.
         const CLayer* shown = dlg.Logic().GetPreviewDocument().GetCurrentLayer();
@@ -386,9 +381,7 @@ TEST_F(ImageMenuInFrame, LensBlurOkGivesTheEnginesBytesAndCancelChangesNothing)
     EXPECT_TRUE(previewShown);
 
     CLensBlurDlgLogic reference;
-    reference.settings = ExpectedSettings(MenuEntrySettings());
-    ASSERT_TRUE(reference.Init(expected, Aperture()));
-    reference.ClickDepthPanel(click.x(), click.y());
+    ASSERT_NO_FATAL_FAILURE(InitReference(reference, expected, MenuEntrySettings(), click));
     ASSERT_EQ(reference.RunFinal(expected, nullptr), kOk);
     ExpectSameDocument(m_app.Document(), expected);
     ASSERT_EQ(m_app.ComposeHistory()->GetCount(), steps + 1);
@@ -406,20 +399,9 @@ TEST_F(ImageMenuInFrame, EscapeStopsTheFinalRunAndTheDialogStays)
     bool stillOpen = false, sawWait = false;
     WhenShown("lensblur", [&](QDialog& d) {
         d.findChild<QSlider*>(QStringLiteral("radius"))->setValue(64);
-        // Esc as soon as the wait dialog is up.
-        QTimer::singleShot(0, [&] {
-            WaitFor([&] {
-                for (QWidget* w : QApplication::topLevelWidgets())
-                    if (auto* wait = qobject_cast<QDialog*>(w);
-                        wait && wait->isVisible() && wait->objectName() == QStringLiteral("waitdialog")) {
-                        sawWait = true;
-                        QTest::keyClick(wait, Qt::Key_Escape);
-                        return true;
-                    }
-                return false;
-            });
-        });
+        CEscapeWait escape;
         PressOk(d);
+        sawWait = escape.pressed;
         stillOpen = d.isVisible();
         d.reject();
     });
@@ -442,15 +424,11 @@ TEST_F(ImageMenuInFrame, BlurBackgroundAfterACutOutKeepsTheSubjectsColoursOut)
     ASSERT_TRUE(selmode::Toggle(m_frame, *m_frame->ToolBar(), m_services));
     ASSERT_TRUE(m_frame->IsSelectionMode());
     // The result of a cut-out: an ellipse in the middle.
-    COLChannel& result = *m_frame->ToolBar()->Selection().GetResultMask();
-    ASSERT_EQ(result.Create(uint32_t(W), uint32_t(H)), kOk);
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x) {
-            const double dx = (x - W / 2.0) / (W / 4.0), dy = (y - H / 2.0) / (H / 3.0);
-            result.GetBuffer()[size_t(y) * W + x] = dx * dx + dy * dy <= 1 ? 255 : 0;
-        }
-    COLChannel cutout;
-    ASSERT_TRUE(cutout.DuplicateFrom(&result));
+    const COLChannel cutout = PlaneOf(W, H, [&](uint32_t x, uint32_t y) {
+        const double dx = (x - W / 2.0) / (W / 4.0), dy = (y - H / 2.0) / (H / 3.0);
+        return dx * dx + dy * dy <= 1 ? 255 : 0;
+    });
+    *m_frame->ToolBar()->Selection().GetResultMask() = Copy(cutout);
     const int steps = m_app.ComposeHistory()->GetCount();
     selmode::SetBringBackChooser([](QWidget*) { return selmode::EBringBack::kBlurBackground; });
     const QPoint click(138, 100);
@@ -469,9 +447,7 @@ TEST_F(ImageMenuInFrame, BlurBackgroundAfterACutOutKeepsTheSubjectsColoursOut)
     ASSERT_TRUE(blurred.GetLayer(0)->m_image.DuplicateFrom(&before.GetLayer(0)->m_image));
     ASSERT_TRUE(blurred.GetSelectionMask().DuplicateFrom(&cutout));
     CLensBlurDlgLogic reference;
-    reference.settings = ExpectedSettings(WizardEntrySettings());
-    ASSERT_TRUE(reference.Init(blurred, Aperture()));
-    reference.ClickDepthPanel(click.x(), click.y());
+    ASSERT_NO_FATAL_FAILURE(InitReference(reference, blurred, WizardEntrySettings(), click));
     ASSERT_EQ(reference.RunFinal(blurred, nullptr), kOk);
 
     CComposeDocument& doc = m_app.Document();
@@ -500,8 +476,7 @@ TEST_F(ImageMenuInFrame, BlurBackgroundAfterACutOutKeepsTheSubjectsColoursOut)
 TEST_F(ImageMenuInFrame, AstronautOnABlurredStudio)
 {
     Open(AssetPath("samples/astronaut.png"));
-    COLImage original;
-    original.DuplicateFrom(&m_app.Document().GetLayer(0)->m_image);
+    COLImage original = vmtest::Copy(m_app.Document().GetLayer(0)->m_image);
     EnterSelectionMode();
     CToolManager& manager = Manager();
     // Just outside her hair, shoulders and the helmet in front, and well inside them.

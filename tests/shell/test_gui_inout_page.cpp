@@ -74,11 +74,8 @@ TEST_F(InoutPage, TheButtonGivesTheCoreOptimisersPlanesAsOneStepThatUndoTakesBac
 
     const std::vector<uint8_t> innerDrawn = Bytes(*Sel().GetInnerPlane());
     const std::vector<uint8_t> outerDrawn = Bytes(*Sel().GetOuterPlane());
-    COLImage source;
-    COLChannel inner, outer;
-    ASSERT_TRUE(source.DuplicateFrom(Sel().GetWorkingImage()));
-    ASSERT_TRUE(inner.DuplicateFrom(Sel().GetInnerPlane()));
-    ASSERT_TRUE(outer.DuplicateFrom(Sel().GetOuterPlane()));
+    COLImage source = Copy(*Sel().GetWorkingImage());
+    COLChannel inner = Copy(*Sel().GetInnerPlane()), outer = Copy(*Sel().GetOuterPlane());
     const int32_t detail = CTabInout::kDetail;
     ASSERT_EQ(OptimiseContoursNow(&source, &inner, &outer, &detail), kOk);
     // Both planes move, or the comparisons below could not tell a snap from no run at all.
@@ -144,18 +141,9 @@ TEST_F(InoutPage, EscInTheWaitDialogChangesNothing)
     const std::vector<uint8_t> outer = Bytes(*Sel().GetOuterPlane());
     const std::vector<uint8_t> inner = Bytes(*Sel().GetInnerPlane());
     const int drawnSteps = Log().GetCount();
-    QTimer escape;
-    bool pressed = false;
-    QObject::connect(&escape, &QTimer::timeout, [&] {
-        if (auto* wait = qobject_cast<CWaitDialog*>(QApplication::activeModalWidget()); wait && !pressed) {
-            pressed = true;
-            QTest::keyClick(wait, Qt::Key_Escape);
-        }
-    });
-    escape.start(1);
+    CEscapeWait escape;
     const CTabInout::EOptimiseOutcome outcome = Page().OptimiseContours();
-    escape.stop();
-    ASSERT_TRUE(pressed);
+    ASSERT_TRUE(escape.pressed);
     EXPECT_EQ(outcome, CTabInout::EOptimiseOutcome::kCancelled);
     EXPECT_EQ(Bytes(*Sel().GetInnerPlane()), inner);
     EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), outer);

@@ -244,8 +244,7 @@ TEST_F(InpaintInFrame, StructureAwareFillRemovesTheMissionPatchWithOneUndoableSt
     // Nothing beyond the selection and its one-pixel seam changed.
     EXPECT_LT(BluePixelsOfThePatch(), 70 * 70 / 50);
     EXPECT_EQ(ChangedBeyond(1), 0);
-    COLImage filled;
-    filled.DuplicateFrom(&Layer());
+    COLImage filled = vmtest::Copy(Layer());
     m_frame->OnCommand(cmd::kUndo);
     EXPECT_TRUE(SamePixels(Layer(), m_before));
     m_frame->OnCommand(cmd::kRedo);

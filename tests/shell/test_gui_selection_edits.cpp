@@ -44,10 +44,7 @@ protected:
     // The selected rectangle, as a plane.
     static void SelectTheRectangle(COLChannel& mask)
     {
-        mask.Create(kW, kH);
-        for (uint32_t y = 0; y < kH; ++y)
-            for (uint32_t x = 0; x < kW; ++x)
-                mask.SetValue(x, y, x >= kL && x < kR && y >= kT && y < kB ? 255 : 0);
+        mask = PlaneOf(kW, kH, [](uint32_t x, uint32_t y) { return x >= kL && x < kR && y >= kT && y < kB ? 255 : 0; });
     }
     void Trigger(int id)
     {
@@ -130,8 +127,7 @@ TEST_F(SelectionEdits, FeatherOfTheResultMaskInSelectionMode)
     COLChannel& mask = *selection.GetResultMask();
     SelectTheRectangle(mask);
     m_app.SelectionHistory()->AddStep(&selection, kStepChannel, kPlaneResult, "modifypolygonseltip");
-    COLChannel before, expected;
-    before.DuplicateFrom(&mask);
+    COLChannel before = Copy(mask), expected;
     CFeatherProcess process;
     process.SetChannels(&before, &expected);
     const FeatherRecord record{3, 0, 1};

@@ -104,9 +104,7 @@ TEST(AntsOutline, StripesMoveOnePixelAStep)
 
 TEST(AntsOutline, PlaneSampledAtTheZoomKeepsItsShape)
 {
-    COLChannel plane;
-    ASSERT_EQ(plane.Create(40, 30), kOk);
-    std::memset(plane.GetBuffer(), 0, plane.GetAreaByteSize());
+    COLChannel plane = Plane(40, 30, 0);
     for (uint32_t y = 10; y < 20; ++y)
         for (uint32_t x = 5; x < 15; ++x) plane.SetValue(x, y, 255);
     std::vector<uint8_t> screen;

@@ -73,8 +73,7 @@ TEST_F(StartUp, CommandLineOpensAPictureWithASpaceInItsName)
     ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
     CComposeDocument& doc = m_app.Document();
     ASSERT_EQ(doc.GetLayerCount(), 1);
-    EXPECT_EQ(doc.GetWidth(), 120);
-    EXPECT_EQ(doc.GetHeight(), 80);
+    EXPECT_EQ(vmtest::Size(doc), "120x80");
     EXPECT_EQ(doc.GetLayer(0)->m_image.GetPixel2(0, 0).red, 7);
     EXPECT_EQ(m_app.ComposeHistory()->GetCount(), 1); // the log starts with the opening
     EXPECT_TRUE(shell.Frame()->IsShowingComposeMenus());
@@ -148,8 +147,7 @@ TEST_F(StartUp, DropOfThreeFilesOpensTheFirstOnly)
     QDropEvent drop(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
     QApplication::sendEvent(frame, &drop);
     ASSERT_TRUE(WaitFor([&] { return m_app.Document().GetLayerCount() == 1; }));
-    EXPECT_EQ(m_app.Document().GetWidth(), 40);
-    EXPECT_EQ(m_app.Document().GetHeight(), 30);
+    EXPECT_EQ(vmtest::Size(m_app.Document()), "40x30");
     EXPECT_EQ(frame->DocumentPath(), a);
 
     // A drop of something that is not a file is refused.

@@ -18,10 +18,9 @@ namespace {
 void FillDocument(CComposeDocument& doc, int w, int h)
 {
     ASSERT_EQ(doc.NewDocument(w, h, 0xFF000000), 1);
-    COLImage& img = doc.GetLayer(0)->m_image;
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            img.PutPixel(uint32_t(x), uint32_t(y), CPixel::Make(uint8_t(x), uint8_t(y), uint8_t(x + y), 255));
+    doc.GetLayer(0)->m_image = Picture(w, h, [](uint32_t x, uint32_t y) {
+        return CPixel::Make(uint8_t(x), uint8_t(y), uint8_t(x + y), 255);
+    });
 }
 
 QRgb GrabPixel(QWidget& w, int x, int y)
@@ -167,9 +166,7 @@ TEST_F(View, SelectionOutlineIsTheBorderOfTheMask)
     // The outline rule itself is checked against a plain tracer; here the view traces the document's mask, and
     // a selection reaching the picture's edge is outlined along that edge too.
     FillDocument(m_doc, 200, 150);
-    COLChannel& mask = m_doc.GetSelectionMask();
-    mask.Create(200, 150);
-    std::fill_n(mask.GetBuffer(), 200 * 150, uint8_t(255));
+    m_doc.GetSelectionMask() = Plane(200, 150, 255);
     ASSERT_EQ(m_doc.MergeNow(), 1);
     m_view.SetSource(&m_doc);
     EXPECT_EQ(m_view.AntsCount(), 2 * 200 + 2 * 150 - 4);

@@ -209,8 +209,7 @@ TEST_F(WizardsInFrame, AResultThatKeepsEverythingLeavesWithoutAsking)
 {
     OpenPicture();
     EnterWith(kMethodInOut);
-    ASSERT_EQ(Sel().GetResultMask()->Create(120, 90), kOk);
-    std::fill_n(Sel().GetResultMask()->GetBuffer(), 120 * 90, uint8_t(255));
+    *Sel().GetResultMask() = Plane(120, 90, 255);
     const int steps = m_app.ComposeHistory()->GetCount();
     m_frame->OnCommand(cmd::kConfirmReturn); // a wizard would block here
     EXPECT_FALSE(m_frame->IsSelectionMode());

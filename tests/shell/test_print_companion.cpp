@@ -148,11 +148,8 @@ TEST_F(Companion, TheEditorsColoursComeBackWhereSelectedWithAStep)
 {
     Editor(24, 16);
     // Select the left half, softly at its edge.
-    COLChannel& mask = m_app.Document().GetSelectionMask();
-    ASSERT_EQ(mask.Create(24, 16), kOk);
-    for (uint32_t y = 0; y < 16; ++y)
-        for (uint32_t x = 0; x < 24; ++x)
-            mask.GetBuffer(x, y)[0] = x < 11 ? 255 : x == 11 ? 128 : 0;
+    m_app.Document().GetSelectionMask() =
+        PlaneOf(24, 16, [](uint32_t x, uint32_t) { return x < 11 ? 255 : x == 11 ? 128 : 0; });
     const CPixel before = m_app.Document().GetLayer(0)->m_image.GetBuffer(11, 3)[0];
     const int steps = m_app.ComposeHistory()->GetCount();
     m_frame->OnCommand(cmd::kCompanion);

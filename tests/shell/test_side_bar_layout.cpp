@@ -15,20 +15,13 @@ SideBarPage Page(int minHeight, int open = 1, int visible = 1, int minWidth = 16
     return p;
 }
 
-std::vector<int> OpenFlags(const std::vector<SideBarPage>& pages)
+// One field of every page, in order: which are open and how high they are is what the layout decides.
+std::vector<int> Field(const std::vector<SideBarPage>& pages, int SideBarPage::*field)
 {
-    std::vector<int> flags;
+    std::vector<int> values;
     for (const SideBarPage& p : pages)
-        flags.push_back(p.open);
-    return flags;
-}
-
-std::vector<int> Heights(const std::vector<SideBarPage>& pages)
-{
-    std::vector<int> heights;
-    for (const SideBarPage& p : pages)
-        heights.push_back(p.height);
-    return heights;
+        values.push_back(p.*field);
+    return values;
 }
 
 } // namespace
@@ -53,8 +46,8 @@ TEST(SideBarLayout, PagesThatFitAreLeftAlone)
     // The place under the last page: 1 + 3 * 20 + 198 + 200 + 199 + 3 * 4 = 670.
     ASSERT_EQ(TitleRect(pages, 3, 200).top, 670);
     LayoutPages(pages, -1, 671);
-    EXPECT_EQ(OpenFlags(pages), (std::vector<int>{1, 1, 1}));
-    EXPECT_EQ(Heights(pages), (std::vector<int>{198, 200, 199}));
+    EXPECT_EQ(Field(pages, &SideBarPage::open), (std::vector<int>{1, 1, 1}));
+    EXPECT_EQ(Field(pages, &SideBarPage::height), (std::vector<int>{198, 200, 199}));
 }
 
 TEST(SideBarLayout, TheSmallestPageFoldsFirstButNeverTheKeptOne)
@@ -63,29 +56,29 @@ TEST(SideBarLayout, TheSmallestPageFoldsFirstButNeverTheKeptOne)
     // five titles: 100 + 202 + 204 + 203 = 709 does not fit, the layers page (smallest) folds; 507 fits.
     std::vector<SideBarPage> pages = {Page(198), Page(200), Page(199), Page(90, 1, 0), Page(120, 1, 0)};
     LayoutPages(pages, -1, 620);
-    EXPECT_EQ(OpenFlags(pages), (std::vector<int>{0, 1, 1, 1, 1}));
+    EXPECT_EQ(Field(pages, &SideBarPage::open), (std::vector<int>{0, 1, 1, 1, 1}));
     EXPECT_EQ(pages[0].folded, 1);
     // Nothing overflows any more: the heights stay.
-    EXPECT_EQ(Heights(pages), (std::vector<int>{198, 200, 199, 90, 120}));
+    EXPECT_EQ(Field(pages, &SideBarPage::height), (std::vector<int>{198, 200, 199, 90, 120}));
 
     // The user opens the layers page again. The estimate leaves the kept page's body out (100 + 204 + 203 fits),
     // so nothing folds; the overflow of 670 - 620 = 50 is shared by the three open pages: 16, plus one each.
     pages[0].open = 1;
     pages[0].folded = 0;
     LayoutPages(pages, 0, 620);
-    EXPECT_EQ(OpenFlags(pages), (std::vector<int>{1, 1, 1, 1, 1}));
-    EXPECT_EQ(Heights(pages), (std::vector<int>{181, 183, 182, 90, 120}));
+    EXPECT_EQ(Field(pages, &SideBarPage::open), (std::vector<int>{1, 1, 1, 1, 1}));
+    EXPECT_EQ(Field(pages, &SideBarPage::height), (std::vector<int>{181, 183, 182, 90, 120}));
     EXPECT_LT(TitleRect(pages, 5, 200).top, 620);
 
     // Of equal minimum heights the first folds, unless it is the page just clicked: then the next one does.
     std::vector<SideBarPage> equal = {Page(150), Page(150), Page(150)};
     LayoutPages(equal, -1, 400);
-    EXPECT_EQ(OpenFlags(equal), (std::vector<int>{0, 1, 1}));
+    EXPECT_EQ(Field(equal, &SideBarPage::open), (std::vector<int>{0, 1, 1}));
     std::vector<SideBarPage> clicked = {Page(150), Page(150), Page(150), Page(150)};
     LayoutPages(clicked, 0, 400);
-    EXPECT_EQ(OpenFlags(clicked), (std::vector<int>{1, 0, 1, 1}));
+    EXPECT_EQ(Field(clicked, &SideBarPage::open), (std::vector<int>{1, 0, 1, 1}));
     // 80 + 3 * 154 = 542 did not fit, 388 does; the place 543 is 143 too low: 47 a page, plus one.
-    EXPECT_EQ(Heights(clicked), (std::vector<int>{102, 150, 102, 102}));
+    EXPECT_EQ(Field(clicked, &SideBarPage::height), (std::vector<int>{102, 150, 102, 102}));
 }
 
 TEST(SideBarLayout, APageTooTallForTheBarFoldsOrIfKeptIsShortened)
@@ -109,8 +102,8 @@ TEST(SideBarLayout, APageTooTallForTheBarFoldsOrIfKeptIsShortened)
     // 1 + 60 + 604 + 104 + 104 - 400 = 473 is shared by three, 157 each, and every page loses 158, down to 0 at most.
     std::vector<SideBarPage> kept = {Page(100), Page(600), Page(100)};
     LayoutPages(kept, 1, 400);
-    EXPECT_EQ(OpenFlags(kept), (std::vector<int>{1, 1, 1}));
-    EXPECT_EQ(Heights(kept), (std::vector<int>{0, 442, 0}));
+    EXPECT_EQ(Field(kept, &SideBarPage::open), (std::vector<int>{1, 1, 1}));
+    EXPECT_EQ(Field(kept, &SideBarPage::height), (std::vector<int>{0, 442, 0}));
 }
 
 TEST(SideBarLayout, ShareTruncatesAndHiddenPagesKeepTheirHeight)
@@ -119,13 +112,13 @@ TEST(SideBarLayout, ShareTruncatesAndHiddenPagesKeepTheirHeight)
     // open visible page loses 10; the hidden page keeps its height and is never folded.
     std::vector<SideBarPage> pages = {Page(100), Page(100, 1, 0), Page(100)};
     LayoutPages(pages, 0, 230);
-    EXPECT_EQ(OpenFlags(pages), (std::vector<int>{1, 1, 1}));
-    EXPECT_EQ(Heights(pages), (std::vector<int>{90, 100, 90}));
+    EXPECT_EQ(Field(pages, &SideBarPage::open), (std::vector<int>{1, 1, 1}));
+    EXPECT_EQ(Field(pages, &SideBarPage::height), (std::vector<int>{90, 100, 90}));
 
     // An excess smaller than the number of open pages gives a share of 0: nothing changes.
     std::vector<SideBarPage> tight = {Page(100), Page(100)};
     LayoutPages(tight, 0, 249 - 1);
-    EXPECT_EQ(Heights(tight), (std::vector<int>{100, 100}));
+    EXPECT_EQ(Field(tight, &SideBarPage::height), (std::vector<int>{100, 100}));
 }
 
 TEST(SideBarLayout, RoomGivenBackOpensWhatTheLayoutFolded)
@@ -133,10 +126,10 @@ TEST(SideBarLayout, RoomGivenBackOpensWhatTheLayoutFolded)
     std::vector<SideBarPage> pages = {Page(198), Page(200), Page(199)};
     pages[1].open = 0; // folded by the user
     LayoutPages(pages, -1, 300);
-    ASSERT_EQ(OpenFlags(pages), (std::vector<int>{0, 0, 1}));
+    ASSERT_EQ(Field(pages, &SideBarPage::open), (std::vector<int>{0, 0, 1}));
     RegainRoom(pages);
-    EXPECT_EQ(OpenFlags(pages), (std::vector<int>{1, 0, 1}));
-    EXPECT_EQ(Heights(pages), (std::vector<int>{198, 200, 199}));
+    EXPECT_EQ(Field(pages, &SideBarPage::open), (std::vector<int>{1, 0, 1}));
+    EXPECT_EQ(Field(pages, &SideBarPage::height), (std::vector<int>{198, 200, 199}));
     EXPECT_EQ(pages[0].folded, 0);
 }
 
