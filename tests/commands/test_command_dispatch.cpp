@@ -169,8 +169,7 @@ TEST_F(Commands, DeleteLayerAndSetCurLayer)
     EXPECT_EQ(Run("Doc_SetCurLayer('2')"), kCommandRefused);
     EXPECT_EQ(Run("Doc_SetCurLayer('0')"), kCommandDone);
     EXPECT_EQ(doc.GetCurrentIndex(), 0);
-    EXPECT_EQ(LastStep().kind, 1);
-    EXPECT_EQ(LastStep().label, "His_curlayer");
+    ExpectLastStep(1, 0, "His_curlayer");
 }
 
 TEST_F(Commands, LayerPropertyChange)
@@ -256,8 +255,7 @@ TEST_F(Commands, NewMergeDownAndFlatten)
 
     EXPECT_EQ(Run("Doc_FlatImage"), kCommandDone);
     EXPECT_EQ(doc.GetLayerCount(), 1);
-    EXPECT_EQ(LastStep().kind, 255);
-    EXPECT_EQ(LastStep().label, "His_flatimage");
+    ExpectLastStep(255, 0, "His_flatimage");
     EXPECT_EQ(LastStep().layerCount, 1) << "recorded after the change";
 
     CComposeDocument empty(0);
@@ -274,8 +272,7 @@ TEST_F(Commands, FlipsAndRotations)
     layer->m_x = 3;
     layer->m_y = -2; // partly off the canvas
     doc.SetCurrentIndex(1);
-    COLImage before;
-    before.DuplicateFrom(&layer->m_image);
+    COLImage before = vmtest::Copy(layer->m_image);
     EXPECT_EQ(Run("Doc_FlipH"), kCommandDone);
     EXPECT_EQ(layer->m_image.GetPixel(0, 4), before.GetPixel(19, 4));
     EXPECT_EQ(layer->m_image.GetPixel(12, 9), before.GetPixel(7, 9));
@@ -296,8 +293,7 @@ TEST_F(Commands, FlipsAndRotations)
     EXPECT_EQ(layer->m_image.GetPixel(9, 19), before.GetPixel(19, 0));
     EXPECT_EQ(vmtest::Place(*layer), "3,-2") << "the corner stays";
     EXPECT_EQ(doc.GetWidth(), 20) << "the document keeps its size";
-    EXPECT_EQ(LastStep().kind, kStepLayerHeaderRegion);
-    EXPECT_EQ(LastStep().label, "His_RotateRight");
+    ExpectLastStep(kStepLayerHeaderRegion, 1, "His_RotateRight");
     EXPECT_EQ(Run("Doc_RotateLeft"), kCommandDone);
     EXPECT_TRUE(vmtest::SamePixels(layer->m_image, before));
     EXPECT_EQ(LastStep().label, "His_RotateLeft");
@@ -329,8 +325,7 @@ TEST_F(Commands, DeleteOnTheBasePaintsTheForeground)
     doc.SetCurrentIndex(0);
     EXPECT_EQ(Run("Doc_Delect"), kCommandDone) << "without a selection nothing happens";
     EXPECT_TRUE(history.Steps().empty());
-    COLImage before;
-    before.DuplicateFrom(&doc.GetLayer(0)->m_image);
+    COLImage before = vmtest::Copy(doc.GetLayer(0)->m_image);
     SelectRect(doc, 0, 0, 10, 10, 255);
     doc.GetSelectionMask().SetValue(1, 1, 100);
     EXPECT_EQ(Run("Doc_Delect"), kCommandDone);
@@ -341,8 +336,7 @@ TEST_F(Commands, DeleteOnTheBasePaintsTheForeground)
     EXPECT_EQ(base.GetPixel2(1, 1).red, (0x10 * 100 + 155 * was.red) / 255);
     EXPECT_EQ(base.GetPixel2(1, 1).green, (0xE0 * 100 + 155 * was.green) / 255);
     EXPECT_EQ(base.GetPixel(15, 5), before.GetPixel(15, 5)) << "unselected";
-    EXPECT_EQ(LastStep().kind, 3);
-    EXPECT_EQ(LastStep().arg, 0);
+    ExpectLastStep(3, 0, "His_delete");
 
     EXPECT_EQ(Run("Doc_DelectInv"), kCommandDone);
     EXPECT_EQ(base.GetPixel(15, 5) & 0xFFFFFF, 0x10E040u);
@@ -356,8 +350,7 @@ TEST_F(Commands, DeleteOnUpperLayersTakesCoverage)
     layer->m_x = 15; // hangs 15 pixels past the right edge
     layer->m_y = 0;
     doc.SetCurrentIndex(1);
-    COLImage before;
-    before.DuplicateFrom(&layer->m_image);
+    COLImage before = vmtest::Copy(layer->m_image);
     SelectRect(doc, 0, 0, 20, 10, 0);
     doc.GetSelectionMask().SetValue(16, 2, 255);
     doc.GetSelectionMask().SetValue(17, 2, 90);
@@ -392,8 +385,7 @@ TEST_F(Commands, DialogsAndClipboardNeedTheHost)
 TEST_F(Commands, OpenDocumentAndLayerFiles)
 {
     vmtest::TempDir dir;
-    COLImage picture;
-    vmtest::FillNoise(picture, 7, 5, 2);
+    COLImage picture = vmtest::Noise(7, 5, 2);
     const std::string path = dir.File("p.bmp");
     ASSERT_NE(COLImageCodec().SaveFile(path.c_str(), &picture), 0);
     history.AddStep(&doc, 3, 0, "older");
@@ -407,8 +399,7 @@ TEST_F(Commands, OpenDocumentAndLayerFiles)
     EXPECT_EQ(context.documentPath, path);
     EXPECT_EQ(history.ResetCount(), 1);
     ASSERT_EQ(history.Steps().size(), 1u);
-    EXPECT_EQ(LastStep().kind, 255);
-    EXPECT_EQ(LastStep().label, "His_open");
+    ExpectLastStep(255, 0, "His_open");
 
     EXPECT_EQ(Run("Doc_OpenLayer('1')"), kCommandDone);
     EXPECT_FALSE(host.lastFilterWasDocument);
@@ -420,8 +411,7 @@ TEST_F(Commands, OpenDocumentAndLayerFiles)
     EXPECT_EQ(Run("Doc_OpenLayer('3')"), kCommandDone);
     EXPECT_EQ(doc.GetLayerCount(), 3);
     EXPECT_EQ(doc.GetCurrentIndex(), 2);
-    EXPECT_EQ(LastStep().kind, 4);
-    EXPECT_EQ(LastStep().arg, 2);
+    ExpectLastStep(4, 2, "His_openlayer");
     EXPECT_EQ(Run("Doc_OpenLayer('9')"), kCommandRefused);
 
     host.nextPath = dir.File("missing.png");
