@@ -81,8 +81,7 @@ bool RefGrow(const COLImage& src, const COLChannel& known, const COLChannel& oth
 RefResult RefMatte(const COLImage& src, const COLChannel& innerPlane, const COLChannel& outerPlane, int maxSteps = 5000)
 {
     RefResult r;
-    COLChannel inner = vmtest::Copy(innerPlane), outer;
-    outer.DuplicateFrom(&outerPlane);
+    COLChannel inner = vmtest::Copy(innerPlane), outer = vmtest::Copy(outerPlane);
     const size_t n = src.GetPixelCount();
     for (size_t i = 0; i < n; ++i) outer.GetBuffer()[i] = uint8_t(255 - outer.GetBuffer()[i]);
     COLImage F, B;
@@ -167,8 +166,7 @@ struct RunResult {
 RunResult RunMatte(const COLImage& img, const COLChannel& inner, const COLChannel& outer)
 {
     RunResult r;
-    COLChannel in = vmtest::Copy(inner), out;
-    out.DuplicateFrom(&outer);
+    COLChannel in = vmtest::Copy(inner), out = vmtest::Copy(outer);
     CContourMattingProcess p;
     p.SetImages(const_cast<COLImage*>(&img), &r.image);
     p.AddChannel(&r.doubt);

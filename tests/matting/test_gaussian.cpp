@@ -297,7 +297,6 @@ TEST(Gaussian, ThreeByThreeWithSigmaSixIsTheBlockMean)
 TEST(Gaussian, SourceAndDestinationMayBeOnePicture)
 {
     COLImage src = vmtest::Noise(37, 23, 4), separate, inPlace;
-    inPlace.DuplicateFrom(&src);
     for (double sigma : {1.5, 4.0}) {
         CGaussianProcess g;
         g.SetImages(&src, &separate);

@@ -411,12 +411,8 @@ TEST(DefaultProcDlg, CloseWaitsAndPutsBackWhatWasSaved)
     GateProcess process(false, true);
     CProcessThread thread;
     GateDialog dlg(thread, ui, process);
-    COLImage layer, original;
-    COLChannel plane, originalPlane;
-    vmtest::FillNoise(layer, 8, 6, 1);
-    vmtest::FillNoise(plane, 8, 6, 2);
-    original.DuplicateFrom(&layer);
-    originalPlane.DuplicateFrom(&plane);
+    COLImage layer = vmtest::Noise(8, 6, 1), original = vmtest::Copy(layer);
+    COLChannel plane = vmtest::NoisePlane(8, 6, 2), originalPlane = vmtest::Copy(plane);
     dlg.SaveImage(&layer);
     dlg.SaveChannel(&plane);
     dlg.Restart();
