@@ -919,9 +919,10 @@ long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const Exemp
             BuildConfidence(l);
             if (k == count - 1) {
                 emLow = low + (high - low) / 2;
-                // The first guess is the mean of two: the patches placed in isophote order (sharp, continues edges,
-                // but a wrong pick is carried on) and the smooth fill from the rim (right in the mean, no
-                // structure). Where they agree the mean keeps it; where they do not, the rounds below decide.
+                // The first guess blends two: the patches placed in isophote order (sharp, continues edges, but a
+                // wrong pick is carried on) and the smooth fill from the rim (right in the mean, no structure), the
+                // latter weighing more. Where they agree the blend keeps the structure; where they do not, the rounds
+                // below decide.
                 Level smooth = l;
                 SmoothFill(smooth);
                 PriorityFill(l, r, reporter, low, emLow);
