@@ -954,6 +954,7 @@ long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const Exemp
             }
         }
         FadeDetail(levels[0]);
+        reporter.CheckCancel();
         ExtrapolateRim(levels[0]);
     }
 

@@ -154,7 +154,7 @@ void FitWindow(Scratch& s, const FrequencyExtrapolation& p)
             s.model.re[partner] += cr;
             s.model.im[partner] -= ci;
         } else {
-            // Counted once below, not twice.
+            // Its partner is itself: the update below adds the same term twice.
             cr *= 0.5f;
         }
         // R(m) -= c W(m - k) + conj(c) W(m - k'), complex products written out.
