@@ -5,7 +5,9 @@
 // best with --best, which takes minutes). Prints a Markdown table of PSNR over the hole and SSIM of the luma over
 // the hole grown by kRing pixels (higher is better for both), means, and times relative to the first method.
 //
-//   build-bench/bench/eval_inpaint            (--best: also FSR best; --quick: no OpenCV)
+//   build-bench/bench/eval_inpaint            (--best: also FSR best; --quick: no OpenCV; --ours: the
+//                                             structure-aware fill alone, for trying a change: the other
+//                                             methods' figures do not change between runs)
 #include <algorithm>
 #include <chrono>
 #include <cmath>
@@ -153,7 +155,7 @@ cv::Mat MaskMat(const COLChannel& mask, bool holeIsZero)
 }
 #endif
 
-std::vector<Method> Methods(bool opencv, bool best)
+std::vector<Method> Methods(bool opencv, bool best, bool others)
 {
     std::vector<Method> m;
     m.push_back({"structure-aware", [](const COLImage& s, const COLChannel& k, COLImage& o) {
@@ -161,6 +163,7 @@ std::vector<Method> Methods(bool opencv, bool best)
                      p.mask = &k;
                      return ExemplarInpaint(s, k, o, p) == kOk;
                  }});
+    if (!others) return m;
 #ifdef VM_HAVE_PATCH_INPAINT
     m.push_back({"block quilting", [](const COLImage& s, const COLChannel& k, COLImage& o) {
                      COLChannel mask;
@@ -291,14 +294,15 @@ double Ssim(const COLImage& a, const COLImage& truth, const COLChannel& mask)
 
 int main(int argc, char** argv)
 {
-    bool opencv = true, best = false;
+    bool opencv = true, best = false, others = true;
     std::string dump; // --dump DIR: every result as DIR/photo-shape-method.png, for looking at
     for (int i = 1; i < argc; ++i) {
         if (std::string(argv[i]) == "--dump" && i + 1 < argc) dump = argv[++i];
         if (std::string(argv[i]) == "--quick") opencv = false;
         if (std::string(argv[i]) == "--best") best = true;
+        if (std::string(argv[i]) == "--ours") others = false;
     }
-    const auto methods = Methods(opencv, best);
+    const auto methods = Methods(opencv, best, others);
     std::printf("PSNR over the hole (dB) / SSIM over the hole and %d pixels around it.\n\n", kRing);
     std::printf("| photo | hole | hole share |");
     for (const Method& m : methods)

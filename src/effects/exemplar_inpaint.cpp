@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "effects/frequency_extrapolation.h"
 #include "runtime/parallel_for.h"
 #include "runtime/status.h"
 
@@ -39,6 +40,14 @@ constexpr double kFadeHalving = 3.0;
 // most 2 x kFadeRadius deeper: at full size the rounds skip patches centred deeper than that, and those pixels keep
 // the coarser level's colours.
 constexpr int kDeepestRefined = int(kFadeHalving) * 8 + 1 + 2 * kFadeRadius;
+// The first guess at the coarsest level: the smooth fill's share, out of 256, against the priority fill's.
+constexpr int kFirstGuessSmooth = 200;
+// The luma extrapolated from the rim's frequencies replaces the fill's on the hole's outer rings (chessboard depth up
+// to kExtrapolatedRing), its share falls linearly to kExtrapolatedDeep at depth kExtrapolatedFade and stays there
+// wherever the passes reached.
+constexpr int kExtrapolatedRing = 2;
+constexpr int kExtrapolatedFade = 8;
+constexpr float kExtrapolatedDeep = 0.25f;
 
 class CCancelled {};
 
@@ -755,6 +764,65 @@ void FadeDetail(Level& l)
         }
 }
 
+// The patches near the rim are matched against the known picture, but a vote averages several of them and a texture's
+// phase still drifts a few pixels in. The rim's own frequencies, fitted block by block and extrapolated, carry the
+// texture and the shading on with their phase for as far as the known pixels around reach. Only the luma is
+// extrapolated (the colours keep the fill's chroma): it carries the structure, at a third of the work.
+void ExtrapolateRim(Level& l)
+{
+    const std::vector<int> d = HoleDistance(l);
+    int x0 = l.w, y0 = l.h, x1 = 0, y1 = 0;
+    for (int y = 0; y < l.h; ++y)
+        for (int x = 0; x < l.w; ++x)
+            if (l.hole[size_t(y) * l.w + x]) {
+                x0 = std::min(x0, x);
+                y0 = std::min(y0, y);
+                x1 = std::max(x1, x + 1);
+                y1 = std::max(y1, y + 1);
+            }
+    if (x0 >= x1) return;
+    // Half a window around the hole, so that the rim's blocks see every known pixel their windows hold.
+    const int grow = FrequencyExtrapolation::kWindow / 2;
+    x0 = std::max(x0 - grow, 0);
+    y0 = std::max(y0 - grow, 0);
+    x1 = std::min(x1 + grow, l.w);
+    y1 = std::min(y1 + grow, l.h);
+    FrequencyGrid grid;
+    grid.w = x1 - x0;
+    grid.h = y1 - y0;
+    grid.channels = 1;
+    grid.values.resize(size_t(grid.w) * grid.h);
+    grid.known.resize(size_t(grid.w) * grid.h);
+    auto luma = [](const uint8_t* p) { return 0.114f * float(p[0]) + 0.587f * float(p[1]) + 0.299f * float(p[2]); };
+    for (int y = 0; y < grid.h; ++y)
+        for (int x = 0; x < grid.w; ++x) {
+            const size_t i = size_t(y + y0) * l.w + x + x0, o = size_t(y) * grid.w + x;
+            grid.known[o] = !l.hole[i];
+            grid.values[o] = grid.known[o] ? luma(&l.px[i * 4]) : 0.0f;
+        }
+    const std::vector<uint8_t> reached = ExtrapolateFrequencies(grid, FrequencyExtrapolation{});
+    vmpar::ParallelFor(size_t(grid.h), 8, [&](size_t begin, size_t end, unsigned) {
+        for (size_t row = begin; row < end; ++row) {
+            const int y = int(row);
+            for (int x = 0; x < grid.w; ++x) {
+                const size_t o = size_t(y) * grid.w + x, i = size_t(y + y0) * l.w + x + x0;
+                if (!reached[o]) continue;
+                const int depth = d[i];
+                const float share = depth <= kExtrapolatedRing ? 1.0f
+                                    : depth >= kExtrapolatedFade
+                                        ? kExtrapolatedDeep
+                                        : kExtrapolatedDeep + (1.0f - kExtrapolatedDeep) *
+                                                                  float(kExtrapolatedFade - depth) /
+                                                                  float(kExtrapolatedFade - kExtrapolatedRing);
+                uint8_t* p = &l.px[i * 4];
+                const float shift = share * (grid.values[o] - luma(p));
+                for (int c = 0; c < 3; ++c)
+                    p[c] = uint8_t(std::clamp(float(p[c]) + shift + 0.5f, 0.0f, 255.0f));
+            }
+        }
+    });
+}
+
 long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const ExemplarInpaintParams& params,
          const Reporter& reporter)
 {
@@ -851,16 +919,19 @@ long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const Exemp
             BuildConfidence(l);
             if (k == count - 1) {
                 emLow = low + (high - low) / 2;
-                // The first guess is the mean of two: the patches placed in isophote order (sharp, continues edges,
-                // but a wrong pick is carried on) and the smooth fill from the rim (right in the mean, no
-                // structure). Where they agree the mean keeps it; where they do not, the rounds below decide.
+                // The first guess blends two: the patches placed in isophote order (sharp, continues edges, but a
+                // wrong pick is carried on) and the smooth fill from the rim (right in the mean, no structure), the
+                // latter weighing more. Where they agree the blend keeps the structure; where they do not, the rounds
+                // below decide.
                 Level smooth = l;
                 SmoothFill(smooth);
                 PriorityFill(l, r, reporter, low, emLow);
                 for (size_t i = 0; i < l.hole.size(); ++i)
                     if (l.hole[i])
                         for (int c = 0; c < 3; ++c)
-                            l.px[i * 4 + c] = uint8_t((l.px[i * 4 + c] + smooth.px[i * 4 + c] + 1) / 2);
+                            l.px[i * 4 + c] = uint8_t((l.px[i * 4 + c] * (256 - kFirstGuessSmooth) +
+                                                       smooth.px[i * 4 + c] * kFirstGuessSmooth + 128) >>
+                                                      8);
                 FillMissingField(l, params.seed, salt + 1);
                 emRounds = kCoarsestRounds;
             } else {
@@ -883,6 +954,8 @@ long Run(const COLImage& src, const COLChannel& mask, COLImage& dst, const Exemp
             }
         }
         FadeDetail(levels[0]);
+        reporter.CheckCancel();
+        ExtrapolateRim(levels[0]);
     }
 
     // The result: the source with the hole's pixels, and the seam band blended on a ramp.

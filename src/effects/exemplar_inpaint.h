@@ -9,11 +9,11 @@
 //
 // The method, coarse to fine over a pyramid of the hole's surroundings:
 // 1. The coarsest level (where the hole is about half a patch thick; a thin scratch is filled at full size) gets a
-//    first guess that is the mean of two fills: patch by patch in the order of a priority, confidence x data term
-//    (pixels on the hole's front whose patch is mostly known and that lie where an isophote, a line of equal
-//    brightness, runs into the hole go first, so edges are continued before flat areas close over them), and a
-//    smooth fill peeled from the rim inwards. Where the two agree the guess keeps the structure; where a patch was
-//    a poor pick, the smooth half keeps it from being carried on.
+//    first guess that blends two fills, mostly the second: patch by patch in the order of a priority, confidence x
+//    data term (pixels on the hole's front whose patch is mostly known and that lie where an isophote, a line of
+//    equal brightness, runs into the hole go first, so edges are continued before flat areas close over them), and
+//    a smooth fill peeled from the rim inwards. Where the two agree the guess keeps the structure; where a patch was
+//    a poor pick, the smooth share keeps it from being carried on.
 // 2. Every level then alternates, a few rounds each, a nearest-neighbour field (for each patch that touches the
 //    hole, the best wholly known patch) refined with PatchMatch (propagation from neighbours and random search at
 //    halving radii) and a vote: each hole pixel becomes the mean of all overlapping patches' proposals, weighted by
@@ -22,7 +22,10 @@
 //    is carried to the next finer level by doubling its offsets.
 // 3. At full size the fine detail fades, with depth into the hole, towards a low-pass of the fill: nothing pins the
 //    phase of a texture far from the rim, and there the mean is a better guess than any one copy.
-// 4. The vote also runs on the known pixels that touch the hole (kSeamWidth, chessboard distance 1), and each of
+// 4. Near the rim the luma is extrapolated from the rim's own frequencies (frequency_extrapolation.h), block by
+//    block and pass by pass inwards, and replaces the fill's on the outer rings, with a share that falls to a
+//    quarter deeper in: a fine texture carries on in phase where the vote, averaging several patches, drifts.
+// 5. The vote also runs on the known pixels that touch the hole (kSeamWidth, chessboard distance 1), and each of
 //    them becomes the mean of itself and the vote, so that a small colour step at the rim fades out.
 //
 // Only pixels of the hole and of that seam band change; alpha never changes. The work is confined to the hole's
