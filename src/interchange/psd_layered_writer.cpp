@@ -14,6 +14,11 @@
 #include "interchange/packbits.h"
 #include "interchange/psd_format.h"
 #include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
+
+#if VM_SIMD_X86
+#include <immintrin.h>
+#endif
 
 namespace {
 
@@ -43,8 +48,8 @@ struct CEncoded {
 };
 
 // Splits a row of pixels into its planes: alpha (when wanted), red, green, blue, the order of PSD channels.
-void SplitRow(const CPixel* src, uint32_t w, uint8_t* __restrict a, uint8_t* __restrict r, uint8_t* __restrict g,
-              uint8_t* __restrict b)
+void SplitRowPlain(const CPixel* src, uint32_t w, uint8_t* __restrict a, uint8_t* __restrict r,
+                   uint8_t* __restrict g, uint8_t* __restrict b)
 {
     if (a)
         for (uint32_t x = 0; x < w; ++x)
@@ -55,6 +60,71 @@ void SplitRow(const CPixel* src, uint32_t w, uint8_t* __restrict a, uint8_t* __r
         g[x] = p.green;
         b[x] = p.blue;
     }
+}
+
+#if VM_SIMD_X86
+// One byte of each of four vectors of four pixels (blue 0, green 8, red 16, alpha 24): the lanes hold byte
+// values, so neither pack saturates.
+template <int Shift>
+VM_TARGET_SSE2 inline __m128i PlaneOf16(__m128i p0, __m128i p1, __m128i p2, __m128i p3)
+{
+    const __m128i low = _mm_set1_epi32(0xFF);
+    const __m128i a = _mm_and_si128(_mm_srli_epi32(p0, Shift), low), b = _mm_and_si128(_mm_srli_epi32(p1, Shift), low);
+    const __m128i c = _mm_and_si128(_mm_srli_epi32(p2, Shift), low), d = _mm_and_si128(_mm_srli_epi32(p3, Shift), low);
+    return _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d));
+}
+
+VM_TARGET_SSE2 void SplitRowSse2(const CPixel* src, uint32_t w, uint8_t* a, uint8_t* r, uint8_t* g, uint8_t* b)
+{
+    uint32_t x = 0;
+    for (; x + 16 <= w; x += 16) {
+        const auto* p = reinterpret_cast<const __m128i*>(src + x);
+        const __m128i p0 = _mm_loadu_si128(p), p1 = _mm_loadu_si128(p + 1);
+        const __m128i p2 = _mm_loadu_si128(p + 2), p3 = _mm_loadu_si128(p + 3);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(b + x), PlaneOf16<0>(p0, p1, p2, p3));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(g + x), PlaneOf16<8>(p0, p1, p2, p3));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(r + x), PlaneOf16<16>(p0, p1, p2, p3));
+        if (a) _mm_storeu_si128(reinterpret_cast<__m128i*>(a + x), PlaneOf16<24>(p0, p1, p2, p3));
+    }
+    SplitRowPlain(src + x, w - x, a ? a + x : nullptr, r + x, g + x, b + x);
+}
+
+// Eight pixels as four quarters of eight bytes each: blue, green | red, alpha.
+VM_TARGET_AVX2 inline __m256i GroupChannels(const CPixel* p)
+{
+    const __m256i byChannel = _mm256_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15, //
+                                               0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    return _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(v, byChannel), _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+}
+
+VM_TARGET_AVX2 void SplitRowAvx2(const CPixel* src, uint32_t w, uint8_t* a, uint8_t* r, uint8_t* g, uint8_t* b)
+{
+    uint32_t x = 0;
+    for (; x + 32 <= w; x += 32) {
+        const __m256i v0 = GroupChannels(src + x), v1 = GroupChannels(src + x + 8);
+        const __m256i v2 = GroupChannels(src + x + 16), v3 = GroupChannels(src + x + 24);
+        const __m256i br01 = _mm256_unpacklo_epi64(v0, v1), ga01 = _mm256_unpackhi_epi64(v0, v1);
+        const __m256i br23 = _mm256_unpacklo_epi64(v2, v3), ga23 = _mm256_unpackhi_epi64(v2, v3);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(b + x), _mm256_permute2x128_si256(br01, br23, 0x20));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(r + x), _mm256_permute2x128_si256(br01, br23, 0x31));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(g + x), _mm256_permute2x128_si256(ga01, ga23, 0x20));
+        if (a) _mm256_storeu_si256(reinterpret_cast<__m256i*>(a + x), _mm256_permute2x128_si256(ga01, ga23, 0x31));
+    }
+    SplitRowSse2(src + x, w - x, a ? a + x : nullptr, r + x, g + x, b + x);
+}
+#endif
+
+void SplitRow(const CPixel* src, uint32_t w, uint8_t* a, uint8_t* r, uint8_t* g, uint8_t* b)
+{
+#if VM_SIMD_X86
+    switch (vmsimd::CurrentLevel()) {
+    case vmsimd::kAvx2: SplitRowAvx2(src, w, a, r, g, b); return;
+    case vmsimd::kSse2: SplitRowSse2(src, w, a, r, g, b); return;
+    default: break;
+    }
+#endif
+    SplitRowPlain(src, w, a, r, g, b);
 }
 
 // Channels alpha, red, green, blue with withAlpha, else red, green, blue.
@@ -130,9 +200,6 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
     const int count = stack.GetLayerCount();
     if (count < 1 || stack.GetWidth() < 1 || stack.GetHeight() < 1) return Failed(reason, "the document is empty");
     try {
-        COLImage composite;
-        if (!MergeLayers(&stack, &composite, 0)) return Failed(reason, "out of memory");
-
         psd::CByteSink head;
         head.Text("8BPS");
         head.U16(1);
@@ -218,7 +285,10 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
         Put32(file, long(sectionAt) + 4, layerInfo);
         file.Seek(end);
 
-        // The merged picture, opaque as the program shows it.
+        // The merged picture, opaque as the program shows it. It is merged only now, while the disk takes the
+        // layers handed to it above. A failure still leaves no file: the temporary is removed unless committed.
+        COLImage composite;
+        if (!MergeLayers(&stack, &composite, 0)) return Failed(reason, "out of memory");
         Encode(composite, false, e);
         const uint8_t rle[2] = {0, 1};
         file.Write(rle, 2);
