@@ -43,7 +43,7 @@ namespace plain {
 
 // The first position j >= from with src[j] == src[j + 1] == src[j + 2], or n when there is none. Eight positions
 // are tested at once: a byte of (a ^ b) | (b ^ c) is zero exactly where three equal bytes begin.
-size_t FindRun(const uint8_t* src, size_t from, size_t n)
+inline size_t FindRun(const uint8_t* src, size_t from, size_t n)
 {
     size_t j = from;
     if constexpr (std::endian::native == std::endian::little) {
@@ -66,7 +66,7 @@ size_t FindRun(const uint8_t* src, size_t from, size_t n)
 }
 
 // The first position from `from` on whose byte differs from v, or limit.
-size_t RunEnd(const uint8_t* src, size_t from, size_t limit, uint8_t v)
+inline size_t RunEnd(const uint8_t* src, size_t from, size_t limit, uint8_t v)
 {
     while (from < limit && src[from] == v)
         ++from;
@@ -79,7 +79,7 @@ size_t RunEnd(const uint8_t* src, size_t from, size_t limit, uint8_t v)
 namespace sse2 {
 
 // Sixteen positions at a time: a set bit of the mask marks a position where three equal bytes begin.
-VM_TARGET_SSE2 size_t FindRun(const uint8_t* src, size_t from, size_t n)
+VM_TARGET_SSE2 inline size_t FindRun(const uint8_t* src, size_t from, size_t n)
 {
     size_t j = from;
     for (; j + 18 <= n; j += 16) {
@@ -92,7 +92,7 @@ VM_TARGET_SSE2 size_t FindRun(const uint8_t* src, size_t from, size_t n)
     return plain::FindRun(src, j, n);
 }
 
-VM_TARGET_SSE2 size_t RunEnd(const uint8_t* src, size_t from, size_t limit, uint8_t v)
+VM_TARGET_SSE2 inline size_t RunEnd(const uint8_t* src, size_t from, size_t limit, uint8_t v)
 {
     const __m128i value = _mm_set1_epi8(static_cast<char>(v));
     for (; from + 16 <= limit; from += 16) {
@@ -107,7 +107,7 @@ VM_TARGET_SSE2 size_t RunEnd(const uint8_t* src, size_t from, size_t limit, uint
 
 namespace avx2 {
 
-VM_TARGET_AVX2 size_t FindRun(const uint8_t* src, size_t from, size_t n)
+VM_TARGET_AVX2 inline size_t FindRun(const uint8_t* src, size_t from, size_t n)
 {
     size_t j = from;
     for (; j + 34 <= n; j += 32) {
@@ -121,7 +121,7 @@ VM_TARGET_AVX2 size_t FindRun(const uint8_t* src, size_t from, size_t n)
     return sse2::FindRun(src, j, n);
 }
 
-VM_TARGET_AVX2 size_t RunEnd(const uint8_t* src, size_t from, size_t limit, uint8_t v)
+VM_TARGET_AVX2 inline size_t RunEnd(const uint8_t* src, size_t from, size_t limit, uint8_t v)
 {
     const __m256i value = _mm256_set1_epi8(static_cast<char>(v));
     for (; from + 32 <= limit; from += 32) {
@@ -156,11 +156,9 @@ inline void CopyShort(uint8_t* __restrict dst, const uint8_t* __restrict src, si
     }
 }
 
-using FindRunFn = size_t (*)(const uint8_t*, size_t, size_t);
-using RunEndFn = size_t (*)(const uint8_t*, size_t, size_t, uint8_t);
-
-template <FindRunFn FindRun, RunEndFn RunEnd>
-size_t Encode(uint8_t* dst, const uint8_t* src, size_t n)
+// The encoder, written once and inlined into one function per instruction set so that the scans inline too.
+template <size_t (*FindRun)(const uint8_t*, size_t, size_t), size_t (*RunEnd)(const uint8_t*, size_t, size_t, uint8_t)>
+[[gnu::always_inline]] inline size_t Encode(uint8_t* dst, const uint8_t* src, size_t n)
 {
     uint8_t* out = dst;
     size_t i = 0;
@@ -187,16 +185,33 @@ size_t Encode(uint8_t* dst, const uint8_t* src, size_t n)
     return static_cast<size_t>(out - dst);
 }
 
+size_t EncodePlain(uint8_t* dst, const uint8_t* src, size_t n)
+{
+    return Encode<plain::FindRun, plain::RunEnd>(dst, src, n);
+}
+
+#if VM_SIMD_X86
+VM_TARGET_SSE2 size_t EncodeSse2(uint8_t* dst, const uint8_t* src, size_t n)
+{
+    return Encode<sse2::FindRun, sse2::RunEnd>(dst, src, n);
+}
+
+VM_TARGET_AVX2 size_t EncodeAvx2(uint8_t* dst, const uint8_t* src, size_t n)
+{
+    return Encode<avx2::FindRun, avx2::RunEnd>(dst, src, n);
+}
+#endif
+
 } // namespace
 
 size_t EncodePackBits(uint8_t* dst, const uint8_t* src, size_t n)
 {
 #if VM_SIMD_X86
     switch (vmsimd::CurrentLevel()) {
-    case vmsimd::kAvx2: return Encode<avx2::FindRun, avx2::RunEnd>(dst, src, n);
-    case vmsimd::kSse2: return Encode<sse2::FindRun, sse2::RunEnd>(dst, src, n);
+    case vmsimd::kAvx2: return EncodeAvx2(dst, src, n);
+    case vmsimd::kSse2: return EncodeSse2(dst, src, n);
     default: break;
     }
 #endif
-    return Encode<plain::FindRun, plain::RunEnd>(dst, src, n);
+    return EncodePlain(dst, src, n);
 }
