@@ -1,9 +1,13 @@
 #include "interchange/psd_layered_writer.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
+#include <sys/mman.h>
 #include <vector>
 
 #include "document/compositor.h"
@@ -23,6 +27,7 @@
 namespace {
 
 constexpr size_t kRowsPerBlock = 32;
+constexpr size_t kHugePage = size_t(2) << 20;
 
 // One picture's channels as PackBits rows: a row length per channel and row, and the data in blocks of rows that
 // are encoded in parallel, each into its own slot of one buffer that is kept from picture to picture. The bytes do
@@ -34,7 +39,7 @@ struct CEncoded {
     size_t slot = 0;                  // bytes a block of one channel may take
     std::vector<uint16_t> rowLengths; // channel-major: channel * height + row
     std::vector<size_t> used;         // block * channels + channel
-    std::unique_ptr<uint8_t[]> arena; // uninitialised: only what the encoder wrote is ever read
+    std::unique_ptr<uint8_t, decltype(&std::free)> arena{nullptr, &std::free}; // only what was written is read
     size_t arenaSize = 0;
 
     uint8_t* Slot(size_t block, int c) const { return arena.get() + (block * size_t(channels) + size_t(c)) * slot; }
@@ -127,8 +132,10 @@ void SplitRow(const CPixel* src, uint32_t w, uint8_t* a, uint8_t* r, uint8_t* g,
     SplitRowPlain(src, w, a, r, g, b);
 }
 
-// Channels alpha, red, green, blue with withAlpha, else red, green, blue.
-void Encode(const COLImage& image, bool withAlpha, CEncoded& out)
+// Channels alpha, red, green, blue with withAlpha, else red, green, blue. `alongside`, when given, runs first on the
+// calling thread (it writes the picture encoded before, from another buffer); the blocks go to whichever thread is
+// free, so the other threads encode meanwhile and the calling one joins them when its writing is done.
+void Encode(const COLImage& image, bool withAlpha, CEncoded& out, const std::function<void()>& alongside = {})
 {
     const int channels = withAlpha ? 4 : 3;
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
@@ -140,13 +147,22 @@ void Encode(const COLImage& image, bool withAlpha, CEncoded& out)
     out.used.assign(out.blockCount * size_t(channels), 0);
     const size_t need = out.slot * out.blockCount * size_t(channels);
     if (need > out.arenaSize) {
-        out.arena.reset(new uint8_t[need]);
+        // Whole huge pages where the system gives them: the arena is tens of megabytes, touched once per save, and
+        // small pages would cost a fault each.
+        const size_t size = (need + kHugePage - 1) / kHugePage * kHugePage;
+        out.arena.reset(static_cast<uint8_t*>(std::aligned_alloc(kHugePage, size)));
+        if (!out.arena) throw std::bad_alloc();
+#ifdef MADV_HUGEPAGE
+        madvise(out.arena.get(), size, MADV_HUGEPAGE);
+#endif
         out.arenaSize = need;
     }
-    vmpar::ParallelFor(out.blockCount, 1, [&](size_t b0, size_t b1, unsigned) {
+    std::atomic<size_t> next{0};
+    vmpar::ParallelFor(vmpar::WorkerCount(), 1, [&](size_t, size_t, unsigned part) {
+        if (part == 0 && alongside) alongside();
         std::vector<uint8_t> rows(size_t(w) * 4);
         uint8_t* plane[4] = {rows.data(), rows.data() + w, rows.data() + 2 * size_t(w), rows.data() + 3 * size_t(w)};
-        for (size_t b = b0; b < b1; ++b) {
+        for (size_t b; (b = next.fetch_add(1, std::memory_order_relaxed)) < out.blockCount;) {
             const uint32_t y0 = uint32_t(b * kRowsPerBlock);
             const uint32_t y1 = std::min<uint32_t>(h, y0 + uint32_t(kRowsPerBlock));
             for (uint32_t y = y0; y < y1; ++y) {
@@ -253,43 +269,61 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
         CSafeFileWriter file;
         if (!file.Open(path)) return Failed(reason, "cannot create the file (folder missing or no permission)");
         file.Write(head.Data(), head.Size());
-        CEncoded e; // one buffer for every layer and the merged picture
+        // Two buffers: one layer is written from one while the next is encoded into the other.
+        CEncoded buffers[2];
+        CEncoded* pending = nullptr; // encoded, not yet written
+        int pendingLayer = -1;
+        const auto writePending = [&] {
+            if (!pending) return;
+            for (int c = 0; c < 4; ++c) {
+                WriteChannel(file, *pending, c);
+                const long end = file.Tell();
+                Put32(file, long(lengthAt[size_t(pendingLayer) * 4 + size_t(c)]),
+                      uint32_t(2 + 2 * uint64_t(pending->height) + pending->ChannelBytes(c)));
+                file.Seek(end);
+            }
+            file.StartWriteback(); // the disk takes this layer while the next one is encoded
+            pending = nullptr;
+        };
+        const auto freeBuffer = [&]() -> CEncoded& { return pending == &buffers[0] ? buffers[1] : buffers[0]; };
         for (int i = 0; i < count; ++i) {
             const CLayer* layer = stack.GetLayer(i);
             if (layer->m_image.IsNull()) {
+                writePending();
                 const uint8_t raw[8] = {};
                 file.Write(raw, sizeof raw); // four empty channels: a compression word each
                 continue;
             }
-            Encode(layer->m_image, true, e);
-            for (int c = 0; c < 4; ++c) {
-                WriteChannel(file, e, c);
-                const long end = file.Tell();
-                Put32(file, long(lengthAt[size_t(i) * 4 + size_t(c)]),
-                      uint32_t(2 + 2 * uint64_t(e.height) + e.ChannelBytes(c)));
-                file.Seek(end);
+            CEncoded& e = freeBuffer();
+            Encode(layer->m_image, true, e, writePending);
+            pending = &e;
+            pendingLayer = i;
+        }
+        // The last layer, then the end of the layer information.
+        const auto finishLayers = [&] {
+            writePending();
+            long end = file.Tell();
+            uint32_t layerInfo = uint32_t(end - long(sectionAt) - 8);
+            if (layerInfo % 2) { // the layer information is padded to an even length
+                const uint8_t zero = 0;
+                file.Write(&zero, 1);
+                ++layerInfo;
             }
-            file.StartWriteback(); // the disk takes this layer while the next one is encoded
-        }
-        long end = file.Tell();
-        uint32_t layerInfo = uint32_t(end - long(sectionAt) - 8);
-        if (layerInfo % 2) { // the layer information is padded to an even length
-            const uint8_t zero = 0;
-            file.Write(&zero, 1);
-            ++layerInfo;
-        }
-        const uint8_t globalMask[4] = {};
-        file.Write(globalMask, 4);
-        end = file.Tell();
-        Put32(file, long(sectionAt), layerInfo + 8);
-        Put32(file, long(sectionAt) + 4, layerInfo);
-        file.Seek(end);
+            const uint8_t globalMask[4] = {};
+            file.Write(globalMask, 4);
+            end = file.Tell();
+            Put32(file, long(sectionAt), layerInfo + 8);
+            Put32(file, long(sectionAt) + 4, layerInfo);
+            file.Seek(end);
+        };
 
         // The merged picture, opaque as the program shows it. It is merged only now, while the disk takes the
-        // layers handed to it above. A failure still leaves no file: the temporary is removed unless committed.
+        // layers handed to it above, and encoded while the last layer is written. A failure still leaves no file:
+        // the temporary is removed unless committed.
         COLImage composite;
         if (!MergeLayers(&stack, &composite, 0)) return Failed(reason, "out of memory");
-        Encode(composite, false, e);
+        CEncoded& e = freeBuffer();
+        Encode(composite, false, e, finishLayers);
         const uint8_t rle[2] = {0, 1};
         file.Write(rle, 2);
         for (int c = 0; c < 3; ++c) {
