@@ -45,8 +45,9 @@ void PreferHugePages(void* p, size_t bytes)
 }
 
 // One picture's channels as PackBits rows: a row length per channel and row, and the data in blocks of rows that
-// are encoded in parallel, each into its own slot of one buffer that is kept from picture to picture. The bytes do
-// not depend on how the blocks are spread over threads.
+// are encoded in parallel, each into its own slot of a buffer that is kept from picture to picture (two take turns,
+// so that one is written while the other is filled). The bytes do not depend on how the blocks are spread over
+// threads.
 struct CEncoded {
     int channels = 0;
     uint32_t height = 0;
@@ -54,7 +55,8 @@ struct CEncoded {
     size_t slot = 0;                  // bytes a block of one channel may take
     std::vector<uint16_t> rowLengths; // channel-major: channel * height + row
     std::vector<size_t> used;         // block * channels + channel
-    std::unique_ptr<uint8_t, decltype(&std::free)> arena{nullptr, &std::free}; // only what was written is read
+    // Uninitialised: only what the encoder wrote is ever read.
+    std::unique_ptr<uint8_t, decltype(&std::free)> arena{nullptr, &std::free};
     size_t arenaSize = 0;
 
     uint8_t* Slot(size_t block, int c) const { return arena.get() + (block * size_t(channels) + size_t(c)) * slot; }
@@ -68,8 +70,8 @@ struct CEncoded {
 };
 
 // Splits a row of pixels into its planes: alpha (when wanted), red, green, blue, the order of PSD channels.
-void SplitRowPlain(const CPixel* src, uint32_t w, uint8_t* __restrict a, uint8_t* __restrict r,
-                   uint8_t* __restrict g, uint8_t* __restrict b)
+void SplitRowPlain(const CPixel* src, uint32_t w, uint8_t* __restrict a, uint8_t* __restrict r, uint8_t* __restrict g,
+                   uint8_t* __restrict b)
 {
     if (a)
         for (uint32_t x = 0; x < w; ++x)
@@ -85,8 +87,7 @@ void SplitRowPlain(const CPixel* src, uint32_t w, uint8_t* __restrict a, uint8_t
 #if VM_SIMD_X86
 // One byte of each of four vectors of four pixels (blue 0, green 8, red 16, alpha 24): the lanes hold byte
 // values, so neither pack saturates.
-template <int Shift>
-VM_TARGET_SSE2 inline __m128i PlaneOf16(__m128i p0, __m128i p1, __m128i p2, __m128i p3)
+template <int Shift> VM_TARGET_SSE2 inline __m128i PlaneOf16(__m128i p0, __m128i p1, __m128i p2, __m128i p3)
 {
     const __m128i low = _mm_set1_epi32(0xFF);
     const __m128i a = _mm_and_si128(_mm_srli_epi32(p0, Shift), low), b = _mm_and_si128(_mm_srli_epi32(p1, Shift), low);
