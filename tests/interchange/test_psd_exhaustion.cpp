@@ -60,9 +60,10 @@ int RunChild(const std::string& folder, size_t spare)
     std::string reason;
     const long result = WriteLayeredPsd(target.string(), doc, &reason);
     setrlimit(RLIMIT_AS, &old);
-    if (result == kOk)
-        return vmtest::ReadAll(target.string()) == vmtest::ReadAll((dir / "reference.psd").string()) ? kSucceeded
-                                                                                                      : kWrongFile;
+    if (result == kOk) {
+        const bool same = vmtest::ReadAll(target.string()) == vmtest::ReadAll((dir / "reference.psd").string());
+        return same ? kSucceeded : kWrongFile;
+    }
     return std::filesystem::is_empty(target.parent_path()) && !reason.empty() ? kFailedCleanly : kFileLeft;
 }
 
