@@ -1,9 +1,13 @@
 #include "interchange/psd_layered_writer.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <new>
+#include <sys/mman.h>
 #include <vector>
 
 #include "document/compositor.h"
@@ -14,14 +18,36 @@
 #include "interchange/packbits.h"
 #include "interchange/psd_format.h"
 #include "runtime/parallel_for.h"
+#include "runtime/simd_level.h"
+
+#if VM_SIMD_X86
+#include <immintrin.h>
+#endif
 
 namespace {
 
 constexpr size_t kRowsPerBlock = 32;
+constexpr size_t kHugePage = size_t(2) << 20;
+
+// Asks for huge pages over the whole 2 MiB pages inside [p, p + bytes), where the system gives them. The buffers
+// of a save are tens of megabytes, filled once: small pages would cost a fault each, two when first read.
+void PreferHugePages(void* p, size_t bytes)
+{
+#ifdef MADV_HUGEPAGE
+    const uintptr_t a = reinterpret_cast<uintptr_t>(p);
+    const uintptr_t first = (a + kHugePage - 1) & ~uintptr_t(kHugePage - 1);
+    const uintptr_t last = (a + bytes) & ~uintptr_t(kHugePage - 1);
+    if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+#else
+    (void)p;
+    (void)bytes;
+#endif
+}
 
 // One picture's channels as PackBits rows: a row length per channel and row, and the data in blocks of rows that
-// are encoded in parallel, each into its own slot of one buffer that is kept from picture to picture. The bytes do
-// not depend on how the blocks are spread over threads.
+// are encoded in parallel, each into its own slot of a buffer that is kept from picture to picture (two take turns,
+// so that one is written while the other is filled). The bytes do not depend on how the blocks are spread over
+// threads.
 struct CEncoded {
     int channels = 0;
     uint32_t height = 0;
@@ -29,7 +55,8 @@ struct CEncoded {
     size_t slot = 0;                  // bytes a block of one channel may take
     std::vector<uint16_t> rowLengths; // channel-major: channel * height + row
     std::vector<size_t> used;         // block * channels + channel
-    std::unique_ptr<uint8_t[]> arena; // uninitialised: only what the encoder wrote is ever read
+    // Uninitialised: only what the encoder wrote is ever read.
+    std::unique_ptr<uint8_t, decltype(&std::free)> arena{nullptr, &std::free};
     size_t arenaSize = 0;
 
     uint8_t* Slot(size_t block, int c) const { return arena.get() + (block * size_t(channels) + size_t(c)) * slot; }
@@ -43,8 +70,8 @@ struct CEncoded {
 };
 
 // Splits a row of pixels into its planes: alpha (when wanted), red, green, blue, the order of PSD channels.
-void SplitRow(const CPixel* src, uint32_t w, uint8_t* __restrict a, uint8_t* __restrict r, uint8_t* __restrict g,
-              uint8_t* __restrict b)
+void SplitRowPlain(const CPixel* src, uint32_t w, uint8_t* __restrict a, uint8_t* __restrict r, uint8_t* __restrict g,
+                   uint8_t* __restrict b)
 {
     if (a)
         for (uint32_t x = 0; x < w; ++x)
@@ -57,8 +84,74 @@ void SplitRow(const CPixel* src, uint32_t w, uint8_t* __restrict a, uint8_t* __r
     }
 }
 
-// Channels alpha, red, green, blue with withAlpha, else red, green, blue.
-void Encode(const COLImage& image, bool withAlpha, CEncoded& out)
+#if VM_SIMD_X86
+// One byte of each of four vectors of four pixels (blue 0, green 8, red 16, alpha 24): the lanes hold byte
+// values, so neither pack saturates.
+template <int Shift> VM_TARGET_SSE2 inline __m128i PlaneOf16(__m128i p0, __m128i p1, __m128i p2, __m128i p3)
+{
+    const __m128i low = _mm_set1_epi32(0xFF);
+    const __m128i a = _mm_and_si128(_mm_srli_epi32(p0, Shift), low), b = _mm_and_si128(_mm_srli_epi32(p1, Shift), low);
+    const __m128i c = _mm_and_si128(_mm_srli_epi32(p2, Shift), low), d = _mm_and_si128(_mm_srli_epi32(p3, Shift), low);
+    return _mm_packus_epi16(_mm_packs_epi32(a, b), _mm_packs_epi32(c, d));
+}
+
+VM_TARGET_SSE2 void SplitRowSse2(const CPixel* src, uint32_t w, uint8_t* a, uint8_t* r, uint8_t* g, uint8_t* b)
+{
+    uint32_t x = 0;
+    for (; x + 16 <= w; x += 16) {
+        const auto* p = reinterpret_cast<const __m128i*>(src + x);
+        const __m128i p0 = _mm_loadu_si128(p), p1 = _mm_loadu_si128(p + 1);
+        const __m128i p2 = _mm_loadu_si128(p + 2), p3 = _mm_loadu_si128(p + 3);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(b + x), PlaneOf16<0>(p0, p1, p2, p3));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(g + x), PlaneOf16<8>(p0, p1, p2, p3));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(r + x), PlaneOf16<16>(p0, p1, p2, p3));
+        if (a) _mm_storeu_si128(reinterpret_cast<__m128i*>(a + x), PlaneOf16<24>(p0, p1, p2, p3));
+    }
+    SplitRowPlain(src + x, w - x, a ? a + x : nullptr, r + x, g + x, b + x);
+}
+
+// Eight pixels as four quarters of eight bytes each: blue, green | red, alpha.
+VM_TARGET_AVX2 inline __m256i GroupChannels(const CPixel* p)
+{
+    const __m256i byChannel = _mm256_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15, //
+                                               0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    return _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(v, byChannel), _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+}
+
+VM_TARGET_AVX2 void SplitRowAvx2(const CPixel* src, uint32_t w, uint8_t* a, uint8_t* r, uint8_t* g, uint8_t* b)
+{
+    uint32_t x = 0;
+    for (; x + 32 <= w; x += 32) {
+        const __m256i v0 = GroupChannels(src + x), v1 = GroupChannels(src + x + 8);
+        const __m256i v2 = GroupChannels(src + x + 16), v3 = GroupChannels(src + x + 24);
+        const __m256i br01 = _mm256_unpacklo_epi64(v0, v1), ga01 = _mm256_unpackhi_epi64(v0, v1);
+        const __m256i br23 = _mm256_unpacklo_epi64(v2, v3), ga23 = _mm256_unpackhi_epi64(v2, v3);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(b + x), _mm256_permute2x128_si256(br01, br23, 0x20));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(r + x), _mm256_permute2x128_si256(br01, br23, 0x31));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(g + x), _mm256_permute2x128_si256(ga01, ga23, 0x20));
+        if (a) _mm256_storeu_si256(reinterpret_cast<__m256i*>(a + x), _mm256_permute2x128_si256(ga01, ga23, 0x31));
+    }
+    SplitRowSse2(src + x, w - x, a ? a + x : nullptr, r + x, g + x, b + x);
+}
+#endif
+
+void SplitRow(const CPixel* src, uint32_t w, uint8_t* a, uint8_t* r, uint8_t* g, uint8_t* b)
+{
+#if VM_SIMD_X86
+    switch (vmsimd::CurrentLevel()) {
+    case vmsimd::kAvx2: SplitRowAvx2(src, w, a, r, g, b); return;
+    case vmsimd::kSse2: SplitRowSse2(src, w, a, r, g, b); return;
+    default: break;
+    }
+#endif
+    SplitRowPlain(src, w, a, r, g, b);
+}
+
+// Channels alpha, red, green, blue with withAlpha, else red, green, blue. `alongside`, when given, runs first on the
+// calling thread (it writes the picture encoded before, from another buffer); the blocks go to whichever thread is
+// free, so the other threads encode meanwhile and the calling one joins them when its writing is done.
+void Encode(const COLImage& image, bool withAlpha, CEncoded& out, const std::function<void()>& alongside = {})
 {
     const int channels = withAlpha ? 4 : 3;
     const uint32_t w = image.GetWidth(), h = image.GetHeight();
@@ -70,13 +163,18 @@ void Encode(const COLImage& image, bool withAlpha, CEncoded& out)
     out.used.assign(out.blockCount * size_t(channels), 0);
     const size_t need = out.slot * out.blockCount * size_t(channels);
     if (need > out.arenaSize) {
-        out.arena.reset(new uint8_t[need]);
+        const size_t size = (need + kHugePage - 1) / kHugePage * kHugePage;
+        out.arena.reset(static_cast<uint8_t*>(std::aligned_alloc(kHugePage, size)));
+        if (!out.arena) throw std::bad_alloc();
+        PreferHugePages(out.arena.get(), size);
         out.arenaSize = need;
     }
-    vmpar::ParallelFor(out.blockCount, 1, [&](size_t b0, size_t b1, unsigned) {
+    std::atomic<size_t> next{0};
+    vmpar::ParallelFor(vmpar::WorkerCount(), 1, [&](size_t, size_t, unsigned part) {
+        if (part == 0 && alongside) alongside();
         std::vector<uint8_t> rows(size_t(w) * 4);
         uint8_t* plane[4] = {rows.data(), rows.data() + w, rows.data() + 2 * size_t(w), rows.data() + 3 * size_t(w)};
-        for (size_t b = b0; b < b1; ++b) {
+        for (size_t b; (b = next.fetch_add(1, std::memory_order_relaxed)) < out.blockCount;) {
             const uint32_t y0 = uint32_t(b * kRowsPerBlock);
             const uint32_t y1 = std::min<uint32_t>(h, y0 + uint32_t(kRowsPerBlock));
             for (uint32_t y = y0; y < y1; ++y) {
@@ -130,9 +228,6 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
     const int count = stack.GetLayerCount();
     if (count < 1 || stack.GetWidth() < 1 || stack.GetHeight() < 1) return Failed(reason, "the document is empty");
     try {
-        COLImage composite;
-        if (!MergeLayers(&stack, &composite, 0)) return Failed(reason, "out of memory");
-
         psd::CByteSink head;
         head.Text("8BPS");
         head.U16(1);
@@ -186,40 +281,64 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
         CSafeFileWriter file;
         if (!file.Open(path)) return Failed(reason, "cannot create the file (folder missing or no permission)");
         file.Write(head.Data(), head.Size());
-        CEncoded e; // one buffer for every layer and the merged picture
+        // Two buffers: one layer is written from one while the next is encoded into the other.
+        CEncoded buffers[2];
+        CEncoded* pending = nullptr; // encoded, not yet written
+        int pendingLayer = -1;
+        const auto writePending = [&] {
+            if (!pending) return;
+            for (int c = 0; c < 4; ++c) {
+                WriteChannel(file, *pending, c);
+                const long end = file.Tell();
+                Put32(file, long(lengthAt[size_t(pendingLayer) * 4 + size_t(c)]),
+                      uint32_t(2 + 2 * uint64_t(pending->height) + pending->ChannelBytes(c)));
+                file.Seek(end);
+            }
+            file.StartWriteback(); // the disk takes this layer while the next one is encoded
+            pending = nullptr;
+        };
+        const auto freeBuffer = [&]() -> CEncoded& { return pending == &buffers[0] ? buffers[1] : buffers[0]; };
         for (int i = 0; i < count; ++i) {
             const CLayer* layer = stack.GetLayer(i);
             if (layer->m_image.IsNull()) {
+                writePending();
                 const uint8_t raw[8] = {};
                 file.Write(raw, sizeof raw); // four empty channels: a compression word each
                 continue;
             }
-            Encode(layer->m_image, true, e);
-            for (int c = 0; c < 4; ++c) {
-                WriteChannel(file, e, c);
-                const long end = file.Tell();
-                Put32(file, long(lengthAt[size_t(i) * 4 + size_t(c)]),
-                      uint32_t(2 + 2 * uint64_t(e.height) + e.ChannelBytes(c)));
-                file.Seek(end);
+            CEncoded& e = freeBuffer();
+            Encode(layer->m_image, true, e, writePending);
+            pending = &e;
+            pendingLayer = i;
+        }
+        // The last layer, then the end of the layer information.
+        const auto finishLayers = [&] {
+            writePending();
+            long end = file.Tell();
+            uint32_t layerInfo = uint32_t(end - long(sectionAt) - 8);
+            if (layerInfo % 2) { // the layer information is padded to an even length
+                const uint8_t zero = 0;
+                file.Write(&zero, 1);
+                ++layerInfo;
             }
-            file.StartWriteback(); // the disk takes this layer while the next one is encoded
-        }
-        long end = file.Tell();
-        uint32_t layerInfo = uint32_t(end - long(sectionAt) - 8);
-        if (layerInfo % 2) { // the layer information is padded to an even length
-            const uint8_t zero = 0;
-            file.Write(&zero, 1);
-            ++layerInfo;
-        }
-        const uint8_t globalMask[4] = {};
-        file.Write(globalMask, 4);
-        end = file.Tell();
-        Put32(file, long(sectionAt), layerInfo + 8);
-        Put32(file, long(sectionAt) + 4, layerInfo);
-        file.Seek(end);
+            const uint8_t globalMask[4] = {};
+            file.Write(globalMask, 4);
+            end = file.Tell();
+            Put32(file, long(sectionAt), layerInfo + 8);
+            Put32(file, long(sectionAt) + 4, layerInfo);
+            file.Seek(end);
+        };
 
-        // The merged picture, opaque as the program shows it.
-        Encode(composite, false, e);
+        // The merged picture, opaque as the program shows it. It is merged only now, while the disk takes the
+        // layers handed to it above, and encoded while the last layer is written. A failure still leaves no file:
+        // the temporary is removed unless committed.
+        COLImage composite;
+        const COLImage& base = stack.GetLayer(0)->m_image; // the merge keeps a buffer of the right size
+        if (!base.IsNull() && composite.Create(base.GetWidth(), base.GetHeight()) == kOk)
+            PreferHugePages(composite.GetBuffer(), composite.GetAreaByteSize());
+        if (!MergeLayers(&stack, &composite, 0)) return Failed(reason, "out of memory");
+        CEncoded& e = freeBuffer();
+        Encode(composite, false, e, finishLayers);
         const uint8_t rle[2] = {0, 1};
         file.Write(rle, 2);
         for (int c = 0; c < 3; ++c) {

@@ -1,8 +1,10 @@
+#include <algorithm>
 #include <cstdint>
 #include <gtest/gtest.h>
 #include <vector>
 
 #include "interchange/packbits.h"
+#include "support/runtime_limits.h"
 
 namespace {
 
@@ -16,6 +18,12 @@ std::vector<std::vector<uint8_t>> Rows()
         for (size_t i = 0; i < n; ++i)
             lit[i] = uint8_t(i * 7 + i / 3);
         rows.push_back(lit);
+    }
+    for (size_t n = 1; n <= 130; ++n) { // a literal of every length, then a run
+        std::vector<uint8_t> row(n + 3, 200);
+        for (size_t i = 0; i < n; ++i)
+            row[i] = uint8_t(i * 7 + i / 3);
+        rows.push_back(row);
     }
     uint32_t seed = 99;
     for (int r = 0; r < 200; ++r) {
@@ -78,4 +86,39 @@ TEST(PackBits, DecodeStopsAtEitherEndAndSkipsTheNoOp)
     EXPECT_EQ(out[1], 2);
     const uint8_t dangling[] = {0xFE};
     EXPECT_EQ(DecodePackBits(out, 16, dangling, sizeof dangling), 0u);
+}
+
+TEST(PackBits, EveryVectorLevelEncodesAsThePlainOne)
+{
+    // A run of 2, 3, 128 or 129 bytes at every offset across two 32-byte steps, in rows whose other bytes hold no
+    // run of three, and in rows that end at, just after or inside the run, so runs straddle each step and row end.
+    std::vector<std::vector<uint8_t>> rows;
+    for (size_t len : {2u, 3u, 128u, 129u})
+        for (size_t at = 0; at < 70; ++at)
+            for (size_t tail : {0u, 1u, 2u, 37u}) {
+                std::vector<uint8_t> row(at + len + tail);
+                for (size_t i = 0; i < row.size(); ++i)
+                    row[i] = uint8_t(i % 2 ? i : 255 - i);
+                std::fill_n(row.begin() + std::ptrdiff_t(at), len, uint8_t(7));
+                rows.push_back(row);
+                row.resize(at + len - len / 2); // cut inside the run
+                rows.push_back(row);
+            }
+    std::vector<std::vector<uint8_t>> plain;
+    {
+        vmtest::SimdCap cap(vmsimd::kPlain);
+        for (const auto& row : rows) {
+            std::vector<uint8_t> packed(PackBitsBound(row.size()));
+            packed.resize(EncodePackBits(packed.data(), row.data(), row.size()));
+            plain.push_back(packed);
+        }
+    }
+    for (int level : {vmsimd::kSse2, vmsimd::kAvx2}) {
+        vmtest::SimdCap cap(level);
+        for (size_t r = 0; r < rows.size(); ++r) {
+            std::vector<uint8_t> packed(PackBitsBound(rows[r].size()));
+            packed.resize(EncodePackBits(packed.data(), rows[r].data(), rows[r].size()));
+            ASSERT_EQ(packed, plain[r]) << "level " << level << ", row " << r << " of " << rows[r].size();
+        }
+    }
 }

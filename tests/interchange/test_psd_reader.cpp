@@ -10,6 +10,7 @@
 #include "interchange/psd_layered_writer.h"
 #include "interchange/psd_reader.h"
 #include "interchange/psd_writer.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 #include "test_psd_builder.h"
 
@@ -160,6 +161,41 @@ TEST(PsdReader, LayeredFileRoundTripsEveryLayer)
     EXPECT_EQ(Name(back.GetLayer(3)), "Empty");
     EXPECT_EQ(back.GetLayer(3)->m_opacity, 0);
     EXPECT_EQ(back.GetLayer(3)->m_image.GetWidth(), 1u);
+}
+
+TEST(PsdReader, LayeredFileIsTheSameAtEveryVectorLevelAndSplit)
+{
+    // 83 columns: two 32-pixel steps, one of 16 and three single pixels per row; flat spans make runs that cross
+    // the steps. Every channel differs, so a swapped plane shows. Three blocks of rows per picture, and an empty
+    // layer between two with pixels, so the writing of one layer beside the encoding of the next is in play.
+    vmtest::TempDir dir;
+    CLayerStack doc;
+    ASSERT_EQ(doc.NewDocument(83, 70, 0xFF000000u), 1);
+    vmtest::FillNoise(doc.GetLayer(0)->m_image, 83, 70, 6);
+    ASSERT_TRUE(doc.InsertLayer(new CLayer(), 0));
+    auto* l = new CLayer();
+    vmtest::FillNoise(l->m_image, 83, 70, 5);
+    for (uint32_t y = 0; y < 70; ++y)
+        for (uint32_t x = 20 + y % 7; x < 70; ++x)
+            *l->m_image.GetBuffer(x, y) = CPixel::Make(uint8_t(y), 40, uint8_t(90 + y), x < 50 ? 255 : 0);
+    l->m_opacity = 200;
+    ASSERT_TRUE(doc.InsertLayer(l, 1));
+    std::vector<uint8_t> first;
+    std::string firstPath;
+    vmtest::ForEachLevelAndSplit([&](const std::string& label) {
+        const std::string path = dir.File(std::to_string(first.empty()) + ".psd");
+        ASSERT_EQ(WriteLayeredPsd(path, doc), kOk) << label;
+        if (first.empty()) {
+            first = vmtest::ReadAll(path);
+            firstPath = path;
+        } else {
+            EXPECT_EQ(vmtest::ReadAll(path), first) << label;
+        }
+    });
+    CLayerStack back;
+    ASSERT_EQ(back.OpenFile(firstPath.c_str()), 1);
+    ASSERT_EQ(back.GetLayerCount(), 3);
+    EXPECT_EQ(vmtest::Bytes(back.GetLayer(2)->m_image), vmtest::Bytes(l->m_image));
 }
 
 TEST(PsdReader, FlatFileOpensAsItsMergedPicture)
