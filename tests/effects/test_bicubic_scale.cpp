@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -191,6 +192,60 @@ TEST(BicubicScale, OwnSizeCopiesAndBadTargetsAreRefused)
     EXPECT_EQ(process.Process(nullptr), kFail);
 }
 
+// The run works in bands of result rows; the whole-picture passes (every row, turn, every column, turn back) must
+// give the same bytes. Heights on and beside multiples of the band, one row, one column, strong reductions (deep
+// merge trees whose scratch lines are reused) and enlargements.
+TEST(BicubicScale, BandsMatchTheWholePicturePasses)
+{
+    COLImage src;
+    vmtest::FillNoise(src, 61, 45, 11);
+    const uint32_t sw = src.GetWidth(), sh = src.GetHeight();
+    const std::pair<uint32_t, uint32_t> sizes[] = {{130, 32}, {20, 33}, {1, 16}, {61, 1}, {7, 97}, {3, 2}};
+    for (const auto& [w, h] : sizes) {
+        const vmscale::CubicFilter filter = vmscale::ChooseFilter(sw, w);
+        std::vector<uint32_t> vertical(size_t(sw) * h), turned(size_t(h) * sw), columns(size_t(w) * h);
+        ASSERT_TRUE(vmscale::ScaleLines(reinterpret_cast<uint8_t*>(vertical.data()),
+                                        reinterpret_cast<const uint8_t*>(src.GetBuffer()), size_t(sw) * 4, sh, h,
+                                        filter));
+        vmscale::Transpose(vertical.data(), turned.data(), sw, h);
+        ASSERT_TRUE(vmscale::ScaleLines(reinterpret_cast<uint8_t*>(columns.data()),
+                                        reinterpret_cast<const uint8_t*>(turned.data()), size_t(h) * 4, sw, w, filter));
+        COLImage expected;
+        expected.Create(w, h);
+        vmscale::Transpose(columns.data(), reinterpret_cast<uint32_t*>(expected.GetBuffer()), h, w);
+        vmtest::ForEachLevelAndSplit([&](const std::string& label) {
+            CBicubicScaleProcess process;
+            COLImage out;
+            process.SetImages(&src, &out);
+            const BicubicScaleParams params{w, h};
+            ASSERT_EQ(process.Process(&params), kOk);
+            EXPECT_TRUE(vmtest::SamePixels(out, expected)) << w << "x" << h << ", " << label;
+        });
+    }
+}
+
+// Bands run in parallel; only the calling thread's part reports, so the values climb to 100 and never go back.
+TEST(BicubicScale, ProgressClimbsToTheEnd)
+{
+    COLImage src;
+    vmtest::FillNoise(src, 40, 30, 2);
+    for (unsigned threads : {1u, 3u}) {
+        vmtest::ThreadCount tc(threads);
+        vmtest::ProgressLog log;
+        CBicubicScaleProcess process;
+        process.SetProgressCallback(log.Callback());
+        process.SetProgressRange(0, 100);
+        COLImage out;
+        process.SetImages(&src, &out);
+        const BicubicScaleParams params{70, 200};
+        ASSERT_EQ(process.Process(&params), kOk);
+        ASSERT_GE(log.values.size(), 3u) << threads;
+        EXPECT_EQ(log.values.front(), 0);
+        EXPECT_EQ(log.values.back(), 100);
+        EXPECT_TRUE(std::is_sorted(log.values.begin(), log.values.end())) << threads;
+    }
+}
+
 TEST(ScaleImage, NearestTakesTheIntegerSourcePosition)
 {
     COLImage src, out;
@@ -223,8 +278,8 @@ TEST(ScaleImage, BilinearResizesAlphaAsAPlane)
     const struct {
         const COLImage* src;
         int w, h;
-    } cases[] = {{&big, 110, 300}, {&big, 920, 1360}, {&big, 115, 85}, {&big, 97, 170}, {&big, 70, 40}, {&big, 1, 9},
-                 {&big, 40, 1},    {&thin, 3, 20},   {&thin, 1, 4}};
+    } cases[] = {{&big, 110, 300}, {&big, 920, 1360}, {&big, 115, 85}, {&big, 97, 170}, {&big, 70, 40},
+                 {&big, 1, 9},     {&big, 40, 1},     {&thin, 3, 20},  {&thin, 1, 4}};
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.src->GetWidth()) + " to " + std::to_string(c.w) + "x" + std::to_string(c.h));
         COLImage colours;

@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "effects/bicubic_scale.h"
 #include "matting/chroma_key.h"
 #include "matting/gaussian.h"
 #include "runtime/parallel_for.h"
@@ -65,6 +66,15 @@ int Blur(const COLImage& photo, COLImage& out)
     return int(gauss.Process(&sigma));
 }
 
+// Bicubic doubling in place: the result is a fresh picture that replaces the source only when it is complete.
+int ScaleInPlace(COLImage& picture)
+{
+    const BicubicScaleParams params{picture.GetWidth() * 2, picture.GetHeight() * 2};
+    CBicubicScaleProcess scale;
+    scale.SetImages(&picture, &picture);
+    return int(scale.Process(&params));
+}
+
 // The child's side: the result without a limit first, then the same run with `spare` bytes of address space
 // to grow by. The document's picture is keyed in place, so a failed run must give it back untouched.
 int RunChild(const std::string& engine, size_t spare)
@@ -72,9 +82,9 @@ int RunChild(const std::string& engine, size_t spare)
     vmpar::SetWorkerCount(3);
     COLImage photo, expected;
     MakePhoto(photo);
-    if (engine == "key") {
+    if (engine == "key" || engine == "scale") {
         expected.DuplicateFrom(&photo);
-        if (KeyInPlace(expected) != kOk) return kWrongResult;
+        if ((engine == "key" ? KeyInPlace(expected) : ScaleInPlace(expected)) != kOk) return kWrongResult;
     } else if (Blur(photo, expected) != kOk) {
         return kWrongResult;
     }
@@ -82,8 +92,9 @@ int RunChild(const std::string& engine, size_t spare)
     const size_t now = AddressSpaceBytes();
     rlimit limit{now + spare, now + spare};
     if (now == 0 || setrlimit(RLIMIT_AS, &limit) != 0) return kNoLimit;
-    if (engine == "key") {
-        if (KeyInPlace(picture) == kOk) return vmtest::SamePixels(picture, expected) ? kSucceeded : kWrongResult;
+    if (engine == "key" || engine == "scale") {
+        if ((engine == "key" ? KeyInPlace(picture) : ScaleInPlace(picture)) == kOk)
+            return vmtest::SamePixels(picture, expected) ? kSucceeded : kWrongResult;
         return vmtest::SamePixels(picture, photo) ? kFailedCleanly : kPictureChanged;
     }
     if (Blur(picture, out) == kOk) return vmtest::SamePixels(out, expected) ? kSucceeded : kWrongResult;
@@ -144,4 +155,9 @@ TEST(Exhaustion, ChromaKeyInPlaceFailsCleanlyUnderAnAddressSpaceLimit)
 TEST(Exhaustion, BlurFailsCleanlyUnderAnAddressSpaceLimit)
 {
     Sweep("blur", size_t(192) << 20);
+}
+
+TEST(Exhaustion, BicubicScaleInPlaceFailsCleanlyUnderAnAddressSpaceLimit)
+{
+    Sweep("scale", size_t(96) << 20);
 }
