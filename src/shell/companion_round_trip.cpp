@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QEventLoop>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <QWidget>
 #include <ctime>
 #include <filesystem>
@@ -34,15 +35,20 @@ ECompanionOutcome RunCompanionRoundTrip(CAppGlobals& app, const std::string& pro
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     localtime_r(&now, &local);
-    const std::string exchange = CompanionExchangePath(QDir::tempPath().toStdString() + "/", local);
+    // Each round trip gets a folder of its own in the temporary folder: two windows (or two programs) handing a
+    // picture over in the same second would otherwise share the time-stamped name and remove each other's files.
+    QTemporaryDir folder(QDir::tempPath() + QStringLiteral("/velmorando-XXXXXX"));
+    if (!folder.isValid()) {
+        Tell(services, "saveerr");
+        return ECompanionOutcome::kWriteFailed;
+    }
+    const std::string exchange = CompanionExchangePath(folder.path().toStdString() + "/", local);
     const std::string result = CompanionResultPath(exchange);
     auto removeFiles = [&] {
         std::error_code ec;
         std::filesystem::remove(exchange, ec);
         std::filesystem::remove(result, ec);
     };
-    // A result left by an earlier round trip of the same second must not be taken for this one's.
-    removeFiles();
     {
         CStackLock lock(doc);
         if (SaveProject(doc, nullptr, exchange.c_str(), 0) != 1) {
