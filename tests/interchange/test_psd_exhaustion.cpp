@@ -6,34 +6,20 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <spawn.h>
 #include <string>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "document/layer.h"
 #include "document/layer_stack.h"
 #include "interchange/psd_layered_writer.h"
 #include "runtime/parallel_for.h"
+#include "support/limited_child.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
 
 enum Outcome { kSucceeded = 0, kFailedCleanly = 1, kWrongFile = 2, kFileLeft = 3, kNoLimit = 4, kNoReference = 5 };
-
-size_t AddressSpaceBytes()
-{
-    FILE* f = std::fopen("/proc/self/status", "r");
-    if (!f) return 0;
-    char line[256];
-    size_t kb = 0;
-    while (std::fgets(line, sizeof line, f))
-        if (std::sscanf(line, "VmSize: %zu kB", &kb) == 1) break;
-    std::fclose(f);
-    return kb * 1024;
-}
 
 // Writes a three-layer composition once without a limit (which also starts the pool's threads), then again into
 // an empty folder with `spare` bytes of address space to grow by.
@@ -53,7 +39,7 @@ int RunChild(const std::string& folder, size_t spare)
     const std::filesystem::path target = dir / "limited" / "out.psd";
     std::filesystem::create_directories(target.parent_path());
     rlimit old{};
-    const size_t now = AddressSpaceBytes();
+    const size_t now = vmtest::AddressSpaceBytes();
     if (now == 0 || getrlimit(RLIMIT_AS, &old) != 0) return kNoLimit;
     rlimit limit{now + spare, old.rlim_max}; // only the soft limit, so that the checks below run without it
     if (setrlimit(RLIMIT_AS, &limit) != 0) return kNoLimit;
@@ -67,27 +53,8 @@ int RunChild(const std::string& folder, size_t spare)
     return std::filesystem::is_empty(target.parent_path()) && !reason.empty() ? kFailedCleanly : kFileLeft;
 }
 
-// The child is this test program started afresh, so it has no threads yet; it does its run before main.
-const int g_child = [] {
-    const char* ask = std::getenv("VM_PSD_EXHAUSTION_CHILD");
-    if (!ask) return 0;
-    const std::string text = ask;
-    const size_t colon = text.rfind(':');
-    std::fflush(nullptr);
-    _exit(RunChild(text.substr(0, colon), std::strtoull(text.c_str() + colon + 1, nullptr, 10)));
-}();
-
-int InChild(const std::string& folder, size_t spare)
-{
-    const std::string env = "VM_PSD_EXHAUSTION_CHILD=" + folder + ":" + std::to_string(spare);
-    char* argv[] = {const_cast<char*>("test_interchange"), nullptr};
-    char* envp[] = {const_cast<char*>(env.c_str()), nullptr};
-    pid_t pid = 0;
-    if (posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, argv, envp) != 0) return -1000;
-    int status = 0;
-    if (waitpid(pid, &status, 0) != pid) return -1000;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
+// In the child started by the tests below, the run happens here, before main; the tests are never reached.
+const int g_child = vmtest::RunIfChild("VM_PSD_EXHAUSTION_CHILD", RunChild);
 
 } // namespace
 
@@ -102,7 +69,7 @@ TEST(PsdExhaustion, ALayeredWriteThatRunsOutOfMemoryLeavesNoFile)
     int failures = 0, successes = 0;
     for (size_t spare = 0; spare <= kLargest; spare += kLargest / 16) {
         vmtest::TempDir dir;
-        const int outcome = InChild(dir.Path().string(), spare);
+        const int outcome = vmtest::InChild("VM_PSD_EXHAUSTION_CHILD", dir.Path().string(), spare);
         ASSERT_TRUE(outcome == kSucceeded || outcome == kFailedCleanly)
             << spare / 1024 << " kB to spare ended with " << outcome << " (negative: killed by that signal)";
         (outcome == kSucceeded ? successes : failures)++;

@@ -5,12 +5,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <spawn.h>
 #include <new>
 #include <string>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 #include "effects/bicubic_scale.h"
@@ -18,6 +15,7 @@
 #include "matting/gaussian.h"
 #include "runtime/parallel_for.h"
 #include "support/engine_checks.h"
+#include "support/limited_child.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -25,18 +23,6 @@
 namespace {
 
 enum Outcome { kSucceeded = 0, kFailedCleanly = 1, kWrongResult = 2, kPictureChanged = 3, kNoLimit = 4 };
-
-size_t AddressSpaceBytes()
-{
-    FILE* f = std::fopen("/proc/self/status", "r");
-    if (!f) return 0;
-    char line[256];
-    size_t kb = 0;
-    while (std::fgets(line, sizeof line, f))
-        if (std::sscanf(line, "VmSize: %zu kB", &kb) == 1) break;
-    std::fclose(f);
-    return kb * 1024;
-}
 
 // A green backdrop with an orange block, so that the hue path runs; large enough that a run needs tens of
 // megabytes beyond its picture, split over the pool.
@@ -89,7 +75,7 @@ int RunChild(const std::string& engine, size_t spare)
         return kWrongResult;
     }
     COLImage picture = vmtest::Copy(photo), out;
-    const size_t now = AddressSpaceBytes();
+    const size_t now = vmtest::AddressSpaceBytes();
     rlimit limit{now + spare, now + spare};
     if (now == 0 || setrlimit(RLIMIT_AS, &limit) != 0) return kNoLimit;
     if (engine == "key" || engine == "scale") {
@@ -101,30 +87,8 @@ int RunChild(const std::string& engine, size_t spare)
     return vmtest::SamePixels(picture, photo) ? kFailedCleanly : kPictureChanged;
 }
 
-// The child is this test program started afresh, so it has no threads of its own yet (a forked copy of a
-// process whose pool threads sleep on a condition variable cannot use that variable). It does its run before
-// main and never reaches the tests.
-const int g_child = [] {
-    const char* ask = std::getenv("VM_EXHAUSTION_CHILD");
-    if (!ask) return 0;
-    const std::string text = ask;
-    const size_t colon = text.find(':');
-    std::fflush(nullptr);
-    _exit(RunChild(text.substr(0, colon), std::strtoull(text.c_str() + colon + 1, nullptr, 10)));
-}();
-
-// Starts the child for one engine and limit; returns its Outcome, or -signal when it died of one.
-int InChild(const std::string& engine, size_t spare)
-{
-    const std::string env = "VM_EXHAUSTION_CHILD=" + engine + ":" + std::to_string(spare);
-    char* argv[] = {const_cast<char*>("test_matting"), nullptr};
-    char* envp[] = {const_cast<char*>(env.c_str()), nullptr};
-    pid_t pid = 0;
-    if (posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, argv, envp) != 0) return -1000;
-    int status = 0;
-    if (waitpid(pid, &status, 0) != pid) return -1000;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-}
+// In the child started by the tests below, the run happens here, before main; the tests are never reached.
+const int g_child = vmtest::RunIfChild("VM_EXHAUSTION_CHILD", RunChild);
 
 // Sweeps the limit from nothing to spare to plenty, so that the allocation that fails moves through the whole
 // run: every attempt must succeed with the right bytes or fail with kFail and the picture as it was.
@@ -135,7 +99,7 @@ void Sweep(const std::string& engine, size_t largest)
 #endif
     int failures = 0, successes = 0;
     for (size_t spare = 0; spare <= largest; spare += largest / 12) {
-        const int outcome = InChild(engine, spare);
+        const int outcome = vmtest::InChild("VM_EXHAUSTION_CHILD", engine, spare);
         ASSERT_TRUE(outcome == kSucceeded || outcome == kFailedCleanly)
             << engine << " with " << spare / 1024 << " kB to spare ended with " << outcome
             << " (negative: killed by that signal)";
