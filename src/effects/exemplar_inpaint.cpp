@@ -619,6 +619,24 @@ std::vector<int> HoleDistance(const Level& l)
     return d;
 }
 
+// The box around the pixels at least minDepth deep, grown by `grow` on every side within the level; empty
+// (x0 >= x1) when there are none.
+Box DeepBounds(const std::vector<int>& d, const Level& l, int minDepth, int grow)
+{
+    Box b{l.w, l.h, 0, 0};
+    for (int y = 0; y < l.h; ++y)
+        for (int x = 0; x < l.w; ++x)
+            if (d[size_t(y) * l.w + x] >= minDepth) {
+                b.x0 = std::min(b.x0, x);
+                b.y0 = std::min(b.y0, y);
+                b.x1 = std::max(b.x1, x + 1);
+                b.y1 = std::max(b.y1, y + 1);
+            }
+    if (b.x0 >= b.x1) return b;
+    return Box{std::max(b.x0 - grow, 0), std::max(b.y0 - grow, 0), std::min(b.x1 + grow, l.w),
+               std::min(b.y1 + grow, l.h)};
+}
+
 // Thickness of the hole: the largest distance from a hole pixel to the nearest known one.
 int HoleThickness(const Level& l)
 {
@@ -736,21 +754,8 @@ void FadeDetail(Level& l)
 {
     const std::vector<int> d = HoleDistance(l);
     // The blurred value at a hole pixel reads pixels within two radii of it.
-    const int grow = 2 * kFadeRadius;
-    int x0 = l.w, y0 = l.h, x1 = 0, y1 = 0;
-    for (int y = 0; y < l.h; ++y)
-        for (int x = 0; x < l.w; ++x)
-            if (d[size_t(y) * l.w + x] >= 2) {
-                x0 = std::min(x0, x);
-                y0 = std::min(y0, y);
-                x1 = std::max(x1, x + 1);
-                y1 = std::max(y1, y + 1);
-            }
+    const auto [x0, y0, x1, y1] = DeepBounds(d, l, 2, 2 * kFadeRadius);
     if (x0 >= x1) return; // no pixel deeper than the outer ring
-    x0 = std::max(x0 - grow, 0);
-    y0 = std::max(y0 - grow, 0);
-    x1 = std::min(x1 + grow, l.w);
-    y1 = std::min(y1 + grow, l.h);
     std::vector<uint8_t> once(l.px.size()), twice(l.px.size());
     BoxBlur(l.px, once, l.w, x0, y0, x1, y1);
     BoxBlur(once, twice, l.w, x0, y0, x1, y1);
@@ -771,22 +776,9 @@ void FadeDetail(Level& l)
 void ExtrapolateRim(Level& l)
 {
     const std::vector<int> d = HoleDistance(l);
-    int x0 = l.w, y0 = l.h, x1 = 0, y1 = 0;
-    for (int y = 0; y < l.h; ++y)
-        for (int x = 0; x < l.w; ++x)
-            if (l.hole[size_t(y) * l.w + x]) {
-                x0 = std::min(x0, x);
-                y0 = std::min(y0, y);
-                x1 = std::max(x1, x + 1);
-                y1 = std::max(y1, y + 1);
-            }
-    if (x0 >= x1) return;
     // Half a window around the hole, so that the rim's blocks see every known pixel their windows hold.
-    const int grow = FrequencyExtrapolation::kWindow / 2;
-    x0 = std::max(x0 - grow, 0);
-    y0 = std::max(y0 - grow, 0);
-    x1 = std::min(x1 + grow, l.w);
-    y1 = std::min(y1 + grow, l.h);
+    const auto [x0, y0, x1, y1] = DeepBounds(d, l, 1, FrequencyExtrapolation::kWindow / 2);
+    if (x0 >= x1) return;
     FrequencyGrid grid;
     grid.w = x1 - x0;
     grid.h = y1 - y0;
