@@ -7,7 +7,6 @@
 #include <functional>
 #include <memory>
 #include <new>
-#include <sys/mman.h>
 #include <vector>
 
 #include "document/compositor.h"
@@ -17,6 +16,7 @@
 #include "imaging/safe_file.h"
 #include "interchange/packbits.h"
 #include "interchange/psd_format.h"
+#include "runtime/aligned_block.h"
 #include "runtime/parallel_for.h"
 #include "runtime/simd_level.h"
 
@@ -27,22 +27,6 @@
 namespace {
 
 constexpr size_t kRowsPerBlock = 32;
-constexpr size_t kHugePage = size_t(2) << 20;
-
-// Asks for huge pages over the whole 2 MiB pages inside [p, p + bytes), where the system gives them. The buffers
-// of a save are tens of megabytes, filled once: small pages would cost a fault each, two when first read.
-void PreferHugePages(void* p, size_t bytes)
-{
-#ifdef MADV_HUGEPAGE
-    const uintptr_t a = reinterpret_cast<uintptr_t>(p);
-    const uintptr_t first = (a + kHugePage - 1) & ~uintptr_t(kHugePage - 1);
-    const uintptr_t last = (a + bytes) & ~uintptr_t(kHugePage - 1);
-    if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
-#else
-    (void)p;
-    (void)bytes;
-#endif
-}
 
 // One picture's channels as PackBits rows: a row length per channel and row, and the data in blocks of rows that
 // are encoded in parallel, each into its own slot of a buffer that is kept from picture to picture (two take turns,
@@ -163,10 +147,10 @@ void Encode(const COLImage& image, bool withAlpha, CEncoded& out, const std::fun
     out.used.assign(out.blockCount * size_t(channels), 0);
     const size_t need = out.slot * out.blockCount * size_t(channels);
     if (need > out.arenaSize) {
-        const size_t size = (need + kHugePage - 1) / kHugePage * kHugePage;
-        out.arena.reset(static_cast<uint8_t*>(std::aligned_alloc(kHugePage, size)));
+        const size_t size = (need + vmrt::kHugePage - 1) / vmrt::kHugePage * vmrt::kHugePage;
+        out.arena.reset(static_cast<uint8_t*>(std::aligned_alloc(vmrt::kHugePage, size)));
         if (!out.arena) throw std::bad_alloc();
-        PreferHugePages(out.arena.get(), size);
+        vmrt::PreferHugePages(out.arena.get(), size);
         out.arenaSize = need;
     }
     std::atomic<size_t> next{0};
@@ -335,7 +319,7 @@ long WriteLayeredPsd(const std::string& path, const CLayerStack& stack, std::str
         COLImage composite;
         const COLImage& base = stack.GetLayer(0)->m_image; // the merge keeps a buffer of the right size
         if (!base.IsNull() && composite.Create(base.GetWidth(), base.GetHeight()) == kOk)
-            PreferHugePages(composite.GetBuffer(), composite.GetAreaByteSize());
+            vmrt::PreferHugePages(composite.GetBuffer(), composite.GetAreaByteSize());
         if (!MergeLayers(&stack, &composite, 0)) return Failed(reason, "out of memory");
         CEncoded& e = freeBuffer();
         Encode(composite, false, e, finishLayers);

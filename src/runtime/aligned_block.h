@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <sys/mman.h>
 
 #include "runtime/status.h"
 
@@ -27,3 +28,24 @@ struct AlignedBlock {
         allocation = nullptr;
     }
 };
+
+namespace vmrt {
+
+inline constexpr size_t kHugePage = size_t(2) << 20;
+
+// Asks for huge pages over the whole 2 MiB pages inside [p, p + bytes), where the system gives them. For buffers of
+// tens of megabytes filled once: small pages would cost a fault each, two when first read.
+inline void PreferHugePages(void* p, size_t bytes)
+{
+#ifdef MADV_HUGEPAGE
+    const uintptr_t a = reinterpret_cast<uintptr_t>(p);
+    const uintptr_t first = (a + kHugePage - 1) & ~uintptr_t(kHugePage - 1);
+    const uintptr_t last = (a + bytes) & ~uintptr_t(kHugePage - 1);
+    if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+#else
+    (void)p;
+    (void)bytes;
+#endif
+}
+
+} // namespace vmrt
