@@ -777,11 +777,13 @@ void ExtrapolateRim(Level& l)
 {
     const std::vector<int> d = HoleDistance(l);
     // Half a window around the hole, so that the rim's blocks see every known pixel their windows hold.
-    const auto [x0, y0, x1, y1] = DeepBounds(d, l, 1, FrequencyExtrapolation::kWindow / 2);
-    if (x0 >= x1) return;
+    const Box box = DeepBounds(d, l, 1, FrequencyExtrapolation::kWindow / 2);
+    if (box.x0 >= box.x1) return;
+    // Plain copies: the row loop below runs in a lambda, which may not capture structured bindings.
+    const int x0 = box.x0, y0 = box.y0;
     FrequencyGrid grid;
-    grid.w = x1 - x0;
-    grid.h = y1 - y0;
+    grid.w = box.x1 - x0;
+    grid.h = box.y1 - y0;
     grid.channels = 1;
     grid.values.resize(size_t(grid.w) * grid.h);
     grid.known.resize(size_t(grid.w) * grid.h);
