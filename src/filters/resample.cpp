@@ -5,6 +5,7 @@
 #include <cstring>
 #include <vector>
 
+#include "imaging/halving_avx2.h"
 #include "imaging/result.h"
 #include "runtime/parallel_for.h"
 #include "runtime/simd_level.h"
@@ -723,6 +724,65 @@ VM_TARGET_AVX2 void PlaneRowFusedAvx2(const uint8_t* row0, const uint8_t* row1, 
     }
 }
 
+// g * a + f * b of the alpha of pixels 2i and 2i + 1 for the sixteen columns from the 32 pixels in r, in the order
+// 0 1 4 5 8 9 12 13 | 2 3 6 7 10 11 14 15; w0, w1 hold the columns' weights in the order 0 1 4 5 | 2 3 6 7 of each
+// eight. The sums stay below 65536.
+VM_TARGET_AVX2 inline __m256i AlphaAlongAvx2(const __m256i* r, __m256i w0, __m256i w1)
+{
+    const __m256i first = _mm256_packus_epi32(_mm256_srli_epi32(r[0], 24), _mm256_srli_epi32(r[1], 24));
+    const __m256i second = _mm256_packus_epi32(_mm256_srli_epi32(r[2], 24), _mm256_srli_epi32(r[3], 24));
+    return _mm256_packus_epi32(_mm256_madd_epi16(first, w0), _mm256_madd_epi16(second, w1));
+}
+
+// A destination row of an exact halving of the alpha byte: the colours' 2 x 2 means and the plane's bytes from the
+// same loads, sixteen columns at a time while column i reads source pixels 2i and 2i + 1 (all but the last), the
+// rest one at a time. The plane's columns are worked out in the order in which the colours' means come packed
+// (0 1 4 5 | 2 3 6 7 of each eight), so the alpha bytes go in before the one permute that puts both in order.
+VM_TARGET_AVX2 void HalvedRowAvx2(const uint8_t* top, const uint8_t* bottom, const uint8_t* next,
+                                  const PlaneRowHTables& t, uint16_t fy, uint8_t* out, uint32_t dw, uint32_t sw)
+{
+    const size_t stride = size_t(bottom - top);
+    const __m256i weightOrder = _mm256_setr_epi32(0, 1, 4, 5, 2, 3, 6, 7);
+    const __m256i gy = _mm256_set1_epi16(short(255 - fy)), vf = _mm256_set1_epi16(short(fy));
+    const __m256i colours = _mm256_set1_epi32(0x00FFFFFF), zero = _mm256_setzero_si256();
+    uint32_t x = 0;
+    for (; x + 16 < dw; x += 16) {
+        const size_t at = size_t(x) * 8;
+        if (next) {
+            for (size_t line = 0; line < 128; line += 64) {
+                _mm_prefetch(reinterpret_cast<const char*>(next + at + line), _MM_HINT_T0);
+                _mm_prefetch(reinterpret_cast<const char*>(next + stride + at + line), _MM_HINT_T0);
+            }
+        }
+        __m256i rows[2][4];
+        for (int k = 0; k < 4; ++k) {
+            rows[0][k] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(top + at) + k);
+            rows[1][k] = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom + at) + k);
+        }
+        const __m256i w0 = PermutedAvx2(t.weights + x, weightOrder);
+        const __m256i w1 = PermutedAvx2(t.weights + x + 8, weightOrder);
+        const __m256i v = _mm256_add_epi16(_mm256_mulhi_epu16(AlphaAlongAvx2(rows[0], w0, w1), gy),
+                                           _mm256_mulhi_epu16(AlphaAlongAvx2(rows[1], w0, w1), vf));
+        for (int half = 0; half < 2; ++half) {
+            const __m256i means =
+                _mm256_packus_epi16(vmresample::PairMeansAvx2(rows[0][2 * half], rows[1][2 * half]),
+                                    vmresample::PairMeansAvx2(rows[0][2 * half + 1], rows[1][2 * half + 1]));
+            const __m256i lanes = half ? _mm256_unpackhi_epi16(v, zero) : _mm256_unpacklo_epi16(v, zero);
+            const __m256i both = _mm256_or_si256(_mm256_and_si256(means, colours), _mm256_slli_epi32(lanes, 24));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + size_t(x + 8 * half) * 4),
+                                vmresample::HalvedInOrderAvx2(both));
+        }
+    }
+    const uint32_t g = 255u - fy;
+    for (; x < dw; ++x) {
+        vmresample::HalvedPixel(top + size_t(x) * 8, bottom + size_t(x) * 8, out + size_t(x) * 4);
+        uint16_t a, b;
+        PlaneRowHFromPixels(top, 3, t.pos + x, t.f + x, &a, 1, sw);
+        PlaneRowHFromPixels(bottom, 3, t.pos + x, t.f + x, &b, 1, sw);
+        out[size_t(x) * 4 + 3] = uint8_t(((a * g) >> 16) + ((b * uint32_t(fy)) >> 16));
+    }
+}
+
 #endif
 
 } // namespace
@@ -741,9 +801,15 @@ CPixelByteRows::CPixelByteRows(const COLImage& source, int byteIndex, uint32_t d
         m_xG[i] = uint16_t(255 - m_xFrac[i]);
         m_xWeights[i] = uint32_t(m_xG[i]) | uint32_t(m_xFrac[i]) << 16;
     }
+    const uint32_t sw = source.GetWidth(), sh = source.GetHeight();
+    m_halving = byteIndex == 3 && sw == 2 * dstWidth && sh == 2 * dstHeight && dstWidth >= 2 && dstHeight >= 2;
+    for (uint32_t i = 0; m_halving && i + 1 < dstWidth; ++i)
+        m_halving = m_xPos[i] == 2 * i;
+    for (uint32_t y = 0; m_halving && y + 1 < dstHeight; ++y)
+        m_halving = m_yPos[y] == 2 * y;
     // Reducing rows by two or more, no two destination rows share a source row, so keeping rows gains nothing.
-    m_noSharedRows = source.GetHeight() - 1 >= 2 * (dstHeight - 1);
-    const uint32_t groups = dstWidth / 8, sw = source.GetWidth();
+    m_noSharedRows = sh - 1 >= 2 * (dstHeight - 1);
+    const uint32_t groups = dstWidth / 8;
     m_groupKind.assign(groups, kByOne);
     m_groupShuffle.resize(size_t(groups) * 8);
     m_groupBase.resize(groups);
@@ -820,6 +886,35 @@ void CPixelByteRows::Row(Work& work, uint32_t y, CPixel* out) const
     const uint32_t gy = 255u - fy;
     for (; x < m_dstWidth; ++x)
         pixels[size_t(x) * 4 + m_byte] = uint8_t(((top[x] * gy) >> 16) + ((bottom[x] * uint32_t(fy)) >> 16));
+}
+
+bool CPixelByteRows::HalvesWithColours() const
+{
+#if VM_SIMD_X86
+    return m_halving && vmsimd::CurrentLevel() >= vmsimd::kAvx2;
+#else
+    return false;
+#endif
+}
+
+void CPixelByteRows::HalvedRow(uint32_t y, CPixel* out) const
+{
+#if VM_SIMD_X86
+    const uint32_t sh = m_source.GetHeight();
+    const bool lastRow = y + 1 == m_yPos.size();
+    const PlaneRowHTables tables{m_xPos.data(),      m_xG.data(),           m_xFrac.data(),    m_xWeights.data(),
+                                 m_groupKind.data(), m_groupShuffle.data(), m_groupBase.data()};
+    auto row = [&](uint32_t r) { return reinterpret_cast<const uint8_t*>(m_source.GetBuffer(0, r)); };
+    HalvedRowAvx2(row(2 * y), row(2 * y + 1), 2 * y + 3 < sh ? row(2 * y + 2) : nullptr, tables,
+                  lastRow ? 0 : m_yFrac[y], reinterpret_cast<uint8_t*>(out), m_dstWidth, m_source.GetWidth());
+    if (lastRow) { // the plane's last row reads the last source row alone
+        Work work = MakeWork();
+        Row(work, y, out);
+    }
+#else
+    (void)y;
+    (void)out;
+#endif
 }
 
 int ShrinkImageArea(const COLImage* src, COLImage* dst, int dstWidth, int dstHeight, int srcX, int srcY, int srcWidth,

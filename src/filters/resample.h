@@ -43,6 +43,14 @@ public:
     // Destination row y into the chosen byte of the dstWidth pixels at out.
     void Row(Work& work, uint32_t y, CPixel* out) const;
 
+    // Whether this is the alpha byte of an exact halving (source sides twice the destination's) on a processor
+    // with AVX2. HalvedRow then writes all four bytes of destination row y from one read of its two source rows:
+    // the colours as the codec's resample gives them (COLImageCodec::Resample, method 1: the 2 x 2 means) and the
+    // alpha as Row does. A halving reads 16 bytes of source for every byte it writes, so the one read is what
+    // its time is made of.
+    bool HalvesWithColours() const;
+    void HalvedRow(uint32_t y, CPixel* out) const;
+
 private:
     const uint16_t* SourceRow(Work& work, uint32_t row, int64_t keep) const;
 
@@ -60,6 +68,8 @@ private:
     std::vector<uint32_t> m_groupBase;
     bool m_lineNeeded = false;   // some group reads the line of bytes rather than the pixels
     bool m_noSharedRows = false; // a vertical reduction by two or more: each row works out its own source rows
+    // The alpha byte, and column i (row y) reads source pixels 2i and 2i + 1 (rows 2y, 2y + 1) but in the last.
+    bool m_halving = false;
 };
 
 // Area average with 10-bit weights for shrinking: a source pixel that straddles a cell boundary is split between

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "imaging/halving_avx2.h"
 #include "imaging/image.h"
 #include "runtime/parallel_for.h"
 #include "runtime/simd_level.h"
@@ -216,21 +217,6 @@ VM_TARGET_AVX2 void RowVPairAvx2(const uint16_t* top, const uint16_t* bottom, ui
     RowVPairPlain(top, bottom, pair, out, i, count);
 }
 
-// Exactly half along both axes every output is the mean of a 2 x 2 block: the weights are 8192 and 8192 on each
-// axis, so the two passes come to (a + b + c + d + 2) >> 2 per byte (the horizontal pass gives 32 (a + b) exactly,
-// the vertical (2^18 (a + b + c + d) + 2^19) >> 20). Four outputs from each row's 32 bytes: a shuffle puts the
-// two pixels' bytes of each channel side by side and a multiply-add with ones sums them into 16-bit lanes.
-VM_TARGET_AVX2 inline __m256i SumPairsAvx2(const uint8_t* top, const uint8_t* bottom)
-{
-    const __m256i order = _mm256_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15, //
-                                           0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
-    const __m256i ones = _mm256_set1_epi8(1);
-    const __m256i t = _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(top)), order);
-    const __m256i b = _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(bottom)), order);
-    const __m256i sum = _mm256_add_epi16(_mm256_maddubs_epi16(t, ones), _mm256_maddubs_epi16(b, ones));
-    return _mm256_srli_epi16(_mm256_add_epi16(sum, _mm256_set1_epi16(2)), 2); // outputs 0 1 | 2 3
-}
-
 VM_TARGET_AVX2 void HalveRowAvx2(const uint8_t* top, const uint8_t* bottom, const uint8_t* next, uint8_t* out,
                                  uint32_t dw)
 {
@@ -243,15 +229,10 @@ VM_TARGET_AVX2 void HalveRowAvx2(const uint8_t* top, const uint8_t* bottom, cons
             _mm_prefetch(reinterpret_cast<const char*>(next + size_t(x) * 8), _MM_HINT_T0);
             _mm_prefetch(reinterpret_cast<const char*>(next + stride + size_t(x) * 8), _MM_HINT_T0);
         }
-        // Packed, the outputs come as 0 1 4 5 | 2 3 6 7 in 32-bit units; the permute puts them in order.
-        const __m256i bytes = _mm256_packus_epi16(SumPairsAvx2(t, b), SumPairsAvx2(t + 32, b + 32));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + size_t(x) * 4), _mm256_permute4x64_epi64(bytes, 0xD8));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + size_t(x) * 4), HalvedInOrderAvx2(HalvedEightAvx2(t, b)));
     }
     for (; x < dw; ++x)
-        for (int c = 0; c < 4; ++c) {
-            const size_t i = size_t(x) * 8 + size_t(c);
-            out[size_t(x) * 4 + size_t(c)] = uint8_t((top[i] + top[i + 4] + bottom[i] + bottom[i + 4] + 2) >> 2);
-        }
+        HalvedPixel(top + size_t(x) * 8, bottom + size_t(x) * 8, out + size_t(x) * 4);
 }
 #endif
 
