@@ -120,6 +120,7 @@ VM_TARGET_AVX2 void SumColumnsAvx2(const CPixel* const* lines, const uint32_t* w
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(br + x), sumBr);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(ga + x), sumGa);
     }
+    _mm256_zeroupper(); // before the plain step, which the compiler may vectorise with SSE
     SumColumns(lines, wy, count, width, br, ga, x);
 }
 #endif

@@ -249,6 +249,7 @@ VM_TARGET_AVX2 void ImageRowHAvx2(const uint8_t* row, const ImageColumns& c, uin
         const __m256i sum = _mm256_permute4x64_epi64(_mm256_unpacklo_epi64(a, b), 0xD8);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i * 4), _mm256_add_epi16(sum, sum));
     }
+    _mm256_zeroupper(); // the compiler leaves it out before a tail call, and the plain step may use SSE
     ImageRowHPlain(row, c, out, i, dw);
 }
 #endif

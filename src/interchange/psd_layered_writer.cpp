@@ -116,6 +116,7 @@ VM_TARGET_AVX2 void SplitRowAvx2(const CPixel* src, uint32_t w, uint8_t* a, uint
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(g + x), _mm256_permute2x128_si256(ga01, ga23, 0x20));
         if (a) _mm256_storeu_si256(reinterpret_cast<__m256i*>(a + x), _mm256_permute2x128_si256(ga01, ga23, 0x31));
     }
+    _mm256_zeroupper(); // the compiler leaves it out before a tail call, and legacy SSE after it would stall
     SplitRowSse2(src + x, w - x, a ? a + x : nullptr, r + x, g + x, b + x);
 }
 #endif
