@@ -1,6 +1,7 @@
 #include "support/engine_checks.h"
 #include "tool_fixture.h"
 
+using vmtest::CommandTest;
 using vmtest::Filled;
 using vmtest::PlainAdd;
 using vmtest::PlainSubtract;
@@ -34,11 +35,9 @@ TEST_F(ToolTest, RectangleDragSelectsItsOutlineAndAClickWithoutMovingDeselects)
     EXPECT_EQ(LastLabel(composeLog), std::string("His_selectnone"));
 }
 
-TEST_F(ToolTest, ShiftAddsAnEllipseAndCtrlSubtractsARectangle)
+TEST_F(CommandTest, ShiftAddsAnEllipseCtrlSubtractsARectangleAndTheHistoryCommandsUndoThem)
 {
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(2, 2, 18, 14);
-    const std::vector<uint8_t> rect = Mask();
+    const std::vector<uint8_t> rect = SelectRect(2, 2, 18, 14);
 
     manager->SetCurrentTool(&manager->GetRoundTool());
     Sink().OnKeyDown(kKeyShift, 0);
@@ -52,14 +51,27 @@ TEST_F(ToolTest, ShiftAddsAnEllipseAndCtrlSubtractsARectangle)
     Sink().OnKeyDown(kKeyControl, 0);
     Drag(5, 5, 25, 20);
     Sink().OnKeyUp(kKeyControl, 0);
-    EXPECT_EQ(Mask(), PlainSubtract(added, Filled(RectOutline(5, 5, 25, 20), W, H)));
+    const std::vector<uint8_t> subtracted = PlainSubtract(added, Filled(RectOutline(5, 5, 25, 20), W, H));
+    EXPECT_EQ(Mask(), subtracted);
     EXPECT_EQ(manager->GetRectTool().GetPanel().GetMode(), uint32_t(kSelNew)) << "releasing a key returns to New";
+
+    // Undo, with the tool still taken, steps back through each mask; redo forward again.
+    for (const std::vector<uint8_t>* mask : {&added, &rect}) {
+        ASSERT_EQ(Run("UI_HistoryBackward"), kCommandDone);
+        EXPECT_EQ(Mask(), *mask);
+    }
+    ASSERT_EQ(Run("UI_HistoryBackward"), kCommandDone);
+    EXPECT_TRUE(doc.GetSelectionMask().IsNull());
+    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
+    EXPECT_EQ(Mask(), added);
+    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
+    EXPECT_EQ(Mask(), subtracted);
 }
 
 TEST_F(ToolTest, CtrlStaysArmedUntilShiftIsReleased)
 {
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(2, 2, 18, 14);
+    SelectRect(2, 2, 18, 14);
     CRectSelTool& tool = manager->GetRectTool();
     Sink().OnKeyDown(kKeyControl, 0);
     Sink().OnKeyUp(kKeyControl, 0);
@@ -76,9 +88,7 @@ TEST_F(ToolTest, CtrlStaysArmedUntilShiftIsReleased)
 
 TEST_F(ToolTest, ArrowsNudgeTheMaskAndLeavingTheToolRecordsIt)
 {
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(2, 2, 18, 14);
-    const std::vector<uint8_t> before = Mask();
+    const std::vector<uint8_t> before = SelectRect(2, 2, 18, 14);
     const int steps = composeLog.GetCount();
     Sink().OnKeyDown(kKeyRight, 0);
     Sink().OnKeyUp(kKeyRight, 0);
@@ -151,9 +161,7 @@ TEST_F(ToolTest, RightButtonTakesTheLastCornerBack)
 
 TEST_F(ToolTest, TwoPointPolygonStillRecordsAStep)
 {
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(2, 2, 18, 14);
-    const std::vector<uint8_t> rect = Mask();
+    const std::vector<uint8_t> rect = SelectRect(2, 2, 18, 14);
     manager->SetCurrentTool(&manager->GetPolygonTool());
     CPolygonSelTool& polygon = manager->GetPolygonTool();
 
@@ -207,9 +215,7 @@ TEST_F(ToolTest, MagicSubtractsWithCtrl)
 {
     doc.GetLayer(0)->m_image = vmtest::Picture(
         W, H, [](uint32_t x, uint32_t) { return x == 20 ? CPixel::Make(90, 90, 90) : CPixel::Make(10, 10, 10); });
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(2, 2, 38, 28);
-    const std::vector<uint8_t> rect = Mask();
+    const std::vector<uint8_t> rect = SelectRect(2, 2, 38, 28);
     manager->SetCurrentTool(&manager->GetMagicTool());
     manager->GetMagicTool().GetMagicPanel().SetTolerance("5");
     Sink().OnKeyDown(kKeyControl, 0);
