@@ -148,11 +148,8 @@ TEST_F(GeometryTest, RectangleCropCutsTheBaseShiftsTheLayersAndUndoes)
     DoubleClick(15, 10);
 
     ASSERT_EQ(vmtest::Size(doc), "20x16");
-    const COLImage& base = doc.GetLayer(0)->m_image;
-    ASSERT_EQ(base.GetWidth(), 20u);
-    for (int y = 0; y < 16; ++y)
-        for (int x = 0; x < 20; ++x)
-            ASSERT_EQ(base.GetPixel(uint32_t(x), uint32_t(y)), before.GetPixel(uint32_t(x + 5), uint32_t(y + 4)));
+    EXPECT_EQ(Bytes(doc.GetLayer(0)->m_image),
+              Bytes(vmtest::Picture(20, 16, [&](uint32_t x, uint32_t y) { return before.GetPixel2(x + 5, y + 4); })));
     EXPECT_EQ(vmtest::Place(*upper), "7,5");
     ExpectOneStep(steps, kStepWholeDocument, 0, "croptip");
     EXPECT_EQ(manager->GetCurrentTool(), nullptr) << "a finished crop leaves the tool";
@@ -191,14 +188,11 @@ TEST_F(GeometryTest, CropBeyondThePictureFillsWithTheCurrentColour)
     Take(manager->GetCropTool());
     ASSERT_TRUE(manager->GetCropTool().SetCorners({{-3, -2}, {W + 4, -2}, {W + 4, 10}, {-3, 10}}));
     ASSERT_TRUE(manager->GetCropTool().ApplyFrame());
-    ASSERT_EQ(doc.GetWidth(), W + 7);
-    const COLImage& base = doc.GetLayer(0)->m_image;
-    for (int y = 0; y < 12; ++y)
-        for (int x = 0; x < W + 7; ++x) {
-            const int sx = x - 3, sy = y - 2;
-            const uint32_t want = sx >= 0 && sx < W && sy >= 0 ? before.GetPixel(uint32_t(sx), uint32_t(sy)) : m_fore.Word();
-            ASSERT_EQ(base.GetPixel(uint32_t(x), uint32_t(y)), want) << x << "," << y;
-        }
+    ASSERT_EQ(vmtest::Size(doc), "47x12");
+    EXPECT_EQ(Bytes(doc.GetLayer(0)->m_image), Bytes(vmtest::Picture(W + 7, 12, [&](uint32_t x, uint32_t y) {
+                  const int sx = int(x) - 3, sy = int(y) - 2;
+                  return sx >= 0 && sx < W && sy >= 0 ? before.GetPixel2(uint32_t(sx), uint32_t(sy)) : m_fore;
+              })));
 }
 
 TEST_F(GeometryTest, LockedRatioShapesTheFrameAndItsCorners)

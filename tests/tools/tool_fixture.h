@@ -27,7 +27,8 @@ namespace vmtest {
 // A pointer path in client pixels: pressed at the first point, moved through the others.
 using Path = std::vector<std::pair<int, int>>;
 
-// A canvas at zoom 1 from the origin: client pixels are image pixels.
+// A canvas at zoom 1 from the origin (until a test moves it): client pixels are image pixels. A test may give it a
+// screen picture, as the editor's canvas has, to read back what a tool puts on screen in its place.
 class FakeView final : public ICanvasView {
 public:
     double GetZoom() const override { return m_zoom; }
