@@ -94,10 +94,9 @@ TEST_F(ToolTest, ArrowsNudgeTheMaskAndLeavingTheToolRecordsIt)
     Sink().OnKeyUp(kKeyRight, 0);
     Sink().OnKeyDown(kKeyDown, 0);
     Sink().OnKeyUp(kKeyDown, 0);
-    const std::vector<uint8_t> after = Mask();
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x)
-            ASSERT_EQ(after[size_t(y * W + x)], x > 0 && y > 0 ? before[size_t((y - 1) * W + x - 1)] : 0);
+    EXPECT_EQ(Mask(), vmtest::Bytes(vmtest::PlaneOf(W, H, [&](uint32_t x, uint32_t y) {
+                  return x > 0 && y > 0 ? before[(y - 1) * W + x - 1] : 0;   // one right, one down
+              })));
     EXPECT_EQ(composeLog.GetCount(), steps) << "no step until the tool is left";
     manager->SetCurrentTool(nullptr);
     EXPECT_EQ(composeLog.GetCount(), steps + 1);
@@ -203,12 +202,9 @@ TEST_F(ToolTest, MagicFloodsFromTheClickAndSelectsUncoveredCanvas)
     upper->m_x = 20;
     upper->m_y = 10;
     Click(22, 11);
-    const std::vector<uint8_t> mask = Mask();
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x) {
-            const bool covered = x >= 20 && x < 26 && y >= 10 && y < 14 && !(x == 22 && y == 11);
-            ASSERT_EQ(mask[size_t(y * W + x)], covered ? 0 : 255) << x << "," << y;
-        }
+    EXPECT_EQ(Mask(), vmtest::Bytes(vmtest::PlaneOf(W, H, [](uint32_t x, uint32_t y) {
+                  return x >= 20 && x < 26 && y >= 10 && y < 14 && !(x == 22 && y == 11) ? 0 : 255;   // covered
+              })));
 }
 
 TEST_F(ToolTest, MagicSubtractsWithCtrl)
