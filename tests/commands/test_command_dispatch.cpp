@@ -11,6 +11,7 @@
 #include "document/layer.h"
 #include "imaging/codec.h"
 #include "imaging/gbk_text.h"
+#include "support/engine_checks.h"
 #include "support/test_support.h"
 
 using namespace std::chrono_literals;
@@ -86,11 +87,9 @@ protected:
 
 void SelectRect(CLayerStack& doc, int x0, int y0, int x1, int y1, uint8_t value)
 {
-    COLChannel& mask = doc.GetSelectionMask();
-    mask = vmtest::Plane(uint32_t(doc.GetWidth()), uint32_t(doc.GetHeight()), 0);
-    for (int y = y0; y < y1; ++y)
-        for (int x = x0; x < x1; ++x)
-            mask.SetValue(uint32_t(x), uint32_t(y), value);
+    doc.GetSelectionMask() = vmtest::PlaneOf(doc.GetWidth(), doc.GetHeight(), [=](int x, int y) {
+        return x >= x0 && x < x1 && y >= y0 && y < y1 ? value : 0;
+    });
 }
 
 } // namespace
