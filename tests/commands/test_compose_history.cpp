@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -74,10 +75,12 @@ protected:
     std::vector<DocState> m_states;
 };
 
-TEST_F(ComposeHistoryTest, TheFirstStepIsAlwaysASnapshot)
+TEST_F(ComposeHistoryTest, TheFirstStepIsAlwaysASnapshotUnknownKindsAddNoneAndLabelsAreTranslated)
 {
+    m_log.SetLabelSource([](const char* key) { return std::string(key) == "His_open" ? "Opened" : "?"; });
     EXPECT_EQ(Step(kStepLayerRegion, 0, "His_open"), 1);
     EXPECT_EQ(LastKind(), kStepWholeDocument);
+    EXPECT_STREQ(m_log.GetRecord(0)->label, "Opened");
     EXPECT_EQ(m_log.CanBackward(), 0);
     // The snapshot is the document stream: its header names the document's size.
     const std::vector<uint8_t> head = vmtest::ReadAll(m_log.GetLogPath());
@@ -85,6 +88,8 @@ TEST_F(ComposeHistoryTest, TheFirstStepIsAlwaysASnapshot)
     EXPECT_EQ(vmio::GetU32(head.data()), 20u);
     EXPECT_EQ(vmio::GetU32(head.data() + 12), 30u);
     EXPECT_EQ(LastPayload(), 20 + 8 + 56 + 4 + 30 * 20 * 4 + 8 + 2u);
+    EXPECT_EQ(m_log.AddStep(&m_doc, 7, 0, "x"), 1) << "an unknown kind adds no record";
+    EXPECT_EQ(m_log.GetCount(), 1);
 }
 
 TEST_F(ComposeHistoryTest, APaintStepStoresOnlyItsChange)
@@ -296,36 +301,20 @@ TEST_F(ComposeHistoryTest, ReplayRefusesWhatTheDocumentCannotTake)
     EXPECT_EQ(apply(kStepRemoveChannel, 0, {}), 0);
     EXPECT_EQ(apply(kStepMoveLayer, 1 | (2 << 16), {}), 0);
     EXPECT_EQ(apply(42, 0, {}), 0);
+    // A region of layer 0 with the head (layer, left, top, right, bottom, whole) and one pixel behind it.
+    auto region = [](std::array<int32_t, 6> head) {
+        std::vector<uint8_t> bytes(24 + 4, 0);
+        for (size_t i = 0; i < head.size(); ++i) vmio::PutI32(bytes.data() + 4 * i, head[i]);
+        return bytes;
+    };
     // A region naming another layer than its arg, or lying outside the image.
-    std::vector<uint8_t> region(24 + 4, 0);
-    vmio::PutI32(region.data(), 1);
-    EXPECT_EQ(apply(kStepLayerRegion, 0, region), 0);
-    vmio::PutI32(region.data(), 0);
-    vmio::PutI32(region.data() + 4, 29);
-    vmio::PutI32(region.data() + 8, 19);
-    vmio::PutI32(region.data() + 12, 31);
-    vmio::PutI32(region.data() + 16, 20);
-    EXPECT_EQ(apply(kStepLayerRegion, 0, region), 0);
-    vmio::PutI32(region.data() + 12, 30);
-    EXPECT_EQ(apply(kStepLayerRegion, 0, region), 1);
+    EXPECT_EQ(apply(kStepLayerRegion, 0, region({1, 0, 0, 0, 0, 0})), 0);
+    EXPECT_EQ(apply(kStepLayerRegion, 0, region({0, 29, 19, 31, 20, 0})), 0);
+    EXPECT_EQ(apply(kStepLayerRegion, 0, region({0, 29, 19, 30, 20, 0})), 1);
     // A whole region larger than the bytes behind it allocates nothing.
-    vmio::PutI32(region.data() + 4, 0);
-    vmio::PutI32(region.data() + 8, 0);
-    vmio::PutI32(region.data() + 12, 20000);
-    vmio::PutI32(region.data() + 16, 20000);
-    vmio::PutI32(region.data() + 20, 1);
-    EXPECT_EQ(apply(kStepLayerRegion, 0, region), 0);
+    EXPECT_EQ(apply(kStepLayerRegion, 0, region({0, 0, 0, 20000, 20000, 1})), 0);
     EXPECT_EQ(m_doc.GetLayer(0)->m_image.GetWidth(), 30u);
     EXPECT_EQ(m_doc.depth, 0);
-}
-
-TEST_F(ComposeHistoryTest, UnknownKindsAddNoRecordAndLabelsAreTranslated)
-{
-    m_log.SetLabelSource([](const char* key) { return std::string(key) == "His_open" ? "Opened" : "?"; });
-    Step(kStepWholeDocument, 0, "His_open");
-    EXPECT_STREQ(m_log.GetRecord(0)->label, "Opened");
-    EXPECT_EQ(m_log.AddStep(&m_doc, 7, 0, "x"), 1);
-    EXPECT_EQ(m_log.GetCount(), 1);
 }
 
 TEST_F(ComposeHistoryTest, ProjectsSavedWithHistoryContinueWhereTheyWere)

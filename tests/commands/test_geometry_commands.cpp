@@ -75,7 +75,8 @@ TEST(GeometryCommands, BadSizesAreRefusedAndChangeNothing)
     for (const char* text : {"Doc_ImageSize('0','10')", "Doc_ImageSize('20001','10')", "Doc_ImageSize('10','10','3')",
                              "Doc_ImageSize('10')", "Doc_ResizeCanvas('20001','30')", "Doc_ResizeCanvas('40','0')",
                              "Doc_ResizeCanvas('40','30','3','0')", "Doc_ExtendCanvas('10001','0','0','0')",
-                             "Doc_ExtendCanvas('1','2','3')"})
+                             "Doc_ExtendCanvas('1','2','3')", "Doc_ExtendCanvas('1','1','1','1','12345')",
+                             "Doc_ResizeCanvas('9','9','1','1','GG0000')"})
         EXPECT_EQ(ExecuteCommand(g.context, text), kCommandRefused) << text;
     EXPECT_EQ(vmtest::Capture(g.doc), before);
     EXPECT_TRUE(g.history.Steps().empty());
@@ -107,10 +108,6 @@ TEST(GeometryCommands, CanvasTakesTheColourTheDialogChose)
     EXPECT_EQ(g.doc.GetLayer(0)->m_image.GetPixel(0, 0), 0xFF123456u);
     ASSERT_EQ(ExecuteCommand(g.context, "Doc_ResizeCanvas('60','40','0','0','A0B0C0')"), kCommandDone);
     EXPECT_EQ(g.doc.GetLayer(0)->m_image.GetPixel(59, 39), 0xFFA0B0C0u);
-    const auto before = vmtest::Capture(g.doc);
-    for (const char* text : {"Doc_ExtendCanvas('1','1','1','1','12345')", "Doc_ResizeCanvas('9','9','1','1','GG0000')"})
-        EXPECT_EQ(ExecuteCommand(g.context, text), kCommandRefused) << text;
-    EXPECT_EQ(vmtest::Capture(g.doc), before);
     EXPECT_EQ(g.history.Steps().size(), 2u);
 }
 

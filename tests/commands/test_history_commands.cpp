@@ -118,8 +118,8 @@ TEST_F(HistoryCommandsTest, AProjectOpenedAsADocumentBringsItsHistory)
     context2.history = &recording;
     ASSERT_EQ(OpenDocumentFile(context2, path.c_str()), kCommandDone);
     ASSERT_EQ(recording.Steps().size(), 1u);
-    EXPECT_EQ(recording.Steps()[0].kind, kStepWholeDocument);
-    EXPECT_EQ(recording.Steps()[0].label, "His_open");
+    EXPECT_EQ(std::make_pair(recording.Steps()[0].kind, recording.Steps()[0].label),
+              std::make_pair(int(kStepWholeDocument), std::string("His_open")));
 }
 
 } // namespace

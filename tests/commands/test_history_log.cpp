@@ -63,6 +63,16 @@ public:
     const char* GetPrefix() const override { return "T"; }
 };
 
+// The local date of a moment as a log name writes it: YYYYMMDD.
+std::string LocalDate(time_t moment)
+{
+    tm local {};
+    localtime_r(&moment, &local);
+    char date[48];
+    std::snprintf(date, sizeof date, "%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
+    return date;
+}
+
 class HistoryLogTest : public ::testing::Test {
 protected:
     vmtest::ScopedTempFolder m_tmp;
@@ -75,25 +85,22 @@ protected:
     NumberLog m_log;
 };
 
-TEST_F(HistoryLogTest, InitNamesTheLogInTheTemporaryFolderAndTheDestructorRemovesIt)
+TEST_F(HistoryLogTest, InitNamesTheLogInTheTemporaryFolderDropsYesterdaysAndTheDestructorRemovesIt)
 {
+    const std::string yesterdays = m_tmp.File("S" + LocalDate(std::time(nullptr) - 36 * 3600) + "120000.vmh");
+    vmtest::WriteAll(yesterdays, {0});
     std::string path;
     {
         NumberLog log;
         ASSERT_EQ(log.Init(), 1);
+        EXPECT_FALSE(fs::exists(yesterdays));
         path = log.GetLogPath();
         const std::string folder = m_tmp.Dir().Path().string() + "/";
         EXPECT_EQ(std::string(log.GetTempDirectory()), folder);
         ASSERT_EQ(path.size(), folder.size() + 19);
         EXPECT_EQ(path.substr(0, folder.size() + 1), folder + "T");
         EXPECT_EQ(path.substr(path.size() - 4), ".vmh");
-        // The name carries today's date.
-        const time_t now = std::time(nullptr);
-        tm local {};
-        localtime_r(&now, &local);
-        char date[48];
-        std::snprintf(date, sizeof date, "%04d%02d%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday);
-        EXPECT_EQ(path.substr(folder.size() + 1, 8), date);
+        EXPECT_EQ(path.substr(folder.size() + 1, 8), LocalDate(std::time(nullptr))) << "the name carries the date";
         EXPECT_TRUE(fs::exists(path));
 
         // A second log of the same kind started in the same second does not share the file.
@@ -130,20 +137,6 @@ TEST_F(HistoryLogTest, StaleLogsAreThoseBeforeTodayInAnyField)
     EXPECT_EQ(CHistoryLog::DeleteStaleLogs(dir.c_str(), 2024, 6, 14), 3);
     for (auto [n, stays] : names) EXPECT_EQ(fs::exists(dir + n), stays) << n;
     EXPECT_TRUE(fs::is_directory(dir + "C20200101000000.vmh"));
-}
-
-TEST_F(HistoryLogTest, InitDeletesYesterdaysLog)
-{
-    const time_t yesterday = std::time(nullptr) - 36 * 3600;
-    tm local {};
-    localtime_r(&yesterday, &local);
-    char name[64];
-    std::snprintf(name, sizeof name, "S%04d%02d%02d120000.vmh", local.tm_year + 1900, local.tm_mon + 1,
-                  local.tm_mday);
-    vmtest::WriteAll(m_tmp.File(name), {0});
-    NumberLog log;
-    ASSERT_EQ(log.Init(), 1);
-    EXPECT_FALSE(fs::exists(m_tmp.File(name)));
 }
 
 TEST_F(OpenLogTest, UndoRedoAndJumpsReplayFromTheNearestSnapshot)

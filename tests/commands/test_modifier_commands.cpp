@@ -50,12 +50,12 @@ protected:
     // A block from (3, 2) to (8, 6) at 255, with a ring of 128 around it.
     static Bytes Block()
     {
-        Bytes m(size_t(kW) * kH, 0);
-        for (int y = 1; y < 8; ++y)
-            for (int x = 2; x < 10; ++x)
-                m[size_t(y) * kW + x] = (x >= 3 && x < 9 && y >= 2 && y < 7) ? 255 : 128;
-        return m;
+        return MaskOf([](int x, int y) {
+            return x < 2 || x >= 10 || y < 1 || y >= 8 ? 0 : (x >= 3 && x < 9 && y >= 2 && y < 7) ? 255 : 128;
+        });
     }
+    // The bytes of a mask whose value at (x, y) is at(x, y).
+    template <class F> static Bytes MaskOf(F at) { return vmtest::Bytes(vmtest::PlaneOf(kW, kH, at)); }
     int Run(const char* text) { return ExecuteCommand(context, text); }
     const CHistoryRecord& LastRecord() const { return *log.GetRecord(log.GetCount() - 1); }
 
@@ -110,10 +110,7 @@ TEST_F(ModifierCommands, OutOfRangeAndMissingSelectionAreRefusedWithTheDocumentU
 
 TEST_F(ModifierCommands, ShrinkingAwayTheSelectionDeselects)
 {
-    Bytes thin(size_t(kW) * kH, 0);
-    for (int x = 2; x < 9; ++x)
-        thin[size_t(4) * kW + x] = 255;
-    Select(thin);
+    Select(MaskOf([](int x, int y) { return y == 4 && x >= 2 && x < 9 ? 255 : 0; }));
     ASSERT_EQ(Run("Doc_SelectShrink('1')"), kCommandDone);
     EXPECT_TRUE(doc.GetSelectionMask().IsNull());
     EXPECT_STREQ(LastRecord().label, "His_selectnone");
@@ -167,19 +164,13 @@ TEST_F(ModifierCommands, FillOfAnUpperLayerIsTrimmedAndTheForegroundIsTheDefault
     CLayer* upper = doc.AddLayer(0, kLayerKindRaster);
     ASSERT_NE(upper, nullptr);
     doc.SetCurrentIndex(1);
-    Bytes m(size_t(kW) * kH, 0);
-    for (int y = 2; y < 4; ++y)
-        for (int x = 5; x < 8; ++x)
-            m[size_t(y) * kW + x] = 200;
-    Select(m);
+    Select(MaskOf([](int x, int y) { return y >= 2 && y < 4 && x >= 5 && x < 8 ? 200 : 0; }));
     ASSERT_EQ(Run("Doc_FillSelection('100')"), kCommandDone);
     ASSERT_EQ(doc.GetLayerCount(), 2);
     const CLayer* layer = doc.GetLayer(1);
-    EXPECT_EQ(std::make_tuple(layer->m_x, layer->m_y, layer->m_image.GetWidth(), layer->m_image.GetHeight()),
-              std::make_tuple(5, 2, 3u, 2u));
+    EXPECT_EQ(vmtest::Place(*layer), "5,2");
     // Nothing lay below on the empty layer: the fill's pixel is taken as it is.
-    for (size_t i = 0; i < layer->m_image.GetPixelCount(); ++i)
-        EXPECT_EQ(layer->m_image.GetBuffer()[i].Word(), 0xC8102030u);
+    EXPECT_TRUE(vmtest::SamePixels(layer->m_image, vmtest::Solid(3, 2, CPixel::FromWord(0xC8102030))));
     EXPECT_EQ(doc.GetCurrentIndex(), 1);
 }
 

@@ -1,100 +1,82 @@
 #include <gtest/gtest.h>
-
 #include <random>
 #include <vector>
 
 #include "commands/region_tracker.h"
 #include "imaging/channel.h"
 #include "imaging/image.h"
-#include "runtime/simd_level.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 
 namespace {
 
-// Plain sums straight from the definition of the fold, to hold the vector passes against.
-void ReferenceSums(const COLImage& img, std::vector<uint32_t>& rows, std::vector<uint32_t>& cols)
+// Plain sums straight from the definition of the fold, to hold the vector passes against: a pixel's four bytes
+// added, less 257 above 257; a sample, less 129 from 130 on.
+uint32_t Folded(const COLImage& image, uint32_t x, uint32_t y)
 {
-    rows.assign(img.GetHeight(), 0);
-    cols.assign(img.GetWidth(), 0);
-    for (uint32_t y = 0; y < img.GetHeight(); ++y)
-        for (uint32_t x = 0; x < img.GetWidth(); ++x) {
-            const CPixel p = img.GetPixel2(x, y);
-            uint32_t v = p.blue + p.green + p.red + p.alpha;
-            if (v > 257) v -= 257;
-            rows[y] += v;
-            cols[x] += v;
+    const CPixel p = image.GetPixel2(x, y);
+    const uint32_t v = p.blue + p.green + p.red + p.alpha;
+    return v > 257 ? v - 257 : v;
+}
+uint32_t Folded(const COLChannel& plane, uint32_t x, uint32_t y)
+{
+    const uint32_t v = plane.GetValue(x, y);
+    return v >= 130 ? v - 129 : v;
+}
+
+template <class P> void ReferenceSums(const P& plane, std::vector<uint32_t>& rows, std::vector<uint32_t>& cols)
+{
+    rows.assign(plane.GetHeight(), 0);
+    cols.assign(plane.GetWidth(), 0);
+    for (uint32_t y = 0; y < plane.GetHeight(); ++y)
+        for (uint32_t x = 0; x < plane.GetWidth(); ++x) {
+            rows[y] += Folded(plane, x, y);
+            cols[x] += Folded(plane, x, y);
         }
 }
 
-void ReferenceSums(const COLChannel& ch, std::vector<uint32_t>& rows, std::vector<uint32_t>& cols)
-{
-    rows.assign(ch.GetHeight(), 0);
-    cols.assign(ch.GetWidth(), 0);
-    for (uint32_t y = 0; y < ch.GetHeight(); ++y)
-        for (uint32_t x = 0; x < ch.GetWidth(); ++x) {
-            uint32_t v = ch.GetValue(x, y);
-            if (v >= 130) v -= 129;
-            rows[y] += v;
-            cols[x] += v;
-        }
-}
-
-class TrackerLevels : public ::testing::TestWithParam<int> {
-protected:
-    void SetUp() override
-    {
-        vmsimd::LimitLevel(GetParam());
-        m_level = vmsimd::CurrentLevel();
-    }
-    void TearDown() override { vmsimd::LimitLevel(-1); }
-    int m_level = 0;
-};
-
-TEST_P(TrackerLevels, FoldedSumsMatchTheDefinitionForEveryWidth)
+TEST(RegionTracker, FoldedSumsMatchTheDefinitionForEveryWidthAndAtTheFoldOnEveryPath)
 {
     // Widths around every vector step, so that the scalar tails are exercised as well as the main loops.
-    for (uint32_t width : {1u, 3u, 4u, 5u, 7u, 8u, 9u, 15u, 16u, 17u, 31u, 32u, 33u, 47u, 64u, 100u}) {
-        COLImage img = vmtest::Noise(width, 5, width);
-        img.PutPixel(width - 1, 4, CPixel::FromWord(0xFFFFFFFF));   // the largest fold, in the last column
-        COLChannel ch = vmtest::NoisePlane(width, 5, width + 100);
-        ch.SetValue(width - 1, 4, 130);
+    vmtest::ForEachLevelAndSplit([](const std::string& label) {
+        for (uint32_t width : {1u, 3u, 4u, 5u, 7u, 8u, 9u, 15u, 16u, 17u, 31u, 32u, 33u, 47u, 64u, 100u}) {
+            COLImage img = vmtest::Noise(width, 5, width);
+            img.PutPixel(width - 1, 4, CPixel::FromWord(0xFFFFFFFF)); // the largest fold, in the last column
+            COLChannel ch = vmtest::NoisePlane(width, 5, width + 100);
+            ch.SetValue(width - 1, 4, 130);
 
-        std::vector<uint32_t> refRows, refCols, rows(5), cols(width, 12345);
-        ReferenceSums(img, refRows, refCols);
+            std::vector<uint32_t> refRows, refCols, rows(5), cols(width, 12345);
+            ReferenceSums(img, refRows, refCols);
+            ComputeFoldedSums(img, rows.data(), cols.data());
+            EXPECT_EQ(rows, refRows) << "image width " << width << ", " << label;
+            EXPECT_EQ(cols, refCols) << "image width " << width << ", " << label;
+
+            std::fill(cols.begin(), cols.end(), 777u);
+            ReferenceSums(ch, refRows, refCols);
+            ComputeFoldedSums(ch, rows.data(), cols.data());
+            EXPECT_EQ(rows, refRows) << "channel width " << width << ", " << label;
+            EXPECT_EQ(cols, refCols) << "channel width " << width << ", " << label;
+        }
+        SCOPED_TRACE(label);
+        // One row of 40 pixels, all zero but the probes, so every vector lane sees a boundary value.
+        COLImage img = vmtest::Solid(40, 1, CPixel{0, 0, 0, 0});
+        img.PutPixel(0, 0, CPixel{255, 2, 0, 0});        // 257 stays
+        img.PutPixel(9, 0, CPixel{255, 3, 0, 0});        // 258 folds to 1
+        img.PutPixel(17, 0, CPixel{255, 255, 255, 255}); // 1020 folds to 763
+        img.PutPixel(39, 0, CPixel{1, 1, 1, 1});         // 4
+        std::vector<uint32_t> rows(1), cols(40);
         ComputeFoldedSums(img, rows.data(), cols.data());
-        EXPECT_EQ(rows, refRows) << "image width " << width << " level " << m_level;
-        EXPECT_EQ(cols, refCols) << "image width " << width << " level " << m_level;
+        using Sums = std::vector<uint32_t>;
+        EXPECT_EQ((Sums{cols[0], cols[9], cols[17], cols[39], rows[0]}), (Sums{257, 1, 763, 4, 257 + 1 + 763 + 4}));
 
-        std::fill(cols.begin(), cols.end(), 777u);
-        ReferenceSums(ch, refRows, refCols);
+        COLChannel ch = vmtest::Plane(40, 1, 0);
+        ch.SetValue(1, 0, 129);  // stays
+        ch.SetValue(20, 0, 130); // folds to 1
+        ch.SetValue(35, 0, 255); // folds to 126
         ComputeFoldedSums(ch, rows.data(), cols.data());
-        EXPECT_EQ(rows, refRows) << "channel width " << width << " level " << m_level;
-        EXPECT_EQ(cols, refCols) << "channel width " << width << " level " << m_level;
-    }
+        EXPECT_EQ((Sums{cols[1], cols[20], cols[35], rows[0]}), (Sums{129, 1, 126, 129 + 1 + 126}));
+    });
 }
-
-TEST_P(TrackerLevels, FoldBoundaries)
-{
-    // One row of 40 pixels, all zero but the probes, so every vector lane sees a boundary value.
-    COLImage img = vmtest::Solid(40, 1, CPixel{0, 0, 0, 0});
-    img.PutPixel(0, 0, CPixel{255, 2, 0, 0});       // 257 stays
-    img.PutPixel(9, 0, CPixel{255, 3, 0, 0});       // 258 folds to 1
-    img.PutPixel(17, 0, CPixel{255, 255, 255, 255}); // 1020 folds to 763
-    img.PutPixel(39, 0, CPixel{1, 1, 1, 1});        // 4
-    std::vector<uint32_t> rows(1), cols(40);
-    ComputeFoldedSums(img, rows.data(), cols.data());
-    using Sums = std::vector<uint32_t>;
-    EXPECT_EQ((Sums{cols[0], cols[9], cols[17], cols[39], rows[0]}), (Sums{257, 1, 763, 4, 257 + 1 + 763 + 4}));
-
-    COLChannel ch = vmtest::Plane(40, 1, 0);
-    ch.SetValue(1, 0, 129);   // stays
-    ch.SetValue(20, 0, 130);  // folds to 1
-    ch.SetValue(35, 0, 255);  // folds to 126
-    ComputeFoldedSums(ch, rows.data(), cols.data());
-    EXPECT_EQ((Sums{cols[1], cols[20], cols[35], rows[0]}), (Sums{129, 1, 126, 129 + 1 + 126}));
-}
-
-INSTANTIATE_TEST_SUITE_P(Levels, TrackerLevels, ::testing::Values(0, 1, 2));
 
 TEST(RegionTracker, OnePixelChangeGivesItsBoxAndIsTakenIn)
 {

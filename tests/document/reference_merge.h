@@ -42,15 +42,10 @@ inline void BlendOnto(COLImage& dst, const CLayer& layer)
             CPixel& d = *dst.GetBuffer(uint32_t(x), uint32_t(y));
             const CPixel s = layer.m_image.GetPixel2(uint32_t(lx), uint32_t(ly));
             const int a = (s.alpha * layer.m_opacity + 127) / 255;
-            const int rb = ModeColour(layer.m_blendMode, d.blue, s.blue);
-            const int rg = ModeColour(layer.m_blendMode, d.green, s.green);
-            const int rr = ModeColour(layer.m_blendMode, d.red, s.red);
-            if (a == 255) {
-                d.blue = uint8_t(rb), d.green = uint8_t(rg), d.red = uint8_t(rr);
-            } else {
-                d.blue = uint8_t((d.blue * (255 - a) + rb * a + 127) / 255);
-                d.green = uint8_t((d.green * (255 - a) + rg * a + 127) / 255);
-                d.red = uint8_t((d.red * (255 - a) + rr * a + 127) / 255);
+            for (int k = 0; k < 3; ++k) {   // blue, green, red
+                uint8_t& c = (&d.blue)[k];
+                const int r = ModeColour(layer.m_blendMode, c, (&s.blue)[k]);
+                c = uint8_t(a == 255 ? r : (c * (255 - a) + r * a + 127) / 255);
             }
         }
 }
@@ -61,10 +56,8 @@ inline void Merge(const CLayerStack& stack, COLImage& dst, int maskFlag)
     const COLImage& base = stack.GetLayer(0)->m_image;
     dst.Create(base.GetWidth(), base.GetHeight());
     for (size_t i = 0; i < base.GetPixelCount(); ++i) {
-        CPixel& d = dst.GetBuffer()[i];
-        d.blue = base.GetBuffer()[i].blue;
-        d.green = base.GetBuffer()[i].green;
-        d.red = base.GetBuffer()[i].red;
+        const CPixel b = base.GetBuffer()[i];
+        dst.GetBuffer()[i] = CPixel{b.blue, b.green, b.red, dst.GetBuffer()[i].alpha};
     }
     for (int i = 1; i < stack.GetLayerCount(); ++i)
         BlendOnto(dst, *stack.GetLayer(i));
@@ -91,10 +84,8 @@ inline void MergeFast(const CLayerStack& stack, COLImage& dst, int left, int top
         for (int i = 0; i < ow; ++i) {
             CPixel p = base.GetPixel2(uint32_t(left + i * step), uint32_t(top + j * step));
             if (p.alpha != 255) {
-                const int a = p.alpha;
-                p.blue = uint8_t(((p.blue - 255) * a + 65025) >> 8);
-                p.green = uint8_t(((p.green - 255) * a + 65025) >> 8);
-                p.red = uint8_t(((p.red - 255) * a + 65025) >> 8);
+                for (int k = 0; k < 3; ++k)
+                    (&p.blue)[k] = uint8_t((((&p.blue)[k] - 255) * p.alpha + 65025) >> 8);
                 p.alpha = 255;
             }
             dst.PutPixel(uint32_t(i), uint32_t(j), p);
@@ -112,9 +103,10 @@ inline void MergeFast(const CLayerStack& stack, COLImage& dst, int left, int top
                 CPixel& d = *dst.GetBuffer(uint32_t(x / step), uint32_t(y / step));
                 const CPixel s = layer.m_image.GetPixel2(uint32_t(x - l), uint32_t(y - t));
                 const int a = (s.alpha * layer.m_opacity + 127) >> 8;
-                d.blue = uint8_t((ModeColour(layer.m_blendMode, d.blue, s.blue) * a + d.blue * (255 - a)) >> 8);
-                d.green = uint8_t((ModeColour(layer.m_blendMode, d.green, s.green) * a + d.green * (255 - a)) >> 8);
-                d.red = uint8_t((ModeColour(layer.m_blendMode, d.red, s.red) * a + d.red * (255 - a)) >> 8);
+                for (int k = 0; k < 3; ++k) {   // blue, green, red
+                    uint8_t& c = (&d.blue)[k];
+                    c = uint8_t((ModeColour(layer.m_blendMode, c, (&s.blue)[k]) * a + c * (255 - a)) >> 8);
+                }
             }
     }
 }

@@ -6,41 +6,56 @@
 #include "support/pictures.h"
 #include "support/test_support.h"
 
-TEST(ComposeDocument, RenderPaintsWhiteBeforeAnyMerge)
+namespace {
+
+// An unthreaded document shown in a fake view: each test makes its picture, merges it and reads the screen back.
+class ComposeDocumentTest : public ::testing::Test {
+protected:
+    // Merges the document and attaches the view, as the editor does once a document is open.
+    void Show()
+    {
+        ASSERT_EQ(doc.MergeNow(), 1);
+        doc.SetView(&view);
+    }
+    // The screen picture of w x h the document renders at the view's zoom and origin.
+    COLImage Rendered(uint32_t w, uint32_t h)
+    {
+        COLImage target;
+        target.Create(w, h);
+        doc.Render(&target);
+        return target;
+    }
+    CFakeView view;
+    CComposeDocument doc{0};
+};
+
+} // namespace
+
+TEST_F(ComposeDocumentTest, RenderPaintsWhiteBeforeAnyMerge)
 {
-    CComposeDocument doc(0);
     COLImage target;
     target.Create(7, 5);
     EXPECT_EQ(doc.Render(&target), 0);
-    for (size_t i = 0; i < target.GetPixelCount(); ++i)
-        ASSERT_EQ(target.GetBuffer()[i].Word(), 0xFFFFFFFFu);
-    int w = -1, h = -1;
-    doc.GetSize(w, h);
-    EXPECT_EQ(w, 0);
+    EXPECT_TRUE(vmtest::SamePixels(target, vmtest::Solid(7, 5, CPixel::FromWord(0xFFFFFFFF))));
 }
 
-TEST(ComposeDocument, RenderShowsThePartAtTheViewsOrigin)
+TEST_F(ComposeDocumentTest, RenderShowsThePartAtTheViewsOrigin)
 {
-    CComposeDocument doc(0);
     ASSERT_EQ(doc.NewDocument(40, 20, 0xFFFF0000), 1); // red, with a blue right half
     CLayer* base = doc.GetLayer(0);
     for (uint32_t y = 0; y < 20; ++y)
         for (uint32_t x = 20; x < 40; ++x)
             base->m_image.PutPixel(x, y, CPixel::Make(0, 0, 255, 255));
-    ASSERT_EQ(doc.MergeNow(), 1);
-    CFakeView view;
-    doc.SetView(&view);
-    COLImage target;
-    target.Create(8, 8);
+    Show();
     view.origin = {24, 4};
-    doc.Render(&target);
+    COLImage target = Rendered(8, 8);
     for (size_t i = 0; i < target.GetPixelCount(); ++i) {
         ASSERT_GE(target.GetBuffer()[i].blue, 250);
         ASSERT_LE(target.GetBuffer()[i].red, 5);
     }
     view.origin = {0, 0};
     view.zoom = 0.25; // 32 x 32 document pixels into 8 x 8: the red half on the left, blue on the right
-    doc.Render(&target);
+    target = Rendered(8, 8);
     EXPECT_GE(target.GetPixel2(0, 3).red, 250);
     EXPECT_GE(target.GetPixel2(7, 3).blue, 250);
 
@@ -51,17 +66,14 @@ TEST(ComposeDocument, RenderShowsThePartAtTheViewsOrigin)
     EXPECT_GE(thumb.GetPixel2(3, 1).blue, 250);
 }
 
-TEST(ComposeDocument, MergeRectWritesBlocksAndKeepsTheSelection)
+TEST_F(ComposeDocumentTest, MergeRectWritesBlocksAndKeepsTheSelection)
 {
-    CComposeDocument doc(0);
     ASSERT_EQ(doc.NewDocument(12, 10, 0xFF000000), 1);
     doc.GetSelectionMask() = vmtest::Plane(12, 10, 99);
-    ASSERT_EQ(doc.MergeNow(), 1);
+    Show();
     CLayer* top = doc.AddLayer(0, 0);
     top->m_image =
         vmtest::Picture(12, 10, [](uint32_t x, uint32_t) { return CPixel::Make(uint8_t(20 * x), 0, 0, 255); });
-    CFakeView view;
-    doc.SetView(&view);
     ASSERT_EQ(doc.MergeRect(9, 8, 3, -5, 2), 1); // normalised and clamped to (3, 0, 9, 8)
     EXPECT_EQ(view.redraws, 1);
     const COLImage& c = *doc.GetComposite();
@@ -79,22 +91,18 @@ TEST(ComposeDocument, MergeRectWritesBlocksAndKeepsTheSelection)
     EXPECT_EQ(doc.MergeRect(0, 0, 1, 1, 2), 1) << "a rectangle smaller than the step changes nothing";
 }
 
-TEST(ComposeDocument, AFlatColourKeepsItsValueAtEveryZoom)
+TEST_F(ComposeDocumentTest, AFlatColourKeepsItsValueAtEveryZoom)
 {
     // The screen must not darken or stripe: one colour comes out as exactly that colour, whatever the zoom.
-    CComposeDocument doc(0);
     ASSERT_EQ(doc.NewDocument(997, 613, 0xFF808080), 1); // 128 gray, sides that divide by nothing handy
-    ASSERT_EQ(doc.MergeNow(), 1);
-    CFakeView view;
-    doc.SetView(&view);
+    Show();
     for (double zoom : {0.1, 0.2, 1.0 / 3.0, 0.5, 2.0 / 3.0, 1.0, 1.5, 2.0, 3.0, 7.0, 10.0, 0.1234, 0.777}) {
         SCOPED_TRACE(zoom);
         view.zoom = zoom;
         for (CViewPoint origin : {CViewPoint{0, 0}, CViewPoint{3, 7}}) {
             view.origin = origin;
-            COLImage target;
-            target.Create(std::min(301u, uint32_t(997 * zoom)), std::min(211u, uint32_t(613 * zoom)));
-            doc.Render(&target);
+            const COLImage target =
+                Rendered(std::min(301u, uint32_t(997 * zoom)), std::min(211u, uint32_t(613 * zoom)));
             for (size_t i = 0; i < target.GetPixelCount(); ++i) {
                 const CPixel p = target.GetBuffer()[i];
                 ASSERT_TRUE(p.red == 128 && p.green == 128 && p.blue == 128) << "pixel " << i;
@@ -103,20 +111,15 @@ TEST(ComposeDocument, AFlatColourKeepsItsValueAtEveryZoom)
     }
 }
 
-TEST(ComposeDocument, ReducedViewsAverageWhatEachScreenPixelCovers)
+TEST_F(ComposeDocumentTest, ReducedViewsAverageWhatEachScreenPixelCovers)
 {
     // At one half every screen pixel covers a 2 x 2 block: its value is the rounded mean of the block.
-    CComposeDocument doc(0);
     ASSERT_EQ(doc.NewDocument(8, 6, 0xFF000000), 1);
     COLImage& img = doc.GetLayer(0)->m_image;
     img = vmtest::OpaqueNoise(8, 6, 11);
-    ASSERT_EQ(doc.MergeNow(), 1);
-    CFakeView view;
+    Show();
     view.zoom = 0.5;
-    doc.SetView(&view);
-    COLImage target;
-    target.Create(4, 3);
-    doc.Render(&target);
+    COLImage target = Rendered(4, 3);
     for (uint32_t y = 0; y < 3; ++y)
         for (uint32_t x = 0; x < 4; ++x) {
             int sum[3] = {};
@@ -129,16 +132,14 @@ TEST(ComposeDocument, ReducedViewsAverageWhatEachScreenPixelCovers)
         }
     // Enlarged, each document pixel becomes a block of its own colour.
     view.zoom = 3;
-    target.Create(24, 18);
-    doc.Render(&target);
+    target = Rendered(24, 18);
     for (uint32_t y = 0; y < 18; ++y)
         for (uint32_t x = 0; x < 24; ++x)
             ASSERT_EQ(target.GetPixel2(x, y).Word() & 0xFFFFFF, img.GetPixel2(x / 3, y / 3).Word() & 0xFFFFFF);
 }
 
-TEST(ComposeDocument, SeeThroughPartsShowTheCheckerboard)
+TEST_F(ComposeDocumentTest, SeeThroughPartsShowTheCheckerboard)
 {
-    CComposeDocument doc(0);
     ASSERT_EQ(doc.NewDocument(32, 16, 0xFF204060), 1);
     COLImage& base = doc.GetLayer(0)->m_image;
     for (uint32_t y = 0; y < 16; ++y)
@@ -150,12 +151,8 @@ TEST(ComposeDocument, SeeThroughPartsShowTheCheckerboard)
     for (uint32_t y = 0; y < 8; ++y)
         for (uint32_t x = 16; x < 32; ++x)
             top->m_image.PutPixel(x, y, CPixel::Make(200, 10, 10, 255));
-    ASSERT_EQ(doc.MergeNow(), 1);
-    CFakeView view;
-    doc.SetView(&view);
-    COLImage target;
-    target.Create(32, 16);
-    doc.Render(&target);
+    Show();
+    const COLImage target = Rendered(32, 16);
     EXPECT_EQ(target.GetPixel2(3, 12).Word() & 0xFFFFFF, 0x204060u); // opaque base: as it is
     EXPECT_EQ(target.GetPixel2(20, 3).red, 200);                     // covered by the layer: the layer
     // Uncovered and transparent: the light and the white cells, never black.

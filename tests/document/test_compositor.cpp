@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <random>
 
+#include "document/compose_document.h"
 #include "document/compositor.h"
 #include "document/layer.h"
 #include "document/layer_stack.h"
@@ -39,6 +40,24 @@ void BuildRandomStack(CLayerStack& stack, uint32_t w, uint32_t h, uint32_t seed)
             for (size_t k = 0; k < layer->m_image.GetPixelCount(); ++k)
                 p[k].alpha = (k / 64) % 2 ? 255 : 0;
         }
+    }
+}
+
+// An opaque base with a few see-through pixels, and upper layers of noise in normal and other modes: the photo
+// that brushes update after every frame, the vector path's case.
+void BuildPhotoStack(CLayerStack& stack, int w, int h)
+{
+    ASSERT_EQ(stack.NewDocument(w, h, 0xFF808080), 1);
+    COLImage& base = stack.GetLayer(0)->m_image;
+    vmtest::FillNoise(base, uint32_t(w), uint32_t(h), 4);
+    for (size_t i = 0; i < base.GetPixelCount(); ++i)
+        base.GetBuffer()[i].alpha = i % 97 == 5 ? uint8_t(i) : 255;
+    const int modes[] = {kBlendNormal, kBlendNormal, kBlendScreen};
+    for (int k = 0; k < 3; ++k) {
+        CLayer* layer = AddNoiseLayer(stack, uint32_t(w - 7 * k), uint32_t(h - 5 * k), 3 * k - 2, 4 - 3 * k,
+                                      uint32_t(10 + k));
+        layer->m_blendMode = uint8_t(modes[k]);
+        layer->m_opacity = uint8_t(k == 1 ? 140 : 255);
     }
 }
 
@@ -129,10 +148,8 @@ TEST(Compositor, BaseIsOpaqueAtTheOriginWhateverItsSettings)
     base->m_y = -2;
     COLImage out;
     ASSERT_EQ(MergeLayers(&stack, &out, 1), 1);
-    ASSERT_EQ(out.GetWidth(), 5u);
-    for (size_t i = 0; i < out.GetPixelCount(); ++i) {
-        EXPECT_EQ(out.GetBuffer()[i].Word(), 0x00102030u) << "colour of the base, alpha 0 without a selection";
-    }
+    EXPECT_TRUE(vmtest::SamePixels(out, vmtest::Solid(5, 4, CPixel::FromWord(0x00102030))))
+        << "colour of the base, alpha 0 without a selection";
     CLayerStack empty;
     EXPECT_EQ(MergeLayers(&empty, &out, 0), 0);
 }
@@ -198,26 +215,55 @@ TEST(Compositor, MergeFastSamplesDrawsBaseOnWhiteAndShifts)
     EXPECT_TRUE(out.IsNull()) << "a rectangle narrower than the step frees the destination";
 }
 
-TEST(Compositor, MergeFastMatchesTheSampledArithmetic)
+// The coarse update that brushes ask for after every frame: MergeFast's samples against the plain arithmetic, and
+// MergeRect's stretch of them into the composite (whose alpha bytes are the selection and must stay), on every
+// path. Rectangles come with any corners: swapped, past every edge, narrower than the step.
+TEST(Compositor, MergeFastAndMergeRectMatchTheSampledArithmetic)
 {
-    CLayerStack stack;
-    BuildRandomStack(stack, 97, 61, 5);
-    std::mt19937 rng(3);
-    for (int round = 0; round < 60; ++round) {
-        const int step = 1 + int(rng() % 5);
-        const int l = int(rng() % 110) - 5, t = int(rng() % 70) - 5, r = int(rng() % 110) - 5, b = int(rng() % 70) - 5;
-        COLImage fast, slow;
-        ASSERT_EQ(MergeFast(&stack, &fast, CRect{l, t, r, b}, step), 1);
-        CRect n{l, t, r, b};
-        n.Normalize();
-        const int rw = std::clamp(n.right, 0, 97) - std::clamp(n.left, 0, 97);
-        const int rh = std::clamp(n.bottom, 0, 61) - std::clamp(n.top, 0, 61);
-        if (rw < step || rh < step) {
-            EXPECT_TRUE(fast.IsNull());
-            continue;
+    for (bool photo : {false, true}) {
+        const int w = photo ? 83 : 97, h = photo ? 57 : 61;
+        CComposeDocument doc(0);
+        if (photo)
+            BuildPhotoStack(doc, w, h);
+        else
+            BuildRandomStack(doc, uint32_t(w), uint32_t(h), 5);
+        vmtest::FillNoise(doc.GetSelectionMask(), uint32_t(w), uint32_t(h), 8);
+        std::mt19937 rng(photo ? 5 : 3);
+        for (int round = 0; round < 40; ++round) {
+            SCOPED_TRACE(testing::Message() << (photo ? "photo" : "random stack") << ", round " << round);
+            const int step = 1 + int(rng() % 5);
+            const CRect rect{int(rng() % (w + 13)) - 5, int(rng() % (h + 9)) - 5, int(rng() % (w + 13)) - 5,
+                             int(rng() % (h + 9)) - 5};
+            CRect n = rect;
+            n.Normalize();
+            const int l = std::clamp(n.left, 0, w), t = std::clamp(n.top, 0, h);
+            const int r = std::clamp(n.right, 0, w), b = std::clamp(n.bottom, 0, h);
+            ASSERT_EQ(doc.MergeNow(), 1);
+            const COLImage before = vmtest::Copy(*doc.GetComposite());
+            COLImage preview;
+            if (r - l >= step && b - t >= step) reftest::MergeFast(doc, preview, l, t, r, b, step);
+            COLImage expected = vmtest::Copy(before);
+            if (!preview.IsNull())
+                for (int y = t; y < b; ++y)
+                    for (int x = l; x < r; ++x) {
+                        const CPixel p =
+                            preview.GetPixel2(uint32_t(std::min((x - l) / step, int(preview.GetWidth()) - 1)),
+                                              uint32_t(std::min((y - t) / step, int(preview.GetHeight()) - 1)));
+                        CPixel& o = expected.GetBuffer()[size_t(y) * w + x];
+                        o = CPixel{p.blue, p.green, p.red, o.alpha};
+                    }
+            vmtest::ForEachLevelAndSplit([&](const std::string& label) {
+                COLImage fast;
+                ASSERT_EQ(MergeFast(&doc, &fast, rect, step), 1);
+                if (preview.IsNull())
+                    EXPECT_TRUE(fast.IsNull()) << "a rectangle narrower than the step frees the destination";
+                else
+                    ASSERT_TRUE(vmtest::SamePixels(fast, preview)) << label << ", step " << step;
+                ASSERT_TRUE(doc.GetComposite()->DuplicateFrom(&before));
+                ASSERT_EQ(doc.MergeRect(rect.left, rect.top, rect.right, rect.bottom, step), 1);
+                ASSERT_TRUE(vmtest::SamePixels(*doc.GetComposite(), expected)) << label << ", step " << step;
+            });
         }
-        reftest::MergeFast(stack, slow, n.left, n.top, n.right, n.bottom, step);
-        ASSERT_TRUE(vmtest::SamePixels(fast, slow)) << "round " << round << " step " << step;
     }
 }
 

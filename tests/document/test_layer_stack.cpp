@@ -34,9 +34,17 @@ CPixel MergeDownPixel(CPixel pl, CPixel pu, int lowerOpacity, int upperOpacity, 
 
 } // namespace
 
-TEST(LayerStack, DefaultNamesOfAnotherLanguage)
+TEST(LayerStack, DefaultNamesAreGbkOrThoseOfAnotherLanguage)
 {
     CLayerStack stack;
+    ASSERT_EQ(stack.NewDocument(8, 8, 0xFFFFFFFF), 1);
+    EXPECT_EQ(Utf8Name(stack.GetLayer(0)), "背景");
+    ASSERT_NE(stack.AddLayer(0, 0), nullptr);
+    EXPECT_EQ(Utf8Name(stack.GetLayer(1)), "图层1");
+    ASSERT_NE(stack.AddLayer(0, 0), nullptr);
+    EXPECT_EQ(Utf8Name(stack.GetLayer(1)), "图层2") << "inserted behind the base, named by the count before it";
+
+    stack.Clear();
     stack.SetDefaultNames("Background", "Layer %d %d%%s");
     ASSERT_EQ(stack.NewDocument(8, 8, 0xFFFFFFFF), 1);
     EXPECT_EQ(Utf8Name(stack.GetLayer(0)), "Background");
@@ -50,25 +58,6 @@ TEST(LayerStack, DefaultNamesOfAnotherLanguage)
     stack.SetDefaultNames("", "");
     ASSERT_NE(stack.AddLayer(0, 0), nullptr);
     EXPECT_EQ(Utf8Name(stack.GetLayer(1)), "图层3");
-}
-
-TEST(LayerStack, DefaultNamesAreGbk)
-{
-    std::string gbk;
-    ASSERT_TRUE(Utf8ToGbk("背景", gbk));
-    EXPECT_EQ(gbk, kBackgroundLayerName);
-    CLayerStack stack;
-    ASSERT_EQ(stack.NewDocument(8, 8, 0xFFFFFFFF), 1);
-    EXPECT_EQ(Utf8Name(stack.GetLayer(0)), "背景");
-    char name[kLayerNameBytes];
-    stack.MakeDefaultName(name);
-    std::string utf8;
-    ASSERT_TRUE(GbkToUtf8(name, utf8));
-    EXPECT_EQ(utf8, "图层1");
-    ASSERT_NE(stack.AddLayer(0, 0), nullptr);
-    EXPECT_EQ(Utf8Name(stack.GetLayer(1)), "图层1");
-    ASSERT_NE(stack.AddLayer(0, 0), nullptr);
-    EXPECT_EQ(Utf8Name(stack.GetLayer(1)), "图层2") << "inserted behind the base, named by the count before it";
 }
 
 TEST(LayerStack, AddLayerRules)
@@ -147,38 +136,35 @@ TEST(LayerStack, DuplicateAndMove)
 
 TEST(LayerStack, TrimToContent)
 {
+    auto box = [](const CLayer& l) { return vmtest::Size(l.m_image) + " at " + vmtest::Place(l); };
     CLayer layer;
     layer.m_image = vmtest::Solid(20, 30, CPixel{});
     layer.m_x = 100;
     layer.m_y = -4;
     layer.m_image.PutPixel(5, 7, CPixel::Make(1, 2, 3, 255));
     ASSERT_EQ(layer.TrimToContent(), 1);
-    EXPECT_EQ(vmtest::Size(layer.m_image), "1x1");
-    EXPECT_EQ(vmtest::Place(layer), "105,3");
+    EXPECT_EQ(box(layer), "1x1 at 105,3");
     EXPECT_EQ(layer.m_image.GetPixel2(0, 0).Word(), CPixel::Make(1, 2, 3, 255).Word());
 
     CLayer clear;
     clear.m_image = vmtest::Solid(9, 4, CPixel::Make(50, 50, 50, 0));
     ASSERT_EQ(clear.TrimToContent(), 1);
-    EXPECT_EQ(clear.m_image.GetWidth(), 9u) << "a wholly transparent layer is left alone";
-    EXPECT_EQ(clear.m_x, 0);
+    EXPECT_EQ(box(clear), "9x4 at 0,0") << "a wholly transparent layer is left alone";
 
     CLayer wide;
     wide.m_image = vmtest::Solid(9, 4, CPixel{});
     wide.m_image.PutPixel(0, 1, CPixel::Make(0, 0, 0, 1));
     wide.m_image.PutPixel(8, 2, CPixel::Make(0, 0, 0, 1));
     ASSERT_EQ(wide.TrimToContent(), 1);
-    EXPECT_EQ(wide.m_image.GetWidth(), 9u);
-    EXPECT_EQ(wide.m_image.GetHeight(), 2u) << "only the height shrinks";
-    EXPECT_EQ(wide.m_y, 1);
+    EXPECT_EQ(box(wide), "9x2 at 0,1") << "only the height shrinks";
 
     CLayerStack stack;
     ASSERT_EQ(stack.NewDocument(10, 10, 0), 1); // the base is never trimmed, although it is transparent
     CLayer* upper = stack.AddLayer(0, 0);
     upper->m_image.PutPixel(3, 4, CPixel::Make(0, 0, 0, 9));
     ASSERT_EQ(stack.TrimAllLayers(), 1);
-    EXPECT_EQ(stack.GetLayer(0)->m_image.GetWidth(), 10u);
-    EXPECT_EQ(upper->m_image.GetWidth(), 1u);
+    EXPECT_EQ(box(*stack.GetLayer(0)), "10x10 at 0,0");
+    EXPECT_EQ(box(*upper), "1x1 at 3,4");
 }
 
 TEST(LayerStack, MergeDownArithmeticOverTheUnionOfContent)
@@ -223,7 +209,7 @@ TEST(LayerStack, MergeDownArithmeticOverTheUnionOfContent)
         }
 }
 
-TEST(LayerStack, MergeDownOntoTheBaseKeepsItsSize)
+TEST(LayerStack, MergeDownOntoTheBaseKeepsItsSizeAndOfEmptyLayersGivesAPixel)
 {
     CLayerStack stack;
     ASSERT_EQ(stack.NewDocument(8, 6, 0xFF204060), 1);
@@ -243,12 +229,8 @@ TEST(LayerStack, MergeDownOntoTheBaseKeepsItsSize)
     EXPECT_EQ(stack.MergeDown(0), 1) << "nothing happens below index 1";
     EXPECT_EQ(stack.MergeDown(1), 1);
     EXPECT_EQ(stack.GetLayerCount(), 1);
-}
 
-TEST(LayerStack, MergeDownOfTwoEmptyLayers)
-{
-    CLayerStack stack;
-    ASSERT_EQ(stack.NewDocument(8, 6, 0xFF000000), 1);
+    // Two empty layers give one transparent pixel where the lower one stood.
     CLayer* lower = stack.AddLayer(0, 0);
     lower->m_x = 2;
     lower->m_y = 3;
@@ -256,9 +238,8 @@ TEST(LayerStack, MergeDownOfTwoEmptyLayers)
     ASSERT_EQ(stack.MergeDown(2), 1);
     ASSERT_EQ(stack.GetLayerCount(), 2);
     const CLayer* merged = stack.GetLayer(1);
-    EXPECT_EQ(merged->m_image.GetWidth(), 1u);
+    EXPECT_EQ(vmtest::Size(merged->m_image) + " at " + vmtest::Place(*merged), "1x1 at 2,3");
     EXPECT_EQ(merged->m_image.GetPixel(0, 0), 0u);
-    EXPECT_EQ(vmtest::Place(*merged), "2,3");
 }
 
 TEST(LayerStack, FlattenAllKeepsTheMergedPicture)

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "runtime/parallel_for.h"
+#include "support/runtime_limits.h"
 
 namespace {
 
@@ -36,17 +37,16 @@ void CheckSplit(size_t count, size_t minPerPart, unsigned expectParts)
 
 TEST(ParallelFor, SplitsCoverEveryIndexOnce)
 {
-    vmpar::SetWorkerCount(4);
+    const vmtest::ThreadCount workers(4);
     CheckSplit(1000, 1, 4);
     CheckSplit(3, 1, 3);        // never more parts than items
     CheckSplit(1000, 400, 2);   // nor parts smaller than asked
     CheckSplit(10, 100, 1);
-    vmpar::SetWorkerCount(0);
 }
 
 TEST(ParallelFor, ConcurrentAndNestedCallsAllFinish)
 {
-    vmpar::SetWorkerCount(3);
+    const vmtest::ThreadCount workers(3);
     std::atomic<size_t> total{0};
     auto work = [&] {
         for (int r = 0; r < 50; ++r)
@@ -65,5 +65,4 @@ TEST(ParallelFor, ConcurrentAndNestedCallsAllFinish)
                      if (b > 0) throw std::runtime_error("range");
                  }),
                  std::runtime_error);
-    vmpar::SetWorkerCount(0);
 }

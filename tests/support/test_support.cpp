@@ -74,14 +74,25 @@ COLChannel NoisePlane(uint32_t width, uint32_t height, uint32_t seed)
     return plane;
 }
 
+namespace {
+
+// Both pictures there and of one size: what every comparison below needs first.
+bool SameSize(const COLImage& a, const COLImage& b)
+{
+    return !a.IsNull() && !b.IsNull() && a.GetWidth() == b.GetWidth() && a.GetHeight() == b.GetHeight();
+}
+
+} // namespace
+
 bool SameColours(const COLImage& a, const COLImage& b)
 {
-    if (a.IsNull() || b.IsNull() || a.GetWidth() != b.GetWidth() || a.GetHeight() != b.GetHeight()) return false;
+    if (!SameSize(a, b)) return false;
     for (size_t i = 0; i < a.GetPixelCount(); ++i)
         if (!(a.GetBuffer()[i] == b.GetBuffer()[i])) return false;
     return true;
 }
 
+// Compared in place, without copies: the exhaustion tests compare inside a process that has no memory to spare.
 bool SamePixels(const COLImage& a, const COLImage& b)
 {
     if (!SameColours(a, b)) return false;
@@ -92,9 +103,7 @@ bool SamePixels(const COLImage& a, const COLImage& b)
 
 int MaxColourDifference(const COLImage& expected, const COLImage& actual, bool onlyVisible)
 {
-    if (expected.IsNull() || actual.IsNull() || expected.GetWidth() != actual.GetWidth() ||
-        expected.GetHeight() != actual.GetHeight())
-        return -1;
+    if (!SameSize(expected, actual)) return -1;
     int worst = 0;
     for (size_t i = 0; i < expected.GetPixelCount(); ++i) {
         const CPixel e = expected.GetBuffer()[i], a = actual.GetBuffer()[i];
@@ -106,9 +115,7 @@ int MaxColourDifference(const COLImage& expected, const COLImage& actual, bool o
 
 int MaxAlphaDifference(const COLImage& expected, const COLImage& actual)
 {
-    if (expected.IsNull() || actual.IsNull() || expected.GetWidth() != actual.GetWidth() ||
-        expected.GetHeight() != actual.GetHeight())
-        return -1;
+    if (!SameSize(expected, actual)) return -1;
     int worst = 0;
     for (size_t i = 0; i < expected.GetPixelCount(); ++i)
         worst = std::max(worst, std::abs(expected.GetBuffer()[i].alpha - actual.GetBuffer()[i].alpha));

@@ -32,16 +32,10 @@ void FillNoise(COLChannel& channel, uint32_t width, uint32_t height, uint32_t se
 COLImage Noise(uint32_t width, uint32_t height, uint32_t seed);
 COLChannel NoisePlane(uint32_t width, uint32_t height, uint32_t seed);
 // A copy of a picture or a plane, as a value.
-inline COLImage Copy(const COLImage& image)
+template <class P> P Copy(const P& picture)
 {
-    COLImage copy;
-    copy.DuplicateFrom(&image);
-    return copy;
-}
-inline COLChannel Copy(const COLChannel& plane)
-{
-    COLChannel copy;
-    copy.DuplicateFrom(&plane);
+    P copy;
+    copy.DuplicateFrom(&picture);
     return copy;
 }
 bool SameColours(const COLImage& a, const COLImage& b);   // size and RGB of every pixel

@@ -1,11 +1,12 @@
 // The brush's short cuts: the stamp reports which bytes it raised, the tools redo only those pixels, the stroke
 // plane is cleared only where the last stroke wrote, and the picture under the stroke is copied tile by tile.
-// Each is checked against the plain arithmetic after every frame, at every vector level.
+// Each is checked against the plain arithmetic after every frame, at every vector level and split.
 
 #include <random>
 
 #include "plain_brush.h"
 #include "runtime/simd_level.h"
+#include "support/runtime_limits.h"
 #include "tool_fixture.h"
 #include "tools/lazy_snapshot.h"
 #include "tools/stamp_kernel.h"
@@ -16,27 +17,10 @@ using vmtest::ToolTest;
 
 namespace {
 
-using Path = std::vector<std::pair<int, int>>;
-
-// Restores the automatic vector level however a test ends.
-struct LevelGuard {
-    ~LevelGuard() { vmsimd::LimitLevel(-1); }
-};
+using vmtest::Path;
 
 class BrushDabTest : public ToolTest {
 protected:
-    // Presses at the first point and moves to each further one, calling check(frame) after each event.
-    template <class Check> void PaintFrames(const Path& path, Check check)
-    {
-        Sink().OnMouseMove(0, path[0].first, path[0].second);
-        Sink().OnLButtonDown(kMkLButton, path[0].first, path[0].second);
-        check(size_t(0));
-        for (size_t i = 1; i < path.size(); ++i) {
-            Sink().OnMouseMove(kMkLButton, path[i].first, path[i].second);
-            check(i);
-        }
-        Sink().OnLButtonUp(0, path.back().first, path.back().second);
-    }
     // A selection that lets part of the canvas through, partly.
     void MaskLeftBand()
     {
@@ -49,7 +33,6 @@ protected:
 
 TEST(StampKernel, ReportsTheRaisedBytesAtEveryLevel)
 {
-    LevelGuard guard;
     std::mt19937 rng(17);
     for (int round = 0; round < 300; ++round) {
         const size_t n = 1 + rng() % 70;
@@ -69,7 +52,7 @@ TEST(StampKernel, ReportsTheRaisedBytesAtEveryLevel)
             last = int(k);
         }
         for (int level = vmsimd::kPlain; level <= vmsimd::kAvx2; ++level) {
-            vmsimd::LimitLevel(level);
+            const vmtest::SimdCap cap(level);
             std::vector<uint8_t> out = dst;
             const CStampSpan span = StampRowMax(out.data(), src.data(), n, w);
             ASSERT_EQ(out, expected) << "level " << level << " round " << round;
@@ -84,7 +67,6 @@ TEST(StampKernel, ReportsTheRaisedBytesAtEveryLevel)
 
 TEST_F(BrushDabTest, EraserOnAnUpperLayerMatchesEveryFrameAtEveryLevel)
 {
-    LevelGuard guard;
     // Size 1, hard and soft middle sizes, and a brush wider than the canvas; paths that run off every edge.
     struct Case {
         int size, soft, alpha;
@@ -109,8 +91,7 @@ TEST_F(BrushDabTest, EraserOnAnUpperLayerMatchesEveryFrameAtEveryLevel)
     layer->m_y = -2;
     doc.SetCurrentIndex(1);
     composeLog.AddStep(&doc, kStepWholeDocument, 0, "His_open");
-    for (int level = vmsimd::kPlain; level <= vmsimd::kAvx2; ++level) {
-        vmsimd::LimitLevel(level);
+    vmtest::ForEachLevelAndSplit([&](const std::string& label) {
         for (const Case& c : cases) {
             doc.GetSelectionMask().Free();
             if (c.mask) MaskLeftBand();
@@ -118,7 +99,7 @@ TEST_F(BrushDabTest, EraserOnAnUpperLayerMatchesEveryFrameAtEveryLevel)
             Take(manager->GetEraseLayerTool(), c.size, c.soft, c.alpha);
             const std::vector<uint8_t> before = vmtest::Bytes(doc.GetLayer(1)->m_image);
             const auto frames = Frames(MakeStamp(c.size, c.soft), c.alpha * 255 / 100, W, H, c.path);
-            PaintFrames(c.path, [&](size_t f) {
+            Paint(c.path, 0, 0, [&](size_t f) {
                 std::vector<uint8_t> expected = before;
                 for (int y = 0; y < H; ++y)
                     for (int x = 0; x < W; ++x) {
@@ -130,17 +111,16 @@ TEST_F(BrushDabTest, EraserOnAnUpperLayerMatchesEveryFrameAtEveryLevel)
                         a = uint8_t((255 - s) * a / 255);
                     }
                 ASSERT_EQ(vmtest::Bytes(doc.GetLayer(1)->m_image), expected)
-                    << "level " << level << " size " << c.size << " frame " << f;
+                    << label << ", size " << c.size << ", frame " << f;
             });
         }
-    }
+    });
 }
 
 TEST_F(BrushDabTest, EraserMakesTheWholeBaseOpaqueWhereTheSelectionAllows)
 {
     // A base with see-through pixels: from the first frame on it is opaque wherever the selection lets the
     // eraser through, also far from the stroke, and its colours move towards the foreground by the stroke.
-    LevelGuard guard;
     CPixel fg{200, 10, 60, 255};
     context.foreground = [&] { return fg; };
     COLImage& base = doc.GetLayer(0)->m_image;
@@ -154,10 +134,9 @@ TEST_F(BrushDabTest, EraserMakesTheWholeBaseOpaqueWhereTheSelectionAllows)
     Take(manager->GetEraseLayerTool(), 3, 100, 100);
     const Path path = {{12, 6}, {30, 6}, {30, 20}};
     const auto frames = Frames(MakeStamp(3, 100), 255, W, H, path);
-    for (int level = vmsimd::kPlain; level <= vmsimd::kAvx2; ++level) {
-        vmsimd::LimitLevel(level);
+    vmtest::ForEachLevelAndSplit([&](const std::string& label) {
         ASSERT_TRUE(doc.GetLayer(0)->m_image.DuplicateFrom(&original));
-        PaintFrames(path, [&](size_t f) {
+        Paint(path, 0, 0, [&](size_t f) {
             std::vector<uint8_t> expected = before;
             for (size_t i = 0; i < mask.size(); ++i) {
                 if (!mask[i]) continue;
@@ -167,11 +146,11 @@ TEST_F(BrushDabTest, EraserMakesTheWholeBaseOpaqueWhereTheSelectionAllows)
                     expected[i * 4 + k] = uint8_t((colour[k] * sm + before[i * 4 + k] * (255 - sm)) / 255);
                 expected[i * 4 + 3] = 255;
             }
-            ASSERT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected) << "level " << level << " frame " << f;
+            ASSERT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected) << label << ", frame " << f;
         });
         // The first pixel is outside the selection and kept its alpha of 0.
         EXPECT_EQ(doc.GetLayer(0)->m_image.GetBuffer()[0].alpha, 0);
-    }
+    });
 }
 
 TEST_F(BrushDabTest, DesaturateMatchesEveryFrame)
@@ -180,7 +159,7 @@ TEST_F(BrushDabTest, DesaturateMatchesEveryFrame)
     Take(manager->GetDesatTool(), 6, 0, 60);
     const Path path = {{35, 25}, {37, 29}, {10, 29}, {10, 1}};
     const auto frames = Frames(MakeStamp(6, 0), 60 * 255 / 100, W, H, path);
-    PaintFrames(path, [&](size_t f) {
+    Paint(path, 0, 0, [&](size_t f) {
         std::vector<uint8_t> expected = before;
         for (size_t i = 0; i < frames[f].s.size(); ++i) {
             const uint8_t* p = &before[i * 4];
@@ -198,11 +177,11 @@ TEST_F(BrushDabTest, EachStrokeStartsFromAnEmptyStrokePlane)
     CEraseLayerTool& eraser = manager->GetEraseLayerTool();
     Take(eraser, 5, 50, 100);
     const Path first = {{2, 2}, {38, 27}}, second = {{30, 4}, {33, 6}};
-    PaintFrames(first, [](size_t) {});
-    PaintFrames(second, [](size_t) {});
+    Paint(first);
+    Paint(second);
     EXPECT_EQ(vmtest::Bytes(eraser.GetStroke()), Frames(MakeStamp(5, 50), 255, W, H, second).back().s);
     // A press off the canvas stamps nothing, and what the last stroke left is gone.
-    PaintFrames(Path{{-40, -40}}, [](size_t) {});
+    Paint(Path{{-40, -40}});
     EXPECT_EQ(vmtest::Bytes(eraser.GetStroke()), std::vector<uint8_t>(size_t(W) * H, 0));
 }
 

@@ -49,18 +49,10 @@ TEST(BkPicker, ColourIsTheTruncatedMeanOfFourPixelsClampedAtTheEdge)
     });
     // (2, 1): itself, (1, 0), (3, 2), (1, 2). Blue 21 + 10 + 32 + 12 = 75 -> 18; green 56 + 50 + 68 + 56 = 230 -> 57;
     // red 186 + 193 + 179 + 193 = 751 -> 187; alpha of (2, 1) itself.
-    const CPixel c = CBkPickerTool::PickColour(image, 2, 1);
-    EXPECT_EQ(c.blue, 18);
-    EXPECT_EQ(c.green, 57);
-    EXPECT_EQ(c.red, 187);
-    EXPECT_EQ(c.alpha, 102);
+    EXPECT_EQ(CBkPickerTool::PickColour(image, 2, 1).Word(), (CPixel{18, 57, 187, 102}).Word());
     // (0, 0): x - 1 and y - 1 read column and row 0. Points: (0,0), (0,0), (1,1), (0,1).
     // Blue 0 + 0 + 11 + 1 = 12 -> 3; green 50 + 50 + 53 + 50 = 203 -> 50; red 200 + 200 + 193 + 200 = 793 -> 198.
-    const CPixel e = CBkPickerTool::PickColour(image, 0, 0);
-    EXPECT_EQ(e.blue, 3);
-    EXPECT_EQ(e.green, 50);
-    EXPECT_EQ(e.red, 198);
-    EXPECT_EQ(e.alpha, 100);
+    EXPECT_EQ(CBkPickerTool::PickColour(image, 0, 0).Word(), (CPixel{3, 50, 198, 100}).Word());
 }
 
 TEST_F(ContourToolTest, PickerKeysTheWorkingImageIntoTheResultWithOneStep)
@@ -152,12 +144,10 @@ TEST_F(ContourToolTest, PanelSliderBecomesTheLumaStrengthOfTheNextRun)
 TEST_F(ContourToolTest, InjectAddsOnePointOfTheInnerContourWhereAllowed)
 {
     ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodInOut, true));
-    std::string said;
-    context.message = [&said](const char* key) { said = key; };
     CInjectTool& inject = manager->GetInjectTool();
     manager->SetCurrentTool(&inject);
     EXPECT_EQ(manager->GetCurrentTool(), nullptr) << "no inner contour yet";
-    EXPECT_EQ(said, "injecterr");
+    EXPECT_EQ(messages, std::vector<std::string>{"injecterr"});
 
     COLChannel& inner = *selection.GetInnerPlane();
     COLChannel& outer = *selection.GetOuterPlane();
@@ -185,12 +175,10 @@ TEST_F(ContourToolTest, InjectAddsOnePointOfTheInnerContourWhereAllowed)
     EXPECT_EQ(selectionLog.GetCount(), steps + 2);
     EXPECT_EQ(LastLabel(selectionLog), "injecttip");
     // The cursor: a cross where a click adds, the arrow where it would not (refused or already inner).
-    Sink().OnSetCursor(0, 0, 0, 0, 8, 9);
-    EXPECT_EQ(inject.GetCursor(), kCursorCross);
-    Sink().OnSetCursor(0, 0, 0, 0, 7, 9);
-    EXPECT_EQ(inject.GetCursor(), kCursorDefault);
-    Sink().OnSetCursor(0, 0, 0, 0, 0, 9);
-    EXPECT_EQ(inject.GetCursor(), kCursorDefault);
+    for (const auto& [x, cursor] : {std::pair{8, kCursorCross}, {7, kCursorDefault}, {0, kCursorDefault}}) {
+        Sink().OnSetCursor(0, 0, 0, 0, x, 9);
+        EXPECT_EQ(inject.GetCursor(), cursor) << "at " << x << ",9";
+    }
 
     // Without outer contour pixels the outer plane does not limit.
     std::memset(outer.GetBuffer(), 0, outer.GetAreaByteSize());

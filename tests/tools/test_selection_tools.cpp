@@ -1,6 +1,7 @@
 #include "support/engine_checks.h"
 #include "tool_fixture.h"
 
+using vmtest::CommandTest;
 using vmtest::Filled;
 using vmtest::PlainAdd;
 using vmtest::PlainSubtract;
@@ -34,11 +35,9 @@ TEST_F(ToolTest, RectangleDragSelectsItsOutlineAndAClickWithoutMovingDeselects)
     EXPECT_EQ(LastLabel(composeLog), std::string("His_selectnone"));
 }
 
-TEST_F(ToolTest, ShiftAddsAnEllipseAndCtrlSubtractsARectangle)
+TEST_F(CommandTest, ShiftAddsAnEllipseCtrlSubtractsARectangleAndTheHistoryCommandsUndoThem)
 {
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(2, 2, 18, 14);
-    const std::vector<uint8_t> rect = Mask();
+    const std::vector<uint8_t> rect = SelectRect(2, 2, 18, 14);
 
     manager->SetCurrentTool(&manager->GetRoundTool());
     Sink().OnKeyDown(kKeyShift, 0);
@@ -52,14 +51,27 @@ TEST_F(ToolTest, ShiftAddsAnEllipseAndCtrlSubtractsARectangle)
     Sink().OnKeyDown(kKeyControl, 0);
     Drag(5, 5, 25, 20);
     Sink().OnKeyUp(kKeyControl, 0);
-    EXPECT_EQ(Mask(), PlainSubtract(added, Filled(RectOutline(5, 5, 25, 20), W, H)));
+    const std::vector<uint8_t> subtracted = PlainSubtract(added, Filled(RectOutline(5, 5, 25, 20), W, H));
+    EXPECT_EQ(Mask(), subtracted);
     EXPECT_EQ(manager->GetRectTool().GetPanel().GetMode(), uint32_t(kSelNew)) << "releasing a key returns to New";
+
+    // Undo, with the tool still taken, steps back through each mask; redo forward again.
+    for (const std::vector<uint8_t>* mask : {&added, &rect}) {
+        ASSERT_EQ(Run("UI_HistoryBackward"), kCommandDone);
+        EXPECT_EQ(Mask(), *mask);
+    }
+    ASSERT_EQ(Run("UI_HistoryBackward"), kCommandDone);
+    EXPECT_TRUE(doc.GetSelectionMask().IsNull());
+    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
+    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
+    EXPECT_EQ(Mask(), added);
+    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
+    EXPECT_EQ(Mask(), subtracted);
 }
 
 TEST_F(ToolTest, CtrlStaysArmedUntilShiftIsReleased)
 {
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(2, 2, 18, 14);
+    SelectRect(2, 2, 18, 14);
     CRectSelTool& tool = manager->GetRectTool();
     Sink().OnKeyDown(kKeyControl, 0);
     Sink().OnKeyUp(kKeyControl, 0);
@@ -76,18 +88,15 @@ TEST_F(ToolTest, CtrlStaysArmedUntilShiftIsReleased)
 
 TEST_F(ToolTest, ArrowsNudgeTheMaskAndLeavingTheToolRecordsIt)
 {
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(2, 2, 18, 14);
-    const std::vector<uint8_t> before = Mask();
+    const std::vector<uint8_t> before = SelectRect(2, 2, 18, 14);
     const int steps = composeLog.GetCount();
     Sink().OnKeyDown(kKeyRight, 0);
     Sink().OnKeyUp(kKeyRight, 0);
     Sink().OnKeyDown(kKeyDown, 0);
     Sink().OnKeyUp(kKeyDown, 0);
-    const std::vector<uint8_t> after = Mask();
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x)
-            ASSERT_EQ(after[size_t(y * W + x)], x > 0 && y > 0 ? before[size_t((y - 1) * W + x - 1)] : 0);
+    EXPECT_EQ(Mask(), vmtest::Bytes(vmtest::PlaneOf(W, H, [&](uint32_t x, uint32_t y) {
+                  return x > 0 && y > 0 ? before[(y - 1) * W + x - 1] : 0;   // one right, one down
+              })));
     EXPECT_EQ(composeLog.GetCount(), steps) << "no step until the tool is left";
     manager->SetCurrentTool(nullptr);
     EXPECT_EQ(composeLog.GetCount(), steps + 1);
@@ -151,9 +160,7 @@ TEST_F(ToolTest, RightButtonTakesTheLastCornerBack)
 
 TEST_F(ToolTest, TwoPointPolygonStillRecordsAStep)
 {
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(2, 2, 18, 14);
-    const std::vector<uint8_t> rect = Mask();
+    const std::vector<uint8_t> rect = SelectRect(2, 2, 18, 14);
     manager->SetCurrentTool(&manager->GetPolygonTool());
     CPolygonSelTool& polygon = manager->GetPolygonTool();
 
@@ -195,21 +202,16 @@ TEST_F(ToolTest, MagicFloodsFromTheClickAndSelectsUncoveredCanvas)
     upper->m_x = 20;
     upper->m_y = 10;
     Click(22, 11);
-    const std::vector<uint8_t> mask = Mask();
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x) {
-            const bool covered = x >= 20 && x < 26 && y >= 10 && y < 14 && !(x == 22 && y == 11);
-            ASSERT_EQ(mask[size_t(y * W + x)], covered ? 0 : 255) << x << "," << y;
-        }
+    EXPECT_EQ(Mask(), vmtest::Bytes(vmtest::PlaneOf(W, H, [](uint32_t x, uint32_t y) {
+                  return x >= 20 && x < 26 && y >= 10 && y < 14 && !(x == 22 && y == 11) ? 0 : 255;   // covered
+              })));
 }
 
 TEST_F(ToolTest, MagicSubtractsWithCtrl)
 {
     doc.GetLayer(0)->m_image = vmtest::Picture(
         W, H, [](uint32_t x, uint32_t) { return x == 20 ? CPixel::Make(90, 90, 90) : CPixel::Make(10, 10, 10); });
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(2, 2, 38, 28);
-    const std::vector<uint8_t> rect = Mask();
+    const std::vector<uint8_t> rect = SelectRect(2, 2, 38, 28);
     manager->SetCurrentTool(&manager->GetMagicTool());
     manager->GetMagicTool().GetMagicPanel().SetTolerance("5");
     Sink().OnKeyDown(kKeyControl, 0);

@@ -9,7 +9,7 @@ using vmtest::ToolTest;
 
 namespace {
 
-using Path = std::vector<std::pair<int, int>>;
+using vmtest::Path;
 
 class SmartAdjustTest : public ToolTest {
 protected:
@@ -17,7 +17,6 @@ protected:
     void SetUp() override
     {
         ToolTest::SetUp();
-        context.message = [this](const char* key) { messages.push_back(key); };
         ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodInOut, true));
         // Inner contour on the left, outer on the right, a soft contour pixel inside the band, and a result
         // whose working alpha is the mask.
@@ -57,16 +56,6 @@ protected:
         }
         return c;
     }
-    void Paint(const Path& path, uint32_t keyFlags = 0, uint32_t key = 0)
-    {
-        if (key) Sink().OnKeyDown(key, 0);
-        Sink().OnMouseMove(keyFlags, path[0].first, path[0].second);
-        Sink().OnLButtonDown(kMkLButton | keyFlags, path[0].first, path[0].second);
-        for (size_t i = 1; i < path.size(); ++i)
-            Sink().OnMouseMove(kMkLButton | keyFlags, path[i].first, path[i].second);
-        Sink().OnLButtonUp(keyFlags, path.back().first, path.back().second);
-        if (key) Sink().OnKeyUp(key, 0);
-    }
     // The mask after the stroke in the given mode: every frame walks the whole stroke so far again, and compares
     // with the working alpha as it stood before that frame.
     std::vector<uint8_t> Expected(std::vector<uint8_t> m, const Path& path, int mode, const std::vector<uint8_t>& f,
@@ -98,7 +87,6 @@ protected:
 
     CSmartAdjustTool* tool = nullptr;
     std::vector<uint8_t> picture;
-    std::vector<std::string> messages;
 };
 
 const Path kBand = {{12, 4}, {18, 10}, {27, 10}, {27, 24}, {14, 20}, {21, 14}};
@@ -213,7 +201,11 @@ TEST_F(SmartAdjustTest, ShiftRaisesOnlyCtrlLowersOnlyAndTheButtonsHold)
 
 TEST_F(SmartAdjustTest, TheContoursShowThePlainPictureTheBandTheResult)
 {
-    vmtest::DisplayView screen(0.5, 3, 2);
+    // Shown at zoom 0.5 with the picture's top-left corner at client (3, 2).
+    vmtest::FakeView screen;
+    screen.SetZoom(0.5, false);
+    screen.SetOrigin(nullptr, -6, -4, false);
+    screen.imageRect = {3, 2, 3 + W / 2, 2 + H / 2};
     screen.display = vmtest::Solid(W / 2, H / 2, CPixel{1, 2, 3, 4});
     tool->GetDrawer()->SetView(&screen);
     tool->OnFrameDone();

@@ -7,6 +7,7 @@
 
 using vmtest::Filled;
 using vmtest::Bytes;
+using vmtest::CommandTest;
 using vmtest::ToolTest;
 
 namespace {
@@ -26,42 +27,6 @@ public:
         return allowDeactivate;
     }
     int activations = 0, deactivations = 0, allowActivate = 1, allowDeactivate = 1;
-};
-
-// What a command needs of the editor, with the mode taken from the tool manager.
-class ModeHost final : public ICommandHost {
-public:
-    ModeHost(CToolManager& m, CSelectionHistory& h, CSelectionDocument& s) : manager(m), history(h), selection(s) {}
-    bool CopyToClipboard(CComposeDocument&) override { return false; }
-    bool PasteFromClipboard(CComposeDocument&, IHistorySink*) override { return false; }
-    bool AskOpenPath(bool, std::string&) override { return false; }
-    bool RunFillDialog() override { return false; }
-    bool RunInpaintDialog() override { return false; }
-    void ShowMessage(const char*) override {}
-    bool Zoom(int) override { return true; }
-    void CancelTool() override { manager.SetCurrentTool(nullptr); }
-    bool IsSelectionMode() override { return manager.IsSelectionMode(); }
-    IHistoryNavigator* GetSelectionHistory() override { return &history; }
-    void RefreshSelectionDocument() override { selection.RefreshPreview(); }
-    void UpdatePanels() override {}
-    CToolManager& manager;
-    CSelectionHistory& history;
-    CSelectionDocument& selection;
-};
-
-// History commands as the editor runs them, with the mode taken from the tool manager.
-class CommandTest : public ToolTest {
-protected:
-    int Run(const char* line)
-    {
-        if (!m_host) m_host = std::make_unique<ModeHost>(*manager, selectionLog, selection);
-        CCommandContext command;
-        command.document = &doc;
-        command.history = &composeLog;
-        command.host = m_host.get();
-        return ExecuteCommand(command, line);
-    }
-    std::unique_ptr<ModeHost> m_host;
 };
 
 } // namespace
@@ -110,27 +75,6 @@ TEST_F(ToolTest, ListsAndButtonCells)
     ASSERT_TRUE(manager->EnterOrLeaveSelectionMode(true, kMethodInOut, true));
     EXPECT_EQ(manager->GetButtonRect(0).top, 95) << "room for the build button in inner-outer mode";
     EXPECT_EQ(manager->GetShownTools(), manager->GetList(kListInOut));
-}
-
-TEST_F(CommandTest, ComposeUndoAndRedoOfASelection)
-{
-    manager->SetCurrentTool(&manager->GetRectTool());
-    Drag(3, 4, 20, 15);
-    const std::vector<uint8_t> first = Bytes(doc.GetSelectionMask());
-    manager->SetCurrentTool(&manager->GetRoundTool());
-    Sink().OnKeyDown(kKeyShift, 0);
-    Drag(15, 10, 35, 28);
-    Sink().OnKeyUp(kKeyShift, 0);
-    const std::vector<uint8_t> second = Bytes(doc.GetSelectionMask());
-    ASSERT_NE(first, second);
-
-    ASSERT_EQ(Run("UI_HistoryBackward"), kCommandDone);
-    EXPECT_EQ(Bytes(doc.GetSelectionMask()), first);
-    ASSERT_EQ(Run("UI_HistoryBackward"), kCommandDone);
-    EXPECT_TRUE(doc.GetSelectionMask().IsNull());
-    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
-    ASSERT_EQ(Run("UI_HistoryForward"), kCommandDone);
-    EXPECT_EQ(Bytes(doc.GetSelectionMask()), second);
 }
 
 TEST_F(CommandTest, SelectionModePolygonsUndoOnTheSelectionLog)

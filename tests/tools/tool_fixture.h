@@ -5,9 +5,11 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "commands/command.h"
 #include "commands/history_log.h"
 #include "commands/history_sink.h"
 #include "document/compose_document.h"
@@ -22,7 +24,11 @@
 
 namespace vmtest {
 
-// A canvas at zoom 1 from the origin: client pixels are image pixels.
+// A pointer path in client pixels: pressed at the first point, moved through the others.
+using Path = std::vector<std::pair<int, int>>;
+
+// A canvas at zoom 1 from the origin (until a test moves it): client pixels are image pixels. A test may give it a
+// screen picture, as the editor's canvas has, to read back what a tool puts on screen in its place.
 class FakeView final : public ICanvasView {
 public:
     double GetZoom() const override { return m_zoom; }
@@ -60,6 +66,9 @@ public:
         return 0;
     }
     CRect GetImageRect() override { return imageRect; }
+    // The canvas's screen picture, when a test gives it one, and what a tool shows in its place.
+    COLImage* GetDisplayBuffer() override { return display.IsNull() ? nullptr : &display; }
+    void SetDisplayOverride(COLImage* image) override { shown = image; }
     void ZoomStep(bool in, int x, int y) override { zoomSteps.push_back({in ? 1 : 0, x, y}); }
     CViewPoint ClientToImage(int x, int y) override
     {
@@ -81,38 +90,12 @@ public:
     int redraws = 0;
     std::vector<std::array<int, 3>> zoomSteps;   // in (1) or out (0), client x, y
     CRect imageRect{0, 0, 10000, 10000};
-
-private:
-    double m_zoom = 1.0;
-    CViewPoint m_origin;
-};
-
-// A canvas whose display buffer holds a picture, as the editor's canvas does, shown at `zoom` with its top-left
-// corner at client (left, top): what a tool puts on screen can be read back.
-class DisplayView final : public ICanvasView {
-public:
-    explicit DisplayView(double zoom = 1.0, int left = 0, int top = 0) : m_zoom(zoom), m_left(left), m_top(top) {}
-    double GetZoom() const override { return m_zoom; }
-    CViewPoint GetOrigin() const override { return {}; }
-    void Redraw() override {}
-    void PostMergeDone() override {}
-    void SetSink(IViewSink* s) override
-    {
-        if (s) s->SetView(this);
-    }
-    CRect GetImageRect() override
-    {
-        return {m_left, m_top, m_left + int(display.GetWidth()), m_top + int(display.GetHeight())};
-    }
-    CViewPoint ClientToImage(int x, int y) override { return {int((x - m_left) / m_zoom), int((y - m_top) / m_zoom)}; }
-    COLImage* GetDisplayBuffer() override { return &display; }
-    void SetDisplayOverride(COLImage* image) override { shown = image; }
     COLImage display;
     COLImage* shown = nullptr;
 
 private:
-    double m_zoom;
-    int m_left, m_top;
+    double m_zoom = 1.0;
+    CViewPoint m_origin;
 };
 
 class FakeBarHost final : public IToolBarHost {
@@ -162,6 +145,7 @@ protected:
         ASSERT_EQ(composeLog.Init(), 1);
         ASSERT_EQ(selectionLog.Init(), 1);
         composeLog.AddStep(&doc, kStepWholeDocument, 0, "His_open");
+        context.message = [this](const char* key) { messages.push_back(key); };
         context.document = &doc;
         context.composeHistory = &composeLog;
         context.selection = &selection;
@@ -187,6 +171,21 @@ protected:
         Sink().OnLButtonDown(kMkLButton, x, y);
         Sink().OnLButtonUp(0, x, y);
     }
+    // Presses at the first point of the path, moves through the others with the button held and releases at the
+    // last, with `flags` (Shift, Ctrl) held throughout and `key` pressed around the stroke when given; frame(i)
+    // runs after the press (0) and after each move.
+    void Paint(const Path& path, uint32_t flags = 0, uint32_t key = 0, const std::function<void(size_t)>& frame = {})
+    {
+        if (key) Sink().OnKeyDown(key, 0);
+        Sink().OnMouseMove(flags, path[0].first, path[0].second);
+        Sink().OnLButtonDown(kMkLButton | flags, path[0].first, path[0].second);
+        for (size_t i = 0; i < path.size(); ++i) {
+            if (i) Sink().OnMouseMove(kMkLButton | flags, path[i].first, path[i].second);
+            if (frame) frame(i);
+        }
+        Sink().OnLButtonUp(flags, path.back().first, path.back().second);
+        if (key) Sink().OnKeyUp(key, 0);
+    }
     // Clicks the corners of a closed outline (its last point repeats the first) and ends it with a double click
     // on the last corner.
     void ClickPolygon(const std::vector<CPolyPoint>& outline)
@@ -201,6 +200,13 @@ protected:
         return r ? r->label : "";
     }
     std::vector<uint8_t> Mask() { return Bytes(doc.GetSelectionMask()); }
+    // Drags a rectangle with the rectangle tool, which stays taken; the selection mask it leaves.
+    std::vector<uint8_t> SelectRect(int x0, int y0, int x1, int y1)
+    {
+        manager->SetCurrentTool(&manager->GetRectTool());
+        Drag(x0, y0, x1, y1);
+        return Mask();
+    }
     // A paint tool taken with these brush values, drawing every frame at once.
     void Take(CPaintTool& tool, int size, int soft, int alpha)
     {
@@ -230,6 +236,7 @@ protected:
     }
 
     ScopedTempFolder m_tmp;   // the logs' folder, first made and last removed
+    std::vector<std::string> messages;   // the keys of the messages the tools showed, in order
     CComposeDocument doc;
     CComposeHistory composeLog;
     CSelectionHistory selectionLog;
@@ -238,6 +245,42 @@ protected:
     FakeView view;
     FakeBarHost host;
     std::unique_ptr<CToolManager> manager;
+};
+
+// What a command needs of the editor, with the mode taken from the tool manager.
+class ModeHost final : public ICommandHost {
+public:
+    ModeHost(CToolManager& m, CSelectionHistory& h, CSelectionDocument& s) : manager(m), history(h), selection(s) {}
+    bool CopyToClipboard(CComposeDocument&) override { return false; }
+    bool PasteFromClipboard(CComposeDocument&, IHistorySink*) override { return false; }
+    bool AskOpenPath(bool, std::string&) override { return false; }
+    bool RunFillDialog() override { return false; }
+    bool RunInpaintDialog() override { return false; }
+    void ShowMessage(const char*) override {}
+    bool Zoom(int) override { return true; }
+    void CancelTool() override { manager.SetCurrentTool(nullptr); }
+    bool IsSelectionMode() override { return manager.IsSelectionMode(); }
+    IHistoryNavigator* GetSelectionHistory() override { return &history; }
+    void RefreshSelectionDocument() override { selection.RefreshPreview(); }
+    void UpdatePanels() override {}
+    CToolManager& manager;
+    CSelectionHistory& history;
+    CSelectionDocument& selection;
+};
+
+// History commands as the editor runs them, with the mode taken from the tool manager.
+class CommandTest : public ToolTest {
+protected:
+    int Run(const char* line)
+    {
+        if (!m_host) m_host = std::make_unique<ModeHost>(*manager, selectionLog, selection);
+        CCommandContext command;
+        command.document = &doc;
+        command.history = &composeLog;
+        command.host = m_host.get();
+        return ExecuteCommand(command, line);
+    }
+    std::unique_ptr<ModeHost> m_host;
 };
 
 } // namespace vmtest
