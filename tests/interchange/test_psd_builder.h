@@ -4,25 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "support/media_checks.h"
+
 // Builds Photoshop documents byte by byte for the reader's tests, independently of the program's writers.
 namespace psdtest {
 
-struct Bytes {
-    std::vector<uint8_t> v;
-    void U8(uint32_t x) { v.push_back(uint8_t(x)); }
-    void U16(uint32_t x)
-    {
-        U8(x >> 8);
-        U8(x);
-    }
-    void U32(uint32_t x)
-    {
-        U16(x >> 16);
-        U16(x);
-    }
-    void Str(const std::string& s) { v.insert(v.end(), s.begin(), s.end()); }
-    void Add(const std::vector<uint8_t>& b) { v.insert(v.end(), b.begin(), b.end()); }
-    size_t Size() const { return v.size(); }
+// Photoshop numbers are big-endian.
+struct Bytes : vmtest::ByteWriter {
+    Bytes() : ByteWriter(true) {}
 };
 
 struct Channel {
@@ -111,7 +100,7 @@ inline std::vector<uint8_t> Build(const Document& d)
             extra.U32(0);
             extra.U8(uint32_t(l.pascalName.size()));
             extra.Str(l.pascalName);
-            while ((extra.Size() - (l.mask ? 28 : 8)) % 4)
+            while ((extra.size() - (l.mask ? 28 : 8)) % 4)
                 extra.U8(0);
             if (!l.unicodeName.empty()) {
                 extra.Str("8BIMluni");
@@ -125,8 +114,8 @@ inline std::vector<uint8_t> Build(const Document& d)
                 extra.U32(4);
                 extra.U32(uint32_t(l.sectionType));
             }
-            info.U32(uint32_t(extra.Size()));
-            info.Add(extra.v);
+            info.U32(uint32_t(extra.size()));
+            info.Add(extra);
         }
         for (const Layer& l : d.layers)
             for (const Channel& c : l.channels) {
@@ -134,15 +123,15 @@ inline std::vector<uint8_t> Build(const Document& d)
                 info.U16(c.compression);
                 info.Add(c.data);
             }
-        if (info.Size() % 2) info.U8(0);
-        b.U32(uint32_t(info.Size() + 8));
-        b.U32(uint32_t(info.Size()));
-        b.Add(info.v);
+        if (info.size() % 2) info.U8(0);
+        b.U32(uint32_t(info.size() + 8));
+        b.U32(uint32_t(info.size()));
+        b.Add(info);
         b.U32(0);
     }
     b.U16(d.mergedCompression);
     b.Add(d.merged);
-    return b.v;
+    return b;
 }
 
 // A raw channel of w x h bytes from a function of (x, y).
