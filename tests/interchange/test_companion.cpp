@@ -31,21 +31,16 @@ TEST(Companion, ExchangeNameHasTheSecond)
 TEST(Companion, EditsComeBackOnlyWhereSelected)
 {
     CLayer layer;
-    vmtest::FillNoise(layer.m_image, 6, 4, 1);
+    layer.m_image = vmtest::Noise(6, 4, 1);
     layer.m_x = 3;
     layer.m_y = -1;
-    COLImage edited, other;
-    vmtest::FillNoise(edited, 6, 4, 2);
-    COLImage before = vmtest::Copy(layer.m_image);
+    const COLImage edited = vmtest::Noise(6, 4, 2), before = vmtest::Copy(layer.m_image);
 
-    vmtest::FillNoise(other, 6, 5, 3);
-    EXPECT_FALSE(ApplyCompanionEdit(layer, other, nullptr)); // another size: dropped
-    for (size_t i = 0; i < before.GetPixelCount(); ++i)
-        ASSERT_EQ(layer.m_image.GetBuffer()[i].Word(), before.GetBuffer()[i].Word());
+    EXPECT_FALSE(ApplyCompanionEdit(layer, vmtest::Noise(6, 5, 3), nullptr)); // another size: dropped
+    EXPECT_TRUE(vmtest::SamePixels(layer.m_image, before));
 
-    COLChannel mask;
-    vmtest::FillNoise(mask, 7, 3, 4); // the document is 7 x 3
-    mask.GetBuffer(4, 0)[0] = 0;      // layer pixel (1, 1): stays
+    COLChannel mask = vmtest::NoisePlane(7, 3, 4); // the document is 7 x 3
+    mask.GetBuffer(4, 0)[0] = 0;                   // layer pixel (1, 1): stays
     // layer pixel (2, 1): the edit whole
     mask.GetBuffer(5, 0)[0] = 255;
     ASSERT_TRUE(ApplyCompanionEdit(layer, edited, &mask));
@@ -65,10 +60,8 @@ TEST(Companion, EditsComeBackOnlyWhereSelected)
 TEST(HostResult, RawAndPsdForms)
 {
     vmtest::TempDir dir;
-    COLImage working;
-    COLChannel plane;
-    vmtest::FillNoise(working, 5, 3, 1);
-    vmtest::FillNoise(plane, 5, 3, 2);
+    const COLImage working = vmtest::Noise(5, 3, 1);
+    const COLChannel plane = vmtest::NoisePlane(5, 3, 2);
     const std::string raw = dir.File("result.raw");
     ASSERT_TRUE(WriteHostResult(raw, 0, working, plane));
     const std::vector<uint8_t> bytes = vmtest::ReadAll(raw);
@@ -91,9 +84,7 @@ TEST(HostResult, RawAndPsdForms)
     ASSERT_EQ(stack.GetLayerCount(), 1);
     EXPECT_EQ(stack.GetLayer(0)->m_image.GetBuffer()[7].alpha, plane.GetBuffer()[7]);
 
-    COLChannel wrong;
-    vmtest::FillNoise(wrong, 4, 3, 2);
-    EXPECT_FALSE(WriteHostResult(dir.File("bad"), 0, working, wrong));
+    EXPECT_FALSE(WriteHostResult(dir.File("bad"), 0, working, vmtest::NoisePlane(4, 3, 2)));
     EXPECT_FALSE(WriteHostResult(dir.File("no/folder/x"), 0, working, plane));
     EXPECT_FALSE(std::filesystem::exists(dir.File("bad")));
 }

@@ -116,8 +116,7 @@ TEST(Export, FailuresLeaveNothingBehind)
 TEST(Export, JpegQualityReachesTheFile)
 {
     vmtest::TempDir dir;
-    COLImage noise;
-    vmtest::FillNoise(noise, 64, 64, 7);
+    const COLImage noise = vmtest::Noise(64, 64, 7);
     ExportOptions low, high, clamped;
     low.jpegQuality = 10;
     high.jpegQuality = 95;
