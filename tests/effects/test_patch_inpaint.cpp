@@ -197,8 +197,7 @@ struct RefInpaint {
 // A textured opaque picture: a few soft stripes under noise, so that matches differ but are not random.
 COLImage Texture(int w, int h, uint32_t seed)
 {
-    COLImage noise;
-    vmtest::FillNoise(noise, w, h, seed);
+    const COLImage noise = vmtest::Noise(w, h, seed);
     return vmtest::Picture(w, h, [&](int x, int y) {
         const CPixel n = *noise.GetBuffer(x, y);
         return vmtest::Rgb(((x * 5 + y * 3) % 64) + n.red / 4, 80 + ((y * 7) % 48) + n.green / 8,
