@@ -30,8 +30,9 @@ struct Layer {
     bool mask = false;
     int32_t maskTop = 0, maskLeft = 0, maskBottom = 0, maskRight = 0;
     std::string pascalName;
-    std::u16string unicodeName; // a "luni" block when not empty
-    int sectionType = -1;       // an "lsct" block when 0 or more
+    std::vector<uint32_t> blendingRanges; // the words of the blending ranges, none when empty
+    std::u16string unicodeName;           // a "luni" block when not empty
+    int sectionType = -1;                 // an "lsct" block when 0 or more
 };
 
 struct Document {
@@ -97,10 +98,13 @@ inline std::vector<uint8_t> Build(const Document& d)
             } else {
                 extra.U32(0);
             }
-            extra.U32(0);
+            extra.U32(uint32_t(4 * l.blendingRanges.size()));
+            for (uint32_t range : l.blendingRanges)
+                extra.U32(range);
+            const size_t nameStart = extra.size();
             extra.U8(uint32_t(l.pascalName.size()));
             extra.Str(l.pascalName);
-            while ((extra.size() - (l.mask ? 28 : 8)) % 4)
+            while ((extra.size() - nameStart) % 4)
                 extra.U8(0);
             if (!l.unicodeName.empty()) {
                 extra.Str("8BIMluni");

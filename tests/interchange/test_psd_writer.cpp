@@ -21,62 +21,29 @@ COLImage Picture(uint32_t w, uint32_t h)
     });
 }
 
-// The file as its table lays it out, written here field by field from the table alone.
+// The file as its table lays it out, built from the table alone by the reader tests' builder: one layer holding the
+// picture, a negative layer count (the merged picture has alpha), the merged colours laid over white by alpha.
 std::vector<uint8_t> Expected(const COLImage& image)
 {
-    const uint32_t w = image.GetWidth(), h = image.GetHeight(), n = w * h, c = n + 2;
-    psdtest::Bytes b;
-    psdtest::Document document; // the header: RGB, 8 bits, colours and alpha
-    document.channels = 4;
-    document.width = w;
-    document.height = h;
-    psdtest::Header(b, document);
-    b.U32(4 * c + 128);
-    b.U32(4 * c + 120);
-    b.U16(0xFFFF);
-    b.U32(0);
-    b.U32(0);
-    b.U32(h);
-    b.U32(w);
-    b.U16(4);
-    for (int id : {-1, 0, 1, 2}) {
-        b.U16(uint16_t(id));
-        b.U32(c);
-    }
-    b.Str("8BIMnorm");
-    b.U8(255);
-    b.U8(0);
-    b.U8(0x20);
-    b.U8(0);
-    b.U32(60);
-    b.U32(0);
-    b.U32(40);
-    for (int i = 0; i < 10; ++i)
-        b.U32(0x0000FFFF);
-    b.U8(10);
-    b.Str("Velmorando");
-    b.U8(0);
-    EXPECT_EQ(b.size(), 162u);
-    auto plane = [&](int which) {
-        for (uint32_t i = 0; i < n; ++i) {
-            const CPixel p = image.GetBuffer()[i];
-            b.U8(which == 3 ? p.alpha : which == 2 ? p.red : which == 1 ? p.green : p.blue);
-        }
-    };
-    for (int which : {3, 2, 1, 0}) {
-        b.U16(0);
-        plane(which);
-    }
-    b.U32(0);
-    b.U16(0);
-    for (int which : {2, 1, 0}) // merged colours over white by alpha, rounded
-        for (uint32_t i = 0; i < n; ++i) {
+    psdtest::Document d;
+    d.channels = 4;
+    d.width = image.GetWidth();
+    d.height = image.GetHeight();
+    d.negativeCount = true;
+    d.layers.push_back(
+        psdtest::RgbaLayer(0, 0, d.width, d.height, [&](uint32_t x, uint32_t y) { return image.GetPixel(x, y); }));
+    d.layers[0].flags = 0x20;
+    d.layers[0].pascalName = "Velmorando";
+    d.layers[0].blendingRanges.assign(10, 0x0000FFFF);
+    for (int which : {2, 1, 0})
+        for (size_t i = 0; i < image.GetPixelCount(); ++i) {
             const CPixel p = image.GetBuffer()[i];
             const uint32_t v = which == 2 ? p.red : which == 1 ? p.green : p.blue;
-            b.U8((v * p.alpha + 255 * (255 - p.alpha) + 127) / 255);
+            d.merged.push_back(uint8_t((v * p.alpha + 255 * (255 - p.alpha) + 127) / 255));
         }
-    plane(3);
-    return b;
+    for (size_t i = 0; i < image.GetPixelCount(); ++i)
+        d.merged.push_back(image.GetBuffer()[i].alpha);
+    return psdtest::Build(d);
 }
 
 } // namespace
