@@ -249,28 +249,23 @@ TEST(ScaleImage, BilinearResizesAlphaAsAPlane)
                  {&big, 1, 9},     {&big, 40, 1},     {&thin, 3, 20},  {&thin, 1, 4}};
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.src->GetWidth()) + " to " + std::to_string(c.w) + "x" + std::to_string(c.h));
-        COLImage colours;
+        COLImage expected; // the codec's colours with the plane filter's alpha
         COLImageCodec codec;
-        ASSERT_TRUE(codec.Resample(c.src, &colours, c.w, c.h, 1));
+        ASSERT_TRUE(codec.Resample(c.src, &expected, c.w, c.h, 1));
         COLChannel alpha, scaled;
         alpha.ExtractFrom(c.src, 3);
         ASSERT_TRUE(ResampleChannel(&alpha, &scaled, c.w, c.h));
-        auto check = [&](const COLImage& out, const std::string& label) {
-            ASSERT_EQ(vmtest::Size(out), vmtest::Size(colours)) << label;
-            for (size_t i = 0; i < out.GetPixelCount(); ++i) {
-                ASSERT_TRUE(out.GetBuffer()[i] == colours.GetBuffer()[i]) << label << " " << i;
-                ASSERT_EQ(out.GetBuffer()[i].alpha, scaled.GetBuffer()[i]) << label << " " << i;
-            }
-        };
+        for (size_t i = 0; i < expected.GetPixelCount(); ++i)
+            expected.GetBuffer()[i].alpha = scaled.GetBuffer()[i];
         vmtest::ForEachLevelAndSplit([&](const std::string& label) {
             COLImage out;
             vmtest::FillNoise(out, uint32_t(c.w), uint32_t(c.h), 9); // a target of the size keeps its buffer
             ASSERT_EQ(ScaleImage(*c.src, out, c.w, c.h, kScaleBilinear), 1);
-            check(out, label);
+            EXPECT_TRUE(vmtest::SamePixels(out, expected)) << label;
         });
         COLImage same = vmtest::Copy(*c.src);
         ASSERT_EQ(ScaleImage(same, same, c.w, c.h, kScaleBilinear), 1);
-        check(same, "in place");
+        EXPECT_TRUE(vmtest::SamePixels(same, expected)) << "in place";
     }
 }
 
