@@ -456,10 +456,8 @@ std::vector<std::string> SampleFiles(const TempDir& dir)
 {
     std::vector<std::string> files;
     for (auto& e : std::filesystem::directory_iterator(vmtest::DataPath("codec"))) {
-        const std::string p = e.path().string();
-        if (p.size() > 4 && p.substr(p.size() - 4) != ".pam" && p.substr(p.size() - 3) != ".md" &&
-            p.substr(p.size() - 3) != ".sh")
-            files.push_back(p);
+        const std::string extension = e.path().extension().string(); // the references and notes are no samples
+        if (extension != ".pam" && extension != ".md" && extension != ".sh") files.push_back(e.path().string());
     }
     const COLImage src = Pattern(40, 30, true);
     COLImageCodec codec;
