@@ -204,7 +204,6 @@ TEST(ExemplarInpaint, CarriesAFineTextureAcrossAScratchInPhase)
 
 // A thin scratch across a thin bright rim between a dark area and a lit one: the rim must run on through the
 // scratch, neither washed out by the averaging of the vote and the fading of detail nor carried into the dark side.
-
 TEST(ExemplarInpaint, AThinScratchKeepsAThinRimAndItsDarkSide)
 {
     uint32_t state = 777;

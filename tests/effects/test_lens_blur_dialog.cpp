@@ -1,6 +1,7 @@
 #include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <tuple>
 
 #include "commands/history_sink.h"
 #include "document/layer.h"
@@ -121,16 +122,14 @@ TEST(LensBlurPreview, SizeAndScaledLayers)
 {
     int pw, ph;
     double scale;
-    PreviewSize(511, 300, pw, ph, scale);
-    EXPECT_EQ(pw, 511);
-    EXPECT_EQ(scale, 1.0);
-    PreviewSize(1000, 301, pw, ph, scale);
-    EXPECT_EQ(pw, 512);
-    EXPECT_EQ(ph, 301 * 512 / 1000);
-    PreviewSize(300, 900, pw, ph, scale);
-    EXPECT_EQ(ph, 512);
-    EXPECT_EQ(pw, 300 * 512 / 900);
-    EXPECT_DOUBLE_EQ(scale, 512.0 / 900);
+    // Pictures up to 512 on their longer side are previewed as they are; larger ones brought down to 512.
+    for (const auto& [w, h, wantW, wantH, wantScale] :
+         {std::tuple{511, 300, 511, 300, 1.0}, std::tuple{1000, 301, 512, 301 * 512 / 1000, 512.0 / 1000},
+          std::tuple{300, 900, 300 * 512 / 900, 512, 512.0 / 900}}) {
+        PreviewSize(w, h, pw, ph, scale);
+        EXPECT_EQ(std::make_pair(pw, ph), std::make_pair(wantW, wantH)) << w << "x" << h;
+        EXPECT_DOUBLE_EQ(scale, wantScale) << w << "x" << h;
+    }
 
     CComposeDocument doc(0);
     ASSERT_TRUE(doc.NewDocument(1024, 600, 0xFF336699));
