@@ -32,6 +32,7 @@ struct Layer {
     std::string pascalName;
     std::vector<uint32_t> blendingRanges; // the words of the blending ranges, none when empty
     std::u16string unicodeName;           // a "luni" block when not empty
+    bool padUnicodeName = false;          // that block padded to a multiple of 4 bytes, as our writer makes it
     int sectionType = -1;                 // an "lsct" block when 0 or more
 };
 
@@ -107,11 +108,13 @@ inline std::vector<uint8_t> Build(const Document& d)
             while ((extra.size() - nameStart) % 4)
                 extra.U8(0);
             if (!l.unicodeName.empty()) {
+                const size_t padding = l.padUnicodeName ? (4 - 2 * l.unicodeName.size() % 4) % 4 : 0;
                 extra.Str("8BIMluni");
-                extra.U32(uint32_t(4 + 2 * l.unicodeName.size()));
+                extra.U32(uint32_t(4 + 2 * l.unicodeName.size() + padding));
                 extra.U32(uint32_t(l.unicodeName.size()));
                 for (char16_t u : l.unicodeName)
                     extra.U16(u);
+                extra.resize(extra.size() + padding);
             }
             if (l.sectionType >= 0) {
                 extra.Str("8BIMlsct");
