@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <filesystem>
 
@@ -33,6 +34,13 @@ protected:
     {
         vmtest::WriteAll(dir.File("t.bmp"), bytes);
         return img.LoadFromFile(dir.File("t.bmp").c_str());
+    }
+    // Each listed pixel {x, y, i} has the colour of palette entry i.
+    static void ExpectEntries(const COLImage& img, std::initializer_list<std::array<int, 3>> pixels)
+    {
+        for (const auto& [x, y, i] : pixels)
+            EXPECT_TRUE(img.GetPixel2(x, y) == CPixel::Make(uint8_t(255 - i), uint8_t(2 * i), uint8_t(i)))
+                << x << "," << y;
     }
     vmtest::TempDir dir;
 };
@@ -83,38 +91,28 @@ TEST_F(Bmp, PalettedRowsOfOneFourAndEightBits)
     COLImage img;
     ASSERT_EQ(LoadBmp(f, img), kOk);
     EXPECT_EQ(img.GetWidth(), 33u);
-    EXPECT_EQ(img.GetPixel2(0, 1).red, 254);   // palette entry 1
-    EXPECT_EQ(img.GetPixel2(32, 1).green, 2);
-    EXPECT_EQ(img.GetPixel2(1, 1).red, 255);   // entry 0
-    EXPECT_EQ(img.GetPixel2(1, 0).blue, 1);
-    EXPECT_EQ(img.GetPixel2(0, 0).blue, 0);
+    ExpectEntries(img, {{0, 1, 1}, {32, 1, 1}, {1, 1, 0}, {1, 0, 1}, {0, 0, 0}});
 
     // 1 bit, width 32: rows of exactly 4 bytes, so a second row follows at once.
     f = BmpHeader(32, 2, 1);
     AppendPalette(f, 2);
     f.insert(f.end(), {0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF});
     ASSERT_EQ(LoadBmp(f, img), kOk);
-    EXPECT_EQ(img.GetPixel2(31, 1).blue, 1);
-    EXPECT_EQ(img.GetPixel2(30, 1).blue, 0);
-    EXPECT_EQ(img.GetPixel2(0, 0).blue, 1);
+    ExpectEntries(img, {{31, 1, 1}, {30, 1, 0}, {0, 0, 1}});
 
     // 4 bit, width 3: high nibble first, rows padded to 4.
     f = BmpHeader(3, 1, 4);
     AppendPalette(f, 16);
     f.insert(f.end(), {0x5A, 0xF0, 0, 0});
     ASSERT_EQ(LoadBmp(f, img), kOk);
-    EXPECT_EQ(img.GetPixel2(0, 0).blue, 5);
-    EXPECT_EQ(img.GetPixel2(1, 0).blue, 10);
-    EXPECT_EQ(img.GetPixel2(2, 0).green, 30);
+    ExpectEntries(img, {{0, 0, 5}, {1, 0, 10}, {2, 0, 15}});
 
     // 8 bit, width 5: rows of 8 bytes.
     f = BmpHeader(5, 2, 8);
     AppendPalette(f, 256);
     f.insert(f.end(), {200, 1, 2, 3, 4, 9, 9, 9, 10, 11, 12, 13, 14, 9, 9, 9});
     ASSERT_EQ(LoadBmp(f, img), kOk);
-    EXPECT_EQ(img.GetPixel2(0, 1).blue, 200);
-    EXPECT_EQ(img.GetPixel2(0, 1).red, 55);
-    EXPECT_EQ(img.GetPixel2(4, 0).blue, 14);
+    ExpectEntries(img, {{0, 1, 200}, {4, 0, 14}});
 }
 
 TEST_F(Bmp, ResultCodesForBadFiles)
