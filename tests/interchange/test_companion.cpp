@@ -9,6 +9,7 @@
 #include "interchange/host_result.h"
 #include "interchange/psd_reader.h"
 #include "support/engine_checks.h"
+#include "support/media_checks.h"
 #include "support/test_support.h"
 
 namespace {
@@ -44,17 +45,14 @@ TEST(Companion, EditsComeBackOnlyWhereSelected)
     // layer pixel (2, 1): the edit whole
     mask.GetBuffer(5, 0)[0] = 255;
     ASSERT_TRUE(ApplyCompanionEdit(layer, edited, &mask));
-    for (uint32_t y = 0; y < 4; ++y)
-        for (uint32_t x = 0; x < 6; ++x) {
-            const int dx = 3 + int(x), dy = -1 + int(y);
-            const int m = dx < 7 && dy >= 0 && dy < 3 ? mask.GetValue(dx, dy) : 0;
-            const CPixel o = before.GetBuffer(x, y)[0], e = edited.GetBuffer(x, y)[0];
-            const CPixel got = layer.m_image.GetBuffer(x, y)[0];
-            EXPECT_EQ(got.alpha, o.alpha);
-            EXPECT_EQ(got.red, (e.red * m + o.red * (255 - m)) / 255) << x << "," << y;
-            EXPECT_EQ(got.green, (e.green * m + o.green * (255 - m)) / 255);
-            EXPECT_EQ(got.blue, (e.blue * m + o.blue * (255 - m)) / 255);
-        }
+    const COLImage expected = vmtest::Picture(6, 4, [&](uint32_t x, uint32_t y) {
+        const int dx = 3 + int(x), dy = -1 + int(y);
+        const int m = dx < 7 && dy >= 0 && dy < 3 ? mask.GetValue(dx, dy) : 0;
+        const CPixel o = before.GetPixel2(x, y), e = edited.GetPixel2(x, y);
+        auto mix = [m](int edit, int old) { return uint8_t((edit * m + old * (255 - m)) / 255); };
+        return CPixel::Make(mix(e.red, o.red), mix(e.green, o.green), mix(e.blue, o.blue), o.alpha);
+    });
+    EXPECT_EQ(vmtest::Bytes(layer.m_image), vmtest::Bytes(expected));
 }
 
 TEST(HostResult, RawAndPsdForms)
@@ -64,16 +62,12 @@ TEST(HostResult, RawAndPsdForms)
     const COLChannel plane = vmtest::NoisePlane(5, 3, 2);
     const std::string raw = dir.File("result.raw");
     ASSERT_TRUE(WriteHostResult(raw, 0, working, plane));
-    const std::vector<uint8_t> bytes = vmtest::ReadAll(raw);
-    ASSERT_EQ(bytes.size(), 8u + 5 * 3 * 4);
-    EXPECT_EQ(std::vector<uint8_t>(bytes.begin(), bytes.begin() + 8), (std::vector<uint8_t>{5, 0, 0, 0, 3, 0, 0, 0}));
-    for (size_t i = 0; i < 15; ++i) {
-        const CPixel p = working.GetBuffer()[i];
-        EXPECT_EQ(bytes[8 + 4 * i], p.blue);
-        EXPECT_EQ(bytes[8 + 4 * i + 1], p.green);
-        EXPECT_EQ(bytes[8 + 4 * i + 2], p.red);
-        EXPECT_EQ(bytes[8 + 4 * i + 3], plane.GetBuffer()[i]);
-    }
+    vmtest::ByteWriter expected; // width and height, then blue, green, red and the plane's byte of each pixel
+    expected.U32(5);
+    expected.U32(3);
+    for (size_t i = 0; i < 15; ++i)
+        expected.U32((working.GetBuffer()[i].Word() & 0xFFFFFFu) | uint32_t(plane.GetBuffer()[i]) << 24);
+    EXPECT_EQ(vmtest::ReadAll(raw), expected);
 
     const std::string base = dir.File("result");
     ASSERT_TRUE(WriteHostResult(base, 3, working, plane));
