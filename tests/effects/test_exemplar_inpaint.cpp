@@ -15,21 +15,19 @@ constexpr int kSide = 96;
 
 // Two textured tones split by a straight diagonal edge (y = 0.6 x + 20), with a little fine noise: the case block
 // quilting and diffusion both get wrong. Alpha varies so that its preservation is visible.
-void MakeEdgePicture(COLImage& image, int side)
+COLImage EdgePicture()
 {
-    image.Create(uint32_t(side), uint32_t(side));
     uint32_t state = 12345;
-    for (int y = 0; y < side; ++y)
-        for (int x = 0; x < side; ++x) {
-            state = state * 1664525u + 1013904223u;
-            const int noise = int(state >> 28) - 8;
-            const bool upper = y < 0.6 * x + 20;
-            const int base = upper ? 200 : 60;
-            const int stripe = ((x + y) / 3) % 2 ? 10 : -10;
-            const int v = std::clamp(base + stripe + noise, 0, 255);
-            image.PutPixel(uint32_t(x), uint32_t(y),
-                           vmtest::Rgb(v, upper ? v - 40 : v + 20, upper ? 60 : 150, 200 + (x + y) % 50));
-        }
+    return vmtest::Picture(kSide, kSide, [&](uint32_t px, uint32_t py) {
+        const int x = int(px), y = int(py);
+        state = state * 1664525u + 1013904223u;
+        const int noise = int(state >> 28) - 8;
+        const bool upper = y < 0.6 * x + 20;
+        const int base = upper ? 200 : 60;
+        const int stripe = ((x + y) / 3) % 2 ? 10 : -10;
+        const int v = std::clamp(base + stripe + noise, 0, 255);
+        return vmtest::Rgb(v, upper ? v - 40 : v + 20, upper ? 60 : 150, 200 + (x + y) % 50);
+    });
 }
 
 // A disc of hole over the picture's centre, on the edge.
@@ -130,8 +128,8 @@ void FillHole(const COLImage& truth, const COLChannel& mask, COLImage& result)
 
 TEST(ExemplarInpaint, RestoresAStraightEdgeBetterThanDiffusion)
 {
-    COLImage truth, result, diffused;
-    MakeEdgePicture(truth, kSide);
+    const COLImage truth = EdgePicture();
+    COLImage result, diffused;
     const COLChannel mask = DiscMask(kSide, 48, 49, 13);
     COLImage damaged = Damaged(truth, mask);
 
@@ -169,11 +167,10 @@ TEST(ExemplarInpaint, RestoresAStraightEdgeBetterThanDiffusion)
 // levels, so the patches' levels must be evened out rather than copied as steps from the nearest rim.
 TEST(ExemplarInpaint, FillsASmoothGradientClosely)
 {
-    COLImage truth, result;
-    truth.Create(kSide, kSide);
-    for (uint32_t y = 0; y < kSide; ++y)
-        for (uint32_t x = 0; x < kSide; ++x)
-            truth.PutPixel(x, y, vmtest::Rgb(90 + int(x) / 2, 120 + int(y) / 2, 220 - int(x + y) / 3));
+    const COLImage truth = vmtest::Picture(kSide, kSide, [](uint32_t x, uint32_t y) {
+        return vmtest::Rgb(90 + int(x) / 2, 120 + int(y) / 2, 220 - int(x + y) / 3);
+    });
+    COLImage result;
     const COLChannel mask = DiscMask(kSide, 45, 50, 15);
     ASSERT_NO_FATAL_FAILURE(FillHole(truth, mask, result));
     int worst = 0;
@@ -187,19 +184,15 @@ TEST(ExemplarInpaint, FillsASmoothGradientClosely)
     EXPECT_LE(worst, 6);
 }
 
-// A thin scratch across a thin bright rim between a dark area and a lit one: the rim must run on through the
-// scratch, neither washed out by the averaging of the vote and the fading of detail nor carried into the dark side.
 // Fine oblique stripes (periods of 7 and 11 pixels, so no patch of the picture repeats exactly one pixel over) cut
 // by a straight scratch 5 pixels wide: the fill must carry them across in phase, where diffusion can only grey them.
 TEST(ExemplarInpaint, CarriesAFineTextureAcrossAScratchInPhase)
 {
-    COLImage truth, result, diffused;
-    truth.Create(kSide, kSide);
-    for (int y = 0; y < kSide; ++y)
-        for (int x = 0; x < kSide; ++x) {
-            const int v = int(128.0 + 60.0 * std::sin(6.283185307 * (x / 7.0 + y / 11.0)));
-            truth.PutPixel(uint32_t(x), uint32_t(y), vmtest::Rgb(v, v, v / 2 + 60));
-        }
+    const COLImage truth = vmtest::Picture(kSide, kSide, [](uint32_t x, uint32_t y) {
+        const int v = int(128.0 + 60.0 * std::sin(6.283185307 * (x / 7.0 + y / 11.0)));
+        return vmtest::Rgb(v, v, v / 2 + 60);
+    });
+    COLImage result, diffused;
     const COLChannel mask = vmtest::PlaneOf(kSide, kSide, [](int x, int) { return x >= 46 && x < 51 ? 255 : 0; });
     FillHole(truth, mask, result);
     DiffusionFill(Damaged(truth, mask), mask, diffused);
@@ -209,19 +202,19 @@ TEST(ExemplarInpaint, CarriesAFineTextureAcrossAScratchInPhase)
     EXPECT_LT(refined, 0.08 * plain) << refined << " against " << plain;
 }
 
+// A thin scratch across a thin bright rim between a dark area and a lit one: the rim must run on through the
+// scratch, neither washed out by the averaging of the vote and the fading of detail nor carried into the dark side.
 TEST(ExemplarInpaint, AThinScratchKeepsAThinRimAndItsDarkSide)
 {
-    COLImage truth, result;
-    truth.Create(kSide, kSide);
     uint32_t state = 777;
-    for (uint32_t y = 0; y < kSide; ++y)
-        for (uint32_t x = 0; x < kSide; ++x) {
-            state = state * 1664525u + 1013904223u;
-            const int noise = int(state >> 29) - 4;
-            const int rim = 50 + int(y) / 8; // the rim leans a little, as a helmet's edge would
-            const int v = int(x) < rim ? 18 + noise : int(x) < rim + 3 ? 235 + noise : 130 + noise + (x % 4) * 6;
-            truth.PutPixel(x, y, vmtest::Rgb(v, v, v));
-        }
+    const COLImage truth = vmtest::Picture(kSide, kSide, [&](uint32_t x, uint32_t y) {
+        state = state * 1664525u + 1013904223u;
+        const int noise = int(state >> 29) - 4;
+        const int rim = 50 + int(y) / 8; // the rim leans a little, as a helmet's edge would
+        const int v = int(x) < rim ? 18 + noise : int(x) < rim + 3 ? 235 + noise : 130 + noise + (x % 4) * 6;
+        return vmtest::Rgb(v, v, v);
+    });
+    COLImage result;
     // Five pixels wide, across the rim and well into both sides.
     const COLChannel mask = vmtest::PlaneOf(
         kSide, kSide, [](int x, int y) { return x >= 20 && x < 85 && y >= 40 + x / 10 && y < 45 + x / 10 ? 255 : 0; });
@@ -281,8 +274,7 @@ TEST(ExemplarInpaint, AScratchAcrossThePhotographKeepsItsColours)
 
 TEST(ExemplarInpaint, SameBytesAtEverySplitAndInPlace)
 {
-    COLImage src, first;
-    vmtest::FillNoise(src, 120, 90, 7);
+    COLImage src = vmtest::Noise(120, 90, 7), first;
     // Smooth the noise into blobs so that patches have something to match.
     for (int pass = 0; pass < 3; ++pass)
         for (uint32_t y = 1; y + 1 < 90; ++y)
@@ -312,8 +304,8 @@ TEST(ExemplarInpaint, SameBytesAtEverySplitAndInPlace)
 
 TEST(ExemplarInpaint, HoleOnTheBorderIsFilledFromThePicture)
 {
-    COLImage truth, result;
-    MakeEdgePicture(truth, kSide);
+    const COLImage truth = EdgePicture();
+    COLImage result;
     const COLChannel mask = DiscMask(kSide, 0, 70, 16); // cut by the left edge
     ASSERT_NO_FATAL_FAILURE(FillHole(truth, mask, result));
     int magenta = 0;
@@ -326,9 +318,7 @@ TEST(ExemplarInpaint, HoleOnTheBorderIsFilledFromThePicture)
 
 TEST(ExemplarInpaint, RefusesWhatItCannotFillAndLeavesTheDestination)
 {
-    COLImage src, dst;
-    vmtest::FillNoise(src, 40, 30, 3);
-    vmtest::FillNoise(dst, 5, 5, 4);
+    COLImage src = vmtest::Noise(40, 30, 3), dst = vmtest::Noise(5, 5, 4);
     COLImage before = vmtest::Copy(dst);
     COLChannel mask;
     ExemplarInpaintParams params;
@@ -362,8 +352,7 @@ TEST(ExemplarInpaint, RefusesWhatItCannotFillAndLeavesTheDestination)
 
 TEST(ExemplarInpaint, ReportsProgressAndStopsOnCancel)
 {
-    COLImage src, dst;
-    MakeEdgePicture(src, kSide);
+    COLImage src = EdgePicture(), dst;
     const COLChannel mask = DiscMask(kSide, 50, 40, 10);
     ExemplarInpaintParams params;
     params.mask = &mask;
@@ -380,8 +369,7 @@ TEST(ExemplarInpaint, ReportsProgressAndStopsOnCancel)
     EXPECT_GE(progress.front(), 10);
     EXPECT_FALSE(process.WasCancelled());
 
-    COLImage untouched;
-    vmtest::FillNoise(untouched, 3, 3, 1);
+    COLImage untouched = vmtest::Noise(3, 3, 1);
     COLImage before = vmtest::Copy(untouched);
     process.SetImages(&src, &untouched);
     process.RequestCancel();

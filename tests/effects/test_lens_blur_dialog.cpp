@@ -1,6 +1,7 @@
 #include <cmath>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <tuple>
 
 #include "commands/history_sink.h"
 #include "document/layer.h"
@@ -49,6 +50,19 @@ void ExpectDepth(const DepthMapInput& in, int w, int h)
                 << x << "," << y << " mode " << in.mode << " focus " << in.focus;
 }
 
+// The panel's input for a w x h picture, with the vanishing point at (dx, dy) from the thumbnail's corner.
+DepthMapInput Input(int mode, int focus, int w, int h, int dx, int dy, int horizonRow)
+{
+    DepthMapInput in;
+    in.mode = mode;
+    in.focus = focus;
+    in.thumbnail = ThumbnailRect(in.panel, w, h);
+    in.vanishX = in.thumbnail.left + dx;
+    in.vanishY = in.thumbnail.top + dy;
+    in.horizonRow = horizonRow;
+    return in;
+}
+
 // The picture of the three aperture shapes in the skin.
 COLImage SkinAperture()
 {
@@ -61,44 +75,23 @@ TEST(LensBlurDepth, EachModeAndFocusFollowsTheRules)
 {
     const int w = 40, h = 30;
     for (int mode : {0, 1, 2})
-        for (int focus : {-10, 0, 1, 37, 50, 99, 100}) {   // below 0 nothing is sharp, at 100 everything
-            DepthMapInput in;
-            in.mode = mode;
-            in.focus = focus;
-            in.thumbnail = ThumbnailRect(in.panel, w, h);
-            in.vanishX = in.thumbnail.left + 11;
-            in.vanishY = in.thumbnail.top + 40;
-            in.horizonRow = 9;
-            ExpectDepth(in, w, h);
-        }
+        for (int focus : {-10, 0, 1, 37, 50, 99, 100}) // below 0 nothing is sharp, at 100 everything
+            ExpectDepth(Input(mode, focus, w, h, 11, 40, 9), w, h);
 }
 
 TEST(LensBlurDepth, DegenerateHorizonsPointsAndPicturesDoNotDivideByZero)
 {
     COLChannel depth;
     for (int horizon : {20, 21, 400}) { // on and below the last row of a 20-row picture
-        DepthMapInput in;
-        in.mode = kDepthHorizon;
-        in.horizonRow = horizon;
-        in.thumbnail = ThumbnailRect(in.panel, 10, 20);
-        ASSERT_TRUE(BuildDepthMap(in, 10, 20, depth));
+        ASSERT_TRUE(BuildDepthMap(Input(kDepthHorizon, 0, 10, 20, 0, 0, horizon), 10, 20, depth));
         for (int i = 0; i < 200; ++i)
             ASSERT_EQ(depth.GetBuffer()[i], 255) << horizon; // all at the horizon
     }
     for (auto [w, h] : {std::pair{1, 30}, std::pair{30, 1}, std::pair{1, 1}})
-        for (int mode : {1, 2}) {
-            DepthMapInput in;
-            in.mode = mode;
-            in.thumbnail = ThumbnailRect(in.panel, w, h);
-            in.vanishX = in.thumbnail.left;
-            in.vanishY = in.thumbnail.top;
-            in.horizonRow = h / 2;
-            ASSERT_TRUE(BuildDepthMap(in, uint32_t(w), uint32_t(h), depth));
-        }
+        for (int mode : {1, 2})
+            ASSERT_TRUE(BuildDepthMap(Input(mode, 0, w, h, 0, 0, h / 2), uint32_t(w), uint32_t(h), depth));
     // A vanishing point left of and above the panel: spans that would be empty or negative.
-    DepthMapInput in;
-    in.mode = kDepthTunnel;
-    in.thumbnail = ThumbnailRect(in.panel, 16, 12);
+    DepthMapInput in = Input(kDepthTunnel, 0, 16, 12, 0, 0, 0);
     in.vanishX = in.panel.left - 1;
     in.vanishY = in.panel.top - 30;
     ASSERT_TRUE(BuildDepthMap(in, 16, 12, depth));
@@ -129,16 +122,14 @@ TEST(LensBlurPreview, SizeAndScaledLayers)
 {
     int pw, ph;
     double scale;
-    PreviewSize(511, 300, pw, ph, scale);
-    EXPECT_EQ(pw, 511);
-    EXPECT_EQ(scale, 1.0);
-    PreviewSize(1000, 301, pw, ph, scale);
-    EXPECT_EQ(pw, 512);
-    EXPECT_EQ(ph, 301 * 512 / 1000);
-    PreviewSize(300, 900, pw, ph, scale);
-    EXPECT_EQ(ph, 512);
-    EXPECT_EQ(pw, 300 * 512 / 900);
-    EXPECT_DOUBLE_EQ(scale, 512.0 / 900);
+    // Pictures up to 512 on their longer side are previewed as they are; larger ones brought down to 512.
+    for (const auto& [w, h, wantW, wantH, wantScale] :
+         {std::tuple{511, 300, 511, 300, 1.0}, std::tuple{1000, 301, 512, 301 * 512 / 1000, 512.0 / 1000},
+          std::tuple{300, 900, 300 * 512 / 900, 512, 512.0 / 900}}) {
+        PreviewSize(w, h, pw, ph, scale);
+        EXPECT_EQ(std::make_pair(pw, ph), std::make_pair(wantW, wantH)) << w << "x" << h;
+        EXPECT_DOUBLE_EQ(scale, wantScale) << w << "x" << h;
+    }
 
     CComposeDocument doc(0);
     ASSERT_TRUE(doc.NewDocument(1024, 600, 0xFF336699));
@@ -306,9 +297,7 @@ TEST(LensBlurDialog, AMaskThatDoesNotFitTheLayerChangesNothing)
     EXPECT_TRUE(vmtest::SamePixels(upper->m_image, before));
     EXPECT_TRUE(history.Steps().empty());
     // An aperture picture of another size is refused at the start.
-    COLImage small;
-    small.Create(32, 32);
-    EXPECT_FALSE(logic.Init(doc, small));
+    EXPECT_FALSE(logic.Init(doc, vmtest::Solid(32, 32, CPixel{})));
 }
 
 } // namespace

@@ -32,36 +32,21 @@ std::vector<PlainEdge> PlainEdges(const std::vector<CPolyPoint>& p)
     return edges;
 }
 
-int PlainCountInt(const std::vector<PlainEdge>& edges, long long x, long long y)
+// The edges crossed left of (x, y): at pixel positions in whole numbers (T = long long), at the sixteen sample
+// points of a border pixel in doubles.
+template <class T> int PlainCount(const std::vector<PlainEdge>& edges, T x, T y)
 {
     int count = 0;
     for (const PlainEdge& e : edges) {
-        const long long lo = std::min(e.y1, e.y2), hi = std::max(e.y1, e.y2);
+        const T lo = T(std::min(e.y1, e.y2)), hi = T(std::max(e.y1, e.y2));
         if (!(lo <= y && y < hi)) continue;
         if (e.vertical) {
-            count += x > e.x1;
+            count += x > T(e.x1);
             continue;
         }
-        const long long v = (e.x1 - x) * e.slope + (y - e.y1) * 256;
-        if (e.slope < 0) count += v > 0;
-        else if (e.slope >= 1) count += v < 0;
-    }
-    return count;
-}
-
-int PlainCountFloat(const std::vector<PlainEdge>& edges, double x, double y)
-{
-    int count = 0;
-    for (const PlainEdge& e : edges) {
-        const double lo = double(std::min(e.y1, e.y2)), hi = double(std::max(e.y1, e.y2));
-        if (!(lo <= y && y < hi)) continue;
-        if (e.vertical) {
-            count += x > double(e.x1);
-            continue;
-        }
-        const double v = (double(e.x1) - x) * double(e.slope) + (y - double(e.y1)) * 256.0;
-        if (e.slope < 0) count += v > 0.0;
-        else if (e.slope >= 1) count += v < 0.0;
+        const T v = (T(e.x1) - x) * T(e.slope) + (y - T(e.y1)) * T(256);
+        if (e.slope < 0) count += v > T(0);
+        else if (e.slope >= 1) count += v < T(0);
     }
     return count;
 }
@@ -83,7 +68,7 @@ std::vector<uint8_t> PlainFill(const std::vector<CPolyPoint>& p, int w, int h, s
     const std::vector<PlainEdge> edges = PlainEdges(p);
     for (long long y = t; y < b; ++y)
         for (long long x = l; x < r; ++x)
-            if (PlainCountInt(edges, x, y) & 1) plane[size_t(y * w + x)] = 255;
+            if (PlainCount<long long>(edges, x, y) & 1) plane[size_t(y * w + x)] = 255;
     std::vector<std::pair<int, int>> border;
     for (long long y = t + 1; y <= b - 2; ++y)
         for (long long x = l + 1; x <= r - 2; ++x) {
@@ -97,7 +82,7 @@ std::vector<uint8_t> PlainFill(const std::vector<CPolyPoint>& p, int w, int h, s
         int inside = 0;
         for (int i = 0; i < 4; ++i)
             for (int j = 0; j < 4; ++j)
-                inside += PlainCountFloat(edges, x - 0.375 + 0.25 * i, y - 0.375 + 0.25 * j) & 1;
+                inside += PlainCount<double>(edges, x - 0.375 + 0.25 * i, y - 0.375 + 0.25 * j) & 1;
         plane[size_t(y * w + x)] = inside == 16 ? 255 : uint8_t(16 * inside);
     }
     return plane;
@@ -111,10 +96,7 @@ void ExpectSameFromPlane(const std::vector<CPolyPoint>& points, int w, int h, co
     ASSERT_EQ(plane.Create(uint32_t(w), uint32_t(h)), kOk);
     std::memcpy(plane.GetBuffer(), before.data(), before.size());
     ASSERT_EQ(FillPolygon(points.data(), points.size(), &plane), kOk);
-    const std::vector<uint8_t> got = vmtest::Bytes(plane);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            ASSERT_EQ(int(got[size_t(y * w + x)]), int(expected[size_t(y * w + x)])) << "at " << x << "," << y;
+    ASSERT_EQ(vmtest::Bytes(plane), expected);
 }
 
 // From an empty plane, or with a seed from one that already holds a selection: it must stay where the fill does

@@ -7,6 +7,7 @@
 #include "matting/gaussian.h"
 #include "runtime/status.h"
 #include "support/engine_checks.h"
+#include "support/plain_masks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -14,21 +15,18 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-// The square scan as written: every result byte the maximum (or minimum) over the clipped square around it.
+// The square scan as written: every result byte the maximum (or minimum) over the clipped square around it. The
+// minimum is the shared plain expansion of the inverted plane, inverted back.
 Bytes PlainSquare(const COLChannel& src, int r, bool expand)
 {
     const int w = int(src.GetWidth()), h = int(src.GetHeight());
-    Bytes out(size_t(w) * h);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            int v = expand ? 0 : 255;
-            for (int j = std::max(0, y - r); j <= std::min(h - 1, y + r); ++j)
-                for (int i = std::max(0, x - r); i <= std::min(w - 1, x + r); ++i) {
-                    const int s = src.GetValue(uint32_t(i), uint32_t(j));
-                    v = expand ? std::max(v, s) : std::min(v, s);
-                }
-            out[size_t(y) * w + x] = uint8_t(v);
-        }
+    if (expand) return vmtest::PlainExpand(vmtest::Bytes(src), w, h, r);
+    Bytes inverse = vmtest::Bytes(src);
+    for (uint8_t& v : inverse)
+        v = uint8_t(255 - v);
+    Bytes out = vmtest::PlainExpand(inverse, w, h, r);
+    for (uint8_t& v : out)
+        v = uint8_t(255 - v);
     return out;
 }
 

@@ -143,13 +143,8 @@ TEST(Warp, PixelModeFadesOutAtTheEdges)
     // X exactly 0 counts as floor -1 with a fraction of 255: the pixel is the edge pixel itself, fully.
     WarpParams edge = Params(1, 1, 1);
     edge.yCoef[5] = 0.5;
-    CWarpProcess warp;
-    COLImage out;
-    warp.SetImages(&src, &out);
-    ASSERT_EQ(warp.Process(&edge), kOk);
-    EXPECT_EQ(out.GetPixel(0, 0), RefPixel(src, edge, 0, 0).Word());
-    const CPixel q = src.GetPixel2(0, 6);
-    EXPECT_EQ(out.GetPixel2(0, 0).red, q.red);
+    ExpectMatches(src, edge);
+    EXPECT_EQ(RefPixel(src, edge, 0, 0).red, src.GetPixel2(0, 6).red);
 }
 
 TEST(Warp, DegenerateRequestsAreRefused)

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "filters/resample.h"
+#include "support/pictures.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -148,17 +149,14 @@ std::vector<uint8_t> RefShrink(const uint8_t* src, int stride, int sx, int sy, i
     return out;
 }
 
+// A picture of the given rows, each value in all four bytes of its pixel.
 COLImage Gray(std::initializer_list<std::initializer_list<int>> rows)
 {
-    COLImage img;
-    img.Create(uint32_t(rows.begin()->size()), uint32_t(rows.size()));
-    uint32_t y = 0;
-    for (auto& row : rows) {
-        uint32_t x = 0;
-        for (int v : row) img.PutPixel(x++, y, CPixel::Make(uint8_t(v), uint8_t(v), uint8_t(v), uint8_t(v)));
-        ++y;
-    }
-    return img;
+    const std::vector<std::vector<int>> v(rows.begin(), rows.end());
+    return vmtest::Picture(uint32_t(v[0].size()), uint32_t(v.size()), [&](uint32_t x, uint32_t y) {
+        const uint8_t g = uint8_t(v[y][x]);
+        return CPixel{g, g, g, g};
+    });
 }
 
 } // namespace

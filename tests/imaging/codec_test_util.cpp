@@ -64,45 +64,45 @@ COLImage Pattern(uint32_t width, uint32_t height, bool withAlpha)
     });
 }
 
+vmtest::ByteWriter BmpHeader(int32_t width, int32_t height, uint16_t bits, uint32_t compression, uint32_t headerSize,
+                             uint32_t dataOffset, uint32_t colours)
+{
+    vmtest::ByteWriter b;
+    b.Str("BM");
+    b.U32(0);
+    b.U32(0);
+    b.U32(dataOffset);
+    b.U32(headerSize);
+    b.U32(uint32_t(width));
+    b.U32(uint32_t(height));
+    b.U16(1);
+    b.U16(bits);
+    b.U32(compression);
+    b.U32(0);
+    b.U32(2835);
+    b.U32(2835);
+    b.U32(colours);
+    b.U32(0);
+    return b;
+}
+
 // Inserts an APP1 Exif segment holding only an orientation tag right after SOI.
 std::vector<uint8_t> WithOrientation(const std::vector<uint8_t>& jpeg, int orientation, bool bigEndian)
 {
-    std::vector<uint8_t> tiff;
-    auto p16 = [&](uint32_t v) {
-        if (bigEndian) {
-            tiff.push_back(uint8_t(v >> 8));
-            tiff.push_back(uint8_t(v));
-        } else {
-            tiff.push_back(uint8_t(v));
-            tiff.push_back(uint8_t(v >> 8));
-        }
-    };
-    auto p32 = [&](uint32_t v) {
-        if (bigEndian) {
-            p16(v >> 16);
-            p16(v & 0xFFFF);
-        } else {
-            p16(v & 0xFFFF);
-            p16(v >> 16);
-        }
-    };
-    tiff.push_back(bigEndian ? 'M' : 'I');
-    tiff.push_back(bigEndian ? 'M' : 'I');
-    p16(42);
-    p32(8);
-    p16(2); // two entries: a resolution unit first, then the orientation
-    p16(0x0128), p16(3), p32(1), p16(2), p16(0);
-    p16(0x0112), p16(3), p32(1), p16(uint32_t(orientation)), p16(0);
-    p32(0);
-    std::vector<uint8_t> seg = {0xFF, 0xE1};
-    const size_t len = 2 + 6 + tiff.size();
-    seg.push_back(uint8_t(len >> 8));
-    seg.push_back(uint8_t(len));
-    for (char c : std::string("Exif\0\0", 6))
-        seg.push_back(uint8_t(c));
-    seg.insert(seg.end(), tiff.begin(), tiff.end());
-    std::vector<uint8_t> out(jpeg.begin(), jpeg.begin() + 2);
-    out.insert(out.end(), seg.begin(), seg.end());
+    vmtest::ByteWriter tiff(bigEndian);
+    tiff.Str(bigEndian ? "MM" : "II");
+    tiff.U16(42);
+    tiff.U32(8);
+    tiff.U16(2); // two entries: a resolution unit first, then the orientation
+    tiff.U16(0x0128), tiff.U16(3), tiff.U32(1), tiff.U16(2), tiff.U16(0);
+    tiff.U16(0x0112), tiff.U16(3), tiff.U32(1), tiff.U16(uint32_t(orientation)), tiff.U16(0);
+    tiff.U32(0);
+    vmtest::ByteWriter out(true); // after SOI, the segment; JPEG's own numbers are big-endian
+    out.insert(out.end(), jpeg.begin(), jpeg.begin() + 2);
+    out.U16(0xFFE1);
+    out.U16(uint32_t(2 + 6 + tiff.size()));
+    out.Str(std::string("Exif\0\0", 6));
+    out.Add(tiff);
     out.insert(out.end(), jpeg.begin() + 2, jpeg.end());
     return out;
 }

@@ -1,35 +1,19 @@
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <filesystem>
 
+#include "codec_test_util.h"
 #include "imaging/codec_formats.h"
 #include "imaging/image.h"
 #include "support/engine_checks.h"
 #include "support/full_disk.h"
 #include "support/test_support.h"
 
+using codectest::BmpHeader;
+
 namespace {
-
-void Put32(std::vector<uint8_t>& b, size_t at, uint32_t v)
-{
-    for (int i = 0; i < 4; ++i) b[at + i] = uint8_t(v >> (8 * i));
-}
-
-// A header as other programs write it, with palette and rows to be appended by the caller.
-std::vector<uint8_t> Header(int32_t width, int32_t height, int bits)
-{
-    std::vector<uint8_t> b(54, 0);
-    b[0] = 'B';
-    b[1] = 'M';
-    Put32(b, 10, 54);
-    Put32(b, 14, 40);
-    Put32(b, 18, uint32_t(width));
-    Put32(b, 22, uint32_t(height));
-    b[26] = 1;
-    b[28] = uint8_t(bits);
-    return b;
-}
 
 void AppendPalette(std::vector<uint8_t>& b, int entries)
 {
@@ -51,6 +35,13 @@ protected:
         vmtest::WriteAll(dir.File("t.bmp"), bytes);
         return img.LoadFromFile(dir.File("t.bmp").c_str());
     }
+    // Each listed pixel {x, y, i} has the colour of palette entry i.
+    static void ExpectEntries(const COLImage& img, std::initializer_list<std::array<int, 3>> pixels)
+    {
+        for (const auto& [x, y, i] : pixels)
+            EXPECT_TRUE(img.GetPixel2(x, y) == CPixel::Make(uint8_t(255 - i), uint8_t(2 * i), uint8_t(i)))
+                << x << "," << y;
+    }
     vmtest::TempDir dir;
 };
 
@@ -66,10 +57,11 @@ TEST_F(Bmp, WriterLayoutIsExact)
     ASSERT_EQ(img.SaveToFile(dir.File("a.bmp").c_str()), kOk);
     const std::vector<uint8_t> f = vmtest::ReadAll(dir.File("a.bmp"));
     ASSERT_EQ(f.size(), 54u + 24u);
-    std::vector<uint8_t> header = Header(3, 2, 24);
-    Put32(header, 2, (12u * 2 + 18) * 3);   // the size field is not the file's size
-    Put32(header, 34, 12u * 2 * 3);
-    Put32(header, 38, 4730);
+    vmtest::ByteWriter header = BmpHeader(3, 2, 24);
+    header.Set32(2, (12u * 2 + 18) * 3);   // the size field is not the file's size
+    header.Set32(34, 12u * 2 * 3);
+    header.Set32(38, 4730);   // a horizontal resolution only
+    header.Set32(42, 0);
     EXPECT_EQ(std::vector<uint8_t>(f.begin(), f.begin() + 54), header);
     // Image row 0 first, blue green red, zero padding.
     const std::vector<uint8_t> rows = {3, 2, 1, 6, 5, 4, 9, 8, 7, 0, 0, 0, 12, 11, 10, 15, 14, 13, 18, 17, 16, 0, 0, 0};
@@ -92,45 +84,35 @@ TEST_F(Bmp, RoundTripFlipsVerticallyAndKeepsAlpha)
 TEST_F(Bmp, PalettedRowsOfOneFourAndEightBits)
 {
     // 1 bit, width 33: rows of 8 bytes; bits from the most significant end.
-    std::vector<uint8_t> f = Header(33, 2, 1);
+    std::vector<uint8_t> f = BmpHeader(33, 2, 1);
     AppendPalette(f, 2);
     f.insert(f.end(), {0x80, 0, 0, 0, 0x80, 0, 0, 0});   // bottom row: x = 0 and x = 32 set
     f.insert(f.end(), {0x40, 0, 0, 0, 0, 0, 0, 0});      // top row: x = 1 set
     COLImage img;
     ASSERT_EQ(LoadBmp(f, img), kOk);
     EXPECT_EQ(img.GetWidth(), 33u);
-    EXPECT_EQ(img.GetPixel2(0, 1).red, 254);   // palette entry 1
-    EXPECT_EQ(img.GetPixel2(32, 1).green, 2);
-    EXPECT_EQ(img.GetPixel2(1, 1).red, 255);   // entry 0
-    EXPECT_EQ(img.GetPixel2(1, 0).blue, 1);
-    EXPECT_EQ(img.GetPixel2(0, 0).blue, 0);
+    ExpectEntries(img, {{0, 1, 1}, {32, 1, 1}, {1, 1, 0}, {1, 0, 1}, {0, 0, 0}});
 
     // 1 bit, width 32: rows of exactly 4 bytes, so a second row follows at once.
-    f = Header(32, 2, 1);
+    f = BmpHeader(32, 2, 1);
     AppendPalette(f, 2);
     f.insert(f.end(), {0, 0, 0, 1, 0xFF, 0xFF, 0xFF, 0xFF});
     ASSERT_EQ(LoadBmp(f, img), kOk);
-    EXPECT_EQ(img.GetPixel2(31, 1).blue, 1);
-    EXPECT_EQ(img.GetPixel2(30, 1).blue, 0);
-    EXPECT_EQ(img.GetPixel2(0, 0).blue, 1);
+    ExpectEntries(img, {{31, 1, 1}, {30, 1, 0}, {0, 0, 1}});
 
     // 4 bit, width 3: high nibble first, rows padded to 4.
-    f = Header(3, 1, 4);
+    f = BmpHeader(3, 1, 4);
     AppendPalette(f, 16);
     f.insert(f.end(), {0x5A, 0xF0, 0, 0});
     ASSERT_EQ(LoadBmp(f, img), kOk);
-    EXPECT_EQ(img.GetPixel2(0, 0).blue, 5);
-    EXPECT_EQ(img.GetPixel2(1, 0).blue, 10);
-    EXPECT_EQ(img.GetPixel2(2, 0).green, 30);
+    ExpectEntries(img, {{0, 0, 5}, {1, 0, 10}, {2, 0, 15}});
 
     // 8 bit, width 5: rows of 8 bytes.
-    f = Header(5, 2, 8);
+    f = BmpHeader(5, 2, 8);
     AppendPalette(f, 256);
     f.insert(f.end(), {200, 1, 2, 3, 4, 9, 9, 9, 10, 11, 12, 13, 14, 9, 9, 9});
     ASSERT_EQ(LoadBmp(f, img), kOk);
-    EXPECT_EQ(img.GetPixel2(0, 1).blue, 200);
-    EXPECT_EQ(img.GetPixel2(0, 1).red, 55);
-    EXPECT_EQ(img.GetPixel2(4, 0).blue, 14);
+    ExpectEntries(img, {{0, 1, 200}, {4, 0, 14}});
 }
 
 TEST_F(Bmp, ResultCodesForBadFiles)
@@ -138,12 +120,12 @@ TEST_F(Bmp, ResultCodesForBadFiles)
     COLImage img;
     EXPECT_EQ(img.LoadFromFile(dir.File("missing.bmp").c_str()), kBmpCannotOpen);
 
-    std::vector<uint8_t> f = Header(2, 2, 24);
+    std::vector<uint8_t> f = BmpHeader(2, 2, 24);
     f[0] = 'X';
     EXPECT_EQ(LoadBmp(f, img), kBmpBadData);
 
     // Only the first byte is tested: "BX" is accepted.
-    f = Header(2, 2, 24);
+    f = BmpHeader(2, 2, 24);
     f[1] = 'X';
     f.resize(54 + 16, 0x40);
     EXPECT_EQ(LoadBmp(f, img), kOk);
@@ -155,7 +137,7 @@ TEST_F(Bmp, ResultCodesForBadFiles)
 
 TEST_F(Bmp, TruncatedRowsKeepWhatWasRead)
 {
-    std::vector<uint8_t> f = Header(2, 3, 24);
+    std::vector<uint8_t> f = BmpHeader(2, 3, 24);
     f.insert(f.end(), {1, 2, 3, 4, 5, 6, 0, 0, 7});   // bottom row only, then the file ends inside the second
     COLImage img;
     EXPECT_EQ(LoadBmp(f, img), kBmpBadData);
@@ -168,7 +150,7 @@ TEST_F(Bmp, AbsurdSizesAreRefusedBeforeAllocating)
 {
     COLImage img;
     for (auto [w, h] : {std::pair{20001, 10}, {10, 20001}, {0, 5}, {-4, 5}, {0x7FFFFFFF, 0x7FFFFFFF}}) {
-        std::vector<uint8_t> f = Header(w, h, 24);
+        std::vector<uint8_t> f = BmpHeader(w, h, 24);
         f.resize(200, 0);
         EXPECT_EQ(LoadBmp(f, img), kBmpBadData) << w << "x" << h;
         EXPECT_TRUE(img.IsNull());
@@ -177,7 +159,7 @@ TEST_F(Bmp, AbsurdSizesAreRefusedBeforeAllocating)
 
 TEST_F(Bmp, UndecodedDepthsGiveABlankPictureOfTheFileSize)
 {
-    std::vector<uint8_t> f = Header(4, 3, 32);
+    std::vector<uint8_t> f = BmpHeader(4, 3, 32);
     f.resize(54 + 48, 0xEE);
     COLImage img;
     EXPECT_EQ(LoadBmp(f, img), kOk);

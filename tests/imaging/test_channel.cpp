@@ -37,8 +37,7 @@ TEST(Channel, ExtractFromTakesOneByteOfEachPixel)
 
 TEST(Channel, AddAndSubtractFollowTheSoftMaskFormulas)
 {
-    COLChannel a = vmtest::NoisePlane(32, 16, 1), b;
-    vmtest::FillNoise(b, 32, 16, 2);
+    COLChannel a = vmtest::NoisePlane(32, 16, 1), b = vmtest::NoisePlane(32, 16, 2);
     // Make sure the special values 0 and 255 of the other plane occur.
     b.GetBuffer()[0] = 0;
     b.GetBuffer()[1] = 255;
@@ -59,13 +58,12 @@ TEST(Channel, AddAndSubtractFollowTheSoftMaskFormulas)
 
 TEST(Channel, AnEmptyPlaneTakesTheOtherAndAMismatchedOneIsLeftAlone)
 {
-    COLChannel b = vmtest::NoisePlane(4, 4, 6), c;
+    COLChannel b = vmtest::NoisePlane(4, 4, 6), c = vmtest::NoisePlane(4, 5, 7);
     COLChannel added, taken;
     added.Add(&b);
     taken.Subtract(&b);
     EXPECT_EQ(vmtest::Bytes(added), vmtest::Bytes(b));
     EXPECT_EQ(vmtest::Bytes(taken), vmtest::Bytes(b));
-    vmtest::FillNoise(c, 4, 5, 7);
     const std::vector<uint8_t> before = vmtest::Bytes(b);
     COLChannel none;
     b.Add(&c);

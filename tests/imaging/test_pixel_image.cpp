@@ -74,9 +74,8 @@ TEST(Image, FreeKeepsSizeAndMoveTransfersOwnership)
 
 TEST(Image, DuplicateFromReusesALargeEnoughBlock)
 {
-    COLImage big = vmtest::Noise(100, 100, 1), small, three;
-    vmtest::FillNoise(small, 2, 2, 2);
-    vmtest::FillNoise(three, 3, 3, 3);
+    COLImage big = vmtest::Noise(100, 100, 1);
+    const COLImage small = vmtest::Noise(2, 2, 2), three = vmtest::Noise(3, 3, 3);
     CPixel* block = big.GetBuffer();
     ASSERT_EQ(big.DuplicateFrom(&small), 1);
     EXPECT_EQ(big.GetBuffer(), block);

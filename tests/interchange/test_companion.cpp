@@ -9,6 +9,7 @@
 #include "interchange/host_result.h"
 #include "interchange/psd_reader.h"
 #include "support/engine_checks.h"
+#include "support/media_checks.h"
 #include "support/test_support.h"
 
 namespace {
@@ -31,56 +32,42 @@ TEST(Companion, ExchangeNameHasTheSecond)
 TEST(Companion, EditsComeBackOnlyWhereSelected)
 {
     CLayer layer;
-    vmtest::FillNoise(layer.m_image, 6, 4, 1);
+    layer.m_image = vmtest::Noise(6, 4, 1);
     layer.m_x = 3;
     layer.m_y = -1;
-    COLImage edited, other;
-    vmtest::FillNoise(edited, 6, 4, 2);
-    COLImage before = vmtest::Copy(layer.m_image);
+    const COLImage edited = vmtest::Noise(6, 4, 2), before = vmtest::Copy(layer.m_image);
 
-    vmtest::FillNoise(other, 6, 5, 3);
-    EXPECT_FALSE(ApplyCompanionEdit(layer, other, nullptr)); // another size: dropped
-    for (size_t i = 0; i < before.GetPixelCount(); ++i)
-        ASSERT_EQ(layer.m_image.GetBuffer()[i].Word(), before.GetBuffer()[i].Word());
+    EXPECT_FALSE(ApplyCompanionEdit(layer, vmtest::Noise(6, 5, 3), nullptr)); // another size: dropped
+    EXPECT_TRUE(vmtest::SamePixels(layer.m_image, before));
 
-    COLChannel mask;
-    vmtest::FillNoise(mask, 7, 3, 4); // the document is 7 x 3
-    mask.GetBuffer(4, 0)[0] = 0;      // layer pixel (1, 1): stays
+    COLChannel mask = vmtest::NoisePlane(7, 3, 4); // the document is 7 x 3
+    mask.GetBuffer(4, 0)[0] = 0;                   // layer pixel (1, 1): stays
     // layer pixel (2, 1): the edit whole
     mask.GetBuffer(5, 0)[0] = 255;
     ASSERT_TRUE(ApplyCompanionEdit(layer, edited, &mask));
-    for (uint32_t y = 0; y < 4; ++y)
-        for (uint32_t x = 0; x < 6; ++x) {
-            const int dx = 3 + int(x), dy = -1 + int(y);
-            const int m = dx < 7 && dy >= 0 && dy < 3 ? mask.GetValue(dx, dy) : 0;
-            const CPixel o = before.GetBuffer(x, y)[0], e = edited.GetBuffer(x, y)[0];
-            const CPixel got = layer.m_image.GetBuffer(x, y)[0];
-            EXPECT_EQ(got.alpha, o.alpha);
-            EXPECT_EQ(got.red, (e.red * m + o.red * (255 - m)) / 255) << x << "," << y;
-            EXPECT_EQ(got.green, (e.green * m + o.green * (255 - m)) / 255);
-            EXPECT_EQ(got.blue, (e.blue * m + o.blue * (255 - m)) / 255);
-        }
+    const COLImage expected = vmtest::Picture(6, 4, [&](uint32_t x, uint32_t y) {
+        const int dx = 3 + int(x), dy = -1 + int(y);
+        const int m = dx < 7 && dy >= 0 && dy < 3 ? mask.GetValue(dx, dy) : 0;
+        const CPixel o = before.GetPixel2(x, y), e = edited.GetPixel2(x, y);
+        auto mix = [m](int edit, int old) { return uint8_t((edit * m + old * (255 - m)) / 255); };
+        return CPixel::Make(mix(e.red, o.red), mix(e.green, o.green), mix(e.blue, o.blue), o.alpha);
+    });
+    EXPECT_EQ(vmtest::Bytes(layer.m_image), vmtest::Bytes(expected));
 }
 
 TEST(HostResult, RawAndPsdForms)
 {
     vmtest::TempDir dir;
-    COLImage working;
-    COLChannel plane;
-    vmtest::FillNoise(working, 5, 3, 1);
-    vmtest::FillNoise(plane, 5, 3, 2);
+    const COLImage working = vmtest::Noise(5, 3, 1);
+    const COLChannel plane = vmtest::NoisePlane(5, 3, 2);
     const std::string raw = dir.File("result.raw");
     ASSERT_TRUE(WriteHostResult(raw, 0, working, plane));
-    const std::vector<uint8_t> bytes = vmtest::ReadAll(raw);
-    ASSERT_EQ(bytes.size(), 8u + 5 * 3 * 4);
-    EXPECT_EQ(std::vector<uint8_t>(bytes.begin(), bytes.begin() + 8), (std::vector<uint8_t>{5, 0, 0, 0, 3, 0, 0, 0}));
-    for (size_t i = 0; i < 15; ++i) {
-        const CPixel p = working.GetBuffer()[i];
-        EXPECT_EQ(bytes[8 + 4 * i], p.blue);
-        EXPECT_EQ(bytes[8 + 4 * i + 1], p.green);
-        EXPECT_EQ(bytes[8 + 4 * i + 2], p.red);
-        EXPECT_EQ(bytes[8 + 4 * i + 3], plane.GetBuffer()[i]);
-    }
+    vmtest::ByteWriter expected; // width and height, then blue, green, red and the plane's byte of each pixel
+    expected.U32(5);
+    expected.U32(3);
+    for (size_t i = 0; i < 15; ++i)
+        expected.U32((working.GetBuffer()[i].Word() & 0xFFFFFFu) | uint32_t(plane.GetBuffer()[i]) << 24);
+    EXPECT_EQ(vmtest::ReadAll(raw), expected);
 
     const std::string base = dir.File("result");
     ASSERT_TRUE(WriteHostResult(base, 3, working, plane));
@@ -91,9 +78,7 @@ TEST(HostResult, RawAndPsdForms)
     ASSERT_EQ(stack.GetLayerCount(), 1);
     EXPECT_EQ(stack.GetLayer(0)->m_image.GetBuffer()[7].alpha, plane.GetBuffer()[7]);
 
-    COLChannel wrong;
-    vmtest::FillNoise(wrong, 4, 3, 2);
-    EXPECT_FALSE(WriteHostResult(dir.File("bad"), 0, working, wrong));
+    EXPECT_FALSE(WriteHostResult(dir.File("bad"), 0, working, vmtest::NoisePlane(4, 3, 2)));
     EXPECT_FALSE(WriteHostResult(dir.File("no/folder/x"), 0, working, plane));
     EXPECT_FALSE(std::filesystem::exists(dir.File("bad")));
 }

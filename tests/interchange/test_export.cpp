@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <map>
+#include <sstream>
 #include <string>
 
 #include "imaging/codec.h"
@@ -16,16 +17,13 @@ const std::map<std::string, uint32_t> kTypeOfFormat = {
     {"PNG", kFilePng}, {"JPEG", kFileJpeg}, {"BMP", kFileBmp}, {"TIFF", kFileTiff}, {"TGA", kFileTga},
 };
 
+// The extensions a format lists, split at each blank.
 std::vector<std::string> Extensions(const ExportFormat& f)
 {
+    std::istringstream list(f.extensions);
     std::vector<std::string> out;
-    std::string list = f.extensions;
-    for (size_t p = 0; p < list.size();) {
-        size_t blank = list.find(' ', p);
-        if (blank == std::string::npos) blank = list.size();
-        out.push_back(list.substr(p, blank - p));
-        p = blank + 1;
-    }
+    for (std::string extension; std::getline(list, extension, ' ');)
+        out.push_back(extension);
     return out;
 }
 
@@ -116,8 +114,7 @@ TEST(Export, FailuresLeaveNothingBehind)
 TEST(Export, JpegQualityReachesTheFile)
 {
     vmtest::TempDir dir;
-    COLImage noise;
-    vmtest::FillNoise(noise, 64, 64, 7);
+    const COLImage noise = vmtest::Noise(64, 64, 7);
     ExportOptions low, high, clamped;
     low.jpegQuality = 10;
     high.jpegQuality = 95;

@@ -4,25 +4,14 @@
 #include <string>
 #include <vector>
 
+#include "support/media_checks.h"
+
 // Builds Photoshop documents byte by byte for the reader's tests, independently of the program's writers.
 namespace psdtest {
 
-struct Bytes {
-    std::vector<uint8_t> v;
-    void U8(uint32_t x) { v.push_back(uint8_t(x)); }
-    void U16(uint32_t x)
-    {
-        U8(x >> 8);
-        U8(x);
-    }
-    void U32(uint32_t x)
-    {
-        U16(x >> 16);
-        U16(x);
-    }
-    void Str(const std::string& s) { v.insert(v.end(), s.begin(), s.end()); }
-    void Add(const std::vector<uint8_t>& b) { v.insert(v.end(), b.begin(), b.end()); }
-    size_t Size() const { return v.size(); }
+// Photoshop numbers are big-endian.
+struct Bytes : vmtest::ByteWriter {
+    Bytes() : ByteWriter(true) {}
 };
 
 struct Channel {
@@ -41,8 +30,10 @@ struct Layer {
     bool mask = false;
     int32_t maskTop = 0, maskLeft = 0, maskBottom = 0, maskRight = 0;
     std::string pascalName;
-    std::u16string unicodeName; // a "luni" block when not empty
-    int sectionType = -1;       // an "lsct" block when 0 or more
+    std::vector<uint32_t> blendingRanges; // the words of the blending ranges, none when empty
+    std::u16string unicodeName;           // a "luni" block when not empty
+    bool padUnicodeName = false;          // that block padded to a multiple of 4 bytes, as our writer makes it
+    int sectionType = -1;                 // an "lsct" block when 0 or more
 };
 
 struct Document {
@@ -108,25 +99,30 @@ inline std::vector<uint8_t> Build(const Document& d)
             } else {
                 extra.U32(0);
             }
-            extra.U32(0);
+            extra.U32(uint32_t(4 * l.blendingRanges.size()));
+            for (uint32_t range : l.blendingRanges)
+                extra.U32(range);
+            const size_t nameStart = extra.size();
             extra.U8(uint32_t(l.pascalName.size()));
             extra.Str(l.pascalName);
-            while ((extra.Size() - (l.mask ? 28 : 8)) % 4)
+            while ((extra.size() - nameStart) % 4)
                 extra.U8(0);
             if (!l.unicodeName.empty()) {
+                const size_t padding = l.padUnicodeName ? (4 - 2 * l.unicodeName.size() % 4) % 4 : 0;
                 extra.Str("8BIMluni");
-                extra.U32(uint32_t(4 + 2 * l.unicodeName.size()));
+                extra.U32(uint32_t(4 + 2 * l.unicodeName.size() + padding));
                 extra.U32(uint32_t(l.unicodeName.size()));
                 for (char16_t u : l.unicodeName)
                     extra.U16(u);
+                extra.resize(extra.size() + padding);
             }
             if (l.sectionType >= 0) {
                 extra.Str("8BIMlsct");
                 extra.U32(4);
                 extra.U32(uint32_t(l.sectionType));
             }
-            info.U32(uint32_t(extra.Size()));
-            info.Add(extra.v);
+            info.U32(uint32_t(extra.size()));
+            info.Add(extra);
         }
         for (const Layer& l : d.layers)
             for (const Channel& c : l.channels) {
@@ -134,15 +130,15 @@ inline std::vector<uint8_t> Build(const Document& d)
                 info.U16(c.compression);
                 info.Add(c.data);
             }
-        if (info.Size() % 2) info.U8(0);
-        b.U32(uint32_t(info.Size() + 8));
-        b.U32(uint32_t(info.Size()));
-        b.Add(info.v);
+        if (info.size() % 2) info.U8(0);
+        b.U32(uint32_t(info.size() + 8));
+        b.U32(uint32_t(info.size()));
+        b.Add(info);
         b.U32(0);
     }
     b.U16(d.mergedCompression);
     b.Add(d.merged);
-    return b.v;
+    return b;
 }
 
 // A raw channel of w x h bytes from a function of (x, y).

@@ -17,29 +17,21 @@
 #include "interchange/psd_writer.h"
 #include "support/engine_checks.h"
 #include "support/magick.h"
+#include "support/media_checks.h"
 #include "support/test_support.h"
 
 // PSDs written by ImageMagick and GIMP open with the right layers, and ours open in both.
 
-namespace {
+using vmtest::LayerName;
 
-std::string Name(const CLayer* l)
-{
-    return std::string(l->m_name, strnlen(l->m_name, kLayerNameBytes));
-}
+namespace {
 
 // Alpha everywhere, colour where something shows (editors differ on the colour of wholly transparent pixels).
 void ExpectSameVisible(const COLImage& want, const COLImage& got, const std::string& what)
 {
     ASSERT_EQ(vmtest::Size(got), vmtest::Size(want)) << what;
-    for (uint32_t y = 0; y < want.GetHeight(); ++y)
-        for (uint32_t x = 0; x < want.GetWidth(); ++x) {
-            const CPixel a = want.GetPixel2(x, y), b = got.GetPixel2(x, y);
-            ASSERT_EQ(a.alpha, b.alpha) << what << " at " << x << "," << y;
-            if (a.alpha) {
-                ASSERT_EQ(a.Word(), b.Word()) << what << " at " << x << "," << y;
-            }
-        }
+    EXPECT_EQ(vmtest::MaxAlphaDifference(want, got), 0) << what;
+    EXPECT_EQ(vmtest::MaxColourDifference(want, got, true), 0) << what;
 }
 
 struct Expect {
@@ -56,7 +48,7 @@ void CheckFixture(const std::string& file, const std::vector<Expect>& layers)
     ASSERT_EQ(stack.GetLayerCount(), int(layers.size())) << file;
     for (size_t i = 0; i < layers.size(); ++i) {
         const CLayer* l = stack.GetLayer(int(i));
-        EXPECT_EQ(Name(l), layers[i].name) << file << " layer " << i;
+        EXPECT_EQ(LayerName(l), layers[i].name) << file << " layer " << i;
         EXPECT_EQ(l->m_x, layers[i].x) << file << " layer " << i;
         EXPECT_EQ(l->m_y, layers[i].y) << file << " layer " << i;
         ExpectSameVisible(vmtest::Load(vmtest::DataPath(std::string("psd/") + layers[i].png)), l->m_image,
@@ -68,9 +60,7 @@ void CheckFixture(const std::string& file, const std::vector<Expect>& layers)
 void MakeComposition(CLayerStack& doc)
 {
     ASSERT_EQ(doc.NewDocument(23, 17, 0xFF000000u), 1);
-    vmtest::FillNoise(doc.GetLayer(0)->m_image, 23, 17, 4);
-    for (CPixel* p = doc.GetLayer(0)->m_image.GetBuffer(); p != doc.GetLayer(0)->m_image.GetBuffer() + 23 * 17; ++p)
-        p->alpha = 255;
+    doc.GetLayer(0)->m_image = vmtest::OpaqueNoise(23, 17, 4);
     std::strcpy(doc.GetLayer(0)->m_name, "Backdrop");
     const int xs[] = {3, 15}, ys[] = {2, 9};
     const char* names[] = {"Subject", "Shade"};
@@ -134,8 +124,7 @@ TEST(PsdInterop, ImageMagickOpensOurFiles)
     vmtest::TempDir dir;
     std::string out;
     // One layer, odd pixel count, soft alpha.
-    COLImage picture;
-    vmtest::FillNoise(picture, 13, 7, 9);
+    const COLImage picture = vmtest::Noise(13, 7, 9);
     const std::string one = dir.File("one.psd");
     ASSERT_EQ(SavePsd(one, picture, "Layer A"), kOk);
     EXPECT_EQ(vmtest::MagickIdentify("%w %h %X %Y %l\\n", one), "13 7 +0 +0 \n13 7 +0 +0 Layer A\n");
@@ -189,8 +178,7 @@ TEST(PsdInterop, GimpOpensOurFiles)
     if (vmtest::Run("command -v gimp", out) != 0)
         GTEST_SKIP() << "GIMP is not installed; install the gimp package to run this";
     vmtest::TempDir dir;
-    COLImage picture;
-    vmtest::FillNoise(picture, 13, 7, 9); // odd pixel count: GIMP refuses a padding byte after a channel
+    const COLImage picture = vmtest::Noise(13, 7, 9); // odd pixel count: GIMP refuses a padding byte after a channel
     const std::string one = dir.File("one.psd"), layered = dir.File("layered.psd"), report = dir.File("gimp.txt");
     ASSERT_EQ(SavePsd(one, picture, "\xB1\xB3\xBE\xB0"), kOk); // 背景
     CLayerStack doc;

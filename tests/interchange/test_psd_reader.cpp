@@ -11,11 +11,14 @@
 #include "interchange/psd_reader.h"
 #include "interchange/psd_writer.h"
 #include "support/runtime_limits.h"
+#include "support/media_checks.h"
 #include "support/test_support.h"
 #include "test_psd_builder.h"
 
 using psdtest::Document;
 using psdtest::Layer;
+
+using vmtest::LayerName;
 
 namespace {
 
@@ -34,12 +37,8 @@ int Load(const std::vector<uint8_t>& bytes, CLayerStack& stack, CPsdReader* out 
     return reader.LoadFile(path.c_str(), stack);
 }
 
-std::string Name(const CLayer* l)
-{
-    return std::string(l->m_name, strnlen(l->m_name, kLayerNameBytes));
-}
-
-Document TwoLayers()
+// A base and a screened, hidden layer over its edge; their channels raw or PackBits-compressed.
+Document TwoLayers(bool packBits = false)
 {
     Document d;
     d.width = 6;
@@ -53,6 +52,10 @@ Document TwoLayers()
     d.layers.back().key = "scrn";
     d.layers.back().opacity = 77;
     d.layers.back().flags = 0x02;
+    if (packBits)
+        for (Layer& l : d.layers)
+            for (psdtest::Channel& c : l.channels)
+                c = psdtest::PackBitsChannel(c, uint32_t(l.right - l.left), uint32_t(l.bottom - l.top));
     return d;
 }
 
@@ -61,18 +64,13 @@ Document TwoLayers()
 TEST(PsdReader, LayersKeepPositionNameOpacityModeVisibilityAndPixels)
 {
     for (bool packBits : {false, true}) {
-        Document d = TwoLayers();
-        if (packBits)
-            for (Layer& l : d.layers)
-                for (psdtest::Channel& c : l.channels)
-                    c = psdtest::PackBitsChannel(c, uint32_t(l.right - l.left), uint32_t(l.bottom - l.top));
         CLayerStack stack;
-        ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
+        ASSERT_EQ(Load(psdtest::Build(TwoLayers(packBits)), stack), 1);
         ASSERT_EQ(stack.GetLayerCount(), 2);
         EXPECT_EQ(vmtest::Size(stack), "6x5");
         const CLayer* top = stack.GetLayer(1);
-        EXPECT_EQ(Name(stack.GetLayer(0)), "Base");
-        EXPECT_EQ(Name(top), "Top");
+        EXPECT_EQ(LayerName(stack.GetLayer(0)), "Base");
+        EXPECT_EQ(LayerName(top), "Top");
         EXPECT_EQ(vmtest::Place(*top), "-2,3");
         EXPECT_EQ(std::make_tuple(int(top->m_opacity), int(top->m_blendMode), int(top->m_visible)),
                   std::make_tuple(77, 6, 0));   // opacity, mode, visibility
@@ -109,8 +107,7 @@ TEST(PsdReader, BottomLayerIsPlacedAtTheOriginAtDocumentSizeAndAlwaysVisible)
 TEST(PsdReader, OurOwnOneLayerFileComesBackWithItsTransparencyAndName)
 {
     vmtest::TempDir dir;
-    COLImage image;
-    vmtest::FillNoise(image, 7, 5, 3);
+    const COLImage image = vmtest::Noise(7, 5, 3);
     const std::string path = dir.File("own.psd");
     ASSERT_EQ(SavePsd(path, image, "Cut"), kOk);
     CLayerStack stack;
@@ -119,7 +116,7 @@ TEST(PsdReader, OurOwnOneLayerFileComesBackWithItsTransparencyAndName)
     EXPECT_TRUE(reader.HasMergedAlpha());
     ASSERT_EQ(stack.GetLayerCount(), 1);
     EXPECT_TRUE(vmtest::SamePixels(stack.GetLayer(0)->m_image, image)); // not opaque, no white row or column
-    EXPECT_EQ(Name(stack.GetLayer(0)), "Cut");
+    EXPECT_EQ(LayerName(stack.GetLayer(0)), "Cut");
 }
 
 TEST(PsdReader, LayeredFileRoundTripsEveryLayer)
@@ -152,13 +149,13 @@ TEST(PsdReader, LayeredFileRoundTripsEveryLayer)
     ASSERT_EQ(back.GetLayerCount(), 4);
     for (int i = 0; i < 3; ++i) {
         const CLayer *a = doc.GetLayer(i), *b = back.GetLayer(i);
-        EXPECT_EQ(Name(b), names[i]);
+        EXPECT_EQ(LayerName(b), names[i]);
         EXPECT_EQ(std::tie(b->m_x, b->m_y, b->m_opacity, b->m_blendMode, b->m_visible),
                   std::tie(a->m_x, a->m_y, a->m_opacity, a->m_blendMode, a->m_visible)) << i;
         EXPECT_TRUE(vmtest::SamePixels(b->m_image, a->m_image)) << i;
     }
     // A layer without pixels keeps its place, blank.
-    EXPECT_EQ(Name(back.GetLayer(3)), "Empty");
+    EXPECT_EQ(LayerName(back.GetLayer(3)), "Empty");
     EXPECT_EQ(back.GetLayer(3)->m_opacity, 0);
     EXPECT_EQ(back.GetLayer(3)->m_image.GetWidth(), 1u);
 }
@@ -222,7 +219,7 @@ TEST(PsdReader, FlatFileOpensAsItsMergedPicture)
         ASSERT_EQ(Load(psdtest::Build(d), stack), 1) << compression;
         ASSERT_EQ(stack.GetLayerCount(), 1);
         const CLayer* l = stack.GetLayer(0);
-        EXPECT_EQ(Name(l), "BackGround ");
+        EXPECT_EQ(LayerName(l), "BackGround ");
         for (uint32_t i = 0; i < 6; ++i)
             EXPECT_EQ(l->m_image.GetPixel2(i % 3, i / 3).Word(),
                       CPixel::Make(planes[0][i], planes[1][i], planes[2][i], 255).Word());
@@ -268,9 +265,9 @@ TEST(PsdReader, OnlyTheFirst32LayersEnterAndGroupMarkersAreLeftOut)
     CLayerStack stack;
     ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
     ASSERT_EQ(stack.GetLayerCount(), 32);
-    EXPECT_EQ(Name(stack.GetLayer(1)), "L2");
-    EXPECT_EQ(Name(stack.GetLayer(3)), "L5");
-    EXPECT_EQ(Name(stack.GetLayer(31)), "L33");
+    EXPECT_EQ(LayerName(stack.GetLayer(1)), "L2");
+    EXPECT_EQ(LayerName(stack.GetLayer(3)), "L5");
+    EXPECT_EQ(LayerName(stack.GetLayer(31)), "L33");
 }
 
 TEST(PsdReader, BlankLayersUnknownModesAndUserMasks)
@@ -331,7 +328,7 @@ TEST(PsdReader, NamesPreferTheUnicodeFormAndAreCutOnACharacterBoundary)
     const std::string want[] = {"\xB0\xEB\xCD\xB8\xC3\xF7", "\xCD\xBC\xB2\xE3", "\xB1\xB3\xBE\xB0", fifteen,
                                 "a\xCD\xBC"
                                 "b?"};
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(Name(stack.GetLayer(i)), want[i]) << i;
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(LayerName(stack.GetLayer(i)), want[i]) << i;
 }
 
 TEST(PsdReader, UnsupportedAndDamagedFilesFailClearly)
@@ -368,10 +365,7 @@ TEST(PsdReader, UnsupportedAndDamagedFilesFailClearly)
 
 TEST(PsdReader, TruncatedCorruptedAndBadPackBitsFilesNeverCrash)
 {
-    Document d = TwoLayers();
-    for (Layer& l : d.layers)
-        for (psdtest::Channel& c : l.channels)
-            c = psdtest::PackBitsChannel(c, uint32_t(l.right - l.left), uint32_t(l.bottom - l.top));
+    const Document d = TwoLayers(true);
     const std::vector<uint8_t> good = psdtest::Build(d);
     const size_t layerEnd =
         34 + 4 + (size_t(good[34]) << 24 | size_t(good[35]) << 16 | size_t(good[36]) << 8 | good[37]);

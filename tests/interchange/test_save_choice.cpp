@@ -11,6 +11,7 @@
 #include "interchange/psd_reader.h"
 #include "interchange/save_choice.h"
 #include "support/full_disk.h"
+#include "support/pictures.h"
 #include "support/test_support.h"
 
 namespace {
@@ -44,9 +45,7 @@ protected:
         m_stack.SetSize(30, 20);
         CLayer* base = m_stack.AddLayer(-1, 0);
         ASSERT_NE(base, nullptr);
-        vmtest::FillNoise(base->m_image, 30, 20, 3);
-        for (size_t i = 0; i < base->m_image.GetPixelCount(); ++i)
-            base->m_image.GetBuffer()[i].alpha = 255;
+        base->m_image = vmtest::OpaqueNoise(30, 20, 3);
         CLayer* top = m_stack.AddLayer(0, 0);
         ASSERT_NE(top, nullptr);
         vmtest::FillNoise(top->m_image, 11, 7, 9);
@@ -95,12 +94,10 @@ TEST_F(SaveChoiceTest, LayerAndPsdChoicesWriteTheRightPixels)
 {
     // The layer PNG is the layer's pixels without its position.
     ASSERT_EQ(WriteSaveChoice(ESaveChoice::kLayerPng, m_dir.File("layer.png"), m_sources), kOk);
-    COLImage back;
-    ASSERT_EQ(COLImageCodec().LoadFile(m_dir.File("layer.png").c_str(), &back), 1);
+    const COLImage back = vmtest::Load(m_dir.File("layer.png"));
     const COLImage& layer = *m_sources.layerPicture;
     ASSERT_EQ(vmtest::Size(back), "11x7");
-    for (size_t i = 0; i < layer.GetPixelCount(); ++i)
-        ASSERT_EQ(back.GetBuffer()[i].Word(), layer.GetBuffer()[i].Word()) << i;
+    EXPECT_EQ(vmtest::Bytes(back), vmtest::Bytes(layer));
 
     // The layered PSD holds both layers with their positions and exact pixels.
     ASSERT_EQ(WriteSaveChoice(ESaveChoice::kLayeredPsd, m_dir.File("all.PSD"), m_sources), kOk);
@@ -112,9 +109,8 @@ TEST_F(SaveChoiceTest, LayerAndPsdChoicesWriteTheRightPixels)
     const CLayer* top = read.GetLayer(1);
     EXPECT_EQ(top->m_x, 4);
     EXPECT_EQ(top->m_y, 5);
-    ASSERT_EQ(top->m_image.GetPixelCount(), layer.GetPixelCount());
-    for (size_t i = 0; i < layer.GetPixelCount(); ++i)
-        ASSERT_EQ(top->m_image.GetBuffer()[i].Word(), layer.GetBuffer()[i].Word()) << i;
+    ASSERT_EQ(vmtest::Size(top->m_image), "11x7");
+    EXPECT_EQ(vmtest::Bytes(top->m_image), vmtest::Bytes(layer));
 
     // The flat PSD of the composite keeps every pixel, transparency included.
     ASSERT_EQ(WriteSaveChoice(ESaveChoice::kCompositePsd, m_dir.File("flat.psd"), m_sources), kOk);
@@ -122,8 +118,8 @@ TEST_F(SaveChoiceTest, LayerAndPsdChoicesWriteTheRightPixels)
     CPsdReader flatReader;
     ASSERT_EQ(flatReader.LoadFile(m_dir.File("flat.psd").c_str(), flat), 1);
     ASSERT_EQ(flat.GetLayerCount(), 1);
-    for (size_t i = 0; i < m_composite.GetPixelCount(); ++i)
-        ASSERT_EQ(flat.GetLayer(0)->m_image.GetBuffer()[i].Word(), m_composite.GetBuffer()[i].Word()) << i;
+    ASSERT_EQ(vmtest::Size(flat.GetLayer(0)->m_image), "30x20");
+    EXPECT_EQ(vmtest::Bytes(flat.GetLayer(0)->m_image), vmtest::Bytes(m_composite));
 }
 
 TEST(SaveChoice, OfferedChoicesAndNames)
@@ -151,20 +147,16 @@ TEST(SaveChoice, OfferedChoicesAndNames)
 
 TEST(SaveChoice, TheCutOutTakesThePlaneAsAlpha)
 {
-    COLImage working, out;
-    COLChannel plane;
-    vmtest::FillNoise(working, 5, 3, 1);
-    vmtest::FillNoise(plane, 5, 3, 2);
+    const COLImage working = vmtest::Noise(5, 3, 1);
+    const COLChannel plane = vmtest::NoisePlane(5, 3, 2);
+    COLImage out;
     ASSERT_TRUE(BuildSelectionExport(working, plane, out));
-    for (size_t i = 0; i < working.GetPixelCount(); ++i) {
-        CPixel p = working.GetBuffer()[i];
-        p.alpha = plane.GetBuffer()[i];
-        ASSERT_EQ(out.GetBuffer()[i].Word(), p.Word());
-    }
-    COLChannel other;
-    vmtest::FillNoise(other, 5, 4, 2);
+    COLImage expected = vmtest::Copy(working);
+    for (size_t i = 0; i < expected.GetPixelCount(); ++i)
+        expected.GetBuffer()[i].alpha = plane.GetBuffer()[i];
+    EXPECT_TRUE(vmtest::SamePixels(out, expected));
     COLImage untouched;
-    EXPECT_FALSE(BuildSelectionExport(working, other, untouched));
+    EXPECT_FALSE(BuildSelectionExport(working, vmtest::NoisePlane(5, 4, 2), untouched));
     EXPECT_TRUE(untouched.IsNull());
     EXPECT_FALSE(BuildSelectionExport(COLImage(), plane, untouched));
 }
@@ -181,13 +173,12 @@ TEST_F(SaveChoiceTest, AFailedWriteKeepsTheOlderFile)
         EXPECT_EQ(WriteSaveChoice(e.choice, m_dir.File("nothing"), none), kFail);
 
     // A full disk, simulated by a file-size limit (which binds root too): every writer fails part-way through.
+    const COLImage big = vmtest::Noise(400, 300, 11);
     for (const Expected& e : kExpected) {
         SCOPED_TRACE(e.extension);
         const std::string path = m_dir.File(std::string("keep.") + e.extension);
         ASSERT_EQ(WriteSaveChoice(e.choice, path, m_sources), kOk);
         const std::vector<uint8_t> before = vmtest::ReadAll(path);
-        COLImage big;
-        vmtest::FillNoise(big, 400, 300, 11);
         SaveSources large = m_sources;
         large.composite = &big;
         large.layerPicture = &big;
@@ -200,10 +191,6 @@ TEST_F(SaveChoiceTest, AFailedWriteKeepsTheOlderFile)
         EXPECT_TRUE(name == "plain" || (name.rfind("keep.", 0) == 0 && name.find('.', 5) == std::string::npos)) << name;
     }
 }
-
-} // namespace
-
-namespace {
 
 // The saved composite is see-through where the canvas shows the checkerboard: the base's alpha with each visible
 // layer laid over it at its opacity; hidden layers and what lies outside a layer do not cover.
