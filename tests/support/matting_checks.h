@@ -1,12 +1,16 @@
 #pragma once
 
 // Pictures and runs the matting tests share, the engine tests and the command-line tests alike: a subject with
-// its two contours, a soft subject on a keying backdrop, one contour-matting run, and the shape of a progress log.
+// its two contours, a soft subject on a keying backdrop, one contour-matting run, a shot of the keying evaluation
+// set, and the shape of a progress log.
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <sstream>
+#include <string>
 #include <vector>
 
 #include "imaging/channel.h"
@@ -102,6 +106,33 @@ inline COLImage KeyScene(CPixel backdrop, uint32_t w, uint32_t h, uint32_t seed)
             p->alpha = 255;
         }
     return img;
+}
+
+// A shot of the keying evaluation set (tests/data/matting/key_set.txt and its README): the picture to key, its
+// true alpha as a gray picture, and the photograph it was cut from with the crop's corner, which holds the
+// subject's true colours. False when the set has no such shot or a file is missing or of the wrong size.
+struct KeyShot {
+    COLImage picture, truth, photo;
+    uint32_t x = 0, y = 0;
+};
+
+inline bool LoadKeyShot(const std::string& name, KeyShot& shot)
+{
+    std::ifstream set(DataPath("matting/key_set.txt"));
+    std::string line;
+    while (std::getline(set, line)) {
+        std::istringstream fields(line);
+        std::string first, photo;
+        uint32_t w = 0, h = 0;
+        if (!(fields >> first >> photo >> shot.x >> shot.y >> w >> h) || first != name) continue;
+        shot.picture = Load(DataPath("matting/key_" + name + ".jpg"));
+        shot.truth = Load(DataPath("matting/key_" + name + "_alpha.png"));
+        shot.photo = Load(AssetPath("samples/" + photo));
+        return Size(shot.picture) == Size(shot.truth) && shot.picture.GetWidth() == w &&
+               shot.picture.GetHeight() == h && shot.photo.GetWidth() >= shot.x + w &&
+               shot.photo.GetHeight() >= shot.y + h;
+    }
+    return false;
 }
 
 // A progress log that stays in lo..hi, never goes back and ends at hi.
