@@ -47,12 +47,7 @@ TEST(CliFilters, BlurOfTheGrayPlane)
     RunOk("blur " + Quote(dir.File("gray.bmp")) + " --channel --sigma=2 -o " + Quote(dir.File("out.bmp")));
     const COLChannel expected = vmtest::Blurred(plane, 2.0);
     ASSERT_FALSE(expected.IsNull());
-    const COLImage out = Load(dir.File("out.bmp"));
-    ASSERT_EQ(out.GetPixelCount(), size_t(33 * 20));
-    for (size_t i = 0; i < out.GetPixelCount(); ++i) {
-        ASSERT_EQ(out.GetBuffer()[i].red, expected.GetBuffer()[i]) << i;
-        ASSERT_EQ(out.GetBuffer()[i].blue, expected.GetBuffer()[i]) << i;
-    }
+    EXPECT_TRUE(vmtest::SameColours(Load(dir.File("out.bmp")), vmtest::GrayPicture(expected)));
 }
 
 TEST(CliFilters, ResampleToAGivenSize)
