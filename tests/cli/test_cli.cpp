@@ -2,19 +2,12 @@
 #include <string>
 #include <vector>
 
-#include "support/test_support.h"
-
-using vmtest::CliResult;
-using vmtest::RunCli;
+#include "support/cli_checks.h"
 
 TEST(Cli, HelpAndVersion)
 {
-    CliResult r = RunCli("--version");
-    EXPECT_EQ(r.exitCode, 0);
-    EXPECT_NE(r.output.find(VM_VERSION), std::string::npos);
-    r = RunCli("no-such-command");
-    EXPECT_NE(r.exitCode, 0);
-    EXPECT_NE(r.output.find("unknown command"), std::string::npos);
+    vmtest::RunOk("--version", VM_VERSION);
+    vmtest::ExpectCli("no-such-command", 2, "unknown command");
 }
 
 // What each help page must name: the commands, the options the engines' tables give with their ranges and
@@ -35,10 +28,8 @@ TEST(Cli, HelpPagesNameTheirCommandsOptionsAndDefaults)
           "smartadjust", "option adjust M"}},
     };
     for (const auto& [args, texts] : pages) {
-        SCOPED_TRACE(args);
-        const CliResult r = RunCli(args);
-        EXPECT_EQ(r.exitCode, 0) << r.output;
+        const std::string said = vmtest::RunOk(args).output;
         for (const char* text : texts)
-            EXPECT_NE(r.output.find(text), std::string::npos) << text << "\n" << r.output;
+            EXPECT_NE(said.find(text), std::string::npos) << args << ": " << text << "\n" << said;
     }
 }

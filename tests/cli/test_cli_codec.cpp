@@ -2,28 +2,12 @@
 #include <string>
 
 #include "imaging/codec.h"
-#include "support/test_support.h"
+#include "support/cli_checks.h"
 
-using vmtest::CliResult;
+using vmtest::ExpectCli;
 using vmtest::Quote;
-using vmtest::RunCli;
 
 namespace {
-
-struct Case {
-    std::string args;
-    int exitCode;
-    const char* says;
-};
-
-void ExpectAll(const std::vector<Case>& cases)
-{
-    for (const Case& c : cases) {
-        const CliResult r = RunCli(c.args);
-        EXPECT_EQ(r.exitCode, c.exitCode) << c.args << "\n" << r.output;
-        EXPECT_NE(r.output.find(c.says), std::string::npos) << c.args << "\n" << r.output;
-    }
-}
 
 TEST(CliCodec, InfoNamesTypeSizeAndAlpha)
 {
@@ -35,7 +19,7 @@ TEST(CliCodec, InfoNamesTypeSizeAndAlpha)
     std::vector<uint8_t> cut = vmtest::ReadAll(vmtest::DataPath("codec/png-interlaced.png"));
     cut.resize(cut.size() / 2);
     vmtest::WriteAll(dir.File("cut.png"), cut);
-    ExpectAll({
+    ExpectCli({
         {"info " + Quote(vmtest::AssetPath("samples/sample.jpg")), 0, "JPEG (type 2), 451 x 300, opaque"},
         {"info " + Quote(vmtest::DataPath("codec/png-interlaced.png")), 0, "PNG (type 7), 32 x 24, with alpha"},
         {"info " + Quote(vmtest::DataPath("codec/pcx-rgb24.pcx")), 0, "PCX (type 4)"},
@@ -53,8 +37,7 @@ TEST(CliCodec, ConvertChoosesTheWriterByExtension)
     const std::string src = Quote(vmtest::DataPath("codec/png-interlaced.png"));
     for (const char* name : {"out.png", "out.jpg", "out.bmp", "out.tif", "out.tga"}) {
         SCOPED_TRACE(name);
-        CliResult r = RunCli("convert " + src + " " + Quote(dir.File(name)));
-        ASSERT_EQ(r.exitCode, 0) << r.output;
+        vmtest::RunOk("convert " + src + " " + Quote(dir.File(name)));
         const COLImage img = vmtest::Load(dir.File(name));
         EXPECT_EQ(img.GetWidth(), 32u);
         bool transparent = false;
@@ -64,7 +47,7 @@ TEST(CliCodec, ConvertChoosesTheWriterByExtension)
     }
     EXPECT_EQ(COLImageCodec::GetFileType(dir.File("out.tga").c_str()), kFileTga);
 
-    ExpectAll({
+    ExpectCli({
         {"convert " + src + " " + Quote(dir.File("q.jpg")) + " --quality 150", 0, ""},
         {"convert " + src + " " + Quote(dir.File("q.jpg")) + " --quality 0", 2, ""},
         {"convert " + src + " " + Quote(dir.File("out.gif")), 1, "cannot write"},

@@ -5,20 +5,19 @@
 #include "document/compose_document.h"
 #include "document/layer.h"
 #include "effects/lens_blur_dialog.h"
+#include "support/cli_checks.h"
 #include "support/pictures.h"
 
-using vmtest::CliResult;
+using vmtest::ExpectCli;
 using vmtest::Quote;
-using vmtest::RunCli;
 
 TEST(CliEffects, LensBlurWritesWhatTheDialogWouldMake)
 {
     vmtest::TempDir dir;
     const COLImage src = vmtest::OpaqueNoise(90, 60, 8);
     vmtest::SavePicture(dir.File("in.png"), src);
-    CliResult r = RunCli("lensblur " + Quote(dir.File("in.png")) + " -o " + Quote(dir.File("out.png")) +
-                         " --mode 1 --point 20,45 --focus 25 --aperture circle --radius 9 --highlights 50");
-    ASSERT_EQ(r.exitCode, 0) << r.output;
+    vmtest::RunOk("lensblur " + Quote(dir.File("in.png")) + " -o " + Quote(dir.File("out.png")) +
+                  " --mode 1 --point 20,45 --focus 25 --aperture circle --radius 9 --highlights 50");
 
     // The same through the dialog's logic: a click where the dialog shows picture pixel (20, 45).
     CComposeDocument doc(0);
@@ -47,14 +46,11 @@ TEST(CliEffects, LensBlurRefusesBadInput)
     vmtest::SavePicture(dir.File("in.png"), src);
     vmtest::SavePicture(dir.File("mask.png"), mask);
     const std::string base = "lensblur " + Quote(dir.File("in.png")) + " -o " + Quote(dir.File("out.png"));
-    CliResult r = RunCli(base + " --foreground " + Quote(dir.File("mask.png")));
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.output.find("发生异常，操作失败"), std::string::npos) << r.output;
-    EXPECT_NE(r.output.find("31 x 20"), std::string::npos) << r.output;
+    const std::string said =
+        ExpectCli(base + " --foreground " + Quote(dir.File("mask.png")), 1, "发生异常，操作失败").output;
+    EXPECT_NE(said.find("31 x 20"), std::string::npos) << said;
     for (const char* bad :
-         {" --radius 65", " --radius 0", " --mode 3", " --aperture star", " --focus -11", " --point 5"}) {
-        r = RunCli(base + bad);
-        EXPECT_EQ(r.exitCode, 2) << bad << ": " << r.output;
-    }
+         {" --radius 65", " --radius 0", " --mode 3", " --aperture star", " --focus -11", " --point 5"})
+        ExpectCli(base + bad, 2);
     EXPECT_FALSE(std::filesystem::exists(dir.File("out.png")));
 }

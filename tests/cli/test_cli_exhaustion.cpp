@@ -62,29 +62,6 @@ std::vector<uint8_t> BlackPng(uint32_t side)
     return png;
 }
 
-struct Limited {
-    bool exited;
-    int code;
-    std::string output;
-};
-
-// velmorando-cli under `ulimit -v` (kilobytes); exec, so the status is the program's own.
-Limited RunLimited(const std::string& arguments, long kilobytes)
-{
-    const std::string command =
-        "ulimit -v " + std::to_string(kilobytes) + " && exec " + VM_CLI_PATH + " " + arguments + " 2>&1";
-    Limited r{false, -1, {}};
-    FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) return r;
-    std::array<char, 4096> buf{};
-    size_t n;
-    while ((n = fread(buf.data(), 1, buf.size(), pipe)) > 0) r.output.append(buf.data(), n);
-    const int status = pclose(pipe);
-    r.exited = WIFEXITED(status);
-    r.code = r.exited ? WEXITSTATUS(status) : -WTERMSIG(status);
-    return r;
-}
-
 } // namespace
 
 // One command per case: each reads the whole picture first, which takes a while on a busy machine.
@@ -103,10 +80,11 @@ TEST_P(CliExhaustion, LargestPictureWithoutTheMemoryForIt)
     std::string args = GetParam();
     for (const auto& [from, to] : {std::pair<std::string, std::string>{"IN", vmtest::Quote(in)}, {"OUT", vmtest::Quote(out)}})
         args.replace(args.find(from), from.size(), to);
-    const Limited r = RunLimited(args, 3000000);
-    EXPECT_TRUE(r.exited) << args << " was killed by signal " << -r.code << "\n" << r.output;
-    EXPECT_EQ(r.code, 1) << args << "\n" << r.output;
-    EXPECT_NE(r.output.find("not enough memory"), std::string::npos) << args << "\n" << r.output;
+    // Under `ulimit -v` (kilobytes); exec, so the status is the program's own (-1: killed by a signal).
+    std::string output;
+    const int code = vmtest::Run("ulimit -v 3000000 && exec " + std::string(VM_CLI_PATH) + " " + args, output);
+    EXPECT_EQ(code, 1) << args << "\n" << output;
+    EXPECT_NE(output.find("not enough memory"), std::string::npos) << args << "\n" << output;
     EXPECT_FALSE(std::filesystem::exists(out)) << args;
 }
 #endif

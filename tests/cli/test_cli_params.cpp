@@ -8,11 +8,9 @@
 #include "filters/resample.h"
 #include "matting/chroma_key.h"
 #include "matting/gaussian.h"
-#include "support/test_support.h"
+#include "support/cli_checks.h"
 
-using vmtest::CliResult;
 using vmtest::Quote;
-using vmtest::RunCli;
 
 namespace {
 
@@ -51,21 +49,17 @@ TEST(CliParams, BadValuesAreRefusedWithTheOptionNamed)
     COLImage img = vmtest::Noise(8, 8, 1);
     ASSERT_EQ(img.SaveToFile(dir.File("in.bmp").c_str()), kOk);
     const std::string in = Quote(dir.File("in.bmp")), out = Quote(dir.File("out.png"));
-    const std::pair<std::string, std::string> cases[] = {
-        {"key " + in + " -o " + out + " --strength 101", "--strength takes a whole number from 0 to 100, not '101'"},
-        {"key " + in + " -o " + out + " --levels 40,40", "--levels takes LO,HI with 0 <= LO < HI <= 255, not '40,40'"},
-        {"key " + in + " -o " + out + " --feather=1", "unknown option --feather"},
-        {"blur " + in + " -o " + out, "needs --sigma"},
-        {"blur " + in + " -o " + out + " --sigma 2x", "--sigma takes a number from 0 to 1000, not '2x'"},
-        {"resample " + in + " 4x4 -o " + out + " --method cubic",
+    vmtest::ExpectCli({
+        {"key " + in + " -o " + out + " --strength 101", 2, "--strength takes a whole number from 0 to 100, not '101'"},
+        {"key " + in + " -o " + out + " --levels 40,40", 2,
+         "--levels takes LO,HI with 0 <= LO < HI <= 255, not '40,40'"},
+        {"key " + in + " -o " + out + " --feather=1", 2, "unknown option --feather"},
+        {"blur " + in + " -o " + out, 2, "needs --sigma"},
+        {"blur " + in + " -o " + out + " --sigma 2x", 2, "--sigma takes a number from 0 to 1000, not '2x'"},
+        {"resample " + in + " 4x4 -o " + out + " --method cubic", 2,
          "--method takes bilinear, area or twopoint, not 'cubic'"},
-    };
-    for (const auto& [args, message] : cases) {
-        const CliResult r = RunCli(args);
-        EXPECT_EQ(r.exitCode, 2) << args << "\n" << r.output;
-        EXPECT_NE(r.output.find(message), std::string::npos) << args << "\n" << r.output;
-    }
+    });
     EXPECT_FALSE(std::filesystem::exists(dir.File("out.png")));
     // A value at the end of its range is taken.
-    EXPECT_EQ(RunCli("resample " + in + " 4x4 -o " + out + " --method=twopoint").exitCode, 0);
+    vmtest::RunOk("resample " + in + " 4x4 -o " + out + " --method=twopoint");
 }

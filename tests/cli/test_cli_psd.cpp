@@ -6,10 +6,12 @@
 #include "document/layer.h"
 #include "document/layer_stack.h"
 #include "imaging/image.h"
+#include "support/cli_checks.h"
 #include "support/pictures.h"
 
+using vmtest::ExpectCli;
 using vmtest::Quote;
-using vmtest::RunCli;
+using vmtest::RunOk;
 
 TEST(CliPsd, ConvertWritesAndReadsOneLayerPsdKeepingAlpha)
 {
@@ -17,16 +19,12 @@ TEST(CliPsd, ConvertWritesAndReadsOneLayerPsdKeepingAlpha)
     COLImage picture = vmtest::Noise(11, 5, 2);
     const std::string png = vmtest::SavePicture(dir.File("in.png"), picture);
     const std::string psd = dir.File("out.psd"), back = dir.File("back.png");
-    auto r = RunCli("convert " + Quote(png) + " " + Quote(psd));
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    r = RunCli("info " + Quote(psd));
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("11 x 5, 1 layer(s)"), std::string::npos) << r.output;
-    EXPECT_NE(r.output.find("layer 0: \"\xE8\x83\x8C\xE6\x99\xAF\" at (0, 0), 11 x 5, opacity 255, blend norm"),
+    RunOk("convert " + Quote(png) + " " + Quote(psd));
+    const std::string info = RunOk("info " + Quote(psd), "11 x 5, 1 layer(s)").output;
+    EXPECT_NE(info.find("layer 0: \"\xE8\x83\x8C\xE6\x99\xAF\" at (0, 0), 11 x 5, opacity 255, blend norm"),
               std::string::npos)
-        << r.output;
-    r = RunCli("convert " + Quote(psd) + " " + Quote(back));
-    ASSERT_EQ(r.exitCode, 0) << r.output;
+        << info;
+    RunOk("convert " + Quote(psd) + " " + Quote(back));
     EXPECT_TRUE(vmtest::SamePixels(vmtest::Load(back), picture));
 }
 
@@ -46,21 +44,15 @@ TEST(CliPsd, LayeredConvertOfAProjectListsEveryLayer)
     ASSERT_TRUE(doc.InsertLayer(layer, 0));
     const std::string project = dir.File("p.vmpd"), psd = dir.File("p.psd");
     ASSERT_EQ(SaveProject(doc, nullptr, project.c_str(), 0), 1);
-    auto r = RunCli("convert " + Quote(project) + " " + Quote(psd) + " --layered");
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    r = RunCli("info " + Quote(psd));
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("12 x 9, 2 layer(s)"), std::string::npos) << r.output;
-    EXPECT_NE(r.output.find("layer 1: \"Over\" at (-1, 6), 5 x 4, opacity 200, blend diff (mode 10), hidden"),
+    RunOk("convert " + Quote(project) + " " + Quote(psd) + " --layered");
+    const std::string info = RunOk("info " + Quote(psd), "12 x 9, 2 layer(s)").output;
+    EXPECT_NE(info.find("layer 1: \"Over\" at (-1, 6), 5 x 4, opacity 200, blend diff (mode 10), hidden"),
               std::string::npos)
-        << r.output;
+        << info;
     // --layered only makes a PSD; a damaged PSD is named as such.
-    r = RunCli("convert " + Quote(project) + " " + Quote(dir.File("p.png")) + " --layered");
-    EXPECT_EQ(r.exitCode, 2) << r.output;
+    ExpectCli("convert " + Quote(project) + " " + Quote(dir.File("p.png")) + " --layered", 2);
     std::vector<uint8_t> bytes = vmtest::ReadAll(psd);
     bytes.resize(60);
     vmtest::WriteAll(dir.File("cut.psd"), bytes);
-    r = RunCli("info " + Quote(dir.File("cut.psd")));
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.output.find("cut.psd: the layer section runs past the end of the file"), std::string::npos) << r.output;
+    ExpectCli("info " + Quote(dir.File("cut.psd")), 1, "cut.psd: the layer section runs past the end of the file");
 }

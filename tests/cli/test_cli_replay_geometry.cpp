@@ -12,10 +12,6 @@
 #include "matting/warp_fit.h"
 #include "replay_test.h"
 
-using vmtest::CliResult;
-using vmtest::Quote;
-using vmtest::RunCli;
-
 namespace {
 
 class CliReplayGeometry : public vmtest::ReplayTest {
@@ -28,20 +24,19 @@ protected:
 TEST_F(CliReplayGeometry, LiftMoveTransformAndCropAreExact)
 {
     const std::string out = m_dir.File("out.vmpd"), sel = m_dir.File("sel.png");
-    const CliResult r = Replay("tool rect\n"
-                               "down 5 5\nup 15 12\n"
-                               "save-mask selection " + sel + "\n"
-                               "option color 204060\n"
-                               "tool move\n"
-                               "down 8 8\ndrag 12 10\nup 20 14\n"
-                               "tool transform\n"
-                               "option corners 16 10 38 12 36 27 15 25\n"
-                               "dbl 26 18\n"
-                               "tool crop\n"
-                               "down 2 3\nup 38 28\n"
-                               "dbl 10 10\n",
-                               out);
-    ASSERT_EQ(r.exitCode, 0) << r.output;
+    ASSERT_TRUE(ReplayOk("tool rect\n"
+                         "down 5 5\nup 15 12\n"
+                         "save-mask selection " + sel + "\n"
+                         "option color 204060\n"
+                         "tool move\n"
+                         "down 8 8\ndrag 12 10\nup 20 14\n"
+                         "tool transform\n"
+                         "option corners 16 10 38 12 36 27 15 25\n"
+                         "dbl 26 18\n"
+                         "tool crop\n"
+                         "down 2 3\nup 38 28\n"
+                         "dbl 10 10\n",
+                         out));
 
     const std::vector<uint8_t> selected = vmtest::GrayBytes(sel);
     ASSERT_EQ(selected.size(), size_t(W * H));
@@ -104,15 +99,10 @@ TEST_F(CliReplayGeometry, LiftMoveTransformAndCropAreExact)
 
 TEST_F(CliReplayGeometry, RefusalsEndTheScriptWithTheirReason)
 {
-    const std::string out = m_dir.File("out.png");
-    CliResult r = Replay("tool move\ndown 5 5\nup 9 9\n", out);
-    EXPECT_NE(r.exitCode, 0);
-    EXPECT_NE(r.output.find("line 2: the tool refused (message \"moverror\")"), std::string::npos) << r.output;
-    r = Replay("tool transform\n", out);
-    EXPECT_NE(r.output.find("message \"transerr\""), std::string::npos) << r.output;
-    r = Replay("tool crop\noption ratio 4:3\noption freeshape on\n", out);
-    EXPECT_NE(r.output.find("line 3: a free shape needs option ratio none first"), std::string::npos) << r.output;
-    r = Replay("tool crop\noption ratio 4:0\n", out);
-    EXPECT_NE(r.output.find("script.txt:2: ratio is"), std::string::npos) << r.output;
-    EXPECT_FALSE(std::ifstream(out).good()) << "nothing written after a refusal";
+    ExpectRefused({
+        {"tool move\ndown 5 5\nup 9 9\n", "line 2: the tool refused (message \"moverror\")"},
+        {"tool transform\n", "message \"transerr\""},
+        {"tool crop\noption ratio 4:3\noption freeshape on\n", "line 3: a free shape needs option ratio none first"},
+        {"tool crop\noption ratio 4:0\n", "script.txt:2: ratio is"},
+    });
 }

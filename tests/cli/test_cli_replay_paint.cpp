@@ -7,10 +7,6 @@
 #include "replay_test.h"
 #include "tools/plain_brush.h"
 
-using vmtest::CliResult;
-using vmtest::Quote;
-using vmtest::RunCli;
-
 namespace {
 
 class CliReplayPaint : public vmtest::ReplayTest {
@@ -36,15 +32,14 @@ TEST_F(CliReplayPaint, DesaturateThenEraseTheBaseWithAColourAreExact)
 {
     // Two strokes, each with its own brush; the eraser on the base layer paints the foreground colour.
     const std::string out = m_dir.File("out.png");
-    const CliResult r = Replay("tool desaturate\n"
-                               "option size 4\noption soft 40\noption alpha 90\n"
-                               "down 3 3\ndrag 20 12\nup 36 12\n"
-                               "tool eraser\n"
-                               "option color 20a0ff\n"
-                               "option size 2\noption soft 0\n"
-                               "down 30 2\nup 8 27\n",
-                               out);
-    ASSERT_EQ(r.exitCode, 0) << r.output;
+    ASSERT_TRUE(ReplayOk("tool desaturate\n"
+                         "option size 4\noption soft 40\noption alpha 90\n"
+                         "down 3 3\ndrag 20 12\nup 36 12\n"
+                         "tool eraser\n"
+                         "option color 20a0ff\n"
+                         "option size 2\noption soft 0\n"
+                         "down 30 2\nup 8 27\n",
+                         out));
 
     using plainbrush::Frames;
     using plainbrush::MakeStamp;
@@ -67,14 +62,13 @@ TEST_F(CliReplayPaint, DesaturateThenEraseTheBaseWithAColourAreExact)
 TEST_F(CliReplayPaint, CloneFromAnAltClickAndUndoOfTheStroke)
 {
     const std::string out = m_dir.File("out.png"), undone = m_dir.File("undone.png");
-    const CliResult r = Replay("tool clone\n"
-                               "option size 3\noption soft 0\n"
-                               "down 2 2 alt\nup 2 2\n"
-                               "down 20 10\ndrag 30 14\nup 34 20\n"
-                               "save " + out + "\n"
-                               "command UI_HistoryBackward\n",
-                               undone);
-    ASSERT_EQ(r.exitCode, 0) << r.output;
+    ASSERT_TRUE(ReplayOk("tool clone\n"
+                         "option size 3\noption soft 0\n"
+                         "down 2 2 alt\nup 2 2\n"
+                         "down 20 10\ndrag 30 14\nup 34 20\n"
+                         "save " + out + "\n"
+                         "command UI_HistoryBackward\n",
+                         undone));
     EXPECT_EQ(Rgb(undone), Rgb(m_in)) << "undo takes the whole stroke back";
     const auto s = plainbrush::Frames(plainbrush::MakeStamp(3, 0), 255, W, H, {{20, 10}, {30, 14}, {34, 20}}).back().s;
     const std::vector<uint8_t> original = Rgb(m_in), cloned = Rgb(out);
@@ -96,27 +90,21 @@ TEST_F(CliReplayPaint, CloneFromAnAltClickAndUndoOfTheStroke)
 TEST_F(CliReplayPaint, SelectionModeBrushesAndOptionRefusals)
 {
     const std::string out = m_dir.File("out.png"), inner = m_dir.File("inner.png");
-    CliResult r = Replay("mode select\n"
+    ASSERT_TRUE(ReplayOk("mode select\n"
                          "tool innerbrush\noption size 5\noption soft 0\n"
                          "down 10 10\nup 25 10\n"
                          "save-mask inner " + inner + "\n"
                          "mode compose cancel\n",
-                         out);
-    ASSERT_EQ(r.exitCode, 0) << r.output;
+                         out));
     const auto s = plainbrush::Frames(plainbrush::MakeStamp(5, 0), 255, W, H, {{10, 10}, {25, 10}}).back().s;
     EXPECT_EQ(vmtest::GrayBytes(inner), s);
 
     // Out-of-range brush values are refused before anything runs, and nothing is written.
+    std::vector<std::pair<std::string, std::string>> refused;
     for (const char* bad : {"option size 0", "option size 256", "option soft 101", "option alpha -1",
-                            "option color 12345g"}) {
-        std::filesystem::remove(out);
-        r = Replay(std::string("tool brush\n") + bad + "\ndown 5 5\nup 9 9\n", out);
-        EXPECT_NE(r.exitCode, 0) << bad;
-        EXPECT_NE(r.output.find(":2:"), std::string::npos) << bad << ": " << r.output;
-        EXPECT_FALSE(std::filesystem::exists(out)) << bad;
-    }
-    r = Replay("tool rect\noption size 5\n", out);
-    EXPECT_NE(r.output.find("no brush"), std::string::npos) << r.output;
-    r = Replay("tool restore\n", out);
-    EXPECT_NE(r.output.find("not offered in compose mode"), std::string::npos) << r.output;
+                            "option color 12345g"})
+        refused.push_back({std::string("tool brush\n") + bad + "\ndown 5 5\nup 9 9\n", ":2:"});
+    refused.push_back({"tool rect\noption size 5\n", "no brush"});
+    refused.push_back({"tool restore\n", "not offered in compose mode"});
+    ExpectRefused(refused);
 }

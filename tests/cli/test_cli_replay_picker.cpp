@@ -5,12 +5,11 @@
 
 #include "imaging/image.h"
 #include "matting/refined_key.h"
+#include "support/cli_checks.h"
 #include "support/pictures.h"
 #include "tools/bk_picker_tool.h"
 
-using vmtest::CliResult;
 using vmtest::Quote;
-using vmtest::RunCli;
 
 TEST(CliReplayPicker, BackdropPickerKeysTheGreenScreenLikeTheEngine)
 {
@@ -23,8 +22,7 @@ TEST(CliReplayPicker, BackdropPickerKeysTheGreenScreenLikeTheEngine)
                              "up 12 10\n"
                              "save-mask result " + mask + "\n"
                              "mode compose keep\n";
-    const CliResult r = RunCli("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(out));
-    ASSERT_EQ(r.exitCode, 0) << r.output;
+    vmtest::RunOk("replay " + Quote(in) + " " + Quote(script) + " -o " + Quote(out));
 
     COLImage picture = vmtest::Load(in);
     ASSERT_FALSE(picture.IsNull());

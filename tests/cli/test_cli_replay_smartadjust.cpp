@@ -5,7 +5,6 @@
 #include "replay_test.h"
 #include "tools/plain_brush.h"
 
-using vmtest::CliResult;
 using vmtest::GrayBytes;
 
 namespace {
@@ -22,23 +21,22 @@ TEST_F(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
     const COLImage& picture = m_picture;
     const std::string inner = m_dir.File("inner.png"), outer = m_dir.File("outer.png"),
                       before = m_dir.File("before.png"), after = m_dir.File("after.png");
-    const CliResult r = Replay("mode select inout\n"
-                               "tool innerbrush\noption size 3\noption soft 0\ndown 4 3\nup 4 27\n"
-                               "tool outerbrush\noption size 3\noption soft 0\ndown 35 3\nup 35 27\n"
-                               "tool modifypolygon\ndown 0 0\nup 0 0\nup 20 0\nup 20 29\nup 0 29\nmove 0 0\nup 0 0\n"
-                               "tool none\n"
-                               "save-mask inner " +
-                                   inner + "\nsave-mask outer " + outer + "\nsave-mask result " + before +
-                                   "\n"
-                                   "tool smartadjust\n"
-                                   "down 4 15\nup 4 15\n"   // inside the inner contour: the foreground colour
-                                   "down 35 15\nup 35 15\n" // inside the outer contour: the background colour
-                                   "option size 4\noption soft 30\n"
-                                   "down 12 5\ndrag 20 14\nup 28 24\n"
-                                   "save-mask result " +
-                                   after + "\nmode compose cancel\n",
-                               m_dir.File("out.png"));
-    ASSERT_EQ(r.exitCode, 0) << r.output;
+    ASSERT_TRUE(ReplayOk("mode select inout\n"
+                         "tool innerbrush\noption size 3\noption soft 0\ndown 4 3\nup 4 27\n"
+                         "tool outerbrush\noption size 3\noption soft 0\ndown 35 3\nup 35 27\n"
+                         "tool modifypolygon\ndown 0 0\nup 0 0\nup 20 0\nup 20 29\nup 0 29\nmove 0 0\nup 0 0\n"
+                         "tool none\n"
+                         "save-mask inner " +
+                             inner + "\nsave-mask outer " + outer + "\nsave-mask result " + before +
+                             "\n"
+                             "tool smartadjust\n"
+                             "down 4 15\nup 4 15\n"   // inside the inner contour: the foreground colour
+                             "down 35 15\nup 35 15\n" // inside the outer contour: the background colour
+                             "option size 4\noption soft 30\n"
+                             "down 12 5\ndrag 20 14\nup 28 24\n"
+                             "save-mask result " +
+                             after + "\nmode compose cancel\n",
+                         m_dir.File("out.png")));
 
     const std::vector<uint8_t> i = GrayBytes(inner), o = GrayBytes(outer), m0 = GrayBytes(before);
     ASSERT_EQ(i[15 * W + 4], 255);
@@ -74,9 +72,8 @@ TEST_F(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
 
 TEST_F(CliReplaySmartAdjust, ItsOptionsBelongToIt)
 {
-    CliResult r = Replay("tool brush\noption adjust raise\n", m_dir.File("o.png"));
-    EXPECT_NE(r.exitCode, 0);
-    EXPECT_NE(r.output.find("belongs to the smartadjust tool"), std::string::npos) << r.output;
-    r = Replay("option adjust sideways\n", m_dir.File("o.png"));
-    EXPECT_NE(r.output.find(":1: adjust is both, raise or lower"), std::string::npos) << r.output;
+    ExpectRefused({
+        {"tool brush\noption adjust raise\n", "belongs to the smartadjust tool"},
+        {"option adjust sideways\n", ":1: adjust is both, raise or lower"},
+    });
 }

@@ -3,32 +3,29 @@
 #include <string>
 
 #include "imaging/image.h"
+#include "support/cli_checks.h"
 #include "support/pictures.h"
 
-using vmtest::CliResult;
 using vmtest::Load;
 using vmtest::Quote;
-using vmtest::RunCli;
+using vmtest::RunOk;
 
 TEST(CliRun, RunsCommandsAndWritesTheComposite)
 {
     vmtest::TempDir dir;
     const COLImage picture = vmtest::OpaqueNoise(31, 17, 4);
     const std::string in = vmtest::SavePicture(dir.File("in.bmp"), picture), out = dir.File("out.png");
-    CliResult r =
-        RunCli("run " + Quote(in) + " " + Quote("Doc_NewLayer('0')") + " " + Quote("Doc_FlipH") + " -o " + Quote(out));
-    ASSERT_EQ(r.exitCode, 0) << r.output;
+    RunOk("run " + Quote(in) + " " + Quote("Doc_NewLayer('0')") + " " + Quote("Doc_FlipH") + " -o " + Quote(out));
     // The base mirrored, and opaque: the composite's own alpha bytes hold the selection, not coverage.
     EXPECT_TRUE(vmtest::Mirrored(Load(out), picture));
 
     // A second picture on a new layer, moved and at half opacity, then everything flattened.
     vmtest::SavePicture(dir.File("w.bmp"), vmtest::Solid(4, 4, CPixel::Make(255, 255, 255)));
-    r = RunCli("run " + Quote(in) + " --file " + Quote(dir.File("w.bmp")) + " " + Quote("Doc_OpenLayer('1')") + " " +
-               Quote("Doc_LayerPropertyChange('1','0','2,3')") + " " + Quote("Doc_LayerPropertyChange('1','3','128')") +
-               " " + Quote("Doc_LayerPropertyChange('1','2','前景')") + " " + Quote("Doc_FlatImage") + " -o " +
-               Quote(out) + " -v");
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("layer 0: 图层2"), std::string::npos) << r.output;
+    RunOk("run " + Quote(in) + " --file " + Quote(dir.File("w.bmp")) + " " + Quote("Doc_OpenLayer('1')") + " " +
+              Quote("Doc_LayerPropertyChange('1','0','2,3')") + " " + Quote("Doc_LayerPropertyChange('1','3','128')") +
+              " " + Quote("Doc_LayerPropertyChange('1','2','前景')") + " " + Quote("Doc_FlatImage") + " -o " +
+              Quote(out) + " -v",
+          "layer 0: 图层2");
     const COLImage merged = Load(out);
     const CPixel was = picture.GetPixel2(3, 4), now = merged.GetPixel2(3, 4);
     EXPECT_EQ(now.red, (was.red * 127 + 255 * 128 + 127) / 255);
@@ -41,12 +38,7 @@ TEST(CliRun, FailuresAreClearAndWriteNothing)
     const std::string in = vmtest::SavePicture(dir.File("in.bmp"), vmtest::OpaqueNoise(8, 8, 1));
     const std::string out = dir.File("out.bmp");
     const std::string run = "run " + Quote(in) + " ", to = " -o " + Quote(out);
-    struct Case {
-        std::string args;
-        int exitCode;
-        const char* says;
-    };
-    const Case cases[] = {
+    vmtest::ExpectCli({
         {run + Quote("Doc_DeleteLayer('0')") + to, 1, "Doc_DeleteLayer('0')\" failed"},
         {run + Quote("Doc_FlipH(") + to, 1, "could not be parsed"},
         {run + Quote("Doc_OpenLayer('1')") + to, 1, "--file"},
@@ -57,12 +49,7 @@ TEST(CliRun, FailuresAreClearAndWriteNothing)
         {run + "Doc_FlipH", 2, ""}, // no output named
         {"run" + to, 2, ""},
         {run + "--bogus" + to, 2, ""},
-    };
-    for (const Case& c : cases) {
-        const CliResult r = RunCli(c.args);
-        EXPECT_EQ(r.exitCode, c.exitCode) << c.args << "\n" << r.output;
-        EXPECT_NE(r.output.find(c.says), std::string::npos) << c.args << "\n" << r.output;
-    }
+    });
     EXPECT_FALSE(std::filesystem::exists(out));
     EXPECT_FALSE(std::filesystem::exists(dir.File("out.xyz")));
 }

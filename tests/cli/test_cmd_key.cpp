@@ -9,12 +9,13 @@
 #include "matting/batch_key.h"
 #include "matting/chroma_key.h"
 #include "matting/refined_key.h"
+#include "support/cli_checks.h"
 #include "support/pictures.h"
 
-using vmtest::CliResult;
-using vmtest::Quote;
-using vmtest::RunCli;
+using vmtest::ExpectCli;
 using vmtest::Load;
+using vmtest::Quote;
+using vmtest::RunOk;
 
 namespace {
 
@@ -34,9 +35,7 @@ TEST(CliKey, KeysAGreenScreenShot)
     vmtest::TempDir dir;
     WriteShot(dir.File("shot.bmp"), true);
     const std::string out = dir.File("cut.png");
-    CliResult r = RunCli("key " + Quote(dir.File("shot.bmp")) + " -o " + Quote(out));
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("backdrop 2EA848, hue key"), std::string::npos) << r.output;
+    RunOk("key " + Quote(dir.File("shot.bmp")) + " -o " + Quote(out), "backdrop 2EA848, hue key");
     COLImage img = Load(out);
     ASSERT_EQ(img.GetWidth(), 96u);
     EXPECT_EQ(img.GetPixel2(5, 5).alpha, 0);
@@ -44,12 +43,10 @@ TEST(CliKey, KeysAGreenScreenShot)
 
     // A gray backdrop given by hand goes the luma way; a picked point reads the backdrop there.
     WriteShot(dir.File("gray.bmp"), false);
-    r = RunCli("key " + Quote(dir.File("gray.bmp")) + " -o " + Quote(out) + " --backdrop 5%,5% --levels 0,255");
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("backdrop 808080, luma key"), std::string::npos) << r.output;
-    r = RunCli("key " + Quote(dir.File("gray.bmp")) + " -o " + Quote(out) + " --backdrop '#d2783c' --shadow");
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("backdrop D2783C, hue key"), std::string::npos) << r.output;
+    RunOk("key " + Quote(dir.File("gray.bmp")) + " -o " + Quote(out) + " --backdrop 5%,5% --levels 0,255",
+          "backdrop 808080, luma key");
+    RunOk("key " + Quote(dir.File("gray.bmp")) + " -o " + Quote(out) + " --backdrop '#d2783c' --shadow",
+          "backdrop D2783C, hue key");
 }
 
 TEST(CliKey, RefusesBadArguments)
@@ -59,18 +56,12 @@ TEST(CliKey, RefusesBadArguments)
     const std::string in = Quote(dir.File("shot.bmp"));
     const std::string out = Quote(dir.File("o.png"));
     // Out-of-range table values are refused with their option named (CliParams); here the key's own forms.
-    for (const char* bad : {"--levels 300,310", "--backdrop red", "--backdrop 50%", "--luma-strength -1", "--bogus"}) {
-        CliResult r = RunCli("key " + in + " -o " + out + " " + std::string(bad));
-        EXPECT_EQ(r.exitCode, 2) << bad << ": " << r.output;
-    }
-    EXPECT_EQ(RunCli("key " + in).exitCode, 2);                                    // no -o
-    EXPECT_EQ(RunCli("key " + in + " -o " + Quote(dir.File("o.jpg"))).exitCode, 2);   // not a PNG
-    EXPECT_FALSE(std::filesystem::exists(dir.File("o.png")));
-
+    for (const char* bad : {"--levels 300,310", "--backdrop red", "--backdrop 50%", "--luma-strength -1", "--bogus"})
+        ExpectCli("key " + in + " -o " + out + " " + std::string(bad), 2);
+    ExpectCli("key " + in, 2);                                    // no -o
+    ExpectCli("key " + in + " -o " + Quote(dir.File("o.jpg")), 2);   // not a PNG
     vmtest::WriteAll(dir.File("broken.jpg"), {0xFF, 0xD8, 0xFF});
-    CliResult r = RunCli("key " + Quote(dir.File("broken.jpg")) + " -o " + out);
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_NE(r.output.find("cannot read"), std::string::npos) << r.output;
+    ExpectCli("key " + Quote(dir.File("broken.jpg")) + " -o " + out, 1, "cannot read");
     EXPECT_FALSE(std::filesystem::exists(dir.File("o.png")));
 }
 
@@ -82,23 +73,21 @@ TEST(CliBatchKey, GoesOnPastABrokenFileAndListsIt)
     WriteShot(dir.File("in/c.jpg"), true);
     vmtest::WriteAll(dir.File("in/b.jpg"), {0xFF, 0xD8, 0xFF, 0xE0});
     const std::string out = dir.File("out");
-    CliResult r = RunCli("batch-key " + Quote(dir.File("in")) + " -o " + Quote(out) + " --suffix _cut");
-    EXPECT_EQ(r.exitCode, 1) << r.output;
-    EXPECT_NE(r.output.find("[1/3]"), std::string::npos) << r.output;
-    EXPECT_NE(r.output.find("[3/3]"), std::string::npos) << r.output;
-    EXPECT_NE(r.output.find("2 of 3 pictures keyed"), std::string::npos) << r.output;
-    EXPECT_NE(r.output.find("1 failed"), std::string::npos) << r.output;
-    EXPECT_NE(r.output.find("b.jpg"), std::string::npos) << r.output;
+    const std::string said = ExpectCli("batch-key " + Quote(dir.File("in")) + " -o " + Quote(out) + " --suffix _cut", 1,
+                                       "2 of 3 pictures keyed")
+                                 .output;
+    for (const char* text : {"[1/3]", "[3/3]", "1 failed", "b.jpg"})
+        EXPECT_NE(said.find(text), std::string::npos) << text << "\n" << said;
     EXPECT_TRUE(std::filesystem::exists(out + "/a_cut.png"));
     EXPECT_TRUE(std::filesystem::exists(out + "/c_cut.png"));
     EXPECT_FALSE(std::filesystem::exists(out + "/b_cut.png"));
 
     // All good: exit 0, and a second run overwrites without asking.
     std::filesystem::remove(dir.File("in/b.jpg"));
-    r = RunCli("batch-key " + Quote(dir.File("in/a.bmp")) + " " + Quote(dir.File("in/a.bmp")) + " -o " +
-               Quote(out) + " --prefix x- --colour 2EA848");
-    EXPECT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("1 of 1 pictures keyed"), std::string::npos) << r.output;   // listed twice, keyed once
+    // Listed twice, keyed once.
+    RunOk("batch-key " + Quote(dir.File("in/a.bmp")) + " " + Quote(dir.File("in/a.bmp")) + " -o " + Quote(out) +
+              " --prefix x- --colour 2EA848",
+          "1 of 1 pictures keyed");
     const COLImage keyed = Load(out + "/x-a.png");
     EXPECT_LT(keyed.GetPixel2(5, 5).alpha, 16);   // the unattended strength of 32 leaves a faint trace
     EXPECT_EQ(keyed.GetPixel(48, 50), 0xFFD2783Cu);
@@ -110,9 +99,7 @@ TEST(CliBatchKey, FolderGivesEveryPictureButNotTheResultsItHolds)
     const std::string in = Quote(dir.Path().string());
     WriteShot(dir.File("a.PNG"), true);
     WriteShot(dir.File("b.bmp"), true);
-    CliResult r = RunCli("batch-key " + in + " -o " + in + " --suffix _cut");
-    EXPECT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("2 of 2 pictures keyed"), std::string::npos) << r.output;
+    RunOk("batch-key " + in + " -o " + in + " --suffix _cut", "2 of 2 pictures keyed");
     // The backdrop corner of a result: keyed away but for a faint trace; -1 when there is no result.
     auto cornerAlpha = [&](const char* name) {
         const COLImage img = Load(dir.File(name));
@@ -122,9 +109,7 @@ TEST(CliBatchKey, FolderGivesEveryPictureButNotTheResultsItHolds)
 
     // Into the same folder again without a suffix: every file named like its own result is left alone.
     WriteShot(dir.File("c.png"), true);
-    r = RunCli("batch-key " + in + " -o " + in);
-    EXPECT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("2 of 2 pictures keyed"), std::string::npos) << r.output;   // a.PNG and b.bmp
+    RunOk("batch-key " + in + " -o " + in, "2 of 2 pictures keyed");   // a.PNG and b.bmp
     EXPECT_EQ(cornerAlpha("c.png"), 255);
     EXPECT_TRUE(cornerAlpha("b.png") >= 0 && cornerAlpha("b.png") < 16);
 }
@@ -134,11 +119,10 @@ TEST(CliBatchKey, RefusesBadArguments)
     vmtest::TempDir dir;
     WriteShot(dir.File("a.bmp"), true);
     const std::string in = Quote(dir.File("a.bmp"));
-    EXPECT_EQ(RunCli("batch-key " + in).exitCode, 2);   // no -o
-    EXPECT_EQ(RunCli("batch-key -o " + Quote(dir.File("o"))).exitCode, 2);
-    EXPECT_EQ(RunCli("batch-key " + in + " -o " + Quote(dir.File("o")) + " --prefix a --suffix b").exitCode, 2);
-    EXPECT_EQ(RunCli("batch-key " + in + " -o " + Quote(dir.File("o")) + " --colour 120%,3%").exitCode, 2);
-    EXPECT_EQ(RunCli("batch-key " + in + " -o " + Quote(dir.File("o")) + " --suffix a/b").exitCode, 2);
+    const std::string out = " -o " + Quote(dir.File("o"));
+    for (const std::string& args : {in, out, in + out + " --prefix a --suffix b", in + out + " --colour 120%,3%",
+                                    in + out + " --suffix a/b"})
+        ExpectCli("batch-key " + args, 2);
     EXPECT_FALSE(std::filesystem::exists(dir.File("o")));
 }
 
@@ -153,9 +137,9 @@ TEST(CliKey, RefineSolvesTheEdgeAndLeavesTheClassicOutputAlone)
     ASSERT_FALSE(source.IsNull());
 
     // Without the option: the classic key's bytes, as the engine gives them.
-    CliResult r = RunCli("key " + Quote(shot) + " -o " + Quote(dir.File("classic.png")) + " --backdrop 10%,10%");
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_EQ(r.output.find("refined"), std::string::npos) << r.output;
+    const std::string said =
+        RunOk("key " + Quote(shot) + " -o " + Quote(dir.File("classic.png")) + " --backdrop 10%,10%").output;
+    EXPECT_EQ(said.find("refined"), std::string::npos) << said;
     ChromaKeySettings settings;
     settings.params.backdrop = batchkey::ColourAtPercent(source, 10, 10);
     COLImage copy = vmtest::Copy(source), classic, refined;
@@ -165,9 +149,8 @@ TEST(CliKey, RefineSolvesTheEdgeAndLeavesTheClassicOutputAlone)
     EXPECT_EQ(vmtest::Bytes(Load(dir.File("classic.png"))), vmtest::Bytes(classic));
 
     // With it: the refined key's bytes, which differ from the classic ones.
-    r = RunCli("key " + Quote(shot) + " -o " + Quote(dir.File("refined.png")) + " --backdrop 10%,10% --refine");
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("luma key, refined"), std::string::npos) << r.output;
+    RunOk("key " + Quote(shot) + " -o " + Quote(dir.File("refined.png")) + " --backdrop 10%,10% --refine",
+          "luma key, refined");
     settings.refine = 1;
     ASSERT_EQ(RunBackdropKey(settings, copy, refined), kOk);
     EXPECT_EQ(vmtest::Bytes(Load(dir.File("refined.png"))), vmtest::Bytes(refined));
@@ -181,15 +164,13 @@ TEST(CliBatchKey, RefineTakesTheBackdropAwayCompletely)
     std::filesystem::create_directories(dir.File("in"));
     WriteShot(dir.File("in/a.bmp"), true);
     const std::string out = dir.File("out");
-    CliResult r = RunCli("batch-key " + Quote(dir.File("in")) + " -o " + Quote(out) + " --colour 2EA848 --refine");
-    ASSERT_EQ(r.exitCode, 0) << r.output;
-    EXPECT_NE(r.output.find("1 of 1 pictures keyed"), std::string::npos) << r.output;
+    RunOk("batch-key " + Quote(dir.File("in")) + " -o " + Quote(out) + " --colour 2EA848 --refine",
+          "1 of 1 pictures keyed");
     const COLImage keyed = Load(out + "/a.png");
     ASSERT_FALSE(keyed.IsNull());
     EXPECT_EQ(keyed.GetPixel2(5, 5).Word(), 0u);
     EXPECT_EQ(keyed.GetPixel(48, 50), 0xFFD2783Cu);
-    r = RunCli("batch-key " + Quote(dir.File("in")) + " -o " + Quote(out) + " --colour 2EA848");
-    ASSERT_EQ(r.exitCode, 0) << r.output;
+    RunOk("batch-key " + Quote(dir.File("in")) + " -o " + Quote(out) + " --colour 2EA848");
     const COLImage classic = Load(out + "/a.png");
     EXPECT_GT(classic.GetPixel2(5, 5).alpha, 0);
 }

@@ -10,6 +10,7 @@
 #include "matting/gaussian.h"
 #include "runtime/parallel_for.h"
 #include "support/engine_checks.h"
+#include "support/matting_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -129,55 +130,6 @@ RefResult RefMatte(const COLImage& src, const COLChannel& innerPlane, const COLC
     return r;
 }
 
-// A photo-like test picture: noise over two soft shapes; and contours round an ellipse in the middle.
-void MakeScene(COLImage& img, COLChannel& inner, COLChannel& outer, uint32_t w, uint32_t h, int bandWidth)
-{
-    vmtest::FillNoise(img, w, h, 7);
-    inner.Create(w, h);
-    outer.Create(w, h);
-    const double cx = w / 2.0, cy = h / 2.0, rx = w / 4.0, ry = h / 4.0;
-    for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x) {
-            const double dx = (x - cx) / rx, dy = (y - cy) / ry;
-            const double r = std::sqrt(dx * dx + dy * dy);
-            CPixel& p = img.GetBuffer()[size_t(y) * w + x];
-            // Subject warm, background cool, noise on both; alpha opaque as a photo is.
-            if (r < 1.0) {
-                p.red = uint8_t(150 + p.red / 4);
-                p.green = uint8_t(80 + p.green / 8);
-            } else {
-                p.blue = uint8_t(140 + p.blue / 4);
-                p.red = uint8_t(p.red / 6);
-            }
-            p.alpha = 255;
-            const double band = double(bandWidth) / rx;
-            inner.GetBuffer()[size_t(y) * w + x] = r < 1.0 - band ? 255 : 0;
-            outer.GetBuffer()[size_t(y) * w + x] = r < 1.0 + band ? 255 : 0;
-        }
-}
-
-struct RunResult {
-    long code;
-    COLImage image;
-    COLChannel doubt;
-    CContourMattingProcess::Failure failure;
-};
-
-RunResult RunMatte(const COLImage& img, const COLChannel& inner, const COLChannel& outer)
-{
-    RunResult r;
-    COLChannel in = vmtest::Copy(inner), out = vmtest::Copy(outer);
-    CContourMattingProcess p;
-    p.SetImages(const_cast<COLImage*>(&img), &r.image);
-    p.AddChannel(&r.doubt);
-    ContourMattingParams params;
-    params.innerPlane = &in;
-    params.outerPlane = &out;
-    r.code = p.Process(&params);
-    r.failure = p.GetFailure();
-    return r;
-}
-
 } // namespace
 
 // The engine against the plain version, at two thread counts: large enough that the walk advances (sigma above
@@ -191,15 +143,13 @@ TEST(ContourMatting, MatchesThePlainMethodByteForByte)
         bool emptyInner;
     };
     for (const Case c : {Case{170, 150, 6, false}, Case{116, 100, 4, false}, Case{150, 140, 5, true}}) {
-        COLImage img;
-        COLChannel inner, outer;
-        MakeScene(img, inner, outer, c.w, c.h, c.band);
-        if (c.emptyInner) std::memset(inner.GetBuffer(), 0, inner.GetAreaByteSize());
-        const RefResult ref = RefMatte(img, inner, outer);
+        vmtest::ContourScene s = vmtest::EllipseScene(c.w, c.h, c.band);
+        if (c.emptyInner) std::memset(s.inner.GetBuffer(), 0, s.inner.GetAreaByteSize());
+        const RefResult ref = RefMatte(s.photo, s.inner, s.outer);
         ASSERT_TRUE(ref.ok) << c.w;
         for (unsigned threads : {1u, 2u}) {
             vmtest::ThreadCount tc(threads);
-            const RunResult got = RunMatte(img, inner, outer);
+            const vmtest::ContourMatteRun got = vmtest::ContourMatte(s.photo, s.inner, s.outer);
             ASSERT_EQ(got.code, kOk) << c.w;
             EXPECT_TRUE(vmtest::SamePixels(got.image, ref.image)) << c.w << " threads " << threads;
             EXPECT_EQ(vmtest::Bytes(got.doubt), vmtest::Bytes(ref.doubt)) << c.w << " threads " << threads;
@@ -217,7 +167,7 @@ TEST(ContourMatting, BandPixelsOfTheTwoColoursBecomeOpaqueOrClear)
     const COLImage img = vmtest::Picture(w, h, [&](uint32_t x, uint32_t) { return x < 80 ? red : blue; });
     const COLChannel inner = vmtest::PlaneOf(w, h, [](uint32_t x, uint32_t) { return x < 70 ? 255 : 0; });
     const COLChannel outer = vmtest::PlaneOf(w, h, [](uint32_t x, uint32_t) { return x < 90 ? 255 : 0; });
-    const RunResult r = RunMatte(img, inner, outer);
+    const vmtest::ContourMatteRun r = vmtest::ContourMatte(img, inner, outer);
     ASSERT_EQ(r.code, kOk);
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x) {
@@ -237,14 +187,13 @@ TEST(ContourMatting, BandPixelsOfTheTwoColoursBecomeOpaqueOrClear)
 
 TEST(ContourMatting, RefusesPlanesOfAnotherSizeAndAnEmptyBand)
 {
-    COLImage img, out;
-    COLChannel inner, outer;
-    MakeScene(img, inner, outer, 150, 140, 5);
+    vmtest::ContourScene s = vmtest::EllipseScene(150, 140, 5);
     COLChannel small = vmtest::Plane(150, 139, 0);
+    COLImage out;
     CContourMattingProcess p;
-    p.SetImages(&img, &out);
+    p.SetImages(&s.photo, &out);
     ContourMattingParams params;
-    params.innerPlane = &inner;
+    params.innerPlane = &s.inner;
     params.outerPlane = &small;
     EXPECT_EQ(p.Process(&params), kFail);
     EXPECT_EQ(p.GetFailure(), CContourMattingProcess::Failure::kBadInput);
@@ -252,11 +201,11 @@ TEST(ContourMatting, RefusesPlanesOfAnotherSizeAndAnEmptyBand)
     EXPECT_EQ(p.Process(&params), kFail);
 
     // Outer contour equal to the inner one: no unknown pixel. The outer plane has been inverted by then.
-    COLChannel same = vmtest::Copy(inner);
+    COLChannel same = vmtest::Copy(s.inner);
     params.outerPlane = &same;
     EXPECT_EQ(p.Process(&params), kFail);
     EXPECT_EQ(p.GetFailure(), CContourMattingProcess::Failure::kNoBand);
-    for (size_t i = 0; i < same.GetAreaByteSize(); ++i) ASSERT_EQ(same.GetBuffer()[i], 255 - inner.GetBuffer()[i]);
+    for (size_t i = 0; i < same.GetAreaByteSize(); ++i) ASSERT_EQ(same.GetBuffer()[i], 255 - s.inner.GetBuffer()[i]);
 }
 
 // Below about 140 x 140 the walk counter cannot advance. On a small picture nothing reaches alpha 40, and with an
@@ -269,14 +218,12 @@ TEST(ContourMatting, EndsWhereTheWalkCannotAdvance)
         bool emptyInner;
     };
     for (const Case c : {Case{48, 36, false}, Case{90, 70, false}, Case{120, 110, true}}) {
-        COLImage img;
-        COLChannel inner, outer;
-        MakeScene(img, inner, outer, c.w, c.h, 4);
-        if (c.emptyInner) std::memset(inner.GetBuffer(), 0, inner.GetAreaByteSize());
+        vmtest::ContourScene s = vmtest::EllipseScene(c.w, c.h, 4);
+        if (c.emptyInner) std::memset(s.inner.GetBuffer(), 0, s.inner.GetAreaByteSize());
         // The plain method makes no progress here: it is still running after many steps.
-        EXPECT_TRUE(RefMatte(img, inner, outer, 300).stalled) << c.w;
+        EXPECT_TRUE(RefMatte(s.photo, s.inner, s.outer, 300).stalled) << c.w;
         const auto start = std::chrono::steady_clock::now();
-        const RunResult r = RunMatte(img, inner, outer);
+        const vmtest::ContourMatteRun r = vmtest::ContourMatte(s.photo, s.inner, s.outer);
         EXPECT_EQ(r.code, kFail) << c.w;
         EXPECT_EQ(r.failure, CContourMattingProcess::Failure::kStalled) << c.w;
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
@@ -285,26 +232,17 @@ TEST(ContourMatting, EndsWhereTheWalkCannotAdvance)
 
 TEST(ContourMatting, ReportsItsProgressPointsInOrder)
 {
-    COLImage img, out;
-    COLChannel inner, outer;
-    MakeScene(img, inner, outer, 170, 150, 6);
+    const vmtest::ContourScene s = vmtest::EllipseScene(170, 150, 6);
     vmtest::ProgressLog log;
     const std::vector<int>& seen = log.values;
-    CContourMattingProcess p;
-    p.SetImages(&img, &out);
-    p.SetProgressCallback(log.Callback());
-    p.SetProgressRange(0, 100);
-    ContourMattingParams params;
-    params.innerPlane = &inner;
-    params.outerPlane = &outer;
-    ASSERT_EQ(p.Process(&params), kOk);
+    const vmtest::ContourMatteRun r = vmtest::ContourMatte(s.photo, s.inner, s.outer, &log);
+    ASSERT_EQ(r.code, kOk);
     ASSERT_GE(seen.size(), 7u);
     EXPECT_EQ(seen[0], 2);
     EXPECT_EQ(seen[1], 10);
     EXPECT_EQ(seen[2], 15);
-    EXPECT_EQ(seen.back(), 100);
+    EXPECT_TRUE(vmtest::RisesTo(seen, 0, 100));
     for (int fixed : {50, 80}) EXPECT_NE(std::find(seen.begin(), seen.end(), fixed), seen.end()) << fixed;
-    EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
-    EXPECT_GT(p.GetGrowSteps(0), 0);
-    EXPECT_GT(p.GetGrowSteps(1), 0);
+    EXPECT_GT(r.growSteps[0], 0);
+    EXPECT_GT(r.growSteps[1], 0);
 }

@@ -25,6 +25,20 @@ COLImage Disc(uint32_t w, uint32_t h, double radius)
     return img;
 }
 
+// The snake from a list of points over a picture, into result; the source plane only gives the picture's size,
+// and the process does not keep it past the run.
+long RunSnake(CSnakeProcess& snake, const COLImage& img, const std::vector<SnakePoint>& points, COLChannel& result)
+{
+    COLChannel mask;
+    mask.Create(img.GetWidth(), img.GetHeight());
+    SnakeParams params;
+    params.points = points.data();
+    params.count = int32_t(points.size());
+    params.image = &img;
+    snake.SetChannels(&mask, &result);
+    return snake.ProcessChannel(&params);
+}
+
 COLChannel DiscPlane(uint32_t w, uint32_t h, double radius)
 {
     return vmtest::PlaneOf(
@@ -123,17 +137,10 @@ TEST(Snake, ShrinksOntoASubjectAndFillsIt)
 {
     const uint32_t w = 120, h = 100;
     const double radius = 25;
-    COLImage img = Disc(w, h, radius);
-    COLChannel mask, result;
-    mask.Create(w, h);
-    const std::vector<SnakePoint> square = {{20, 10}, {100, 10}, {100, 90}, {20, 90}, {20, 10}};
-    SnakeParams params;
-    params.points = square.data();
-    params.count = int32_t(square.size());
-    params.image = &img;
+    const COLImage img = Disc(w, h, radius);
+    COLChannel result;
     CSnakeProcess snake;
-    snake.SetChannels(&mask, &result);
-    ASSERT_EQ(snake.ProcessChannel(&params), kOk);
+    ASSERT_EQ(RunSnake(snake, img, {{20, 10}, {100, 10}, {100, 90}, {20, 90}, {20, 10}}, result), kOk);
     const auto& contour = snake.GetContour();
     ASSERT_GE(contour.size(), 8u);
     EXPECT_EQ(contour.front(), contour.back());
@@ -160,21 +167,13 @@ TEST(Snake, ShrinksOntoASubjectAndFillsIt)
 // with an empty plane. An open list fails at once.
 TEST(Snake, FailsOnAFlatPictureAndOnAnOpenList)
 {
-    COLImage img = vmtest::Solid(60, 50, CPixel::Make(100, 100, 100));
-    COLChannel mask, result;
-    mask.Create(60, 50);
-    std::vector<SnakePoint> pts = {{10, 10}, {50, 10}, {50, 40}, {10, 40}, {10, 10}};
-    SnakeParams params;
-    params.points = pts.data();
-    params.count = int32_t(pts.size());
-    params.image = &img;
+    const COLImage img = vmtest::Solid(60, 50, CPixel::Make(100, 100, 100));
+    COLChannel result;
     CSnakeProcess snake;
-    snake.SetChannels(&mask, &result);
-    EXPECT_EQ(snake.ProcessChannel(&params), kFail);
+    EXPECT_EQ(RunSnake(snake, img, {{10, 10}, {50, 10}, {50, 40}, {10, 40}, {10, 10}}, result), kFail);
     EXPECT_LT(snake.GetContour().size(), 4u);
     ASSERT_EQ(result.GetWidth(), 60u);
     EXPECT_TRUE(result.IsAllZero());
 
-    pts.back() = {11, 10};
-    EXPECT_EQ(snake.ProcessChannel(&params), kFail);
+    EXPECT_EQ(RunSnake(snake, img, {{10, 10}, {50, 10}, {50, 40}, {10, 40}, {11, 10}}, result), kFail);
 }

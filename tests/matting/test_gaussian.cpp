@@ -11,6 +11,7 @@
 #include "runtime/parallel_for.h"
 #include "runtime/simd_level.h"
 #include "support/engine_checks.h"
+#include "support/matting_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -147,16 +148,12 @@ TEST(GaussianKernel, WeightsForTheListedSigmas)
     EXPECT_EQ(k.taps, 8);
     EXPECT_GT(k.raw[7], 0u);
 
-    // A very small sigma keeps the centre alone, at full weight.
-    k = GaussianKernel::Make(0.01);
-    EXPECT_EQ(k.taps, 1);
-    EXPECT_EQ(k.weight[0], 2048);
-
     // A sigma that never reaches a zero weight stops at 16 taps a side.
     k = GaussianKernel::Make(40.0);
     EXPECT_EQ(k.taps, 16);
 
-    // Against the independent construction over the whole range of sigmas a blur works with.
+    // Against the independent construction over the whole range of sigmas a blur works with, from 0.01 (the
+    // centre alone at full weight, 2048) up.
     for (double s = 0.01; s <= 2.5; s += 0.01) {
         const GaussianKernel a = GaussianKernel::Make(s);
         const RefKernel b = RefMakeKernel(s);
@@ -274,9 +271,8 @@ TEST(Gaussian, TinySigmaCopiesAndTheSmallestBlurStillRuns)
     sigma = 0.01;
     ASSERT_EQ(g.Process(&sigma), kOk);
     EXPECT_TRUE(vmtest::SamePixels(src, dst));   // a one-tap kernel leaves every byte
-    ASSERT_FALSE(log.values.empty());
+    ASSERT_TRUE(vmtest::RisesTo(log.values, 0, 100));
     EXPECT_EQ(log.values.front(), 0);
-    EXPECT_EQ(log.values.back(), 100);
 }
 
 TEST(Gaussian, ThreeByThreeWithSigmaSixIsTheBlockMean)

@@ -8,6 +8,7 @@
 #include "matting/hue_key.h"
 #include "runtime/parallel_for.h"
 #include "support/engine_checks.h"
+#include "support/matting_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -17,31 +18,6 @@ using vmtest::Rgb;
 using vmtest::Row;
 
 const CPixel kGreen = Rgb(46, 168, 72);
-
-// An orange subject with a soft rim on a noisy green backdrop.
-COLImage GreenScene(uint32_t w, uint32_t h, uint32_t seed)
-{
-    COLImage img = vmtest::Noise(w, h, seed);
-    for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x) {
-            CPixel* p = img.GetBuffer(x, y);
-            const int n = int(p->green % 9) - 4;
-            const double d = std::hypot(x - w * 0.5, y - h * 0.5);
-            const double a = std::clamp((h * 0.3 - d) / 2.5 + 0.5, 0.0, 1.0);
-            p->red = uint8_t(std::clamp(int(210 * a + kGreen.red * (1 - a)) + n, 0, 255));
-            p->green = uint8_t(std::clamp(int((110 + x % 40) * a + kGreen.green * (1 - a)) + n, 0, 255));
-            p->blue = uint8_t(std::clamp(int(60 * a + kGreen.blue * (1 - a)) + n, 0, 255));
-            p->alpha = 255;
-        }
-    return img;
-}
-
-ChromaKeyParams Green()
-{
-    ChromaKeyParams p;
-    p.backdrop = kGreen;
-    return p;
-}
 
 // The key's first steps by hand, without chroma smoothing: tables, key, colour mixing.
 void KeyAndMix(CHueKeyProcess& hue, const COLImage& src, ChromaKeyParams p)
@@ -58,7 +34,7 @@ struct Keying {
     explicit Keying(COLImage picture) : src(std::move(picture)) { hue.SetImages(&src, &dst); }
     COLImage src, dst;
     CHueKeyProcess hue;
-    ChromaKeyParams p = Green();
+    ChromaKeyParams p{kGreen};
 };
 
 } // namespace
@@ -66,12 +42,9 @@ struct Keying {
 TEST(HueKey, KeyThresholdAndMixByHand)
 {
     // Six backdrop pixels (hue 94, key 162) make the tenth of ten pixels: threshold 163.
-    COLImage src = Row({kGreen, kGreen, kGreen, kGreen, kGreen, kGreen, Rgb(90, 150, 85), Rgb(60, 140, 80),
-                        Rgb(120, 120, 120), Rgb(200, 120, 90)});
-    COLImage dst;
-    CHueKeyProcess hue;
-    hue.SetImages(&src, &dst);
-    hue.SetParamsForSteps(Green());
+    auto [src, dst, hue, p] = Keying(Row({kGreen, kGreen, kGreen, kGreen, kGreen, kGreen, Rgb(90, 150, 85),
+                                          Rgb(60, 140, 80), Rgb(120, 120, 120), Rgb(200, 120, 90)}));
+    hue.SetParamsForSteps(p);
     hue.BuildTables();
     ASSERT_EQ(hue.BuildKey(src), kOk);
     EXPECT_EQ(hue.GetThreshold(), 163);
@@ -96,7 +69,7 @@ TEST(HueKey, KeyThresholdAndMixByHand)
 
 TEST(HueKey, StrengthMovesTheThreshold)
 {
-    auto [src, dst, hue, p] = Keying(GreenScene(120, 90, 1));
+    auto [src, dst, hue, p] = Keying(vmtest::KeyScene(kGreen, 120, 90, 1));
     p.jpegChroma = 0;
     ASSERT_EQ(hue.Process(&p), kOk);
     const int base = hue.GetThreshold();
@@ -163,7 +136,7 @@ TEST(HueKey, SmoothingInBandsEqualsTheWholePictureRoute)
 
 TEST(HueKey, SmoothedPicturesInteriorIsWhatComesOut)
 {
-    auto [src, dst, hue, p] = Keying(GreenScene(90, 70, 2));
+    auto [src, dst, hue, p] = Keying(vmtest::KeyScene(kGreen, 90, 70, 2));
     ASSERT_EQ(hue.Process(&p), kOk);
     const COLImage& smooth = hue.GetSmoothed();
     // The subject's centre is restored from the smoothed copy, not from the file's own pixels.
@@ -178,7 +151,7 @@ TEST(HueKey, SmoothedPicturesInteriorIsWhatComesOut)
 
 TEST(HueKey, WithoutRecoveryTheColourIsTheSources)
 {
-    auto [src, dst, hue, p] = Keying(GreenScene(60, 50, 3));
+    auto [src, dst, hue, p] = Keying(vmtest::KeyScene(kGreen, 60, 50, 3));
     p.recoverColour = 0;
     KeyAndMix(hue, src, p);
     int soft = 0;
@@ -193,13 +166,11 @@ TEST(HueKey, WithoutRecoveryTheColourIsTheSources)
 
 TEST(HueKey, RefinementStaysOffTheOuterThreeRowsAndColumns)
 {
-    COLImage src = GreenScene(48, 40, 4), dst;
+    auto [src, dst, hue, p] = Keying(vmtest::KeyScene(kGreen, 48, 40, 4));
     // Put the subject's rim right on the picture's edge.
     for (uint32_t i = 0; i < src.GetPixelCount(); ++i)
         if ((i % 48 + i / 48) % 5 < 2) src.GetBuffer()[i] = Rgb(200, 90, 60);
-    CHueKeyProcess hue;
-    hue.SetImages(&src, &dst);
-    KeyAndMix(hue, src, Green());
+    KeyAndMix(hue, src, p);
     COLImage before = vmtest::Copy(dst);
     ASSERT_EQ(hue.RefineEdges(src), kOk);
     int changedInside = 0;
@@ -233,8 +204,8 @@ TEST(HueKey, RefinementPullsEdgeAlphaTowardTheMixingLine)
 TEST(HueKey, InPlaceEqualsApart)
 {
     for (uint32_t smooth : {0u, 1u}) {
-        COLImage src = GreenScene(64, 48, 8), apart, inPlace = vmtest::Copy(src);
-        ChromaKeyParams p = Green();
+        COLImage src = vmtest::KeyScene(kGreen, 64, 48, 8), apart, inPlace = vmtest::Copy(src);
+        ChromaKeyParams p{kGreen};
         p.jpegChroma = smooth;
         CHueKeyProcess hue;
         hue.SetImages(&src, &apart);

@@ -12,32 +12,10 @@
 #include "imaging/codec.h"
 #include "matting/batch_key.h"
 #include "matting/chroma_key.h"
+#include "support/matting_checks.h"
 #include "support/test_support.h"
 
 namespace {
-
-struct Case {
-    std::string name, photo;
-    uint32_t x = 0, y = 0, w = 0, h = 0;
-    uint32_t backdrop = 0;
-};
-
-std::vector<Case> LoadSet()
-{
-    std::vector<Case> cases;
-    std::ifstream in(vmtest::DataPath("matting/key_set.txt"));
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream fields(line);
-        Case c;
-        std::string colour;
-        fields >> c.name >> c.photo >> c.x >> c.y >> c.w >> c.h >> colour;
-        c.backdrop = uint32_t(std::stoul(colour, nullptr, 16));
-        cases.push_back(c);
-    }
-    return cases;
-}
 
 struct Figures {
     double alphaSad = 0;        // sum of |alpha - true alpha| / 255, in whole pixels
@@ -48,29 +26,26 @@ struct Figures {
 
 // Runs the key with the panel's defaults. The backdrop is picked where a user would click (10 %, 10 %, the
 // batch's default point too), or with autoColour estimated from the border as the batch's automatic mode does.
-bool Measure(const Case& c, bool autoColour, Figures& f)
+bool Measure(const std::string& name, bool autoColour, Figures& f)
 {
-    COLImageCodec codec;
-    COLImage shot, alpha, photo, keyed;
-    if (!codec.LoadFile(vmtest::DataPath("matting/key_" + c.name + ".jpg").c_str(), &shot)) return false;
-    if (!codec.LoadFile(vmtest::DataPath("matting/key_" + c.name + "_alpha.png").c_str(), &alpha)) return false;
-    if (!codec.LoadFile(vmtest::AssetPath("samples/" + c.photo).c_str(), &photo)) return false;
-    if (shot.GetWidth() != c.w || alpha.GetWidth() != c.w || photo.GetWidth() < c.x + c.w) return false;
-
+    vmtest::KeyShot s;
+    COLImage keyed;
+    if (!vmtest::LoadKeyShot(name, s)) return false;
     ChromaKeyParams params;
-    params.backdrop = autoColour ? CChromaKeyProcess::EstimateBackdropColour(shot)
-                                 : batchkey::ColourAtPercent(shot, 10, 10);
+    params.backdrop = autoColour ? CChromaKeyProcess::EstimateBackdropColour(s.picture)
+                                 : batchkey::ColourAtPercent(s.picture, 10, 10);
     CChromaKeyProcess process;
-    process.SetImages(&shot, &keyed);
+    process.SetImages(&s.picture, &keyed);
     if (process.Process(&params) != kOk) return false;
 
+    const uint32_t w = s.picture.GetWidth(), h = s.picture.GetHeight();
     double sad = 0, colour = 0, edge = 0;
     size_t colourCount = 0, edgeCount = 0;
-    for (uint32_t y = 0; y < c.h; ++y)
-        for (uint32_t x = 0; x < c.w; ++x) {
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
             const CPixel k = keyed.GetPixel2(x, y);
-            const CPixel t = photo.GetPixel2(c.x + x, c.y + y);
-            const int a = alpha.GetPixel2(x, y).red;   // gray: the true alpha
+            const CPixel t = s.photo.GetPixel2(s.x + x, s.y + y);
+            const int a = s.truth.GetPixel2(x, y).red;   // gray: the true alpha
             sad += std::abs(int(k.alpha) - a);
             const double d =
                 (std::abs(k.red - t.red) + std::abs(k.green - t.green) + std::abs(k.blue - t.blue)) / 3.0;
@@ -84,11 +59,11 @@ bool Measure(const Case& c, bool autoColour, Figures& f)
             }
         }
     f.alphaSad = sad / 255.0;
-    f.alphaMeanPct = 100.0 * f.alphaSad / (double(c.w) * c.h);
+    f.alphaMeanPct = 100.0 * f.alphaSad / (double(w) * h);
     f.colourError = colourCount ? colour / double(colourCount) : 0;
     f.edgeColourError = edgeCount ? edge / double(edgeCount) : 0;
     std::printf("%-6s %-6s alpha SAD %7.1f px (%5.2f %% a pixel), colour error %5.2f, on the rim %5.2f\n",
-                c.name.c_str(), autoColour ? "auto" : "picked", f.alphaSad, f.alphaMeanPct, f.colourError, f.edgeColourError);
+                name.c_str(), autoColour ? "auto" : "picked", f.alphaSad, f.alphaMeanPct, f.colourError, f.edgeColourError);
     return true;
 }
 
@@ -114,16 +89,10 @@ TEST(KeyQuality, EvaluationSetStaysWithinItsCeilings)
         {"gray", true, 21.7, 16.8, 44.5},
         {"white", true, 38.2, 9.9, 70.3},
     };
-    const std::vector<Case> cases = LoadSet();
-    ASSERT_GE(cases.size(), 4u);   // the figures below cover the first four
     for (const Ceiling& limit : ceilings) {
-        const Case* c = nullptr;
-        for (const Case& k : cases)
-            if (k.name == limit.name) c = &k;
-        ASSERT_NE(c, nullptr) << limit.name;
         Figures f;
-        ASSERT_TRUE(Measure(*c, limit.autoColour, f)) << c->name;
-        const std::string what = c->name + (limit.autoColour ? " auto" : " picked");
+        ASSERT_TRUE(Measure(limit.name, limit.autoColour, f)) << limit.name;
+        const std::string what = std::string(limit.name) + (limit.autoColour ? " auto" : " picked");
         EXPECT_LE(f.alphaMeanPct, limit.alphaMeanPct) << what;
         EXPECT_LE(f.colourError, limit.colourError) << what;
         EXPECT_LE(f.edgeColourError, limit.edgeColourError) << what;

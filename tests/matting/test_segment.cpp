@@ -345,30 +345,19 @@ Got RunSegment(const COLImage& src, const int32_t* detail)
     return ::testing::AssertionSuccess();
 }
 
-// Soft shapes over noise: basins, edges and plenty of small regions to merge.
-COLImage MakeScene(uint32_t w, uint32_t h, uint32_t seed)
+// Soft shapes over noise: basins, edges and plenty of small regions to merge. With ramp, a gentle ramp under fine
+// noise instead: many basins separated by weak boundaries, so many small regions merge.
+COLImage MakeScene(uint32_t w, uint32_t h, uint32_t seed, bool ramp = false)
 {
     COLImage img = vmtest::Noise(w, h, seed);
     for (uint32_t y = 0; y < h; ++y)
         for (uint32_t x = 0; x < w; ++x) {
             CPixel& p = img.GetBuffer()[size_t(y) * w + x];
             const int band = int((x * 5 / w + y * 3 / h) % 4);
-            p.red = uint8_t(band * 60 + p.red / 8);
-            p.green = uint8_t((x * 7 + y * 3) % 200 + p.green / 10);
-            p.blue = uint8_t(((x / 9 + y / 7) % 2) * 120 + p.blue / 6);
-            p.alpha = 255;
-        }
-    return img;
-}
-
-// A gentle ramp under fine noise: many basins separated by weak boundaries, so many small regions merge.
-COLImage MakeRamp(uint32_t w, uint32_t h, uint32_t seed)
-{
-    COLImage img = vmtest::Noise(w, h, seed);
-    for (uint32_t y = 0; y < h; ++y)
-        for (uint32_t x = 0; x < w; ++x) {
-            CPixel& p = img.GetBuffer()[size_t(y) * w + x];
-            p = CPixel::Make(uint8_t(x * 2 + p.red / 16), uint8_t(y * 3 + p.green / 16), uint8_t(100 + p.blue / 16));
+            p = ramp ? CPixel::Make(uint8_t(x * 2 + p.red / 16), uint8_t(y * 3 + p.green / 16),
+                                    uint8_t(100 + p.blue / 16))
+                     : CPixel::Make(uint8_t(band * 60 + p.red / 8), uint8_t((x * 7 + y * 3) % 200 + p.green / 10),
+                                    uint8_t(((x / 9 + y / 7) % 2) * 120 + p.blue / 6));
         }
     return img;
 }
@@ -378,7 +367,7 @@ COLImage MakeRamp(uint32_t w, uint32_t h, uint32_t seed)
 TEST(Segment, MatchesThePlainMethodByteForByte)
 {
     for (uint32_t seed : {3u, 11u, 103u, 104u}) {
-        const COLImage img = seed > 100 ? MakeRamp(71, 53, seed) : MakeScene(71, 53, seed);
+        const COLImage img = MakeScene(71, 53, seed, seed > 100);
         for (int32_t detail : {10, 50, 1000}) {
             const Ref ref = RefSegment(img, detail);
             for (int level : {int(vmsimd::kPlain), -1})
