@@ -169,7 +169,7 @@ TEST_F(WizardsInFrame, ChangeBackgroundAsksForAPictureAndHandsOverToTheTransform
     EnterWithResult();
     // A cancelled file dialog and an unreadable file keep the wizard up; the third answer is a picture.
     const std::string broken = m_dir.File("broken.png");
-    { std::FILE* f = std::fopen(broken.c_str(), "wb"); std::fputs("not a picture", f); std::fclose(f); }
+    WriteText(broken, "not a picture");
     const std::string backdrop = SavePicture(m_dir.File("backdrop.png"), OpaqueNoise(200, 150, 8));
     int shown = 0;
     OnDialogShown<CResultWizard>([&](CResultWizard* w) {
