@@ -1,22 +1,30 @@
 #pragma once
 
 #include <QApplication>
+#include <QCheckBox>
+#include <QCloseEvent>
 #include <QDialog>
 #include <QElapsedTimer>
 #include <QMouseEvent>
+#include <QPushButton>
+#include <QSignalSpy>
 #include <QString>
 #include <QTest>
 #include <QTimer>
 #include <QToolButton>
 #include <QWidget>
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <deque>
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "document/selection_document.h"
@@ -24,6 +32,7 @@
 #include "shell/image_view.h"
 #include "shell/main_frame.h"
 #include "shell/menu_table.h"
+#include "shell/save_dlg.h"
 #include "shell/shell_app.h"
 #include "shell/tool_bar.h"
 #include "shell/ui_services.h"
@@ -82,6 +91,18 @@ private:
     }
 };
 
+// A text file's whole content, and a text written to a file (its folders made first).
+inline std::string ReadText(const std::string& path)
+{
+    const std::vector<uint8_t> bytes = ReadAll(path);
+    return std::string(bytes.begin(), bytes.end());
+}
+inline void WriteText(const std::string& path, const std::string& text)
+{
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    WriteAll(path, std::vector<uint8_t>(text.begin(), text.end()));
+}
+
 // Runs the event loop until pred holds or the time is up.
 inline bool WaitFor(const std::function<bool()>& pred, int ms = 5000)
 {
@@ -128,18 +149,45 @@ inline void Shot(QWidget* widget, const char* name, int waitMs = 300)
 }
 
 // Answers the next modal dialog (the one of that object name, or any when name is null) once it is up: answer
-// runs on it inside the dialog's own event loop, and must close it.
-inline void AnswerDialog(const char* name, std::function<void(QDialog&)> answer)
+// runs on it inside the dialog's own event loop, and must close it. answered, when given, tells whether it ran.
+inline void AnswerDialog(const char* name, std::function<void(QDialog&)> answer, bool* answered = nullptr)
 {
-    QTimer::singleShot(0, [name, answer] {
-        for (QWidget* w : QApplication::topLevelWidgets())
-            if (auto* d = qobject_cast<QDialog*>(w);
-                d && d->isVisible() && (!name || d->objectName() == QLatin1String(name))) {
-                answer(*d);
-                return;
-            }
+    if (answered) *answered = false;
+    QTimer::singleShot(0, [name, answer, answered] {
+        QDialog* found = nullptr;
+        WaitFor([&] {
+            for (QWidget* w : QApplication::topLevelWidgets())
+                if (auto* d = qobject_cast<QDialog*>(w);
+                    d && d->isVisible() && (!name || d->objectName() == QLatin1String(name)))
+                    found = d;
+            return found != nullptr;
+        });
+        if (!found) return;
+        if (answered) *answered = true;
+        answer(*found);
     });
 }
+
+// A run on the worker that reports half its progress and then holds until it is let go, reporting the end, or
+// until it is asked to stop, when it returns 7. After 10 s it lets itself go: a stop that never comes fails a test
+// instead of hanging it.
+class CHeldProcess : public CImageProcess {
+public:
+    long Process(const void*) override
+    {
+        ReportProgress(50);
+        for (int i = 0; i < 2000 && !m_released; ++i) {
+            if (TestAndClearCancel()) return 7;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        ReportProgress(100);
+        return kOk;
+    }
+    void Release() { m_released = true; }
+
+private:
+    std::atomic<bool> m_released{false};
+};
 
 // Presses Esc once in the wait dialog as soon as one is up, for as long as it lives: a run long enough to show the
 // dialog is cancelled from inside its own event loop.
@@ -173,22 +221,68 @@ inline COLImage DiscPicture(uint32_t w, uint32_t h)
     });
 }
 
+// A gradient that tells positions apart, opaque: what most window tests open.
+inline CPixel GradientAt(uint32_t x, uint32_t y)
+{
+    return CPixel::Make(uint8_t(x * 3 / 2), uint8_t(y * 2), 120, 255);
+}
+inline COLImage Gradient(uint32_t w, uint32_t h)
+{
+    return Picture(w, h, GradientAt);
+}
+
+// The alpha byte of every pixel of a picture.
+inline std::vector<uint8_t> AlphaBytes(const COLImage& image)
+{
+    std::vector<uint8_t> alpha;
+    for (size_t i = 0; i < image.GetPixelCount(); ++i)
+        alpha.push_back(image.GetBuffer()[i].alpha);
+    return alpha;
+}
+
+// A host editor's exchange file: width and height in four bytes each, least significant first, then the first
+// `rows` rows of red, green and blue, with a pad byte after each pixel at four bytes a pixel.
+inline std::vector<uint8_t> HostFile(uint32_t w, uint32_t h, int bytesPerPixel, uint32_t rows,
+                                     const std::function<CPixel(uint32_t x, uint32_t y)>& at)
+{
+    std::vector<uint8_t> bytes;
+    for (uint32_t v : {w, h})
+        for (int k = 0; k < 4; ++k)
+            bytes.push_back(uint8_t(v >> (8 * k)));
+    for (uint32_t y = 0; y < rows; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            const CPixel p = at(x, y);
+            bytes.insert(bytes.end(), {p.red, p.green, p.blue});
+            if (bytesPerPixel == 4) bytes.push_back(7); // never read
+        }
+    return bytes;
+}
+
+// What the save dialog offered, seen before the press, and whether it stayed up after it.
+struct SaveOffer {
+    bool project = true, history = true, composite = true, layered = true, layerPng = false, layerPsd = false;
+    bool stayedUp = false;
+};
+
 // The fixture of the window tests: an application started without a file (English unless asked), its main window
 // shown at the given size once the command line has been handled.
 class FrameTest : public ::testing::Test {
 protected:
-    // The application up and its command line handled; the window as the start-up left it.
-    void Launch(const char* language = "en")
+    // The application up and its command line handled; the window as the start-up left it. m_exits records the
+    // requests to end the program.
+    void LaunchWith(const std::string& commandLine, const char* language = "en")
     {
         m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_shell->Start("", TestOptions(m_dir, language), 0);
+        m_exits = std::make_unique<QSignalSpy>(m_shell.get(), &CShellApp::ExitRequested);
+        m_shell->Start(commandLine, TestOptions(m_dir, language), 0);
         ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
         m_frame = m_shell->Frame();
     }
+    void Launch(const char* language = "en") { LaunchWith("", language); }
 
-    void StartFrame(int width, int height, const char* language = "en")
+    void StartFrame(int width, int height, const char* language = "en", const std::string& commandLine = "")
     {
-        ASSERT_NO_FATAL_FAILURE(Launch(language));
+        ASSERT_NO_FATAL_FAILURE(LaunchWith(commandLine, language));
         if (width > 0) m_frame->resize(width, height);
         m_frame->show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
@@ -205,6 +299,45 @@ protected:
     void OpenPicture(const COLImage& image, const char* name = "p.png")
     {
         ASSERT_NO_FATAL_FAILURE(Open(SavePicture(m_dir.File(name), image)));
+    }
+
+    // Sends a key to the canvas as the user would type it.
+    void Key(Qt::Key key, Qt::KeyboardModifiers mods = Qt::NoModifier)
+    {
+        m_frame->View()->setFocus();
+        QTest::keyClick(m_frame->View(), key, mods);
+    }
+    // Whether the window lets itself be closed.
+    bool CloseAccepted()
+    {
+        QCloseEvent close;
+        QApplication::sendEvent(m_frame, &close);
+        return close.isAccepted();
+    }
+
+    // Runs the command that opens the save dialog; once it is up, look (if given) sees it first, then the button of
+    // choice is pressed with path queued for the file dialog (empty: cancelled). A dialog still up after the press,
+    // or whose button of choice is grey, is closed.
+    SaveOffer SaveThrough(int command, ESaveChoice choice, const std::string& path,
+                          std::function<void(CSaveDlg*)> look = {})
+    {
+        SaveOffer offer;
+        m_services.savePaths.push_back(path);
+        OnDialogShown<CSaveDlg>([&offer, choice, look](CSaveDlg* d) {
+            if (look) look(d);
+            offer.project = d->Button(ESaveChoice::kProject)->isEnabled();
+            offer.history = d->findChild<QCheckBox*>()->isEnabled();
+            offer.composite = d->Button(ESaveChoice::kCompositePng)->isEnabled() ||
+                              d->Button(ESaveChoice::kCompositeJpeg)->isEnabled();
+            offer.layered = d->Button(ESaveChoice::kLayeredPsd)->isEnabled();
+            offer.layerPng = d->Button(ESaveChoice::kLayerPng)->isEnabled();
+            offer.layerPsd = d->Button(ESaveChoice::kLayerPsd)->isEnabled();
+            if (d->Button(choice)->isEnabled()) d->Button(choice)->click();
+            offer.stayedUp = d->isVisible();
+            if (offer.stayedUp) d->reject();
+        });
+        m_frame->OnCommand(command);
+        return offer;
     }
 
     CToolBar& Bar() { return *m_frame->ToolBar(); }
@@ -260,6 +393,16 @@ protected:
     // The contours around and inside the disc of DiscPicture(200, 160), drawn with the polygon tools.
     void DrawOuter() { Polygon(Manager().GetOutPolygonTool(), {{40, 10}, {160, 10}, {170, 150}, {30, 150}}); }
     void DrawInner() { Polygon(Manager().GetInPolygonTool(), {{85, 65}, {115, 65}, {115, 95}, {85, 95}}); }
+    // DiscPicture(w, h) opened and in selection mode with both contours drawn.
+    void DiscWithContours(uint32_t w = 200, uint32_t h = 160)
+    {
+        ASSERT_NO_FATAL_FAILURE(OpenPicture(DiscPicture(w, h), "disc.png"));
+        ASSERT_NO_FATAL_FAILURE(EnterSelectionMode());
+        DrawOuter();
+        DrawInner();
+        ASSERT_FALSE(Sel().GetOuterPlane()->IsAllZero());
+        ASSERT_FALSE(Sel().GetInnerPlane()->IsAllZero());
+    }
 
     // The coffee photo in selection mode, the cup on its saucer outlined: the outer contour just outside it, the
     // inner one well inside.
@@ -291,24 +434,21 @@ protected:
     // on the last.
     void Polygon(CToolBase& tool, const std::vector<CViewPoint>& corners)
     {
-        m_frame->ToolBar()->Manager().SetCurrentTool(&tool);
+        Manager().SetCurrentTool(&tool);
         CImageView* view = m_frame->View();
-        auto client = [&](const CViewPoint& p) {
-            const CViewPoint c = view->ImageToClient(p.x, p.y);
-            return QPoint(c.x, c.y);
-        };
-        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, client(corners[0]));
+        QTest::mousePress(view, Qt::LeftButton, Qt::NoModifier, Client(corners[0].x, corners[0].y));
         for (const CViewPoint& p : corners) {
-            QTest::mouseMove(view, client(p));
-            QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, client(p));
+            QTest::mouseMove(view, Client(p.x, p.y));
+            QTest::mouseRelease(view, Qt::LeftButton, Qt::NoModifier, Client(p.x, p.y));
         }
-        QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, client(corners.back()));
+        QTest::mouseDClick(view, Qt::LeftButton, Qt::NoModifier, Client(corners.back().x, corners.back().y));
     }
 
     TempDir m_dir;
     CFakeServices m_services;
     CAppGlobals m_app;
     std::unique_ptr<CShellApp> m_shell;
+    std::unique_ptr<QSignalSpy> m_exits;
     CMainFrame* m_frame = nullptr;
 };
 

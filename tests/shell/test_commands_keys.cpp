@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <vector>
 
+#include "gui_support.h"
 #include "shell/command_line.h"
 #include "shell/file_filter.h"
 #include "shell/key_map.h"
@@ -22,7 +23,7 @@ TEST(CommandLine, PathsQuotesAndPluginSwitch)
         {"\"/home/u/my photo.jpg", false, 0, "/home/u/my photo.jpg"}, // no closing quote: to the end of the text
         {"-i0 /tmp/x.raw", true, 0, "/tmp/x.raw"},
         {"  -I1   \"/tmp/a b.raw\"", true, 1, "/tmp/a b.raw"}, // capitals too
-        {"-i0   ", false, 0, ""},                            // nothing to open: plug-in mode off
+        {"-i0   ", false, 0, ""},                              // nothing to open: plug-in mode off
         {"", false, 0, ""},
         {"\"\"", false, 0, ""},
     };
@@ -51,20 +52,9 @@ TEST(CommandLine, ArgumentsBecomeTheCommandText)
 
 namespace {
 
-std::vector<uint8_t> HostFile(uint32_t w, uint32_t h, int bytesPerPixel, size_t rows)
+CPixel HostColour(uint32_t x, uint32_t y)
 {
-    std::vector<uint8_t> b;
-    for (uint32_t v : {w, h})
-        for (int k = 0; k < 4; ++k)
-            b.push_back(uint8_t(v >> (8 * k)));
-    for (size_t y = 0; y < rows; ++y)
-        for (uint32_t x = 0; x < w; ++x) {
-            b.push_back(uint8_t(10 * x + y));       // R
-            b.push_back(uint8_t(100 + x));          // G
-            b.push_back(uint8_t(200 + y));          // B
-            if (bytesPerPixel == 4) b.push_back(7); // skipped
-        }
-    return b;
+    return CPixel::Make(uint8_t(10 * x + y), uint8_t(100 + x), uint8_t(200 + y));
 }
 
 } // namespace
@@ -74,7 +64,7 @@ TEST(HostImage, ThreeAndFourBytesPerPixel)
     vmtest::TempDir dir;
     for (int bpp : {3, 4}) {
         const std::string path = dir.File("host" + std::to_string(bpp));
-        vmtest::WriteAll(path, HostFile(5, 3, bpp, 3));
+        vmtest::WriteAll(path, vmtest::HostFile(5, 3, bpp, 3, HostColour));
         COLImage img;
         uint32_t got = 0;
         ASSERT_TRUE(ReadHostImage(path, img, 0xFF000000u, got));
@@ -82,15 +72,14 @@ TEST(HostImage, ThreeAndFourBytesPerPixel)
         ASSERT_EQ(vmtest::Size(img), "5x3");
         for (uint32_t y = 0; y < 3; ++y)
             for (uint32_t x = 0; x < 5; ++x)
-                EXPECT_EQ(img.GetPixel(x, y),
-                          CPixel::Make(uint8_t(10 * x + y), uint8_t(100 + x), uint8_t(200 + y)).Word());
+                EXPECT_EQ(img.GetPixel(x, y), HostColour(x, y).Word());
     }
 }
 
 TEST(HostImage, ShortFileKeepsTheFillAndBadHeadersFail)
 {
     vmtest::TempDir dir;
-    std::vector<uint8_t> bytes = HostFile(4, 4, 3, 2);
+    std::vector<uint8_t> bytes = vmtest::HostFile(4, 4, 3, 2, HostColour);
     bytes.resize(bytes.size() + 5); // half a third row
     vmtest::WriteAll(dir.File("short"), bytes);
     COLImage img;
@@ -102,11 +91,11 @@ TEST(HostImage, ShortFileKeepsTheFillAndBadHeadersFail)
 
     vmtest::WriteAll(dir.File("tiny"), {1, 0, 0});
     EXPECT_FALSE(ReadHostImage(dir.File("tiny"), img, 0, bpp));
-    vmtest::WriteAll(dir.File("zero"), HostFile(0, 5, 3, 0));
+    vmtest::WriteAll(dir.File("zero"), vmtest::HostFile(0, 5, 3, 0, HostColour));
     EXPECT_FALSE(ReadHostImage(dir.File("zero"), img, 0, bpp));
-    vmtest::WriteAll(dir.File("huge"), HostFile(20001, 1, 3, 0));
+    vmtest::WriteAll(dir.File("huge"), vmtest::HostFile(20001, 1, 3, 0, HostColour));
     EXPECT_FALSE(ReadHostImage(dir.File("huge"), img, 0, bpp));
-    std::vector<uint8_t> negative = HostFile(2, 2, 3, 2);
+    std::vector<uint8_t> negative = vmtest::HostFile(2, 2, 3, 2, HostColour);
     negative[7] = 0x80; // a negative height
     vmtest::WriteAll(dir.File("negative"), negative);
     EXPECT_FALSE(ReadHostImage(dir.File("negative"), img, 0, bpp));
@@ -151,103 +140,91 @@ TEST(Shortcuts, SelectionModeKeepsHistoryZoomSaveAndReturn)
     EXPECT_EQ(MapShortcut('2', false, true, true).action, EKeyAction::kNone);
 }
 
+namespace {
+
+// The items a state of the window enables, and those it leaves grey.
+struct Enabling {
+    const char* state;
+    FrameState frame;
+    std::vector<int> enabled, grey;
+};
+
+void ExpectEnabling(const std::vector<Enabling>& cases)
+{
+    for (const Enabling& c : cases) {
+        SCOPED_TRACE(c.state);
+        for (int id : c.enabled)
+            EXPECT_TRUE(IsCommandEnabled(id, c.frame)) << id;
+        for (int id : c.grey)
+            EXPECT_FALSE(IsCommandEnabled(id, c.frame)) << id;
+    }
+}
+
+} // namespace
+
 TEST(MenuRules, EnablingFollowsLayersSelectionAndModalEdits)
 {
-    FrameState none;
-    FrameState one;
-    one.layerCount = 1;
-    FrameState upper;
-    upper.layerCount = 3;
-    upper.currentIndex = 2;
-    FrameState masked = upper;
-    masked.hasMask = true;
-    FrameState modal = masked;
-    modal.modalEdit = true;
-
-    EXPECT_FALSE(IsCommandEnabled(cmd::kOpenProject, upper)); // never
-    EXPECT_TRUE(IsCommandEnabled(cmd::kOpen, none));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kOpen, modal));
-    FrameState selecting = one;
-    selecting.selectionMode = true;
-    EXPECT_FALSE(IsCommandEnabled(cmd::kOpen, selecting));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kSave, none));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kSave, one));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kSave, modal));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kClose, modal));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kClose, none));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kUndo, none));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kCopy, upper));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kCopy, masked));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kCut, modal));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kPaste, masked));
-    FrameState clip = none;
-    clip.clipboardHasImage = true;
-    EXPECT_TRUE(IsCommandEnabled(cmd::kPaste, clip));
-    // Rotation of the base layer would change the document's size: only upper layers turn.
-    EXPECT_FALSE(IsCommandEnabled(cmd::kRotateLeft, one));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kRotateRight, upper));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kRotateRight, modal));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kFlipH, none));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kLensBlur, one));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kLensBlur, upper));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kMergeDown, one));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kMergeDown, upper));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kFlatten, one));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kFlatten, upper));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kNewLayer, none));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kNewLayer, one));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kDeleteLayer, one));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kDeleteLayer, upper));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kSelectNone, upper));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kSelectNone, modal));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kSelectAll, none));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kFill, modal));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kFill, masked));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kInpaint, masked)); // the base layer only
-    FrameState maskedBase = one;
-    maskedBase.hasMask = true;
-    EXPECT_TRUE(IsCommandEnabled(cmd::kInpaint, maskedBase));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kDeleteSelection, masked));
-    FrameState shown = one;
-    shown.documentShown = true;
-    EXPECT_FALSE(IsCommandEnabled(cmd::kCompanion, shown));
-    shown.currentVisible = true;
-    EXPECT_TRUE(IsCommandEnabled(cmd::kCompanion, shown));
+    // Rotation of the base layer would change the document's size: only upper layers turn. Inpaint and the lens
+    // blur work on the base layer only.
+    ExpectEnabling({
+        {"no document",
+         {},
+         {cmd::kOpen, cmd::kUndo, cmd::kFlipH, cmd::kSelectAll},
+         {cmd::kSave, cmd::kClose, cmd::kNewLayer}},
+        {"one layer",
+         {.layerCount = 1},
+         {cmd::kSave, cmd::kLensBlur, cmd::kNewLayer},
+         {cmd::kRotateLeft, cmd::kMergeDown, cmd::kFlatten, cmd::kDeleteLayer}},
+        {"upper layer current",
+         {.layerCount = 3, .currentIndex = 2},
+         {cmd::kRotateRight, cmd::kMergeDown, cmd::kFlatten, cmd::kDeleteLayer},
+         {cmd::kOpenProject, cmd::kCopy, cmd::kLensBlur, cmd::kSelectNone}},
+        {"upper layer with a selection",
+         {.layerCount = 3, .currentIndex = 2, .hasMask = true},
+         {cmd::kCopy, cmd::kFill, cmd::kDeleteSelection},
+         {cmd::kPaste, cmd::kInpaint}},
+        {"a tool's edit open",
+         {.layerCount = 3, .currentIndex = 2, .hasMask = true, .modalEdit = true},
+         {cmd::kClose, cmd::kSelectNone},
+         {cmd::kOpen, cmd::kSave, cmd::kCut, cmd::kRotateRight, cmd::kFill}},
+        {"selection mode", {.layerCount = 1, .selectionMode = true}, {}, {cmd::kOpen}},
+        {"a picture on the clipboard", {.clipboardHasImage = true}, {cmd::kPaste}, {}},
+        {"base layer with a selection", {.layerCount = 1, .hasMask = true}, {cmd::kInpaint}, {}},
+        {"current layer hidden", {.layerCount = 1, .documentShown = true}, {}, {cmd::kCompanion}},
+        {"current layer shown",
+         {.layerCount = 1, .documentShown = true, .currentVisible = true},
+         {cmd::kCompanion},
+         {}},
+    });
 }
 
 TEST(MenuRules, SelectionModeItemsFollowTheResult)
 {
-    FrameState contours;
-    contours.layerCount = 1;
-    contours.selectionMode = true;
-    FrameState emptyResult = contours;
-    emptyResult.resultExists = true;
-    FrameState result = emptyResult;
-    result.resultHasPixels = true;
-    FrameState compose = result;
-    compose.selectionMode = false;
-
-    for (const FrameState& s : {contours, emptyResult, result}) {
-        EXPECT_TRUE(IsCommandEnabled(cmd::kConfirmReturn, s));
-        EXPECT_TRUE(IsCommandEnabled(cmd::kCancelReturn, s));
-        EXPECT_TRUE(IsCommandEnabled(cmd::kUndo, s));
-        EXPECT_TRUE(IsCommandEnabled(cmd::kRedo, s));
-        EXPECT_TRUE(IsCommandEnabled(cmd::kSave, s)); // asks to return first when there is no result
-    }
-    // Feathering needs a result with something in it; the backgrounds show only through a result.
-    EXPECT_FALSE(IsCommandEnabled(cmd::kFeatherShrink, contours));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kFeatherShrink, emptyResult));
-    EXPECT_TRUE(IsCommandEnabled(cmd::kFeatherShrink, result));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kFeatherShrink, compose));
-    for (int id : {cmd::kBackColour, cmd::kBackChecker, cmd::kBackPicture, cmd::kBackMask, cmd::kBackOriginal}) {
-        EXPECT_FALSE(IsCommandEnabled(id, contours)) << id;
-        EXPECT_TRUE(IsCommandEnabled(id, emptyResult)) << id;
-        EXPECT_FALSE(IsCommandEnabled(id, compose)) << id;
-    }
-    // The large button enters the mode through the same command, so it needs only a picture.
-    EXPECT_TRUE(IsCommandEnabled(cmd::kConfirmReturn, compose));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kConfirmReturn, FrameState{}));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kCancelReturn, compose));
+    // Return, undo, redo and save (which asks to return first when there is no result) always act in the mode.
+    // Feathering needs a result with something in it; the backgrounds show only through a result. The large button
+    // enters the mode through the same command, so it needs only a picture.
+    ExpectEnabling({
+        {"contours only",
+         {.layerCount = 1, .selectionMode = true},
+         {cmd::kConfirmReturn, cmd::kCancelReturn, cmd::kUndo, cmd::kRedo, cmd::kSave},
+         {cmd::kFeatherShrink, cmd::kBackColour, cmd::kBackChecker, cmd::kBackPicture, cmd::kBackMask,
+          cmd::kBackOriginal}},
+        {"an empty result",
+         {.layerCount = 1, .selectionMode = true, .resultExists = true},
+         {cmd::kConfirmReturn, cmd::kCancelReturn, cmd::kUndo, cmd::kRedo, cmd::kSave, cmd::kBackColour,
+          cmd::kBackChecker, cmd::kBackPicture, cmd::kBackMask, cmd::kBackOriginal},
+         {cmd::kFeatherShrink}},
+        {"a result",
+         {.layerCount = 1, .selectionMode = true, .resultExists = true, .resultHasPixels = true},
+         {cmd::kConfirmReturn, cmd::kCancelReturn, cmd::kUndo, cmd::kRedo, cmd::kSave, cmd::kFeatherShrink},
+         {}},
+        {"compose mode",
+         {.layerCount = 1, .resultExists = true, .resultHasPixels = true},
+         {cmd::kConfirmReturn},
+         {cmd::kCancelReturn, cmd::kFeatherShrink, cmd::kBackColour, cmd::kBackChecker, cmd::kBackPicture,
+          cmd::kBackMask, cmd::kBackOriginal}},
+        {"no document", {}, {}, {cmd::kConfirmReturn}},
+    });
 
     // The selection menus hold the return items (their texts are checked with every other menu's).
     bool hasConfirm = false, hasCancel = false;
@@ -263,24 +240,26 @@ TEST(MenuRules, SelectionModeItemsFollowTheResult)
 
 TEST(MenuRules, TheCutOutIsBuiltOnceFromBothContoursOfTheInnerOuterMethod)
 {
-    FrameState s;
-    s.layerCount = 1;
-    s.selectionMode = true;
-    s.inoutMethod = true;
-    EXPECT_FALSE(IsCommandEnabled(cmd::kBuildSelection, s)); // a contour is still empty
-    EXPECT_TRUE(IsCommandEnabled(cmd::kRefinedEdges, s));
-    s.contoursDrawn = true;
-    EXPECT_TRUE(IsCommandEnabled(cmd::kBuildSelection, s));
-    FrameState built = s;
-    built.resultExists = true;
-    EXPECT_FALSE(IsCommandEnabled(cmd::kBuildSelection, built));
-    FrameState otherMethod = s;
-    otherMethod.inoutMethod = false;
-    EXPECT_FALSE(IsCommandEnabled(cmd::kBuildSelection, otherMethod));
-    EXPECT_FALSE(IsCommandEnabled(cmd::kRefinedEdges, otherMethod));
-    FrameState compose = s;
-    compose.selectionMode = false;
-    EXPECT_FALSE(IsCommandEnabled(cmd::kBuildSelection, compose));
+    // The build needs both contours of the inner-outer method, once; the refined choice belongs to that method.
+    ExpectEnabling({
+        {"a contour still empty",
+         {.layerCount = 1, .selectionMode = true, .inoutMethod = true},
+         {cmd::kRefinedEdges},
+         {cmd::kBuildSelection}},
+        {"both contours",
+         {.layerCount = 1, .selectionMode = true, .inoutMethod = true, .contoursDrawn = true},
+         {cmd::kBuildSelection},
+         {}},
+        {"built",
+         {.layerCount = 1, .selectionMode = true, .resultExists = true, .inoutMethod = true, .contoursDrawn = true},
+         {},
+         {cmd::kBuildSelection}},
+        {"another method",
+         {.layerCount = 1, .selectionMode = true, .contoursDrawn = true},
+         {},
+         {cmd::kBuildSelection, cmd::kRefinedEdges}},
+        {"compose mode", {.layerCount = 1, .inoutMethod = true, .contoursDrawn = true}, {}, {cmd::kBuildSelection}},
+    });
 }
 
 TEST(MenuRules, CommandTextsCarryTheLayer)

@@ -4,6 +4,7 @@
 
 #include "commands/project_stream.h"
 #include "document/layer.h"
+#include "gui_support.h"
 #include "imaging/codec.h"
 #include "shell/app_globals.h"
 #include "shell/document_session.h"
@@ -46,9 +47,7 @@ protected:
 
     std::string Picture(const std::string& name, uint32_t w, uint32_t h)
     {
-        return vmtest::SavePicture(m_dir.File(name), vmtest::Picture(w, h, [](uint32_t x, uint32_t y) {
-                                       return CPixel::Make(90, x * 7, y * 5, 255);
-                                   }));
+        return vmtest::SavePicture(m_dir.File(name), vmtest::Gradient(w, h));
     }
 
     int Run(const char* text) { return ExecuteCommand(m_app.CommandContext(), text); }
@@ -178,19 +177,6 @@ TEST_F(Session, NewPictureAndClose)
     EXPECT_FALSE(m_session.HasDocument());
     EXPECT_EQ(m_app.ComposeHistory()->GetCount(), 0);
     EXPECT_FALSE(m_session.IsModified());
-}
-
-TEST_F(Session, TheHostsFileBecomesTheDocumentAndGoes)
-{
-    const std::string path = m_dir.File("host.raw");
-    std::vector<uint8_t> bytes = {2, 0, 0, 0, 1, 0, 0, 0, 10, 20, 30, 40, 50, 60};
-    vmtest::WriteAll(path, bytes);
-    ASSERT_TRUE(m_session.OpenHostImage(path));
-    EXPECT_FALSE(std::filesystem::exists(path));
-    ASSERT_EQ(Doc().GetWidth(), 2);
-    EXPECT_EQ(Doc().GetLayer(0)->m_image.GetPixel2(1, 0).red, 40);
-    EXPECT_FALSE(m_session.IsModified());
-    EXPECT_FALSE(m_session.OpenHostImage(path)); // gone
 }
 
 } // namespace

@@ -50,14 +50,12 @@ protected:
         std::ofstream(m_broken, std::ios::binary) << "\xFF\xD8\xFF\xE0 this is not a picture";
         ASSERT_NO_FATAL_FAILURE(Launch());
         ASSERT_NO_FATAL_FAILURE(Open(m_photos[0]));
-        m_bar = m_frame->ToolBar();
         m_before = Bytes(m_app.Document().GetLayer(0)->m_image);
     }
     void TearDown() override { SetBatchDialogHook(nullptr); }
     // The list the tests run: the open photo first, the damaged file in the middle.
     std::vector<std::string> List() const { return {m_photos[0], m_photos[1], m_broken, m_photos[2]}; }
 
-    CToolBar* m_bar = nullptr;
     std::vector<std::string> m_photos;
     std::string m_broken;
     std::vector<uint8_t> m_before;
@@ -246,8 +244,8 @@ TEST_F(BatchInFrame, ReviewStepsWithNextAndFinishesWithFinishTheBatch)
     CBatchReview* review = CurrentBatchReview();
     ASSERT_NE(review, nullptr);
     ASSERT_TRUE(m_frame->IsSelectionMode());
-    EXPECT_EQ(m_bar->Manager().GetMethod(), uint32_t(kMethodChroma));
-    CSelectionDocument& selection = m_bar->Selection();
+    EXPECT_EQ(Manager().GetMethod(), uint32_t(kMethodChroma));
+    CSelectionDocument& selection = Sel();
     QToolButton* next = review->NextButton();
 
     // Each photo as the core keys it with the panel's record (strength 50) and the colour of its border.
@@ -259,10 +257,7 @@ TEST_F(BatchInFrame, ReviewStepsWithNextAndFinishesWithFinishTheBatch)
         ASSERT_EQ(RunBackdropKey(key, source, result), kOk);
         EXPECT_EQ(Bytes(*selection.GetWorkingImage()), Bytes(result)) << photo;
         EXPECT_EQ(Bytes(*selection.GetSourceImage()), Bytes(source)) << photo;
-        std::vector<uint8_t> alpha;
-        for (size_t i = 0; i < result.GetPixelCount(); ++i)
-            alpha.push_back(result.GetBuffer()[i].alpha);
-        EXPECT_EQ(Bytes(*selection.GetResultMask()), alpha);
+        EXPECT_EQ(Bytes(*selection.GetResultMask()), AlphaBytes(result));
     };
     ASSERT_TRUE(WaitFor([&] { return next->isEnabled(); }));
     EXPECT_EQ(next->text(), QStringLiteral("(1/4)Next >"));

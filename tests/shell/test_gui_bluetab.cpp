@@ -160,17 +160,6 @@ TEST_F(BlueTab, SecondClickTakesTheCutOutAwayAndTheResultComesBackAsTheLayersAlp
     EXPECT_EQ(Bytes(m_app.Document().GetSelectionMask()), mask);
 }
 
-TEST_F(BlueTab, ATransparentLayerIsRefused)
-{
-    COLImage img = Solid(40, 30, CPixel{10, 200, 10, 255});
-    img.GetBuffer()[0].alpha = 254;
-    OpenPicture(img, "alpha.png");
-    m_frame->OnCommand(cmd::kChromaKey);
-    EXPECT_FALSE(m_frame->IsSelectionMode());
-    ASSERT_FALSE(m_services.messages.empty());
-    EXPECT_EQ(m_services.messages.back(), GetString("cantsel"));
-}
-
 TEST_F(BlueTab, ScreenshotOfTheGreenScreenOverANewBackground)
 {
     OpenGreenScreen();

@@ -33,15 +33,6 @@ protected:
     void OpenSynthetic(uint32_t w, uint32_t h) { OpenPicture(DiscPicture(w, h), "disc.png"); }
     bool Enabled(int id) { return m_frame->IsCommandAvailable(id); }
 
-    // Both contours around and inside the disc of OpenSynthetic(200, 160).
-    void DrawContours()
-    {
-        DrawOuter();
-        DrawInner();
-        ASSERT_FALSE(Sel().GetOuterPlane()->IsAllZero());
-        ASSERT_FALSE(Sel().GetInnerPlane()->IsAllZero());
-    }
-
     struct Expected {
         std::vector<uint8_t> mask, working;
     };
@@ -88,10 +79,10 @@ TEST_F(ContourCutOut, TheMenuItemBuildsTheEnginesResultAndUndoTakesItAway)
     EXPECT_TRUE(button->isVisible());
     // Nothing drawn, then only the outer contour: not yet.
     EXPECT_FALSE(Enabled(cmd::kBuildSelection));
-    Polygon(Manager().GetOutPolygonTool(), {{40, 10}, {160, 10}, {170, 150}, {30, 150}});
+    DrawOuter();
     EXPECT_FALSE(Enabled(cmd::kBuildSelection));
     EXPECT_FALSE(button->isEnabled());
-    Polygon(Manager().GetInPolygonTool(), {{85, 65}, {115, 65}, {115, 95}, {85, 95}});
+    DrawInner();
     EXPECT_TRUE(Enabled(cmd::kBuildSelection));
     EXPECT_TRUE(button->isEnabled()); // followed the drawing without a menu being opened
     const Expected expected = Classic();
@@ -133,9 +124,7 @@ TEST_F(ContourCutOut, TheMenuItemBuildsTheEnginesResultAndUndoTakesItAway)
 
 TEST_F(ContourCutOut, TheRefinedChoiceGivesTheRefinedEnginesBytesAndIsRemembered)
 {
-    OpenSynthetic(200, 160);
-    EnterSelectionMode();
-    DrawContours();
+    DiscWithContours();
     QAction* refined = m_frame->Action(cmd::kRefinedEdges);
     ASSERT_NE(refined, nullptr);
     EXPECT_TRUE(refined->isCheckable());
@@ -154,9 +143,7 @@ TEST_F(ContourCutOut, TheRefinedChoiceGivesTheRefinedEnginesBytesAndIsRemembered
 
 TEST_F(ContourCutOut, AFailedOrCancelledRunChangesNothing)
 {
-    OpenSynthetic(200, 160);
-    EnterSelectionMode();
-    DrawContours();
+    DiscWithContours();
     const std::vector<uint8_t> working = Bytes(*Sel().GetWorkingImage());
     const std::vector<uint8_t> outer = Bytes(*Sel().GetOuterPlane());
     const int steps = Bar().SelectionLog()->GetCount();

@@ -33,20 +33,6 @@ class Frame : public FrameTest {
 protected:
     void SetUp() override { Launch("zh"); }
 
-    std::string Picture(const std::string& name, uint32_t w, uint32_t h)
-    {
-        return SavePicture(m_dir.File(name), vmtest::Picture(w, h, [](uint32_t x, uint32_t y) {
-                               return CPixel::Make(x * 3, y * 5, 90, 255);
-                           }));
-    }
-
-    // Sends a key to the canvas as the user would type it.
-    void Key(Qt::Key key, Qt::KeyboardModifiers mods = Qt::NoModifier)
-    {
-        m_frame->View()->setFocus();
-        QTest::keyClick(m_frame->View(), key, mods);
-    }
-
     CComposeDocument& Doc() { return m_app.Document(); }
 
     // An open dialog's filter: all pictures first, then the table's own entries word for word.
@@ -66,7 +52,7 @@ protected:
 
 TEST_F(Frame, KeysBecomeCommandTexts)
 {
-    Open(Picture("p.png", 64, 48));
+    OpenPicture(Gradient(64, 48));
     std::vector<std::string> sent;
     m_frame->SetExecutor([&](const std::string& text) {
         sent.push_back(text);
@@ -106,7 +92,7 @@ TEST_F(Frame, KeysBecomeCommandTexts)
 
 TEST_F(Frame, CtrlOAsksForAFileAndCtrlWClosesIt)
 {
-    m_services.openPaths.push_back(Picture("p.png", 30, 20));
+    m_services.openPaths.push_back(SavePicture(m_dir.File("p.png"), Gradient(30, 20)));
     Key(Qt::Key_O, Qt::ControlModifier);
     ASSERT_EQ(Doc().GetLayerCount(), 1);
     ASSERT_FALSE(m_services.filters.empty());
@@ -121,7 +107,7 @@ TEST_F(Frame, CtrlOAsksForAFileAndCtrlWClosesIt)
 
 TEST_F(Frame, LayerMenuEditsTheDocumentAndUndoRedoWalkTheHistory)
 {
-    Open(Picture("p.png", 64, 48));
+    OpenPicture(Gradient(64, 48));
     const CPixel corner = Doc().GetLayer(0)->m_image.GetPixel2(63, 0);
     m_frame->OnCommand(cmd::kNewLayer);
     ASSERT_EQ(Doc().GetLayerCount(), 2);
@@ -178,7 +164,7 @@ TEST_F(Frame, LayerMenuEditsTheDocumentAndUndoRedoWalkTheHistory)
 
 TEST_F(Frame, ARefusedEditShowsTheExceptionTextAndChangesNothing)
 {
-    Open(Picture("p.png", 16, 16));
+    OpenPicture(Gradient(16, 16));
     m_frame->SetExecutor([](const std::string&) { return kCommandRefused; });
     m_frame->OnCommand(cmd::kFlipV);
     ASSERT_EQ(m_services.messages.size(), 1u);
@@ -190,11 +176,11 @@ TEST_F(Frame, ARefusedEditShowsTheExceptionTextAndChangesNothing)
 
 TEST_F(Frame, OpenToNewLayerAndACancelledDialogSaysNothing)
 {
-    Open(Picture("p.png", 40, 30));
+    OpenPicture(Gradient(40, 30));
     m_frame->OnCommand(cmd::kOpenLayer); // no path queued: cancelled
     EXPECT_EQ(Doc().GetLayerCount(), 1);
     EXPECT_TRUE(m_services.messages.empty());
-    m_services.openPaths.push_back(Picture("q.png", 10, 10));
+    m_services.openPaths.push_back(SavePicture(m_dir.File("q.png"), Gradient(10, 10)));
     m_frame->OnCommand(cmd::kOpenLayer);
     ASSERT_EQ(Doc().GetLayerCount(), 2);
     EXPECT_EQ(Doc().GetCurrentIndex(), 1);
@@ -208,7 +194,7 @@ TEST_F(Frame, OpenToNewLayerAndACancelledDialogSaysNothing)
 
 TEST_F(Frame, ProjectSavesAndOpensAgainWithItsLayersAndHistory)
 {
-    Open(Picture("p.png", 50, 40));
+    OpenPicture(Gradient(50, 40));
     m_frame->OnCommand(cmd::kNewLayer);
     Doc().SetCurrentIndex(0); // the flip acts on the base
     m_frame->OnCommand(cmd::kFlipV);
@@ -250,7 +236,7 @@ TEST_F(Frame, ProjectSavesAndOpensAgainWithItsLayersAndHistory)
 
 TEST_F(Frame, CloseAsksAboutChangesCancelKeepsTheWindowAndSaveWritesTheProjectFirst)
 {
-    Open(Picture("p.png", 20, 20));
+    OpenPicture(Gradient(20, 20));
     m_frame->OnCommand(cmd::kFlipH);
     m_services.answers.push_back(EMsgResult::kCancel);
     EXPECT_FALSE(m_frame->close());
@@ -284,7 +270,7 @@ TEST_F(Frame, ABigPhotoOpensWholeInTheWindow)
 
 TEST_F(Frame, LayersAreRenamedReorderedAndBlendedThroughTheHistory)
 {
-    Open(Picture("p.png", 30, 20));
+    OpenPicture(Gradient(30, 20));
     m_frame->OnCommand(cmd::kNewLayer);
     m_frame->OnCommand(cmd::kNewLayer);
     ASSERT_EQ(Doc().GetLayerCount(), 3);
@@ -367,7 +353,7 @@ TEST_F(Frame, MenusFollowTheDocument)
 {
     EXPECT_NE(m_frame->Action(cmd::kOpen), nullptr);
     EXPECT_EQ(m_frame->Action(cmd::kFlipH), nullptr); // no document: the short menu bar
-    Open(Picture("p.png", 20, 20));
+    OpenPicture(Gradient(20, 20));
     ASSERT_NE(m_frame->Action(cmd::kOpenProject), nullptr);
     EXPECT_FALSE(m_frame->IsCommandAvailable(cmd::kOpenProject));
     EXPECT_TRUE(m_frame->IsCommandAvailable(cmd::kSave));
@@ -392,7 +378,7 @@ TEST_F(Frame, RulersFollowTheDocumentAndThePointer)
     m_frame->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
     EXPECT_FALSE(m_frame->HorizontalRuler()->isVisible()); // nothing to measure yet
-    Open(Picture("r.png", 300, 200));
+    OpenPicture(Gradient(300, 200), "r.png");
     ASSERT_TRUE(m_frame->HorizontalRuler()->isVisible());
     ASSERT_TRUE(m_frame->VerticalRuler()->isVisible());
     CImageView* view = m_frame->View();
@@ -407,44 +393,16 @@ TEST_F(Frame, RulersFollowTheDocumentAndThePointer)
     EXPECT_EQ(shot.pixelColor(123, 2), QColor(0xD0, 0x30, 0x30)); // the pointer's mark is drawn
 }
 
-namespace {
-
-// A process that reports half way and then waits until it is let go.
-class HeldProcess : public CImageProcess {
-public:
-    long Process(const void*) override
-    {
-        ReportProgress(50);
-        std::unique_lock<std::mutex> lock(m_mutex);
-        m_cv.wait(lock, [this] { return m_release; });
-        ReportProgress(100); // done: the bar goes away
-        return kOk;
-    }
-    void Release()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_release = true;
-        m_cv.notify_all();
-    }
-
-private:
-    std::mutex m_mutex;
-    std::condition_variable m_cv;
-    bool m_release = false;
-};
-
-} // namespace
-
 TEST_F(Frame, ShortcutsWaitWhileTheWorkerRunsAndItsProgressShows)
 {
-    Open(Picture("p.png", 20, 20));
+    OpenPicture(Gradient(20, 20));
     std::vector<std::string> sent;
     m_frame->SetExecutor([&](const std::string& text) {
         sent.push_back(text);
         return 0;
     });
     ASSERT_NE(m_app.Worker(), nullptr);
-    HeldProcess process;
+    CHeldProcess process;
     COLImage src, dst;
     src.Create(4, 4);
     process.SetImages(&src, &dst);

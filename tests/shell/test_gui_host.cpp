@@ -26,43 +26,15 @@ namespace {
 
 constexpr uint32_t kW = 160, kH = 120;
 
-uint8_t Red(uint32_t x)
-{
-    return uint8_t(x * 3 / 2);
-}
-uint8_t Green(uint32_t y)
-{
-    return uint8_t(y * 2);
-}
-
-// The host's exchange file: the header, then R, G, B (and a pad byte with four) row by row.
-void WriteHostFile(const std::string& path, uint32_t bytesPerPixel)
-{
-    std::vector<uint8_t> bytes = {uint8_t(kW), uint8_t(kW >> 8), 0, 0, uint8_t(kH), 0, 0, 0};
-    for (uint32_t y = 0; y < kH; ++y)
-        for (uint32_t x = 0; x < kW; ++x) {
-            bytes.insert(bytes.end(), {Red(x), Green(y), 120});
-            if (bytesPerPixel == 4) bytes.push_back(77);
-        }
-    WriteAll(path, bytes);
-}
-
 class HostStart : public FrameTest {
 protected:
     // Starts the editor as a host's plug-in does, on a file of the given form, and shows the window.
     void StartFor(const std::string& path, char digit, uint32_t bytesPerPixel)
     {
-        WriteHostFile(path, bytesPerPixel);
+        WriteAll(path, HostFile(kW, kH, int(bytesPerPixel), kH, GradientAt));
         m_path = path;
-        m_shell = std::make_unique<CShellApp>(m_app, &m_services);
-        m_exits = std::make_unique<QSignalSpy>(m_shell.get(), &CShellApp::ExitRequested);
-        m_shell->Start(std::string("-i") + digit + " \"" + path + "\"", TestOptions(m_dir, "en"), 0);
-        ASSERT_TRUE(WaitFor([&] { return m_shell->CommandLineHandled(); }));
-        m_frame = m_shell->Frame();
+        ASSERT_NO_FATAL_FAILURE(StartFrame(900, 700, "en", std::string("-i") + digit + " \"" + path + "\""));
         ASSERT_TRUE(m_frame->IsHostMode());
-        m_frame->resize(900, 700);
-        m_frame->show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(m_frame));
     }
 
     // A cut-out drawn with the polygon tool through the canvas, as a user clicks it.
@@ -82,7 +54,6 @@ protected:
 
     int Exits() const { return int(m_exits->count()); }
 
-    std::unique_ptr<QSignalSpy> m_exits;
     std::string m_path;
 };
 
@@ -118,7 +89,8 @@ TEST_F(HostStart, FourBytesAPixelGetTheRawCutOutBackAfterTheQuestion)
     EXPECT_EQ(std::vector<uint8_t>(sent.begin(), sent.begin() + 8), (std::vector<uint8_t>{160, 0, 0, 0, 120, 0, 0, 0}));
     // The host's own picture came back (the byte layout is the writer's, checked with it), with the cut-out as alpha.
     const uint8_t* p = sent.data() + 8 + (size_t(60) * kW + 70) * 4;
-    EXPECT_EQ(std::vector<uint8_t>(p, p + 4), (std::vector<uint8_t>{120, Green(60), Red(70), 255}));
+    const CPixel sent70 = GradientAt(70, 60);
+    EXPECT_EQ(std::vector<uint8_t>(p, p + 4), (std::vector<uint8_t>{sent70.blue, sent70.green, sent70.red, 255}));
     EXPECT_EQ(sent[8 + 3], 0);
 }
 
@@ -133,11 +105,7 @@ TEST_F(HostStart, ThreeBytesAPixelGetAOneLayerPsdBeside)
     EXPECT_FALSE(std::filesystem::exists(m_path));
     const std::string psd = m_path + ".24bit.psd";
     ASSERT_TRUE(std::filesystem::exists(psd));
-    EXPECT_EQ(ReadAll(psd), DirectResult(3));
-    CLayerStack read;
-    CPsdReader reader;
-    ASSERT_EQ(reader.LoadFile(psd.c_str(), read), 1);
-    EXPECT_EQ(vmtest::Size(read), std::to_string(kW) + "x" + std::to_string(kH));
+    EXPECT_EQ(ReadAll(psd), DirectResult(3)); // the writer's own tests read its PSD back
 }
 
 TEST_F(HostStart, ARefusedQuestionWritesNothingAndEnds)
@@ -146,15 +114,11 @@ TEST_F(HostStart, ARefusedQuestionWritesNothingAndEnds)
     ASSERT_NO_FATAL_FAILURE(CutOut());
     // Closing the window asks too; Cancel keeps it.
     m_services.answers.push_back(EMsgResult::kCancel);
-    QCloseEvent close;
-    QApplication::sendEvent(m_frame, &close);
-    EXPECT_FALSE(close.isAccepted());
+    EXPECT_FALSE(CloseAccepted());
     EXPECT_EQ(Exits(), 0);
     // No: the host gets nothing, the program ends with 0.
     m_services.answers.push_back(EMsgResult::kNo);
-    QCloseEvent again;
-    QApplication::sendEvent(m_frame, &again);
-    EXPECT_TRUE(again.isAccepted());
+    EXPECT_TRUE(CloseAccepted());
     ASSERT_EQ(Exits(), 1);
     EXPECT_EQ(m_exits->front().front().toInt(), 0);
     EXPECT_EQ(m_services.messages, (std::vector<std::string>{GetString("pluginask"), GetString("pluginask")}));
@@ -191,8 +155,7 @@ TEST_F(HostStart, WithoutACutOutThereIsNothingToSend)
     StartFor(m_dir.File("host.raw"), '1', 4);
     // Ctrl+S without a result: "backtocompose", and Yes leaves the way the host's visit ends: the question.
     m_services.answers.assign({EMsgResult::kYes, EMsgResult::kCancel});
-    m_frame->View()->setFocus();
-    QTest::keyClick(m_frame->View(), Qt::Key_S, Qt::ControlModifier);
+    Key(Qt::Key_S, Qt::ControlModifier);
     EXPECT_EQ(m_services.messages, (std::vector<std::string>{GetString("backtocompose"), GetString("pluginask")}));
     // Yes has nothing to send: the work goes on.
     m_services.answers.push_back(EMsgResult::kYes);
@@ -229,8 +192,10 @@ TEST_F(HostStart, DigitZeroAsksForTheChromaKey)
     EXPECT_TRUE(m_frame->IsSelectionMode());
     EXPECT_EQ(Manager().GetMethod(), uint32_t(kMethodChroma));
     EXPECT_TRUE(m_services.messages.empty());
-    // Three bytes a pixel became the document, and the host's visit has no top bar.
-    EXPECT_EQ(m_app.Document().GetLayer(0)->m_image.GetPixel(150, 110), CPixel::Make(Red(150), Green(110), 120).Word());
+    // Three bytes a pixel became the document, unchanged as far as the session knows, and the host's visit has no
+    // top bar.
+    EXPECT_EQ(m_app.Document().GetLayer(0)->m_image.GetPixel(150, 110), GradientAt(150, 110).Word());
+    EXPECT_FALSE(m_frame->IsModified());
     EXPECT_FALSE(m_frame->IsTopBarShown());
     EXPECT_FALSE(std::filesystem::exists(m_path));
 }

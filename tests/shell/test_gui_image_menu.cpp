@@ -94,24 +94,8 @@ protected:
         return layer.m_image.GetBuffer(uint32_t(lx), uint32_t(ly))->Word();
     }
 
-    // Answers the dialog named `name` once it is up. The answer runs inside the dialog's own event loop.
-    void WhenShown(const char* name, std::function<void(QDialog&)> answer)
-    {
-        m_answered = false;
-        QTimer::singleShot(0, [this, name, answer] {
-            QDialog* found = nullptr;
-            WaitFor([&] {
-                for (QWidget* w : QApplication::topLevelWidgets())
-                    if (auto* d = qobject_cast<QDialog*>(w);
-                        d && d->isVisible() && d->objectName() == QLatin1String(name))
-                        found = d;
-                return found != nullptr;
-            });
-            if (!found) return;
-            m_answered = true;
-            answer(*found);
-        });
-    }
+    // Answers the dialog named `name` once it is up; m_answered tells whether it came.
+    void WhenShown(const char* name, std::function<void(QDialog&)> answer) { AnswerDialog(name, answer, &m_answered); }
 
     static void Type(QLineEdit* field, const char* text)
     {

@@ -113,24 +113,6 @@ COLImage Scene()
     });
 }
 
-// A process that runs until it is asked to stop (or its steps of 10 ms are done), reporting progress as it goes.
-class CWaitingProcess : public CImageProcess {
-public:
-    explicit CWaitingProcess(int steps = 200) : m_steps(steps) {}
-    long Process(const void*) override
-    {
-        for (int i = 0; i < m_steps; ++i) {
-            ReportProgress(i % 100);
-            if (TestAndClearCancel()) return 7;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return 0;
-    }
-
-private:
-    int m_steps;
-};
-
 } // namespace
 
 TEST_F(InpaintInFrame, MenuRemovesTheSelectedObjectAndUndoBringsItBack)
@@ -191,7 +173,7 @@ TEST_F(InpaintInFrame, RefusalsSayWhyAndKeepTheLayer)
 TEST_F(InpaintInFrame, WaitDialogShowsProgressAndEscapeStopsTheRun)
 {
     CProcessThread& worker = *m_app.Worker();
-    CWaitingProcess process;
+    CHeldProcess process;
     bool cancelled = false;
     int seen = -1;
     const long r = RunProcessWithWait(worker, process, &process, m_frame, m_frame, &cancelled, [&](CWaitDialog& d) {
@@ -207,7 +189,8 @@ TEST_F(InpaintInFrame, WaitDialogShowsProgressAndEscapeStopsTheRun)
     EXPECT_FALSE(worker.IsBusy());
 
     // A run that ends by itself closes the dialog without Esc.
-    CWaitingProcess quick(3);
+    CHeldProcess quick;
+    quick.Release();
     EXPECT_EQ(RunProcessWithWait(worker, quick, &quick, m_frame, nullptr, &cancelled), 0);
     EXPECT_FALSE(cancelled);
 }

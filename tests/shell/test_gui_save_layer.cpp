@@ -16,41 +16,13 @@ using namespace vmtest;
 
 namespace {
 
-// What the dialog offered, seen before the press.
-struct Offer {
-    bool project = true, history = true, composite = true, layered = true, layerPng = false, layerPsd = false;
-};
-
 class SaveForLayer : public FrameTest {
 protected:
     void SetUp() override
     {
         ASSERT_NO_FATAL_FAILURE(StartFrame(900, 700));
         // Opaque, so that selection mode takes it; the colours tell every pixel apart.
-        OpenPicture(Picture(160, 120, [](uint32_t x, uint32_t y) { return CPixel::Make(x * 3 / 2, y * 2, 120, 255); }),
-                    "in.png");
-    }
-
-    // Runs the command that opens the dialog and presses the button of choice, after noting what was offered.
-    Offer SaveThrough(int command, ESaveChoice choice, const std::string& path)
-    {
-        Offer offer;
-        m_services.savePaths.push_back(path);
-        OnDialogShown<CSaveDlg>([&offer, choice](CSaveDlg* d) {
-            offer.project = d->Button(ESaveChoice::kProject)->isEnabled();
-            offer.history = d->findChild<QCheckBox*>()->isEnabled();
-            offer.composite = d->Button(ESaveChoice::kCompositePng)->isEnabled() ||
-                              d->Button(ESaveChoice::kCompositeJpeg)->isEnabled();
-            offer.layered = d->Button(ESaveChoice::kLayeredPsd)->isEnabled();
-            offer.layerPng = d->Button(ESaveChoice::kLayerPng)->isEnabled();
-            offer.layerPsd = d->Button(ESaveChoice::kLayerPsd)->isEnabled();
-            if (d->Button(choice)->isEnabled())
-                d->Button(choice)->click();
-            else
-                d->reject();
-        });
-        m_frame->OnCommand(command);
-        return offer;
+        OpenPicture(Gradient(160, 120), "in.png");
     }
 
     // What the core writer writes for the choice and the picture, read back.
@@ -65,7 +37,7 @@ protected:
     }
 };
 
-void ExpectLayerOnly(const Offer& offer)
+void ExpectLayerOnly(const SaveOffer& offer)
 {
     EXPECT_FALSE(offer.project);
     EXPECT_FALSE(offer.history);
@@ -90,7 +62,7 @@ TEST_F(SaveForLayer, TheLayerExportOffersTheLayerAloneEvenOnTheBackground)
     EXPECT_EQ(ReadAll(png), CoreBytes(ESaveChoice::kLayerPng, base.m_image, base.m_name));
     EXPECT_TRUE(m_services.messages.empty());
     // Save itself still offers the whole document, and no layer export on the background.
-    const Offer whole = SaveThrough(cmd::kSave, ESaveChoice::kLayerPng, m_dir.File("never.png"));
+    const SaveOffer whole = SaveThrough(cmd::kSave, ESaveChoice::kLayerPng, m_dir.File("never.png"));
     EXPECT_TRUE(whole.project && whole.composite && whole.layered);
     EXPECT_FALSE(whole.layerPng || whole.layerPsd);
     EXPECT_FALSE(std::filesystem::exists(m_dir.File("never.png")));

@@ -29,8 +29,7 @@ protected:
     void SetUp() override
     {
         ASSERT_NO_FATAL_FAILURE(Launch());
-        OpenPicture(
-            Picture(kW, kH, [](uint32_t x, uint32_t y) { return CPixel::Make(60 + x / 2, 90 + y / 2, 200, 255); }));
+        OpenPicture(Gradient(kW, kH));
         m_app.CommandContext().foreground = 0xFFF08020;
     }
     // Answers the next modal dialog: set runs on it, then OK.
@@ -71,13 +70,11 @@ TEST_F(SelectionEdits, ExpandFillAndStrokeThroughTheMenus)
         CStackLock lock(doc);
         SelectTheRectangle(doc.GetSelectionMask());
     }
+    const std::vector<uint8_t> rectangle = Bytes(doc.GetSelectionMask());
     Answer([](QDialog& d) { d.findChild<QSpinBox*>(QStringLiteral("amount"))->setValue(3); });
     Trigger(cmd::kExpand);
     const COLChannel& mask = doc.GetSelectionMask();
-    for (uint32_t y = 0; y < kH; ++y)
-        for (uint32_t x = 0; x < kW; ++x)
-            ASSERT_EQ(mask.GetValue(x, y), x + 3 >= kL && x < kR + 3 && y + 3 >= kT && y < kB + 3 ? 255 : 0)
-                << x << "," << y;
+    EXPECT_EQ(Bytes(mask), PlainExpand(rectangle, kW, kH, 3));
 
     // Fill at 60 % with the foreground colour.
     const std::vector<uint8_t> before = Base();

@@ -19,12 +19,6 @@ protected:
     // Tall enough for the three pages of compose mode to stand open.
     void SetUp() override { StartFrame(1000, 820); }
 
-    void OpenPicture()
-    {
-        FrameTest::OpenPicture(
-            Picture(160, 120, [](uint32_t x, uint32_t y) { return CPixel::Make(uint8_t(x), uint8_t(y * 2), 90, 255); }));
-    }
-
     CWorkArea& Area() { return *m_frame->WorkArea(); }
     CSideBar& Bar() { return *Area().SideBar(); }
     QWidget* Layers() { return m_frame->LayersPanel(); }
@@ -39,7 +33,7 @@ protected:
 
 TEST_F(SideBarInFrame, AClickOnATitleFoldsThePageAndThePagesBelowMoveUp)
 {
-    OpenPicture();
+    OpenPicture(Gradient(160, 120));
     ASSERT_TRUE(Layers()->isVisible());
     ASSERT_TRUE(History()->isVisible());
     CSideBarTitle* layersTitle = Bar().TitleOf(Layers());
@@ -77,7 +71,7 @@ TEST_F(SideBarInFrame, AClickOnATitleFoldsThePageAndThePagesBelowMoveUp)
 
 TEST_F(SideBarInFrame, TheHideButtonGivesTheCanvasTheBarsRoomAndTheStripSizesTheBar)
 {
-    OpenPicture();
+    OpenPicture(Gradient(160, 120));
     ASSERT_TRUE(Bar().isVisible());
     const int barWidth = Area().BarWidth();
     EXPECT_EQ(barWidth, 200);
@@ -120,7 +114,7 @@ TEST_F(SideBarInFrame, TheHideButtonGivesTheCanvasTheBarsRoomAndTheStripSizesThe
 
 TEST_F(SideBarInFrame, SelectionModeHidesTheLayersAndGivesTheBarBackAsItWas)
 {
-    OpenPicture();
+    OpenPicture(Gradient(160, 120));
     // The user folds the help page (the third) before entering the mode.
     ASSERT_EQ(Bar().PageCount(), 5);
     auto* helpTitle = Bar().findChild<CSideBarTitle*>(QStringLiteral("sidebartitle2"));

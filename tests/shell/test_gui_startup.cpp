@@ -35,11 +35,19 @@ std::vector<std::string> MenuTitles(QMainWindow& w)
     return titles;
 }
 
-class StartUp : public ::testing::Test {
+class StartUp : public FrameTest {
 protected:
-    TempDir m_dir;
-    CFakeServices m_services;
-    CAppGlobals m_app;
+    // Drags data over the window and drops it there, as a file manager does; false when the window refuses it.
+    bool Drop(const QMimeData& data)
+    {
+        const QPoint at(m_frame->width() / 2, m_frame->height() / 2);
+        QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(m_frame, &enter);
+        if (!enter.isAccepted()) return false;
+        QDropEvent drop(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(m_frame, &drop);
+        return true;
+    }
 };
 
 } // namespace
@@ -86,28 +94,22 @@ TEST_F(StartUp, CommandLineOpensAPictureWithASpaceInItsName)
 TEST_F(StartUp, UnreadableFileSaysSoAndTheEditorCarriesOn)
 {
     vmtest::WriteAll(m_dir.File("broken.jpg"), {0xFF, 0xD8, 0xFF, 0xE0, 1, 2, 3});
-    CShellApp shell(m_app, &m_services);
-    QSignalSpy exits(&shell, &CShellApp::ExitRequested);
-    shell.Start("\"" + m_dir.File("broken.jpg") + "\"", TestOptions(m_dir), 0);
-    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
+    ASSERT_NO_FATAL_FAILURE(LaunchWith("\"" + m_dir.File("broken.jpg") + "\"", "zh"));
     ASSERT_EQ(m_services.messages.size(), 1u);
     EXPECT_EQ(m_services.messages[0], "不能打开文件");
     EXPECT_EQ(m_app.Document().GetLayerCount(), 0);
-    EXPECT_EQ(exits.count(), 0);
-    EXPECT_EQ(shell.ExitCode(), 0);
-    EXPECT_FALSE(shell.Frame()->IsShowingComposeMenus());
+    EXPECT_EQ(m_exits->count(), 0);
+    EXPECT_EQ(m_shell->ExitCode(), 0);
+    EXPECT_FALSE(m_frame->IsShowingComposeMenus());
 }
 
 TEST_F(StartUp, BrokenHostFileEndsTheProgramWithMinusOne)
 {
     const std::string path = m_dir.File("host.raw");
     vmtest::WriteAll(path, {1, 2, 3});
-    CShellApp shell(m_app, &m_services);
-    QSignalSpy exits(&shell, &CShellApp::ExitRequested);
-    shell.Start("-i1 \"" + path + "\"", TestOptions(m_dir), 0);
-    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
-    ASSERT_EQ(exits.count(), 1);
-    EXPECT_EQ(exits.front().front().toInt(), -1);
+    ASSERT_NO_FATAL_FAILURE(LaunchWith("-i1 \"" + path + "\"", "zh"));
+    ASSERT_EQ(m_exits->count(), 1);
+    EXPECT_EQ(m_exits->front().front().toInt(), -1);
     EXPECT_EQ(m_services.messages, std::vector<std::string>{"不能打开文件"});
     EXPECT_FALSE(std::filesystem::exists(path)); // removed whatever happened
 }
@@ -119,9 +121,7 @@ TEST_F(StartUp, SkinColoursComeFromTheProfileAsBgr)
     skin.Load();
     EXPECT_EQ(skin.m_backColor, QColor(0xD2, 0xD2, 0xD2)); // an empty profile gives the defaults
     EXPECT_EQ(skin.m_backLightColor, QColor(0xF0, 0xF0, 0xF0));
-    const std::string ini = "[Int]\nBackColor=255\n";
-    std::filesystem::create_directories(m_dir.File("config"));
-    vmtest::WriteAll(m_dir.File("config/Velmorando.ini"), std::vector<uint8_t>(ini.begin(), ini.end()));
+    WriteText(m_dir.File("config/Velmorando.ini"), "[Int]\nBackColor=255\n");
     m_app.Init(TestOptions(m_dir));
     skin.Load();
     EXPECT_EQ(skin.m_backColor, QColor(255, 0, 0)); // 0x0000FF is red in the profile's byte order
@@ -132,50 +132,33 @@ TEST_F(StartUp, DropOfThreeFilesOpensTheFirstOnly)
     const std::string a = MakePicture(m_dir, "a.png", 40, 30, 1);
     const std::string b = MakePicture(m_dir, "b.png", 50, 20, 2);
     const std::string c = MakePicture(m_dir, "c.png", 60, 10, 3);
-    CShellApp shell(m_app, &m_services);
-    shell.Start("", TestOptions(m_dir), 0);
-    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
-    CMainFrame* frame = shell.Frame();
-
+    ASSERT_NO_FATAL_FAILURE(Launch("zh"));
     QMimeData data;
     data.setUrls({QUrl::fromLocalFile(QString::fromStdString(a)), QUrl::fromLocalFile(QString::fromStdString(b)),
                   QUrl::fromLocalFile(QString::fromStdString(c))});
-    const QPoint at(frame->width() / 2, frame->height() / 2);
-    QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(frame, &enter);
-    ASSERT_TRUE(enter.isAccepted());
-    QDropEvent drop(QPointF(at), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(frame, &drop);
+    ASSERT_TRUE(Drop(data));
     ASSERT_TRUE(WaitFor([&] { return m_app.Document().GetLayerCount() == 1; }));
     EXPECT_EQ(vmtest::Size(m_app.Document()), "40x30");
-    EXPECT_EQ(frame->DocumentPath(), a);
+    EXPECT_EQ(m_frame->DocumentPath(), a);
 
     // A drop of something that is not a file is refused.
     QMimeData text;
     text.setText(QStringLiteral("hello"));
-    QDragEnterEvent refused(at, Qt::CopyAction, &text, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(frame, &refused);
-    EXPECT_FALSE(refused.isAccepted());
+    EXPECT_FALSE(Drop(text));
 }
 
 TEST_F(StartUp, DropOnAChangedDocumentAsksFirstAndCancelKeepsIt)
 {
     const std::string a = MakePicture(m_dir, "a.png", 40, 30, 1);
     const std::string b = MakePicture(m_dir, "b.png", 50, 20, 2);
-    CShellApp shell(m_app, &m_services);
-    shell.Start(a, TestOptions(m_dir), 0);
-    ASSERT_TRUE(WaitFor([&] { return shell.CommandLineHandled(); }));
-    CMainFrame* frame = shell.Frame();
-    ASSERT_EQ(frame->RunCommand("Doc_FlipH"), 0);
-    ASSERT_TRUE(frame->IsModified());
+    ASSERT_NO_FATAL_FAILURE(LaunchWith(a, "zh"));
+    ASSERT_EQ(m_frame->RunCommand("Doc_FlipH"), 0);
+    ASSERT_TRUE(m_frame->IsModified());
 
     m_services.answers.push_back(EMsgResult::kCancel);
     QMimeData data;
     data.setUrls({QUrl::fromLocalFile(QString::fromStdString(b))});
-    QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(frame, &enter);
-    QDropEvent drop(QPointF(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-    QApplication::sendEvent(frame, &drop);
+    ASSERT_TRUE(Drop(data));
     ASSERT_TRUE(WaitFor([&] { return !m_services.messages.empty(); }));
     EXPECT_EQ(m_services.messages.back(), "此操作将放弃现在的编辑结果，继续吗？");
     QApplication::processEvents();

@@ -231,19 +231,15 @@ TEST_F(View, CornerBoxShowsTheNavigator)
     EXPECT_FALSE(m_view.IsNavigatorVisible());
 }
 
-TEST(ViewMerge, AFinishedMergeRepaintsFromTheInterfaceThread)
+TEST_F(View, AFinishedMergeRepaintsFromTheInterfaceThread)
 {
-    CImageView view;
-    view.resize(300, 200);
-    view.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
     CComposeDocument doc(1);
     ASSERT_EQ(doc.NewDocument(50, 40, 0xFF0000FF), 1); // blue
-    view.SetSource(&doc);
-    const VRect r = view.GetImageRect();
+    m_view.SetSource(&doc);
+    const VRect r = m_view.GetImageRect();
     // Pure colours come through the resampler within a level or two.
     auto shows = [&](int red, int green, int blue) {
-        const QRgb p = GrabPixel(view, r.left + 5, r.top + 5);
+        const QRgb p = GrabPixel(m_view, r.left + 5, r.top + 5);
         return std::abs(qRed(p) - red) <= 3 && std::abs(qGreen(p) - green) <= 3 && std::abs(qBlue(p) - blue) <= 3;
     };
     ASSERT_TRUE(WaitFor([&] { return shows(0, 0, 255); }));
@@ -251,7 +247,7 @@ TEST(ViewMerge, AFinishedMergeRepaintsFromTheInterfaceThread)
         doc.GetLayer(0)->m_image.GetBuffer()[i] = CPixel::Make(0, 255, 0); // green, then ask for a merge
     doc.Refresh();
     EXPECT_TRUE(WaitFor([&] { return shows(0, 255, 0); }));
-    view.SetSource(nullptr);
+    m_view.SetSource(nullptr);
 }
 
 TEST_F(View, AFlatGrayIsTheSameGrayOnScreenAtEveryZoom)

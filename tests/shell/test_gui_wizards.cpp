@@ -40,10 +40,6 @@ protected:
         SetAfterOpenHook([](CAfterOpenDlg&) {});
     }
 
-    std::string WritePicture(const char* name, uint32_t w, uint32_t h, uint32_t seed)
-    {
-        return SavePicture(m_dir.File(name), OpaqueNoise(w, h, seed));
-    }
     void OpenPicture()
     {
         ASSERT_NO_FATAL_FAILURE(FrameTest::OpenPicture(OpaqueNoise(120, 90, 4), "photo.png"));
@@ -77,12 +73,6 @@ protected:
             w->Button(action)->click();
         });
         m_frame->OnCommand(cmd::kConfirmReturn);
-    }
-    std::vector<uint8_t> Alpha(const COLImage& image)
-    {
-        std::vector<uint8_t> a;
-        for (size_t i = 0; i < image.GetPixelCount(); ++i) a.push_back(image.GetBuffer()[i].alpha);
-        return a;
     }
 
     // The copy of the cut-out as the history stores it, trimmed to what it shows: the photo's kept left half,
@@ -149,7 +139,7 @@ TEST_F(WizardsInFrame, ClosingTheWizardStaysAndDiscardLeavesWithoutAStep)
     m_frame->OnCommand(cmd::kConfirmReturn);
     EXPECT_FALSE(m_frame->IsSelectionMode());
     EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps);
-    EXPECT_EQ(Alpha(m_app.Document().GetLayer(0)->m_image), std::vector<uint8_t>(120 * 90, 255));
+    EXPECT_EQ(AlphaBytes(m_app.Document().GetLayer(0)->m_image), std::vector<uint8_t>(120 * 90, 255));
 }
 
 TEST_F(WizardsInFrame, OnTheBaseDeletingTheBackgroundWarnsAndCopies)
@@ -165,7 +155,7 @@ TEST_F(WizardsInFrame, OnTheBaseDeletingTheBackgroundWarnsAndCopies)
     ASSERT_EQ(doc.GetLayerCount(), 2);
     EXPECT_EQ(doc.GetCurrentIndex(), 1);
     ExpectKeptHalf(*doc.GetLayer(1), 10, 10);
-    EXPECT_EQ(Alpha(doc.GetLayer(0)->m_image), std::vector<uint8_t>(120 * 90, 255)); // the base keeps its pixels
+    EXPECT_EQ(AlphaBytes(doc.GetLayer(0)->m_image), std::vector<uint8_t>(120 * 90, 255)); // the base keeps its pixels
     EXPECT_EQ(Bytes(doc.GetSelectionMask()), m_mask); // "Keep the selection" was ticked
     // One step holds it all.
     EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps + 1);
@@ -179,8 +169,8 @@ TEST_F(WizardsInFrame, ChangeBackgroundAsksForAPictureAndHandsOverToTheTransform
     EnterWithResult();
     // A cancelled file dialog and an unreadable file keep the wizard up; the third answer is a picture.
     const std::string broken = m_dir.File("broken.png");
-    { std::FILE* f = std::fopen(broken.c_str(), "wb"); std::fputs("not a picture", f); std::fclose(f); }
-    const std::string backdrop = WritePicture("backdrop.png", 200, 150, 8);
+    WriteText(broken, "not a picture");
+    const std::string backdrop = SavePicture(m_dir.File("backdrop.png"), OpaqueNoise(200, 150, 8));
     int shown = 0;
     OnDialogShown<CResultWizard>([&](CResultWizard* w) {
         QToolButton* change = w->Button(EBringBack::kChangeBackground);
@@ -259,7 +249,7 @@ TEST_F(WizardsInFrame, TheBatchReviewKeysWithThePagesSettings)
 TEST_F(WizardsInFrame, TheAfterOpenQuestionLeadsOnOrOpensTheForeground)
 {
     // "This is the background": a cancelled file dialog keeps the question up; a picture becomes the second layer.
-    const std::string foreground = WritePicture("fore.png", 50, 40, 21);
+    const std::string foreground = SavePicture(m_dir.File("fore.png"), OpaqueNoise(50, 40, 21));
     int asked = 0;
     SetAfterOpenHook([&](CAfterOpenDlg& d) {
         ++asked;

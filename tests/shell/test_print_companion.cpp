@@ -102,8 +102,7 @@ TEST(Print, APdfPageHasThePaperSizeAndThePicture)
         GTEST_SKIP() << "pdftoppm/pdfinfo (poppler-utils) are not installed: the page is not looked at";
     const std::string info = dir.File("info.txt");
     ASSERT_EQ(std::system(("pdfinfo '" + pdf.toStdString() + "' > '" + info + "'").c_str()), 0);
-    const std::vector<uint8_t> text = ReadAll(info);
-    const std::string s(text.begin(), text.end());
+    const std::string s = ReadText(info);
     EXPECT_NE(s.find("Pages:           1"), std::string::npos) << s;
     // A4 is 595.28 x 841.89 points; the PDF writer gives whole points.
     EXPECT_NE(s.find("Page size:       595 x 842 pts (A4)"), std::string::npos) << s;
@@ -136,7 +135,7 @@ protected:
         const std::string body = "#!/bin/sh\n[ \"$1\" = -i ] || exit 2\nhead -c 4 \"$2\" | grep -q VMPD || exit 3\n"
                                  "echo \"$2\" > '" +
                                  m_dir.File("seen.txt") + "'\ncp '" + m_dir.File("edited.bmp") + "' \"$2.bmp\"\n";
-        WriteAll(script, std::vector<uint8_t>(body.begin(), body.end()));
+        WriteText(script, body);
         std::filesystem::permissions(script, std::filesystem::perms::owner_all);
         m_app.m_companionExe = script;
     }
@@ -161,8 +160,7 @@ TEST_F(Companion, TheEditorsColoursComeBackWhereSelectedWithAStep)
     EXPECT_EQ(layer.GetBuffer(20, 5)[0].red, 20 * 9);
     EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps + 1);
     // The exchange file and the editor's picture are gone.
-    const std::vector<uint8_t> seen = ReadAll(m_dir.File("seen.txt"));
-    std::string exchange(seen.begin(), seen.end());
+    std::string exchange = ReadText(m_dir.File("seen.txt"));
     while (!exchange.empty() && exchange.back() == '\n')
         exchange.pop_back();
     EXPECT_NE(exchange.find("/V"), std::string::npos);

@@ -4,27 +4,15 @@
 #include <set>
 #include <strings.h>
 
+#include "gui_support.h"
 #include "shell/app_globals.h"
 #include "shell/app_paths.h"
 #include "shell/profile.h"
 #include "shell/string_table.h"
 #include "support/test_support.h"
 
-namespace {
-
-std::string ReadText(const std::string& path)
-{
-    const std::vector<uint8_t> bytes = vmtest::ReadAll(path);
-    return std::string(bytes.begin(), bytes.end());
-}
-
-void WriteText(const std::string& path, const std::string& text)
-{
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    std::ofstream(path) << text;
-}
-
-} // namespace
+using vmtest::ReadText;
+using vmtest::WriteText;
 
 TEST(Profile, MissingFileReadsAsEmptyAndIsMadeOnFirstWrite)
 {
