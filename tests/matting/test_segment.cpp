@@ -406,13 +406,11 @@ TEST(Segment, FlatPictureIsOneRegionBorderIncluded)
     ASSERT_EQ(got.regions.size(), 1u);
     EXPECT_EQ(got.regions[0].seedLevel, 8u);
     EXPECT_EQ(got.regions[0].size, 40 * 30);
-    for (uint32_t y = 0; y < 30; ++y)
-        for (uint32_t x = 0; x < 40; ++x) {
-            const CPixel p = got.labels.GetPixel2(x, y);
-            EXPECT_EQ(CSegmentProcess::Label(p), 1u);
-            const bool border = x == 0 || y == 0 || x == 39 || y == 29;
-            EXPECT_EQ(p.alpha, border ? 255 : 0);
-        }
+    // Label 1 everywhere; the gradient, kept in alpha, 255 on the border and 0 inside.
+    const COLImage expected = vmtest::Picture(40, 30, [](uint32_t x, uint32_t y) {
+        return CPixel::FromWord(x == 0 || y == 0 || x == 39 || y == 29 ? 0xFF000001u : 1u);
+    });
+    EXPECT_TRUE(vmtest::SamePixels(got.labels, expected));
 }
 
 TEST(Segment, DetailSetsTheBlurAndBadInputFails)
@@ -442,16 +440,13 @@ TEST(Segment, MergedLabelsFollowTheirChain)
     regions[1].mergedInto = 3;
     regions[3].mergedInto = 5;   // into the last region: kept
     regions[2].mergedInto = 0;
-    COLImage labels;
-    labels.Create(6, 1);
-    const uint32_t before[6] = {1, 2, 3, 4, 5, 0};
-    for (uint32_t x = 0; x < 6; ++x) labels.GetBuffer()[x] = CPixel::FromWord(0x7F000000u | before[x]);
+    // Labels with alpha 0x7F, which the merges keep.
+    auto row = [](std::vector<uint32_t> ids) {
+        return vmtest::Picture(6, 1, [&](uint32_t x, uint32_t) { return CPixel::FromWord(0x7F000000u | ids[x]); });
+    };
+    COLImage labels = row({1, 2, 3, 4, 5, 0});
     CSegmentProcess::ApplyMerges(regions, labels);
-    const uint32_t after[6] = {3, 3, 3, 4, 5, 0};
-    for (uint32_t x = 0; x < 6; ++x) {
-        EXPECT_EQ(CSegmentProcess::Label(labels.GetBuffer()[x]), after[x]) << x;
-        EXPECT_EQ(labels.GetBuffer()[x].alpha, 0x7F) << x;
-    }
+    EXPECT_TRUE(vmtest::SamePixels(labels, row({3, 3, 3, 4, 5, 0})));
     // A chain 1 -> 4 -> 5 stops at 4 as well.
     regions[0].mergedInto = 4;
     labels.GetBuffer()[0] = CPixel::FromWord(1);
