@@ -57,16 +57,13 @@ TEST(BlueMattingLogic, HueStripRunsRoundTheColourCircle)
 
 TEST(BlueMattingLogic, FirstPickOfARedOrPurpleBackdropLowersTheStrength)
 {
-    for (int hue : {0, 47, 193, 255}) {
+    // Hues 0..47 and 193..255 lower it to 20; those between leave it at 50.
+    for (int hue : {0, 47, 193, 255, 48, 85, 171, 192}) {
+        const bool lowered = hue < 48 || hue > 192;
         CBlueMattingLogic logic;
-        EXPECT_TRUE(logic.ApplyFirstPickRule(ColourOfHue(hue))) << hue;
-        EXPECT_EQ(logic.slider, 20) << hue;
-        EXPECT_EQ(logic.GetParams()->strength, 20);
-    }
-    for (int hue : {48, 85, 171, 192}) {
-        CBlueMattingLogic logic;
-        EXPECT_FALSE(logic.ApplyFirstPickRule(ColourOfHue(hue))) << hue;
-        EXPECT_EQ(logic.slider, 50) << hue;
+        EXPECT_EQ(logic.ApplyFirstPickRule(ColourOfHue(hue)), lowered) << hue;
+        EXPECT_EQ(logic.slider, lowered ? 20 : 50) << hue;
+        EXPECT_EQ(logic.GetParams()->strength, lowered ? 20 : 50) << hue;
     }
 }
 

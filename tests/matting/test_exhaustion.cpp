@@ -111,17 +111,13 @@ void Sweep(const std::string& engine, size_t largest)
 
 } // namespace
 
-TEST(Exhaustion, ChromaKeyInPlaceFailsCleanlyUnderAnAddressSpaceLimit)
+// The chroma key and the bicubic scale in place, and the blur into a picture of its own.
+TEST(Exhaustion, EnginesFailCleanlyUnderAnAddressSpaceLimit)
 {
-    Sweep("key", size_t(192) << 20);
-}
-
-TEST(Exhaustion, BlurFailsCleanlyUnderAnAddressSpaceLimit)
-{
-    Sweep("blur", size_t(192) << 20);
-}
-
-TEST(Exhaustion, BicubicScaleInPlaceFailsCleanlyUnderAnAddressSpaceLimit)
-{
-    Sweep("scale", size_t(96) << 20);
+    const std::pair<const char*, size_t> engines[] = {
+        {"key", size_t(192) << 20}, {"blur", size_t(192) << 20}, {"scale", size_t(96) << 20}};
+    for (const auto& [engine, largest] : engines) {
+        SCOPED_TRACE(engine);
+        Sweep(engine, largest);
+    }
 }

@@ -20,18 +20,14 @@ TEST(KeyMath, AlphaMapLiftsTheMiddleAndKeepsTheEnds)
 TEST(KeyMath, HueWeightUsesTheSystemBaseNotE)
 {
     int w[256];
-    BuildHueWeight(50, w);   // width 17
-    EXPECT_EQ(w[0], 255);
-    EXPECT_EQ(w[17], 154);
-    // Here base 2.7188282 and e part: e would give 16.
-    EXPECT_EQ(w[40], 15);
-    EXPECT_EQ(w[255], 0);
-    BuildHueWeight(100, w);  // width 33
-    EXPECT_EQ(w[37], 135);   // e: 136
-    BuildHueWeight(0, w);    // width 1
-    EXPECT_EQ(w[1], 154);
-    EXPECT_EQ(w[2], 34);
-    EXPECT_EQ(w[6], 0);
+    // {strength, entry, weight}. Strength 50 is width 17, 100 width 33, 0 width 1. Here base 2.7188282 and e
+    // part: e would give 16 at (50, 40) and 136 at (100, 37).
+    const int rows[][3] = {{50, 0, 255}, {50, 17, 154}, {50, 40, 15}, {50, 255, 0},
+                           {100, 37, 135}, {0, 1, 154},  {0, 2, 34},   {0, 6, 0}};
+    for (auto& r : rows) {
+        BuildHueWeight(r[0], w);
+        EXPECT_EQ(w[r[1]], r[2]) << "strength " << r[0] << ", entry " << r[1];
+    }
 }
 
 // Each row is {arguments..., expected}; the comments say which truncation or limit a row pins.
@@ -65,11 +61,9 @@ TEST(KeyMath, KeyThresholdCountsBinsToATenth)
 {
     uint64_t h[256] = {};
     h[100] = 1000;
-    EXPECT_EQ(KeyThreshold(h, 1000, 50), 101);
-    EXPECT_EQ(KeyThreshold(h, 1000, 100), 113);
-    EXPECT_EQ(KeyThreshold(h, 1000, 0), 89);
-    EXPECT_EQ(KeyThreshold(h, 1000, 53), 101);   // 3 / 4 truncates to 0
-    EXPECT_EQ(KeyThreshold(h, 1000, 47), 101);   // -3 / 4 truncates to 0
+    // {strength, threshold}: at 53 and 47, 3 / 4 and -3 / 4 truncate to 0.
+    const int strengths[][2] = {{50, 101}, {100, 113}, {0, 89}, {53, 101}, {47, 101}};
+    for (auto& s : strengths) EXPECT_EQ(KeyThreshold(h, 1000, s[0]), s[1]) << s[0];
 
     uint64_t split[256] = {};
     split[3] = 9;      // not yet a tenth of 100
@@ -91,20 +85,14 @@ TEST(KeyMath, LevelsTable)
 {
     uint8_t t[256];
     EXPECT_FALSE(BuildLevelsTable(0, 255, t));
-    ASSERT_TRUE(BuildLevelsTable(32, 255, t));
-    EXPECT_EQ(t[31], 0);
-    EXPECT_EQ(t[32], 0);
-    EXPECT_EQ(t[100], 77);
-    EXPECT_EQ(t[255], 255);
-    ASSERT_TRUE(BuildLevelsTable(0, 128, t));
-    EXPECT_EQ(t[64], 127);
-    EXPECT_EQ(t[128], 255);
-    EXPECT_EQ(t[129], 255);
-    // Handles that meet give a step, not a crash.
-    ASSERT_TRUE(BuildLevelsTable(90, 90, t));
-    EXPECT_EQ(t[89], 0);
-    EXPECT_EQ(t[90], 0);
-    EXPECT_EQ(t[91], 255);
+    // {low, high, entry, value}; handles that meet (90, 90) give a step, not a crash.
+    const int rows[][4] = {{32, 255, 31, 0}, {32, 255, 32, 0},   {32, 255, 100, 77}, {32, 255, 255, 255},
+                           {0, 128, 64, 127}, {0, 128, 128, 255}, {0, 128, 129, 255}, {90, 90, 89, 0},
+                           {90, 90, 90, 0},   {90, 90, 91, 255}};
+    for (auto& r : rows) {
+        ASSERT_TRUE(BuildLevelsTable(r[0], r[1], t));
+        EXPECT_EQ(t[r[2]], r[3]) << "levels " << r[0] << ".." << r[1] << ", entry " << r[2];
+    }
 }
 
 TEST(KeyMath, RecoverChannelUndoesTheMix)
