@@ -6,6 +6,7 @@
 
 #include "effects/exemplar_inpaint.h"
 #include "support/engine_checks.h"
+#include "support/matting_checks.h"
 #include "support/runtime_limits.h"
 #include "support/test_support.h"
 
@@ -253,11 +254,8 @@ TEST(ExemplarInpaint, AScratchAcrossThePhotographKeepsItsColours)
                 if (cx + dx >= 0 && cy + dy >= 0 && cx + dx < w && cy + dy < h)
                     mask.SetValue(uint32_t(cx + dx), uint32_t(cy + dy), 255);
     }
-    const COLImage damaged = Damaged(truth, mask);
     COLImage result;
-    ExemplarInpaintParams params;
-    params.mask = &mask;
-    ASSERT_EQ(ExemplarInpaint(damaged, mask, result, params), kOk);
+    ASSERT_NO_FATAL_FAILURE(FillHole(truth, mask, result));
     double sum = 0;
     size_t n = 0;
     for (uint32_t y = 0; y < uint32_t(h); ++y)
@@ -308,11 +306,8 @@ TEST(ExemplarInpaint, HoleOnTheBorderIsFilledFromThePicture)
     COLImage result;
     const COLChannel mask = DiscMask(kSide, 0, 70, 16); // cut by the left edge
     ASSERT_NO_FATAL_FAILURE(FillHole(truth, mask, result));
-    int magenta = 0;
-    for (uint32_t y = 0; y < kSide; ++y)
-        for (uint32_t x = 0; x < kSide; ++x)
-            magenta += result.GetPixel2(x, y) == vmtest::Rgb(255, 0, 255);
-    EXPECT_EQ(magenta, 0);
+    const CPixel* pixels = result.GetBuffer();
+    EXPECT_EQ(std::count(pixels, pixels + result.GetPixelCount(), vmtest::Rgb(255, 0, 255)), 0); // colours only
     EXPECT_LT(HoleError(result, truth, mask), 60.0);
 }
 
@@ -364,9 +359,7 @@ TEST(ExemplarInpaint, ReportsProgressAndStopsOnCancel)
     process.SetProgressRange(10, 30);
     ASSERT_EQ(process.Process(&params), kOk);
     ASSERT_GE(progress.size(), 4u);
-    EXPECT_EQ(progress.back(), 30);
-    EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
-    EXPECT_GE(progress.front(), 10);
+    EXPECT_TRUE(vmtest::RisesTo(progress, 10, 30));
     EXPECT_FALSE(process.WasCancelled());
 
     COLImage untouched = vmtest::Noise(3, 3, 1);

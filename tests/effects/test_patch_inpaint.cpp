@@ -408,8 +408,7 @@ TEST(PatchInpaint, CancelKeepsWhatWasFilled)
                 (dst.GetBuffer(x, y)->Word() == src.GetBuffer(x, y)->Word() ? kept : filled)++;
         EXPECT_GT(filled, 0);
         EXPECT_GT(kept, 32 * 25 / 2) << "only one tile is filled";
-        EXPECT_EQ(std::count_if(p.GetTiles().begin(), p.GetTiles().end(), [](auto& t) { return t.done != 0; }) > 0,
-                  true);
+        EXPECT_TRUE(std::any_of(p.GetTiles().begin(), p.GetTiles().end(), [](auto& t) { return t.done != 0; }));
         if (exact) {
             COLChannel refMask = vmtest::Copy(mask);
             RefInpaint ref;

@@ -122,10 +122,9 @@ TEST(FeatherProcess, EachStepAgainstItsPlainForm)
         for (int32_t keep : {0, 1})
             for (int32_t shrink : {0, 1}) {
                 // T: the source, or the source shrunk by one.
-                COLChannel t;
                 const Bytes tBytes = shrink ? PlainSquare(src, 1, false) : vmtest::Bytes(src);
-                t.Create(37, 29);
-                std::memcpy(t.GetBuffer(), tBytes.data(), tBytes.size());
+                const COLChannel t =
+                    vmtest::PlaneOf(37, 29, [&](uint32_t x, uint32_t y) { return tBytes[y * 37 + x]; });
                 Bytes expected = radius ? Blurred(t, radius) : tBytes;
                 if (keep) {
                     const Bytes wide = Blurred(src, 4.0);

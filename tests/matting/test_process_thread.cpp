@@ -67,18 +67,15 @@ public:
         std::unique_lock<std::mutex> lock(m_mutex);
         return m_cv.wait_for(lock, kTimeout, [&] { return m_started > 0; });
     }
-    int Started()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_started;
-    }
-    int Finished()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return m_finished;
-    }
+    int Started() { return Read(m_started); }
+    int Finished() { return Read(m_finished); }
 
 private:
+    int Read(const int& count)
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        return count;
+    }
     bool m_pollCancel;
     std::mutex m_mutex;
     std::condition_variable m_cv;

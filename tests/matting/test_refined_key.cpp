@@ -211,9 +211,8 @@ TEST(RefinedKey, BandLiesBetweenSureBackdropAndSureSubject)
     EXPECT_EQ(t.GetValue(110, 45), 0);     // deep in the shadow
     EXPECT_EQ(t.GetValue(50, 45), 255);    // the disc's centre
     EXPECT_EQ(t.GetValue(74, 45), 128);    // its edge, half covered
-    size_t band = 0;
-    for (uint32_t i = 0; i < t.GetAreaByteSize(); ++i) band += t.GetBuffer()[i] == 128;
-    EXPECT_LT(band, 2u * 3u * 160u);   // well under a 6-pixel ring round the disc's 157-pixel rim
+    const auto band = std::count(t.GetBuffer(), t.GetBuffer() + t.GetAreaByteSize(), 128);
+    EXPECT_LT(band, 2 * 3 * 160);   // well under a 6-pixel ring round the disc's 157-pixel rim
     EXPECT_EQ(result.GetPixel2(110, 45).Word(), 0u);
     EXPECT_EQ(result.GetPixel2(50, 45).alpha, 255);
     EXPECT_NEAR(result.GetPixel2(74, 45).alpha, 128, 25);
