@@ -35,15 +35,13 @@ TEST(CliCodec, ConvertChoosesTheWriterByExtension)
 {
     vmtest::TempDir dir;
     const std::string src = Quote(vmtest::DataPath("codec/png-interlaced.png"));
+    const COLImage opaque = vmtest::Solid(32, 24, vmtest::Rgb(0, 0, 0));
     for (const char* name : {"out.png", "out.jpg", "out.bmp", "out.tif", "out.tga"}) {
         SCOPED_TRACE(name);
         vmtest::RunOk("convert " + src + " " + Quote(dir.File(name)));
-        const COLImage img = vmtest::Load(dir.File(name));
-        EXPECT_EQ(img.GetWidth(), 32u);
-        bool transparent = false;
-        for (size_t i = 0; i < img.GetPixelCount(); ++i)
-            transparent |= img.GetBuffer()[i].alpha != 255;
-        EXPECT_EQ(transparent, std::string(name) == "out.png"); // only PNG keeps alpha
+        const int alpha = vmtest::MaxAlphaDifference(opaque, vmtest::Load(dir.File(name))); // -1: another size
+        ASSERT_GE(alpha, 0);
+        EXPECT_EQ(alpha > 0, std::string(name) == "out.png"); // only PNG keeps alpha
     }
     EXPECT_EQ(COLImageCodec::GetFileType(dir.File("out.tga").c_str()), kFileTga);
 

@@ -34,9 +34,9 @@ TEST(CliFilters, BlurKeepsAnOpaquePictureOpaque)
     const std::string out = dir.File("cat.png");
     RunOk("blur " + Quote(vmtest::AssetPath("samples/chelsea.png")) + " --sigma 17 -o " + Quote(out),
           "worked as 2 at 1/6 size");
-    const COLImage img = Load(out);
-    ASSERT_EQ(img.GetWidth(), 451u);
-    for (size_t i = 0; i < img.GetPixelCount(); ++i) ASSERT_EQ(img.GetBuffer()[i].alpha, 255) << i;
+    // The size of the photograph and opaque everywhere: no alpha differs from that of an opaque picture.
+    const COLImage opaque = vmtest::Solid(451, 300, vmtest::Rgb(0, 0, 0));
+    EXPECT_EQ(vmtest::MaxAlphaDifference(opaque, Load(out)), 0);
 }
 
 TEST(CliFilters, BlurOfTheGrayPlane)
@@ -58,19 +58,18 @@ TEST(CliFilters, ResampleToAGivenSize)
         const char* size;
         const char* method;
         int w, h;
-    } cases[] = {{"150x100", "", 150, 100}, {"1000X700", "", 1000, 700}, {"77x51", " --method area", 77, 51},
-                 {"77x51", " --method twopoint", 77, 51}};
+        int (*scale)(const COLImage*, COLImage*, int, int, int, int, int, int);
+    } cases[] = {{"150x100", "", 150, 100, ResampleImage},
+                 {"1000X700", "", 1000, 700, ResampleImage},
+                 {"77x51", " --method area", 77, 51, ShrinkImageArea},
+                 {"77x51", " --method twopoint", 77, 51, SampleImageTwoPoint}};
     for (const Case& c : cases) {
         const std::string out = dir.File("out.png");
         RunOk("resample " + Quote(vmtest::AssetPath("samples/coffee.png")) + " " + c.size + c.method + " -o " +
               Quote(out));
         COLImage expected;
-        const std::string m = c.method;
-        if (m.find("area") != std::string::npos) ShrinkImageArea(&src, &expected, c.w, c.h);
-        else if (m.find("twopoint") != std::string::npos) SampleImageTwoPoint(&src, &expected, c.w, c.h);
-        else ResampleImage(&src, &expected, c.w, c.h);
-        const COLImage got = Load(out);
-        EXPECT_TRUE(vmtest::SamePixels(got, expected)) << c.size << c.method;
+        ASSERT_EQ(c.scale(&src, &expected, c.w, c.h, 0, 0, -1, -1), 1);
+        EXPECT_TRUE(vmtest::SamePixels(Load(out), expected)) << c.size << c.method;
     }
 }
 

@@ -8,7 +8,9 @@
 #include "imaging/image.h"
 #include "replay_test.h"
 #include "support/cli_checks.h"
+#include "tools/tool_fixture.h"
 
+using vmtest::Filled;
 using vmtest::GrayBytes;
 using vmtest::Quote;
 
@@ -18,14 +20,6 @@ class CliReplay : public vmtest::ReplayTest {
 protected:
     CliReplay() : ReplayTest(21) {}
 };
-
-// A closed outline filled as the selection tools fill it, on the 40 x 30 picture.
-std::vector<uint8_t> Filled(const std::vector<CPolyPoint>& outline)
-{
-    COLChannel c = vmtest::Plane(40, 30, 0);
-    FillPolygon(outline.data(), int(outline.size()), &c);
-    return vmtest::Bytes(c);
-}
 
 } // namespace
 
@@ -41,7 +35,7 @@ TEST_F(CliReplay, SelectionToolsAndCommandsEndToEnd)
                          "command Doc_SelectInverse\n"
                          "save-mask selection " + inv + "\n",
                          out));
-    const std::vector<uint8_t> expected = Filled({{4, 5}, {30, 5}, {30, 22}, {4, 22}, {4, 5}});
+    const std::vector<uint8_t> expected = Filled({{4, 5}, {30, 5}, {30, 22}, {4, 22}, {4, 5}}, W, H);
     EXPECT_EQ(GrayBytes(rect), expected);
     std::vector<uint8_t> inverted = expected;
     for (uint8_t& v : inverted) v = uint8_t(255 - v);
@@ -62,7 +56,7 @@ TEST_F(CliReplay, SelectionModeWithPolygonsAndUndoWritesAProject)
                          "command UI_HistoryForward\n"
                          "mode compose keep\n",
                          out));
-    EXPECT_EQ(GrayBytes(outer), Filled({{2, 2}, {35, 4}, {30, 26}, {6, 24}, {2, 2}}));
+    EXPECT_EQ(GrayBytes(outer), Filled({{2, 2}, {35, 4}, {30, 26}, {6, 24}, {2, 2}}, W, H));
     const std::string info = vmtest::RunOk("info " + Quote(out), "with selection").output;
     EXPECT_NE(info.find("His_selandproc (kind 255"), std::string::npos) << info;
 }

@@ -56,13 +56,10 @@ TEST_F(CliReplayGeometry, LiftMoveTransformAndCropAreExact)
                              uint8_t((fore.blue * m + p.blue * keep) / 255), 255);
         }
     ASSERT_LT(l, rr);
-    COLImage lifted;
-    ASSERT_EQ(lifted.Create(uint32_t(rr - l), uint32_t(b - t)), kOk);
-    for (int y = t; y < b; ++y)
-        for (int x = l; x < rr; ++x) {
-            const CPixel p = m_picture.GetPixel2(uint32_t(x), uint32_t(y));
-            lifted.PutPixel(uint32_t(x - l), uint32_t(y - t), CPixel::Make(p.red, p.green, p.blue, uint8_t(mask(x, y))));
-        }
+    COLImage lifted = vmtest::Picture(uint32_t(rr - l), uint32_t(b - t), [&](uint32_t x, uint32_t y) {
+        const CPixel p = m_picture.GetPixel2(x + uint32_t(l), y + uint32_t(t));
+        return CPixel::Make(p.red, p.green, p.blue, uint8_t(mask(int(x) + l, int(y) + t)));
+    });
     // The transform of the moved layer through the inverse fit of the corners, then trimmed.
     const WarpCorner c[4] = {{16, 10}, {38, 12}, {36, 27}, {15, 25}};
     WarpParams p{};
@@ -86,11 +83,8 @@ TEST_F(CliReplayGeometry, LiftMoveTransformAndCropAreExact)
     ASSERT_EQ(vmtest::Size(doc), "36x25");
     ASSERT_EQ(doc.GetLayerCount(), 2);
     // The crop: the base is the rectangle from (2, 3), the layer above shifts with it.
-    const COLImage& gotBase = doc.GetLayer(0)->m_image;
-    for (int y = 0; y < 25; ++y)
-        for (int x = 0; x < 36; ++x)
-            ASSERT_EQ(gotBase.GetPixel(uint32_t(x), uint32_t(y)), base.GetPixel(uint32_t(x + 2), uint32_t(y + 3)))
-                << x << "," << y;
+    const auto cropped = [&](uint32_t x, uint32_t y) { return base.GetPixel2(x + 2, y + 3); };
+    EXPECT_TRUE(vmtest::SamePixels(doc.GetLayer(0)->m_image, vmtest::Picture(36, 25, cropped)));
     const CLayer* layer = doc.GetLayer(1);
     EXPECT_EQ(layer->m_x, warped.m_x - 2);
     EXPECT_EQ(layer->m_y, warped.m_y - 3);

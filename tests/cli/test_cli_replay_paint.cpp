@@ -12,18 +12,6 @@ namespace {
 class CliReplayPaint : public vmtest::ReplayTest {
 protected:
     CliReplayPaint() : ReplayTest(33) {}
-    // The colour bytes of a picture file, blue, green, red for each pixel.
-    static std::vector<uint8_t> Rgb(const std::string& path)
-    {
-        const COLImage image = vmtest::Load(path);
-        EXPECT_FALSE(image.IsNull()) << path;
-        std::vector<uint8_t> out;
-        for (size_t i = 0; i < image.GetPixelCount(); ++i) {
-            const CPixel p = image.GetBuffer()[i];
-            out.insert(out.end(), {p.blue, p.green, p.red});
-        }
-        return out;
-    }
 };
 
 } // namespace
@@ -45,18 +33,17 @@ TEST_F(CliReplayPaint, DesaturateThenEraseTheBaseWithAColourAreExact)
     using plainbrush::MakeStamp;
     const auto desat = Frames(MakeStamp(4, 40), 90 * 255 / 100, W, H, {{3, 3}, {20, 12}, {36, 12}}).back().s;
     const auto erase = Frames(MakeStamp(2, 0), 255, W, H, {{30, 2}, {8, 27}}).back().s;
-    std::vector<uint8_t> expected;
-    const uint8_t fg[3] = {0xff, 0xa0, 0x20};
-    for (size_t i = 0; i < m_picture.GetPixelCount(); ++i) {
-        const CPixel p = m_picture.GetBuffer()[i];
+    const COLImage expected = vmtest::Picture(W, H, [&](uint32_t x, uint32_t y) {
+        const size_t i = size_t(y) * W + x;
+        const CPixel p = m_picture.GetPixel2(x, y);
         const int grey = (p.blue + 3 * p.red + 6 * p.green) / 10;
-        const uint8_t c[3] = {p.blue, p.green, p.red};
-        for (int k = 0; k < 3; ++k) {
-            const int d = (grey * desat[i] + c[k] * (255 - desat[i])) / 255;
-            expected.push_back(uint8_t((fg[k] * erase[i] + d * (255 - erase[i])) / 255));
-        }
-    }
-    EXPECT_EQ(Rgb(out), expected);
+        auto paint = [&](int fore, int c) {
+            const int d = (grey * desat[i] + c * (255 - desat[i])) / 255;
+            return uint8_t((fore * erase[i] + d * (255 - erase[i])) / 255);
+        };
+        return CPixel::Make(paint(0x20, p.red), paint(0xa0, p.green), paint(0xff, p.blue));
+    });
+    EXPECT_TRUE(vmtest::SameColours(vmtest::Load(out), expected));
 }
 
 TEST_F(CliReplayPaint, CloneFromAnAltClickAndUndoOfTheStroke)
@@ -69,20 +56,18 @@ TEST_F(CliReplayPaint, CloneFromAnAltClickAndUndoOfTheStroke)
                          "save " + out + "\n"
                          "command UI_HistoryBackward\n",
                          undone));
-    EXPECT_EQ(Rgb(undone), Rgb(m_in)) << "undo takes the whole stroke back";
+    EXPECT_TRUE(vmtest::SameColours(vmtest::Load(undone), m_picture)) << "undo takes the whole stroke back";
     const auto s = plainbrush::Frames(plainbrush::MakeStamp(3, 0), 255, W, H, {{20, 10}, {30, 14}, {34, 20}}).back().s;
-    const std::vector<uint8_t> original = Rgb(m_in), cloned = Rgb(out);
+    const COLImage cloned = vmtest::Load(out);
+    ASSERT_EQ(vmtest::Size(cloned), vmtest::Size(m_picture));
     int covered = 0;
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x) {
-            const size_t i = size_t(y) * W + x, from = size_t(y - 8) * W + (x - 18);
-            if (s[i] == 255) {
-                // Fully covered: the pixel of the source 18 left and 8 up, exactly.
-                ++covered;
-                for (int k = 0; k < 3; ++k) ASSERT_EQ(cloned[i * 3 + k], original[from * 3 + k]) << x << "," << y;
-            } else if (s[i] == 0) {
-                for (int k = 0; k < 3; ++k) ASSERT_EQ(cloned[i * 3 + k], original[i * 3 + k]) << x << "," << y;
-            }
+    for (uint32_t y = 0; y < H; ++y)
+        for (uint32_t x = 0; x < W; ++x) {
+            // Fully covered: the pixel of the source 18 left and 8 up, exactly; not touched: the pixel itself.
+            const uint8_t v = s[size_t(y) * W + x];
+            covered += v == 255;
+            if (v != 255 && v != 0) continue;
+            ASSERT_TRUE(cloned.GetPixel2(x, y) == m_picture.GetPixel2(v ? x - 18 : x, v ? y - 8 : y)) << x << "," << y;
         }
     EXPECT_GT(covered, 20);
 }

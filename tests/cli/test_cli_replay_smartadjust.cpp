@@ -18,7 +18,6 @@ protected:
 
 TEST_F(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
 {
-    const COLImage& picture = m_picture;
     const std::string inner = m_dir.File("inner.png"), outer = m_dir.File("outer.png"),
                       before = m_dir.File("before.png"), after = m_dir.File("after.png");
     ASSERT_TRUE(ReplayOk("mode select inout\n"
@@ -41,31 +40,10 @@ TEST_F(CliReplaySmartAdjust, PicksTheReferencesInTheContoursAndBrushesTheBand)
     const std::vector<uint8_t> i = GrayBytes(inner), o = GrayBytes(outer), m0 = GrayBytes(before);
     ASSERT_EQ(i[15 * W + 4], 255);
     ASSERT_EQ(o[15 * W + 35], 255);
-    auto mean = [&](int cx, int cy, uint8_t* c) {
-        for (int k = 0; k < 3; ++k) {
-            int sum = 0;
-            for (int y = cy - 1; y <= cy + 1; ++y)
-                for (int x = cx - 1; x <= cx + 1; ++x) {
-                    const CPixel q = picture.GetPixel2(uint32_t(x), uint32_t(y));
-                    sum += k == 0 ? q.blue : k == 1 ? q.green : q.red;
-                }
-            c[k] = uint8_t(sum / 9);
-        }
-    };
-    uint8_t f[3], b[3];
-    mean(4, 15, f);
-    mean(35, 15, b);
     const auto frames = plainbrush::Frames(plainbrush::MakeStamp(4, 30), 255, W, H, {{12, 5}, {20, 14}, {28, 24}});
-    std::vector<uint8_t> m = m0;
-    for (const plainbrush::Stroke& frame : frames)
-        for (size_t p = 0; p < m.size(); ++p) {
-            const int s = frame.s[p];
-            if (!s || i[p] || o[p]) continue;
-            const CPixel px = picture.GetBuffer()[p];
-            const uint8_t c[3] = {px.blue, px.green, px.red};
-            const int t = plainbrush::SmartTarget(c, f, b);
-            m[p] = uint8_t(((255 - s) * m[p] + t * s) / 255);
-        }
+    const std::vector<uint8_t> m =
+        plainbrush::SmartStroke(m0, frames, 0, i, o, vmtest::Bytes(m_picture), plainbrush::Mean3x3(m_picture, 4, 15),
+                                plainbrush::Mean3x3(m_picture, 35, 15));
     ASSERT_NE(m, m0);
     EXPECT_EQ(GrayBytes(after), m);
 }

@@ -89,7 +89,8 @@ TEST(CliBatchKey, GoesOnPastABrokenFileAndListsIt)
               " --prefix x- --colour 2EA848",
           "1 of 1 pictures keyed");
     const COLImage keyed = Load(out + "/x-a.png");
-    EXPECT_LT(keyed.GetPixel2(5, 5).alpha, 16);   // the unattended strength of 32 leaves a faint trace
+    const int trace = keyed.GetPixel2(5, 5).alpha;   // the unattended strength of 32 leaves a faint trace
+    EXPECT_TRUE(trace > 0 && trace < 16) << trace;
     EXPECT_EQ(keyed.GetPixel(48, 50), 0xFFD2783Cu);
 }
 
@@ -131,7 +132,6 @@ TEST(CliKey, RefineSolvesTheEdgeAndLeavesTheClassicOutputAlone)
     vmtest::TempDir dir;
     const std::string shot = dir.File("white.png");
     const std::string data = vmtest::DataPath("matting/key_white.jpg");
-    ASSERT_TRUE(std::filesystem::exists(data));
     std::filesystem::copy_file(data, shot);
     const COLImage source = Load(shot);
     ASSERT_FALSE(source.IsNull());
@@ -159,7 +159,7 @@ TEST(CliKey, RefineSolvesTheEdgeAndLeavesTheClassicOutputAlone)
 
 TEST(CliBatchKey, RefineTakesTheBackdropAwayCompletely)
 {
-    // The unattended classic key leaves a faint trace on a flat backdrop; the refined one none.
+    // The unattended classic key leaves a faint trace on a flat backdrop (see above); the refined one none.
     vmtest::TempDir dir;
     std::filesystem::create_directories(dir.File("in"));
     WriteShot(dir.File("in/a.bmp"), true);
@@ -170,7 +170,4 @@ TEST(CliBatchKey, RefineTakesTheBackdropAwayCompletely)
     ASSERT_FALSE(keyed.IsNull());
     EXPECT_EQ(keyed.GetPixel2(5, 5).Word(), 0u);
     EXPECT_EQ(keyed.GetPixel(48, 50), 0xFFD2783Cu);
-    RunOk("batch-key " + Quote(dir.File("in")) + " -o " + Quote(out) + " --colour 2EA848");
-    const COLImage classic = Load(out + "/a.png");
-    EXPECT_GT(classic.GetPixel2(5, 5).alpha, 0);
 }

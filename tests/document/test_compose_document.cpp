@@ -42,10 +42,9 @@ TEST_F(ComposeDocumentTest, RenderPaintsWhiteBeforeAnyMerge)
 TEST_F(ComposeDocumentTest, RenderShowsThePartAtTheViewsOrigin)
 {
     ASSERT_EQ(doc.NewDocument(40, 20, 0xFFFF0000), 1); // red, with a blue right half
-    CLayer* base = doc.GetLayer(0);
-    for (uint32_t y = 0; y < 20; ++y)
-        for (uint32_t x = 20; x < 40; ++x)
-            base->m_image.PutPixel(x, y, CPixel::Make(0, 0, 255, 255));
+    doc.GetLayer(0)->m_image = vmtest::Picture(40, 20, [](uint32_t x, uint32_t) {
+        return x < 20 ? CPixel::Make(255, 0, 0, 255) : CPixel::Make(0, 0, 255, 255);
+    });
     Show();
     view.origin = {24, 4};
     COLImage target = Rendered(8, 8);
@@ -76,17 +75,12 @@ TEST_F(ComposeDocumentTest, MergeRectWritesBlocksAndKeepsTheSelection)
         vmtest::Picture(12, 10, [](uint32_t x, uint32_t) { return CPixel::Make(uint8_t(20 * x), 0, 0, 255); });
     ASSERT_EQ(doc.MergeRect(9, 8, 3, -5, 2), 1); // normalised and clamped to (3, 0, 9, 8)
     EXPECT_EQ(view.redraws, 1);
-    const COLImage& c = *doc.GetComposite();
-    EXPECT_EQ(c.GetPixel2(2, 0).red, 0) << "left of the rectangle";
-    EXPECT_EQ(c.GetPixel2(9, 0).red, 0) << "right of the rectangle";
-    EXPECT_EQ(c.GetPixel2(3, 8).red, 0) << "below the rectangle";
-    // Samples at x 3, 5, 7 of the fast merge: (20 * x * 254) >> 8; pixel 4 repeats pixel 3's sample.
-    EXPECT_EQ(c.GetPixel2(3, 0).red, (60 * 254) >> 8);
-    EXPECT_EQ(c.GetPixel2(4, 0).red, (60 * 254) >> 8);
-    EXPECT_EQ(c.GetPixel2(5, 7).red, (100 * 254) >> 8);
-    EXPECT_EQ(c.GetPixel2(8, 7).red, (140 * 254) >> 8);
-    for (size_t i = 0; i < c.GetPixelCount(); ++i)
-        ASSERT_EQ(c.GetBuffer()[i].alpha, 99);
+    // Inside the rectangle the samples at x 3, 5, 7 of the fast merge, (20 * x * 254) >> 8, each stretched over
+    // two columns; black around it; the selection kept in every alpha byte.
+    EXPECT_TRUE(vmtest::SamePixels(*doc.GetComposite(), vmtest::Picture(12, 10, [](uint32_t x, uint32_t y) {
+        const bool inside = x >= 3 && x < 9 && y < 8;
+        return CPixel::Make(inside ? uint8_t((20 * (3 + (x - 3) / 2 * 2) * 254) >> 8) : 0, 0, 0, 99);
+    })));
     EXPECT_EQ(doc.MergeRect(0, 0, 5, 5, 0), 0);
     EXPECT_EQ(doc.MergeRect(0, 0, 1, 1, 2), 1) << "a rectangle smaller than the step changes nothing";
 }
@@ -101,12 +95,8 @@ TEST_F(ComposeDocumentTest, AFlatColourKeepsItsValueAtEveryZoom)
         view.zoom = zoom;
         for (CViewPoint origin : {CViewPoint{0, 0}, CViewPoint{3, 7}}) {
             view.origin = origin;
-            const COLImage target =
-                Rendered(std::min(301u, uint32_t(997 * zoom)), std::min(211u, uint32_t(613 * zoom)));
-            for (size_t i = 0; i < target.GetPixelCount(); ++i) {
-                const CPixel p = target.GetBuffer()[i];
-                ASSERT_TRUE(p.red == 128 && p.green == 128 && p.blue == 128) << "pixel " << i;
-            }
+            const uint32_t w = std::min(301u, uint32_t(997 * zoom)), h = std::min(211u, uint32_t(613 * zoom));
+            ASSERT_TRUE(vmtest::SameColours(Rendered(w, h), vmtest::Solid(w, h, CPixel::Make(128, 128, 128))));
         }
     }
 }
@@ -119,38 +109,33 @@ TEST_F(ComposeDocumentTest, ReducedViewsAverageWhatEachScreenPixelCovers)
     img = vmtest::OpaqueNoise(8, 6, 11);
     Show();
     view.zoom = 0.5;
-    COLImage target = Rendered(4, 3);
-    for (uint32_t y = 0; y < 3; ++y)
-        for (uint32_t x = 0; x < 4; ++x) {
-            int sum[3] = {};
-            for (uint32_t k = 0; k < 4; ++k) {
-                const CPixel p = img.GetPixel2(2 * x + k % 2, 2 * y + k / 2);
-                sum[0] += p.red, sum[1] += p.green, sum[2] += p.blue;
-            }
-            EXPECT_TRUE(target.GetPixel2(x, y) == CPixel::Make((sum[0] + 2) / 4, (sum[1] + 2) / 4, (sum[2] + 2) / 4))
-                << x << "," << y;
-        }
+    EXPECT_TRUE(vmtest::SameColours(Rendered(4, 3), vmtest::Picture(4, 3, [&](uint32_t x, uint32_t y) {
+                                        int sum[3] = {};
+                                        for (uint32_t k = 0; k < 4; ++k) {
+                                            const CPixel p = img.GetPixel2(2 * x + k % 2, 2 * y + k / 2);
+                                            sum[0] += p.red, sum[1] += p.green, sum[2] += p.blue;
+                                        }
+                                        return CPixel::Make((sum[0] + 2) / 4, (sum[1] + 2) / 4, (sum[2] + 2) / 4);
+                                    })));
     // Enlarged, each document pixel becomes a block of its own colour.
     view.zoom = 3;
-    target = Rendered(24, 18);
-    for (uint32_t y = 0; y < 18; ++y)
-        for (uint32_t x = 0; x < 24; ++x)
-            ASSERT_EQ(target.GetPixel2(x, y).Word() & 0xFFFFFF, img.GetPixel2(x / 3, y / 3).Word() & 0xFFFFFF);
+    const auto block = [&](uint32_t x, uint32_t y) { return img.GetPixel2(x / 3, y / 3); };
+    EXPECT_TRUE(vmtest::SameColours(Rendered(24, 18), vmtest::Picture(24, 18, block)));
 }
 
 TEST_F(ComposeDocumentTest, SeeThroughPartsShowTheCheckerboard)
 {
     ASSERT_EQ(doc.NewDocument(32, 16, 0xFF204060), 1);
-    COLImage& base = doc.GetLayer(0)->m_image;
-    for (uint32_t y = 0; y < 16; ++y)
-        for (uint32_t x = 16; x < 32; ++x)
-            base.PutPixel(x, y, CPixel::Make(0, 0, 0, 0)); // the right half is transparent black
-    // An upper layer covers the top-right quarter opaquely, at half opacity the bottom-right one.
+    // The right half of the base is transparent black.
+    doc.GetLayer(0)->m_image = vmtest::Picture(32, 16, [](uint32_t x, uint32_t) {
+        return x < 16 ? CPixel::FromWord(0xFF204060) : CPixel{0, 0, 0, 0};
+    });
+    // An upper layer covers the top-right quarter opaquely.
     CLayer* top = doc.AddLayer(0, 0);
     ASSERT_NE(top, nullptr);
-    for (uint32_t y = 0; y < 8; ++y)
-        for (uint32_t x = 16; x < 32; ++x)
-            top->m_image.PutPixel(x, y, CPixel::Make(200, 10, 10, 255));
+    top->m_image = vmtest::Picture(32, 16, [](uint32_t x, uint32_t y) {
+        return x >= 16 && y < 8 ? CPixel::Make(200, 10, 10, 255) : CPixel{0, 0, 0, 0};
+    });
     Show();
     const COLImage target = Rendered(32, 16);
     EXPECT_EQ(target.GetPixel2(3, 12).Word() & 0xFFFFFF, 0x204060u); // opaque base: as it is

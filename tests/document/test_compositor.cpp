@@ -102,9 +102,8 @@ TEST(Compositor, BlendLayerMatchesTheArithmeticForAllAlphaAndOpacity)
     COLImage below = vmtest::Noise(256, 24, 5);
     CLayer layer;
     vmtest::FillNoise(layer.m_image, 256, 24, 6);
-    for (uint32_t y = 0; y < 24; ++y)
-        for (uint32_t x = 0; x < 256; ++x)
-            layer.m_image.GetBuffer(x, y)->alpha = uint8_t(x);
+    for (size_t i = 0; i < layer.m_image.GetPixelCount(); ++i)   // 256 wide: each column's own alpha
+        layer.m_image.GetBuffer()[i].alpha = uint8_t(i % 256);
     vmtest::ForEachLevelAndSplit([&](const std::string& label) {
         for (int mode : {0, 1, 2, 5, 6, 10}) {
             layer.m_blendMode = uint8_t(mode);

@@ -9,6 +9,7 @@
 #include "imaging/codec.h"
 #include "imaging/gbk_text.h"
 #include "reference_merge.h"
+#include "support/pictures.h"
 #include "support/test_support.h"
 
 namespace {
@@ -192,21 +193,15 @@ TEST(LayerStack, MergeDownArithmeticOverTheUnionOfContent)
     EXPECT_EQ(std::make_pair(int(merged->m_opacity), int(merged->m_blendMode)), std::make_pair(200, 2));
     // Lower box: x 5..35, y 9..28; upper box: x 20..44, y -3..23.
     EXPECT_EQ(vmtest::Place(*merged), "5,-3");
-    ASSERT_EQ(vmtest::Size(merged->m_image), "39x31");
-    for (int y = -3; y < 28; ++y)
-        for (int x = 5; x < 44; ++x) {
+    EXPECT_TRUE(vmtest::SamePixels(
+        merged->m_image, vmtest::Picture(39, 31, [&](uint32_t u, uint32_t v) {
+            const int x = int(u) + 5, y = int(v) - 3;
             const bool inL = x >= 5 && x < 35 && y >= 8 && y < 28, inU = x >= 20 && x < 45 && y >= -3 && y < 23;
             const CPixel pl = inL ? lowerCopy.GetPixel2(uint32_t(x - 5), uint32_t(y - 8)) : CPixel{};
             const CPixel pu = inU ? upperCopy.GetPixel2(uint32_t(x - 20), uint32_t(y + 3)) : CPixel{};
-            CPixel want{};
-            if (inL && inU)
-                want = MergeDownPixel(pl, pu, 200, 150, 5);
-            else if (inL)
-                want = pl;
-            else if (inU)
-                want = pu; // the upper opacity is not applied over nothing
-            ASSERT_EQ(merged->m_image.GetPixel(uint32_t(x - 5), uint32_t(y + 3)), want.Word()) << x << "," << y;
-        }
+            // Outside the lower layer the upper pixel is taken as it is: its opacity is not applied over nothing.
+            return inL && inU ? MergeDownPixel(pl, pu, 200, 150, 5) : inL ? pl : pu;
+        })));
 }
 
 TEST(LayerStack, MergeDownOntoTheBaseKeepsItsSizeAndOfEmptyLayersGivesAPixel)
@@ -279,11 +274,10 @@ TEST(LayerStack, CanvasChanges)
     stack.GetLayer(0)->m_image.PutPixel(0, 0, CPixel::FromWord(0xFF112233));
     ASSERT_EQ(stack.ResizeCanvas(7, 6, 0xFFABCDEF, 1, 2), 1); // offsets 3 / 2 = 1 and 3
     EXPECT_EQ(vmtest::Size(stack), "7x6");
-    const COLImage& base = stack.GetLayer(0)->m_image;
-    EXPECT_EQ(base.GetPixel(1, 3), 0xFF112233u);
-    EXPECT_EQ(base.GetPixel(0, 3), 0xFFABCDEFu);
-    EXPECT_EQ(base.GetPixel(4, 5), 0xFF0000FFu);
-    EXPECT_EQ(base.GetPixel(5, 5), 0xFFABCDEFu);
+    EXPECT_TRUE(vmtest::SamePixels(stack.GetLayer(0)->m_image, vmtest::Picture(7, 6, [](uint32_t x, uint32_t y) {
+        const bool old = x >= 1 && x < 5 && y >= 3;   // the old 4 x 3 picture, the rest in the new colour
+        return CPixel::FromWord(!old ? 0xFFABCDEF : x == 1 && y == 3 ? 0xFF112233 : 0xFF0000FF);
+    })));
     EXPECT_EQ(vmtest::Place(*top), "2,3");
     EXPECT_TRUE(stack.GetSelectionMask().IsNull());
 

@@ -22,6 +22,16 @@ struct Stack {
     }
 };
 
+// The colours of a picture with a plane for its alpha.
+COLImage WithAlpha(const COLImage& image, const COLChannel& alpha)
+{
+    return vmtest::Picture(image.GetWidth(), image.GetHeight(), [&](uint32_t x, uint32_t y) {
+        CPixel p = image.GetPixel2(x, y);
+        p.alpha = alpha.GetValue(x, y);
+        return p;
+    });
+}
+
 // A selection begun on the upper layer of that stack.
 class BegunSelection : public ::testing::Test {
 protected:
@@ -57,8 +67,8 @@ TEST(SelectionDocument, CheckerboardIsAnchoredToTheDocument)
         part.Create(20, 10);
         ASSERT_EQ(doc.FillBackground(whole, {0, 0, 64, 48}), 1);
         ASSERT_EQ(doc.FillBackground(part, {13, 29, 33, 39}), 1);
-        for (uint32_t y = 0; y < 10; ++y)
-            for (uint32_t x = 0; x < 20; ++x) ASSERT_EQ(part.GetPixel(x, y), whole.GetPixel(x + 13, y + 29));
+        const auto anchored = [&](uint32_t x, uint32_t y) { return whole.GetPixel2(x + 13, y + 29); };
+        EXPECT_TRUE(vmtest::SamePixels(part, vmtest::Picture(20, 10, anchored))) << "style " << style;
         EXPECT_EQ(whole.GetPixel(0, 0), style ? 0xFFC0C0C0u : 0xFFFFFFFFu);
         EXPECT_EQ(whole.GetPixel(16, 0), style ? 0xFF606060u : 0xFF000000u);
         EXPECT_EQ(whole.GetPixel(16, 16), whole.GetPixel(0, 0));
@@ -97,18 +107,16 @@ TEST_F(BegunSelection, WorkingImageOverBackgroundWithAndWithoutMask)
         out.Create(6, 4);
         m_doc.FillBackground(out, rect);
         m_doc.DrawWorking(out, rect);
-        for (uint32_t y = 0; y < 4; ++y)
-            for (uint32_t x = 0; x < 6; ++x) {
-                const CPixel w = working.GetPixel2(x + 1, y + 1), d = out.GetPixel2(x, y);
-                const uint32_t m = masked ? m_doc.GetResultMask()->GetValue(x + 1, y + 1) : 255;
-                const uint32_t a = std::min<uint32_t>(w.alpha, m);
-                auto over = [&](uint32_t colour, uint32_t bg) {
-                    bg = mode == kShowMask ? 0 : bg;
-                    return !m ? bg : mode == kShowMask ? m : (colour * a + bg * (255 - a)) / 255;
-                };
-                ASSERT_EQ(d.Word(), CPixel::Make(over(w.red, 0x20), over(w.green, 0x40), over(w.blue, 0x60), 0).Word())
-                    << x << "," << y;
-            }
+        EXPECT_TRUE(vmtest::SamePixels(out, vmtest::Picture(6, 4, [&](uint32_t x, uint32_t y) {
+            const CPixel w = working.GetPixel2(x + 1, y + 1);
+            const uint32_t m = masked ? m_doc.GetResultMask()->GetValue(x + 1, y + 1) : 255;
+            const uint32_t a = std::min<uint32_t>(w.alpha, m);
+            auto over = [&](uint32_t colour, uint32_t bg) {
+                bg = mode == kShowMask ? 0 : bg;
+                return uint8_t(!m ? bg : mode == kShowMask ? m : (colour * a + bg * (255 - a)) / 255);
+            };
+            return CPixel::Make(over(w.red, 0x20), over(w.green, 0x40), over(w.blue, 0x60), 0);
+        })));
         vmtest::FillNoise(*m_doc.GetResultMask(), 8, 6, 4);
     }
 }
@@ -146,13 +154,10 @@ TEST_F(BegunSelection, BringBackToTheLayer)
     ASSERT_EQ(m_doc.SeparateToLayer(m_s.stack), kBringBackDone);
     ASSERT_EQ(m_s.stack.GetLayerCount(), 3);
     EXPECT_EQ(m_s.stack.GetCurrentIndex(), 2);
-    const COLImage& upper = m_s.stack.GetLayer(2)->m_image;
-    for (uint32_t y = 0; y < 6; ++y)
-        for (uint32_t x = 0; x < 8; ++x) {
-            ASSERT_EQ(upper.GetPixel2(x, y).alpha, mask.GetValue(x, y));
-            ASSERT_EQ(upper.GetPixel2(x, y).red, m_doc.GetWorkingImage()->GetPixel2(x, y).red);
-            ASSERT_EQ(m_s.stack.GetLayer(1)->m_image.GetPixel2(x, y).alpha, mask.GetValue(x, y));
-        }
+    // The separated part and what stays behind both carry the mask as alpha.
+    const std::vector<uint8_t> cut = vmtest::Bytes(WithAlpha(*m_doc.GetWorkingImage(), mask));
+    EXPECT_EQ(vmtest::Bytes(m_s.stack.GetLayer(2)->m_image), cut);
+    EXPECT_EQ(vmtest::Bytes(m_s.stack.GetLayer(1)->m_image), cut);
 
     // The base cannot take a result as a layer.
     m_s.stack.SetCurrentIndex(0);
@@ -177,12 +182,7 @@ TEST(SelectionDocument, CopyToLayerWorksOnTheBaseAndStandsAside)
     EXPECT_EQ(s.stack.GetCurrentIndex(), 1);
     const CLayer* copy = s.stack.GetLayer(1);
     EXPECT_EQ(std::make_pair(copy->m_x, copy->m_y), std::make_pair(10, 10));
-    for (uint32_t y = 0; y < 12; ++y)
-        for (uint32_t x = 0; x < 20; ++x) {
-            CPixel want = doc.GetWorkingImage()->GetPixel2(x, y);
-            want.alpha = doc.GetResultMask()->GetValue(x, y);
-            ASSERT_EQ(copy->m_image.GetPixel2(x, y).Word(), want.Word()) << x << "," << y;
-        }
+    EXPECT_TRUE(vmtest::SamePixels(copy->m_image, WithAlpha(*doc.GetWorkingImage(), *doc.GetResultMask())));
     EXPECT_TRUE(vmtest::SamePixels(s.stack.GetLayer(0)->m_image, baseBefore)); // the base keeps its pixels
     ASSERT_EQ(doc.CopyToLayer(s.stack, false), kBringBackDone);
     EXPECT_EQ(std::make_pair(s.stack.GetLayer(1)->m_x, s.stack.GetLayer(1)->m_y), std::make_pair(0, 0));

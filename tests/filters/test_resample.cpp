@@ -169,12 +169,10 @@ TEST(ResampleImage, HandComputedEnlargement)
     ASSERT_EQ(ResampleImage(&src, &dst, 3, 3), 1);
     const int colour[3][3] = {{98, 148, 98}, {74, 148, 74}, {48, 148, 48}};
     const int alpha[3][3] = {{96, 146, 96}, {72, 146, 72}, {46, 146, 46}};
-    for (uint32_t y = 0; y < 3; ++y)
-        for (uint32_t x = 0; x < 3; ++x) {
-            EXPECT_EQ(Byte(dst, x, y, 0), colour[y][x]) << x << "," << y;
-            EXPECT_EQ(Byte(dst, x, y, 2), colour[y][x]) << x << "," << y;
-            EXPECT_EQ(Byte(dst, x, y, 3), alpha[y][x]) << x << "," << y;
-        }
+    EXPECT_TRUE(vmtest::SamePixels(dst, vmtest::Picture(3, 3, [&](uint32_t x, uint32_t y) {
+        const uint8_t c = uint8_t(colour[y][x]);
+        return CPixel{c, c, c, uint8_t(alpha[y][x])};
+    })));
 }
 
 TEST(ResampleImage, ZeroSideGivesOneWhitePixelWhateverTheSource)
@@ -194,16 +192,14 @@ TEST(ResampleImage, BoxMeanWhenASideIsOne)
     // 5 -> 2: sources 0, 1, 2 land in cell 0 and 3, 4 in cell 1. 2 -> 5: source 0 covers cells 0-1, 1 covers 2-4.
     COLImage row = Gray({{10, 20, 31, 100, 201}}), dst;
     ASSERT_EQ(ResampleImage(&row, &dst, 2, 1), 1);
-    EXPECT_EQ(Byte(dst, 0, 0, 1), (10 + 20 + 31) / 3);
-    EXPECT_EQ(Byte(dst, 1, 0, 1), (100 + 201) / 2);
+    EXPECT_TRUE(vmtest::SamePixels(dst, Gray({{(10 + 20 + 31) / 3, (100 + 201) / 2}})));
     COLImage two = Gray({{10, 200}});
     ASSERT_EQ(ResampleImage(&two, &dst, 5, 1), 1);
-    const int expect[5] = {10, 10, 200, 200, 200};
-    for (int x = 0; x < 5; ++x) EXPECT_EQ(Byte(dst, x, 0, 3), expect[x]) << x;
+    EXPECT_TRUE(vmtest::SamePixels(dst, Gray({{10, 10, 200, 200, 200}})));
     // A single pixel fills any size exactly (alpha included: the box mean has no compensation).
     COLImage one = Gray({{77}});
     ASSERT_EQ(ResampleImage(&one, &dst, 4, 3), 1);
-    for (size_t i = 0; i < dst.GetPixelCount(); ++i) ASSERT_EQ(dst.GetBuffer()[i].Word(), 0x4D4D4D4Du);
+    EXPECT_TRUE(vmtest::SamePixels(dst, vmtest::Solid(4, 3, CPixel::FromWord(0x4D4D4D4D))));
 }
 
 TEST(ResampleImage, MatchesThePlainComputation)
@@ -302,8 +298,7 @@ TEST(ShrinkArea, HandComputedWeights)
     // 3 -> 2: the cell boundary is at 1.5, so pixel 1 splits 512 / 512; the divisor is trunc(1.5 * 1024) = 1536.
     COLImage row = Gray({{90, 30, 240}}), dst;
     ASSERT_EQ(ShrinkImageArea(&row, &dst, 2, 1), 1);
-    EXPECT_EQ(Byte(dst, 0, 0, 0), (90 * 1024 + 30 * 512) / 1536);
-    EXPECT_EQ(Byte(dst, 1, 0, 0), (30 * 512 + 240 * 1024) / 1536);
+    EXPECT_TRUE(vmtest::SamePixels(dst, Gray({{(90 * 1024 + 30 * 512) / 1536, (30 * 512 + 240 * 1024) / 1536}})));
     // A whole factor is the plain block mean.
     COLImage block = Gray({{1, 2, 3, 4}, {5, 6, 7, 8}, {9, 10, 11, 12}, {13, 14, 15, 16}});
     ASSERT_EQ(ShrinkImageArea(&block, &dst, 2, 2), 1);
@@ -369,29 +364,25 @@ TEST(SampleImageTwoPoint, FollowsTheFootprintEnds)
     ASSERT_EQ(SampleImageTwoPoint(&row, &dst, 3, 1), 1);
     const double rx = 4.0 / 3;
     const int w1a = int((rx - 1) * 256), w1b = int((2 * rx - 2) * 256);
-    EXPECT_EQ(Byte(dst, 0, 0, 0), (0 * (256 - w1a) + 90 * w1a) >> 8);
-    EXPECT_EQ(Byte(dst, 1, 0, 0), (90 * (256 - w1b) + 180 * w1b) >> 8);
-    EXPECT_EQ(Byte(dst, 2, 0, 0), 180);   // x0 = 2 with weight 256, x1 clamped with weight 0
+    // The last column: x0 = 2 with weight 256, x1 clamped with weight 0.
+    const int first = (0 * (256 - w1a) + 90 * w1a) >> 8, second = (90 * (256 - w1b) + 180 * w1b) >> 8;
+    EXPECT_TRUE(vmtest::SamePixels(dst, Gray({{first, second, 180}})));
 
     // Rows: the top sample weighs what is left of the first row, trunc((1 - (p0 - y0)) * 256).
     COLImage col = Gray({{0}, {100}, {200}}), out;
     ASSERT_EQ(SampleImageTwoPoint(&col, &out, 1, 2), 1);
-    // Row 0: p0 = 0, y0 = 0, y1 = 1, w0 = 256: the top sample alone.
-    EXPECT_EQ(Byte(out, 0, 0, 0), 0);
-    // Row 1: p0 = 1.5, y0 = 1, y1 = 3 -> last row 2, w0 = 128.
-    EXPECT_EQ(Byte(out, 0, 1, 0), (200 * 128 + 100 * 128) >> 8);
+    // Row 0: p0 = 0, y0 = 0, y1 = 1, w0 = 256: the top sample alone. Row 1: p0 = 1.5, y0 = 1, y1 = 3 -> last
+    // row 2, w0 = 128.
+    EXPECT_TRUE(vmtest::SamePixels(out, Gray({{0}, {(200 * 128 + 100 * 128) >> 8}})));
 
-    // A whole factor picks the first pixel of each block.
-    COLImage src = vmtest::Noise(8, 6, 3);
-    ASSERT_EQ(SampleImageTwoPoint(&src, &dst, 4, 3), 1);
-    for (uint32_t y = 0; y < 3; ++y)
-        for (uint32_t x = 0; x < 4; ++x) ASSERT_EQ(dst.GetPixel(x, y), src.GetPixel(2 * x, 2 * y));
-    // A rectangle is honoured.
-    ASSERT_EQ(SampleImageTwoPoint(&src, &dst, 2, 2, 4, 2, 4, 4), 1);
-    EXPECT_EQ(dst.GetPixel(1, 1), src.GetPixel(6, 4));
-
-    // Every pixel of odd ratios, rectangle included, against the formula taken one pixel at a time.
-    const int cases[][8] = {{29, 23, 0, 0, 29, 23, 7, 3}, {29, 23, 4, 5, 20, 17, 9, 8}, {12, 9, 1, 1, 10, 7, 25, 20}};
+    // Every pixel against the formula taken one pixel at a time: a whole factor (which picks the first pixel of
+    // each block), a rectangle at a whole factor, odd ratios with and without a rectangle.
+    const int cases[][8] = {{8, 6, 0, 0, 8, 6, 4, 3},
+                            {8, 6, 4, 2, 4, 4, 2, 2},
+                            {29, 23, 0, 0, 29, 23, 7, 3},
+                            {29, 23, 4, 5, 20, 17, 9, 8},
+                            {12, 9, 1, 1, 10, 7, 25, 20}};
+    COLImage src;
     for (auto& c : cases) {
         vmtest::FillNoise(src, c[0], c[1], 12);
         ASSERT_EQ(SampleImageTwoPoint(&src, &dst, c[6], c[7], c[2], c[3], c[4], c[5]), 1);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "imaging/channel.h"
+#include "imaging/image.h"
 #include "matting/gaussian.h"
 
 namespace plainbrush {
@@ -139,6 +140,47 @@ inline int SmartTarget(const uint8_t* p, const uint8_t* f, const uint8_t* b)
     if (a < 0) a = -a;
     const int t = 255 * int(a > 255 ? 255 : a) - 8160;
     return t < 0 ? 0 : t < 48960 ? t / 192 : 255;
+}
+
+// The truncated mean of the 3 x 3 block around (cx, cy), blue, green and red, edge pixels standing in for those
+// beyond: the reference colour a click of the smart-adjust tool picks.
+inline std::vector<uint8_t> Mean3x3(const COLImage& picture, int cx, int cy)
+{
+    std::vector<uint8_t> c(3);
+    for (int k = 0; k < 3; ++k) {
+        int sum = 0;
+        for (int y = cy - 1; y <= cy + 1; ++y)
+            for (int x = cx - 1; x <= cx + 1; ++x) {
+                const int px = std::clamp(x, 0, int(picture.GetWidth()) - 1);
+                const int py = std::clamp(y, 0, int(picture.GetHeight()) - 1);
+                sum += reinterpret_cast<const uint8_t*>(picture.GetBuffer(uint32_t(px), uint32_t(py)))[k];
+            }
+        c[k] = uint8_t(sum / 9);
+    }
+    return c;
+}
+
+// The mask after a smart-adjust stroke of these frames, in mode 0 (both ways), 1 (raise only) or 2 (lower only):
+// every frame walks the whole stroke so far again, leaves the contour pixels (`in`, `out`) alone, and compares
+// with the working alpha as it stood before that frame (`alpha` before the first, when given; the mask after).
+// `picture` holds blue, green, red and alpha for each pixel.
+inline std::vector<uint8_t> SmartStroke(std::vector<uint8_t> m, const std::vector<Stroke>& frames, int mode,
+                                        const std::vector<uint8_t>& in, const std::vector<uint8_t>& out,
+                                        const std::vector<uint8_t>& picture, const std::vector<uint8_t>& f,
+                                        const std::vector<uint8_t>& b, std::vector<uint8_t> alpha = {})
+{
+    for (const Stroke& frame : frames) {
+        if (alpha.empty()) alpha = m;
+        for (size_t i = 0; i < m.size(); ++i) {
+            const int s = frame.s[i];
+            if (!s || in[i] || out[i]) continue;
+            const int t = SmartTarget(&picture[i * 4], f.data(), b.data());
+            if ((mode == 1 && t < alpha[i]) || (mode == 2 && t > alpha[i])) continue;
+            m[i] = uint8_t(((255 - s) * m[i] + t * s) / 255);
+        }
+        alpha = m;
+    }
+    return m;
 }
 
 } // namespace plainbrush

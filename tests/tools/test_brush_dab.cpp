@@ -52,14 +52,14 @@ TEST(StampKernel, ReportsTheRaisedBytesAtEveryLevel)
             last = int(k);
         }
         for (int level = vmsimd::kPlain; level <= vmsimd::kAvx2; ++level) {
+            SCOPED_TRACE(testing::Message() << "level " << level << " round " << round);
             const vmtest::SimdCap cap(level);
             std::vector<uint8_t> out = dst;
             const CStampSpan span = StampRowMax(out.data(), src.data(), n, w);
-            ASSERT_EQ(out, expected) << "level " << level << " round " << round;
-            ASSERT_EQ(span.IsEmpty(), first > last) << "level " << level << " round " << round;
+            ASSERT_EQ(out, expected);
+            ASSERT_EQ(span.IsEmpty(), first > last);
             if (first <= last) {
-                EXPECT_EQ(span.first, first) << "level " << level << " round " << round;
-                EXPECT_EQ(span.last, last) << "level " << level << " round " << round;
+                EXPECT_EQ(std::make_pair(int(span.first), int(span.last)), std::make_pair(first, last));
             }
         }
     }

@@ -31,9 +31,13 @@ protected:
         manager->SetCurrentTool(&manager->GetBkPickerTool());
         ASSERT_EQ(manager->GetCurrentTool(), &manager->GetBkPickerTool());
     }
-    // What the engine makes of the layer's picture when called directly.
-    COLImage DirectKey(const ChromaKeySettings& settings)
+    // What the engine makes of the layer's picture when called directly, with this backdrop and strengths.
+    COLImage DirectKey(CPixel backdrop, int strength = -1, int lumaStrength = -1)
     {
+        ChromaKeySettings settings;
+        settings.params.backdrop = backdrop;
+        if (strength >= 0) settings.params.strength = strength;
+        if (lumaStrength >= 0) settings.lumaStrength = lumaStrength;
         COLImage source = vmtest::Copy(doc.GetLayer(0)->m_image), result;
         EXPECT_EQ(RunBackdropKey(settings, source, result), kOk);
         return result;
@@ -65,9 +69,7 @@ TEST_F(ContourToolTest, PickerKeysTheWorkingImageIntoTheResultWithOneStep)
     const CPixel picked = CPixel::FromWord(manager->GetBkPickerTool().GetPicked()[0]);
     EXPECT_EQ(picked.Word(), CBkPickerTool::PickColour(layer, 3, 4).Word());
 
-    ChromaKeySettings settings;
-    settings.params.backdrop = picked;
-    const COLImage expected = DirectKey(settings);
+    const COLImage expected = DirectKey(picked);
     ASSERT_FALSE(selection.GetResultMask()->IsNull());
     EXPECT_EQ(Bytes(*selection.GetWorkingImage()), Bytes(expected));
     EXPECT_EQ(Bytes(*selection.GetResultMask()), SquaredAlpha(expected));
@@ -107,10 +109,7 @@ TEST_F(ContourToolTest, FirstPickOfARedBackdropLowersTheStrengthOnce)
         W, H, [](int x, int) { return x > W / 3 ? CPixel{200, 40, 30, 255} : CPixel{20, 30, 180, 255}; }));
     Click(2, 2);
     EXPECT_EQ(manager->GetBkPickerTool().CurrentSettings().params.strength, 20);
-    ChromaKeySettings settings;
-    settings.params.backdrop = CPixel{20, 30, 180, 255};
-    settings.params.strength = 20;
-    EXPECT_EQ(Bytes(*selection.GetWorkingImage()), Bytes(DirectKey(settings)));
+    EXPECT_EQ(Bytes(*selection.GetWorkingImage()), Bytes(DirectKey(CPixel{20, 30, 180, 255}, 20)));
 }
 
 TEST_F(ContourToolTest, PanelSliderBecomesTheLumaStrengthOfTheNextRun)
@@ -124,9 +123,7 @@ TEST_F(ContourToolTest, PanelSliderBecomesTheLumaStrengthOfTheNextRun)
     EXPECT_EQ(host.panels.back(), &picker.GetPanel());
     Click(5, 5);
     const CPixel backdrop = CPixel::FromWord(picker.GetPicked()[0]);
-    ChromaKeySettings settings;
-    settings.params.backdrop = backdrop;
-    const std::vector<uint8_t> at32 = Bytes(DirectKey(settings));
+    const std::vector<uint8_t> at32 = Bytes(DirectKey(backdrop));
     EXPECT_EQ(Bytes(*selection.GetWorkingImage()), at32) << "the picker starts at luma strength 32";
 
     picker.GetPanel().SetSlider(100);
@@ -134,8 +131,7 @@ TEST_F(ContourToolTest, PanelSliderBecomesTheLumaStrengthOfTheNextRun)
     const int steps = selectionLog.GetCount();
     picker.ApplyPanel();
     EXPECT_EQ(picker.GetLumaStrength(), 100);
-    settings.lumaStrength = 100;
-    const std::vector<uint8_t> at100 = Bytes(DirectKey(settings));
+    const std::vector<uint8_t> at100 = Bytes(DirectKey(backdrop, -1, 100));
     ASSERT_NE(at100, at32);
     EXPECT_EQ(Bytes(*selection.GetWorkingImage()), at100) << "the run keys the picture before the key";
     EXPECT_EQ(selectionLog.GetCount(), steps + 1);

@@ -35,16 +35,14 @@ TEST(BrushStamp, DiscBandBlurAndCropAsDefined)
         }
     }
     // A hard brush of size 9 is the disc of truncated radius 7 (below size - 1; the band is empty), 15 pixels
-    // across: near twice the size that the dialog calls a diameter.
-    COLChannel hard;
-    ASSERT_EQ(BuildBrushStamp(9, 0, 512, hard), kOk);
-    EXPECT_EQ(hard.GetWidth(), 15u);
-    EXPECT_EQ(StampRadius(hard), 7);
-    // Size 1 is a single pixel: no circle to show at any zoom.
-    COLChannel dot;
-    ASSERT_EQ(BuildBrushStamp(1, 0, 512, dot), kOk);
-    EXPECT_EQ(dot.GetWidth(), 1u);
-    EXPECT_EQ(StampRadius(dot), 0);
+    // across: near twice the size that the dialog calls a diameter. Size 1 is a single pixel: no circle to show
+    // at any zoom. {size, side, radius}:
+    for (const auto& [size, side, radius] : {std::array<int, 3>{9, 15, 7}, {1, 1, 0}}) {
+        COLChannel hard;
+        ASSERT_EQ(BuildBrushStamp(size, 0, 512, hard), kOk);
+        EXPECT_EQ(int(hard.GetWidth()), side) << size;
+        EXPECT_EQ(StampRadius(hard), radius) << size;
+    }
 }
 
 TEST(BrushDialog, SizeSliderIsFinerForSmallBrushes)
@@ -112,15 +110,12 @@ TEST_F(PaintTest, BrushMergesOnePaintLayerPerStroke)
     CComposeDocument reference;
     reference.NewDocument(W, H, 0);
     reference.GetLayer(0)->m_image.DuplicateFrom(&doc.GetLayer(0)->m_image);
-    CLayer* refUpper = reference.AddLayer(0, 0);
-    refUpper->m_image.DuplicateFrom(&doc.GetLayer(1)->m_image);
-    CLayer* paint = reference.AddLayer(1, 0);
+    reference.AddLayer(0, 0)->m_image.DuplicateFrom(&doc.GetLayer(1)->m_image);
     const std::vector<uint8_t> s = PlainStroke(4, 30, 60, path);
-    for (size_t i = 0; i < s.size(); ++i) {
-        CPixel p = fg;
-        p.alpha = s[i];
-        paint->m_image.GetBuffer()[i] = s[i] ? p : CPixel{0, 0, 0, 0};
-    }
+    reference.AddLayer(1, 0)->m_image = vmtest::Picture(W, H, [&](uint32_t x, uint32_t y) {
+        const uint8_t v = s[size_t(y) * W + x];
+        return v ? CPixel{fg.blue, fg.green, fg.red, v} : CPixel{0, 0, 0, 0};
+    });
     ASSERT_EQ(reference.MergeDown(2), 1);
 
     Take(manager->GetFreePaintTool(), 4, 30, 60);
@@ -135,7 +130,8 @@ TEST_F(PaintTest, BrushMergesOnePaintLayerPerStroke)
 
 TEST_F(PaintTest, CloneTakesItsSourceFirstThenCopiesWithTheOffset)
 {
-    const std::vector<uint8_t> before = vmtest::Bytes(doc.GetLayer(0)->m_image);
+    const COLImage original = vmtest::Copy(doc.GetLayer(0)->m_image);
+    const std::vector<uint8_t> before = vmtest::Bytes(original);
     Take(manager->GetCameraTool(), 2, 0, 100);
     const int steps = composeLog.GetCount();
     // The first click only sets the source point.
@@ -154,20 +150,15 @@ TEST_F(PaintTest, CloneTakesItsSourceFirstThenCopiesWithTheOffset)
     // Plain: a layer of source pixels (offset 16, 6) with alpha scaled by s, laid over the base.
     CComposeDocument reference;
     reference.NewDocument(W, H, 0);
-    reference.GetLayer(0)->m_image.DuplicateFrom(&doc.GetLayer(0)->m_image);
-    std::memcpy(reference.GetLayer(0)->m_image.GetBuffer(), before.data(), before.size());
-    CLayer* paint = reference.AddLayer(0, 0);
+    reference.GetLayer(0)->m_image = vmtest::Copy(original);
     const std::vector<uint8_t> s = PlainStroke(2, 0, 100, path);
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x) {
-            const size_t i = size_t(y) * W + x;
-            const int sx = x - 16, sy = y - 6;
-            if (!s[i] || sx < 0 || sy < 0) continue;
-            CPixel p;
-            std::memcpy(&p, &before[(size_t(sy) * W + sx) * 4], 4);
-            p.alpha = uint8_t(p.alpha * s[i] / 255);
-            paint->m_image.GetBuffer()[i] = p;
-        }
+    reference.AddLayer(0, 0)->m_image = vmtest::Picture(W, H, [&](uint32_t x, uint32_t y) {
+        const uint8_t weight = s[size_t(y) * W + x];
+        if (!weight || x < 16 || y < 6) return CPixel{0, 0, 0, 0};
+        CPixel p = original.GetPixel2(x - 16, y - 6);
+        p.alpha = uint8_t(p.alpha * weight / 255);
+        return p;
+    });
     ASSERT_EQ(reference.MergeDown(1), 1);
     EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), vmtest::Bytes(reference.GetLayer(0)->m_image));
 }
@@ -178,14 +169,12 @@ TEST_F(PaintTest, SelectionModeBrushesOnTheResultMask)
     COLChannel* mask = selection.GetResultMask();
     COLImage* working = selection.GetWorkingImage();
     // A matting result: the left half kept, and the working image's colours darkened where it was cut.
-    mask->Create(W, H);
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x) {
-            mask->SetValue(uint32_t(x), uint32_t(y), uint8_t(x < 20 ? 255 : 40));
-            CPixel& p = working->GetBuffer()[size_t(y) * W + x];
-            p.alpha = mask->GetValue(uint32_t(x), uint32_t(y));
-            if (x >= 20) p.red = p.green = p.blue = 3;
-        }
+    *mask = vmtest::PlaneOf(W, H, [](uint32_t x, uint32_t) { return uint8_t(x < 20 ? 255 : 40); });
+    for (size_t i = 0; i < working->GetPixelCount(); ++i) {
+        CPixel& p = working->GetBuffer()[i];
+        p.alpha = mask->GetBuffer()[i];
+        if (i % W >= 20) p.red = p.green = p.blue = 3;
+    }
     selectionLog.AddStep(&selection, kStepChannel, kPlaneResult | kPlaneWorking, "modifypolygonseltip");
     const std::vector<uint8_t> maskBefore = vmtest::Bytes(*mask), workBefore = vmtest::Bytes(*working);
     const std::vector<uint8_t> picture = vmtest::Bytes(doc.GetLayer(0)->m_image);
@@ -209,13 +198,10 @@ TEST_F(PaintTest, SelectionModeBrushesOnTheResultMask)
     EXPECT_EQ(LastLabel(selectionLog), "forepainttip");
     EXPECT_EQ(selectionLog.GetRecord(selectionLog.GetCount() - 1)->arg, kPlaneResult | kPlaneWorking);
 
-    // Erase the result: mask = (255 - s) x mask / 255; undo brings the restored mask back.
+    // Erase the result: mask = (255 - s) x mask / 255, the soft difference; undo brings the restored mask back.
     Take(manager->GetEraseSelTool(), 6, 20, 50);
     Paint(kPath);
-    const std::vector<uint8_t> s = PlainStroke(6, 20, 50, kPath);
-    std::vector<uint8_t> erased = m;
-    for (size_t i = 0; i < s.size(); ++i) erased[i] = uint8_t((255 - s[i]) * m[i] / 255);
-    EXPECT_EQ(vmtest::Bytes(*mask), erased);
+    EXPECT_EQ(vmtest::Bytes(*mask), vmtest::PlainSubtract(m, PlainStroke(6, 20, 50, kPath)));
     EXPECT_EQ(selectionLog.GetRecord(selectionLog.GetCount() - 1)->arg, kPlaneResult);
     ASSERT_EQ(selectionLog.Backward(), 1);
     EXPECT_EQ(vmtest::Bytes(*selection.GetResultMask()), m);
@@ -237,9 +223,7 @@ TEST_F(PaintTest, ContourBrushesPaintAndEraseTheirPlanes)
 
     const Path across = {{2, 14}, {38, 14}};
     Paint(across, kMkControl);
-    const std::vector<uint8_t> e = PlainStroke(4, 50, 100, across);
-    std::vector<uint8_t> erased = painted;
-    for (size_t i = 0; i < e.size(); ++i) erased[i] = uint8_t((255 - e[i]) * painted[i] / 255);
+    const std::vector<uint8_t> erased = vmtest::PlainSubtract(painted, PlainStroke(4, 50, 100, across));
     EXPECT_EQ(vmtest::Bytes(*selection.GetInnerPlane()), erased);
     ASSERT_EQ(selectionLog.Backward(), 1);
     EXPECT_EQ(vmtest::Bytes(*selection.GetInnerPlane()), painted);

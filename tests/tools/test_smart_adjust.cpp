@@ -21,20 +21,15 @@ protected:
         // Inner contour on the left, outer on the right, a soft contour pixel inside the band, and a result
         // whose working alpha is the mask.
         COLChannel* inner = selection.GetInnerPlane();
-        COLChannel* outer = selection.GetOuterPlane();
-        COLChannel* mask = selection.GetResultMask();
-        inner->Create(W, H);
-        outer->Create(W, H);
-        mask->Create(W, H);
-        COLImage* working = selection.GetWorkingImage();
-        for (int y = 0; y < H; ++y)
-            for (int x = 0; x < W; ++x) {
-                inner->SetValue(uint32_t(x), uint32_t(y), x < kInnerEnd ? 255 : 0);
-                outer->SetValue(uint32_t(x), uint32_t(y), x >= kOuterStart ? 255 : 0);
-                const uint8_t m = uint8_t(x < kInnerEnd ? 255 : x >= kOuterStart ? 0 : (x * 37 + y * 11) % 256);
-                mask->SetValue(uint32_t(x), uint32_t(y), m);
-                working->GetBuffer()[size_t(y) * W + x].alpha = m;
-            }
+        *inner = vmtest::PlaneOf(W, H, [](uint32_t x, uint32_t) { return x < kInnerEnd ? 255 : 0; });
+        *selection.GetOuterPlane() =
+            vmtest::PlaneOf(W, H, [](uint32_t x, uint32_t) { return x >= kOuterStart ? 255 : 0; });
+        const COLChannel& mask = *selection.GetResultMask() = vmtest::PlaneOf(W, H, [](uint32_t x, uint32_t y) {
+            return x < kInnerEnd ? 255 : x >= kOuterStart ? 0 : (x * 37 + y * 11) % 256;
+        });
+        CPixel* working = selection.GetWorkingImage()->GetBuffer();
+        for (size_t i = 0; i < mask.GetAreaByteSize(); ++i)
+            working[i].alpha = mask.GetBuffer()[i];
         inner->SetValue(20, 14, 90);
         selectionLog.AddStep(&selection, kStepWholeDocument, 0, "modifypolygonseltip");
         manager->UpdateBars();
@@ -42,41 +37,14 @@ protected:
         ASSERT_NO_FATAL_FAILURE(Take(*tool, 4, 40, 90));
         picture = vmtest::Bytes(*selection.GetSourceImage());
     }
-    std::vector<uint8_t> Mean3x3(int cx, int cy) const
+    // The mask after a stroke of the tool's brush along the path in the given mode.
+    std::vector<uint8_t> Expected(const std::vector<uint8_t>& m, const Path& path, int mode,
+                                  const std::vector<uint8_t>& f, const std::vector<uint8_t>& b,
+                                  const std::vector<uint8_t>& alpha = {})
     {
-        std::vector<uint8_t> c(3);
-        for (int k = 0; k < 3; ++k) {
-            int sum = 0;
-            for (int y = cy - 1; y <= cy + 1; ++y)
-                for (int x = cx - 1; x <= cx + 1; ++x) {
-                    const int px = std::min(std::max(x, 0), W - 1), py = std::min(std::max(y, 0), H - 1);
-                    sum += picture[(size_t(py) * W + px) * 4 + k];
-                }
-            c[k] = uint8_t(sum / 9);
-        }
-        return c;
-    }
-    // The mask after the stroke in the given mode: every frame walks the whole stroke so far again, and compares
-    // with the working alpha as it stood before that frame.
-    std::vector<uint8_t> Expected(std::vector<uint8_t> m, const Path& path, int mode, const std::vector<uint8_t>& f,
-                                  const std::vector<uint8_t>& b, std::vector<uint8_t> alpha = {})
-    {
-        const std::vector<uint8_t> in = vmtest::Bytes(*selection.GetInnerPlane());
-        const std::vector<uint8_t> out = vmtest::Bytes(*selection.GetOuterPlane());
-        for (const plainbrush::Stroke& frame : Frames(MakeStamp(4, 40), 90 * 255 / 100, W, H, path)) {
-            // The working alpha follows the mask after every frame; before the first it may differ.
-            if (alpha.empty()) alpha = m;
-            for (size_t i = 0; i < m.size(); ++i) {
-                const int s = frame.s[i];
-                if (!s || in[i] || out[i]) continue;
-                const int t = plainbrush::SmartTarget(&picture[i * 4], f.data(), b.data());
-                if (mode == 1 && t < alpha[i]) continue;
-                if (mode == 2 && t > alpha[i]) continue;
-                m[i] = uint8_t(((255 - s) * m[i] + t * s) / 255);
-            }
-            alpha = m;
-        }
-        return m;
+        return plainbrush::SmartStroke(m, Frames(MakeStamp(4, 40), 90 * 255 / 100, W, H, path), mode,
+                                       vmtest::Bytes(*selection.GetInnerPlane()),
+                                       vmtest::Bytes(*selection.GetOuterPlane()), picture, f, b, alpha);
     }
     std::vector<uint8_t> WorkingAlpha()
     {
@@ -134,11 +102,11 @@ TEST_F(SmartAdjustTest, ClicksInTheContoursPickTheReferencesThenAStrokeFollowsTh
     Click(39, 29); // outer contour, at the corner: edge pixels stand in for those beyond it
     ASSERT_TRUE(panel.IsBackPicked());
     EXPECT_EQ(vmtest::Bytes(*selection.GetResultMask()), before);
-    const std::vector<uint8_t> f = Mean3x3(4, 6), b = Mean3x3(39, 29);
-    EXPECT_EQ((std::vector<uint8_t>{panel.GetForeColor().blue, panel.GetForeColor().green, panel.GetForeColor().red}),
-              f);
-    EXPECT_EQ((std::vector<uint8_t>{panel.GetBackColor().blue, panel.GetBackColor().green, panel.GetBackColor().red}),
-              b);
+    const COLImage& source = *selection.GetSourceImage();
+    const std::vector<uint8_t> f = plainbrush::Mean3x3(source, 4, 6), b = plainbrush::Mean3x3(source, 39, 29);
+    const auto bgr = [](CPixel p) { return std::vector<uint8_t>{p.blue, p.green, p.red}; };
+    EXPECT_EQ(bgr(panel.GetForeColor()), f);
+    EXPECT_EQ(bgr(panel.GetBackColor()), b);
     const size_t steps = selectionLog.GetCount();
 
     Paint(kBand);
@@ -210,19 +178,13 @@ TEST_F(SmartAdjustTest, TheContoursShowThePlainPictureTheBandTheResult)
     tool->GetDrawer()->SetView(&screen);
     tool->OnFrameDone();
     ASSERT_NE(screen.shown, nullptr);
-    for (int v = 0; v < H / 2; ++v)
-        for (int u = 0; u < W / 2; ++u) {
-            const int x = u * 2, y = v * 2;
-            const CPixel got = screen.shown->GetPixel2(uint32_t(u), uint32_t(v));
-            const bool contour = x < kInnerEnd || x >= kOuterStart || (x == 20 && y == 14);
-            const size_t i = (size_t(y) * W + x) * 4;
-            if (contour)
-                EXPECT_EQ((std::vector<int>{got.blue, got.green, got.red, got.alpha}),
-                          (std::vector<int>{picture[i], picture[i + 1], picture[i + 2], 255}))
-                    << u << "," << v;
-            else
-                EXPECT_EQ(got.Word(), (CPixel{1, 2, 3, 4}).Word()) << u << "," << v;
-        }
+    const COLImage& source = *selection.GetSourceImage();
+    EXPECT_TRUE(vmtest::SamePixels(*screen.shown, vmtest::Picture(W / 2, H / 2, [&](uint32_t u, uint32_t v) {
+        const uint32_t x = u * 2, y = v * 2;
+        const CPixel p = source.GetPixel2(x, y);
+        const bool contour = x < kInnerEnd || x >= kOuterStart || (x == 20 && y == 14);
+        return contour ? CPixel{p.blue, p.green, p.red, 255} : CPixel{1, 2, 3, 4};
+    })));
     // Leaving the tool gives the canvas back its own picture, and a later render does not take it again.
     manager->SetCurrentTool(nullptr);
     tool->GetDrawer()->SetView(&screen);
