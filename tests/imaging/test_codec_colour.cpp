@@ -107,11 +107,10 @@ TEST(CodecColour, YuvBytesAndRoundTrip)
     COLImage orig = vmtest::Copy(img);
     ASSERT_EQ(codec.RGBToYUV(&img), 1);
     // The whole-image form equals the pixel form.
-    for (size_t i = 0; i < img.GetPixelCount(); ++i) {
-        CPixel q = orig.GetBuffer()[i];
-        codec.RGB2YUV(&q, 1);
-        ASSERT_EQ(q.Word(), img.GetBuffer()[i].Word());
-    }
+    COLImage perPixel = vmtest::Copy(orig);
+    for (size_t i = 0; i < perPixel.GetPixelCount(); ++i)
+        codec.RGB2YUV(perPixel.GetBuffer() + i, 1);
+    ASSERT_TRUE(vmtest::SamePixels(img, perPixel));
     ASSERT_EQ(codec.YUVToRGB(&img), 1);
     int worst = 0;
     for (size_t i = 0; i < img.GetPixelCount(); ++i) {
@@ -237,25 +236,22 @@ TEST(CodecResample, ExactCases)
     const COLImage two = vmtest::Row({CPixel{0, 0, 0, 0}, CPixel{255, 255, 255, 255}});
     COLImage wide;
     ASSERT_EQ(codec.Resample(&two, &wide, 4, 1, 1), 1);
-    const uint8_t expect[4] = {0, 64, 191, 255};
-    for (uint32_t x = 0; x < 4; ++x)
-        EXPECT_EQ(wide.GetPixel2(x, 0).red, expect[x]) << x;
+    EXPECT_TRUE(vmtest::SamePixels(wide, vmtest::Row({CPixel{0, 0, 0, 0}, CPixel{64, 64, 64, 64},
+                                                      CPixel{191, 191, 191, 191}, CPixel{255, 255, 255, 255}})));
 
     // Exactly half along both axes: each byte is the rounded mean of its 2 x 2 block, at every level.
     COLImage even = vmtest::Noise(46, 22, 7);
+    const COLImage means = vmtest::Picture(23, 11, [&](uint32_t x, uint32_t y) {
+        const CPixel a = even.GetPixel2(2 * x, 2 * y), b = even.GetPixel2(2 * x + 1, 2 * y),
+                     c = even.GetPixel2(2 * x, 2 * y + 1), d = even.GetPixel2(2 * x + 1, 2 * y + 1);
+        auto mean = [](int p, int q, int r, int t) { return uint8_t((p + q + r + t + 2) >> 2); };
+        return CPixel{mean(a.blue, b.blue, c.blue, d.blue), mean(a.green, b.green, c.green, d.green),
+                      mean(a.red, b.red, c.red, d.red), mean(a.alpha, b.alpha, c.alpha, d.alpha)};
+    });
     vmtest::ForEachLevelAndSplit([&](const std::string& label) {
         COLImage half;
         ASSERT_EQ(codec.Resample(&even, &half, 23, 11, 1), 1);
-        for (uint32_t y = 0; y < 11; ++y)
-            for (uint32_t x = 0; x < 23; ++x)
-                for (int c = 0; c < 4; ++c) {
-                    auto at = [&](uint32_t sx, uint32_t sy) {
-                        return reinterpret_cast<const uint8_t*>(even.GetBuffer(sx, sy))[c];
-                    };
-                    const int sum = at(2 * x, 2 * y) + at(2 * x + 1, 2 * y) + at(2 * x, 2 * y + 1) + at(2 * x + 1, 2 * y + 1);
-                    ASSERT_EQ(reinterpret_cast<const uint8_t*>(half.GetBuffer(x, y))[c], (sum + 2) >> 2)
-                        << label << " at " << x << "," << y;
-                }
+        EXPECT_EQ(vmtest::Bytes(half), vmtest::Bytes(means)) << label;
     });
 
     // A flat picture stays exactly flat at any size.
