@@ -10,8 +10,9 @@
 #include "interchange/psd_layered_writer.h"
 #include "interchange/psd_reader.h"
 #include "interchange/psd_writer.h"
-#include "support/runtime_limits.h"
 #include "support/media_checks.h"
+#include "support/pictures.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 #include "test_psd_builder.h"
 
@@ -25,6 +26,12 @@ namespace {
 uint32_t Pixel(uint32_t x, uint32_t y)
 {
     return (x * 37 + y * 11 + 5) % 256 << 24 | (x * 13) % 256 << 16 | (y * 29) % 256 << 8 | (x + y) % 256;
+}
+
+// The picture whose pixel (x, y) is the word at(x, y).
+template <class F> COLImage Words(uint32_t w, uint32_t h, F at)
+{
+    return vmtest::Picture(w, h, [&](uint32_t x, uint32_t y) { return CPixel::FromWord(at(x, y)); });
 }
 
 int Load(const std::vector<uint8_t>& bytes, CLayerStack& stack, CPsdReader* out = nullptr)
@@ -74,13 +81,9 @@ TEST(PsdReader, LayersKeepPositionNameOpacityModeVisibilityAndPixels)
         EXPECT_EQ(vmtest::Place(*top), "-2,3");
         EXPECT_EQ(std::make_tuple(int(top->m_opacity), int(top->m_blendMode), int(top->m_visible)),
                   std::make_tuple(77, 6, 0));   // opacity, mode, visibility
-        ASSERT_EQ(top->m_image.GetWidth(), 4u);
-        for (uint32_t y = 0; y < 3; ++y)
-            for (uint32_t x = 0; x < 4; ++x)
-                ASSERT_EQ(top->m_image.GetPixel(x, y), Pixel(y, x) ^ 0x00FF00FFu);
-        for (uint32_t y = 0; y < 5; ++y)
-            for (uint32_t x = 0; x < 6; ++x)
-                ASSERT_EQ(stack.GetLayer(0)->m_image.GetPixel(x, y), Pixel(x, y));
+        EXPECT_TRUE(vmtest::SamePixels(top->m_image,
+                                       Words(4, 3, [](uint32_t x, uint32_t y) { return Pixel(y, x) ^ 0x00FF00FFu; })));
+        EXPECT_TRUE(vmtest::SamePixels(stack.GetLayer(0)->m_image, Words(6, 5, Pixel)));
     }
 }
 
@@ -94,14 +97,10 @@ TEST(PsdReader, BottomLayerIsPlacedAtTheOriginAtDocumentSizeAndAlwaysVisible)
     CLayerStack stack;
     ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
     const CLayer* base = stack.GetLayer(0);
-    ASSERT_EQ(vmtest::Size(base->m_image), "5x4");
     EXPECT_EQ(base->m_x, 0);
     EXPECT_EQ(base->m_visible, 1);
-    for (uint32_t y = 0; y < 4; ++y)
-        for (uint32_t x = 0; x < 5; ++x) {
-            const bool covered = x >= 2 && y < 2;
-            EXPECT_EQ(base->m_image.GetPixel(x, y), covered ? Pixel(x - 2, y + 1) : 0u) << x << "," << y;
-        }
+    EXPECT_TRUE(vmtest::SamePixels(
+        base->m_image, Words(5, 4, [](uint32_t x, uint32_t y) { return x >= 2 && y < 2 ? Pixel(x - 2, y + 1) : 0u; })));
 }
 
 TEST(PsdReader, OurOwnOneLayerFileComesBackWithItsTransparencyAndName)
