@@ -51,9 +51,6 @@ TEST(Channel, AddAndSubtractFollowTheSoftMaskFormulas)
         ASSERT_EQ(sum.GetBuffer()[i], added) << i;
         ASSERT_EQ(diff.GetBuffer()[i], taken) << i;
     }
-    EXPECT_EQ(sum.GetBuffer()[1], 255);
-    EXPECT_EQ(diff.GetBuffer()[1], 0);
-    EXPECT_EQ(sum.GetBuffer()[0], a.GetBuffer()[0]);
 }
 
 TEST(Channel, AnEmptyPlaneTakesTheOtherAndAMismatchedOneIsLeftAlone)
