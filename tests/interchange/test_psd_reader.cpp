@@ -1,6 +1,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "document/layer.h"
@@ -76,8 +77,7 @@ TEST(PsdReader, LayersKeepPositionNameOpacityModeVisibilityAndPixels)
         ASSERT_EQ(stack.GetLayerCount(), 2);
         EXPECT_EQ(vmtest::Size(stack), "6x5");
         const CLayer* top = stack.GetLayer(1);
-        EXPECT_EQ(LayerName(stack.GetLayer(0)), "Base");
-        EXPECT_EQ(LayerName(top), "Top");
+        EXPECT_EQ(std::make_tuple(LayerName(stack.GetLayer(0)), LayerName(top)), std::make_tuple("Base", "Top"));
         EXPECT_EQ(vmtest::Place(*top), "-2,3");
         EXPECT_EQ(std::make_tuple(int(top->m_opacity), int(top->m_blendMode), int(top->m_visible)),
                   std::make_tuple(77, 6, 0));   // opacity, mode, visibility
@@ -154,9 +154,9 @@ TEST(PsdReader, LayeredFileRoundTripsEveryLayer)
         EXPECT_TRUE(vmtest::SamePixels(b->m_image, a->m_image)) << i;
     }
     // A layer without pixels keeps its place, blank.
-    EXPECT_EQ(LayerName(back.GetLayer(3)), "Empty");
-    EXPECT_EQ(back.GetLayer(3)->m_opacity, 0);
-    EXPECT_EQ(back.GetLayer(3)->m_image.GetWidth(), 1u);
+    const CLayer* blank = back.GetLayer(3); // name, opacity, width
+    EXPECT_EQ(std::make_tuple(LayerName(blank), int(blank->m_opacity), blank->m_image.GetWidth()),
+              std::make_tuple("Empty", 0, 1u));
 }
 
 TEST(PsdReader, LayeredFileIsTheSameAtEveryVectorLevelAndSplit)
@@ -264,9 +264,9 @@ TEST(PsdReader, OnlyTheFirst32LayersEnterAndGroupMarkersAreLeftOut)
     CLayerStack stack;
     ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
     ASSERT_EQ(stack.GetLayerCount(), 32);
-    EXPECT_EQ(LayerName(stack.GetLayer(1)), "L2");
-    EXPECT_EQ(LayerName(stack.GetLayer(3)), "L5");
-    EXPECT_EQ(LayerName(stack.GetLayer(31)), "L33");
+    EXPECT_EQ(
+        std::make_tuple(LayerName(stack.GetLayer(1)), LayerName(stack.GetLayer(3)), LayerName(stack.GetLayer(31))),
+        std::make_tuple("L2", "L5", "L33"));
 }
 
 TEST(PsdReader, BlankLayersUnknownModesAndUserMasks)
@@ -291,10 +291,9 @@ TEST(PsdReader, BlankLayersUnknownModesAndUserMasks)
     CLayerStack stack;
     ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
     ASSERT_EQ(stack.GetLayerCount(), 3);
-    const CLayer* b = stack.GetLayer(1);
-    EXPECT_EQ(b->m_opacity, 0);
-    EXPECT_EQ(b->m_image.GetWidth(), 1u);
-    EXPECT_EQ(b->m_blendMode, 0);
+    const CLayer* b = stack.GetLayer(1); // opacity, width, mode
+    EXPECT_EQ(std::make_tuple(int(b->m_opacity), b->m_image.GetWidth(), int(b->m_blendMode)),
+              std::make_tuple(0, 1u, 0));
     const CLayer* m = stack.GetLayer(2);
     EXPECT_EQ(m->m_blendMode, 0);
     ASSERT_NE(m->m_pChannel, nullptr);

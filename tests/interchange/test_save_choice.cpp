@@ -106,8 +106,7 @@ TEST_F(SaveChoiceTest, LayerAndPsdChoicesWriteTheRightPixels)
     ASSERT_EQ(reader.LoadFile(m_dir.File("all.PSD").c_str(), read), 1);
     ASSERT_EQ(read.GetLayerCount(), 2);
     const CLayer* top = read.GetLayer(1);
-    EXPECT_EQ(top->m_x, 4);
-    EXPECT_EQ(top->m_y, 5);
+    EXPECT_EQ(vmtest::Place(*top), "4,5");
     EXPECT_TRUE(vmtest::SamePixels(top->m_image, layer));
 
     // The flat PSD of the composite keeps every pixel, transparency included.
