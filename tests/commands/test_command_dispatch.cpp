@@ -234,8 +234,7 @@ TEST_F(Commands, NewMergeDownAndFlatten)
     EXPECT_EQ(Run("Doc_MergeDownLayer('4')"), kCommandRefused);
     doc.SetCurrentIndex(3);
     EXPECT_EQ(Run("Doc_MergeDownLayer('3')"), kCommandDone);
-    EXPECT_EQ(doc.GetLayerCount(), 3);
-    EXPECT_EQ(doc.GetCurrentIndex(), 2);
+    EXPECT_EQ(std::make_tuple(doc.GetLayerCount(), doc.GetCurrentIndex()), std::make_tuple(3, 2));
     ExpectLastStep(255, 3, "His_mergedownlayer");
 
     EXPECT_EQ(Run("Doc_FlatImage"), kCommandDone);
@@ -378,8 +377,7 @@ TEST_F(Commands, OpenDocumentAndLayerFiles)
     host.nextPath = path;
     EXPECT_EQ(Run("Doc_open"), kCommandDone);
     EXPECT_TRUE(host.lastFilterWasDocument);
-    EXPECT_EQ(doc.GetLayerCount(), 1);
-    EXPECT_EQ(doc.GetWidth(), 7);
+    EXPECT_EQ(std::make_tuple(doc.GetLayerCount(), doc.GetWidth()), std::make_tuple(1, 7)); // layers, width
     EXPECT_EQ(context.documentPath, path);
     EXPECT_EQ(history.ResetCount(), 1);
     ASSERT_EQ(history.Steps().size(), 1u);
@@ -387,14 +385,12 @@ TEST_F(Commands, OpenDocumentAndLayerFiles)
 
     EXPECT_EQ(Run("Doc_OpenLayer('1')"), kCommandDone);
     EXPECT_FALSE(host.lastFilterWasDocument);
-    EXPECT_EQ(doc.GetLayerCount(), 2);
-    EXPECT_EQ(doc.GetCurrentIndex(), 1);
+    EXPECT_EQ(std::make_tuple(doc.GetLayerCount(), doc.GetCurrentIndex()), std::make_tuple(2, 1));
     ExpectLastStep(104, 1, "His_openlayer");
     // Into a wholly transparent layer: no layer is added and that layer becomes current.
     ASSERT_EQ(Run("Doc_NewLayer('1')"), kCommandDone);
     EXPECT_EQ(Run("Doc_OpenLayer('3')"), kCommandDone);
-    EXPECT_EQ(doc.GetLayerCount(), 3);
-    EXPECT_EQ(doc.GetCurrentIndex(), 2);
+    EXPECT_EQ(std::make_tuple(doc.GetLayerCount(), doc.GetCurrentIndex()), std::make_tuple(3, 2));
     ExpectLastStep(4, 2, "His_openlayer");
     EXPECT_EQ(Run("Doc_OpenLayer('9')"), kCommandRefused);
 
