@@ -39,13 +39,11 @@ TEST(CommandParse, NamesAndArguments)
 
 TEST(CommandParse, MalformedTextsFail)
 {
-    EXPECT_FALSE(Parses("Doc_X()")) << "the ')' is skipped unseen and the end follows";
-    EXPECT_FALSE(Parses("Doc_X( '1')")) << "a blank takes the opening quote's place";
-    EXPECT_FALSE(Parses("Doc_X('1'")) << "complete argument, no closing parenthesis";
-    EXPECT_FALSE(Parses("Doc_X('1',")) << "no further quote";
-    EXPECT_FALSE(Parses("Doc_X('1"));
-    EXPECT_FALSE(Parses("Doc_X("));
-    EXPECT_FALSE(Parses(nullptr));
+    // The ')' skipped unseen and then the end; a blank in the opening quote's place; a complete argument and no
+    // closing parenthesis; no further quote; an argument or a list that is never closed; no text.
+    for (const char* text :
+         {"Doc_X()", "Doc_X( '1')", "Doc_X('1'", "Doc_X('1',", "Doc_X('1", "Doc_X(", static_cast<const char*>(nullptr)})
+        EXPECT_FALSE(Parses(text)) << (text ? text : "null");
     const std::string arg32(32, 'a');
     EXPECT_TRUE(Parses(("X('" + arg32 + "')").c_str()));
     EXPECT_FALSE(Parses(("X('" + arg32 + "a')").c_str()));
@@ -72,10 +70,7 @@ TEST(CommandParse, ParseIntFieldIsLenient)
         EXPECT_EQ(v, value) << text;
     }
     int v = 5;
-    EXPECT_FALSE(ParseIntField("", v));
-    EXPECT_FALSE(ParseIntField("abc", v));
-    EXPECT_FALSE(ParseIntField("2147483648", v));
-    EXPECT_FALSE(ParseIntField("99999999999999999999", v));
-    EXPECT_FALSE(ParseIntField(nullptr, v));
+    for (const char* text : {"", "abc", "2147483648", "99999999999999999999", static_cast<const char*>(nullptr)})
+        EXPECT_FALSE(ParseIntField(text, v)) << (text ? text : "null");
     EXPECT_EQ(v, 5);
 }

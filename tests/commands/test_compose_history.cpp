@@ -1,10 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <array>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "commands/history_log.h"
@@ -85,8 +85,7 @@ TEST_F(ComposeHistoryTest, TheFirstStepIsAlwaysASnapshotUnknownKindsAddNoneAndLa
     // The snapshot is the document stream: its header names the document's size.
     const std::vector<uint8_t> head = vmtest::ReadAll(m_log.GetLogPath());
     ASSERT_GE(head.size(), 20u);
-    EXPECT_EQ(vmio::GetU32(head.data()), 20u);
-    EXPECT_EQ(vmio::GetU32(head.data() + 12), 30u);
+    EXPECT_EQ(std::make_pair(vmio::GetU32(head.data()), vmio::GetU32(head.data() + 12)), std::make_pair(20u, 30u));
     EXPECT_EQ(LastPayload(), 20 + 8 + 56 + 4 + 30 * 20 * 4 + 8 + 2u);
     EXPECT_EQ(m_log.AddStep(&m_doc, 7, 0, "x"), 1) << "an unknown kind adds no record";
     EXPECT_EQ(m_log.GetCount(), 1);
@@ -242,9 +241,9 @@ TEST_F(ComposeHistoryTest, AResizedLayerIsStoredWholeAtItsNewSize)
     const std::vector<uint8_t> log = vmtest::ReadAll(m_log.GetLogPath());
     ASSERT_GE(log.size(), m_log.GetRecord(1)->offset + 24);
     const uint8_t* head = log.data() + m_log.GetRecord(1)->offset;
-    EXPECT_EQ(vmio::GetI32(head + 12), 12);
-    EXPECT_EQ(vmio::GetI32(head + 16), 7);
-    EXPECT_EQ(vmio::GetI32(head + 20), 1);   // full
+    // Its width, height and the flag of a whole layer.
+    EXPECT_EQ(std::make_tuple(vmio::GetI32(head + 12), vmio::GetI32(head + 16), vmio::GetI32(head + 20)),
+              std::make_tuple(12, 7, 1));
 }
 
 TEST_F(ComposeHistoryTest, AStepAfterUndoCapturesAgainstTheRestoredState)
@@ -341,8 +340,7 @@ TEST_F(ComposeHistoryTest, ProjectsSavedWithHistoryContinueWhereTheyWere)
     CLayerStack doc2;
     ASSERT_EQ(OpenProject(doc2, &log2, path.c_str()), 1);
     EXPECT_EQ(Capture(doc2), m_states[2]);
-    EXPECT_EQ(log2.GetCount(), 4);
-    EXPECT_EQ(log2.GetCurrentStep(), 3);
+    EXPECT_EQ(std::make_pair(log2.GetCount(), log2.GetCurrentStep()), std::make_pair(4, 3));
     EXPECT_EQ(log2.GetDocument(), &doc2);
     ASSERT_EQ(log2.Backward(), 1);
     EXPECT_EQ(Capture(doc2), m_states[1]);

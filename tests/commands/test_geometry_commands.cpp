@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <string>
+#include <utility>
 
 #include "commands/command.h"
 #include "commands/history_sink.h"
@@ -61,8 +63,8 @@ TEST(GeometryCommands, ImageSizeScalesEveryLayerAndItsPlace)
     EXPECT_TRUE(g.doc.GetSelectionMask().IsNull());  // the selection no longer fits
     EXPECT_EQ(g.doc.GetChannel(0)->GetWidth(), 40u); // saved channels are not scaled
     ASSERT_EQ(g.history.Steps().size(), 1u);
-    EXPECT_EQ(g.history.Steps()[0].kind, kStepWholeDocument);
-    EXPECT_EQ(g.history.Steps()[0].label, "His_ImageSize");
+    EXPECT_EQ(std::make_pair(g.history.Steps()[0].kind, g.history.Steps()[0].label),
+              std::make_pair(int(kStepWholeDocument), std::string("His_ImageSize")));
     // The bicubic filter is the default method.
     ASSERT_EQ(ExecuteCommand(g.context, "Doc_ImageSize('20','20')"), kCommandDone);
     EXPECT_EQ(g.doc.GetLayer(0)->m_image.GetWidth(), 20u);

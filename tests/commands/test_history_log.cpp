@@ -1,10 +1,10 @@
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <gtest/gtest.h>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "commands/history_log.h"
@@ -142,8 +142,7 @@ TEST_F(HistoryLogTest, StaleLogsAreThoseBeforeTodayInAnyField)
 TEST_F(OpenLogTest, UndoRedoAndJumpsReplayFromTheNearestSnapshot)
 {
     EXPECT_EQ(m_log.Add(kStepWholeDocument, 0, "open"), 1);
-    EXPECT_EQ(m_log.CanBackward(), 0);
-    EXPECT_EQ(m_log.CanForward(), 0);
+    EXPECT_EQ(std::make_pair(m_log.CanBackward(), m_log.CanForward()), std::make_pair(0, 0));
     std::vector<std::vector<int32_t>> states{m_log.doc};
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(m_log.Set(i, 10 + i), i + 2);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <tuple>
@@ -56,6 +57,17 @@ protected:
     }
     // The bytes of a mask whose value at (x, y) is at(x, y).
     template <class F> static Bytes MaskOf(F at) { return vmtest::Bytes(vmtest::PlaneOf(kW, kH, at)); }
+    // The bytes of an opaque picture with the colour (blue, green, red bytes) laid over pixel i at coverage
+    // alpha(i), as the fill and the stroke paint the base.
+    template <class F> static Bytes Painted(const Bytes& under, std::array<uint8_t, 3> colour, F alpha)
+    {
+        Bytes out = under;
+        for (size_t i = 0; i < under.size() / 4; ++i)
+            if (const int a = alpha(i))
+                for (size_t c = 0; c < 3; ++c)
+                    out[i * 4 + c] = OverOpaque(colour[c], under[i * 4 + c], a);
+        return out;
+    }
     int Run(const char* text) { return ExecuteCommand(context, text); }
     const CHistoryRecord& LastRecord() const { return *log.GetRecord(log.GetCount() - 1); }
 
@@ -127,14 +139,7 @@ TEST_F(ModifierCommands, FillAndStrokeOnTheBaseGiveExactBytesAndUndoRestoresThem
     ASSERT_EQ(doc.GetLayerCount(), 1);
     EXPECT_EQ(std::make_tuple(int(LastRecord().kind), LastRecord().arg), std::make_tuple(4, 0));
     EXPECT_STREQ(LastRecord().label, "fill");
-    Bytes expected = base;
-    for (size_t i = 0; i < block.size(); ++i) {
-        const int a = 70 * block[i] / 100;
-        if (!a) continue;
-        expected[i * 4 + 0] = OverOpaque(0x00, base[i * 4 + 0], a);
-        expected[i * 4 + 1] = OverOpaque(0x80, base[i * 4 + 1], a);
-        expected[i * 4 + 2] = OverOpaque(0xFF, base[i * 4 + 2], a);
-    }
+    Bytes expected = Painted(base, {0x00, 0x80, 0xFF}, [&](size_t i) { return 70 * block[i] / 100; });
     EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected);
     const Bytes filled = expected;
 
@@ -142,13 +147,8 @@ TEST_F(ModifierCommands, FillAndStrokeOnTheBaseGiveExactBytesAndUndoRestoresThem
     ASSERT_EQ(Run("Doc_StrokeSelection('2','50','0000FF')"), kCommandDone);
     EXPECT_STREQ(LastRecord().label, "stroke");
     const Bytes grown = PlainExpand(block, kW, kH, 2);
-    for (size_t i = 0; i < block.size(); ++i) {
-        const int a = 50 * std::max(0, grown[i] - block[i]) / 100;
-        if (!a) continue;
-        expected[i * 4 + 0] = OverOpaque(0xFF, filled[i * 4 + 0], a);
-        expected[i * 4 + 1] = OverOpaque(0x00, filled[i * 4 + 1], a);
-        expected[i * 4 + 2] = OverOpaque(0x00, filled[i * 4 + 2], a);
-    }
+    expected =
+        Painted(filled, {0xFF, 0x00, 0x00}, [&](size_t i) { return 50 * std::max(0, grown[i] - block[i]) / 100; });
     EXPECT_EQ(vmtest::Bytes(doc.GetLayer(0)->m_image), expected);
 
     ASSERT_EQ(log.Backward(), 1);
@@ -200,27 +200,18 @@ TEST_F(ModifierCommands, AtTheLayerLimitFillIsRefusedAndNothingChanges)
 TEST(SegmentDeflate, KeepsOnlyRegionsWhollyInsideTheSelection)
 {
     // Labels 1 (left), 2 (middle), 3 (right), and unlabelled pixels in row 0.
-    const int w = 6, h = 3;
-    COLImage labels;
-    labels.Create(w, h);
-    COLChannel mask;
-    mask.Create(w, h);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            const uint32_t label = y == 0 ? 0 : x < 2 ? 1 : x < 4 ? 2 : 3;
-            labels.GetBuffer()[y * w + x] = CPixel::FromWord(0xAB000000u | label);
-            // Left region all selected; middle selected but one pixel at 127; right at 128 and up.
-            uint8_t m = 255;
-            if (x == 3 && y == 2) m = 127;
-            if (x >= 4) m = 128;
-            mask.SetValue(uint32_t(x), uint32_t(y), m);
-        }
+    const COLImage labels = vmtest::Picture(6, 3, [](uint32_t x, uint32_t y) {
+        return CPixel::FromWord(0xAB000000u | (y == 0 ? 0 : x < 2 ? 1 : x < 4 ? 2 : 3));
+    });
+    // Left region all selected; middle selected but one pixel at 127; right at 128 and up.
+    const COLChannel mask = vmtest::PlaneOf(6, 3, [](uint32_t x, uint32_t y) {
+        return x >= 4 ? 128 : x == 3 && y == 2 ? 127 : 255;
+    });
     COLChannel result;
     ASSERT_TRUE(DeflateMask(mask, labels, result));
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x)
-            EXPECT_EQ(result.GetValue(uint32_t(x), uint32_t(y)), (y > 0 && (x < 2 || x >= 4)) ? 255 : 0)
-                << x << "," << y;
+    EXPECT_EQ(vmtest::Bytes(result), vmtest::Bytes(vmtest::PlaneOf(6, 3, [](uint32_t x, uint32_t y) {
+                  return y > 0 && (x < 2 || x >= 4) ? 255 : 0;
+              })));
     COLChannel small;
     small.Create(2, 2);
     EXPECT_FALSE(DeflateMask(small, labels, result)) << "sizes differ";
@@ -232,10 +223,9 @@ TEST_F(ModifierCommands, DeflateOnAPictureOfADarkSquareOnLightGround)
     CComposeDocument big{0};
     ASSERT_EQ(big.NewDocument(64, 48, 0xFF000000), 1);
     auto inSquare = [](int x, int y) { return x >= 16 && x < 40 && y >= 12 && y < 36; };
-    CPixel* p = big.GetLayer(0)->m_image.GetBuffer();
-    for (int y = 0; y < 48; ++y)
-        for (int x = 0; x < 64; ++x)
-            p[y * 64 + x] = CPixel::FromWord(inSquare(x, y) ? 0xFF202020u : 0xFFE0E0E0u);
+    big.GetLayer(0)->m_image = vmtest::Picture(64, 48, [&](uint32_t x, uint32_t y) {
+        return CPixel::FromWord(inSquare(int(x), int(y)) ? 0xFF202020u : 0xFFE0E0E0u);
+    });
     COLChannel& mask = big.GetSelectionMask();
     mask = vmtest::PlaneOf(64, 48, [](uint32_t x, uint32_t y) {
         return x >= 10 && x < 46 && y >= 6 && y < 42 ? 255 : 0;
@@ -259,9 +249,7 @@ TEST_F(ModifierCommands, DeflateOnAPictureOfADarkSquareOnLightGround)
     EXPECT_GE(kept, 22u * 22u) << "the square stays";
 
     // A selection that holds no whole region ends up empty, and the step is written all the same.
-    for (int y = 0; y < 48; ++y)
-        for (int x = 0; x < 64; ++x)
-            mask.SetValue(uint32_t(x), uint32_t(y), x >= 20 && x < 50 ? 255 : 0);
+    mask = vmtest::PlaneOf(64, 48, [](uint32_t x, uint32_t) { return x >= 20 && x < 50 ? 255 : 0; });
     ASSERT_EQ(ExecuteCommand(c, "Doc_SelectSegmentDeflate"), kCommandDone);
     EXPECT_FALSE(mask.IsNull());
     EXPECT_TRUE(mask.IsAllZero());

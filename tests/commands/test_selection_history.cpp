@@ -89,32 +89,31 @@ TEST_F(SelectionHistoryTest, MaskStepsStoreOnlyTheirChangedRectangle)
 TEST_F(SelectionHistoryTest, UndoAndRedoRestoreEveryPlaneExactly)
 {
     std::vector<Saved> states;
-    m_log.AddStep(&m_doc, kStepWholeDocument, 0, "createsel");
-    states.emplace_back(m_doc);
+    // Records a step and keeps every plane as it stands after it.
+    const auto step = [&](int kind, int arg, const char* label) {
+        m_log.AddStep(&m_doc, kind, arg, label);
+        states.emplace_back(m_doc);
+    };
+    step(kStepWholeDocument, 0, "createsel");
 
     vmtest::FillNoise(m_doc.inner, 37, 23, 1);   // a new plane is stored whole
-    m_log.AddStep(&m_doc, kStepChannel, kPlaneInner, "inner");
-    states.emplace_back(m_doc);
+    step(kStepChannel, kPlaneInner, "inner");
 
     for (uint32_t y = 3; y < 9; ++y) m_doc.inner.SetValue(30, y, 255);   // a column stroke
     vmtest::FillNoise(m_doc.outer, 37, 23, 2);
-    m_log.AddStep(&m_doc, kStepChannel, kPlaneInner | kPlaneOuter, "both");
-    states.emplace_back(m_doc);
+    step(kStepChannel, kPlaneInner | kPlaneOuter, "both");
 
     vmtest::FillNoise(m_doc.result, 37, 23, 3);
     m_doc.working.ChannelFrom(&m_doc.result, 3);
-    m_log.AddStep(&m_doc, kStepChannel, kPlaneResult | kPlaneWorking, "matte");
-    states.emplace_back(m_doc);
+    step(kStepChannel, kPlaneResult | kPlaneWorking, "matte");
 
     m_doc.working.PutPixel(36, 22, CPixel::FromWord(0x12345678));
     m_doc.result.SetValue(36, 22, 0x12);
-    m_log.AddStep(&m_doc, kStepLayerRegion, 0, "paint");
-    states.emplace_back(m_doc);
+    step(kStepLayerRegion, 0, "paint");
 
     m_doc.result.Free();   // the result is thrown away
     m_doc.inner.Free();
-    m_log.AddStep(&m_doc, kStepChannel, kPlaneResult | kPlaneInner, "reset");
-    states.emplace_back(m_doc);
+    step(kStepChannel, kPlaneResult | kPlaneInner, "reset");
 
     for (int step : {5, 4, 1, 3, 6, 2, 6, 1, 5}) {
         ASSERT_EQ(m_log.JumpTo(step), 1) << step;
@@ -132,17 +131,19 @@ TEST_F(SelectionHistoryTest, AStepAfterUndoCapturesAgainstTheRestoredState)
     m_doc.working.ChannelFrom(&m_doc.result, 3);   // selection mode keeps the mask in the working alpha
     m_log.AddStep(&m_doc, kStepWholeDocument, 0, "createsel");
     Saved first(m_doc);
-    for (uint32_t x = 0; x < 37; ++x) m_doc.result.SetValue(x, 5, 0);
-    m_doc.working.ChannelFrom(&m_doc.result, 3);
-    m_log.AddStep(&m_doc, kStepChannel, kPlaneResult, "erase");
+    const auto eraseRow = [&](const char* label) {
+        for (uint32_t x = 0; x < 37; ++x)
+            m_doc.result.SetValue(x, 5, 0);
+        m_doc.working.ChannelFrom(&m_doc.result, 3);
+        m_log.AddStep(&m_doc, kStepChannel, kPlaneResult, label);
+    };
+    eraseRow("erase");
     Saved erased(m_doc);
     ASSERT_EQ(m_log.Backward(), 1);
     ASSERT_TRUE(first.Matches(m_doc));
 
     // Repeating exactly the undone edit must still be recorded, or undo and redo would lose it.
-    for (uint32_t x = 0; x < 37; ++x) m_doc.result.SetValue(x, 5, 0);
-    m_doc.working.ChannelFrom(&m_doc.result, 3);
-    m_log.AddStep(&m_doc, kStepChannel, kPlaneResult, "erase again");
+    eraseRow("erase again");
     ASSERT_EQ(m_log.JumpTo(1), 1);
     ASSERT_EQ(m_log.JumpTo(2), 1);
     EXPECT_TRUE(erased.Matches(m_doc));

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "support/engine_checks.h"
@@ -17,18 +18,13 @@ bool ReadPam(const std::string& path, COLImage& image)
     std::string line;
     if (!std::getline(in, line) || line != "P7") return false;
     uint32_t w = 0, h = 0, depth = 0, maxval = 0;
+    const std::map<std::string, uint32_t*> fields = {
+        {"WIDTH", &w}, {"HEIGHT", &h}, {"DEPTH", &depth}, {"MAXVAL", &maxval}};
     while (std::getline(in, line) && line != "ENDHDR") {
         std::istringstream s(line);
         std::string key;
         s >> key;
-        if (key == "WIDTH")
-            s >> w;
-        else if (key == "HEIGHT")
-            s >> h;
-        else if (key == "DEPTH")
-            s >> depth;
-        else if (key == "MAXVAL")
-            s >> maxval;
+        if (const auto field = fields.find(key); field != fields.end()) s >> *field->second;
     }
     if (!w || !h || depth < 1 || depth > 4 || (maxval != 255 && maxval != 65535)) return false;
     std::vector<uint8_t> raw(size_t(w) * h * depth);

@@ -51,9 +51,6 @@ TEST(Channel, AddAndSubtractFollowTheSoftMaskFormulas)
         ASSERT_EQ(sum.GetBuffer()[i], added) << i;
         ASSERT_EQ(diff.GetBuffer()[i], taken) << i;
     }
-    EXPECT_EQ(sum.GetBuffer()[1], 255);
-    EXPECT_EQ(diff.GetBuffer()[1], 0);
-    EXPECT_EQ(sum.GetBuffer()[0], a.GetBuffer()[0]);
 }
 
 TEST(Channel, AnEmptyPlaneTakesTheOtherAndAMismatchedOneIsLeftAlone)
@@ -95,9 +92,6 @@ TEST(Channel, SaveToFileDumpsAGrayPicture)
     COLImage back;
     ASSERT_EQ(back.LoadFromFile(dir.File("mask.bmp").c_str()), kOk);
     // The dump writer stores rows top first, so the reader returns them upside down.
-    for (uint32_t y = 0; y < 3; ++y)
-        for (uint32_t x = 0; x < 9; ++x) {
-            const uint8_t v = c.GetValue(x, y);
-            EXPECT_TRUE(back.GetPixel2(x, 2 - y) == CPixel::Make(v, v, v)) << x << "," << y;
-        }
+    const COLChannel upsideDown = vmtest::PlaneOf(9, 3, [&](uint32_t x, uint32_t y) { return c.GetValue(x, 2 - y); });
+    EXPECT_TRUE(vmtest::SameColours(back, vmtest::GrayPicture(upsideDown)));
 }

@@ -10,13 +10,8 @@
 
 namespace {
 
-#define REQUIRE_IMAGEMAGICK()                                                                                          \
-    do {                                                                                                               \
-        if (!codectest::HaveImageMagick()) {                                                                           \
-            GTEST_SKIP() << "ImageMagick (/usr/bin/identify, /usr/bin/convert) is not installed; install the "         \
-                            "Debian package imagemagick to run the interop checks";                                    \
-        }                                                                                                              \
-    } while (0)
+const char* const kNoImageMagick = "ImageMagick (/usr/bin/identify, /usr/bin/convert) is not installed; install the "
+                                   "Debian package imagemagick to run the interop checks";
 
 struct Written {
     const char* name;
@@ -28,7 +23,7 @@ struct Written {
 
 TEST(CodecImageMagick, ReadsWhatWeWrite)
 {
-    REQUIRE_IMAGEMAGICK();
+    if (!codectest::HaveImageMagick()) GTEST_SKIP() << kNoImageMagick;
     vmtest::TempDir dir;
     const COLImage src = codectest::Pattern(45, 31, true);
     COLImageCodec codec;
@@ -69,7 +64,7 @@ TEST(CodecImageMagick, ReadsWhatWeWrite)
 
 TEST(CodecImageMagick, ReadsALargePngWrittenInBands)
 {
-    REQUIRE_IMAGEMAGICK();
+    if (!codectest::HaveImageMagick()) GTEST_SKIP() << kNoImageMagick;
     vmtest::TempDir dir;
     COLImage src = vmtest::Noise(900, 1300, 17);
     ASSERT_EQ(COLImageCodec().SaveFileWithAlpha(dir.File("big.png").c_str(), &src), 1);

@@ -43,7 +43,6 @@ TEST(Pixel, AddSubtractSaturateAndKeepAlpha)
 TEST(Image, CreateAlignsAndReusesOnlyAtTheSameSize)
 {
     COLImage img;
-    EXPECT_TRUE(img.IsNull());
     ASSERT_EQ(img.Create(3, 5), kOk);
     EXPECT_EQ(reinterpret_cast<uintptr_t>(img.GetBuffer()) % 16, 0u);
     EXPECT_EQ(img.GetAreaByteSize(), 60u);

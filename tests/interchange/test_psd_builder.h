@@ -89,14 +89,10 @@ inline std::vector<uint8_t> Build(const Document& d)
             info.U8(l.flags);
             info.U8(0);
             Bytes extra;
+            extra.U32(l.mask ? 20 : 0); // the mask block's length
             if (l.mask) {
-                extra.U32(20);
-                extra.U32(uint32_t(l.maskTop));
-                extra.U32(uint32_t(l.maskLeft));
-                extra.U32(uint32_t(l.maskBottom));
-                extra.U32(uint32_t(l.maskRight));
-                extra.U32(0);
-            } else {
+                for (int32_t side : {l.maskTop, l.maskLeft, l.maskBottom, l.maskRight})
+                    extra.U32(uint32_t(side));
                 extra.U32(0);
             }
             extra.U32(uint32_t(4 * l.blendingRanges.size()));
@@ -174,10 +170,9 @@ template <class F> Layer RgbaLayer(int32_t left, int32_t top, uint32_t w, uint32
     l.left = left;
     l.bottom = top + int32_t(h);
     l.right = left + int32_t(w);
-    l.channels.push_back(RawChannel(-1, w, h, [&](uint32_t x, uint32_t y) { return pixel(x, y) >> 24; }));
-    l.channels.push_back(RawChannel(0, w, h, [&](uint32_t x, uint32_t y) { return pixel(x, y) >> 16; }));
-    l.channels.push_back(RawChannel(1, w, h, [&](uint32_t x, uint32_t y) { return pixel(x, y) >> 8; }));
-    l.channels.push_back(RawChannel(2, w, h, [&](uint32_t x, uint32_t y) { return pixel(x, y); }));
+    for (int16_t id = -1; id <= 2; ++id) // alpha (-1), red, green, blue: 24, 16, 8 and 0 bits down the word
+        l.channels.push_back(
+            RawChannel(id, w, h, [&](uint32_t x, uint32_t y) { return pixel(x, y) >> (16 - 8 * id); }));
     return l;
 }
 

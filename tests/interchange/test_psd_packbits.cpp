@@ -38,6 +38,14 @@ std::vector<std::vector<uint8_t>> Rows()
     return rows;
 }
 
+// A row as the encoder packs it, cut to the bytes it wrote.
+std::vector<uint8_t> Packed(const std::vector<uint8_t>& row)
+{
+    std::vector<uint8_t> packed(PackBitsBound(row.size()));
+    packed.resize(EncodePackBits(packed.data(), row.data(), row.size()));
+    return packed;
+}
+
 } // namespace
 
 TEST(PackBits, EncodeDecodeRoundTripWithinTheBound)
@@ -62,14 +70,9 @@ TEST(PackBits, EncodeDecodeRoundTripWithinTheBound)
 
 TEST(PackBits, RunsOfThreeOrMoreBecomeRepeats)
 {
-    const std::vector<uint8_t> run(300, 9);
-    std::vector<uint8_t> packed(PackBitsBound(300));
     // 128 + 128 + 44: three repeat packets of two bytes.
-    EXPECT_EQ(EncodePackBits(packed.data(), run.data(), run.size()), 6u);
-    EXPECT_EQ(packed[0], 0x81);
-    const std::vector<uint8_t> mixed = {5, 6, 6, 6, 6, 7};
-    EXPECT_EQ(EncodePackBits(packed.data(), mixed.data(), mixed.size()), 6u);
-    EXPECT_EQ(std::vector<uint8_t>(packed.begin(), packed.begin() + 6), (std::vector<uint8_t>{0, 5, 0xFD, 6, 0, 7}));
+    EXPECT_EQ(Packed(std::vector<uint8_t>(300, 9)), (std::vector<uint8_t>{0x81, 9, 0x81, 9, 0xD5, 9}));
+    EXPECT_EQ(Packed({5, 6, 6, 6, 6, 7}), (std::vector<uint8_t>{0, 5, 0xFD, 6, 0, 7}));
 }
 
 TEST(PackBits, DecodeStopsAtEitherEndAndSkipsTheNoOp)
@@ -107,18 +110,12 @@ TEST(PackBits, EveryVectorLevelEncodesAsThePlainOne)
     std::vector<std::vector<uint8_t>> plain;
     {
         vmtest::SimdCap cap(vmsimd::kPlain);
-        for (const auto& row : rows) {
-            std::vector<uint8_t> packed(PackBitsBound(row.size()));
-            packed.resize(EncodePackBits(packed.data(), row.data(), row.size()));
-            plain.push_back(packed);
-        }
+        for (const auto& row : rows)
+            plain.push_back(Packed(row));
     }
     for (int level : {vmsimd::kSse2, vmsimd::kAvx2}) {
         vmtest::SimdCap cap(level);
-        for (size_t r = 0; r < rows.size(); ++r) {
-            std::vector<uint8_t> packed(PackBitsBound(rows[r].size()));
-            packed.resize(EncodePackBits(packed.data(), rows[r].data(), rows[r].size()));
-            ASSERT_EQ(packed, plain[r]) << "level " << level << ", row " << r << " of " << rows[r].size();
-        }
+        for (size_t r = 0; r < rows.size(); ++r)
+            ASSERT_EQ(Packed(rows[r]), plain[r]) << "level " << level << ", row " << r << " of " << rows[r].size();
     }
 }

@@ -1,6 +1,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "document/layer.h"
@@ -10,8 +11,9 @@
 #include "interchange/psd_layered_writer.h"
 #include "interchange/psd_reader.h"
 #include "interchange/psd_writer.h"
-#include "support/runtime_limits.h"
 #include "support/media_checks.h"
+#include "support/pictures.h"
+#include "support/runtime_limits.h"
 #include "support/test_support.h"
 #include "test_psd_builder.h"
 
@@ -25,6 +27,12 @@ namespace {
 uint32_t Pixel(uint32_t x, uint32_t y)
 {
     return (x * 37 + y * 11 + 5) % 256 << 24 | (x * 13) % 256 << 16 | (y * 29) % 256 << 8 | (x + y) % 256;
+}
+
+// The picture whose pixel (x, y) is the word at(x, y).
+template <class F> COLImage Words(uint32_t w, uint32_t h, F at)
+{
+    return vmtest::Picture(w, h, [&](uint32_t x, uint32_t y) { return CPixel::FromWord(at(x, y)); });
 }
 
 int Load(const std::vector<uint8_t>& bytes, CLayerStack& stack, CPsdReader* out = nullptr)
@@ -69,18 +77,13 @@ TEST(PsdReader, LayersKeepPositionNameOpacityModeVisibilityAndPixels)
         ASSERT_EQ(stack.GetLayerCount(), 2);
         EXPECT_EQ(vmtest::Size(stack), "6x5");
         const CLayer* top = stack.GetLayer(1);
-        EXPECT_EQ(LayerName(stack.GetLayer(0)), "Base");
-        EXPECT_EQ(LayerName(top), "Top");
+        EXPECT_EQ(std::make_tuple(LayerName(stack.GetLayer(0)), LayerName(top)), std::make_tuple("Base", "Top"));
         EXPECT_EQ(vmtest::Place(*top), "-2,3");
         EXPECT_EQ(std::make_tuple(int(top->m_opacity), int(top->m_blendMode), int(top->m_visible)),
                   std::make_tuple(77, 6, 0));   // opacity, mode, visibility
-        ASSERT_EQ(top->m_image.GetWidth(), 4u);
-        for (uint32_t y = 0; y < 3; ++y)
-            for (uint32_t x = 0; x < 4; ++x)
-                ASSERT_EQ(top->m_image.GetPixel(x, y), Pixel(y, x) ^ 0x00FF00FFu);
-        for (uint32_t y = 0; y < 5; ++y)
-            for (uint32_t x = 0; x < 6; ++x)
-                ASSERT_EQ(stack.GetLayer(0)->m_image.GetPixel(x, y), Pixel(x, y));
+        EXPECT_TRUE(vmtest::SamePixels(top->m_image,
+                                       Words(4, 3, [](uint32_t x, uint32_t y) { return Pixel(y, x) ^ 0x00FF00FFu; })));
+        EXPECT_TRUE(vmtest::SamePixels(stack.GetLayer(0)->m_image, Words(6, 5, Pixel)));
     }
 }
 
@@ -94,14 +97,10 @@ TEST(PsdReader, BottomLayerIsPlacedAtTheOriginAtDocumentSizeAndAlwaysVisible)
     CLayerStack stack;
     ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
     const CLayer* base = stack.GetLayer(0);
-    ASSERT_EQ(vmtest::Size(base->m_image), "5x4");
     EXPECT_EQ(base->m_x, 0);
     EXPECT_EQ(base->m_visible, 1);
-    for (uint32_t y = 0; y < 4; ++y)
-        for (uint32_t x = 0; x < 5; ++x) {
-            const bool covered = x >= 2 && y < 2;
-            EXPECT_EQ(base->m_image.GetPixel(x, y), covered ? Pixel(x - 2, y + 1) : 0u) << x << "," << y;
-        }
+    EXPECT_TRUE(vmtest::SamePixels(
+        base->m_image, Words(5, 4, [](uint32_t x, uint32_t y) { return x >= 2 && y < 2 ? Pixel(x - 2, y + 1) : 0u; })));
 }
 
 TEST(PsdReader, OurOwnOneLayerFileComesBackWithItsTransparencyAndName)
@@ -155,9 +154,9 @@ TEST(PsdReader, LayeredFileRoundTripsEveryLayer)
         EXPECT_TRUE(vmtest::SamePixels(b->m_image, a->m_image)) << i;
     }
     // A layer without pixels keeps its place, blank.
-    EXPECT_EQ(LayerName(back.GetLayer(3)), "Empty");
-    EXPECT_EQ(back.GetLayer(3)->m_opacity, 0);
-    EXPECT_EQ(back.GetLayer(3)->m_image.GetWidth(), 1u);
+    const CLayer* blank = back.GetLayer(3); // name, opacity, width
+    EXPECT_EQ(std::make_tuple(LayerName(blank), int(blank->m_opacity), blank->m_image.GetWidth()),
+              std::make_tuple("Empty", 0, 1u));
 }
 
 TEST(PsdReader, LayeredFileIsTheSameAtEveryVectorLevelAndSplit)
@@ -265,9 +264,9 @@ TEST(PsdReader, OnlyTheFirst32LayersEnterAndGroupMarkersAreLeftOut)
     CLayerStack stack;
     ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
     ASSERT_EQ(stack.GetLayerCount(), 32);
-    EXPECT_EQ(LayerName(stack.GetLayer(1)), "L2");
-    EXPECT_EQ(LayerName(stack.GetLayer(3)), "L5");
-    EXPECT_EQ(LayerName(stack.GetLayer(31)), "L33");
+    EXPECT_EQ(
+        std::make_tuple(LayerName(stack.GetLayer(1)), LayerName(stack.GetLayer(3)), LayerName(stack.GetLayer(31))),
+        std::make_tuple("L2", "L5", "L33"));
 }
 
 TEST(PsdReader, BlankLayersUnknownModesAndUserMasks)
@@ -292,10 +291,9 @@ TEST(PsdReader, BlankLayersUnknownModesAndUserMasks)
     CLayerStack stack;
     ASSERT_EQ(Load(psdtest::Build(d), stack), 1);
     ASSERT_EQ(stack.GetLayerCount(), 3);
-    const CLayer* b = stack.GetLayer(1);
-    EXPECT_EQ(b->m_opacity, 0);
-    EXPECT_EQ(b->m_image.GetWidth(), 1u);
-    EXPECT_EQ(b->m_blendMode, 0);
+    const CLayer* b = stack.GetLayer(1); // opacity, width, mode
+    EXPECT_EQ(std::make_tuple(int(b->m_opacity), b->m_image.GetWidth(), int(b->m_blendMode)),
+              std::make_tuple(0, 1u, 0));
     const CLayer* m = stack.GetLayer(2);
     EXPECT_EQ(m->m_blendMode, 0);
     ASSERT_NE(m->m_pChannel, nullptr);
