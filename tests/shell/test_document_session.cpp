@@ -111,17 +111,23 @@ TEST_F(Session, TheQuestionComesOnlyWithSomethingToLose)
     EXPECT_EQ(m_prompts.pathQuestions, 0); // Discard saves nothing
 }
 
-TEST_F(Session, SaveFromTheQuestionWritesAProjectNeverOverThePhoto)
+TEST_F(Session, SaveFromTheQuestionWritesAProjectNeverOverThePhotoAndAFailedSaveKeepsTheDocument)
 {
     const std::string photo = Picture("photo.png", 24, 16);
     const std::vector<uint8_t> photoBytes = vmtest::ReadAll(photo);
     ASSERT_TRUE(m_session.Open(photo));
     ASSERT_EQ(Run("Doc_NewLayer('0')"), kCommandDone);
 
-    // A cancelled file dialog keeps the document.
+    // A cancelled file dialog keeps the document; so does a failed save, which says so.
     m_prompts.choices = {EDiscardChoice::kSave};
     EXPECT_FALSE(m_session.CheckDiscard());
     EXPECT_EQ(m_prompts.pathQuestions, 1);
+    m_prompts.choices = {EDiscardChoice::kSave};
+    m_prompts.projectPath = m_dir.File("no/such/folder/work.vmpd");
+    EXPECT_FALSE(m_session.CheckDiscard());
+    EXPECT_EQ(m_prompts.messages, std::vector<std::string>{"saveerr"});
+    EXPECT_TRUE(m_session.IsModified());
+    EXPECT_EQ(m_session.Path(), photo);
 
     m_prompts.choices = {EDiscardChoice::kSave};
     m_prompts.projectPath = m_dir.File("work.vmpd");
@@ -136,23 +142,11 @@ TEST_F(Session, SaveFromTheQuestionWritesAProjectNeverOverThePhoto)
     m_prompts.choices = {EDiscardChoice::kSave};
     m_prompts.projectPath.clear();
     EXPECT_TRUE(m_session.CheckDiscard());
-    EXPECT_EQ(m_prompts.pathQuestions, 2);
+    EXPECT_EQ(m_prompts.pathQuestions, 3);
     CComposeDocument reread(0);
     ASSERT_EQ(OpenProject(reread, nullptr, m_dir.File("work.vmpd").c_str()), 1);
     EXPECT_EQ(reread.GetLayerCount(), 2);
     EXPECT_EQ(reread.GetLayer(0)->m_image.GetPixel(0, 0), Doc().GetLayer(0)->m_image.GetPixel(0, 0));
-}
-
-TEST_F(Session, AFailedSaveKeepsTheDocumentAndSaysSo)
-{
-    ASSERT_TRUE(m_session.Open(Picture("p.png", 20, 20)));
-    ASSERT_EQ(Run("Doc_FlipH"), kCommandDone);
-    m_prompts.choices = {EDiscardChoice::kSave};
-    m_prompts.projectPath = m_dir.File("no/such/folder/work.vmpd");
-    EXPECT_FALSE(m_session.CheckDiscard());
-    EXPECT_EQ(m_prompts.messages, std::vector<std::string>{"saveerr"});
-    EXPECT_TRUE(m_session.IsModified());
-    EXPECT_EQ(m_session.Path(), m_dir.File("p.png"));
 }
 
 TEST_F(Session, NewPictureAndClose)

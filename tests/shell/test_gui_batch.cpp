@@ -56,6 +56,18 @@ protected:
     // The list the tests run: the open photo first, the damaged file in the middle.
     std::vector<std::string> List() const { return {m_photos[0], m_photos[1], m_broken, m_photos[2]}; }
 
+    // The end of a run over List(): the report names the damaged file, every photo has its file in out and the
+    // damaged one none.
+    void ExpectTheRunsEnd(const std::string& out, const char* affix, bool prefix)
+    {
+        ASSERT_FALSE(m_services.messages.empty());
+        EXPECT_NE(m_services.messages.back().find("The batch is done"), std::string::npos);
+        EXPECT_NE(m_services.messages.back().find("broken.jpg"), std::string::npos);
+        for (const std::string& photo : m_photos)
+            EXPECT_TRUE(fs::exists(batchkey::OutputPath(out, photo, affix, prefix))) << photo;
+        EXPECT_FALSE(fs::exists(batchkey::OutputPath(out, m_broken, affix, prefix)));
+    }
+
     std::vector<std::string> m_photos;
     std::string m_broken;
     std::vector<uint8_t> m_before;
@@ -174,22 +186,17 @@ TEST_F(BatchInFrame, UnattendedRunFromTheMenuWritesWhatTheCoreBatchWritesAndSkip
     ASSERT_EQ(failures.size(), 1u);
     EXPECT_EQ(failures[0].path, m_broken);
     ASSERT_EQ(written.size(), 3u);
-    ASSERT_FALSE(m_services.messages.empty());
-    EXPECT_NE(m_services.messages.back().find("The batch is done"), std::string::npos);
-    EXPECT_NE(m_services.messages.back().find("broken.jpg"), std::string::npos);
+    ExpectTheRunsEnd(out, "_cut", false);
     // The core's unattended run on the same list and settings writes the same bytes.
     batchkey::Settings core = used;
     core.outputDir = m_dir.File("core");
     EXPECT_EQ(core.pickX, 10);
     EXPECT_EQ(batchkey::Run(List(), core).size(), 1u);
     for (const std::string& photo : m_photos) {
-        const std::string mine = batchkey::OutputPath(out, photo, "_cut", false);
-        EXPECT_TRUE(fs::exists(mine)) << mine;
-        const std::vector<uint8_t> bytes = ReadAll(mine);
+        const std::vector<uint8_t> bytes = ReadAll(batchkey::OutputPath(out, photo, "_cut", false));
         EXPECT_GT(bytes.size(), 100u);
         EXPECT_EQ(bytes, ReadAll(batchkey::OutputPath(core.outputDir, photo, "_cut", false))) << photo;
     }
-    EXPECT_FALSE(fs::exists(batchkey::OutputPath(out, m_broken, "_cut", false)));
     // The document stays as it was, in compose mode.
     EXPECT_FALSE(m_frame->IsSelectionMode());
     EXPECT_EQ(Bytes(m_app.Document().GetLayer(0)->m_image), m_before);
@@ -283,12 +290,7 @@ TEST_F(BatchInFrame, ReviewStepsWithNextAndFinishesWithFinishTheBatch)
 
     ASSERT_TRUE(WaitFor([&] { return CurrentBatchReview() == nullptr; }));
     EXPECT_FALSE(m_frame->IsSelectionMode());
-    ASSERT_FALSE(m_services.messages.empty());
-    EXPECT_NE(m_services.messages.back().find("The batch is done"), std::string::npos);
-    EXPECT_NE(m_services.messages.back().find("broken.jpg"), std::string::npos);
-    for (const std::string& photo : m_photos)
-        EXPECT_TRUE(fs::exists(batchkey::OutputPath(out, photo, "cut_", true)));
-    EXPECT_FALSE(fs::exists(batchkey::OutputPath(out, m_broken, "cut_", true)));
+    ExpectTheRunsEnd(out, "cut_", true);
     EXPECT_EQ(m_app.Document().GetLayerCount(), 1);
     EXPECT_EQ(Bytes(m_app.Document().GetLayer(0)->m_image), m_before);
 }

@@ -35,6 +35,16 @@ protected:
 
     CComposeDocument& Doc() { return m_app.Document(); }
 
+    // From now on commands are recorded as the texts they would run, instead of being run.
+    void RecordCommands()
+    {
+        m_frame->SetExecutor([this](const std::string& text) {
+            m_sent.push_back(text);
+            return 0;
+        });
+    }
+    std::vector<std::string> m_sent;
+
     // An open dialog's filter: all pictures first, then the table's own entries word for word.
     ::testing::AssertionResult OffersTheTableFilter(const std::string& filter, const char* key)
     {
@@ -53,11 +63,7 @@ protected:
 TEST_F(Frame, KeysBecomeCommandTexts)
 {
     OpenPicture(Gradient(64, 48));
-    std::vector<std::string> sent;
-    m_frame->SetExecutor([&](const std::string& text) {
-        sent.push_back(text);
-        return 0;
-    });
+    RecordCommands();
     Key(Qt::Key_Z, Qt::ControlModifier);
     Key(Qt::Key_Y, Qt::ControlModifier);
     Key(Qt::Key_A, Qt::ControlModifier);
@@ -67,42 +73,27 @@ TEST_F(Frame, KeysBecomeCommandTexts)
     Key(Qt::Key_2, Qt::ShiftModifier);
     Key(Qt::Key_D, Qt::ControlModifier); // no selection: the item is grey, so the key does nothing
     Key(Qt::Key_Delete);
-    EXPECT_EQ(sent, (std::vector<std::string>{"UI_HistoryBackward", "UI_HistoryForward", "Doc_SelectAll", "UI_ZoomFit",
-                                              "UI_ZoomIn", "UI_ZoomOut", "Doc_SelectLayer('2')"}));
+    EXPECT_EQ(m_sent, (std::vector<std::string>{"UI_HistoryBackward", "UI_HistoryForward", "Doc_SelectAll",
+                                                "UI_ZoomFit", "UI_ZoomIn", "UI_ZoomOut", "Doc_SelectLayer('2')"}));
 
     // With a selection the selection keys act.
     Doc().GetSelectionMask().Create(64, 48);
-    sent.clear();
+    m_sent.clear();
     Key(Qt::Key_D, Qt::ControlModifier);
     Key(Qt::Key_I, Qt::ControlModifier | Qt::ShiftModifier);
     Key(Qt::Key_Delete);
     Key(Qt::Key_Delete, Qt::ControlModifier);
-    EXPECT_EQ(sent, (std::vector<std::string>{"Doc_SelectNone", "Doc_SelectInverse", "Doc_Delect", "Doc_DelectInv"}));
+    EXPECT_EQ(m_sent, (std::vector<std::string>{"Doc_SelectNone", "Doc_SelectInverse", "Doc_Delect", "Doc_DelectInv"}));
 
     // A text field keeps its keys.
-    sent.clear();
+    m_sent.clear();
     auto* field = new QLineEdit(m_frame);
     field->show();
     field->setFocus();
     QTest::keyClick(field, Qt::Key_A, Qt::ControlModifier);
     QTest::keyClick(field, Qt::Key_Delete);
-    EXPECT_TRUE(sent.empty());
+    EXPECT_TRUE(m_sent.empty());
     delete field;
-}
-
-TEST_F(Frame, CtrlOAsksForAFileAndCtrlWClosesIt)
-{
-    m_services.openPaths.push_back(SavePicture(m_dir.File("p.png"), Gradient(30, 20)));
-    Key(Qt::Key_O, Qt::ControlModifier);
-    ASSERT_EQ(Doc().GetLayerCount(), 1);
-    ASSERT_FALSE(m_services.filters.empty());
-    EXPECT_TRUE(OffersTheTableFilter(m_services.filters.back(), "openfiletype"));
-    Key(Qt::Key_W, Qt::ControlModifier);
-    EXPECT_EQ(Doc().GetLayerCount(), 0);
-    EXPECT_EQ(m_frame->View()->GetSource(), nullptr);
-    EXPECT_FALSE(m_frame->IsShowingComposeMenus());
-    EXPECT_EQ(m_frame->windowTitle().toStdString(), "Velmorando");
-    EXPECT_TRUE(m_services.messages.empty()); // nothing had changed: no question
 }
 
 TEST_F(Frame, LayerMenuEditsTheDocumentAndUndoRedoWalkTheHistory)
@@ -192,25 +183,21 @@ TEST_F(Frame, OpenToNewLayerAndACancelledDialogSaysNothing)
     EXPECT_EQ(Doc().GetLayerCount(), 2);
 }
 
-TEST_F(Frame, ProjectSavesAndOpensAgainWithItsLayersAndHistory)
+TEST_F(Frame, OpenedSavedAsAProjectClosedAndOpenedAgainWithItsLayersAndHistory)
 {
-    OpenPicture(Gradient(50, 40));
+    // Ctrl+O asks for a picture with the table's filter.
+    m_services.openPaths.push_back(SavePicture(m_dir.File("p.png"), Gradient(50, 40)));
+    Key(Qt::Key_O, Qt::ControlModifier);
+    ASSERT_EQ(Doc().GetLayerCount(), 1);
+    EXPECT_TRUE(OffersTheTableFilter(m_services.filters.back(), "openfiletype"));
     m_frame->OnCommand(cmd::kNewLayer);
     Doc().SetCurrentIndex(0); // the flip acts on the base
     m_frame->OnCommand(cmd::kFlipV);
     ASSERT_TRUE(m_frame->IsModified());
     const std::string project = m_dir.File("work.vmpd");
-    m_services.savePaths.push_back(project);
-    // The save dialog is modal: press its project button once it is up.
-    OnDialogShown<QDialog>([](QDialog* dialog) {
-        for (QPushButton* b : dialog->findChildren<QPushButton*>())
-            if (b->text().startsWith(QStringLiteral("工程文件"))) {
-                dialog->findChild<QCheckBox*>()->setChecked(true);
-                b->click();
-                return;
-            }
-    });
-    m_frame->OnCommand(cmd::kSave);
+    // The project button, with its history.
+    SaveThrough(cmd::kSave, ESaveChoice::kProject, project,
+                [](CSaveDlg* d) { d->findChild<QCheckBox*>()->setChecked(true); });
     ASSERT_TRUE(std::filesystem::exists(project));
     EXPECT_FALSE(m_frame->IsModified());
     EXPECT_EQ(m_services.filters.back(), m_app.GetString("vmdoc"));
@@ -218,6 +205,9 @@ TEST_F(Frame, ProjectSavesAndOpensAgainWithItsLayersAndHistory)
     Key(Qt::Key_W, Qt::ControlModifier); // saved: closes without a question
     EXPECT_TRUE(m_services.messages.empty());
     ASSERT_EQ(Doc().GetLayerCount(), 0);
+    EXPECT_EQ(m_frame->View()->GetSource(), nullptr);
+    EXPECT_FALSE(m_frame->IsShowingComposeMenus());
+    EXPECT_EQ(m_frame->windowTitle().toStdString(), "Velmorando");
 
     m_services.openPaths.push_back(project);
     m_frame->OnCommand(cmd::kOpen);
@@ -396,11 +386,7 @@ TEST_F(Frame, RulersFollowTheDocumentAndThePointer)
 TEST_F(Frame, ShortcutsWaitWhileTheWorkerRunsAndItsProgressShows)
 {
     OpenPicture(Gradient(20, 20));
-    std::vector<std::string> sent;
-    m_frame->SetExecutor([&](const std::string& text) {
-        sent.push_back(text);
-        return 0;
-    });
+    RecordCommands();
     ASSERT_NE(m_app.Worker(), nullptr);
     CHeldProcess process;
     COLImage src, dst;
@@ -413,12 +399,12 @@ TEST_F(Frame, ShortcutsWaitWhileTheWorkerRunsAndItsProgressShows)
     ASSERT_TRUE(WaitFor([&] { return m_frame->ProgressShown() == 50; }));
     EXPECT_TRUE(m_frame->IsWorkerBusy());
     Key(Qt::Key_Z, Qt::ControlModifier);
-    EXPECT_TRUE(sent.empty());
+    EXPECT_TRUE(m_sent.empty());
     process.Release();
     m_app.Worker()->WaitDone();
     ASSERT_TRUE(WaitFor([&] { return m_frame->ProgressShown() == -1; }));
     Key(Qt::Key_Z, Qt::ControlModifier);
-    EXPECT_EQ(sent, std::vector<std::string>{"UI_HistoryBackward"});
+    EXPECT_EQ(m_sent, std::vector<std::string>{"UI_HistoryBackward"});
 }
 
 TEST(HistoryLabels, KeysTranslateButTextsStayAsTheyAre)

@@ -40,9 +40,11 @@ protected:
     void SetUp() override { StartFrame(1000, 720); }
     void TearDown() override { selmode::SetBringBackChooser(nullptr); }
 
-    // A second layer, smaller than the picture and placed inside it, so scaling and canvas moves show on it too.
-    void AddUpperLayer()
+    // The cat photo with a second layer, smaller than the picture and placed inside it, so scaling and canvas
+    // moves show on it too.
+    void OpenWithUpperLayer()
     {
+        ASSERT_NO_FATAL_FAILURE(Open(AssetPath("samples/chelsea.png")));
         CComposeDocument& doc = m_app.Document();
         CLayer* upper = doc.AddLayer(0, 0);
         ASSERT_NE(upper, nullptr);
@@ -108,10 +110,9 @@ protected:
     bool m_answered = false;
 };
 
-TEST_F(ImageMenuInFrame, ImageSizeScalesEveryLayerAsTheCoreDoesAndUndoRestores)
+TEST_F(ImageMenuInFrame, ImageSizeScalesEveryLayerAsTheCoreDoesUndoRestoresAndBadSidesAreRefused)
 {
-    Open(AssetPath("samples/chelsea.png"));
-    AddUpperLayer();
+    OpenWithUpperLayer();
     CComposeDocument before(0), expected(0);
     CopyDocument(before);
     CopyDocument(expected);
@@ -145,27 +146,8 @@ TEST_F(ImageMenuInFrame, ImageSizeScalesEveryLayerAsTheCoreDoesAndUndoRestores)
     m_frame->OnCommand(cmd::kUndo);
     ExpectSameDocument(m_app.Document(), before);
 
-    // Without the proportions the sides are free; bicubic, the default, as the core does it.
-    CComposeDocument bicubic(0);
-    CopyDocument(bicubic);
-    WhenShown("imagesize", [&](QDialog& d) {
-        d.findChild<QCheckBox*>(QStringLiteral("keepAspect"))->setChecked(false);
-        Type(d.findChild<QLineEdit*>(QStringLiteral("width")), "97");
-        Type(d.findChild<QLineEdit*>(QStringLiteral("height")), "413");
-        EXPECT_EQ(d.findChild<QLineEdit*>(QStringLiteral("width"))->text(), QStringLiteral("97"));
-        PressOk(d);
-    });
-    m_frame->OnCommand(cmd::kImageSize);
-    ASSERT_EQ(ResizeAllLayers(bicubic, 97, 413, kScaleBicubic), 1);
-    ExpectSameDocument(m_app.Document(), bicubic);
-}
-
-TEST_F(ImageMenuInFrame, ImageSizeRefusesSidesOutsideTheLimitAndChangesNothing)
-{
-    Open(AssetPath("samples/coffee.png"));
-    CComposeDocument before(0);
-    CopyDocument(before);
-    const int steps = m_app.ComposeHistory()->GetCount();
+    // Sides outside the limit are refused, each with a word, and leave the dialog up for a correction.
+    const int stepsAfterUndo = m_app.ComposeHistory()->GetCount();
     bool stayedOpen = true;
     WhenShown("imagesize", [&](QDialog& d) {
         d.findChild<QCheckBox*>(QStringLiteral("keepAspect"))->setChecked(false);
@@ -183,19 +165,32 @@ TEST_F(ImageMenuInFrame, ImageSizeRefusesSidesOutsideTheLimitAndChangesNothing)
     });
     m_frame->OnCommand(cmd::kImageSize);
     ASSERT_TRUE(m_answered);
-    EXPECT_TRUE(stayedOpen) << "a refused size leaves the dialog up for a correction";
+    EXPECT_TRUE(stayedOpen);
     ASSERT_EQ(m_services.messages.size(), 4u);
     for (const std::string& m : m_services.messages)
         EXPECT_EQ(m, GetString("sizerange"));
     EXPECT_NE(GetString("sizerange").find("20000"), std::string::npos);
     ExpectSameDocument(m_app.Document(), before);
-    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps);
+    EXPECT_EQ(m_app.ComposeHistory()->GetCount(), stepsAfterUndo);
+
+    // Without the proportions the sides are free; bicubic, the default, as the core does it.
+    CComposeDocument bicubic(0);
+    CopyDocument(bicubic);
+    WhenShown("imagesize", [&](QDialog& d) {
+        d.findChild<QCheckBox*>(QStringLiteral("keepAspect"))->setChecked(false);
+        Type(d.findChild<QLineEdit*>(QStringLiteral("width")), "97");
+        Type(d.findChild<QLineEdit*>(QStringLiteral("height")), "413");
+        EXPECT_EQ(d.findChild<QLineEdit*>(QStringLiteral("width"))->text(), QStringLiteral("97"));
+        PressOk(d);
+    });
+    m_frame->OnCommand(cmd::kImageSize);
+    ASSERT_EQ(ResizeAllLayers(bicubic, 97, 413, kScaleBicubic), 1);
+    ExpectSameDocument(m_app.Document(), bicubic);
 }
 
 TEST_F(ImageMenuInFrame, CanvasByMarginsAndByAnchorMatchTheDocumentsOwnEdits)
 {
-    Open(AssetPath("samples/chelsea.png"));
-    AddUpperLayer();
+    OpenWithUpperLayer();
     m_app.CommandContext().foreground = 0x00336699;
     CComposeDocument before(0), margins(0), anchored(0);
     CopyDocument(before);
@@ -254,8 +249,7 @@ TEST_F(ImageMenuInFrame, CanvasByMarginsAndByAnchorMatchTheDocumentsOwnEdits)
 
 TEST_F(ImageMenuInFrame, WholePictureTurnsAreOnTheMenuAndUndoable)
 {
-    Open(AssetPath("samples/chelsea.png"));
-    AddUpperLayer();
+    OpenWithUpperLayer();
     CComposeDocument before(0);
     CopyDocument(before);
     // The layer turns are grey on the base layer; the whole-picture ones are not.
@@ -402,8 +396,9 @@ TEST_F(ImageMenuInFrame, EscapeStopsTheFinalRunAndTheDialogStays)
 TEST_F(ImageMenuInFrame, BlurBackgroundAfterACutOutKeepsTheSubjectsColoursOut)
 {
     Open(AssetPath("samples/coffee.png"));
-    CComposeDocument before(0);
+    CComposeDocument before(0), blurred(0);
     CopyDocument(before);
+    CopyDocument(blurred);
     const int W = before.GetWidth(), H = before.GetHeight();
     ASSERT_TRUE(selmode::Toggle(m_frame, *m_frame->ToolBar(), m_services));
     ASSERT_TRUE(m_frame->IsSelectionMode());
@@ -426,9 +421,6 @@ TEST_F(ImageMenuInFrame, BlurBackgroundAfterACutOutKeepsTheSubjectsColoursOut)
     EXPECT_TRUE(m_services.messages.empty()) << m_services.messages.front();
 
     // The reference: the core's dialog logic on the picture with the cut-out as the document's mask.
-    CComposeDocument blurred(0);
-    ASSERT_TRUE(blurred.NewDocument(W, H, 0xFF000000u));
-    ASSERT_TRUE(blurred.GetLayer(0)->m_image.DuplicateFrom(&before.GetLayer(0)->m_image));
     ASSERT_TRUE(blurred.GetSelectionMask().DuplicateFrom(&cutout));
     CLensBlurDlgLogic reference;
     ASSERT_NO_FATAL_FAILURE(InitReference(reference, blurred, WizardEntrySettings(), click));

@@ -22,8 +22,8 @@ class InpaintInFrame : public FrameTest {
 protected:
     void SetUp() override { Launch(); }
 
-    // Answers the inpaint dialog once it is up: the feather box as given, then OK or Cancel.
-    void AnswerInpaint(bool ok, bool feather = true)
+    // Runs the item, its dialog answered once it is up: the feather box as given, then OK or Cancel.
+    void Inpaint(bool ok, bool feather = true)
     {
         AnswerDialog("smartinpaint", [this, ok, feather](QDialog& dialog) {
             auto* box = dialog.findChild<QCheckBox*>(QStringLiteral("inpaintfeather"));
@@ -35,10 +35,12 @@ protected:
             else
                 dialog.reject();
         });
+        m_frame->OnCommand(cmd::kInpaint);
     }
 
-    // Once the dialog is up: ticks "Structure-aware fill", notes what the dialog shows, takes its picture, OK.
-    void ChooseRefine()
+    // Runs the item; once its dialog is up: ticks "Structure-aware fill", notes what the dialog shows, takes its
+    // picture, OK.
+    void InpaintRefined()
     {
         AnswerDialog("smartinpaint", [this](QDialog& dialog) {
             auto* refine = dialog.findChild<QCheckBox*>(QStringLiteral("inpaintrefine"));
@@ -52,6 +54,7 @@ protected:
             Shot(&dialog, "inpaint-refine-dialog.png", 0);
             dialog.accept();
         });
+        m_frame->OnCommand(cmd::kInpaint);
     }
 
     void ShotOfTheWindow(const char* name)
@@ -124,15 +127,13 @@ TEST_F(InpaintInFrame, MenuRemovesTheSelectedObjectAndUndoBringsItBack)
     const int steps = m_app.ComposeHistory()->GetCount();
 
     // Cancel in the dialog: nothing happens and nothing is said.
-    AnswerInpaint(false);
-    m_frame->OnCommand(cmd::kInpaint);
+    Inpaint(false);
     EXPECT_TRUE(m_services.messages.empty());
     EXPECT_EQ(m_app.ComposeHistory()->GetCount(), steps);
     EXPECT_EQ(m_dialogText, "Feather the selection for a natural transition");
     EXPECT_TRUE(m_wasChecked);
 
-    AnswerInpaint(true);
-    m_frame->OnCommand(cmd::kInpaint);
+    Inpaint(true);
     EXPECT_TRUE(m_services.messages.empty()) << m_services.messages.front();
     ASSERT_EQ(m_app.ComposeHistory()->GetCount(), steps + 1);
     EXPECT_EQ(m_app.ComposeHistory()->GetRecord(steps)->kind, kStepLayerHeaderRegion);
@@ -153,8 +154,7 @@ TEST_F(InpaintInFrame, RefusalsSayWhyAndKeepTheLayer)
     SelectRectangle(5, 5, 70, 50);
     m_before.DuplicateFrom(&Layer());
     const int steps = m_app.ComposeHistory()->GetCount();
-    AnswerInpaint(true);
-    m_frame->OnCommand(cmd::kInpaint);
+    Inpaint(true);
     ASSERT_EQ(m_services.messages.size(), 1u);
     EXPECT_EQ(m_services.messages[0], GetString("inpainterr"));
     EXPECT_TRUE(SamePixels(Layer(), m_before));
@@ -199,8 +199,7 @@ TEST_F(InpaintInFrame, RemovesTheMissionPatchFromAPhoto)
 {
     SelectThePatch();
     ShotOfTheWindow("inpaint-before.png");
-    AnswerInpaint(true);
-    m_frame->OnCommand(cmd::kInpaint);
+    Inpaint(true);
     ASSERT_TRUE(m_services.messages.empty()) << m_services.messages.front();
     // The hole now holds the suit's orange; the feathered edge reaches less than 28 pixels out.
     EXPECT_LT(BluePixelsOfThePatch(), 70 * 70 / 50);
@@ -213,8 +212,7 @@ TEST_F(InpaintInFrame, StructureAwareFillRemovesTheMissionPatchWithOneUndoableSt
 {
     SelectThePatch();
     const int steps = m_app.ComposeHistory()->GetCount();
-    ChooseRefine();
-    m_frame->OnCommand(cmd::kInpaint);
+    InpaintRefined();
     ASSERT_TRUE(m_services.messages.empty()) << m_services.messages.front();
     EXPECT_EQ(m_dialogText, "Structure-aware fill");
     EXPECT_FALSE(m_wasChecked) << "block quilting stays the default";

@@ -69,20 +69,18 @@ TEST_F(SaveInFrame, LayeredPsdHoldsEveryLayer)
     EXPECT_TRUE(m_services.messages.empty());
 }
 
-TEST_F(SaveInFrame, AFailedExportSaysSoAndTheDialogCloses)
+TEST_F(SaveInFrame, ACancelledDialogKeepsTheSaveDialogUpAndAFailedExportSaysSoAndClosesIt)
 {
-    vmtest::WriteAll(m_dir.File("plain"), {1});
-    EXPECT_FALSE(SaveThrough(cmd::kSave, ESaveChoice::kCompositeTga, m_dir.File("plain/x.tga")).stayedUp);
-    EXPECT_EQ(m_services.messages, std::vector<std::string>{GetString("saveerr")});
-}
-
-TEST_F(SaveInFrame, ACancelledFileOrQualityDialogLeavesTheSaveDialogUpAndWritesNothing)
-{
+    // A cancelled file or quality dialog leaves the save dialog up and writes nothing.
     EXPECT_TRUE(SaveThrough(cmd::kSave, ESaveChoice::kCompositeBmp, "").stayedUp);
     OnDialogShown<CJpegDlg>([](CJpegDlg* d) { d->reject(); }); // cancelled at once, perhaps mid-run
     EXPECT_TRUE(SaveThrough(cmd::kSave, ESaveChoice::kCompositeJpeg, m_dir.File("none.jpg")).stayedUp);
     EXPECT_FALSE(std::filesystem::exists(m_dir.File("none.jpg")));
     EXPECT_TRUE(m_services.messages.empty());
+
+    vmtest::WriteAll(m_dir.File("plain"), {1});
+    EXPECT_FALSE(SaveThrough(cmd::kSave, ESaveChoice::kCompositeTga, m_dir.File("plain/x.tga")).stayedUp);
+    EXPECT_EQ(m_services.messages, std::vector<std::string>{GetString("saveerr")});
 }
 
 TEST_F(SaveInFrame, JpegGoesThroughTheQualityDialogWithItsSize)

@@ -54,6 +54,12 @@ protected:
         img.PutPixel(3, 3, CPixel::Make(10, 10, 10, alpha));
         OpenPicture(img, alpha == 255 ? "p.png" : "t.png");
     }
+    // The gradient opened, then selection mode through its command.
+    void OpenInSelectionMode()
+    {
+        ASSERT_NO_FATAL_FAILURE(OpenGradient());
+        ASSERT_TRUE(selmode::Toggle(m_frame, Bar(), m_services));
+    }
     bool Enabled(int id) { return m_frame->IsCommandAvailable(id); }
     // A few steps of the ants before the picture.
     void Shot(const char* name) { vmtest::Shot(m_frame, name, 500); }
@@ -94,7 +100,8 @@ TEST(AntsOutline, StripesMoveOnePixelAStep)
     // Four dark, four light along x + y; one step later the pattern has moved by one pixel.
     for (uint32_t t = 0; t < 16; ++t) {
         int dark = 0;
-        for (uint32_t phase = 0; phase < 8; ++phase) dark += AntIsDark(phase, t);
+        for (uint32_t phase = 0; phase < 8; ++phase)
+            dark += AntIsDark(phase, t);
         EXPECT_EQ(dark, 4);
         for (uint32_t phase = 0; phase < 8; ++phase)
             EXPECT_EQ(AntIsDark(phase, t), ((phase + t % 4) / 4) % 2 == (t / 4) % 2);
@@ -138,31 +145,27 @@ TEST_F(SelectionModeInFrame, ATransparentLayerCannotBeCutOutWhicheverWayIn)
 
 TEST_F(SelectionModeInFrame, ItemsFollowTheResultAndEveryPlaneHasItsAnts)
 {
-    OpenGradient();
-    CSelectionDocument& sel = Bar().Selection();
-    ASSERT_TRUE(selmode::Toggle(m_frame, Bar(), m_services));
+    OpenInSelectionMode();
     ASSERT_TRUE(m_frame->IsShowingSelectionMenus());
     EXPECT_EQ(m_frame->Action(cmd::kOpen), nullptr);
     ASSERT_NE(m_frame->Action(cmd::kConfirmReturn), nullptr);
     // Contours only: return, undo and redo act; feathering and the backgrounds cannot.
-    EXPECT_TRUE(Enabled(cmd::kConfirmReturn));
-    EXPECT_TRUE(Enabled(cmd::kCancelReturn));
-    EXPECT_TRUE(Enabled(cmd::kUndo));
-    EXPECT_FALSE(Enabled(cmd::kBackMask));
-    EXPECT_FALSE(Enabled(cmd::kFeatherShrink));
+    for (int id : {cmd::kConfirmReturn, cmd::kCancelReturn, cmd::kUndo})
+        EXPECT_TRUE(Enabled(id)) << id;
+    EXPECT_FALSE(Enabled(cmd::kBackMask) || Enabled(cmd::kFeatherShrink));
     EXPECT_TRUE(Manager().GetOutPolygonTool().IsEnabled());
 
     Polygon(Manager().GetOutPolygonTool(), {{4, 4}, {150, 6}, {140, 110}, {8, 100}});
     Polygon(Manager().GetInPolygonTool(), {{40, 30}, {100, 32}, {90, 80}, {45, 75}});
-    ASSERT_FALSE(sel.GetOuterPlane()->IsNull());
-    ASSERT_FALSE(sel.GetInnerPlane()->IsNull());
+    ASSERT_FALSE(Sel().GetOuterPlane()->IsNull());
+    ASSERT_FALSE(Sel().GetInnerPlane()->IsNull());
     ASSERT_TRUE(WaitFor([&] { return !m_frame->View()->Ants(kOutlineInner).empty(); }));
     EXPECT_FALSE(m_frame->View()->Ants(kOutlineOuter).empty());
     EXPECT_TRUE(m_frame->View()->Ants(kOutlineResult).empty());
 
     // A result: the backgrounds act, the contour tools are disabled.
     Polygon(Manager().GetModifyPolygonTool(), {{30, 20}, {120, 25}, {110, 95}, {35, 90}});
-    ASSERT_FALSE(sel.GetResultMask()->IsNull());
+    ASSERT_FALSE(Sel().GetResultMask()->IsNull());
     EXPECT_TRUE(Enabled(cmd::kBackMask));
     EXPECT_FALSE(Manager().GetOutPolygonTool().IsEnabled());
     EXPECT_FALSE(Manager().GetInPolygonTool().IsEnabled());
@@ -179,16 +182,14 @@ TEST_F(SelectionModeInFrame, ItemsFollowTheResultAndEveryPlaneHasItsAnts)
     // Undo takes the result away again, and with it the backgrounds.
     m_frame->OnCommand(cmd::kUndo);
     m_frame->OnCommand(cmd::kUndo);
-    EXPECT_TRUE(sel.GetResultMask()->IsNull());
+    EXPECT_TRUE(Sel().GetResultMask()->IsNull());
     EXPECT_FALSE(Enabled(cmd::kBackMask));
     EXPECT_TRUE(Manager().GetOutPolygonTool().IsEnabled());
 }
 
 TEST_F(SelectionModeInFrame, LeavingAsksAndCancelKeepsEverything)
 {
-    OpenGradient();
-    CSelectionDocument& sel = Bar().Selection();
-    ASSERT_TRUE(selmode::Toggle(m_frame, Bar(), m_services));
+    OpenInSelectionMode();
     Polygon(Manager().GetOutPolygonTool(), {{4, 4}, {150, 6}, {140, 110}});
     const int steps = m_app.ComposeHistory()->GetCount();
 
@@ -197,14 +198,14 @@ TEST_F(SelectionModeInFrame, LeavingAsksAndCancelKeepsEverything)
     m_frame->OnCommand(cmd::kConfirmReturn);
     EXPECT_TRUE(m_frame->IsSelectionMode());
     EXPECT_EQ(m_services.messages.back(), GetString("dropcontours"));
-    EXPECT_FALSE(sel.GetOuterPlane()->IsNull());
+    EXPECT_FALSE(Sel().GetOuterPlane()->IsNull());
 
     // With a result the bring-back dialog asks; Cancel stays in the mode with the result.
     Polygon(Manager().GetModifyPolygonTool(), {{30, 20}, {120, 25}, {110, 95}});
     selmode::SetBringBackChooser([](QWidget*) { return selmode::EBringBack::kCancel; });
     m_frame->OnCommand(cmd::kConfirmReturn);
     EXPECT_TRUE(m_frame->IsSelectionMode());
-    EXPECT_FALSE(sel.GetResultMask()->IsNull());
+    EXPECT_FALSE(Sel().GetResultMask()->IsNull());
 
     // "Cancel and return": No keeps the mode, Yes leaves without a step in the compose history.
     m_services.answers.push_back(EMsgResult::kNo);
@@ -221,8 +222,7 @@ TEST_F(SelectionModeInFrame, LeavingAsksAndCancelKeepsEverything)
 
 TEST_F(SelectionModeInFrame, KeepAsSelectionRecordsOneStepAndShowsTheAnts)
 {
-    OpenGradient();
-    ASSERT_TRUE(selmode::Toggle(m_frame, Bar(), m_services));
+    OpenInSelectionMode();
     Polygon(Manager().GetModifyPolygonTool(), {{30, 20}, {120, 25}, {110, 95}, {35, 90}});
     const std::vector<uint8_t> result = Bytes(*Sel().GetResultMask());
     const int steps = m_app.ComposeHistory()->GetCount();
@@ -242,8 +242,7 @@ TEST_F(SelectionModeInFrame, KeepAsSelectionRecordsOneStepAndShowsTheAnts)
 
 TEST_F(SelectionModeInFrame, SavingAsksToReturnWithoutAResultAndClosingAsksToDropIt)
 {
-    OpenGradient();
-    ASSERT_TRUE(selmode::Toggle(m_frame, Bar(), m_services));
+    OpenInSelectionMode();
     // Ctrl+S without a result: "backtocompose", No stays and saves nothing.
     m_services.answers.push_back(EMsgResult::kNo);
     Key(Qt::Key_S, Qt::ControlModifier);
@@ -272,8 +271,10 @@ TEST_F(SelectionModeInFrame, EveryToolShowsItsCursorOverThePicture)
     const struct {
         CToolBase* tool;
         int role;
-    } tools[] = {{&Manager().GetRectTool(), kCursorCross},  {&Manager().GetRoundTool(), kCursorCross},
-                 {&Manager().GetFreeTool(), kCursorLasso},  {&Manager().GetPolygonTool(), kCursorPolygon},
+    } tools[] = {{&Manager().GetRectTool(), kCursorCross},
+                 {&Manager().GetRoundTool(), kCursorCross},
+                 {&Manager().GetFreeTool(), kCursorLasso},
+                 {&Manager().GetPolygonTool(), kCursorPolygon},
                  {&Manager().GetMagicTool(), kCursorMagic}};
     for (const auto& t : tools) {
         Manager().SetCurrentTool(t.tool);

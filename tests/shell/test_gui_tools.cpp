@@ -8,6 +8,7 @@
 #include "shell/main_frame.h"
 #include "shell/shell_app.h"
 #include "shell/tool_bar.h"
+#include "tools/tool_fixture.h"
 
 using namespace vmtest;
 
@@ -21,15 +22,6 @@ protected:
         OpenPicture(Picture(80, 60, [](uint32_t x, uint32_t y) { return CPixel::Make(x * 3, y * 4, 90, 255); }));
     }
 };
-
-// A plane with the polygon through the given image points filled, as the selection tools fill theirs.
-COLChannel Filled(std::vector<CPolyPoint> outline)
-{
-    outline.push_back(outline.front());
-    COLChannel plane = Plane(80, 60, 0);
-    FillPolygon(outline.data(), outline.size(), &plane);
-    return plane;
-}
 
 } // namespace
 
@@ -48,7 +40,7 @@ TEST_F(ToolsInFrame, RectangleThenOuterPolygonInSelectionMode)
     };
     Drag({{10, 8}, {40, 30}, {50, 40}});
     const CPolyPoint a = back(10, 8), b = back(50, 40);
-    EXPECT_EQ(Bytes(m_app.Document().GetSelectionMask()), Bytes(Filled({a, {b.x, a.y}, b, {a.x, b.y}})));
+    EXPECT_EQ(Bytes(m_app.Document().GetSelectionMask()), Filled({a, {b.x, a.y}, b, {a.x, b.y}, a}, 80, 60));
 
     // The large button enters selection mode: the canvas shows the selection document, the bar its tools.
     EnterSelectionMode();
@@ -57,7 +49,7 @@ TEST_F(ToolsInFrame, RectangleThenOuterPolygonInSelectionMode)
     ASSERT_EQ(m_app.SelectionHistory()->GetCount(), 1);
 
     Polygon(Manager().GetOutPolygonTool(), {{5, 5}, {70, 6}, {60, 50}});
-    EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), Bytes(Filled({back(5, 5), back(70, 6), back(60, 50)})));
+    EXPECT_EQ(Bytes(*Sel().GetOuterPlane()), Filled({back(5, 5), back(70, 6), back(60, 50), back(5, 5)}, 80, 60));
     EXPECT_GE(m_app.SelectionHistory()->GetCount(), 3);
     EXPECT_EQ(m_app.SelectionHistory()->GetRecord(2)->arg, int32_t(kPlaneOuter));
 }

@@ -86,15 +86,6 @@ TEST(Profile, ValueWithLineBreakStaysOneEntry)
     EXPECT_FALSE(again.Has("Str", "two"));
 }
 
-TEST(ProfileDefaults, ColoursAndToolKeys)
-{
-    // Colours are stored as signed numbers: the opaque gray backdrop reads back negative.
-    EXPECT_EQ(static_cast<uint32_t>(ProfileIntDefault("bkcolor")), 0xFF808080u);
-    EXPECT_EQ(ProfileIntDefault("SelEraseTool_BrushSize"), 9);
-    EXPECT_EQ(ProfileIntDefault("CameraTool_BrushSoft"), 50);
-    EXPECT_EQ(ProfileIntDefault("_BrushSize"), 0); // no tool name: not a brush key
-}
-
 TEST(StringTable, EnglishTableKeepsTheKeysAndAddsTheMissingOnes)
 {
     std::vector<StringRow> zh, en;
@@ -110,7 +101,7 @@ TEST(StringTable, EnglishTableKeepsTheKeysAndAddsTheMissingOnes)
     }
 }
 
-TEST(StringTable, RowsFitTheirFieldsAndKeysAreUnique)
+TEST(StringTable, RowsFitTheirFieldsKeysAreUniqueAndFiltersEndWithTwoBars)
 {
     for (ETextLanguage lang : {ETextLanguage::kChinese, ETextLanguage::kEnglish}) {
         std::vector<StringRow> rows;
@@ -126,16 +117,9 @@ TEST(StringTable, RowsFitTheirFieldsAndKeysAreUnique)
                 c = char(tolower(c));
             EXPECT_TRUE(seen.insert(lower).second) << "a second row would never be reached: " << r.m_key;
         }
-    }
-}
-
-TEST(StringTable, FileFiltersEndWithTheirTwoBars)
-{
-    for (ETextLanguage lang : {ETextLanguage::kChinese, ETextLanguage::kEnglish}) {
-        std::vector<StringRow> r;
-        FillStringTable(r, lang);
+        // The file dialogs' filters end with their two bars.
         for (const char* key : {"vmdoc", "openfiletype", "openflatfiletype"}) {
-            const std::string& f = FindStringRow(r, key)->m_text;
+            const std::string& f = FindStringRow(rows, key)->m_text;
             EXPECT_EQ(f.substr(f.size() - 2), "||") << key;
         }
     }
@@ -194,6 +178,11 @@ TEST_F(AppGlobalsTest, EmptyProfileGivesDefaultsAndForeColourIsWrittenAtTheEnd)
     EXPECT_EQ(m_app.GetProfileInt("AfterOpenWizard"), 1);
     EXPECT_EQ(m_app.GetProfileInt("Check Result"), 1);
     EXPECT_EQ(m_app.GetProfileInt("BackColor"), 0xD2D2D2);
+    // Colours are stored as signed numbers: the opaque gray backdrop reads back negative.
+    EXPECT_EQ(static_cast<uint32_t>(m_app.GetProfileInt("bkcolor")), 0xFF808080u);
+    EXPECT_EQ(m_app.GetProfileInt("SelEraseTool_BrushSize"), 9);
+    EXPECT_EQ(m_app.GetProfileInt("CameraTool_BrushSoft"), 50);
+    EXPECT_EQ(m_app.GetProfileInt("_BrushSize"), 0); // no tool name: not a brush key
     EXPECT_EQ(m_app.m_foreColor.Word(), 0xFF000000u);
     EXPECT_EQ(m_app.GetSkinPath("btnst.bmp"), m_app.GetWorkDir() + "skin/btnst.bmp");
     EXPECT_FALSE(std::filesystem::exists(m_dir.File("cfg/Velmorando.ini")));
