@@ -701,6 +701,17 @@ VM_TARGET_AVX2 void PlaneRowVIntoPixelsAvx2(const uint16_t* top, const uint16_t*
     done = x;
 }
 
+// One destination column i of a row from its two source rows, one at a time: both rows along x, then
+// ((top * gy) >> 16) + ((bottom * fy) >> 16) into the chosen byte of pixel i.
+inline void PlaneColumnFromRows(const uint8_t* row0, const uint8_t* row1, int byteIndex, const PlaneRowHTables& t,
+                                uint32_t i, uint16_t fy, uint8_t* pixels, uint32_t sw)
+{
+    uint16_t top, bottom;
+    PlaneRowHFromPixels(row0, byteIndex, t.pos + i, t.f + i, &top, 1, sw);
+    PlaneRowHFromPixels(row1, byteIndex, t.pos + i, t.f + i, &bottom, 1, sw);
+    pixels[size_t(i) * 4 + size_t(byteIndex)] = uint8_t(((top * (255u - fy)) >> 16) + ((bottom * uint32_t(fy)) >> 16));
+}
+
 // A whole destination row of a vertical reduction by two or more, where no two destination rows share a source
 // row: both source rows are worked out along x and combined in registers, sixteen columns at a time where they
 // lie in a row, one at a time elsewhere, with no rows kept in between.
@@ -708,7 +719,6 @@ VM_TARGET_AVX2 void PlaneRowFusedAvx2(const uint8_t* row0, const uint8_t* row1, 
                                       uint16_t fy, uint8_t* pixels, uint32_t dw, uint32_t sw)
 {
     const StrideTwoAvx2 strideTwo(byteIndex);
-    const uint32_t gy = 255u - fy;
     for (uint32_t i = 0; i < dw;) {
         if (SixteenInARow(t, i, dw)) {
             const size_t at = size_t(t.pos[i]) * 4;
@@ -717,10 +727,7 @@ VM_TARGET_AVX2 void PlaneRowFusedAvx2(const uint8_t* row0, const uint8_t* row1, 
             i += 16;
             continue;
         }
-        uint16_t top, bottom;
-        PlaneRowHFromPixels(row0, byteIndex, t.pos + i, t.f + i, &top, 1, sw);
-        PlaneRowHFromPixels(row1, byteIndex, t.pos + i, t.f + i, &bottom, 1, sw);
-        pixels[size_t(i) * 4 + size_t(byteIndex)] = uint8_t(((top * gy) >> 16) + ((bottom * uint32_t(fy)) >> 16));
+        PlaneColumnFromRows(row0, row1, byteIndex, t, i, fy, pixels, sw);
         ++i;
     }
 }
@@ -774,13 +781,9 @@ VM_TARGET_AVX2 void HalvedRowAvx2(const uint8_t* top, const uint8_t* bottom, con
                                 vmresample::HalvedInOrderAvx2(both));
         }
     }
-    const uint32_t g = 255u - fy;
     for (; x < dw; ++x) {
         vmresample::HalvedPixel(top + size_t(x) * 8, bottom + size_t(x) * 8, out + size_t(x) * 4);
-        uint16_t a, b;
-        PlaneRowHFromPixels(top, 3, t.pos + x, t.f + x, &a, 1, sw);
-        PlaneRowHFromPixels(bottom, 3, t.pos + x, t.f + x, &b, 1, sw);
-        out[size_t(x) * 4 + 3] = uint8_t(((a * g) >> 16) + ((b * uint32_t(fy)) >> 16));
+        PlaneColumnFromRows(top, bottom, 3, t, x, fy, out, sw);
     }
 }
 
